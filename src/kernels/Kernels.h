@@ -1,0 +1,100 @@
+#ifndef ORVACAM_SRC_KERNELS_KERNELS_H
+#define ORVACAM_SRC_KERNELS_KERNELS_H
+
+#include <cstddef>
+#include <cstdint>
+
+/// The loops that touch every pixel, as plain functions over pointers and counts. The reference table is the
+/// definition; every other table gives the same bits. Pointers need no alignment beyond their type's; source
+/// and destination do not overlap unless a kernel says so; counts of 0 touch nothing.
+namespace orvacam::kernels {
+
+/// The rule of the hardware-style merge in fixed point. Valid for additiveFractionBits <= 15 and
+/// multiplicativeFractionBits <= 16.
+struct MergeRule {
+  std::uint32_t additiveFractionBits;
+  std::uint32_t multiplicativeFractionBits;
+  std::int32_t highThreshold;        ///< a corrected high-gain value from here on takes the low-gain pixel
+  std::int32_t differenceThreshold;  ///< low minus high above this takes the low-gain pixel
+  std::uint32_t type;                ///< 1 = low-gain pixels only, 2 = high-gain pixels only, else merge
+};
+
+/// One fixed-point correction for a whole plane pair.
+struct UniformTerms {
+  std::int16_t additiveLow;
+  std::int16_t additiveHigh;
+  std::uint16_t multiplicativeLow;
+  std::uint16_t multiplicativeHigh;
+};
+
+/// Fixed-point corrections per pixel, all four given.
+struct PlaneTerms {
+  const std::int16_t* additiveLow;
+  const std::int16_t* additiveHigh;
+  const std::uint16_t* multiplicativeLow;
+  const std::uint16_t* multiplicativeHigh;
+};
+
+/// Counts of the values 0 to 65535 (owned by the caller, added to, 64 bits so that no run overflows them).
+constexpr std::size_t histogramEntries = 65536;
+
+struct Extremes {
+  std::uint16_t minimum;
+  std::uint16_t maximum;
+  std::size_t minimumIndex;  ///< first position of the minimum in the run
+  std::size_t maximumIndex;  ///< first position of the maximum in the run
+};
+
+struct KernelTable {
+  const char* name;     ///< "reference", "avx2", "avx512"
+  bool (*supported)();  ///< whether this processor runs it
+
+  /// 12-bit pairs, 3 bytes each, to 2 x pairs pixels: b0 * 16 + (b1 >> 4), then (b1 & 15) * 256 + b2.
+  void (*unpack12)(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs);
+
+  /// Swaps the two bytes of each value; source and destination may be the same.
+  void (*swapBytes)(const std::uint16_t* source, std::uint16_t* destination, std::size_t count);
+  /// The same, written from the last destination element to the first (mirrored).
+  void (*swapBytesMirrored)(const std::uint16_t* source, std::uint16_t* destination, std::size_t count);
+
+  /// plane = max(plane - bias, 0), in place.
+  void (*subtractBias)(std::uint16_t* plane, const std::uint16_t* bias, std::size_t count);
+
+  /// Adds every pixel to its histogram count.
+  void (*countPixels)(const std::uint16_t* pixels, std::size_t count, std::uint64_t* histogram);
+  /// Extremes of a run of at least one pixel.
+  void (*findExtremes)(const std::uint16_t* pixels, std::size_t count, Extremes* extremes);
+
+  /// s = clamp((p << f) + a, 0, 32767); c = min((s * m + half) >> (f + g), 65535) for both planes, then the
+  /// thresholds choose. Output may be one of the inputs.
+  void (*mergeUniform)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                       std::size_t count, const MergeRule& rule, const UniformTerms& terms);
+  void (*mergePlanes)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                      std::size_t count, const MergeRule& rule, const PlaneTerms& terms);
+
+  /// merged = map[high * width + low], 0 outside the map.
+  void (*mergeMapped)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                      std::size_t count, const std::uint16_t* map, std::uint32_t width, std::uint32_t height);
+
+  /// sums += pixels. The caller empties 32-bit sums before they can overflow.
+  void (*addToSums8)(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count);
+  void (*addToSums16)(const std::uint16_t* pixels, std::uint32_t* sums, std::size_t count);
+  /// wide += sums; sums = 0.
+  void (*emptySums)(std::uint32_t* sums, std::uint64_t* wide, std::size_t count);
+  /// means = (wide + sums) / frames, rounded down, low 16 bits; frames is not 0.
+  void (*meansOfSums)(const std::uint32_t* sums, const std::uint64_t* wide, std::uint16_t* means,
+                      std::size_t count, std::uint32_t frames);
+};
+
+/// Every table that this build holds, the reference first.
+const KernelTable* const* allTables(std::size_t& count);
+
+/// The plain definition of every kernel.
+const KernelTable& reference();
+
+/// The table chosen for this processor, once.
+const KernelTable& active();
+
+}  // namespace orvacam::kernels
+
+#endif  // ORVACAM_SRC_KERNELS_KERNELS_H
