@@ -1,0 +1,54 @@
+# shellcheck shell=bash
+# Shared by the scripts of this folder; sourced, not run.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+say() { printf '\n== %s\n' "$*"; }
+die() { printf 'error: %s\n' "$*" >&2; exit 1; }
+
+# The packages of the named groups in packages.txt.
+packages_of() {
+  local group wanted=" $* " line
+  group=""
+  while IFS= read -r line; do
+    line=${line%%#*}
+    line=${line//[[:space:]]/}
+    case "$line" in
+      '') ;;
+      \[*\]) group=${line:1:-1} ;;
+      *) if [[ $wanted == *" $group "* ]]; then printf '%s\n' "$line"; fi ;;
+    esac
+  done < "$root/scripts/packages.txt"
+}
+
+# Installs what is missing of the named groups; asks nothing and does nothing when all is there.
+need_packages() {
+  local missing=() package
+  while IFS= read -r package; do
+    if [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) != installed ]]; then
+      missing+=("$package")
+    fi
+  done < <(packages_of "$@")
+  if ((${#missing[@]} == 0)); then return 0; fi
+
+  local as_root=()
+  if ((EUID != 0)); then
+    command -v sudo >/dev/null || die "these packages are missing and there is no sudo to install them: ${missing[*]}"
+    as_root=(sudo)
+  fi
+  say "Installing ${missing[*]}"
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    "${missing[@]}" >/dev/null
+}
+
+# Configures (once) and builds a preset; further arguments name targets.
+build_preset() {
+  local preset=$1
+  shift
+  local targets=()
+  if (($# > 0)); then targets=(--target "$@"); fi
+  cd "$root"
+  if [[ ! -f build/$preset/build.ninja ]]; then cmake --preset "$preset" >/dev/null; fi
+  cmake --build --preset "$preset" "${targets[@]}"
+}
