@@ -48,7 +48,7 @@ build_preset() {
   shift
   local targets=()
   if (($# > 0)); then targets=(--target "$@"); fi
-  cd "$root"
+  cd "$root" || exit
   if [[ ! -f build/$preset/build.ninja ]]; then cmake --preset "$preset" >/dev/null; fi
   cmake --build --preset "$preset" "${targets[@]}"
 }
