@@ -1,0 +1,11 @@
+execute_process(COMMAND readelf -d ${LIBRARY} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
+if(NOT dynamic MATCHES "SONAME[^\n]*\\[${SONAME}\\]")
+  message(FATAL_ERROR "expected the soname ${SONAME} in:\n${dynamic}")
+endif()
+# Nothing but the standard and C libraries.
+string(REGEX MATCHALL "NEEDED[^\n]*\\[[^]]*\\]" needed "${dynamic}")
+foreach(line ${needed})
+  if(NOT line MATCHES "\\[(libstdc\\+\\+|libm|libgcc_s|libc|ld-linux[^.]*)\\.so\\.[0-9]+\\]")
+    message(FATAL_ERROR "the library depends on more than the standard and C libraries: ${line}")
+  endif()
+endforeach()
