@@ -67,6 +67,7 @@
 // What the camera and the sensor say of their gains.
 #include <orvacam/gain/CCameraNVMergeSettings.h>
 #include <orvacam/gain/CDeviceGainTablesFactory.h>
+#include <orvacam/gain/CGainTables.h>
 #include <orvacam/gain/CMergeMappingArray.h>
 #include <orvacam/gain/CMergeSettings.h>
 #include <orvacam/gain/IDeviceGainTables.h>

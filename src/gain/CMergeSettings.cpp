@@ -1,0 +1,216 @@
+#include <orvacam/gain/CCameraNVMergeSettings.h>
+#include <orvacam/gain/CDeviceGainTablesFactory.h>
+#include <orvacam/gain/CMergeSettings.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <new>
+
+namespace {
+
+// Line offsets that are made from a gain ratio, at the three default temperatures.
+constexpr double generatedOffsetScale[3] = {120.0, 125.0, 130.0};
+
+/// Toward zero, cut to the target's range; 0 for what is not a number.
+template <typename Integer>
+Integer truncate(double value) {
+  using Limits = std::numeric_limits<Integer>;
+  if (std::isnan(value)) return 0;
+  if (value <= static_cast<double>(Limits::min())) return Limits::min();
+  if (value >= static_cast<double>(Limits::max())) return Limits::max();
+  return static_cast<Integer>(value);
+}
+
+/// What a calibrated record gives to a pair; never its mapping threshold.
+void takeRecord(merge_line_offsets_t& target, const merge_line_offsets_t& record) {
+  std::copy_n(record.dTemperature, 3, target.dTemperature);
+  target.uiMergeThreshold1 = record.uiMergeThreshold1;
+  target.uiMergeThreshold2 = record.uiMergeThreshold2;
+  target.dGainRatio = record.dGainRatio;
+  std::copy_n(record.iLineOffset, 3, target.iLineOffset);
+}
+
+merge_line_offsets_t generatedRecord(double gainRatio) {
+  merge_line_offsets_t record;
+  record.dGainRatio = gainRatio;
+  for (int i = 0; i < 3; ++i)
+    record.iLineOffset[i] = truncate<int>(gainRatio * generatedOffsetScale[i]);
+  return record;
+}
+
+/// A point on the line through two points.
+int lineOffset(double temperature, double t0, int o0, double t1, int o1) {
+  const double slope = (static_cast<double>(o1) - o0) / (t1 - t0);
+  return truncate<int>(std::fma(temperature - t0, slope, o0));
+}
+
+}  // namespace
+
+CMergeSettings::CMergeSettings()
+    : m_ppGainOffsetPairs(nullptr), m_uiNumLowGains(0), m_uiNumHighGains(0), m_pGainTables(nullptr) {
+  DoInitialize();
+}
+
+CMergeSettings::~CMergeSettings() {
+  FreeAll();
+}
+
+void CMergeSettings::DoInitialize() {
+  m_dADUScale = 1.0;
+  m_dGainRatio = 40.0;
+  delete m_pGainTables;
+  m_pGainTables = nullptr;
+  m_DefaultLineOffsets = merge_line_offsets_t();
+  m_DefaultLineOffsets.uiMergeThreshold1 = 15750;
+  m_DefaultLineOffsets.uiMergeThreshold2 = 15580;
+  std::fill_n(m_DefaultLineOffsets.iLineOffset, 3, 3500);
+}
+
+int CMergeSettings::Initialize(const gain_type_info_t& info, CCameraNVMergeSettings* pNV) {
+  DoInitialize();
+  if (pNV != nullptr) m_dGainRatio = pNV->GetGainRatio();
+  m_pGainTables = CDeviceGainTablesFactory::IDeviceGainTables_Create(info, pNV);
+  if (m_pGainTables == nullptr) return 0;
+
+  const unsigned int lowGains = m_pGainTables->GetDNETableNumEntries(ORVA_GAIN_TABLE_LOW_CHANNEL);
+  const unsigned int highGains = m_pGainTables->GetDNETableNumEntries(ORVA_GAIN_TABLE_HIGH_CHANNEL);
+  if (lowGains == 0 || highGains == 0 || AllocateGainOffsetPairs(lowGains, highGains) != 0) return 0;
+  for (unsigned int i = 0; i < lowGains; ++i)
+    for (unsigned int j = 0; j < highGains; ++j)
+      DoFillPair(m_ppGainOffsetPairs[i][j], i, j, pNV);
+  return 0;
+}
+
+void CMergeSettings::DoFillPair(merge_line_offsets_t& record, unsigned int uiLowIndex,
+                                unsigned int uiHighIndex, const CCameraNVMergeSettings* pNV) const {
+  if (pNV == nullptr) {
+    takeRecord(record, generatedRecord(m_pGainTables->GetDNETableGainRatio(uiLowIndex, uiHighIndex)));
+  } else {
+    const int found = FindCameraMergeLineOffsetIndex(
+        pNV->GetLineOffsets(), pNV->GetNumLineOffsets(),
+        m_pGainTables->GetDNETableDeviceIndex(ORVA_GAIN_TABLE_LOW_CHANNEL, uiLowIndex),
+        m_pGainTables->GetDNETableDeviceIndex(ORVA_GAIN_TABLE_HIGH_CHANNEL, uiHighIndex));
+    if (found >= 0)
+      takeRecord(record, pNV->GetLineOffsets()[found]);
+    else if (!pNV->GetExtraLineOffsets().empty())
+      takeRecord(record, pNV->GetExtraLineOffsets().front());  // intended: whatever its gain settings
+    else
+      takeRecord(record, generatedRecord(pNV->GetDefaultGainRatio()));
+  }
+  // Intended: table indices, not device values.
+  record.uiHighGainSetting = uiHighIndex;
+  record.uiLowGainSetting = uiLowIndex;
+}
+
+double CMergeSettings::GetGainRatio(unsigned int uiLow, unsigned int uiHigh) const {
+  return m_pGainTables != nullptr ? m_pGainTables->GetDNETableGainRatio(uiLow, uiHigh) : m_dGainRatio;
+}
+
+merge_line_offsets_t& CMergeSettings::GetGainOffsetPair(unsigned int uiLow, unsigned int uiHigh) {
+  if (m_pGainTables == nullptr || m_ppGainOffsetPairs == nullptr) return m_DefaultLineOffsets;
+  // Intended: the high gain, too, is looked up in the low-gain table.
+  const unsigned int low = m_pGainTables->GetTableIndexFromDeviceIndex(ORVA_GAIN_TABLE_LOW_CHANNEL, uiLow);
+  const unsigned int high = m_pGainTables->GetTableIndexFromDeviceIndex(ORVA_GAIN_TABLE_LOW_CHANNEL, uiHigh);
+  if (low >= m_uiNumLowGains || high >= m_uiNumHighGains) return m_DefaultLineOffsets;
+  return m_ppGainOffsetPairs[low][high];
+}
+
+double CMergeSettings::GetGainOffsetPairGainRatio(unsigned int uiLow, unsigned int uiHigh) {
+  return GetGainOffsetPair(uiLow, uiHigh).dGainRatio;
+}
+
+int CMergeSettings::CalculateMergeParams(unsigned int uiLow, unsigned int uiHigh, double dTemperature,
+                                         double& dGainRatio, int& iLineOffset, unsigned int& uiThreshold) {
+  const merge_line_offsets_t& record = GetGainOffsetPair(uiLow, uiHigh);
+  dGainRatio = record.dGainRatio;
+  uiThreshold = record.uiMappingThreshold;
+  const double* const t = record.dTemperature;
+  const int* const o = record.iLineOffset;
+  const bool first = t[2] > t[1] ? dTemperature <= t[1] : dTemperature > t[1];
+  iLineOffset = first ? lineOffset(dTemperature, t[0], o[0], t[1], o[1])
+                      : lineOffset(dTemperature, t[1], o[1], t[2], o[2]);
+  return 0;
+}
+
+double CMergeSettings::GetADUValue(unsigned int uiHigh) const {
+  if (m_pGainTables == nullptr) return 1.0;
+  return m_dADUScale * m_pGainTables->GetDNETableValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, uiHigh);
+}
+
+CMergeMappingArray* CMergeSettings::GenerateMergeMappingArrays(unsigned int uiBits, unsigned int uiLow,
+                                                               unsigned int uiHigh, double dTemperature) {
+  if (m_pGainTables == nullptr || m_ppGainOffsetPairs == nullptr || uiBits > s_uiLargestBits) return nullptr;
+  const unsigned int size = 1u << uiBits;
+  m_MappingArray.Create(size, size);
+  unsigned short* const data = m_MappingArray.GetData();
+  if (data == nullptr) return nullptr;
+
+  double ratio = 0.0;
+  int offset = 0;
+  unsigned int threshold = 0;
+  CalculateMergeParams(uiLow, uiHigh, dTemperature, ratio, offset, threshold);
+  const double adu = GetADUValue(uiHigh);
+
+  const unsigned long width = size;
+  std::fill_n(data, width, static_cast<unsigned short>(0));
+  const auto mapped = [adu](unsigned int row) {
+    return static_cast<unsigned short>(truncate<unsigned int>(row * adu));
+  };
+  for (unsigned int row = 1; row <= threshold && row < size; ++row)
+    std::fill_n(data + row * width, width, mapped(row));
+
+  const unsigned short last = threshold == 0 ? 65535 : mapped(threshold);
+  const unsigned int mergeRow = threshold == 0 ? 1 : threshold < size ? threshold + 1 : size;
+  if (mergeRow >= size) return &m_MappingArray;
+  for (unsigned int column = 0; column < size; ++column) {
+    const auto line = truncate<unsigned int>(std::fabs(column * ratio - offset));
+    const int value = truncate<int>(line * adu);
+    data[mergeRow * width + column] =
+        static_cast<unsigned short>(std::min(std::max<int>(value, last), 65535));
+  }
+  for (unsigned int row = mergeRow + 1; row < size; ++row)
+    m_MappingArray.CopyRow(row - 1, row);
+  return &m_MappingArray;
+}
+
+int CMergeSettings::FindCameraMergeLineOffsetIndex(const merge_line_offsets_t* pRecords, unsigned int uiCount,
+                                                   unsigned int uiLowDevice, unsigned int uiHighDevice) {
+  for (unsigned int i = 0; pRecords != nullptr && i < uiCount; ++i)
+    if (pRecords[i].uiLowGainSetting == uiLowDevice && pRecords[i].uiHighGainSetting == uiHighDevice)
+      return static_cast<int>(i);
+  return -1;
+}
+
+int CMergeSettings::AllocateGainOffsetPairs(unsigned int uiLowGains, unsigned int uiHighGains) {
+  if (m_ppGainOffsetPairs != nullptr && m_uiNumLowGains == uiLowGains && m_uiNumHighGains == uiHighGains)
+    return 0;
+  FreeGainOffsetPairs();
+  m_ppGainOffsetPairs = new (std::nothrow) merge_line_offsets_t*[uiLowGains]();
+  if (m_ppGainOffsetPairs == nullptr) return -1;
+  m_uiNumLowGains = uiLowGains;
+  m_uiNumHighGains = uiHighGains;
+  for (unsigned int i = 0; i < uiLowGains; ++i) {
+    m_ppGainOffsetPairs[i] = new (std::nothrow) merge_line_offsets_t[uiHighGains];
+    if (m_ppGainOffsetPairs[i] == nullptr) {
+      FreeGainOffsetPairs();
+      return -1;
+    }
+  }
+  return 0;
+}
+
+void CMergeSettings::FreeGainOffsetPairs() {
+  for (unsigned int i = 0; i < m_uiNumLowGains; ++i)
+    delete[] m_ppGainOffsetPairs[i];
+  delete[] m_ppGainOffsetPairs;
+  m_ppGainOffsetPairs = nullptr;
+  m_uiNumLowGains = 0;
+  m_uiNumHighGains = 0;
+}
+
+void CMergeSettings::FreeAll() {
+  FreeGainOffsetPairs();
+  delete m_pGainTables;
+  m_pGainTables = nullptr;
+}

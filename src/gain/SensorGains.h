@@ -1,0 +1,49 @@
+#ifndef ORVACAM_SRC_GAIN_SENSOR_GAINS_H
+#define ORVACAM_SRC_GAIN_SENSOR_GAINS_H
+
+#include <orvacam/types/gain_types.h>
+
+#include <vector>
+
+namespace orvacam {
+
+/// Where a channel's gain field sits.
+struct GainField {
+  unsigned int reg;
+  unsigned int shift;
+  unsigned int mask;
+};
+
+enum class Dne {
+  None,
+  FromGains,  ///< gain / 1000 until the merge settings are initialized
+  Fixed       ///< constants of the sensor, by table position
+};
+
+/// What is known of one channel of a sensor.
+struct ChannelGains {
+  const gain_value_t* table;
+  GainField field;
+  const double* fixedElectrons;        ///< for Dne::Fixed
+  double defaultElectrons;             ///< where neither camera nor curve has a value
+  const electrons_per_count_t* curve;  ///< null where the merge settings are not initialized
+  unsigned int curveSize;
+};
+
+/// What is known of a sensor. Both channels have the same number of entries.
+struct SensorGains {
+  unsigned int entries;
+  Dne dne;
+  double defaultRatio;
+  bool hasGainField;
+  ChannelGains channels[2];
+};
+
+/// The electrons-per-count tables of one class.
+struct DneTables {
+  std::vector<merge_gain_t> channels[2];
+};
+
+}  // namespace orvacam
+
+#endif  // ORVACAM_SRC_GAIN_SENSOR_GAINS_H

@@ -1,0 +1,277 @@
+// What follows from the header's fields: device, sizes, temperatures, positions, gains.
+
+#include <orvacam/gain/CDeviceGainTablesFactory.h>
+#include <orvacam/metadata/CFrameMetaData.h>
+#include <orvacam/types/device_types.h>
+#include <orvacam/types/gain_types.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "support/CheckedMath.h"
+
+namespace {
+
+using orvacam::ceilDivide;
+
+struct Model {
+  bool argent;  ///< the model also contains "ARGENT", whatever its case
+  const char* designation;
+  unsigned int device;
+};
+
+/// In the order in which they are tried.
+constexpr Model models[] = {
+    {false, "VS400", ORVA_DEVICE_GSENSE400},    {false, "VS2020", ORVA_DEVICE_GSENSE2020},
+    {false, "VS4040", ORVA_DEVICE_GSENSE4040},  {false, "VS6060", ORVA_DEVICE_GSENSE6060},
+    {true, "230-42", ORVA_DEVICE_ARGENT_23042}, {true, "230-84", ORVA_DEVICE_ARGENT_23084},
+    {true, "4320", ORVA_DEVICE_ARGENT_4320},
+};
+constexpr const char* unlessArgent = "IMX183";
+
+/// The text of a stored value up to its first zero byte.
+std::string textOf(const CMetaValues& value) {
+  int length = 0;
+  const auto* const bytes = reinterpret_cast<const char*>(value.GetValue(nullptr, length));
+  return bytes == nullptr || length <= 0 ? std::string()
+                                         : std::string(bytes, strnlen(bytes, static_cast<unsigned>(length)));
+}
+
+/// Upper case of ASCII letters, whatever the program's locale.
+std::string upperCase(std::string text) {
+  for (char& c : text)
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  return text;
+}
+
+bool contains(const std::string& text, const char* part) {
+  return text.find(part) != text.npos;
+}
+
+unsigned int binned(unsigned int size, unsigned int factor) {
+  return factor > 1 ? ceilDivide(size, factor) : size;
+}
+
+}  // namespace
+
+// ---- Device
+// --------------------------------------------------------------------------------------------------
+
+int CFrameMetaData::GetDeviceType(unsigned int& uiType) const {
+  return DoGetDeviceType(uiType);
+}
+
+int CFrameMetaData::DoGetDeviceType(unsigned int& uiType) const {
+  const std::string text = textOf(m_Values[ORVA_META_KEY_CAMERA_MODEL]);
+  const bool argent = contains(upperCase(text), "ARGENT");
+  for (const Model& model : models) {
+    if ((model.argent && !argent) || !contains(text, model.designation)) continue;
+    uiType = model.device;
+    return 0;
+  }
+  if (argent || !contains(text, unlessArgent)) return -1;
+  uiType = ORVA_DEVICE_IMX183;
+  return 0;
+}
+
+double CFrameMetaData::DoGetGainValue(unsigned int uiTable, ORVA_META_KEYS eGainKey) const {
+  gain_type_info_t camera{ORVA_DEVICE_UNKNOWN, m_Values[ORVA_META_KEY_BACK_SIDE_ILLUMINATED].GetValueBool()};
+  GetDeviceType(camera.uiDeviceType);
+  const std::unique_ptr<IDeviceGainTables> tables(
+      CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, nullptr));
+  return tables == nullptr ? 1.0
+                           : tables->GetDNETableValue(static_cast<ORVAGAINTABLE>(uiTable), DoUint(eGainKey));
+}
+
+double CFrameMetaData::GetLowGainValue() const {
+  return DoGetGainValue(ORVA_GAIN_TABLE_LOW_CHANNEL, ORVA_META_KEY_LDR_GAIN);
+}
+
+double CFrameMetaData::GetHighGainValue() const {
+  return DoGetGainValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, ORVA_META_KEY_HDR_GAIN);
+}
+
+// ---- Sizes. Sums and products are 32-bit and wrap, as documented
+// ---------------------------------------------
+
+int CFrameMetaData::GetImageDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const {
+  int result = -1;
+  if (DoUint(ORVA_META_KEY_IMAGE_STOP_COLUMN) >= DoUint(ORVA_META_KEY_IMAGE_START_COLUMN)) {
+    uiWidth = DoUint(ORVA_META_KEY_IMAGE_STOP_COLUMN) + 1 - DoUint(ORVA_META_KEY_IMAGE_START_COLUMN);
+    result = 0;
+  }
+  if (DoUint(ORVA_META_KEY_IMAGE_STOP_ROW) < DoUint(ORVA_META_KEY_IMAGE_START_ROW)) return -1;
+  uiHeight = DoUint(ORVA_META_KEY_IMAGE_STOP_ROW) + 1 - DoUint(ORVA_META_KEY_IMAGE_START_ROW);
+  return result;
+}
+
+int CFrameMetaData::GetFrameDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const {
+  const int result = GetImageDimensions(uiWidth, uiHeight);
+  if (result != 0) return result;
+  uiWidth += DoUint(ORVA_META_KEY_POST_ROW_REF_PIXELS) + DoUint(ORVA_META_KEY_PRE_ROW_REF_PIXELS);
+  uiHeight += DoUint(ORVA_META_KEY_POST_REFERENCE_ROWS) + DoUint(ORVA_META_KEY_PRE_REFERENCE_ROWS);
+  return 0;
+}
+
+int CFrameMetaData::GetImageDimensionsBinned(unsigned int& uiWidth, unsigned int& uiHeight) const {
+  const int result = GetImageDimensions(uiWidth, uiHeight);
+  uiWidth = binned(uiWidth, DoUint(ORVA_META_KEY_HORIZONTAL_BINNING));
+  uiHeight = binned(uiHeight, DoUint(ORVA_META_KEY_VERTICAL_BINNING));
+  return result;
+}
+
+int CFrameMetaData::GetFrameDimensionsBinned(unsigned int& uiWidth, unsigned int& uiHeight) const {
+  const int result = GetImageDimensionsBinned(uiWidth, uiHeight);
+  unsigned int pre = 0;
+  unsigned int post = 0;
+  GetRefPixelsBinned(pre, post);
+  uiWidth += post + pre;
+  GetRefRowsBinned(pre, post);
+  uiHeight += post + pre;
+  return result;
+}
+
+int CFrameMetaData::GetImageSizePixels(unsigned int& uiPixels) const {
+  unsigned int width = 0;
+  unsigned int height = 0;
+  const int result = GetImageDimensions(width, height);
+  if (result == 0) uiPixels = width * height;
+  return result;
+}
+
+int CFrameMetaData::GetFrameSizePixels(unsigned int& uiPixels) const {
+  unsigned int width = 0;
+  unsigned int height = 0;
+  const int result = GetFrameDimensions(width, height);
+  if (result == 0) uiPixels = width * height;
+  return result;
+}
+
+int CFrameMetaData::GetImageSizePixelsBinned(unsigned int& uiPixels) const {
+  unsigned int width = 0;
+  unsigned int height = 0;
+  const int result = GetImageDimensionsBinned(width, height);
+  uiPixels = width * height;
+  return result;
+}
+
+int CFrameMetaData::GetFrameSizePixelsBinned(unsigned int& uiPixels) const {
+  unsigned int width = 0;
+  unsigned int height = 0;
+  const int result = GetFrameDimensionsBinned(width, height);
+  uiPixels = width * height;
+  return result;
+}
+
+int CFrameMetaData::GetRefPixelsBinned(unsigned int& uiPre, unsigned int& uiPost) const {
+  uiPre = binned(DoUint(ORVA_META_KEY_PRE_ROW_REF_PIXELS), DoUint(ORVA_META_KEY_HORIZONTAL_BINNING));
+  uiPost = binned(DoUint(ORVA_META_KEY_POST_ROW_REF_PIXELS), DoUint(ORVA_META_KEY_HORIZONTAL_BINNING));
+  return 0;
+}
+
+int CFrameMetaData::GetRefRowsBinned(unsigned int& uiPre, unsigned int& uiPost) const {
+  uiPre = binned(DoUint(ORVA_META_KEY_PRE_REFERENCE_ROWS), DoUint(ORVA_META_KEY_VERTICAL_BINNING));
+  uiPost = binned(DoUint(ORVA_META_KEY_POST_REFERENCE_ROWS), DoUint(ORVA_META_KEY_VERTICAL_BINNING));
+  return 0;
+}
+
+int CFrameMetaData::GetPixelSize(unsigned int& uiBits) const {
+  uiBits = DoUint(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
+  return 0;
+}
+
+unsigned int CFrameMetaData::DoComputeFrameSizeFromPixelSize(unsigned int uiBits, unsigned int uiWidth,
+                                                             unsigned int uiHeight) {
+  const unsigned int bits = uiWidth * uiHeight * uiBits;
+  return (bits + (bits % 8 != 0 ? 8 : 0)) / 8;
+}
+
+int CFrameMetaData::GetImageSizeBytes(unsigned int& uiBytes) const {
+  uiBytes = 0;
+  unsigned int device = ORVA_DEVICE_UNKNOWN;
+  const int result = GetDeviceType(device);
+  if (result != 0) return result;
+
+  unsigned int width = 0;
+  unsigned int height = 0;
+  GetImageDimensions(width, height);
+  const unsigned int bits = DoUint(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
+  const unsigned int refPixels =
+      DoUint(ORVA_META_KEY_POST_ROW_REF_PIXELS) + DoUint(ORVA_META_KEY_PRE_ROW_REF_PIXELS);
+  const unsigned int rows =
+      height + DoUint(ORVA_META_KEY_POST_REFERENCE_ROWS) + DoUint(ORVA_META_KEY_PRE_REFERENCE_ROWS);
+  const bool hdr = m_Values[ORVA_META_KEY_HDR_MODE].GetValueBool();
+
+  const unsigned int bin = DoUint(ORVA_META_KEY_HORIZONTAL_BINNING) * DoUint(ORVA_META_KEY_VERTICAL_BINNING);
+  if (bin == 0) return 0;
+
+  switch (device) {
+    case ORVA_DEVICE_GSENSE400:
+    case ORVA_DEVICE_GSENSE2020:
+    case ORVA_DEVICE_GSENSE4040: {
+      // Image and reference pixels are separate blocks, each rounded up to whole bytes; doubled before
+      // binning.
+      const bool pairedRows = device == ORVA_DEVICE_GSENSE400;
+      const unsigned int total =
+          DoComputeFrameSizeFromPixelSize(bits, width, rows) +
+          DoComputeFrameSizeFromPixelSize(bits, refPixels, pairedRows ? rows / 2 : rows);
+      uiBytes = (hdr || !pairedRows ? 2 : 1) * total / bin;
+      return 0;
+    }
+    default:
+      uiBytes = DoComputeFrameSizeFromPixelSize(bits, width + refPixels, rows) / bin;
+      if (device == ORVA_DEVICE_GSENSE6060 && hdr) uiBytes *= 2;
+      return 0;
+  }
+}
+
+// ---- Temperatures, positions, times
+// --------------------------------------------------------------------------
+
+double CFrameMetaData::DoGetConvertedTemperature(int iTenths) {
+  return iTenths / 10.0;
+}
+
+double CFrameMetaData::GetSensorTemperature() const {
+  return DoGetConvertedTemperature(m_Values[ORVA_META_KEY_SENSOR_CHIP_TEMP].GetValueInt());
+}
+
+double CFrameMetaData::DoGetGPSLocation(unsigned int uiRaw) const {
+  if (DoUint(ORVA_META_KEY_METADATA_VERSION) == 1) return 0.0;  // its header has no position
+  const double degrees = (uiRaw & 0x7FFFFFFFu) / 600000.0;
+  return (uiRaw >> 31) != 0 ? degrees : -degrees;
+}
+
+double CFrameMetaData::GetGPSLatitude() const {
+  return DoGetGPSLocation(DoUint(ORVA_META_KEY_GPS_LATITUDE_RAW));
+}
+double CFrameMetaData::GetGPSLongitude() const {
+  return DoGetGPSLocation(DoUint(ORVA_META_KEY_GPS_LONGITUDE_RAW));
+}
+
+void CFrameMetaData::GetCaptureDate(char* pText, unsigned int uiSize) const {
+  if (pText == nullptr || uiSize == 0) return;
+  std::memset(pText, 0, uiSize);
+  const unsigned int date = DoUint(ORVA_META_KEY_CAPTURE_DATE);
+  const unsigned long seconds = m_Values[ORVA_META_KEY_CAPTURE_TIME].GetValueUint64();
+  std::snprintf(pText, uiSize, "%04d-%02d-%02dT%02d:%02d:%02d.%09d", static_cast<int>(date >> 16),
+                static_cast<int>(date >> 8 & 255), static_cast<int>(date & 255),
+                static_cast<int>(seconds / 3600), static_cast<int>(seconds / 60 % 60),
+                static_cast<int>(seconds % 60), static_cast<int>(DoUint(ORVA_META_KEY_CAPTURE_TIME_NSECS)));
+}
+
+void CFrameMetaData::GetClockFromUsecs(unsigned long ulUsecs, char* pText, unsigned int uiSize) {
+  if (pText == nullptr || uiSize == 0) return;
+  const unsigned long seconds = ulUsecs / 1000000;
+  std::snprintf(pText, uiSize, "%d:%d.%d.%06d", static_cast<int>(seconds / 3600),
+                static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60),
+                static_cast<int>(ulUsecs % 1000000));
+}
+
+int CFrameMetaData::GetRawMetaData(unsigned char* pBuffer, unsigned int uiSize) const {
+  const unsigned int length = DoUint(ORVA_META_KEY_METADATA_LENGTH);
+  if (pBuffer == nullptr || length > uiSize || length > s_uiRawHeaderSize) return -1;
+  std::memcpy(pBuffer, m_RawHeader, length);
+  return 0;
+}

@@ -1,0 +1,131 @@
+// Writing a header as bytes: one layout, version 4.
+
+#include <orvacam/metadata/CFrameMetaData.h>
+#include <orvacam/version.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "metadata/HeaderFields.h"
+#include "support/ByteWriter.h"
+
+using namespace orvacam::header;
+using orvacam::ByteWriter;
+
+namespace {
+
+constexpr unsigned int writtenPadding(unsigned int version) {
+  return version == 2 ? 25 : version == 3 ? 152 : 0;
+}
+
+void putText(ByteWriter& writer, const Field& field, const CMetaValues& value) {
+  int length = 0;
+  const unsigned char* const bytes = value.GetValue(nullptr, length);
+  if (bytes == nullptr) return;
+  writer.putBytes(field.offset, bytes, std::min<std::size_t>(static_cast<unsigned int>(length), field.width));
+}
+
+void putSignMagnitude(ByteWriter& writer, const Field& field, int value) {
+  const auto magnitude = static_cast<unsigned long>(std::abs(static_cast<long>(value)));
+  const unsigned long sign = value < 0 ? 0x80UL << (8 * (field.width - 1)) : 0;
+  writer.putUint(field.offset, field.width, magnitude | sign);
+}
+
+}  // namespace
+
+int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
+  if (pBuffer == nullptr || uiSize < writtenSize) return -1;
+  std::memset(pBuffer, 0, uiSize);
+  ByteWriter writer(pBuffer, writtenSize);
+  writer.putUint(0, 4, DoUint(ORVA_META_KEY_MAGIC_NUMBER));
+  writer.putUint(4, 2, writtenSize);
+  writer.putUint(6, 2, writtenVersion);
+
+  const unsigned int version = DoUint(ORVA_META_KEY_METADATA_VERSION);
+  if (version == 1) TimeMetaToString2(m_CaptureTimeText, sizeof m_CaptureTimeText);
+
+  for (const Field& field : fields) {
+    if ((field.versions & V34) == 0) continue;
+    const CMetaValues* const values = &m_Values[field.key];
+    switch (writeEncoding(field)) {
+      case Encoding::Unsigned:
+      case Encoding::Gps:
+        writer.putUint(field.offset, field.width, values->GetValueUint());
+        break;
+      case Encoding::Signed:
+        writer.putUint(field.offset, field.width, static_cast<unsigned int>(values->GetValueInt()));
+        break;
+      case Encoding::SignMagnitude:
+        putSignMagnitude(writer, field, values->GetValueInt());
+        break;
+      case Encoding::Text:
+      case Encoding::OptionalText:
+        putText(writer, field, *values);
+        break;
+      case Encoding::PixelDepths:
+        writer.putUint(field.offset, field.width,
+                       ((values[0].GetValueUint() - 1) & 15) | (values[1].GetValueUint() << 4));
+        break;
+      case Encoding::ReferenceRows:
+        writer.putUint(field.offset, field.width,
+                       values[1].GetValueUint() + (values[0].GetValueUint() << 12));
+        break;
+      case Encoding::FlagByte:
+        writer.putUint(field.offset, field.width,
+                       DoKeptByte(static_cast<unsigned int>(field.kept)).GetValueUint());
+        break;
+      case Encoding::TimeText:
+        writer.putBytes(field.offset, m_CaptureTimeText, field.width);
+        break;
+      case Encoding::Raw:
+        writer.putBytes(field.offset, m_Padding, writtenPadding(version));
+        break;
+      case Encoding::LibraryVersion:
+        writer.putBytes(field.offset, ORVACAM_VERSION_STRING,
+                        std::min<std::size_t>(std::strlen(ORVACAM_VERSION_STRING), field.width));
+        break;
+      default:
+        break;
+    }
+  }
+  // These lie in the padding and win over it.
+  for (const Field& field : version4Fields)
+    writer.putUint(field.offset, field.width, m_Values[field.key].GetValueUint());
+  return writtenSize;
+}
+
+int CFrameMetaData::BinarizeEx(unsigned char* pBuffer, unsigned int uiSize, const unsigned char* pOther,
+                               unsigned int uiOtherLength) {
+  if (pOther == nullptr) {
+    pOther = m_OtherMetaData.GetData();
+    uiOtherLength = m_OtherMetaData.Binarize();
+    m_Values[ORVA_META_KEY_OTHER_TYPE].SetValueUint(m_OtherMetaData.GetType());
+  }
+  m_Values[ORVA_META_KEY_OTHER_TYPE_LENGTH].SetValueUint(uiOtherLength);
+  const int result = Binarize(pBuffer, uiSize);
+  if (result < 1 || pOther == nullptr) return result;
+  return ByteWriter(pBuffer, uiSize).putBytes(writtenSize, pOther, uiOtherLength) ? result : -1;
+}
+
+unsigned int CFrameMetaData::GetBinarizeSize() const {
+  return DoUint(ORVA_META_KEY_METADATA_LENGTH);
+}
+
+unsigned int CFrameMetaData::GetBinarizeSizeEx() const {
+  return GetBinarizeSize() + m_OtherMetaData.GetBinarizeSize();
+}
+
+void CFrameMetaData::SetBinarizeVersion(unsigned int uiVersion) {
+  if (uiVersion != 3 && uiVersion != 4) return;
+  m_Values[ORVA_META_KEY_METADATA_LENGTH].SetValueUint(writtenSize);
+  m_Values[ORVA_META_KEY_METADATA_VERSION].SetValueUint(uiVersion);
+}
+
+void CFrameMetaData::Uint32ToBuf(unsigned int uiValue, unsigned char* pBuffer, unsigned int n) {
+  if (n <= 4) Uint64ToBuf(uiValue, pBuffer, n);
+}
+
+void CFrameMetaData::Uint64ToBuf(unsigned long ulValue, unsigned char* pBuffer, unsigned int n) {
+  if (n <= 8) ByteWriter(pBuffer, n).putUint(0, n, ulValue);
+}

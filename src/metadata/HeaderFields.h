@@ -1,0 +1,250 @@
+#ifndef ORVACAM_SRC_METADATA_HEADER_FIELDS_H
+#define ORVACAM_SRC_METADATA_HEADER_FIELDS_H
+
+#include <orvacam/types/meta_keys.h>
+
+#include <cstddef>
+
+/// The layout of the frame header, as tables: reading and writing both work through them.
+namespace orvacam::header {
+
+constexpr unsigned int magic = 0x4D657461;  // "Meta"
+constexpr unsigned int prefixSize = 8;
+constexpr unsigned int commonBlock = 79;  // where the block that all versions share begins
+constexpr unsigned int forgivenFrom =
+    48;  // failures from here to the common block do not stop versions 3 and 4
+constexpr unsigned int writtenSize = 384;  // of every header that is written
+constexpr unsigned int writtenVersion = 4;
+
+/// Header versions, as a set. Versions 3 and 4 have the same fields; version 4 carries more of them in what
+/// is padding in version 3.
+enum Versions : unsigned char {
+  V1 = 1,
+  V2 = 2,
+  V34 = 4,
+  V12 = V1 | V2,
+  V234 = V2 | V34,
+  All = V1 | V2 | V34
+};
+
+enum class Encoding : unsigned char {
+  Unsigned,
+  Signed,         // two's complement
+  SignMagnitude,  // the top bit of the first byte is the sign
+  Text,           // fixed width
+  OptionalText,   // read only when that many bytes remain; else the next field is read from the same position
+  PixelDepths,    // low nibble: data bit depth minus one; high nibble: data zero point
+  ReferenceRows,  // two 12-bit halves: rows after the image, rows before it
+  FlagByte,       // kept whole; its flags are derived
+  PackedDate,     // version 1: 7 bits of years since 2000, 4 of month, 5 of day
+  PackedTime,     // version 1: time of day in 100 ns units
+  TimeText,       // "YYYY/MM/DD hh:mm:ss.nnnnnnnnn"
+  Gps,            // hemisphere and 1/600000 degrees, into four keys
+  Raw,            // kept and not interpreted
+  LibraryVersion,  // written only: this library's own version
+  Nothing          // written only: stays zero
+};
+
+/// The bytes that are kept whole: raw areas and flag bytes.
+enum class Kept : unsigned char {
+  None,
+  ControlBlock,
+  ControlBlock2,
+  ExtraFlags,
+  ControlBlockTest,
+  Reserved1,
+  Reserved2,
+  Padding
+};
+
+struct Field {
+  Versions versions;
+  unsigned short offset;
+  unsigned char width;
+  Encoding read;
+  unsigned char key;
+  Kept kept = Kept::None;
+};
+
+/// Every field behind the prefix, in the order of the bytes of each version.
+inline constexpr Field fields[] = {
+    {All, 8, 40, Encoding::Text, ORVA_META_KEY_CAMERA_MODEL},
+    {All, 48, 24, Encoding::OptionalText, ORVA_META_KEY_CAMERA_SERIAL_NUMBER},
+    {V1, 72, 2, Encoding::PackedDate, ORVA_META_KEY_CAPTURE_DATE},
+    {V1, 74, 5, Encoding::PackedTime, ORVA_META_KEY_CAPTURE_TIME},
+    {V234, 72, 4, Encoding::Unsigned, ORVA_META_KEY_FIRMWARE_VERSION},
+    {V234, 76, 2, Encoding::Signed, ORVA_META_KEY_TEMPERATURE_SET_POINT},
+    {V234, 78, 1, Encoding::Unsigned, ORVA_META_KEY_COOLER_DUTY_CYCLE},
+
+    {All, 79, 1, Encoding::Unsigned, ORVA_META_KEY_SENSOR_PIXEL_BIT_DEPTH},
+    {All, 80, 1, Encoding::PixelDepths, ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH},
+    {All, 81, 2, Encoding::Unsigned, ORVA_META_KEY_HORIZONTAL_PIXELS},
+    {All, 83, 2, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_PIXELS},
+    {All, 85, 4, Encoding::Unsigned, ORVA_META_KEY_EXPOSURE_TIME},
+    {All, 89, 2, Encoding::Signed, ORVA_META_KEY_SENSOR_COOLER_TEMP},
+    {All, 91, 2, Encoding::SignMagnitude, ORVA_META_KEY_SENSOR_CHIP_TEMP},
+    {All, 93, 1, Encoding::Unsigned, ORVA_META_KEY_GLOBAL_GAIN},
+    {All, 94, 1, Encoding::Unsigned, ORVA_META_KEY_LDR_GAIN},
+    {All, 95, 1, Encoding::Unsigned, ORVA_META_KEY_HDR_GAIN},
+    {All, 96, 1, Encoding::Unsigned, ORVA_META_KEY_POST_ROW_REF_PIXELS},
+    {All, 97, 1, Encoding::Unsigned, ORVA_META_KEY_PRE_ROW_REF_PIXELS},
+    {All, 98, 1, Encoding::FlagByte, 0, Kept::ControlBlock},
+    {V12, 99, 1, Encoding::Unsigned, ORVA_META_KEY_HORIZONTAL_BINNING},
+    {V12, 100, 1, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_BINNING},
+    {V34, 99, 2, Encoding::Unsigned, ORVA_META_KEY_HORIZONTAL_BINNING},
+    {All, 101, 3, Encoding::Unsigned, ORVA_META_KEY_BLACK_LEVEL_ADJUST},
+    {All, 104, 2, Encoding::Unsigned, ORVA_META_KEY_BLACK_LEVEL_SUN},
+    {All, 106, 2, Encoding::SignMagnitude, ORVA_META_KEY_SHUTTER_OPEN_DELAY},
+    {All, 108, 2, Encoding::SignMagnitude, ORVA_META_KEY_SHUTTER_CLOSE_DELAY},
+    {All, 110, 2, Encoding::SignMagnitude, ORVA_META_KEY_ILLUMIN_START_DELAY},
+    {All, 112, 2, Encoding::SignMagnitude, ORVA_META_KEY_ILLUMIN_STOP_DELAY},
+    {All, 114, 2, Encoding::Unsigned, ORVA_META_KEY_TRACKING_START_ROW},
+    {All, 116, 2, Encoding::Unsigned, ORVA_META_KEY_TRACKING_START_COLUMN},
+    {All, 118, 2, Encoding::Unsigned, ORVA_META_KEY_TRACKING_STOP_ROW},
+    {All, 120, 2, Encoding::Unsigned, ORVA_META_KEY_TRACKING_STOP_COLUMN},
+    {All, 122, 2, Encoding::Unsigned, ORVA_META_KEY_IMAGE_START_ROW},
+    {All, 124, 2, Encoding::Unsigned, ORVA_META_KEY_IMAGE_START_COLUMN},
+    {All, 126, 2, Encoding::Unsigned, ORVA_META_KEY_IMAGE_STOP_ROW},
+    {All, 128, 2, Encoding::Unsigned, ORVA_META_KEY_IMAGE_STOP_COLUMN},
+    {All, 130, 2, Encoding::Unsigned, ORVA_META_KEY_TRACKING_FRAMES_PER_IMAGE_FRAME},
+    {All, 132, 2, Encoding::Unsigned, ORVA_META_KEY_FRAME_NUMBER},
+    {All, 134, 2, Encoding::Unsigned, ORVA_META_KEY_STARTING_EXPOSURE_ROW},
+    {All, 136, 3, Encoding::ReferenceRows, ORVA_META_KEY_POST_REFERENCE_ROWS},
+    {All, 139, 1, Encoding::Unsigned, ORVA_META_KEY_NUMBER_OF_DATA_CHANNELS},
+
+    {V1, 140, 12, Encoding::Raw, 0, Kept::Reserved1},
+    {V1, 152, 4, Encoding::Unsigned, ORVA_META_KEY_FIRMWARE_VERSION},
+
+    {V234, 140, 1, Encoding::FlagByte, 0, Kept::ControlBlock2},
+    {V234, 141, 2, Encoding::Signed, ORVA_META_KEY_BASE_TEMPERATURE},
+    {V234, 143, 2, Encoding::Signed, ORVA_META_KEY_FPGA_TEMPERATURE},
+    {V2, 145, 2, Encoding::Raw, 0, Kept::Reserved2},
+    {V34, 145, 2, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_BINNING},
+    {V234, 147, 1, Encoding::FlagByte, 0, Kept::ControlBlockTest},
+    {V234, 148, 2, Encoding::Unsigned, ORVA_META_KEY_TEST_LOW_GAIN_ABSOLUTE},
+    {V234, 150, 2, Encoding::Unsigned, ORVA_META_KEY_TEST_HIGH_GAIN_ABSOLUTE},
+    {V234, 152, 30, Encoding::TimeText, ORVA_META_KEY_CAPTURE_DATE},
+    {V234, 182, 4, Encoding::Gps, ORVA_META_KEY_GPS_LATITUDE_RAW},
+    {V234, 186, 4, Encoding::Gps, ORVA_META_KEY_GPS_LONGITUDE_RAW},
+    {V234, 190, 12, Encoding::OptionalText, ORVA_META_KEY_APP_INFO_STRING},
+    {V234, 202, 12, Encoding::OptionalText, ORVA_META_KEY_LIB_INFO_STRING},
+    {V234, 214, 1, Encoding::Unsigned, ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE},
+    {V234, 215, 1, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_PIXEL_SIZE},
+    {V234, 216, 3, Encoding::Unsigned, ORVA_META_KEY_BLACK_LEVEL_ADJUST_HIGH},
+    {V234, 219, 2, Encoding::Unsigned, ORVA_META_KEY_BLACK_LEVEL_SUN_HIGH},
+    {V2, 221, 25, Encoding::Raw, 0, Kept::Padding},
+    {V34, 221, 4, Encoding::Signed, ORVA_META_KEY_MERGE_GAIN_RATIO},
+    {V34, 225, 2, Encoding::Signed, ORVA_META_KEY_MERGE_LINE_OFFSET},
+    {V34, 227, 4, Encoding::Signed, ORVA_META_KEY_HIGH_GAIN_ADU_E},
+    {V34, 231, 1, Encoding::FlagByte, 0, Kept::ExtraFlags},
+    {V34, 232, 152, Encoding::Raw, 0, Kept::Padding},
+};
+inline constexpr unsigned int fieldCount = sizeof fields / sizeof fields[0];
+
+/// What version 4 carries in the padding.
+inline constexpr Field version4Fields[] = {
+    {V34, 236, 4, Encoding::Unsigned, ORVA_META_KEY_IMAGE_OFFSET},
+    {V34, 240, 1, Encoding::Unsigned, ORVA_META_KEY_META_INFO},
+    {V34, 241, 1, Encoding::Unsigned, ORVA_META_KEY_PIXEL_FORMAT},
+    {V34, 242, 1, Encoding::Unsigned, ORVA_META_KEY_RESERVED},
+    {V34, 243, 1, Encoding::Unsigned, ORVA_META_KEY_OTHER_TYPE},
+    {V34, 244, 4, Encoding::Unsigned, ORVA_META_KEY_OTHER_TYPE_LENGTH},
+    {V34, 248, 4, Encoding::Unsigned, ORVA_META_KEY_OTHER_TYPE_OFFSET},
+};
+// Intended: the bytes left for these fields are counted from 244 although reading starts at 236.
+constexpr unsigned int version4CountedFrom = 244;
+
+/// Where writing differs from reading, on purpose.
+struct WriteDifference {
+  unsigned short offset;
+  Encoding write;
+};
+inline constexpr WriteDifference writeDifferences[] = {
+    {91, Encoding::Signed},    // the chip temperature goes out as two's complement, is read as sign-magnitude
+    {190, Encoding::Nothing},  // the application's text is the application's to write
+    {202, Encoding::LibraryVersion},  // who wrote the header
+};
+
+constexpr Encoding writeEncoding(const Field& field) {
+  for (const WriteDifference& difference : writeDifferences)
+    if (difference.offset == field.offset) return difference.write;
+  return field.read;
+}
+
+/// One flag of a kept byte.
+struct Flag {
+  Kept byte;
+  unsigned char mask;
+  unsigned char key;
+  Versions versions;
+  bool whenClear;  // true when the bit is clear, as the camera sends it
+};
+
+inline constexpr Flag flags[] = {
+    {Kept::ControlBlock, 0x80, ORVA_META_KEY_DEAD_PIXEL_CORRECTION, All, false},
+    {Kept::ControlBlock, 0x40, ORVA_META_KEY_PIXEL_ORDERED_IMAGE, All, false},
+    {Kept::ControlBlock, 0x20, ORVA_META_KEY_HDR_MODE, All, false},
+    {Kept::ControlBlock, 0x10, ORVA_META_KEY_LOW_NOISE, All, false},
+    {Kept::ControlBlock, 0x08, ORVA_META_KEY_LOW_DARK_CURRENT, V34,
+     false},  // versions 1, 2: lowDarkCurrentMask
+    {Kept::ControlBlock, 0x04, ORVA_META_KEY_HORZ_SCAN_DIR_INVERT, All, false},
+    {Kept::ControlBlock, 0x02, ORVA_META_KEY_VERT_SCAN_DIR_INVERT, All, true},  // intended: inverted
+    {Kept::ControlBlock, 0x01, ORVA_META_KEY_NON_ROW_ALLIGNED_IMAGE, All, false},
+    {Kept::ControlBlock2, 0x80, ORVA_META_KEY_BACK_SIDE_ILLUMINATED, V234, false},
+    {Kept::ControlBlock2, 0x40, ORVA_META_KEY_GPS_LOCKED, V234, false},
+    {Kept::ControlBlock2, 0x02, ORVA_META_KEY_GLOBAL_RESET, V34, false},
+    {Kept::ControlBlock2, 0x01, ORVA_META_KEY_GPS_ERROR, V34, false},
+    // Intended: a camera sends 0xFF when none of the four applies.
+    {Kept::ControlBlockTest, 0x80, ORVA_META_KEY_TEST_USE_SHIFTED_AVERAGING, V234, true},
+    {Kept::ControlBlockTest, 0x40, ORVA_META_KEY_TEST_IS_STACKED_FRAME, V234, true},
+    {Kept::ControlBlockTest, 0x20, ORVA_META_KEY_TEST_IS_HIGH_FRAME, V234, true},
+    {Kept::ControlBlockTest, 0x10, ORVA_META_KEY_TEST_IS_MERGED_FRAME, V234, true},
+    {Kept::ExtraFlags, 0x40, ORVA_META_KEY_CORRELATED_MULTIPLE_SAMPLE, V34, false},
+    {Kept::ExtraFlags, 0x80, ORVA_META_KEY_EXTRA_FLAG_BIT7, V34, false},
+};
+constexpr unsigned int quadrantMask = 0x3C;        // of Control Block 2, versions 3 and 4
+constexpr unsigned int lowDarkCurrentMask = 0x08;  // of the horizontal binning, versions 1 and 2
+
+constexpr Versions setOf(unsigned int version) {
+  return version == 1 ? V1 : version == 2 ? V2 : V34;
+}
+
+/// A version's fields follow each other without a gap from the prefix to the end of its header.
+constexpr bool fieldsAreContiguous(Versions version, unsigned int end) {
+  unsigned int offset = prefixSize;
+  for (const Field& field : fields) {
+    if ((field.versions & version) == 0) continue;
+    if (field.offset != offset) return false;
+    offset += field.width;
+  }
+  return offset == end;
+}
+static_assert(fieldsAreContiguous(V1, 156));
+static_assert(fieldsAreContiguous(V2, 246));
+static_assert(fieldsAreContiguous(V34, writtenSize));
+
+constexpr bool isInteger(Encoding encoding) {
+  return encoding == Encoding::Unsigned || encoding == Encoding::Signed ||
+         encoding == Encoding::SignMagnitude;
+}
+
+/// No key is read twice in one version, by a field or a flag.
+constexpr bool keysAreUnique(Versions version) {
+  bool seen[ORVA_META_KEY_COUNT] = {};
+  for (const Field& field : fields) {
+    if ((field.versions & version) == 0 || field.kept != Kept::None) continue;
+    if (seen[field.key]) return false;
+    seen[field.key] = true;
+  }
+  for (const Flag& flag : flags) {
+    if ((flag.versions & version) == 0) continue;
+    if (seen[flag.key]) return false;
+    seen[flag.key] = true;
+  }
+  return true;
+}
+static_assert(keysAreUnique(V1) && keysAreUnique(V2) && keysAreUnique(V34));
+
+}  // namespace orvacam::header
+
+#endif  // ORVACAM_SRC_METADATA_HEADER_FIELDS_H

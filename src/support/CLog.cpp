@@ -1,0 +1,317 @@
+#include <orvacam/support/CLog.h>
+#include <orvacam/support/util.h>
+
+#include <cerrno>
+#include <cstring>
+#include <cwchar>
+#include <exception>
+#include <new>
+#include <string>
+#include <system_error>
+#include <type_traits>
+
+#include "support/WideText.h"
+
+namespace {
+
+using orvacam::narrowToWide;
+using orvacam::wideToNarrow;
+
+constexpr std::size_t lineCapacity = 1024;
+constexpr unsigned int largestFile = 0x4000000;
+
+struct LevelWord {
+  int level;
+  const char* word;
+  const wchar_t* wideWord;
+  bool narrowEntry;  ///< whether the narrow entry knows the level
+  const wchar_t* exceptionMessage;
+};
+
+constexpr LevelWord levelWords[] = {
+    {1, "ERROR", L"ERROR", true, L"CLog::log(): LOG_ERROR Program Exception occurred."},
+    {2, "WARN ", L"WARN ", true, L"CLog::log(): LOG_WARNING Program Exception occurred."},
+    {3, "INFO ", L"INFO ", true, L"CLog::log(): LOG_INFO Program Exception occurred."},
+    // Intended: the narrow entry has no word of its own for this level.
+    {4, "REGRW", L"REGRW", false, L"CLog::log(): LOG_REGRW Program Exception occurred."},
+    {5, "DEBUG", L"DEBUG", true, L"CLog::log(): LOG_DEBUG Program Exception occurred."},
+    {6, "TRACE", L"TRACE", true, L"CLog::log(): LOG_TRACE Program Exception occurred."},
+    {7, "FIBRE", L"FIBRE", true, L"CLog::log(): LOG_TRACE_FIBRE Program Exception occurred."},
+};
+constexpr LevelWord unknownWord = {0, "UNKNO", L"UNKNO", true,
+                                   L"CLog::log(): LOG_UNKNOWN Program Exception occurred."};
+
+const LevelWord& wordOf(CLOGLEVEL eLevel, bool bNarrow) {
+  for (const LevelWord& word : levelWords)
+    if (word.level == eLevel && (word.narrowEntry || !bNarrow)) return word;
+  return unknownWord;
+}
+
+struct LocalTime {
+  unsigned int year, month, day, hour, minute, second, millisecond;
+};
+
+LocalTime localTime() {
+  LocalTime t{};
+  utilOSGetLocalTime(&t.year, &t.month, &t.day, &t.hour, &t.minute, &t.second, &t.millisecond);
+  return t;
+}
+
+/// The whole formatted text; formatters that need a buffer of the right size are asked with growing ones. A
+/// text that cannot be formatted yields its format, so that the line is not lost.
+template <typename Character, typename Print>
+std::basic_string<Character> formatted(const Character* pFormat, va_list args, Print print) {
+  constexpr std::size_t largest = 1 << 20;
+  for (std::size_t capacity = 4 * lineCapacity; capacity <= largest; capacity *= 4) {
+    std::basic_string<Character> text(capacity, Character(0));
+    va_list copy;
+    va_copy(copy, args);
+    errno = 0;
+    const int length = print(text.data(), capacity, pFormat, copy);
+    va_end(copy);
+    if (length >= 0 && static_cast<std::size_t>(length) < capacity) {
+      text.resize(static_cast<std::size_t>(length));
+      return text;
+    }
+    if (errno == EILSEQ) break;
+  }
+  return pFormat;
+}
+
+/// Cuts a message to a line: at most 1023 characters, the last one a line feed.
+template <typename Character>
+void makeLine(std::basic_string<Character>& text) {
+  if (text.size() >= lineCapacity || (text.size() == lineCapacity - 1 && text.back() != Character('\n')))
+    text.resize(lineCapacity - 2);
+  if (text.empty() || text.back() != Character('\n')) text.push_back(Character('\n'));
+}
+
+void append(wchar_t* pTarget, std::size_t capacity, const wchar_t* pText) {
+  const std::size_t length = std::wcslen(pTarget);
+  if (pText != nullptr) std::wcsncat(pTarget, pText, capacity - 1 - length);
+}
+
+}  // namespace
+
+CLog* CLog::m_pInstance = nullptr;
+
+CLog::CLog()
+    : m_Mutex{},
+      m_pFile(nullptr),
+      m_LineBuffer{},
+      m_MessageBuffer{},
+      m_FileHeader{},
+      m_FileName{},
+      m_Directory{},
+      m_FilePrefix{L"Log"},
+      m_eLogLevel(CLOGLEVEL_OFF) {
+  utilOSPathGet(m_Directory, 4096);
+  // Intended: the working directory already ends in "/".
+  append(m_Directory, 4096, L"/MarloLogs");
+  makeLogDirectory();
+}
+
+CLog::~CLog() {
+  if (pthread_mutex_lock(&m_Mutex) != 0) std::terminate();
+  closeLogFile(L"(Shutting Down)");
+  pthread_mutex_unlock(&m_Mutex);
+}
+
+CLog* CLog::getInstance() {
+  if (m_pInstance == nullptr) m_pInstance = new CLog;
+  return m_pInstance;
+}
+
+void CLog::release() {
+  delete m_pInstance;
+  m_pInstance = nullptr;
+}
+
+void CLog::setLogPath(const wchar_t* pPath) {
+  append(m_Directory, 4096, pPath);  // intended: appends, does not replace
+  makeLogDirectory();
+}
+
+int CLog::makeLogDirectory() {
+  return utilOSMakeDirectory(m_Directory);
+}
+
+void CLog::setNewFileHeader(const wchar_t* pText) {
+  std::wstring header = pText != nullptr ? pText : L"";
+  header.resize(header.size() < lineCapacity - 2 ? header.size() : lineCapacity - 2);
+  header.push_back(L'\n');
+  std::wmemcpy(m_FileHeader, header.c_str(), header.size() + 1);
+}
+
+// ---- Writing
+// -------------------------------------------------------------------------------------------------
+
+unsigned int CLog::put(const char* pText) {
+  return static_cast<unsigned int>(std::fwrite(pText, 1, std::strlen(pText), m_pFile));
+}
+
+bool CLog::readyFile() {
+  if (m_pFile == nullptr) {
+    openNewFile();
+  } else if (logFileTooLarge()) {
+    closeLogFile(L"(File Too Large)");
+    openNewFile();
+  }
+  return m_pFile != nullptr;
+}
+
+unsigned int CLog::logData(const char* pWord, const char* pFormat, va_list args) {
+  if (!readyFile()) return 0;
+  const LocalTime t = localTime();
+  std::snprintf(m_LineBuffer, sizeof m_LineBuffer, "%04u/%02u/%02u %02u:%02u:%02u.%03u, %s, ", t.year,
+                t.month, t.day, t.hour, t.minute, t.second, t.millisecond, pWord);
+  std::string message =
+      formatted(pFormat, args, [](char* pText, std::size_t size, const char* pForm, va_list list) {
+        return std::vsnprintf(pText, size, pForm, list);
+      });
+  makeLine(message);
+  unsigned int written = put(m_LineBuffer);
+  written += put(message.c_str());
+  std::fflush(m_pFile);
+  return written;
+}
+
+unsigned int CLog::logData(const wchar_t* pWord, const wchar_t* pFormat, va_list args) {
+  if (!readyFile()) return 0;
+  std::wstring message =
+      formatted(pFormat, args, [](wchar_t* pText, std::size_t size, const wchar_t* pForm, va_list list) {
+        return std::vswprintf(pText, size, pForm, list);
+      });
+  makeLine(message);
+  message.pop_back();
+
+  const LocalTime t = localTime();
+  std::swprintf(m_MessageBuffer, lineCapacity, L"%04u/%02u/%02u %02u:%02u:%02u.%03u, %ls, ", t.year, t.month,
+                t.day, t.hour, t.minute, t.second, t.millisecond, pWord);
+  wideToNarrow(m_MessageBuffer, m_LineBuffer, sizeof m_LineBuffer);
+  unsigned int written = put(m_LineBuffer);
+  // Characters may take several bytes: cut once more, with room for the line feed.
+  wideToNarrow(message.c_str(), m_LineBuffer, sizeof m_LineBuffer - 1);
+  std::strcat(m_LineBuffer, "\n");
+  written += put(m_LineBuffer);
+  std::fflush(m_pFile);
+  return written;
+}
+
+void CLog::openNewFile() {
+  closeLogFile(nullptr);
+  const LocalTime t = localTime();
+  wchar_t name[64];
+  std::swprintf(name, 64, L"_%04u%02u%02u_%02u.%02u.%02u.%03u.txt", t.year, t.month, t.day, t.hour, t.minute,
+                t.second, t.millisecond);
+  m_FileName[0] = L'\0';
+  for (const wchar_t* part : {static_cast<const wchar_t*>(m_Directory), L"/",
+                              static_cast<const wchar_t*>(m_FilePrefix), static_cast<const wchar_t*>(name)})
+    append(m_FileName, 4096, part);
+
+  char path[lineCapacity];
+  wideToNarrow(m_FileName, path, sizeof path);
+  m_pFile = std::fopen(path, "w+b");
+  if (m_pFile == nullptr) {
+    const int error = errno;
+    m_MessageBuffer[0] = L'\0';
+    append(m_MessageBuffer, lineCapacity, L"An error occurred while trying to open the log file ");
+    append(m_MessageBuffer, lineCapacity, m_FileName);
+    append(m_MessageBuffer, lineCapacity, L".\nExecution will continue without logging.");
+    errno = error;
+    utilOSShowError(m_MessageBuffer);
+    return;
+  }
+  if (m_FileHeader[0] != L'\0') {
+    wideToNarrow(m_FileHeader, m_LineBuffer, sizeof m_LineBuffer);
+    put(m_LineBuffer);
+  }
+}
+
+void CLog::closeLogFile(const wchar_t* pReason) {
+  if (m_pFile == nullptr) return;
+  const LocalTime t = localTime();
+  wchar_t time[64];
+  std::swprintf(time, 64, L"at %04u/%02u/%02u %02u:%02u:%02u.%03u\n", t.year, t.month, t.day, t.hour,
+                t.minute, t.second, t.millisecond);
+  m_MessageBuffer[0] = L'\0';
+  append(m_MessageBuffer, lineCapacity, L"\n\nFile Closed ");
+  if (pReason != nullptr) {
+    append(m_MessageBuffer, lineCapacity - 64, pReason);
+    append(m_MessageBuffer, lineCapacity, L" ");
+  }
+  append(m_MessageBuffer, lineCapacity, time);
+  wideToNarrow(m_MessageBuffer, m_LineBuffer, sizeof m_LineBuffer);
+  put(m_LineBuffer);
+  std::fclose(m_pFile);
+  m_pFile = nullptr;
+}
+
+bool CLog::logFileTooLarge() {
+  if (m_pFile == nullptr) return false;
+  std::fseek(m_pFile, 0, SEEK_END);
+  return static_cast<unsigned int>(std::ftell(m_pFile)) > largestFile;
+}
+
+template <typename Character>
+void CLog::writeLocked(const Character* pWord, const wchar_t* pExceptionMessage, const Character* pFormat,
+                       va_list args) {
+  if (const int error = pthread_mutex_lock(&m_Mutex); error != 0)
+    throw std::system_error(error, std::generic_category());
+  if (pFormat != nullptr && pFormat[0] != Character(0)) {
+    try {
+      logData(pWord, pFormat, args);
+    } catch (...) {
+      utilOSShowError(pExceptionMessage);
+    }
+  }
+  pthread_mutex_unlock(&m_Mutex);
+}
+
+// ---- Entries
+// -------------------------------------------------------------------------------------------------
+
+void CLog::DoLog(CLOGLEVEL eLevel, const char* pFormat, va_list args) {
+  if (m_eLogLevel == CLOGLEVEL_OFF || m_eLogLevel < eLevel) return;
+  const LevelWord& word = wordOf(eLevel, true);
+  writeLocked(word.word, word.exceptionMessage, pFormat, args);
+}
+
+void CLog::log(CLOGLEVEL eLevel, const char* pFormat, ...) {
+  va_list args;
+  va_start(args, pFormat);
+  DoLog(eLevel, pFormat, args);
+  va_end(args);
+}
+
+void CLog::log(CLOGLEVEL eLevel, const wchar_t* pFormat, ...) {
+  if (m_eLogLevel == CLOGLEVEL_OFF || m_eLogLevel < eLevel) return;
+  const LevelWord& word = wordOf(eLevel, false);
+  va_list args;
+  va_start(args, pFormat);
+  writeLocked(word.wideWord, word.exceptionMessage, pFormat, args);
+  va_end(args);
+}
+
+// The fixed-level entries differ in their word and in the message of an exception alone.
+#define ORVACAM_FIXED_LEVEL_VLOG(name, word)                                                      \
+  void CLog::v##name(const wchar_t* pFormat, va_list args) {                                      \
+    if (pFormat != nullptr)                                                                       \
+      writeLocked(word, L"CLog::v" #name "(char *): Program Exception occurred.", pFormat, args); \
+  }
+#define ORVACAM_FIXED_LEVEL_LOG(name, word)                                                    \
+  ORVACAM_FIXED_LEVEL_VLOG(name, word)                                                         \
+  void CLog::name(const wchar_t* pFormat, ...) {                                               \
+    if (pFormat == nullptr) return;                                                            \
+    va_list args;                                                                              \
+    va_start(args, pFormat);                                                                   \
+    writeLocked(word, L"CLog::" #name "(char *): Program Exception occurred.", pFormat, args); \
+    va_end(args);                                                                              \
+  }
+
+ORVACAM_FIXED_LEVEL_LOG(logError, L"ERROR")
+ORVACAM_FIXED_LEVEL_LOG(logWarning, L"WARN ")
+ORVACAM_FIXED_LEVEL_LOG(logInfo, L"INFO ")
+ORVACAM_FIXED_LEVEL_LOG(logTrace, L"TRACE")
+ORVACAM_FIXED_LEVEL_LOG(logTraceFibre, L"FIBRE")
+ORVACAM_FIXED_LEVEL_VLOG(logDebug, L"DEBUG")  // intended: there is no variadic form of this one
