@@ -26,7 +26,8 @@ bool startsWithIgnoringCase(std::string_view text, std::string_view start) {
 }
 
 std::string_view view(const unsigned char* bytes, std::size_t length) {
-  return bytes == nullptr ? std::string_view() : std::string_view(reinterpret_cast<const char*>(bytes), length);
+  return bytes == nullptr ? std::string_view()
+                          : std::string_view(reinterpret_cast<const char*>(bytes), length);
 }
 
 void skipBlanks(std::string_view& text) {
@@ -91,9 +92,9 @@ int parseNextKey(const unsigned char* card, std::size_t length, std::string& key
 }
 
 int findKeyIndex(std::string_view keyword) {
-  const auto* const found = std::find_if(std::begin(keywords), std::end(keywords), [keyword](const Keyword& row) {
-    return equalsIgnoringCase(row.name, keyword);
-  });
+  const auto* const found =
+      std::find_if(std::begin(keywords), std::end(keywords),
+                   [keyword](const Keyword& row) { return equalsIgnoringCase(row.name, keyword); });
   return found != std::end(keywords) ? static_cast<int>(found - std::begin(keywords)) : -1;
 }
 

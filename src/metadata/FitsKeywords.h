@@ -14,8 +14,8 @@ struct Keyword {
   const char* description;  ///< also the comment of the card that is written
 };
 
-/// The place of a keyword below ORVA_META_KEY_COUNT is its metadata key; behind those come the keywords of the
-/// format itself.
+/// The place of a keyword below ORVA_META_KEY_COUNT is its metadata key; behind those come the keywords of
+/// the format itself.
 // clang-format off
 inline constexpr Keyword keywords[] = {
     {"MAGIC", "Magic Number"},

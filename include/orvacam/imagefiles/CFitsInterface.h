@@ -107,9 +107,13 @@ class ORVACAM_API CFitsInterface {
   /// Fills the buffer with blanks and writes all cards. The result of the first card; later ones that do not
   /// fit are left out.
   int DoWriteHeader(unsigned char* pBuffer, unsigned int uiSize, const CFrameMetaData& meta);
+  /// The next card of the buffer, blank but for the keyword; null when there is no room.
+  unsigned char* DoNextCard(unsigned char* pBuffer, unsigned int uiSize, const char* pKeyword);
+  /// A value as the text that stands in its card, or null for none.
   const char* DoFormatValue(unsigned int uiType, const void* pValue);
-  unsigned char* DoNextCard(unsigned char* pBuffer, unsigned int uiSize);
-  int DoWriteFile(const std::string& path, const unsigned char* pBytes, std::size_t ulCount);
+  /// Writes header and pixels, uiNumPixels x 2 bytes in all, to an open file.
+  int DoWriteImage(int iFile, const unsigned short* pPixels, unsigned int uiNumPixels,
+                   const CFrameMetaData& meta);
 
   const char* m_pDefaultText;     ///< stands for null texts
   unsigned char* m_pImageCopy;    ///< owned

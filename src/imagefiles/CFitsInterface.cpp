@@ -1,0 +1,480 @@
+#include <fcntl.h>
+#include <orvacam/imagefiles/CFitsInterface.h>
+#include <orvacam/metadata/CFrameMetaData.h>
+#include <orvacam/support/CLog.h>
+#include <orvacam/support/util.h>
+#include <orvacam/version.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "imagefiles/FramePixels.h"
+#include "kernels/Kernels.h"
+#include "metadata/FitsCards.h"
+#include "metadata/FitsKeywords.h"
+#include "support/CheckedMath.h"
+#include "support/NumberText.h"
+
+using namespace orvacam::fits;
+
+namespace {
+
+constexpr unsigned int headerSize = 2 * blockSize;
+constexpr unsigned int valueColumn = 10;
+constexpr unsigned int lastValueColumn = 77;  // a value that ends here leaves no room for a comment
+constexpr std::size_t longestText = 68;
+
+/// A file is written in pieces of this many pixels, so that no copy of the whole frame is needed.
+constexpr unsigned int piecePixels = 512 * 1024;
+
+constexpr const char* formatComment =
+    "FITS (Flexible Image Transport System) format is defined in 'Astronomy and Astrophysics', volume 376, "
+    "page "
+    "359; bibcode: 2001A&A...376..359H";
+
+// ---- The cards
+// -----------------------------------------------------------------------------------------------
+
+/// Where a card's value comes from.
+enum class Source : unsigned char {
+  Key,       // the metadata value that the keyword stands for
+  Constant,  // the row's number
+  Width,     // of the binned frame
+  Height,
+  Creator,  // this library and its version
+  CaptureDate,
+  LocalTime,
+  SensorTemperature,
+  Latitude,
+  Longitude,
+  FormatComment,  // no value: a text in comment cards
+  None            // no value: the keyword alone
+};
+
+/// Which frames have the card.
+enum class When : unsigned char { Always, HasPosition, IsHighPlane, IsLowPlane };
+
+struct Card {
+  unsigned int keyword;  // place in the keyword table, which also has the comment
+  FITS_VALUE_TYPE type;
+  Source source = Source::Key;
+  double constant = 0.0;
+  When when = When::Always;
+};
+
+constexpr FITS_VALUE_TYPE L = FITS_VALUE_LOGICAL;
+constexpr FITS_VALUE_TYPE S = FITS_VALUE_STRING;
+constexpr FITS_VALUE_TYPE U = FITS_VALUE_UNSIGNED;
+constexpr FITS_VALUE_TYPE I = FITS_VALUE_SIGNED;
+constexpr FITS_VALUE_TYPE F = FITS_VALUE_FLOAT;
+
+/// The header, in order.
+constexpr Card cards[] = {
+    {Simple, L, Source::Constant, 1},
+    {Bitpix, U, Source::Constant, 16},
+    {Naxis, U, Source::Constant, 2},
+    {Naxis1, U, Source::Width},
+    {Naxis2, U, Source::Height},
+    {Extend, L, Source::Constant, 1},
+    {Comment, S, Source::FormatComment},
+    {Bscale, F, Source::Constant, 1.0},
+    {Bzero, F, Source::Constant, 32768.0},
+    {ORVA_META_KEY_CAMERA_MODEL, S},
+    {ORVA_META_KEY_CAMERA_SERIAL_NUMBER, S},
+    {ORVA_META_KEY_FIRMWARE_VERSION, U},
+    {ORVA_META_KEY_LIB_INFO_STRING, S, Source::Creator},
+    {ORVA_META_KEY_METADATA_VERSION, U},
+    {ORVA_META_KEY_CAPTURE_DATE, S, Source::CaptureDate},
+    {ORVA_META_KEY_UNUSED_23, S, Source::LocalTime},  // intended: local time, although the standard says UTC
+    {ORVA_META_KEY_SENSOR_COOLER_TEMP, I},            // intended: these three stay in tenths of a degree
+    {ORVA_META_KEY_FPGA_TEMPERATURE, I},
+    {ORVA_META_KEY_BASE_TEMPERATURE, I},
+    {ORVA_META_KEY_SENSOR_CHIP_TEMP, F, Source::SensorTemperature},
+    {ORVA_META_KEY_BACK_SIDE_ILLUMINATED, U},
+    {ORVA_META_KEY_HORIZONTAL_BINNING, U},
+    {ORVA_META_KEY_VERTICAL_BINNING, U},
+    {ORVA_META_KEY_BLACK_LEVEL_ADJUST, U},
+    {ORVA_META_KEY_BLACK_LEVEL_SUN, U},
+    {ORVA_META_KEY_DEAD_PIXEL_CORRECTION, U},
+    {ORVA_META_KEY_EXPOSURE_TIME, U},
+    {ORVA_META_KEY_FRAME_NUMBER, U},
+    {ORVA_META_KEY_TEST_IS_HIGH_FRAME, U},
+    {ORVA_META_KEY_TEST_IS_MERGED_FRAME, U},
+    {ORVA_META_KEY_HDR_GAIN, F, Source::Key, 0, When::IsHighPlane},
+    {ORVA_META_KEY_LDR_GAIN, F, Source::Key, 0, When::IsLowPlane},
+    {ORVA_META_KEY_LOW_DARK_CURRENT, U},
+    {ORVA_META_KEY_LOW_NOISE, U},
+    {ORVA_META_KEY_GPS_LOCKED, U, Source::Key, 0, When::HasPosition},
+    {ORVA_META_KEY_GPS_LATITUDE_RAW, F, Source::Latitude, 0, When::HasPosition},
+    {ORVA_META_KEY_GPS_LONGITUDE_RAW, F, Source::Longitude, 0, When::HasPosition},
+    {ORVA_META_KEY_HDR_MODE, U},
+    {ORVA_META_KEY_HORZ_SCAN_DIR_INVERT, U},
+    {ORVA_META_KEY_VERT_SCAN_DIR_INVERT, U},
+    {ORVA_META_KEY_ILLUMIN_START_DELAY, I},
+    {ORVA_META_KEY_ILLUMIN_STOP_DELAY, I},
+    {ORVA_META_KEY_IMAGE_START_COLUMN, U},
+    {ORVA_META_KEY_IMAGE_START_ROW, U},
+    {ORVA_META_KEY_IMAGE_STOP_COLUMN, U},
+    {ORVA_META_KEY_IMAGE_STOP_ROW, U},
+    {ORVA_META_KEY_NON_ROW_ALLIGNED_IMAGE, U},
+    {ORVA_META_KEY_NUMBER_OF_DATA_CHANNELS, U},
+    {ORVA_META_KEY_PIXEL_ORDERED_IMAGE, U},
+    {ORVA_META_KEY_PRE_REFERENCE_ROWS, U},
+    {ORVA_META_KEY_POST_REFERENCE_ROWS, U},
+    {ORVA_META_KEY_PRE_ROW_REF_PIXELS, U},
+    {ORVA_META_KEY_POST_ROW_REF_PIXELS, U},
+    {ORVA_META_KEY_SENSOR_PIXEL_BIT_DEPTH, U},
+    {ORVA_META_KEY_SHUTTER_OPEN_DELAY, I},
+    {ORVA_META_KEY_SHUTTER_CLOSE_DELAY, I},
+    {ORVA_META_KEY_TRACKING_FRAMES_PER_IMAGE_FRAME, U},
+    {ORVA_META_KEY_TRACKING_START_COLUMN, U},
+    {ORVA_META_KEY_TRACKING_START_ROW, U},
+    {ORVA_META_KEY_TRACKING_STOP_COLUMN, U},
+    {ORVA_META_KEY_TRACKING_STOP_ROW, U},
+    {End, U, Source::None},
+};
+// Each row is a card, but for the second of the two gains and for the text of two cards.
+static_assert((sizeof cards / sizeof cards[0]) * cardSize <= headerSize, "the header has room for all cards");
+
+/// The values that one frame's cards show.
+class CardValues {
+ public:
+  explicit CardValues(const CFrameMetaData& meta) : m_meta(meta) {
+    m_meta.GetFrameDimensionsBinned(m_width, m_height);
+    m_isHighPlane = m_meta.Value(ORVA_META_KEY_TEST_IS_HIGH_FRAME).GetValueBool();
+    m_hasPosition = m_meta.Value(ORVA_META_KEY_METADATA_VERSION).GetValueUint() != 1;
+  }
+
+  bool applies(When when) const {
+    switch (when) {
+      case When::HasPosition:
+        return m_hasPosition;
+      case When::IsHighPlane:
+        return m_isHighPlane;
+      case When::IsLowPlane:
+        return !m_isHighPlane;
+      default:
+        return true;
+    }
+  }
+
+  /// The card's value in its type; null for none. Valid until the next call.
+  const void* of(const Card& card) {
+    switch (card.source) {
+      case Source::Key:
+        return keyValue(card);
+      case Source::Constant:
+        return number(card.type, card.constant);
+      case Source::Width:
+        return number(card.type, m_width);
+      case Source::Height:
+        return number(card.type, m_height);
+      case Source::Creator:
+        std::snprintf(m_text, sizeof m_text, "Created By liborvacam %d.%d.%d", ORVACAM_VERSION_MAJOR,
+                      ORVACAM_VERSION_MINOR, ORVACAM_VERSION_PATCH);
+        return m_text;
+      case Source::CaptureDate:
+        m_meta.GetCaptureDate(m_text, sizeof m_text);
+        return m_text;
+      case Source::LocalTime:
+        utilOSGetLocalTimeString(m_text, sizeof m_text);
+        return m_text;
+      case Source::SensorTemperature:
+        return number(card.type, m_meta.GetSensorTemperature());
+      case Source::Latitude:
+        return number(card.type, m_meta.GetGPSLatitude());
+      case Source::Longitude:
+        return number(card.type, m_meta.GetGPSLongitude());
+      default:
+        return nullptr;
+    }
+  }
+
+ private:
+  const void* keyValue(const Card& card) {
+    const CMetaValues& value = m_meta.Value(static_cast<ORVA_META_KEYS>(card.keyword));
+    switch (card.type) {
+      case FITS_VALUE_STRING: {
+        int length = sizeof m_text - 1;
+        m_text[length] = '\0';
+        return value.GetValue(m_text, length);
+      }
+      case FITS_VALUE_SIGNED:
+        return number(card.type, value.GetValueInt());
+      case FITS_VALUE_FLOAT:
+        return number(card.type, value.GetValueDouble());
+      default:
+        return number(card.type, value.GetValueUint());
+    }
+  }
+
+  /// All 32-bit integers are doubles, too.
+  const void* number(FITS_VALUE_TYPE type, double value) {
+    switch (type) {
+      case FITS_VALUE_LOGICAL:
+        return &(m_flag = value != 0.0);
+      case FITS_VALUE_UNSIGNED:
+        return &(m_unsigned = static_cast<unsigned int>(value));
+      case FITS_VALUE_SIGNED:
+        return &(m_signed = static_cast<int>(value));
+      default:
+        return &(m_real = value);
+    }
+  }
+
+  const CFrameMetaData& m_meta;
+  unsigned int m_width = 0;
+  unsigned int m_height = 0;
+  bool m_isHighPlane;
+  bool m_hasPosition;
+
+  bool m_flag = false;
+  unsigned int m_unsigned = 0;
+  int m_signed = 0;
+  double m_real = 0.0;
+  char m_text[128] = "";
+};
+
+// ---- Pixels and files
+// ----------------------------------------------------------------------------------------
+
+/// Room of an odd size puts the pixels at odd addresses.
+void swapInPlace(unsigned char* bytes, std::size_t pixels) {
+  if (reinterpret_cast<std::uintptr_t>(bytes) % alignof(std::uint16_t) == 0) {
+    auto* const words = reinterpret_cast<std::uint16_t*>(bytes);
+    orvacam::kernels::active().swapBytes(words, words, pixels);
+    return;
+  }
+  for (std::size_t i = 0; i < pixels; ++i)
+    std::swap(bytes[2 * i], bytes[2 * i + 1]);
+}
+
+bool writeAll(int file, const unsigned char* bytes, std::size_t count) {
+  while (count > 0) {
+    const ssize_t written = write(file, bytes, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    bytes += written;
+    count -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+}  // namespace
+
+CFitsInterface::CFitsInterface()
+    : m_pDefaultText(""), m_pImageCopy(nullptr), m_ulImageCopySize(0), m_uiPosition(0), m_ValueText{} {}
+
+CFitsInterface::~CFitsInterface() {
+  FreeAll();
+}
+
+bool CFitsInterface::IsFitsFrame(const unsigned char* pBuffer, unsigned int uiLength) {
+  return isFitsFrame(pBuffer, uiLength);
+}
+
+bool CFitsInterface::IsSupportIncluded() {
+  return true;
+}
+
+// ---- Header
+// --------------------------------------------------------------------------------------------------
+
+unsigned char* CFitsInterface::DoNextCard(unsigned char* pBuffer, unsigned int uiSize, const char* pKeyword) {
+  if (pBuffer == nullptr || m_uiPosition > uiSize || uiSize - m_uiPosition < cardSize) return nullptr;
+  unsigned char* const card = pBuffer + m_uiPosition;
+  m_uiPosition += cardSize;
+  std::memset(card, ' ', cardSize);
+  if (pKeyword != nullptr) std::memcpy(card, pKeyword, strnlen(pKeyword, keywordSize));
+  return card;
+}
+
+const char* CFitsInterface::DoFormatValue(unsigned int uiType, const void* pValue) {
+  if (pValue == nullptr && uiType != FITS_VALUE_STRING) return nullptr;
+  switch (uiType) {
+    case FITS_VALUE_LOGICAL:
+      return *static_cast<const bool*>(pValue) ? "T" : "F";
+    case FITS_VALUE_STRING:
+      std::snprintf(m_ValueText, sizeof m_ValueText, "'%.*s'", static_cast<int>(longestText),
+                    pValue != nullptr ? static_cast<const char*>(pValue) : m_pDefaultText);
+      return m_ValueText;
+    case FITS_VALUE_UNSIGNED:
+      std::snprintf(m_ValueText, sizeof m_ValueText, "%u", *static_cast<const unsigned int*>(pValue));
+      return m_ValueText;
+    case FITS_VALUE_SIGNED:
+      std::snprintf(m_ValueText, sizeof m_ValueText, "%d", *static_cast<const int*>(pValue));
+      return m_ValueText;
+    case FITS_VALUE_FLOAT: {
+      const std::string text = orvacam::fixedText(*static_cast<const double*>(pValue));
+      if (text.size() > cardSize - valueColumn) return "0.";  // a cut number would be another number
+      std::memcpy(m_ValueText, text.c_str(), text.size() + 1);
+      return m_ValueText;
+    }
+    default:
+      return nullptr;
+  }
+}
+
+int CFitsInterface::RecWriteNextKey(unsigned char* pBuffer, unsigned int uiSize, const char* pKeyword,
+                                    unsigned int uiType, const void* pValue, const char* pComment) {
+  unsigned char* const card = DoNextCard(pBuffer, uiSize, pKeyword);
+  if (card == nullptr) return -1;
+
+  std::size_t end = pKeyword != nullptr ? strnlen(pKeyword, keywordSize) : 0;
+  if (const char* const value = DoFormatValue(uiType, pValue)) {
+    const std::size_t length = std::strlen(value);
+    card[keywordSize] = '=';
+    std::memcpy(card + valueColumn, value, length);
+    end = valueColumn + length;
+  }
+  if (pComment != nullptr && *pComment != '\0' && end < lastValueColumn) {
+    card[end + 1] = '/';
+    std::memcpy(card + end + 3, pComment, strnlen(pComment, cardSize - (end + 3)));
+  }
+  return 0;
+}
+
+int CFitsInterface::RecWriteNextKey(unsigned char* pBuffer, unsigned int uiSize, const char* pText) {
+  std::string_view text = pText != nullptr ? pText : "";
+  while (!text.empty()) {
+    const std::string_view part = text.substr(0, cardSize - valueColumn);
+    unsigned char* const card = DoNextCard(pBuffer, uiSize, keywords[Comment].name.data());
+    if (card == nullptr) return -1;
+    std::memcpy(card + valueColumn, part.data(), part.size());
+    text.remove_prefix(part.size());
+  }
+  return 0;
+}
+
+int CFitsInterface::DoWriteHeader(unsigned char* pBuffer, unsigned int uiSize, const CFrameMetaData& meta) {
+  if (pBuffer == nullptr) return -1;
+  std::memset(pBuffer, ' ', uiSize);
+  m_uiPosition = 0;
+
+  CardValues values(meta);
+  int result = 0;
+  for (const Card& card : cards) {
+    if (!values.applies(card.when)) continue;
+    const Keyword& keyword = keywords[card.keyword];
+    const int written =
+        card.source == Source::FormatComment
+            ? RecWriteNextKey(pBuffer, uiSize, formatComment)
+            : RecWriteNextKey(pBuffer, uiSize, keyword.name.data(), card.type, values.of(card),
+                              card.source == Source::None ? nullptr : keyword.description);
+    // Intended: only the first card's failure is reported.
+    if (card.keyword == Simple) result = written;
+  }
+  return result;
+}
+
+// ---- Images
+// --------------------------------------------------------------------------------------------------
+
+void CFitsInterface::ExtraBytes(unsigned long ulNumPixels, unsigned int uiBitsPerPixel,
+                                unsigned int& uiHeaderBytes, unsigned int& uiTrailerBytes) {
+  const unsigned long bytes = orvacam::ceilDivide(ulNumPixels * uiBitsPerPixel, 8UL);
+  const auto excess = static_cast<unsigned int>(bytes % blockSize);
+  uiHeaderBytes = headerSize;
+  uiTrailerBytes = excess != 0 ? blockSize - excess : 0;
+}
+
+int CFitsInterface::CreateImageBuffer(unsigned short* pBuffer, unsigned int uiHeaderBytes,
+                                      unsigned int uiNumPixels, const CFrameMetaData& meta, bool bSwapped) {
+  if (pBuffer == nullptr || uiHeaderBytes < headerSize) return -1;
+  auto* const bytes = reinterpret_cast<unsigned char*>(pBuffer);
+  const int result = DoWriteHeader(bytes, uiHeaderBytes, meta);
+  // Intended: 32768 is not subtracted, although the header declares it.
+  if (result == 0 && !bSwapped) swapInPlace(bytes + uiHeaderBytes, uiNumPixels);
+  return result;
+}
+
+int CFitsInterface::AllocateImageCopy(unsigned int uiNumPixels, unsigned int uiHeaderBytes) {
+  const std::size_t size = sizeof(unsigned short) * std::size_t{uiNumPixels} + uiHeaderBytes;
+  if (m_pImageCopy != nullptr && size <= m_ulImageCopySize) return 0;
+  FreeAll();
+  m_pImageCopy = static_cast<unsigned char*>(std::malloc(size));
+  if (m_pImageCopy == nullptr) return -1;
+  m_ulImageCopySize = size;
+  return 0;
+}
+
+void CFitsInterface::FreeAll() {
+  std::free(m_pImageCopy);
+  m_pImageCopy = nullptr;
+  m_ulImageCopySize = 0;
+}
+
+int CFitsInterface::DoWriteImage(int iFile, const unsigned short* pPixels, unsigned int uiNumPixels,
+                                 const CFrameMetaData& meta) {
+  // Intended: the length counts the pixels alone, so that the header displaces the last of them.
+  std::size_t left = sizeof(unsigned short) * std::size_t{uiNumPixels};
+  const std::size_t header = std::min<std::size_t>(left, headerSize);
+  if (DoWriteHeader(m_pImageCopy, headerSize, meta) != 0 || !writeAll(iFile, m_pImageCopy, header)) return -1;
+  left -= header;
+  while (left > 0) {
+    const std::size_t pixels = std::min<std::size_t>(left / sizeof(unsigned short), piecePixels);
+    auto* const swapped = reinterpret_cast<unsigned short*>(m_pImageCopy);
+    orvacam::kernels::active().swapBytes(pPixels, swapped, pixels);
+    if (!writeAll(iFile, m_pImageCopy, pixels * sizeof(unsigned short))) return -1;
+    pPixels += pixels;
+    left -= pixels * sizeof(unsigned short);
+  }
+  return 0;
+}
+
+int CFitsInterface::CreateImageFile(const std::string& path, const unsigned short* pPixels,
+                                    const CFrameMetaData& meta) {
+  constexpr const char* operation = "CreateImageFile";
+  unsigned int pixels = 0;
+  if (pPixels == nullptr || !orvacam::framePixels(meta, pixels)) return -1;
+  if (AllocateImageCopy(std::min(pixels, piecePixels), headerSize) != 0) return -1;
+
+  // Intended: an existing file is not truncated.
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  if (file < 0) {
+    CLog::getInstance()->log(CLOGLEVEL_ERROR, L"%s: Unable to open file %s, err %d\n", operation,
+                             path.c_str(), errno);
+    return -1;
+  }
+  int result = DoWriteImage(file, pPixels, pixels, meta);
+  if (close(file) != 0) result = -1;  // some file systems say only now that the disk is full
+  CLog::getInstance()->log(
+      CLOGLEVEL_ERROR,  // intended: the success, too
+      result == 0 ? L"%s: Successfully wrote file %s, size %d\n" : L"%s: Error writing file %s, size %d\n",
+      operation, path.c_str(), static_cast<int>(pixels * sizeof(unsigned short)));
+  return result;
+}
+
+// ---- Reading back
+// --------------------------------------------------------------------------------------------
+
+int CFitsInterface::ParseMetaData(const unsigned char* pBuffer, unsigned int uiLength, CFrameMetaData& meta,
+                                  bool& bEnd) {
+  return parseMetaData(pBuffer, uiLength, meta, bEnd);
+}
+
+int CFitsInterface::ParseMetaData(std::FILE* pStream, CFrameMetaData& meta) {
+  return parseMetaData(pStream, meta);
+}
+
+int CFitsInterface::ParseNextKey(const unsigned char* pCard, unsigned int uiLength, std::string& keyword,
+                                 std::string& value) {
+  return parseNextKey(pCard, uiLength, keyword, value);
+}
+
+int CFitsInterface::FindKeyIndex(const std::string& keyword) {
+  return findKeyIndex(keyword);
+}
+
+void CFitsInterface::ProcessKeyValue(const std::string& keyword, const std::string& value,
+                                     CFrameMetaData& meta) {
+  processKeyValue(keyword, value, meta);
+}
+
+void CFitsInterface::LogFitsError(const char* /*pOperation*/, const char* /*pText*/, int /*iStatus*/) {}
