@@ -38,13 +38,6 @@ struct PlaneTerms {
 /// Counts of the values 0 to 65535 (owned by the caller, added to, 64 bits so that no run overflows them).
 constexpr std::size_t histogramEntries = 65536;
 
-struct Extremes {
-  std::uint16_t minimum;
-  std::uint16_t maximum;
-  std::size_t minimumIndex;  ///< first position of the minimum in the run
-  std::size_t maximumIndex;  ///< first position of the maximum in the run
-};
-
 struct KernelTable {
   const char* name;     ///< "reference", "avx2", "avx512"
   bool (*supported)();  ///< whether this processor runs it
@@ -62,8 +55,11 @@ struct KernelTable {
 
   /// Adds every pixel to its histogram count.
   void (*countPixels)(const std::uint16_t* pixels, std::size_t count, std::uint64_t* histogram);
-  /// Extremes of a run of at least one pixel.
-  void (*findExtremes)(const std::uint16_t* pixels, std::size_t count, Extremes* extremes);
+  /// Smallest and largest value of a run of at least one pixel.
+  void (*findExtremes)(const std::uint16_t* pixels, std::size_t count, std::uint16_t* minimum,
+                       std::uint16_t* maximum);
+  /// First position of a value; count when it is not there.
+  std::size_t (*findFirst)(const std::uint16_t* pixels, std::size_t count, std::uint16_t value);
 
   /// s = clamp((p << f) + a, 0, 32767); c = min((s * m + half) >> (f + g), 65535) for both planes, then the
   /// thresholds choose. Output may be one of the inputs.

@@ -1,0 +1,132 @@
+#ifndef ORVACAM_SRC_KERNELS_KERNEL_LOOPS_H
+#define ORVACAM_SRC_KERNELS_KERNEL_LOOPS_H
+
+// The plain definition of every kernel. Each instruction set's source includes it, so that loops which the
+// compiler vectorises as well as a hand would are written once. Everything is static: a function built for a
+// new processor must not be linked into code for an old one.
+
+#include "kernels/Kernels.h"
+
+namespace orvacam::kernels::loops {
+
+static void unpack12(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
+  for (std::size_t i = 0; i < pairs; ++i) {
+    const std::uint32_t b0 = packed[3 * i];
+    const std::uint32_t b1 = packed[3 * i + 1];
+    const std::uint32_t b2 = packed[3 * i + 2];
+    pixels[2 * i] = static_cast<std::uint16_t>(b0 << 4 | b1 >> 4);
+    pixels[2 * i + 1] = static_cast<std::uint16_t>((b1 & 15) << 8 | b2);
+  }
+}
+
+static std::uint16_t swapped(std::uint16_t value) {
+  return static_cast<std::uint16_t>(value << 8 | value >> 8);
+}
+
+static void swapBytes(const std::uint16_t* source, std::uint16_t* destination, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    destination[i] = swapped(source[i]);
+}
+
+static void swapBytesMirrored(const std::uint16_t* source, std::uint16_t* destination, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    destination[count - 1 - i] = swapped(source[i]);
+}
+
+static void subtractBias(std::uint16_t* plane, const std::uint16_t* bias, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    plane[i] = static_cast<std::uint16_t>(plane[i] > bias[i] ? plane[i] - bias[i] : 0);
+}
+
+static void countPixels(const std::uint16_t* pixels, std::size_t count, std::uint64_t* histogram) {
+  for (std::size_t i = 0; i < count; ++i)
+    ++histogram[pixels[i]];
+}
+
+static void findExtremes(const std::uint16_t* pixels, std::size_t count, std::uint16_t* minimum,
+                         std::uint16_t* maximum) {
+  std::uint16_t smallest = pixels[0];
+  std::uint16_t largest = pixels[0];
+  for (std::size_t i = 1; i < count; ++i) {
+    smallest = pixels[i] < smallest ? pixels[i] : smallest;
+    largest = pixels[i] > largest ? pixels[i] : largest;
+  }
+  *minimum = smallest;
+  *maximum = largest;
+}
+
+static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std::uint16_t value) {
+  std::size_t i = 0;
+  while (i < count && pixels[i] != value)
+    ++i;
+  return i;
+}
+
+/// One corrected pixel: the fixed-point form of round(clamp(p + a, 0, max) * m), cut at 65535.
+static std::uint32_t corrected(std::uint32_t pixel, std::int32_t additive, std::uint32_t multiplicative,
+                               const MergeRule& rule) {
+  constexpr std::int64_t largestSum = 32767;  // of a signed 16-bit number, whatever its fraction bits
+  std::int64_t sum = (static_cast<std::int64_t>(pixel) << rule.additiveFractionBits) + additive;
+  sum = sum < 0 ? 0 : sum > largestSum ? largestSum : sum;
+  const std::uint32_t fraction = rule.additiveFractionBits + rule.multiplicativeFractionBits;
+  const std::uint64_t half = fraction > 0 ? std::uint64_t{1} << (fraction - 1) : 0;
+  const std::uint64_t result = (static_cast<std::uint64_t>(sum) * multiplicative + half) >> fraction;
+  return static_cast<std::uint32_t>(result > 65535 ? 65535 : result);
+}
+
+static std::uint16_t chosen(std::uint32_t low, std::uint32_t high, const MergeRule& rule) {
+  const auto l = static_cast<std::int32_t>(low);
+  const auto h = static_cast<std::int32_t>(high);
+  const bool takeLow =
+      rule.type == 1 || (rule.type != 2 && (h >= rule.highThreshold || l - h > rule.differenceThreshold));
+  return static_cast<std::uint16_t>(takeLow ? low : high);
+}
+
+static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                         std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
+  for (std::size_t i = 0; i < count; ++i)
+    merged[i] = chosen(corrected(low[i], terms.additiveLow, terms.multiplicativeLow, rule),
+                       corrected(high[i], terms.additiveHigh, terms.multiplicativeHigh, rule), rule);
+}
+
+static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                        std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
+  for (std::size_t i = 0; i < count; ++i)
+    merged[i] = chosen(corrected(low[i], terms.additiveLow[i], terms.multiplicativeLow[i], rule),
+                       corrected(high[i], terms.additiveHigh[i], terms.multiplicativeHigh[i], rule), rule);
+}
+
+static void mergeMapped(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                        std::size_t count, const std::uint16_t* map, std::uint32_t width,
+                        std::uint32_t height) {
+  for (std::size_t i = 0; i < count; ++i)
+    merged[i] =
+        high[i] < height && low[i] < width ? map[std::size_t{high[i]} * width + low[i]] : std::uint16_t{0};
+}
+
+static void addToSums8(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    sums[i] += pixels[i];
+}
+
+static void addToSums16(const std::uint16_t* pixels, std::uint32_t* sums, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    sums[i] += pixels[i];
+}
+
+static void emptySums(std::uint32_t* sums, std::uint64_t* wide, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    wide[i] += sums[i];
+    sums[i] = 0;
+  }
+}
+
+static void meansOfSums(const std::uint32_t* sums, const std::uint64_t* wide, std::uint16_t* means,
+                        std::size_t count, std::uint32_t frames) {
+  for (std::size_t i = 0; i < count; ++i)
+    means[i] = static_cast<std::uint16_t>((wide[i] + sums[i]) / frames);
+}
+
+}  // namespace orvacam::kernels::loops
+
+#endif  // ORVACAM_SRC_KERNELS_KERNEL_LOOPS_H

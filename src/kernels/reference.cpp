@@ -1,0 +1,29 @@
+// The reference table: the plain definitions, compiled for any processor of the architecture.
+
+#include "kernels/KernelLoops.h"
+#include "kernels/KernelTables.h"
+
+namespace orvacam::kernels {
+
+static bool always() {
+  return true;
+}
+
+extern const KernelTable referenceTable = {"reference",
+                                           always,
+                                           loops::unpack12,
+                                           loops::swapBytes,
+                                           loops::swapBytesMirrored,
+                                           loops::subtractBias,
+                                           loops::countPixels,
+                                           loops::findExtremes,
+                                           loops::findFirst,
+                                           loops::mergeUniform,
+                                           loops::mergePlanes,
+                                           loops::mergeMapped,
+                                           loops::addToSums8,
+                                           loops::addToSums16,
+                                           loops::emptySums,
+                                           loops::meansOfSums};
+
+}  // namespace orvacam::kernels
