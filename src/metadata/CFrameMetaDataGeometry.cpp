@@ -5,6 +5,7 @@
 #include <orvacam/types/device_types.h>
 #include <orvacam/types/gain_types.h>
 
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -55,8 +56,7 @@ unsigned int binned(unsigned int size, unsigned int factor) {
 
 }  // namespace
 
-// ---- Device
-// --------------------------------------------------------------------------------------------------
+// ---- Device -----------------------------------------------------------------------------------------------
 
 int CFrameMetaData::GetDeviceType(unsigned int& uiType) const {
   return DoGetDeviceType(uiType);
@@ -92,8 +92,7 @@ double CFrameMetaData::GetHighGainValue() const {
   return DoGetGainValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, ORVA_META_KEY_HDR_GAIN);
 }
 
-// ---- Sizes. Sums and products are 32-bit and wrap, as documented
-// ---------------------------------------------
+// ---- Sizes. Sums and products are 32-bit and wrap, as documented ------------------------------------------
 
 int CFrameMetaData::GetImageDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const {
   int result = -1;
@@ -195,7 +194,7 @@ int CFrameMetaData::GetImageSizeBytes(unsigned int& uiBytes) const {
 
   unsigned int width = 0;
   unsigned int height = 0;
-  GetImageDimensions(width, height);
+  if (GetImageDimensions(width, height) != 0) return -1;
   const unsigned int bits = DoUint(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
   const unsigned int refPixels =
       DoUint(ORVA_META_KEY_POST_ROW_REF_PIXELS) + DoUint(ORVA_META_KEY_PRE_ROW_REF_PIXELS);
@@ -226,8 +225,7 @@ int CFrameMetaData::GetImageSizeBytes(unsigned int& uiBytes) const {
   }
 }
 
-// ---- Temperatures, positions, times
-// --------------------------------------------------------------------------
+// ---- Temperatures, positions, times -----------------------------------------------------------------------
 
 double CFrameMetaData::DoGetConvertedTemperature(int iTenths) {
   return iTenths / 10.0;

@@ -3,7 +3,9 @@
 #include <orvacam/metadata/CFrameMetaData.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <cwchar>
 #include <new>
 
 #include "metadata/TextLines.h"
@@ -16,20 +18,23 @@ using orvacam::text::Rule;
 
 namespace {
 
-template <typename... Arguments>
-std::string print(const char* format, Arguments... arguments) {
+/// printf for integers, which look the same in every locale.
+template <typename... Integers>
+std::string print(const char* format, Integers... values) {
   char text[96];
-  std::snprintf(text, sizeof text, format, arguments...);  // integers and short texts only: no locale shows
+  std::snprintf(text, sizeof text, format, values...);
   return text;
 }
 
 std::string decimal(unsigned int value) {
   return print("%d", static_cast<int>(value));
 }
-std::string hex(unsigned int value) {
-  return print("0x%x", value);
+
+std::string decimalAndHex(unsigned int value) {
+  return print("%d (0x%x)", static_cast<int>(value), value);
 }
-const char* flag(bool value) {
+
+std::string flag(bool value) {
   return value ? "TRUE" : "FALSE";
 }
 
@@ -40,7 +45,14 @@ std::string storedText(const CMetaValues& value) {
   return std::string(bytes, strnlen(bytes, static_cast<unsigned int>(length)));
 }
 
-/// Copies as much as fits and clears the rest, like snprintf into a cleared buffer; the whole text's length.
+/// A GPS position: degrees, minutes and hemisphere flag are neighbouring keys.
+std::string position(const CMetaValues* degrees, const char* positive, const char* negative) {
+  return fixedText(degrees[0].GetValueDouble()) + " deg " + fixedText(degrees[1].GetValueDouble(), 4) +
+         " min " + (degrees[2].GetValueBool() ? positive : negative);
+}
+
+/// Copies what fits in front of a closing zero and clears the rest; the length of the whole text, like
+/// snprintf.
 int deliver(const std::string& text, char* pText, unsigned int uiSize) {
   if (uiSize > 0) {
     std::memset(pText, 0, uiSize);
@@ -50,6 +62,9 @@ int deliver(const std::string& text, char* pText, unsigned int uiSize) {
 }
 
 }  // namespace
+
+// ---- Values
+// --------------------------------------------------------------------------------------------------
 
 void CFrameMetaData::TimeMetaToString2(char* pText, unsigned int uiSize) const {
   if (pText == nullptr) return;
@@ -62,46 +77,29 @@ void CFrameMetaData::TimeMetaToString2(char* pText, unsigned int uiSize) const {
   deliver(m_bCaptureTimeValid ? text : "ERROR: " + text, pText, uiSize);
 }
 
-const char* CFrameMetaData::DoRenderPadding() {
-  const unsigned int count = DoUint(ORVA_META_KEY_METADATA_VERSION) == 3 ? 152 : 25;
+const char* CFrameMetaData::DoRenderPadding(unsigned int uiCount) {
   std::string text;
-  for (unsigned int i = 0; i < count; ++i)
+  for (unsigned int i = 0; i < uiCount; ++i)
     text += print(i == 0 ? "%02d" : ", %02d", int{m_Padding[i]});
   deliver(text, m_PaddingText, sizeof m_PaddingText);
   return m_PaddingText;
 }
 
-std::string CFrameMetaData::DoRenderLines(unsigned int uiVersion) {
-  const Line* lines = orvacam::text::version4;
-  const Line* end = std::end(orvacam::text::version4);
-  if (uiVersion == 1) lines = orvacam::text::version1, end = std::end(orvacam::text::version1);
-  if (uiVersion == 2) lines = orvacam::text::version2, end = std::end(orvacam::text::version2);
-  if (uiVersion == 3) lines = orvacam::text::version3, end = std::end(orvacam::text::version3);
-  std::string text;
-  for (; lines != end; ++lines)
-    text += lines->label + DoRenderValue(static_cast<unsigned int>(lines->rule), lines->key) + "\n";
-  return text;
-}
-
 std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKey) {
   const CMetaValues& value = m_Values[uiKey];
   const unsigned int word = value.GetValueUint();
-  const double number = value.GetValueInt();
-  const auto position = [this, uiKey](const char* positive, const char* negative) {
-    return fixedText(m_Values[uiKey].GetValueDouble()) + " deg " +
-           fixedText(m_Values[uiKey + 1].GetValueDouble(), 4) + " min " +
-           (m_Values[uiKey + 2].GetValueBool() ? positive : negative);
-  };
-  const auto quadrant = [word](unsigned int bit) { return std::string(flag((word & bit) != 0)); };
+  const int number = value.GetValueInt();
   switch (static_cast<Rule>(uiRule)) {
     case Rule::Decimal:
       return decimal(word);
+    case Rule::Signed:
+      return print("%d", number);
     case Rule::Hex:
-      return hex(word);
+      return print("0x%x", word);
     case Rule::Hex8:
       return print("0x%08x", word);
     case Rule::DecimalAndHex:
-      return decimal(word) + " (" + hex(word) + ")";
+      return decimalAndHex(word);
     case Rule::Text:
       return storedText(value);
     case Rule::Flag:
@@ -111,9 +109,9 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
     case Rule::Tenths:
       return fixedText(number / 10.0, 1);
     case Rule::TenthsAndHex:
-      return fixedText(number / 10.0, 1) + " (" + hex(word) + ")";
+      return fixedText(word / 10.0, 1) + print(" (0x%x)", word);
     case Rule::Hundredths:
-      return fixedText(number / 100.0, 3);
+      return fixedText(word / 100.0, 3);
     case Rule::Thousandths:
       return fixedText(number / 1000.0, 3);
     case Rule::Percent:
@@ -131,56 +129,70 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
       return m_CaptureTimeLine;
     case Rule::Exposure:
       GetClockFromUsecs(word * 10UL, m_ExposureClock, sizeof m_ExposureClock);
-      return std::string(m_ExposureClock) + ", " + decimal(word) + " (10usec periods)";
+      return m_ExposureClock + print(", %d (10usec periods)", static_cast<int>(word));
     case Rule::ControlBlock:
       return decimal(m_ControlBlock.GetValueUint());
     case Rule::ControlBlock2:
-      return decimal(m_ControlBlock2.GetValueUint()) + " (" + hex(m_ControlBlock2.GetValueUint()) + ")";
+      return decimalAndHex(m_ControlBlock2.GetValueUint());
     case Rule::ControlBlockTest:
-      return hex(m_ControlBlockTest.GetValueUint());
+      return print("0x%x", m_ControlBlockTest.GetValueUint());
     case Rule::ReservedBytes:
-      return print("Reserved [0x%x, 0x%x]", unsigned{m_Reserved2[0]}, unsigned{m_Reserved2[1]});
+      return print("[0x%x, 0x%x]", unsigned{m_Reserved2[0]}, unsigned{m_Reserved2[1]});
     case Rule::Quadrant20:
-      return quadrant(0x20);
+      return flag((word & 0x20) != 0);
     case Rule::Quadrant10:
-      return quadrant(0x10);
+      return flag((word & 0x10) != 0);
     case Rule::Quadrant08:
-      return quadrant(0x08);
+      return flag((word & 0x08) != 0);
     case Rule::Quadrant04:
-      return quadrant(0x04);
+      return flag((word & 0x04) != 0);
     case Rule::Latitude:
-      return position("N", "S");
+      return position(&value, "N", "S");
     case Rule::Longitude:
-      return position("E", "W");
+      return position(&value, "E", "W");
     case Rule::Padding:
-      return DoRenderPadding();
-    default:
-      return {};
+      return m_PaddingText;
+    case Rule::Empty:
+      break;
   }
+  return {};
+}
+
+// ---- Lines
+// ---------------------------------------------------------------------------------------------------
+
+std::string CFrameMetaData::DoRenderLines(unsigned int uiVersion, bool bPadding) {
+  const bool longPadding = uiVersion > 2 && DoUint(ORVA_META_KEY_METADATA_VERSION) == 3;
+  DoRenderPadding(longPadding ? 152 : 25);
+  std::string text;
+  for (const Line& line : orvacam::text::lines) {
+    const char* const label = line.labels[uiVersion - 1];
+    if (label == nullptr || (line.rule == Rule::Padding && !bPadding)) continue;
+    text += label;
+    text += DoRenderValue(static_cast<unsigned int>(line.rule), line.key);
+    text += '\n';
+  }
+  return text;
 }
 
 int CFrameMetaData::DoToString1(char* pText, unsigned int uiSize) {
-  return pText == nullptr ? -1 : deliver(DoRenderLines(1), pText, uiSize);
+  return pText == nullptr ? -1 : deliver(DoRenderLines(1, true), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString2(char* pText, unsigned int uiSize) {
-  return pText == nullptr ? -1 : deliver(DoRenderLines(2), pText, uiSize);
+  return pText == nullptr ? -1 : deliver(DoRenderLines(2, true), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString3(char* pText, unsigned int uiSize, bool bPadding) {
-  if (pText == nullptr) return -1;
-  std::string text = DoRenderLines(3);
-  if (bPadding) text += std::string("Padding = ") + DoRenderPadding() + "\n";
-  return deliver(text, pText, uiSize);
+  return pText == nullptr ? -1 : deliver(DoRenderLines(3, bPadding), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString4(char* pText, unsigned int uiSize) {
   const int length = DoToString3(pText, uiSize, false);
   if (length <= 0) return length;
-  const std::string block = DoRenderLines(4);
-  // A text that is cut already leaves no room for the block.
-  if (static_cast<unsigned int>(length) < uiSize)
-    deliver(block, pText + length, uiSize - static_cast<unsigned int>(length));
+  const std::string block = DoRenderLines(4, true);
+  const auto used = static_cast<unsigned int>(length);
+  if (used < uiSize) deliver(block, pText + used, uiSize - used);
   return length + static_cast<int>(block.size());
 }
 
@@ -204,9 +216,10 @@ int CFrameMetaData::ToString(char* pText, unsigned int uiSize) {
 }
 
 int CFrameMetaData::ToString(wchar_t* pText, unsigned int uiSize) {
+  if (pText == nullptr) return -1;
   const int length = DoToString(m_Text, sizeof m_Text);
-  if (length < 0 || pText == nullptr) return pText == nullptr ? -1 : length;
-  if (uiSize > 0) std::fill_n(pText, uiSize, L'\0');
+  if (length < 0) return length;
+  std::wmemset(pText, L'\0', uiSize);
   orvacam::narrowToWide(m_Text, pText, uiSize);
   return length;
 }

@@ -82,7 +82,8 @@ class ORVACAM_API CFrameMetaData {
   /// The device type (ORVADEVICETYPE) of the camera model; -1, with the type left alone, for an unknown
   /// model.
   int GetDeviceType(unsigned int& uiType) const;
-  /// Width and height in pixels. -1 when a stop lies before its start; that dimension is then left alone.
+  /// Width and height in pixels. -1 when a stop lies before its start; that dimension is then not set, though the
+  /// binned queries divide, and those of the binned frame add to, what the caller passed.
   int GetImageDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const;
   int GetFrameDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const;
   int GetImageDimensionsBinned(unsigned int& uiWidth, unsigned int& uiHeight) const;
@@ -225,9 +226,9 @@ class ORVACAM_API CFrameMetaData {
   int DoToString2(char* pText, unsigned int uiSize);
   int DoToString3(char* pText, unsigned int uiSize, bool bPadding);
   int DoToString4(char* pText, unsigned int uiSize);
-  std::string DoRenderLines(unsigned int uiVersion);
+  std::string DoRenderLines(unsigned int uiVersion, bool bPadding);
   std::string DoRenderValue(unsigned int uiRule, unsigned int uiKey);
-  const char* DoRenderPadding();
+  const char* DoRenderPadding(unsigned int uiCount);
 
   unsigned int DoUint(ORVA_META_KEYS eKey) const { return m_Values[eKey].GetValueUint(); }
   CMetaValues& DoKeptByte(unsigned int uiByte);
