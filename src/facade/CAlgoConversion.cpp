@@ -1,0 +1,209 @@
+// Raw frame files become image files.
+
+#include <orvacam/facade/CAlgo.h>
+#include <orvacam/frames/IFrame.h>
+#include <orvacam/imagefiles/CFitsInterface.h>
+#include <orvacam/imagefiles/CTiffMaker.h>
+#include <orvacam/support/CLog.h>
+#include <orvacam/support/util.h>
+#include <orvacam/types/device_types.h>
+#include <orvacam/types/image_format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "support/WideText.h"
+
+namespace {
+
+// What a processed header takes when it is written.
+constexpr unsigned int processedHeaderSize = 384;
+
+struct FileCloser {
+  void operator()(std::FILE* pFile) const { std::fclose(pFile); }
+};
+
+/// The planes of one conversion, freed at its end.
+struct Planes {
+  explicit Planes(CAlgo& owner) : algo(owner) {}
+  Planes(const Planes&) = delete;
+  Planes& operator=(const Planes&) = delete;
+  ~Planes() { algo.FreeFramePointers(&images); }
+
+  CAlgo& algo;
+  unpacked_images_t images{};
+};
+
+/// Headers of versions 1 and 2 state fewer bytes than a processed header takes, and a metadata buffer of
+/// their own size would stay unwritten: these are made here, large enough for every version.
+int makeMetaDataBuffers(const CFrameMetaData& metaData, unpacked_images_t& images) {
+  images.uiMetaDataSize = std::max(metaData.GetBinarizeSize(), processedHeaderSize);
+  for (unsigned char** buffer : {&images.pLowMetaData, &images.pHighMetaData, &images.pMergedMetaData}) {
+    *buffer = static_cast<unsigned char*>(std::calloc(images.uiMetaDataSize, 1));
+    if (*buffer == nullptr) return -1;
+  }
+  return 0;
+}
+
+/// Merges into pixels alone, whatever layout the caller has set for merges in memory: the image file gets its
+/// own header.
+class PixelsOnly {
+ public:
+  explicit PixelsOnly(CCustomMergeAlgo& algo) : m_Algo(algo), m_Enables{} {
+    m_Algo.GetMergeEnables(m_Enables);
+    hw_merge_enables_t pixels = m_Enables;
+    pixels.uiImageFormat = ORVA_IMAGE_FORMAT_RAW;
+    m_Algo.SetMergeEnables(pixels);
+  }
+  PixelsOnly(const PixelsOnly&) = delete;
+  PixelsOnly& operator=(const PixelsOnly&) = delete;
+  ~PixelsOnly() { m_Algo.SetMergeEnables(m_Enables); }
+
+ private:
+  CCustomMergeAlgo& m_Algo;
+  hw_merge_enables_t m_Enables;
+};
+
+void setFlag(CFrameMetaData& metaData, ORVA_META_KEYS key, bool value) {
+  if (key == ORVA_META_KEY_TEST_IS_HIGH_FRAME) metaData.SetIsHighFrame(value);
+  if (key == ORVA_META_KEY_TEST_IS_MERGED_FRAME) metaData.SetIsMergedFrame(value);
+}
+
+}  // namespace
+
+int CAlgo::ConvertFile(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) try {
+  if (pSource == nullptr || pInfo == nullptr || pDestination == nullptr) {
+    m_pLog->log(CLOGLEVEL_ERROR, L"%s: Invalid (NULL) parameter specified!\n", "ConvertFile");
+    return -1;
+  }
+  switch (pInfo->uiFormat) {
+    case ORVA_IMAGE_FORMAT_TIFF:
+      return DoConvertToTIFF(pSource, pInfo, pDestination);
+    case ORVA_IMAGE_FORMAT_FITS:
+      return DoConvertToFits(pSource, pInfo, pDestination);
+    default:
+      return utilOSWideCopyFile(pSource, pDestination);
+  }
+} catch (const std::bad_alloc&) {
+  return -1;
+}
+
+int CAlgo::DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages) {
+  if (pImages == nullptr) return -1;
+  m_MetaData.ReInitialize(false);
+  const std::unique_ptr<std::FILE, FileCloser> file(utilOSWideFileOpen(pSource, L"rb"));
+  return file == nullptr ? -1 : DoConvertStream(file.get(), pInfo, pImages);
+}
+
+int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacked_images_t* pImages) {
+  const int parsed = m_MetaData.Parse(pStream);
+  if (parsed < 0) return parsed;
+
+  *pImages = unpacked_images_t{};
+  pImages->bMetaDataRequest = true;
+  pImages->bLowImageRequest = true;
+  pImages->bHighImageRequest = pImages->bMergedImageRequest =
+      m_MetaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
+  if (makeMetaDataBuffers(m_MetaData, *pImages) < 0) return -1;
+
+  gain_type_info_t camera{ORVA_DEVICE_UNKNOWN,
+                          m_MetaData.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
+  m_MetaData.GetDeviceType(camera.uiDeviceType);
+  DoInitialize(camera, nullptr);
+  unsigned int width = 0;
+  unsigned int height = 0;
+  m_MetaData.GetFrameDimensions(width, height);
+  int result = DoCreateReferenceFrames(pInfo->pDSNUFileName, pInfo->pPRNUFileName,
+                                       DeriveGainRatioFromMetaData(m_MetaData), width, height);
+
+  const PixelsOnly pixelsOnly(m_HWMerge);
+  const std::unique_ptr<IFrame> frame(InitFrame(&m_MetaData, pStream, pImages));
+  if (frame == nullptr) return -1;
+  frame->EnableMergeStatistics(false);
+  if (result < 0) return result;
+  result = DoMerge(*frame, pImages);
+  if (result < 0) return result;
+  frame->GetProcessedLowMetaData(pImages->pLowMetaData, pImages->uiMetaDataSize);
+  frame->GetProcessedHighMetaData(pImages->pHighMetaData, pImages->uiMetaDataSize);
+  frame->GetProcessedMergedMetaData(pImages->pMergedMetaData, pImages->uiMetaDataSize);
+  return result;
+}
+
+int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
+  CFrameMetaData metaData;
+  CFitsInterface fits;
+  Planes planes(*this);
+  unpacked_images_t& images = planes.images;
+  int result = DoConvertBase(pSource, pInfo, &images);
+  if (result < 0) return result;
+
+  // Each file carries the metadata of its own plane.
+  if (images.pLowImage != nullptr) {
+    metaData.Parse(images.pLowMetaData, images.uiMetaDataSize);
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, false);
+    const char* const suffix = images.pHighImage != nullptr ? "_LOW" : "";
+    result =
+        fits.CreateImageFile(MakeProcessedFileName(pDestination, suffix, ".fit"), images.pLowImage, metaData);
+  }
+  if (images.pHighImage != nullptr) {
+    metaData.ReInitialize(false);
+    metaData.Parse(images.pHighMetaData, images.uiMetaDataSize);
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_HIGH_FRAME, true);
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, false);
+    result = fits.CreateImageFile(MakeProcessedFileName(pDestination, "_HIGH", ".fit"), images.pHighImage,
+                                  metaData);
+  }
+  if (images.pMergedImage != nullptr) {
+    metaData.ReInitialize(false);
+    metaData.Parse(images.pMergedMetaData, images.uiMetaDataSize);
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_HIGH_FRAME, false);
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, true);
+    result = fits.CreateImageFile(MakeProcessedFileName(pDestination, "_MERGED", ".fit"), images.pMergedImage,
+                                  metaData);
+  }
+  return result;
+}
+
+int CAlgo::DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
+  CFrameMetaData metaData;
+  CTiffMaker tiff;
+  Planes planes(*this);
+  unpacked_images_t& images = planes.images;
+  int result = DoConvertBase(pSource, pInfo, &images);
+  if (result < 0) return result;
+
+  // Intended: all files carry the low-gain plane's metadata, apart from two flags.
+  result = metaData.Parse(images.pLowMetaData, images.uiMetaDataSize);
+  if (images.pLowImage != nullptr) {
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, false);
+    const char* const suffix = images.pHighImage != nullptr ? "_LOW" : "";
+    result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, suffix, ".tiff"), images.pLowImage,
+                                  metaData);
+  }
+  if (images.pHighImage != nullptr) {
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_HIGH_FRAME, true);
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, false);
+    result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, "_HIGH", ".tiff"), images.pHighImage,
+                                  metaData);
+  }
+  if (images.pMergedImage != nullptr) {
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_HIGH_FRAME, false);
+    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, true);
+    result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, "_MERGED", ".tiff"),
+                                  images.pMergedImage, metaData);
+  }
+  return result;
+}
+
+std::string CAlgo::MakeProcessedFileName(const wchar_t* pPath, const char* pSuffix, const char* pExtension) {
+  orvacam::wideToNarrow(pPath, m_FileName, s_uiFileNameSize);
+  const std::string path = m_FileName;
+  const std::size_t dot = path.rfind('.');
+  const std::string sourceExtension =
+      path.substr(dot);  // throws std::out_of_range without a dot, as documented
+  std::string name = path.substr(0, dot) + pSuffix;
+  if (pExtension != nullptr) name += pExtension;
+  return name;
+}
