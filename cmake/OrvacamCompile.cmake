@@ -1,12 +1,12 @@
 # Compile settings shared by everything that this project builds itself; an embedding project sees none of them.
 add_library(orvacam_compile INTERFACE)
 target_compile_options(orvacam_compile INTERFACE
-  -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual=1 -Wformat=2
+  -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
   -Wcast-align -Wundef
   # Both compilers fuse multiply-add by default; where one fused operation is meant it is written std::fma.
   -ffp-contract=off)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  target_compile_options(orvacam_compile INTERFACE -Wno-unknown-warning-option -Wno-overloaded-virtual
+  target_compile_options(orvacam_compile INTERFACE -Wno-unknown-warning-option
     -Wno-format-nonliteral)
 else()
   target_compile_options(orvacam_compile INTERFACE -Wno-format-nonliteral -Wduplicated-cond -Wlogical-op)

@@ -1,0 +1,365 @@
+// Where the correction terms come from.
+
+#include <orvacam/merge/CHWMergeReferenceFrames.h>
+#include <orvacam/support/CLog.h>
+#include <orvacam/support/util.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <new>
+
+#include "support/CheckedMath.h"
+
+namespace {
+
+constexpr unsigned int defaultSize = 4096;
+constexpr unsigned int defaultAddFracBits = 3;
+constexpr unsigned int defaultMulFracBits = 10;
+
+struct FileCloser {
+  void operator()(std::FILE* pFile) const { std::fclose(pFile); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+/// Bytes from the stream's position to the end of a regular file; 0 for anything else.
+unsigned long bytesLeft(std::FILE* pFile) {
+  struct stat status {};
+  const long position = std::ftell(pFile);
+  if (fstat(fileno(pFile), &status) != 0 || !S_ISREG(status.st_mode) || position < 0) return 0;
+  return status.st_size > position ? static_cast<unsigned long>(status.st_size - position) : 0;
+}
+
+template <typename Value>
+void freePlane(Value*& pPlane) {
+  delete[] pPlane;
+  pPlane = nullptr;
+}
+
+/// Whether planes of this many pixels are more than a file of this many bytes justifies: a header alone never
+/// makes us hold memory.
+bool outOfProportion(unsigned long pixels, unsigned long fileBytes) {
+  constexpr unsigned long alwaysAllowed = 8UL << 20;
+  constexpr unsigned long largestRatio = 64;
+  return 2 * pixels > alwaysAllowed && 2 * pixels > largestRatio * fileBytes;
+}
+
+void freePlanes(ref_frames_t& ref) {
+  freePlane(ref.pAdditiveLow);
+  freePlane(ref.pAdditiveHigh);
+  freePlane(ref.pMultiplicativeLow);
+  freePlane(ref.pMultiplicativeHigh);
+  ref = ref_frames_t{};
+}
+
+}  // namespace
+
+CHWMergeReferenceFrames::CHWMergeReferenceFrames()
+    : m_uiWidth(defaultSize),
+      m_uiHeight(defaultSize),
+      m_uiAddFracBits(defaultAddFracBits),
+      m_uiMulFracBits(defaultMulFracBits),
+      m_usHighThreshold(MERGEREF_MAX_HIGH_THRESHOLD),
+      m_usDifferenceThreshold(MERGEREF_MAX_DIFFERENCE_THRESHOLD),
+      m_uiMergeStartRowOffset(0),
+      m_bIdentityFrames(true),
+      m_bCallerFrames(false) {}
+
+CHWMergeReferenceFrames::CHWMergeReferenceFrames(const CHWMergeReferenceFrames& other) = default;
+CHWMergeReferenceFrames& CHWMergeReferenceFrames::operator=(const CHWMergeReferenceFrames& other) = default;
+CHWMergeReferenceFrames::~CHWMergeReferenceFrames() = default;
+
+// ---- Fixed point
+// ---------------------------------------------------------------------------------------------
+
+unsigned short CHWMergeReferenceFrames::ConvertToFixedPoint(double dValue, unsigned int uiFracBits) {
+  const double magnitude = std::fabs(dValue);
+  if (!std::isfinite(magnitude)) return 0;
+  constexpr double words = 65536.0;
+  const double whole = std::trunc(magnitude);
+  const auto integer = static_cast<unsigned int>(std::fmod(whole, words));
+  const int bits = static_cast<int>(std::min(uiFracBits, 2000u));  // beyond that nothing of a double is left
+  const double scaled = std::trunc(std::ldexp(magnitude - whole, bits));
+  const auto fraction = std::isfinite(scaled) ? static_cast<unsigned int>(std::fmod(scaled, words)) : 0u;
+  const unsigned int value = (uiFracBits < 16 ? integer << uiFracBits : 0) | fraction;
+  return static_cast<unsigned short>(dValue < 0 ? 0 - value : value);
+}
+
+double CHWMergeReferenceFrames::ConvertToDouble(unsigned short usValue, unsigned int uiFracBits) {
+  return std::ldexp(usValue, -static_cast<int>(std::min(uiFracBits, 2000u)));
+}
+
+double CHWMergeReferenceFrames::ConvertToDouble(short sValue, unsigned int uiFracBits) {
+  return std::ldexp(sValue, -static_cast<int>(std::min(uiFracBits, 2000u)));
+}
+
+void CHWMergeReferenceFrames::ConvertPixelArray(const short* pSource, double* pTarget, unsigned long ulCount,
+                                                unsigned int uiFracBits) {
+  for (unsigned long i = 0; pSource != nullptr && pTarget != nullptr && i < ulCount; ++i)
+    pTarget[i] = ConvertToDouble(pSource[i], uiFracBits);
+}
+
+void CHWMergeReferenceFrames::ConvertPixelArray(const unsigned short* pSource, double* pTarget,
+                                                unsigned long ulCount, unsigned int uiFracBits) {
+  for (unsigned long i = 0; pSource != nullptr && pTarget != nullptr && i < ulCount; ++i)
+    pTarget[i] = ConvertToDouble(pSource[i], uiFracBits);
+}
+
+// ---- Frames made here
+// ----------------------------------------------------------------------------------------
+
+void CHWMergeReferenceFrames::ClearFrames() {
+  for (Plane& plane : m_Planes)
+    plane = Plane();
+  for (std::vector<unsigned short>* buffer : {&m_TestMerged, &m_TestLow, &m_TestHigh})
+    std::vector<unsigned short>().swap(*buffer);
+}
+
+int CHWMergeReferenceFrames::DoMakePlane(PlaneIndex ePlane, double dStart, double dStep,
+                                         unsigned int uiFracBits, unsigned long ulPixels) {
+  Plane& plane = m_Planes[ePlane];
+  plane.bLoaded = true;
+  plane.usUniform = ConvertToFixedPoint(dStart, uiFracBits);
+  plane.values.clear();
+  if (dStep == 0.0) return 0;
+  plane.values.resize(ulPixels);
+  const double limit = std::ldexp(1.0, 16 - static_cast<int>(std::min(uiFracBits, 2000u))) - 1.0;
+  double value = dStart;
+  for (unsigned short& term : plane.values) {
+    term = ConvertToFixedPoint(value, uiFracBits);
+    value += dStep;
+    if (value > limit) value = dStart;
+  }
+  return 0;
+}
+
+int CHWMergeReferenceFrames::DoHandOut(ref_frames_t& ref) const {
+  std::uint64_t pixels = 0;
+  if (!orvacam::checkedMultiply(m_uiWidth, m_uiHeight, pixels) || pixels > PTRDIFF_MAX / 2) return -1;
+  ref.uiWidth = static_cast<unsigned int>(m_uiWidth);
+  ref.uiHeight = static_cast<unsigned int>(m_uiHeight);
+  ref.pAdditiveLow = new (std::nothrow) short[pixels];
+  ref.pAdditiveHigh = new (std::nothrow) short[pixels];
+  ref.pMultiplicativeLow = new (std::nothrow) unsigned short[pixels];
+  ref.pMultiplicativeHigh = new (std::nothrow) unsigned short[pixels];
+  if (ref.pAdditiveLow == nullptr || ref.pAdditiveHigh == nullptr || ref.pMultiplicativeLow == nullptr ||
+      ref.pMultiplicativeHigh == nullptr) {
+    freePlanes(ref);
+    return -1;
+  }
+  for (unsigned long i = 0; i < pixels; ++i) {
+    ref.pAdditiveLow[i] = static_cast<short>(DoTerm(AdditiveLow, i));
+    ref.pAdditiveHigh[i] = static_cast<short>(DoTerm(AdditiveHigh, i));
+    ref.pMultiplicativeLow[i] = DoTerm(MultiplicativeLow, i);
+    ref.pMultiplicativeHigh[i] = DoTerm(MultiplicativeHigh, i);
+  }
+  return 0;
+}
+
+int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned int uiHeight, double dAddLow,
+                                                  double dAddHigh, double dMulLow, double dMulHigh,
+                                                  unsigned int uiAddFracBits, unsigned int uiMulFracBits,
+                                                  double dAddStep, double dMulStep, ref_frames_t* pRef) {
+  if (pRef != nullptr) *pRef = ref_frames_t{};
+  ClearFrames();
+  m_bIdentityFrames = dAddLow == 0.0 && dAddHigh == 0.0 && dMulLow == 1.0 && dMulHigh == 1.0 &&
+                      dAddStep == 0.0 && dMulStep == 0.0;
+  m_bCallerFrames = false;
+  m_uiWidth = uiWidth;
+  m_uiHeight = uiHeight;
+  m_uiAddFracBits = uiAddFracBits;
+  m_uiMulFracBits = uiMulFracBits;
+  const unsigned long pixels = m_uiWidth * m_uiHeight;
+  int result = 0;
+  try {
+    DoMakePlane(AdditiveLow, dAddLow, dAddStep, uiAddFracBits, pixels);
+    DoMakePlane(AdditiveHigh, dAddHigh, dAddStep, uiAddFracBits, pixels);
+    DoMakePlane(MultiplicativeLow, dMulLow, dMulStep, uiMulFracBits, pixels);
+    DoMakePlane(MultiplicativeHigh, dMulHigh, dMulStep, uiMulFracBits, pixels);
+    if (pRef != nullptr) result = DoHandOut(*pRef);
+  } catch (const std::exception&) {  // no memory, or a size beyond any memory
+    result = -1;
+  }
+  if (result != 0) ClearFrames();
+  return result;
+}
+
+int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned int uiHeight, double dAddLow,
+                                                  double dAddHigh, double dMulLow, double dMulHigh,
+                                                  unsigned int uiAddFracBits, unsigned int uiMulFracBits,
+                                                  ref_frames_t* pRef) {
+  return CreateIdentityFrames(uiWidth, uiHeight, dAddLow, dAddHigh, dMulLow, dMulHigh, uiAddFracBits,
+                              uiMulFracBits, 0.0, 0.0, pRef);
+}
+
+int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned int uiHeight, double dMulLow,
+                                                  double dMulHigh, ref_frames_t* pRef) {
+  return CreateIdentityFrames(uiWidth, uiHeight, 0.0, 0.0, dMulLow, dMulHigh, m_uiAddFracBits,
+                              m_uiMulFracBits, 0.0, 0.0, pRef);
+}
+
+int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned int uiHeight,
+                                                  unsigned int uiAddFracBits, unsigned int uiMulFracBits,
+                                                  ref_frames_t* pRef) {
+  return CreateIdentityFrames(uiWidth, uiHeight, 0.0, 0.0, 1.0, 1.0, uiAddFracBits, uiMulFracBits, 0.0, 0.0,
+                              pRef);
+}
+
+int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned int uiHeight,
+                                                  ref_frames_t* pRef) {
+  return CreateIdentityFrames(uiWidth, uiHeight, m_uiAddFracBits, m_uiMulFracBits, pRef);
+}
+
+// ---- Frames from the caller
+// ----------------------------------------------------------------------------------
+
+int CHWMergeReferenceFrames::DoSetPlane(PlaneIndex ePlane, const unsigned short* pValues,
+                                        unsigned int uiCount) {
+  if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
+  try {
+    std::vector<unsigned short> values(pValues, pValues + uiCount);
+    Plane& plane = m_Planes[ePlane];
+    plane.values.swap(values);
+    plane.bLoaded = true;
+  } catch (const std::bad_alloc&) {
+    return -1;
+  }
+  m_bIdentityFrames = false;
+  m_bCallerFrames = true;
+  return 0;
+}
+
+int CHWMergeReferenceFrames::SetAdditiveLowFromBuffer(const short* pValues, unsigned int uiCount) {
+  return DoSetPlane(AdditiveLow, reinterpret_cast<const unsigned short*>(pValues), uiCount);
+}
+int CHWMergeReferenceFrames::SetAdditiveHighFromBuffer(const short* pValues, unsigned int uiCount) {
+  return DoSetPlane(AdditiveHigh, reinterpret_cast<const unsigned short*>(pValues), uiCount);
+}
+int CHWMergeReferenceFrames::SetMultiplicativeLowFromBuffer(const unsigned short* pValues,
+                                                            unsigned int uiCount) {
+  return DoSetPlane(MultiplicativeLow, pValues, uiCount);
+}
+int CHWMergeReferenceFrames::SetMultiplicativeHighFromBuffer(const unsigned short* pValues,
+                                                             unsigned int uiCount) {
+  return DoSetPlane(MultiplicativeHigh, pValues, uiCount);
+}
+
+int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE* pPRNU, unsigned int& uiWidth,
+                                                    unsigned int& uiHeight) {
+  constexpr const char* name = "CheckReferenceMetaData";
+  if (pDSNU == nullptr && pPRNU == nullptr) {
+    m_pLog->log(CLOGLEVEL_ERROR, L"%s: Both file pointers are null.  One must be valid!\n", name);
+    return 0;
+  }
+  const auto parse = [](std::FILE* pFile, CFrameMetaData& metaData) {
+    // A length of 0 is what a file leaves that is no frame.
+    return metaData.Parse(pFile) >= 0 && metaData.IsValid() && metaData.GetBinarizeSize() != 0;
+  };
+  const auto moveToPlanes = [](std::FILE* pFile, const CFrameMetaData& metaData) {
+    return std::fseek(pFile, static_cast<long>(metaData.GetBinarizeSize()), SEEK_SET) == 0 ? 0 : -1;
+  };
+  CFrameMetaData metaData;
+  if (pDSNU == nullptr) {
+    if (!parse(pPRNU, metaData)) {
+      m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error parsing PRNU File Meta Data\n", name);
+      return -1;
+    }
+    // Intended: a PRNU file that comes alone stays where the parse left it.
+    metaData.GetFrameDimensions(uiWidth, uiHeight);
+    return 0;
+  }
+  if (!parse(pDSNU, metaData)) {
+    m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error parsing DSNU File Meta Data\n", name);
+    return -1;
+  }
+  metaData.GetFrameDimensions(uiWidth, uiHeight);
+  m_pLog->log(CLOGLEVEL_DEBUG, L"%s: DSNU File size w: %d, h: %d.\n", name, uiWidth, uiHeight);
+  if (moveToPlanes(pDSNU, metaData) != 0) return -1;
+  if (pPRNU == nullptr) return 0;
+
+  CFrameMetaData prnu;
+  if (!parse(pPRNU, prnu)) {
+    m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error parsing PRNU File Meta Data\n", name);
+    return -1;
+  }
+  unsigned int width = 0;
+  unsigned int height = 0;
+  prnu.GetFrameDimensions(width, height);
+  if (width != uiWidth || height != uiHeight) {
+    m_pLog->log(CLOGLEVEL_ERROR, L"%s: PRNU File size w: %d, h: %d does not match DSNU size w: %d, h: %d\n",
+                name, width, height, uiWidth, uiHeight);
+    return -1;
+  }
+  return moveToPlanes(pPRNU, prnu);
+}
+
+bool CHWMergeReferenceFrames::DoReadPlane(std::FILE* pFile, PlaneIndex ePlane, unsigned short* pHandedOut) {
+  const unsigned long pixels = m_uiWidth * m_uiHeight;
+  if (outOfProportion(pixels, bytesLeft(pFile))) return false;
+  Plane& plane = m_Planes[ePlane];
+  // What a short file does not bring keeps the term made before.
+  std::vector<unsigned short> values(pixels, plane.usUniform);
+  const unsigned long read = std::fread(values.data(), sizeof(unsigned short), pixels, pFile);
+  plane.values.swap(values);
+  if (pHandedOut != nullptr) std::copy(plane.values.begin(), plane.values.end(), pHandedOut);
+  return read == pixels;
+}
+
+int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, const wchar_t* pPRNUFile,
+                                                   double dMulLow, double dMulHigh, ref_frames_t* pRef) try {
+  constexpr const char* name = "CreateReferenceFrames";
+  ClearFrames();
+  // Intended: opened for writing, too.
+  const File dsnu(pDSNUFile != nullptr ? utilOSWideFileOpen(pDSNUFile, L"r+b") : nullptr);
+  if (pDSNUFile != nullptr && dsnu == nullptr) {
+    m_pLog->log(CLOGLEVEL_ERROR, L"%s: Could not open DSNU File %s\n", name, utilWideToMbsStatic(pDSNUFile));
+    return -1;
+  }
+  const File prnu(pPRNUFile != nullptr ? utilOSWideFileOpen(pPRNUFile, L"r+b") : nullptr);
+  if (pPRNUFile != nullptr && prnu == nullptr) {
+    m_pLog->log(CLOGLEVEL_ERROR, L"%s: Could not open PRNU File %s\n", name, utilWideToMbsStatic(pPRNUFile));
+    return -1;
+  }
+  auto width = static_cast<unsigned int>(m_uiWidth);
+  auto height = static_cast<unsigned int>(m_uiHeight);
+  if (CheckReferenceMetaData(dsnu.get(), prnu.get(), width, height) < 0) return -1;
+
+  const struct {
+    std::FILE* file;
+    PlaneIndex low, high;
+    const wchar_t* noMemory;
+  } sources[] = {
+      {dsnu.get(), AdditiveLow, AdditiveHigh, L"%s: Unable to allocate memory for DSNU data\n"},
+      {prnu.get(), MultiplicativeLow, MultiplicativeHigh, L"%s: Unable to allocate memory for PRNU data\n"}};
+  if (pRef != nullptr) *pRef = ref_frames_t{};
+  for (const auto& source : sources) {
+    // Planes that are handed out are as large as the header claims.
+    if (source.file == nullptr || pRef == nullptr ||
+        !outOfProportion(static_cast<unsigned long>(width) * height, bytesLeft(source.file)))
+      continue;
+    m_pLog->log(CLOGLEVEL_ERROR, source.noMemory, name);
+    return -1;
+  }
+  if (CreateIdentityFrames(width, height, 0.0, 0.0, dMulLow, dMulHigh, m_uiAddFracBits, m_uiMulFracBits,
+                           pRef) != 0) {
+    m_pLog->log(CLOGLEVEL_ERROR, sources[dsnu != nullptr ? 0 : 1].noMemory, name);
+    return -1;
+  }
+  unsigned short* const handedOut[PlaneCount] = {
+      pRef != nullptr ? reinterpret_cast<unsigned short*>(pRef->pAdditiveLow) : nullptr,
+      pRef != nullptr ? reinterpret_cast<unsigned short*>(pRef->pAdditiveHigh) : nullptr,
+      pRef != nullptr ? pRef->pMultiplicativeLow : nullptr,
+      pRef != nullptr ? pRef->pMultiplicativeHigh : nullptr};
+  int result = 0;
+  for (const auto& source : sources) {
+    if (source.file == nullptr) continue;
+    for (const PlaneIndex plane : {source.low, source.high})
+      if (!DoReadPlane(source.file, plane, handedOut[plane])) result = -1;
+    m_bIdentityFrames = false;
+    m_bCallerFrames = true;
+  }
+  return result;
+} catch (const std::bad_alloc&) {
+  return -1;
+}

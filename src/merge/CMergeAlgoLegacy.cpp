@@ -1,0 +1,76 @@
+#include <orvacam/imagefiles/CTiffMaker.h>
+#include <orvacam/merge/CMergeAlgoLegacy.h>
+#include <orvacam/support/CLog.h>
+
+#include "kernels/Kernels.h"
+#include "merge/FrameRegions.h"
+
+using orvacam::FrameRegions;
+
+CMergeAlgoLegacy::CMergeAlgoLegacy() : m_pMergeSettings(nullptr) {}
+
+CMergeAlgoLegacy::~CMergeAlgoLegacy() = default;
+
+int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
+                                  unsigned long ulNumPixels) {
+  if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return -1;
+  unsigned int leading = 0;
+  unsigned int trailing = 0;
+  const auto format = static_cast<ORVA_IMAGE_FORMAT>(m_MergeEnables.uiImageFormat);
+  GetMergeHeaderSize(format, ulNumPixels, 16, leading, trailing);
+
+  const CMergeMappingArray* const map = GetMergeSettings()->GenerateMergeMappingArrays(
+      m_MetaData.Value(ORVA_META_KEY_SENSOR_PIXEL_BIT_DEPTH).GetValueUint(),
+      m_MetaData.Value(ORVA_META_KEY_LDR_GAIN).GetValueUint(),
+      m_MetaData.Value(ORVA_META_KEY_HDR_GAIN).GetValueUint(),
+      m_MetaData.Value(ORVA_META_KEY_SENSOR_COOLER_TEMP).GetValueInt() / 10.0);
+  if (map == nullptr) {
+    m_pLog->log(CLOGLEVEL_ERROR, L"%s: No Mapping array- unable to merge!\n", "MergeFrames");
+    return -1;
+  }
+  // Intended: no header for FITS.
+  const bool tiff = format == ORVA_IMAGE_FORMAT_TIFF;
+  auto* const output = reinterpret_cast<unsigned char*>(pMerged);
+  DoMerge(map, pLow, pHigh, tiff ? output + leading : output, ulNumPixels, m_bMergedStatistics);
+  if (tiff) {
+    CFrameMetaData metaData(m_MetaData);
+    metaData.SetBitsPerPixel(16);
+    metaData.SetHDRFrame(false);
+    metaData.SetPixelEndianFormat(!m_bByteSwapped);
+    CTiffMaker().WriteHeader(output, leading, metaData, m_bByteSwapped);
+  }
+  return 0;
+}
+
+void CMergeAlgoLegacy::DoMergeWithStats(const CMergeMappingArray* pMap, unsigned short* pLow,
+                                        unsigned short* pHigh, unsigned short* pMerged,
+                                        unsigned long ulNumPixels) {
+  DoMerge(pMap, pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged), ulNumPixels, true);
+}
+
+void CMergeAlgoLegacy::DoMerge(const CMergeMappingArray* pMap, const unsigned short* pLow,
+                               const unsigned short* pHigh, unsigned char* pMerged, unsigned long ulNumPixels,
+                               bool bStatistics) {
+  const unsigned short* const data = pMap != nullptr ? pMap->GetData() : nullptr;
+  const unsigned int width = data != nullptr ? pMap->GetWidth() : 0;
+  const unsigned int height = data != nullptr ? pMap->GetHeight() : 0;
+  const auto mergeRun = [=](unsigned long first, unsigned long count, unsigned short* pTarget) {
+    orvacam::kernels::active().mergeMapped(pLow + first, pHigh + first, pTarget, count, data, width, height);
+  };
+  if (!bStatistics) {
+    orvacam::mergeAndCount(pMerged, 0, ulNumPixels, mergeRun, nullptr, 0, 0);
+    return;
+  }
+  constexpr const char* name = "DoMergeWithStats";
+  const FrameRegions regions(m_MetaData);
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiTotalFrameWidth= %d, uiTotalFrameHeight= %d\n", name,
+              regions.frameWidth, regions.frameHeight);
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiImageWidth= %d, uiImageHeight= %d\n", name, regions.imageWidth,
+              regions.imageHeight);
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiPreRefPixels= %d, uiPostRefPixels= %d\n", name, regions.prePixels,
+              regions.postPixels);
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiPreRefRows= %d, uiPostRefRows= %d\n", name, regions.preRows,
+              regions.postRows);
+  m_MergedStatistics.Reset();
+  orvacam::mergeRegions(regions, pMerged, ulNumPixels, mergeRun, m_MergedStatistics);
+}

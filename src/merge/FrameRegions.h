@@ -1,0 +1,74 @@
+#ifndef ORVACAM_SRC_MERGE_FRAME_REGIONS_H
+#define ORVACAM_SRC_MERGE_FRAME_REGIONS_H
+
+#include <orvacam/frames/CFrameStatistics.h>
+#include <orvacam/metadata/CFrameMetaData.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+namespace orvacam {
+
+/// Where a binned frame's image pixels lie, as the metadata says.
+struct FrameRegions {
+  unsigned int frameWidth = 0, frameHeight = 0;
+  unsigned int imageWidth = 0, imageHeight = 0;
+  unsigned int prePixels = 0, postPixels = 0;
+  unsigned int preRows = 0, postRows = 0;
+
+  explicit FrameRegions(const CFrameMetaData& metaData) {
+    metaData.GetFrameDimensionsBinned(frameWidth, frameHeight);
+    metaData.GetImageDimensionsBinned(imageWidth, imageHeight);
+    metaData.GetRefPixelsBinned(prePixels, postPixels);
+    metaData.GetRefRowsBinned(preRows, postRows);
+  }
+};
+
+/// Pixels that are merged and counted while they are in the cache.
+constexpr unsigned long mergeBlock = 4096;
+
+/// Merges pixels [first, first + count) in blocks by mergeRun(first, count, target), and adds them to the
+/// statistics of row y, from column x on, where there are any. Output may start at an odd address, behind a
+/// header of an odd size: blocks then go through aligned memory.
+template <typename MergeRun>
+void mergeAndCount(unsigned char* output, unsigned long first, unsigned long count, const MergeRun& mergeRun,
+                   CFrameStatistics* statistics, int x, int y) {
+  const bool aligned = reinterpret_cast<std::uintptr_t>(output) % alignof(unsigned short) == 0;
+  unsigned short scratch[mergeBlock];
+  for (unsigned long done = 0; done < count;) {
+    const unsigned long block = std::min(count - done, mergeBlock);
+    unsigned char* const place = output + 2 * (first + done);
+    auto* const target = aligned ? reinterpret_cast<unsigned short*>(place) : scratch;
+    mergeRun(first + done, block, target);
+    if (statistics != nullptr) statistics->AddRow(target, block, x + static_cast<int>(done), y);
+    if (!aligned) std::memcpy(place, scratch, 2 * block);
+    done += block;
+  }
+}
+
+/// Merges all pixels, region by region; the image pixels go into the statistics with their frame coordinates.
+/// No region reaches beyond the pixels that there are, whatever the metadata says.
+template <typename MergeRun>
+void mergeRegions(const FrameRegions& regions, unsigned char* output, unsigned long pixels,
+                  const MergeRun& mergeRun, CFrameStatistics& statistics) {
+  unsigned long position = 0;
+  const auto merge = [&](unsigned long count, CFrameStatistics* counted, unsigned int y) {
+    count = std::min(count, pixels - position);
+    mergeAndCount(output, position, count, mergeRun, counted, static_cast<int>(regions.prePixels),
+                  static_cast<int>(y));
+    position += count;
+  };
+  merge(static_cast<unsigned long>(regions.preRows) * regions.frameWidth, nullptr, 0);
+  for (unsigned int row = 0; row < regions.imageHeight && position < pixels; ++row) {
+    merge(regions.prePixels, nullptr, 0);
+    merge(regions.imageWidth, &statistics, regions.preRows + row);
+    merge(regions.postPixels, nullptr, 0);
+  }
+  merge(pixels - position, nullptr, 0);
+  statistics.Compute();
+}
+
+}  // namespace orvacam
+
+#endif  // ORVACAM_SRC_MERGE_FRAME_REGIONS_H
