@@ -100,7 +100,7 @@ int CAlgo::MergeImage(unsigned char* pFrame, unsigned long ulLength, unpacked_im
   const std::unique_ptr<IFrame> frame(InitFrame(&m_MetaData, pFrame, ulLength, pImages));
   if (frame == nullptr) return parsed;
   frame->EnableMergeStatistics(pStats != nullptr && wantsStatistics(*pStats));
-  int result = DoMerge(*frame, pImages);
+  int result = frame->Merge(pImages);
   GetStats(frame.get(), pStats);
   if (result >= 0 && pImages->bMetaDataRequest) {
     result = frame->GetProcessedLowMetaData(pImages->pLowMetaData, pImages->uiMetaDataSize);
@@ -112,10 +112,6 @@ int CAlgo::MergeImage(unsigned char* pFrame, unsigned long ulLength, unpacked_im
   return result;
 } catch (const std::bad_alloc&) {
   return -1;
-}
-
-int CAlgo::DoMerge(IFrame& frame, unpacked_images_t* pImages) {
-  return frame.CanMerge() ? frame.Merge(pImages) : -1;
 }
 
 int CAlgo::MergeFile(const wchar_t* pFileName, unpacked_images_t* pImages, unpacked_stats_t* pStats,
@@ -152,7 +148,7 @@ int CAlgo::DoMergeStream(std::FILE* pStream, unpacked_images_t* pImages, unpacke
     return result;
   }
   if (pStats != nullptr) frame->EnableMergeStatistics(wantsStatistics(*pStats));
-  result = DoMerge(*frame, pImages);
+  result = frame->Merge(pImages);
   GetStats(frame.get(), pStats);
   if (result >= 0 && pImages->pLowMetaData != nullptr)
     result = frame->GetProcessedLowMetaData(pImages->pLowMetaData, pImages->uiMetaDataSize);

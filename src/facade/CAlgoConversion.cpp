@@ -123,7 +123,7 @@ int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacke
   if (frame == nullptr) return -1;
   frame->EnableMergeStatistics(false);
   if (result < 0) return result;
-  result = DoMerge(*frame, pImages);
+  result = frame->Merge(pImages);
   if (result < 0) return result;
   frame->GetProcessedLowMetaData(pImages->pLowMetaData, pImages->uiMetaDataSize);
   frame->GetProcessedHighMetaData(pImages->pHighMetaData, pImages->uiMetaDataSize);

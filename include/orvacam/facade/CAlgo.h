@@ -93,7 +93,6 @@ class ORVACAM_API CAlgo {
 
   int DoInitialize(const gain_type_info_t& info, CCameraNVMergeSettings* pNVMergeSettings);
   double DoGainRatio(const CFrameMetaData& metaData) const;
-  int DoMerge(IFrame& frame, unpacked_images_t* pImages);
   int DoCreateReferenceFrames(const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName, double dGainRatio,
                               unsigned int uiWidth, unsigned int uiHeight);
   int DoMergeStream(std::FILE* pStream, unpacked_images_t* pImages, unpacked_stats_t* pStats,

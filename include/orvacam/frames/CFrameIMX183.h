@@ -1,0 +1,10 @@
+#ifndef ORVACAM_FRAMES_CFRAMEIMX183_H
+#define ORVACAM_FRAMES_CFRAMEIMX183_H
+
+#include <orvacam/frames/CFramePlain.h>
+#include <orvacam/types/export.h>
+
+/// Frames of the IMX183 sensor.
+class ORVACAM_API CFrameIMX183 : public CFramePlain {};
+
+#endif  // ORVACAM_FRAMES_CFRAMEIMX183_H

@@ -1,0 +1,10 @@
+#ifndef ORVACAM_FRAMES_CFRAMELSGEN_H
+#define ORVACAM_FRAMES_CFRAMELSGEN_H
+
+#include <orvacam/frames/CFramePlain.h>
+#include <orvacam/types/export.h>
+
+/// Frames of the LSGEN device.
+class ORVACAM_API CFrameLSGEN : public CFramePlain {};
+
+#endif  // ORVACAM_FRAMES_CFRAMELSGEN_H

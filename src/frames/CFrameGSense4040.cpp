@@ -1,0 +1,68 @@
+#include <orvacam/frames/CFrameGSense4040.h>
+#include <orvacam/metadata/CFrameMetaData.h>
+
+#include <cstring>
+
+namespace {
+
+/// The bytes that n packed 12-bit pixels take.
+constexpr unsigned long packedBytes(unsigned long n) {
+  return (3 * n >> 1) + (n & 1);
+}
+
+}  // namespace
+
+int CFrameGSense4040::DoUnpackSingleImage(unsigned short* pOut, unsigned long ulPixels) {
+  return DoUnpackSingle(pOut, ulPixels);
+}
+
+int CFrameGSense4040::CopyROIToBuffer(frame_roi_t& roi, unsigned char* pBuffer, unsigned int uiBufferSize) {
+  if (m_pMetaData == nullptr || m_pSource == nullptr || pBuffer == nullptr) return -1;
+  if (roi.uiX % 2 != 0 || roi.uiWidth % 2 != 0) return -1;
+  unsigned int frameWidth = 0, frameHeight = 0, prePixels = 0, postPixels = 0, preRows = 0, postRows = 0;
+  if (m_pMetaData->GetFrameDimensionsBinned(frameWidth, frameHeight) != 0) return -1;
+  m_pMetaData->GetRefPixelsBinned(prePixels, postPixels);
+  m_pMetaData->GetRefRowsBinned(preRows, postRows);
+  const bool hdr = m_pMetaData->Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
+
+  const unsigned long firstColumn = static_cast<unsigned long>(prePixels) + roi.uiX;
+  const unsigned long firstRow = static_cast<unsigned long>(preRows) + roi.uiY;
+  if (firstColumn + roi.uiWidth > frameWidth || firstRow + roi.uiHeight > frameHeight) return -1;
+
+  const unsigned long header = m_pMetaData->GetBinarizeSize();
+  const unsigned long rowsPerRow = hdr ? 2 : 1;
+  const unsigned long rowBytes = packedBytes(frameWidth);
+  const unsigned long regionBytes = packedBytes(roi.uiWidth);
+  // Intended: rows ahead of the region are skipped once, although an HDR stream holds each of them twice.
+  const unsigned long start = header + packedBytes(static_cast<unsigned long>(frameWidth) * preRows) +
+                              packedBytes(static_cast<unsigned long>(frameWidth) * roi.uiY);
+  const unsigned long firstByte = packedBytes(prePixels) + packedBytes(roi.uiX);
+  const unsigned long rows = roi.uiHeight * rowsPerRow;
+  const unsigned long sourceEnd = rows == 0 ? 0 : start + (rows - 1) * rowBytes + firstByte + regionBytes;
+  if (sourceEnd > m_ulSourceLength || header + rows * regionBytes > uiBufferSize) return -1;
+
+  if (hdr)
+    DoCopyROIHDR(m_pSource + start, frameWidth, prePixels, pBuffer + header, roi);
+  else
+    DoCopyROISingle(m_pSource + start, frameWidth, prePixels, pBuffer + header, roi);
+  return 0;
+}
+
+void CFrameGSense4040::DoCopyROIHDR(const unsigned char* pSource, unsigned int uiFrameWidth,
+                                    unsigned int uiPreRefPixels, unsigned char* pDestination,
+                                    const frame_roi_t& roi) {
+  // A pair of rows is copied like two single rows.
+  frame_roi_t rows = roi;
+  rows.uiHeight *= 2;
+  DoCopyROISingle(pSource, uiFrameWidth, uiPreRefPixels, pDestination, rows);
+}
+
+void CFrameGSense4040::DoCopyROISingle(const unsigned char* pSource, unsigned int uiFrameWidth,
+                                       unsigned int uiPreRefPixels, unsigned char* pDestination,
+                                       const frame_roi_t& roi) {
+  const unsigned long regionBytes = packedBytes(roi.uiWidth);
+  const unsigned long first = packedBytes(uiPreRefPixels) + packedBytes(roi.uiX);
+  for (unsigned int row = 0; row < roi.uiHeight && regionBytes > 0; ++row)
+    std::memcpy(pDestination + row * regionBytes, pSource + row * packedBytes(uiFrameWidth) + first,
+                regionBytes);
+}

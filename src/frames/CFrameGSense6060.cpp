@@ -1,0 +1,63 @@
+#include <orvacam/frames/CFrameGSense6060.h>
+#include <orvacam/metadata/CFrameMetaData.h>
+
+#include "frames/RowInterleavedStream.h"
+
+int CFrameGSense6060::Unpack(unpacked_images_t* pImages) {
+  if (DoPrepare(pImages) != 0) return -1;
+  unsigned int pixels = 0;
+  m_pMetaData->GetImageSizePixelsBinned(pixels);
+  if (DoCheckPlanes(pixels) != 0) return -1;
+  DoResetStatistics();
+
+  const unpacked_images_t& planes = m_UserMergeBuffers;
+  unsigned int bits = 0;
+  m_pMetaData->GetPixelSize(bits);
+  int result = -1;
+  if (bits == 12) {
+    // Intended: a pair of planes whether the HDR flag is set or not.
+    result =
+        DoUnpack12(planes.pLowImage, planes.ulLowImagePixels, planes.pHighImage, planes.ulHighImagePixels);
+    if (result >= 0) {
+      DoApplyBias(false);
+      DoApplyBias(true);
+    }
+  } else if (bits == 16 && !m_pMetaData->Value(ORVA_META_KEY_HDR_MODE).GetValueBool()) {
+    result = DoUnpackSingle(planes.pLowImage, planes.ulLowImagePixels);
+  }
+  DoComputeStatistics();  // intended: after a failure, too
+  return result;
+}
+
+int CFrameGSense6060::DoUnpack12(unsigned short* pLow, unsigned long ulLowSize, unsigned short* pHigh,
+                                 unsigned long ulHighSize) {
+  if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
+  DoResetStatistics();  // this decoder can be called alone
+  unsigned int frameWidth = 0, frameHeight = 0, width = 0, height = 0;
+  unsigned int prePixels = 0, postPixels = 0, preRows = 0, postRows = 0;
+  m_pMetaData->GetFrameDimensionsBinned(frameWidth, frameHeight);
+  m_pMetaData->GetImageDimensionsBinned(width, height);
+  m_pMetaData->GetRefPixelsBinned(prePixels, postPixels);
+  m_pMetaData->GetRefRowsBinned(preRows, postRows);
+  const orvacam::StreamSection sections[] = {
+      {2 * preRows, 0, frameWidth, 0, 0, false},
+      {2 * height, prePixels, width, postPixels, 0, m_bMergeStatistics},
+      {2 * postRows, 0, frameWidth, 0, 0, false}};
+  unsigned long length = 0;
+  const unsigned char* const pixels = DoPixelData(length);
+  orvacam::PlaneCursor planes[] = {{pLow, ulLowSize, &m_LowStatistics},
+                                   {pHigh, ulHighSize, &m_HighStatistics}};
+  return orvacam::decodeStream({pixels, length}, sections, planes, 2);
+}
+
+int CFrameGSense6060::DoUnpackSingle(unsigned short* pOut, unsigned long ulPixels) {
+  unsigned int bits = 0;
+  const int result = m_pMetaData->GetPixelSize(bits);
+  if (result < 0 || bits != 16) return -1;
+  DoCopyPlane16(pOut, ulPixels);
+  return result;
+}
+
+int CFrameGSense6060::Merge(unpacked_images_t* pImages) {
+  return DoMerge(pImages);
+}

@@ -1,0 +1,433 @@
+#include <orvacam/frames/IFrame.h>
+#include <orvacam/imagefiles/CFitsInterface.h>
+#include <orvacam/merge/CCustomMergeAlgo.h>
+#include <orvacam/metadata/CFrameMetaData.h>
+#include <orvacam/support/CLog.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "frames/RowInterleavedStream.h"
+#include "support/CheckedMath.h"
+
+namespace {
+
+// What a header can make us allocate: see the class's documentation.
+constexpr unsigned long alwaysAllowedPlane = 8UL << 20;
+constexpr unsigned long largestPlaneToSource = 64;
+
+constexpr unsigned int tiffHeaderSize = 656;
+
+template <typename Value>
+void release(Value*& pBuffer) {
+  std::free(pBuffer);
+  pBuffer = nullptr;
+}
+
+unsigned char* allocateZeroed(unsigned long size) {
+  return static_cast<unsigned char*>(std::calloc(std::max(size, 1UL), 1));
+}
+
+}  // namespace
+
+IFrame::IFrame()
+    : m_pMetaData(nullptr),
+      m_pSource(nullptr),
+      m_ulSourceLength(0),
+      m_bSourceOwned(false),
+      m_pWorkBuffer1(nullptr),
+      m_pWorkBuffer2(nullptr),
+      m_pWorkBuffer3(nullptr),
+      m_uiWorkSize(0),
+      m_uiWorkSizeWithHeader(0),
+      m_uiMergeLeadingBytes(0),
+      m_bMergeStatistics(false),
+      m_uiMergeImageFormat(ORVA_IMAGE_FORMAT_RAW),
+      m_pLog(CLog::getInstance()),
+      m_pMergeAlgo(nullptr),
+      m_UserMergeBuffers{},
+      m_bSourceByteSwapped(false) {}
+
+IFrame::~IFrame() {
+  FreeAll();
+}
+
+int IFrame::Merge(unpacked_images_t* /*pImages*/) {
+  return -1;
+}
+int IFrame::Unpack(unpacked_images_t* /*pImages*/) {
+  return -1;
+}
+int IFrame::CopyROIToBuffer(frame_roi_t& /*roi*/, unsigned char* /*pBuffer*/, unsigned int /*uiBufferSize*/) {
+  return -1;
+}
+
+// ---- Initialization and source data
+// --------------------------------------------------------------------------
+
+int IFrame::Initialize(const CFrameMetaData& metaData, unsigned char* pSource, unsigned long ulLength,
+                       CCustomMergeAlgo* pMergeAlgo) {
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: Entered\n", "Initialize");
+  const int result = DoInitialize(metaData, pMergeAlgo);
+  SetSourceImage(pSource, ulLength);
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: Leaving\n", "Initialize");
+  return result;
+}
+
+int IFrame::Initialize(const CFrameMetaData& metaData, std::FILE* pStream, CCustomMergeAlgo* pMergeAlgo) {
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: Entered\n", "Initialize");
+  int result = DoInitialize(metaData, pMergeAlgo);
+  if (result >= 0) result = SetSourceImage(pStream);
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: Leaving\n", "Initialize");
+  return result;
+}
+
+int IFrame::DoInitialize(const CFrameMetaData& metaData, CCustomMergeAlgo* pMergeAlgo) {
+  m_pMergeAlgo = pMergeAlgo;
+  delete m_pMetaData;
+  m_pMetaData = nullptr;
+  try {
+    m_pMetaData = new CFrameMetaData(metaData);
+  } catch (const std::bad_alloc&) {
+    return -1;
+  }
+  if (pMergeAlgo != nullptr) {
+    hw_merge_enables_t enables{};
+    pMergeAlgo->GetMergeEnables(enables);
+    m_uiMergeImageFormat = enables.uiImageFormat;
+  }
+  m_bMergeStatistics = false;
+  DoResetStatistics();
+  return 0;
+}
+
+void IFrame::SetSourceImage(unsigned char* pSource, unsigned long ulLength) {
+  if (pSource == nullptr) return;
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: Entered uiSourceImageLength= %d (0x%x)\n", "SetSourceImage",
+              static_cast<int>(ulLength), static_cast<unsigned int>(ulLength));
+  FreeSourceImageBuffer();
+  m_pSource = pSource;
+  m_ulSourceLength = ulLength;
+  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: Leaving\n", "SetSourceImage");
+}
+
+int IFrame::SetSourceImage(std::FILE* pStream) {
+  FreeSourceImageBuffer();
+  return pStream == nullptr ? -1 : ReadSourceImage(pStream);
+}
+
+int IFrame::ReadSourceImage(std::FILE* pStream) {
+  if (pStream == nullptr) return -1;
+  std::rewind(pStream);
+  struct stat status {};
+  if (fstat(fileno(pStream), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < 1) return -1;
+  const auto size = static_cast<unsigned long>(status.st_size);
+  auto* const buffer = static_cast<unsigned char*>(std::malloc(size + 1));
+  if (buffer == nullptr) return -1;
+  m_pSource = buffer;
+  m_ulSourceLength = size;
+  m_bSourceOwned = true;
+  const unsigned long read = std::fread(buffer, 1, size, pStream);
+  std::memset(buffer + read, 0, size + 1 - read);
+  return read == size ? 0 : -1;
+}
+
+void IFrame::FreeSourceImageBuffer() {
+  if (m_bSourceOwned) {
+    release(m_pSource);
+    m_ulSourceLength = 0;
+  }
+  m_bSourceOwned = false;
+}
+
+// ---- Buffers
+// -------------------------------------------------------------------------------------------------
+
+int IFrame::AllocateBufferPointer(unsigned int uiSize, unsigned short** ppBuffer,
+                                  unsigned long* pulCapacity) {
+  if (ppBuffer == nullptr || pulCapacity == nullptr) return -1;
+  if (*ppBuffer == nullptr) {
+    *ppBuffer = reinterpret_cast<unsigned short*>(allocateZeroed(uiSize));
+    if (*ppBuffer == nullptr) return -1;
+    *pulCapacity = uiSize;
+    return 0;
+  }
+  std::memset(*ppBuffer, 0, *pulCapacity);  // intended: also when it is too small
+  return *pulCapacity < uiSize ? -1 : 0;
+}
+
+int IFrame::AllocateMetaDataPointer(unsigned int uiSize, unsigned char** ppBuffer,
+                                    unsigned int* puiCapacity) {
+  if (ppBuffer == nullptr || puiCapacity == nullptr) return -1;
+  if (*ppBuffer != nullptr) return *puiCapacity < uiSize ? -1 : 0;
+  // Zeroed: a header of versions 1 and 2 is too short to be written.
+  *ppBuffer = allocateZeroed(uiSize);
+  if (*ppBuffer == nullptr) return -1;
+  *puiCapacity = uiSize;
+  return 0;
+}
+
+int IFrame::AllocateFrameBuffers(unsigned int uiSize, unsigned int uiExtra) {
+  // Intended: a larger header alone does not make the buffers anew.
+  if (m_pWorkBuffer1 != nullptr && m_uiWorkSize >= uiSize) return 0;
+  FreeUnpackedBuffers();
+  m_uiWorkSize = uiSize;
+  m_uiWorkSizeWithHeader = uiSize + uiExtra;
+  // Intended: twice what is asked for. Pages that nobody touches cost nothing.
+  m_pWorkBuffer1 = allocateZeroed(uiSize);
+  m_pWorkBuffer2 = allocateZeroed(2UL * uiSize);
+  m_pWorkBuffer3 = allocateZeroed(2UL * uiSize + 2UL * uiExtra);
+  if (m_pWorkBuffer1 != nullptr && m_pWorkBuffer2 != nullptr && m_pWorkBuffer3 != nullptr) return 0;
+  FreeAll();
+  return -1;
+}
+
+void IFrame::FreeUnpackedBuffers() {
+  release(m_pWorkBuffer1);
+  release(m_pWorkBuffer2);
+  release(m_pWorkBuffer3);
+  m_uiWorkSize = 0;
+  m_uiWorkSizeWithHeader = 0;
+}
+
+void IFrame::FreeAll() {
+  delete m_pMetaData;
+  m_pMetaData = nullptr;
+  FreeUnpackedBuffers();
+  FreeSourceImageBuffer();
+  m_UserMergeBuffers = unpacked_images_t{};
+}
+
+/// The pixels of the binned frame, when the metadata has a size that the source bears out.
+bool IFrame::DoFrameSize(unsigned int& uiPixels) const {
+  unsigned int width = 0;
+  unsigned int height = 0;
+  if (m_pMetaData == nullptr || m_pMetaData->GetFrameDimensionsBinned(width, height) != 0) return false;
+  // The documented queries wrap at 32 bits; memory does not follow them.
+  std::uint64_t bytes = 0;
+  if (!orvacam::checkedMultiply(std::uint64_t{width} * height, 2, bytes)) return false;
+  if (bytes > std::numeric_limits<unsigned int>::max()) return false;
+  if (bytes > alwaysAllowedPlane && bytes / largestPlaneToSource > m_ulSourceLength) return false;
+  uiPixels = width * height;
+  return true;
+}
+
+int IFrame::AllocateUserMergeBuffers(unpacked_images_t* pImages) {
+  m_UserMergeBuffers = unpacked_images_t{};
+  m_uiMergeLeadingBytes = 0;
+  unsigned int trailing = 0;
+  unsigned int pixels = 0;
+  if (pImages == nullptr || !DoFrameSize(pixels)) return -1;
+  const unsigned int planeSize = 2 * pixels;
+
+  if (pImages->bMetaDataRequest) {
+    const unsigned int metaDataSize = m_pMetaData->GetBinarizeSize();
+    for (unsigned char** buffer :
+         {&pImages->pLowMetaData, &pImages->pHighMetaData, &pImages->pMergedMetaData}) {
+      const int result = AllocateMetaDataPointer(metaDataSize, buffer, &pImages->uiMetaDataSize);
+      if (result != 0) return result;
+    }
+  }
+  if (pImages->bLowImageRequest) {
+    if (AllocateBufferPointer(planeSize, &pImages->pLowImage, &pImages->ulLowImageSize) != 0) return -1;
+    pImages->ulLowImagePixels = pixels;
+  }
+  if (pImages->bHighImageRequest) {
+    if (AllocateBufferPointer(planeSize, &pImages->pHighImage, &pImages->ulHighImageSize) != 0) return -1;
+    pImages->ulHighImagePixels = pixels;
+  }
+  if (pImages->bMergedImageRequest) {
+    const auto format = static_cast<ORVA_IMAGE_FORMAT>(m_uiMergeImageFormat);
+    if (m_pMergeAlgo != nullptr) {
+      m_pMergeAlgo->GetMergeHeaderSize(format, pixels, 16, m_uiMergeLeadingBytes, trailing);
+      m_pMergeAlgo->SetStartRowOffset(
+          static_cast<unsigned int>(m_pMetaData->Value(ORVA_META_KEY_IMAGE_START_ROW).GetValueInt()));
+    } else if (format == ORVA_IMAGE_FORMAT_TIFF) {
+      m_uiMergeLeadingBytes = tiffHeaderSize + m_pMetaData->GetBinarizeSize();
+    } else if (format == ORVA_IMAGE_FORMAT_FITS) {
+      CFitsInterface::ExtraBytes(pixels, 16, m_uiMergeLeadingBytes, trailing);
+    }
+    const unsigned long size = planeSize + static_cast<unsigned long>(m_uiMergeLeadingBytes) + trailing;
+    if (size > std::numeric_limits<unsigned int>::max() ||
+        AllocateBufferPointer(static_cast<unsigned int>(size), &pImages->pMergedImage,
+                              &pImages->ulMergedImageSize) != 0)
+      return -1;
+    pImages->ulMergedImagePixels = pixels;
+  }
+  const int result = AllocateFrameBuffers(planeSize, m_uiMergeLeadingBytes + trailing);
+  if (result != 0) return result;
+
+  m_UserMergeBuffers = *pImages;
+  unpacked_images_t& own = m_UserMergeBuffers;
+  if (!own.bLowImageRequest) {
+    own.pLowImage = reinterpret_cast<unsigned short*>(m_pWorkBuffer1);
+    own.ulLowImageSize = m_uiWorkSize;
+    own.ulLowImagePixels = pixels;
+  }
+  if (!own.bHighImageRequest) {
+    own.pHighImage = reinterpret_cast<unsigned short*>(m_pWorkBuffer2);
+    own.ulHighImageSize = m_uiWorkSize;
+    own.ulHighImagePixels = pixels;
+  }
+  if (!own.bMergedImageRequest) {
+    own.pMergedImage = reinterpret_cast<unsigned short*>(m_pWorkBuffer3);
+    own.ulMergedImageSize = m_uiWorkSizeWithHeader;
+    own.ulMergedImagePixels = pixels;
+  }
+  return 0;
+}
+
+// ---- Steps that the frame classes share
+// ----------------------------------------------------------------------
+
+int IFrame::DoPrepare(unpacked_images_t* pImages) {
+  if (m_pMetaData == nullptr || m_pSource == nullptr || pImages == nullptr) return -1;
+  return AllocateUserMergeBuffers(pImages);
+}
+
+int IFrame::DoCheckPlanes(unsigned int uiImagePixels) const {
+  const bool room = m_UserMergeBuffers.ulLowImagePixels >= uiImagePixels &&
+                    m_UserMergeBuffers.ulHighImagePixels >= uiImagePixels;
+  return room && m_UserMergeBuffers.pLowImage != nullptr && m_UserMergeBuffers.pHighImage != nullptr ? 0 : -1;
+}
+
+void IFrame::DoResetStatistics() {
+  m_LowStatistics.Reset();
+  m_HighStatistics.Reset();
+  m_MergedStatistics.Reset();
+}
+
+void IFrame::DoApplyBias(bool bHigh) {
+  if (m_pMergeAlgo == nullptr) return;
+  unsigned int width = 0;
+  unsigned int height = 0;
+  m_pMetaData->GetFrameDimensionsBinned(width, height);
+  m_pMergeAlgo->ApplyBiasFrame(bHigh ? m_UserMergeBuffers.pHighImage : m_UserMergeBuffers.pLowImage, width,
+                               height, bHigh ? m_HighStatistics : m_LowStatistics, bHigh);
+}
+
+void IFrame::DoComputeStatistics() {
+  if (!m_bMergeStatistics) return;
+  m_LowStatistics.Compute();
+  m_HighStatistics.Compute();
+}
+
+void IFrame::DoMergePlanes(const unpacked_images_t* pImages) {
+  const unsigned long pixels = m_UserMergeBuffers.ulLowImagePixels;
+  if (pImages->pMergedImage == nullptr ||
+      pImages->ulMergedImagePixels < m_UserMergeBuffers.ulHighImagePixels ||
+      !m_pMetaData->Value(ORVA_META_KEY_HDR_MODE).GetValueBool() || m_pMergeAlgo == nullptr)
+    return;
+  // A merged plane that is there without being asked for has not been checked yet.
+  unsigned int leading = 0;
+  unsigned int trailing = 0;
+  m_pMergeAlgo->GetMergeHeaderSize(static_cast<ORVA_IMAGE_FORMAT>(m_uiMergeImageFormat), pixels, 16, leading,
+                                   trailing);
+  if (pImages->ulMergedImageSize < 2 * pixels + leading + trailing) return;
+  MergeFrame(m_UserMergeBuffers.pLowImage, m_UserMergeBuffers.pHighImage, pImages->pMergedImage, pixels);
+}
+
+int IFrame::DoMerge(unpacked_images_t* pImages) {
+  if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
+  if (pImages == nullptr) return 0;
+  const int result = Unpack(pImages);
+  if (result >= 0) DoMergePlanes(pImages);
+  return result;
+}
+
+int IFrame::MergeFrame(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
+                       unsigned long ulPixels) {
+  if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr || ulPixels == 0) return 0;
+  m_MergedStatistics.Reset();
+  if (m_pMergeAlgo == nullptr) return -1;
+  m_pMergeAlgo->EnableStatistics(m_bMergeStatistics);
+  return m_pMergeAlgo->MergeFrames(pLow, pHigh, pMerged, ulPixels);
+}
+
+const unsigned char* IFrame::DoPixelData(unsigned long& ulLength) const {
+  const unsigned long header = m_pMetaData->GetBinarizeSize();
+  ulLength = m_ulSourceLength > header ? m_ulSourceLength - header : 0;
+  return ulLength > 0 ? m_pSource + header : nullptr;
+}
+
+const unsigned char* IFrame::DoPixelDataOfAnySource(unsigned long& ulLength) const {
+  const auto known = static_cast<unsigned int>(std::min(m_ulSourceLength, 4UL));
+  if (CFrameMetaData::IsRCDFrame(m_pSource, known)) return DoPixelData(ulLength);
+  ulLength = m_ulSourceLength;
+  return m_pSource;
+}
+
+void IFrame::DoCopyPlane16(unsigned short* pOut, unsigned long ulPixels) const {
+  unsigned long length = 0;
+  const unsigned char* const pixels = DoPixelData(length);
+  // Intended: a source that is too short is left uncopied, without an error.
+  if (pixels != nullptr && length / 2 >= ulPixels) std::memcpy(pOut, pixels, 2 * ulPixels);
+}
+
+int IFrame::UnpackImage12to16(unsigned short* pOut, unsigned long ulSize) {
+  if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
+  unsigned int frameWidth = 0, frameHeight = 0, width = 0, height = 0;
+  unsigned int prePixels = 0, postPixels = 0, preRows = 0, postRows = 0;
+  m_pMetaData->GetFrameDimensionsBinned(frameWidth, frameHeight);
+  m_pMetaData->GetImageDimensionsBinned(width, height);
+  m_pMetaData->GetRefPixelsBinned(prePixels, postPixels);
+  m_pMetaData->GetRefRowsBinned(preRows, postRows);
+  const orvacam::StreamSection sections[] = {{preRows, 0, frameWidth, 0, 0, false},
+                                             {height, prePixels, width, postPixels, 0, false},
+                                             {postRows, 0, frameWidth, 0, 0, false}};
+  unsigned long length = 0;
+  const unsigned char* const pixels = DoPixelData(length);
+  orvacam::PlaneCursor plane(pOut, ulSize, nullptr);
+  return orvacam::decodeStream({pixels, length}, sections, &plane, 1);
+}
+
+// ---- Results
+// -------------------------------------------------------------------------------------------------
+
+void IFrame::EnableMergeStatistics(bool bEnable) {
+  m_bMergeStatistics = bEnable;
+}
+
+void IFrame::DoGetStats(const CFrameStatistics& statistics, image_plane_stats_t& stats) {
+  statistics.GetResults(stats);
+}
+
+void IFrame::GetLowFrameStats(image_plane_stats_t& stats) {
+  DoGetStats(m_LowStatistics, stats);
+}
+void IFrame::GetHighFrameStats(image_plane_stats_t& stats) {
+  DoGetStats(m_HighStatistics, stats);
+}
+
+void IFrame::GetMergedFrameStats(image_plane_stats_t& stats) {
+  if (m_pMergeAlgo != nullptr)
+    m_pMergeAlgo->GetMergedStats(stats);
+  else
+    DoGetStats(m_MergedStatistics, stats);
+}
+
+int IFrame::DoGetProcessedMetaData(unsigned char* pBuffer, unsigned int uiCapacity, bool bHigh,
+                                   bool bMerged) {
+  if (m_pMetaData == nullptr || m_pMetaData->GetBinarizeSize() > uiCapacity) return -1;
+  m_pMetaData->SetBitsPerPixel(16);
+  m_pMetaData->SetHDRFrame(false);
+  m_pMetaData->SetPixelEndianFormat(!m_bSourceByteSwapped);
+  m_pMetaData->SetIsHighFrame(bHigh);
+  m_pMetaData->SetIsMergedFrame(bMerged);
+  m_pMetaData->Binarize(pBuffer, uiCapacity);
+  return 0;
+}
+
+int IFrame::GetProcessedLowMetaData(unsigned char* pBuffer, unsigned int uiCapacity) {
+  return DoGetProcessedMetaData(pBuffer, uiCapacity, false, false);
+}
+int IFrame::GetProcessedHighMetaData(unsigned char* pBuffer, unsigned int uiCapacity) {
+  return DoGetProcessedMetaData(pBuffer, uiCapacity, true, false);
+}
+int IFrame::GetProcessedMergedMetaData(unsigned char* pBuffer, unsigned int uiCapacity) {
+  return DoGetProcessedMetaData(pBuffer, uiCapacity, false, true);
+}
