@@ -1,0 +1,201 @@
+#include "Scene.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace orvacam::simulator {
+
+namespace {
+
+constexpr double bias = 20;  // high-gain counts of a dark pixel
+
+/// A small generator with distributions of its own, so that every machine draws the same numbers.
+class Random {
+ public:
+  explicit Random(unsigned long seed) : m_state(seed * 0x9E3779B97F4A7C15UL + 1) {}
+
+  unsigned long bits() {  // splitmix64
+    m_state += 0x9E3779B97F4A7C15UL;
+    unsigned long z = m_state;
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9UL;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBUL;
+    return z ^ (z >> 31);
+  }
+  double uniform() { return static_cast<double>(bits() >> 11) / 9007199254740992.0; }
+  /// Nearly normal: a sum of twelve uniform numbers needs no transcendental function.
+  double normal() {
+    double sum = -6;
+    for (int i = 0; i < 12; ++i)
+      sum += uniform();
+    return sum;
+  }
+
+ private:
+  unsigned long m_state;
+};
+
+/// A number from -1 to 1 that belongs to a place.
+double patternAt(unsigned long seed, unsigned long a, unsigned long b) {
+  return 2 * Random(seed ^ (a * 0x100000001B3UL + b * 0x1F123BB5UL + 77)).uniform() - 1;
+}
+
+double columnOffset(const Sky& sky, unsigned int x) {
+  return sky.columnPattern * patternAt(sky.seed, x, 1u << 20);
+}
+double response(const Sky& sky, unsigned int x, unsigned int y) {
+  return 1 + sky.gainPattern * patternAt(sky.seed, x, y);
+}
+
+/// The electrons of every image pixel before noise.
+std::vector<double> light(const HeaderFields& f, const Sky& sky) {
+  std::vector<double> electrons(std::size_t{f.width} * f.height, sky.background);
+  Random random(sky.seed);
+  for (unsigned int i = 0; i < sky.stars; ++i) {
+    const double cx = random.uniform() * f.width;
+    const double cy = random.uniform() * f.height;
+    // Faint stars are many, bright ones few.
+    const double rank = sky.stars > 1 ? static_cast<double>(i) / (sky.stars - 1) : 0;
+    const double total = sky.faintestStar + (sky.brightestStar - sky.faintestStar) / (1 + 400 * rank * rank);
+    // A Moffat profile with exponent 2.
+    const double a2 = sky.starRadius * sky.starRadius;
+    const double peak = total / (3.14159265358979 * a2);
+    const double reach = 30 * sky.starRadius;
+    const auto low = [](double v) { return static_cast<unsigned int>(std::max(0.0, v)); };
+    for (unsigned int y = low(cy - reach); y < std::min<double>(f.height, cy + reach); ++y)
+      for (unsigned int x = low(cx - reach); x < std::min<double>(f.width, cx + reach); ++x) {
+        const double r2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
+        const double t = 1 + r2 / a2;
+        electrons[std::size_t{y} * f.width + x] += peak / (t * t);
+      }
+  }
+  return electrons;
+}
+
+double ratioOf(const Camera& camera) {
+  return camera.electronsHigh > 0 ? camera.electronsLow / camera.electronsHigh : 1.0;
+}
+
+std::vector<unsigned char> referenceFile(
+    const HeaderFields& fields, const std::function<int(bool high, unsigned int x, unsigned int y)>& term) {
+  HeaderFields plain = fields;
+  plain.hdr = false;
+  std::vector<unsigned char> file = writeHeader(plain, 3);
+  for (const bool high : {false, true})
+    for (unsigned int y = 0; y < fields.frameHeight(); ++y)
+      for (unsigned int x = 0; x < fields.frameWidth(); ++x) {
+        const auto value = static_cast<std::uint16_t>(term(high, x, y));
+        file.push_back(static_cast<unsigned char>(value & 255));
+        file.push_back(static_cast<unsigned char>(value >> 8));
+      }
+  return file;
+}
+
+std::string lower(std::string text) {
+  for (char& c : text)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return text;
+}
+
+}  // namespace
+
+const std::vector<Camera>& cameras() {
+  static const std::vector<Camera> all = {
+      {"GSENSE400", "VESTRA VS400", 47.8469, 7.5988, 12, false},
+      {"GSENSE2020", "VESTRA VS2020", 18.6916, 0.8194, 12, false},
+      {"GSENSE4040", "VESTRA VS4040", 18.6916, 0.8194, 12, false},
+      {"GSENSE6060", "VESTRA VS6060", 12.5, 2.494, 12, false},
+      {"CCD230-42", "ARGENT 230-42", 2.0, 0, 16, true},
+      {"CCD230-84", "ARGENT 230-84", 2.0, 0, 16, true},
+      {"CCD4320", "ARGENT 4320", 2.0, 0, 16, true},
+      {"IMX183", "VESTRA IMX183", 2.0, 0, 16, false},
+      {"GENERIC", "VESTRA PLAIN", 2.0, 0, 16, false},
+  };
+  return all;
+}
+
+const Camera* findCamera(const std::string& name) {
+  for (const Camera& camera : cameras())
+    if (lower(camera.name) == lower(name)) return &camera;
+  return nullptr;
+}
+
+std::optional<HeaderFields> headerFor(const Camera& camera, const std::string& mode) {
+  HeaderFields f;
+  f.model = camera.model;
+  f.dataBits = f.sensorBits = camera.bits;
+  const std::string name = camera.name;
+  const bool gsense = camera.electronsHigh > 0;
+  if (camera.ccd) f.quadrants = 0x3C;
+  if (mode == "single") {
+    // The GSENSE6060 sends its 12-bit data as two planes always: its single images have 16 bits.
+    if (name == "GSENSE6060") f.dataBits = 16;
+    return f;
+  }
+  if (mode == "hdr" && gsense) {
+    f.hdr = true;
+    return f;
+  }
+  if (mode == "16bit" && (!gsense || name != "GSENSE400")) {
+    f.dataBits = 16;
+    return f;
+  }
+  if (mode == "cms" && name == "GSENSE2020") {
+    f.correlatedMultipleSampling = true;
+    return f;
+  }
+  return std::nullopt;
+}
+
+std::vector<Plane> exposeSky(const Camera& camera, const HeaderFields& fields, const Sky& sky) {
+  const Layout layout = layoutOf(fields);
+  const std::vector<double> electrons = light(fields, sky);
+  // One exposure: both channels read the same electrons. A CCD's image lies inside its frame; other streams
+  // tell image and reference pixels apart.
+  Random random(sky.seed ^ 0xABCDEF);
+  std::vector<double> collected(electrons.size());
+  for (std::size_t i = 0; i < collected.size(); ++i)
+    collected[i] = std::max(0.0, electrons[i] + random.normal() * std::sqrt(electrons[i]));
+
+  const double ratio = ratioOf(camera);
+  const unsigned int depth = layout.packing == Packing::Packed13   ? 13
+                             : layout.packing == Packing::Packed12 ? 12
+                                                                   : 16;
+  const double largest = (1u << depth) - 1;
+  const unsigned int binX = std::max(1u, fields.horizontalBinning);
+  const unsigned int binY = std::max(1u, fields.verticalBinning);
+  return makePlanes(layout, [&](const PixelPlace& place) {
+    const bool high = place.plane == 1;
+    const double perCount = high ? camera.electronsHigh : camera.electronsLow;
+    const double scale = layout.planes == 2 && !high ? 1 / ratio : 1;  // of what is given in high-gain counts
+    unsigned int x = place.x * binX;
+    unsigned int y = place.y * binY;
+    bool lit = place.image;
+    if (layout.packing == Packing::Ccd) {
+      lit = place.x >= fields.preRefPixels && place.x < fields.preRefPixels + fields.width &&
+            place.y >= fields.preRefRows && place.y < fields.preRefRows + fields.height;
+      x = place.x - fields.preRefPixels;
+      y = place.y - fields.preRefRows;
+    }
+    double counts = (bias + columnOffset(sky, place.x)) * scale;
+    if (lit && x < fields.width && y < fields.height)
+      counts += collected[std::size_t{y} * fields.width + x] * response(sky, place.x, place.y) / perCount;
+    counts += random.normal() * sky.readNoise / perCount;
+    return static_cast<std::uint16_t>(std::min(largest, std::max(0.0, std::floor(counts + 0.5))));
+  });
+}
+
+std::vector<unsigned char> dsnuFile(const Camera& camera, const HeaderFields& fields, const Sky& sky) {
+  return referenceFile(fields, [&](bool high, unsigned int x, unsigned int) {
+    const double offset = (bias + columnOffset(sky, x)) / (high ? 1 : ratioOf(camera));
+    return static_cast<int>(std::floor(-offset * 8 + 0.5));  // 3 fraction bits
+  });
+}
+
+std::vector<unsigned char> prnuFile(const Camera& camera, const HeaderFields& fields, const Sky& sky) {
+  return referenceFile(fields, [&](bool high, unsigned int x, unsigned int y) {
+    const double gain = (high ? 1 : ratioOf(camera)) / response(sky, x, y);
+    return static_cast<int>(std::floor(gain * 1024 + 0.5));  // 10 fraction bits
+  });
+}
+
+}  // namespace orvacam::simulator
