@@ -64,8 +64,8 @@ struct Card {
   unsigned int keyword;  // place in the keyword table, which also has the comment
   FITS_VALUE_TYPE type;
   Source source = Source::Key;
-  double constant = 0.0;
   When when = When::Always;
+  double constant = 0.0;
 };
 
 constexpr FITS_VALUE_TYPE L = FITS_VALUE_LOGICAL;
@@ -76,15 +76,15 @@ constexpr FITS_VALUE_TYPE F = FITS_VALUE_FLOAT;
 
 /// The header, in order.
 constexpr Card cards[] = {
-    {Simple, L, Source::Constant, 1},
-    {Bitpix, U, Source::Constant, 16},
-    {Naxis, U, Source::Constant, 2},
+    {Simple, L, Source::Constant, When::Always, 1},
+    {Bitpix, U, Source::Constant, When::Always, 16},
+    {Naxis, U, Source::Constant, When::Always, 2},
     {Naxis1, U, Source::Width},
     {Naxis2, U, Source::Height},
-    {Extend, L, Source::Constant, 1},
+    {Extend, L, Source::Constant, When::Always, 1},
     {Comment, S, Source::FormatComment},
-    {Bscale, F, Source::Constant, 1.0},
-    {Bzero, F, Source::Constant, 32768.0},
+    {Bscale, F, Source::Constant, When::Always, 1.0},
+    {Bzero, F, Source::Constant, When::Always, 32768.0},
     {ORVA_META_KEY_CAMERA_MODEL, S},
     {ORVA_META_KEY_CAMERA_SERIAL_NUMBER, S},
     {ORVA_META_KEY_FIRMWARE_VERSION, U},
@@ -106,13 +106,13 @@ constexpr Card cards[] = {
     {ORVA_META_KEY_FRAME_NUMBER, U},
     {ORVA_META_KEY_TEST_IS_HIGH_FRAME, U},
     {ORVA_META_KEY_TEST_IS_MERGED_FRAME, U},
-    {ORVA_META_KEY_HDR_GAIN, F, Source::Key, 0, When::IsHighPlane},
-    {ORVA_META_KEY_LDR_GAIN, F, Source::Key, 0, When::IsLowPlane},
+    {ORVA_META_KEY_HDR_GAIN, F, Source::Key, When::IsHighPlane},
+    {ORVA_META_KEY_LDR_GAIN, F, Source::Key, When::IsLowPlane},
     {ORVA_META_KEY_LOW_DARK_CURRENT, U},
     {ORVA_META_KEY_LOW_NOISE, U},
-    {ORVA_META_KEY_GPS_LOCKED, U, Source::Key, 0, When::HasPosition},
-    {ORVA_META_KEY_GPS_LATITUDE_RAW, F, Source::Latitude, 0, When::HasPosition},
-    {ORVA_META_KEY_GPS_LONGITUDE_RAW, F, Source::Longitude, 0, When::HasPosition},
+    {ORVA_META_KEY_GPS_LOCKED, U, Source::Key, When::HasPosition},
+    {ORVA_META_KEY_GPS_LATITUDE_RAW, F, Source::Latitude, When::HasPosition},
+    {ORVA_META_KEY_GPS_LONGITUDE_RAW, F, Source::Longitude, When::HasPosition},
     {ORVA_META_KEY_HDR_MODE, U},
     {ORVA_META_KEY_HORZ_SCAN_DIR_INVERT, U},
     {ORVA_META_KEY_VERT_SCAN_DIR_INVERT, U},
@@ -328,10 +328,10 @@ int CFitsInterface::RecWriteNextKey(unsigned char* pBuffer, unsigned int uiSize,
 
   std::size_t end = pKeyword != nullptr ? strnlen(pKeyword, keywordSize) : 0;
   if (const char* const value = DoFormatValue(uiType, pValue)) {
-    const std::size_t length = std::strlen(value);
     card[keywordSize] = '=';
-    std::memcpy(card + valueColumn, value, length);
-    end = valueColumn + length;
+    end = valueColumn;
+    for (const char* next = value; *next != '\0' && end < cardSize; ++next)
+      card[end++] = static_cast<unsigned char>(*next);
   }
   if (pComment != nullptr && *pComment != '\0' && end < lastValueColumn) {
     card[end + 1] = '/';

@@ -240,7 +240,7 @@ int CTiffMaker::Binarize(unsigned char* pBuffer, unsigned int uiSize, bool bBigE
     if (!liesInBlock(*node)) return -1;
 
   std::memset(pBuffer, 0, blockSize);
-  std::memcpy(pBuffer, bBigEndian ? "MM" : "II", 2);
+  pBuffer[0] = pBuffer[1] = bBigEndian ? 'M' : 'I';
   Writer writer(pBuffer + 2, bBigEndian);
   writer.put(42, 2);
   writer.put(directoryOffset, 4);

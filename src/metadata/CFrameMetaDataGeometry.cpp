@@ -17,17 +17,17 @@ namespace {
 using orvacam::ceilDivide;
 
 struct Model {
-  bool argent;  ///< the model also contains "ARGENT", whatever its case
   const char* designation;
   unsigned int device;
+  bool argent;  ///< the model also contains "ARGENT", whatever its case
 };
 
 /// In the order in which they are tried.
 constexpr Model models[] = {
-    {false, "VS400", ORVA_DEVICE_GSENSE400},    {false, "VS2020", ORVA_DEVICE_GSENSE2020},
-    {false, "VS4040", ORVA_DEVICE_GSENSE4040},  {false, "VS6060", ORVA_DEVICE_GSENSE6060},
-    {true, "230-42", ORVA_DEVICE_ARGENT_23042}, {true, "230-84", ORVA_DEVICE_ARGENT_23084},
-    {true, "4320", ORVA_DEVICE_ARGENT_4320},
+    {"VS400", ORVA_DEVICE_GSENSE400, false},    {"VS2020", ORVA_DEVICE_GSENSE2020, false},
+    {"VS4040", ORVA_DEVICE_GSENSE4040, false},  {"VS6060", ORVA_DEVICE_GSENSE6060, false},
+    {"230-42", ORVA_DEVICE_ARGENT_23042, true}, {"230-84", ORVA_DEVICE_ARGENT_23084, true},
+    {"4320", ORVA_DEVICE_ARGENT_4320, true},
 };
 constexpr const char* unlessArgent = "IMX183";
 

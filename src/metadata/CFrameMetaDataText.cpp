@@ -2,7 +2,6 @@
 
 #include <orvacam/metadata/CFrameMetaData.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
@@ -56,7 +55,7 @@ std::string position(const CMetaValues* degrees, const char* positive, const cha
 int deliver(const std::string& text, char* pText, unsigned int uiSize) {
   if (uiSize > 0) {
     std::memset(pText, 0, uiSize);
-    std::memcpy(pText, text.data(), std::min<std::size_t>(text.size(), uiSize - 1));
+    text.copy(pText, uiSize - 1);
   }
   return static_cast<int>(text.size());
 }
