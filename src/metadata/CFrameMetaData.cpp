@@ -114,8 +114,7 @@ void CFrameMetaData::ReInitialize(bool bAsDefaultFrame) {
   SetDimensions(size, size);
 }
 
-// ---- Values
-// --------------------------------------------------------------------------------------------------
+// ---- Values ----------------------------------------------------------------------------------------------
 
 int CFrameMetaData::GetValue(ORVA_META_KEYS eKey, meta_data_value_t& value) {
   if (eKey >= ORVA_META_KEY_COUNT) return -1;
@@ -185,8 +184,7 @@ bool CFrameMetaData::IsMerged() const {
   return !m_Values[ORVA_META_KEY_HDR_MODE].GetValueBool() && DoUint(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH) == 16;
 }
 
-// ---- Marking a header as processed
-// ---------------------------------------------------------------------------
+// ---- Marking a header as processed -----------------------------------------------------------------------
 
 CMetaValues& CFrameMetaData::DoKeptByte(unsigned int uiByte) {
   switch (static_cast<Kept>(uiByte)) {
@@ -196,6 +194,8 @@ CMetaValues& CFrameMetaData::DoKeptByte(unsigned int uiByte) {
       return m_ExtraFlags;
     case Kept::ControlBlockTest:
       return m_ControlBlockTest;
+    case Kept::HorizontalBinning:
+      return m_Values[ORVA_META_KEY_HORIZONTAL_BINNING];
     default:
       return m_ControlBlock;
   }

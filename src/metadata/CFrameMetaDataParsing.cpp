@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 
 #include "metadata/FitsCards.h"
 #include "metadata/HeaderFields.h"
@@ -30,26 +31,24 @@ unsigned char* takeBytes(unsigned char*& pPosition, unsigned int& uiRemaining, u
 
 }  // namespace
 
-// ---- Ways in
-// -------------------------------------------------------------------------------------------------
+// ---- Ways in ---------------------------------------------------------------------------------------------
 
 bool CFrameMetaData::IsRCDFrame(const unsigned char* pBuffer, unsigned int uiLength) {
   return pBuffer != nullptr && uiLength >= 4 && std::memcmp(pBuffer, "Meta", 4) == 0;
 }
 
-int CFrameMetaData::Parse(unsigned char* pBuffer, unsigned int uiLength) {
-  int result = -1;
-  if (IsRCDFrame(pBuffer, uiLength)) {
-    result = DoParse(pBuffer, uiLength);
-  } else if (orvacam::fits::isFitsFrame(pBuffer, uiLength)) {
-    bool end = false;
-    result = orvacam::fits::parseMetaData(pBuffer, uiLength, *this, end);
-  }
+int CFrameMetaData::Parse(unsigned char* pBuffer, unsigned int uiLength) try {
   m_uiCursor = 0;
-  return result;
+  if (IsRCDFrame(pBuffer, uiLength)) return DoParse(pBuffer, uiLength);
+  bool end = false;
+  return orvacam::fits::isFitsFrame(pBuffer, uiLength)
+             ? orvacam::fits::parseMetaData(pBuffer, uiLength, *this, end)
+             : -1;
+} catch (const std::bad_alloc&) {
+  return -1;
 }
 
-int CFrameMetaData::Parse(std::FILE* pStream) {
+int CFrameMetaData::Parse(std::FILE* pStream) try {
   m_uiCursor = 0;
   if (pStream == nullptr) return -1;
   m_bCaptureTimeValid = true;
@@ -72,6 +71,8 @@ int CFrameMetaData::Parse(std::FILE* pStream) {
   const unsigned int rest = length > prefixSize ? length - prefixSize : 0;
   if (std::fread(m_RawHeader + prefixSize, 1, rest, pStream) != rest) return 0;
   return DoParse(m_RawHeader, length);
+} catch (const std::bad_alloc&) {
+  return -1;
 }
 
 int CFrameMetaData::DoParse(unsigned char* pBuffer, unsigned int uiLength) {
@@ -96,8 +97,7 @@ int CFrameMetaData::DoParse(unsigned char* pBuffer, unsigned int uiLength) {
   return result;
 }
 
-// ---- Fields
-// --------------------------------------------------------------------------------------------------
+// ---- Fields ----------------------------------------------------------------------------------------------
 
 int CFrameMetaData::DoParseFields(unsigned char* pPosition, unsigned int uiRemaining,
                                   unsigned int uiVersion) {
@@ -213,13 +213,8 @@ void CFrameMetaData::DoDeriveFlags(unsigned int uiVersion) {
     const bool set = (DoKeptByte(static_cast<unsigned int>(flag.byte)).GetValueUint() & flag.mask) != 0;
     m_Values[flag.key].SetValueBool(set != flag.whenClear);
   }
-  if (version == V34) {
+  if (version == V34)
     m_Values[ORVA_META_KEY_SENSOR_READ_QUADRANTS].SetValueUint(m_ControlBlock2.GetValueUint() & quadrantMask);
-  } else {
-    // Intended: these versions have the flag in the byte behind the Control Block, the horizontal binning.
-    m_Values[ORVA_META_KEY_LOW_DARK_CURRENT].SetValueBool(
-        (DoUint(ORVA_META_KEY_HORIZONTAL_BINNING) & lowDarkCurrentMask) != 0);
-  }
 }
 
 void CFrameMetaData::DoFixRefPixels() {
@@ -244,8 +239,7 @@ void CFrameMetaData::DoFixRefPixels() {
   }
 }
 
-// ---- Field and byte readers
-// ----------------------------------------------------------------------------------
+// ---- Field and byte readers ------------------------------------------------------------------------------
 
 int CFrameMetaData::ParseUint(unsigned char*& pPosition, unsigned int& uiRemaining, CMetaValues& value,
                               unsigned int n) {

@@ -48,7 +48,7 @@ int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
   for (const Field& field : fields) {
     if ((field.versions & V34) == 0) continue;
     const CMetaValues* const values = &m_Values[field.key];
-    switch (writeEncoding(field)) {
+    switch (field.written()) {
       case Encoding::Unsigned:
       case Encoding::Gps:
         writer.putUint(field.offset, field.width, values->GetValueUint());
@@ -103,9 +103,10 @@ int CFrameMetaData::BinarizeEx(unsigned char* pBuffer, unsigned int uiSize, cons
     m_Values[ORVA_META_KEY_OTHER_TYPE].SetValueUint(m_OtherMetaData.GetType());
   }
   m_Values[ORVA_META_KEY_OTHER_TYPE_LENGTH].SetValueUint(uiOtherLength);
+  if (uiSize < writtenSize || uiOtherLength > uiSize - writtenSize) return -1;
   const int result = Binarize(pBuffer, uiSize);
-  if (result < 1 || pOther == nullptr) return result;
-  return ByteWriter(pBuffer, uiSize).putBytes(writtenSize, pOther, uiOtherLength) ? result : -1;
+  if (result > 0) ByteWriter(pBuffer, uiSize).putBytes(writtenSize, pOther, uiOtherLength);
+  return result;
 }
 
 unsigned int CFrameMetaData::GetBinarizeSize() const {

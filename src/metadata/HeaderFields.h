@@ -42,16 +42,18 @@ enum class Encoding : unsigned char {
   Gps,            // hemisphere and 1/600000 degrees, into four keys
   Raw,            // kept and not interpreted
   LibraryVersion,  // written only: this library's own version
-  Nothing          // written only: stays zero
+  Nothing,         // written only: stays zero
+  AsRead           // written only: as it was read
 };
 
-/// The bytes that are kept whole: raw areas and flag bytes.
+/// The bytes that are kept whole: flag bytes and raw areas.
 enum class Kept : unsigned char {
   None,
   ControlBlock,
   ControlBlock2,
   ExtraFlags,
   ControlBlockTest,
+  HorizontalBinning,  // a value of its own that also carries a flag
   Reserved1,
   Reserved2,
   Padding
@@ -62,8 +64,11 @@ struct Field {
   unsigned short offset;
   unsigned char width;
   Encoding read;
-  unsigned char key;
+  unsigned char key;  // the first one where the encoding fills several; meaningless for kept bytes
   Kept kept = Kept::None;
+  Encoding write = Encoding::AsRead;  // differs where a header is written otherwise than it is read
+
+  constexpr Encoding written() const { return write == Encoding::AsRead ? read : write; }
 };
 
 /// Every field behind the prefix, in the order of the bytes of each version.
@@ -82,7 +87,8 @@ inline constexpr Field fields[] = {
     {All, 83, 2, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_PIXELS},
     {All, 85, 4, Encoding::Unsigned, ORVA_META_KEY_EXPOSURE_TIME},
     {All, 89, 2, Encoding::Signed, ORVA_META_KEY_SENSOR_COOLER_TEMP},
-    {All, 91, 2, Encoding::SignMagnitude, ORVA_META_KEY_SENSOR_CHIP_TEMP},
+    // Intended: read as sign-magnitude, written as two's complement.
+    {All, 91, 2, Encoding::SignMagnitude, ORVA_META_KEY_SENSOR_CHIP_TEMP, Kept::None, Encoding::Signed},
     {All, 93, 1, Encoding::Unsigned, ORVA_META_KEY_GLOBAL_GAIN},
     {All, 94, 1, Encoding::Unsigned, ORVA_META_KEY_LDR_GAIN},
     {All, 95, 1, Encoding::Unsigned, ORVA_META_KEY_HDR_GAIN},
@@ -126,8 +132,10 @@ inline constexpr Field fields[] = {
     {V234, 152, 30, Encoding::TimeText, ORVA_META_KEY_CAPTURE_DATE},
     {V234, 182, 4, Encoding::Gps, ORVA_META_KEY_GPS_LATITUDE_RAW},
     {V234, 186, 4, Encoding::Gps, ORVA_META_KEY_GPS_LONGITUDE_RAW},
-    {V234, 190, 12, Encoding::OptionalText, ORVA_META_KEY_APP_INFO_STRING},
-    {V234, 202, 12, Encoding::OptionalText, ORVA_META_KEY_LIB_INFO_STRING},
+    // Intended: the application's text is the application's to write; ours says who wrote the header.
+    {V234, 190, 12, Encoding::OptionalText, ORVA_META_KEY_APP_INFO_STRING, Kept::None, Encoding::Nothing},
+    {V234, 202, 12, Encoding::OptionalText, ORVA_META_KEY_LIB_INFO_STRING, Kept::None,
+     Encoding::LibraryVersion},
     {V234, 214, 1, Encoding::Unsigned, ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE},
     {V234, 215, 1, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_PIXEL_SIZE},
     {V234, 216, 3, Encoding::Unsigned, ORVA_META_KEY_BLACK_LEVEL_ADJUST_HIGH},
@@ -154,23 +162,6 @@ inline constexpr Field version4Fields[] = {
 // Intended: the bytes left for these fields are counted from 244 although reading starts at 236.
 constexpr unsigned int version4CountedFrom = 244;
 
-/// Where writing differs from reading, on purpose.
-struct WriteDifference {
-  unsigned short offset;
-  Encoding write;
-};
-inline constexpr WriteDifference writeDifferences[] = {
-    {91, Encoding::Signed},    // the chip temperature goes out as two's complement, is read as sign-magnitude
-    {190, Encoding::Nothing},  // the application's text is the application's to write
-    {202, Encoding::LibraryVersion},  // who wrote the header
-};
-
-constexpr Encoding writeEncoding(const Field& field) {
-  for (const WriteDifference& difference : writeDifferences)
-    if (difference.offset == field.offset) return difference.write;
-  return field.read;
-}
-
 /// One flag of a kept byte.
 struct Flag {
   Kept byte;
@@ -185,8 +176,9 @@ inline constexpr Flag flags[] = {
     {Kept::ControlBlock, 0x40, ORVA_META_KEY_PIXEL_ORDERED_IMAGE, All, false},
     {Kept::ControlBlock, 0x20, ORVA_META_KEY_HDR_MODE, All, false},
     {Kept::ControlBlock, 0x10, ORVA_META_KEY_LOW_NOISE, All, false},
-    {Kept::ControlBlock, 0x08, ORVA_META_KEY_LOW_DARK_CURRENT, V34,
-     false},  // versions 1, 2: lowDarkCurrentMask
+    {Kept::ControlBlock, 0x08, ORVA_META_KEY_LOW_DARK_CURRENT, V34, false},
+    // Intended: versions 1 and 2 have it in the byte behind the Control Block.
+    {Kept::HorizontalBinning, 0x08, ORVA_META_KEY_LOW_DARK_CURRENT, V12, false},
     {Kept::ControlBlock, 0x04, ORVA_META_KEY_HORZ_SCAN_DIR_INVERT, All, false},
     {Kept::ControlBlock, 0x02, ORVA_META_KEY_VERT_SCAN_DIR_INVERT, All, true},  // intended: inverted
     {Kept::ControlBlock, 0x01, ORVA_META_KEY_NON_ROW_ALLIGNED_IMAGE, All, false},
@@ -202,48 +194,87 @@ inline constexpr Flag flags[] = {
     {Kept::ExtraFlags, 0x40, ORVA_META_KEY_CORRELATED_MULTIPLE_SAMPLE, V34, false},
     {Kept::ExtraFlags, 0x80, ORVA_META_KEY_EXTRA_FLAG_BIT7, V34, false},
 };
-constexpr unsigned int quadrantMask = 0x3C;        // of Control Block 2, versions 3 and 4
-constexpr unsigned int lowDarkCurrentMask = 0x08;  // of the horizontal binning, versions 1 and 2
+constexpr unsigned int quadrantMask = 0x3C;  // of Control Block 2, versions 3 and 4
 
 constexpr Versions setOf(unsigned int version) {
   return version == 1 ? V1 : version == 2 ? V2 : V34;
 }
 
-/// A version's fields follow each other without a gap from the prefix to the end of its header.
-constexpr bool fieldsAreContiguous(Versions version, unsigned int end) {
-  unsigned int offset = prefixSize;
-  for (const Field& field : fields) {
+/// Fields follow each other without a gap.
+template <unsigned int count>
+constexpr bool areContiguous(const Field (&rows)[count], Versions version, unsigned int begin,
+                             unsigned int end) {
+  unsigned int offset = begin;
+  for (const Field& field : rows) {
     if ((field.versions & version) == 0) continue;
     if (field.offset != offset) return false;
     offset += field.width;
   }
   return offset == end;
 }
-static_assert(fieldsAreContiguous(V1, 156));
-static_assert(fieldsAreContiguous(V2, 246));
-static_assert(fieldsAreContiguous(V34, writtenSize));
+static_assert(areContiguous(fields, V1, prefixSize, 156));
+static_assert(areContiguous(fields, V2, prefixSize, 246));
+static_assert(areContiguous(fields, V34, prefixSize, writtenSize));
+static_assert(areContiguous(version4Fields, V34, 236, 252));
 
-constexpr bool isInteger(Encoding encoding) {
-  return encoding == Encoding::Unsigned || encoding == Encoding::Signed ||
-         encoding == Encoding::SignMagnitude;
+/// How many neighbouring keys a field fills.
+constexpr unsigned int keyCount(const Field& field) {
+  switch (field.read) {
+    case Encoding::FlagByte:
+    case Encoding::Raw:
+      return 0;
+    case Encoding::PixelDepths:
+    case Encoding::ReferenceRows:
+    case Encoding::PackedTime:
+      return 2;
+    case Encoding::TimeText:
+      return 3;
+    case Encoding::Gps:
+      return 4;
+    default:
+      return 1;
+  }
 }
 
-/// No key is read twice in one version, by a field or a flag.
-constexpr bool keysAreUnique(Versions version) {
-  bool seen[ORVA_META_KEY_COUNT] = {};
-  for (const Field& field : fields) {
-    if ((field.versions & version) == 0 || field.kept != Kept::None) continue;
-    if (seen[field.key]) return false;
-    seen[field.key] = true;
+/// How often each key is filled by a set of versions.
+struct KeyUse {
+  unsigned int count[ORVA_META_KEY_COUNT] = {};
+
+  constexpr explicit KeyUse(Versions versions) {
+    for (unsigned int key = ORVA_META_KEY_MAGIC_NUMBER; key <= ORVA_META_KEY_METADATA_VERSION; ++key)
+      ++count[key];
+    add(fields, versions);
+    if ((versions & V34) != 0) {
+      add(version4Fields, versions);
+      ++count[ORVA_META_KEY_SENSOR_READ_QUADRANTS];
+    }
+    for (const Flag& flag : flags)
+      if ((flag.versions & versions) != 0) ++count[flag.key];
   }
-  for (const Flag& flag : flags) {
-    if ((flag.versions & version) == 0) continue;
-    if (seen[flag.key]) return false;
-    seen[flag.key] = true;
+
+  constexpr bool unique() const {
+    for (const unsigned int times : count)
+      if (times > 1) return false;
+    return true;
   }
-  return true;
-}
-static_assert(keysAreUnique(V1) && keysAreUnique(V2) && keysAreUnique(V34));
+
+  constexpr unsigned int unused() const {
+    unsigned int keys = 0;
+    for (const unsigned int times : count)
+      keys += times == 0 ? 1 : 0;
+    return keys;
+  }
+
+ private:
+  template <unsigned int rowCount>
+  constexpr void add(const Field (&rows)[rowCount], Versions versions) {
+    for (const Field& field : rows)
+      for (unsigned int i = 0; i < keyCount(field) && (field.versions & versions) != 0; ++i)
+        ++count[field.key + i];
+  }
+};
+static_assert(KeyUse(V1).unique() && KeyUse(V2).unique() && KeyUse(V34).unique());
+static_assert(KeyUse(All).unused() == 7, "17, 23, 47, 48, 54, 55 and 59 belong to no version");
 
 }  // namespace orvacam::header
 

@@ -26,8 +26,9 @@
 /// or 1 means none.
 ///
 /// Statuses: 0 (or a positive value) is success, -1 failure; nothing is logged. A failed parse keeps every
-/// field that it read before the failure. Copies are complete and deep. Copying, and storing texts, may throw
-/// std::bad_alloc. One object is used by one thread at a time; it is about 45 KiB large.
+/// field that it read before the failure, and out of memory is a failure. Copies are complete and deep.
+/// Copying, and the setters that store texts, may throw std::bad_alloc. One object is used by one thread at a
+/// time; it is about 45 KiB large.
 class ORVACAM_API CFrameMetaData {
  public:
   CFrameMetaData();
@@ -36,8 +37,7 @@ class ORVACAM_API CFrameMetaData {
   /// synthetic frame: 4096 x 4096 pixels of 16 bits of a "VESTRA VS4040", version 3.
   void ReInitialize(bool bAsDefaultFrame);
 
-  // ---- Parsing
-  // -----------------------------------------------------------------------------------------------
+  // ---- Parsing -------------------------------------------------------------------------------------------
 
   /// Parses a raw frame's header, or a FITS header, that starts the buffer. uiLength bytes are given and
   /// nothing beyond is read; a version 4 header's other-type block is found in them. The sign bits of the
@@ -56,8 +56,7 @@ class ORVACAM_API CFrameMetaData {
   /// Whether this is a merged frame: no HDR pair, and 16 bits per pixel.
   bool IsMerged() const;
 
-  // ---- Values
-  // ------------------------------------------------------------------------------------------------
+  // ---- Values --------------------------------------------------------------------------------------------
 
   /// Reads one value and sets the cursor of GetValueNext behind its key; the key number, or -1 for a key
   /// above 99.
@@ -76,14 +75,13 @@ class ORVACAM_API CFrameMetaData {
   /// (which also sets the capture time), a number for every other key. Keys above 99 are ignored.
   void SetValue(ORVA_META_KEYS eKey, const std::string& text);
 
-  // ---- Geometry
-  // ----------------------------------------------------------------------------------------------
+  // ---- Geometry ------------------------------------------------------------------------------------------
 
   /// The device type (ORVADEVICETYPE) of the camera model; -1, with the type left alone, for an unknown
   /// model.
   int GetDeviceType(unsigned int& uiType) const;
-  /// Width and height in pixels. -1 when a stop lies before its start; that dimension is then not set, though the
-  /// binned queries divide, and those of the binned frame add to, what the caller passed.
+  /// Width and height in pixels. -1 when a stop lies before its start; that dimension is then not set, though
+  /// the binned queries divide, and those of the binned frame add to, what the caller passed.
   int GetImageDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const;
   int GetFrameDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const;
   int GetImageDimensionsBinned(unsigned int& uiWidth, unsigned int& uiHeight) const;
@@ -116,14 +114,14 @@ class ORVACAM_API CFrameMetaData {
   /// uiSize or than the 1024 bytes that are kept.
   int GetRawMetaData(unsigned char* pBuffer, unsigned int uiSize) const;
 
-  // ---- Writing
-  // -----------------------------------------------------------------------------------------------
+  // ---- Writing -------------------------------------------------------------------------------------------
 
   /// Writes a header of version 4, 384 bytes, whatever was parsed; the rest of the uiSize bytes becomes zero.
   /// 384, or -1 for null or less than 384 bytes.
   int Binarize(unsigned char* pBuffer, unsigned int uiSize);
-  /// The same followed by a block: the given one, else the stored other-type block. 384, or -1 also when the
-  /// block does not fit into uiSize bytes.
+  /// The same followed by a block: the given one, else the stored other-type block, whose length (and type)
+  /// the header then states. 384, or -1, with nothing written, also when the block does not fit into uiSize
+  /// bytes.
   int BinarizeEx(unsigned char* pBuffer, unsigned int uiSize, const unsigned char* pOther,
                  unsigned int uiOtherLength);
   /// The header's stated length.
@@ -155,8 +153,7 @@ class ORVACAM_API CFrameMetaData {
   static void Uint32ToBuf(unsigned int uiValue, unsigned char* pBuffer, unsigned int n);
   static void Uint64ToBuf(unsigned long ulValue, unsigned char* pBuffer, unsigned int n);
 
-  // ---- Text
-  // --------------------------------------------------------------------------------------------------
+  // ---- Text ----------------------------------------------------------------------------------------------
 
   /// The header as text, a line per field, cut at uiSize - 1 characters; the buffer is cleared first. Like
   /// snprintf, the length of the whole text; -1 for null. Numbers do not follow the program's locale.
@@ -166,8 +163,7 @@ class ORVACAM_API CFrameMetaData {
   /// "YYYY/MM/DD hh:mm:ss.nnnnnnnnn", after "ERROR: " when the capture time did not parse.
   void TimeMetaToString2(char* pText, unsigned int uiSize) const;
 
-  // ---- Byte readers
-  // ------------------------------------------------------------------------------------------
+  // ---- Byte readers --------------------------------------------------------------------------------------
 
   /// Big-endian integers of n bytes (at most 4 or 8); 0 for null or n = 0. The signed ones extend the sign.
   static unsigned int BufToUint32(const unsigned char* pBuffer, unsigned int n);
