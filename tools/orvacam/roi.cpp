@@ -31,11 +31,10 @@ void cut(const Options& options) {
   if (raw->CopyROIToBuffer(region, out.data(), static_cast<unsigned int>(out.size())) < 0)
     throw Failure("the region is not inside the frame, or its column or width is odd");
 
-  // The header of the region: its size, without reference pixels and rows, in the bytes that are left for it.
+  // The header of the region: a frame of its own, from row 0 on (a start row would be looked up in the correction
+  // frames), without reference pixels and rows, in the bytes that are left for it.
   CFrameMetaData header(frame.header);
-  header.SetDimensions(frame.header.Value(ORVA_META_KEY_IMAGE_START_COLUMN).GetValueUint() + region.uiX,
-                       frame.header.Value(ORVA_META_KEY_IMAGE_START_ROW).GetValueUint() + region.uiY,
-                       region.uiWidth, region.uiHeight);
+  header.SetDimensions(region.uiWidth, region.uiHeight);
   for (const ORVA_META_KEYS key : {ORVA_META_KEY_PRE_REFERENCE_ROWS, ORVA_META_KEY_POST_REFERENCE_ROWS,
                                    ORVA_META_KEY_PRE_ROW_REF_PIXELS, ORVA_META_KEY_POST_ROW_REF_PIXELS})
     header.SetValue(key, "0");
