@@ -31,6 +31,6 @@ else()
 endif()
 
 execute_process(COMMAND ${program} WORKING_DIRECTORY ${WORK_DIR} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
-if(NOT output STREQUAL "liborvacam ${VERSION}: merged 1 of 1 frame\n")
+if(NOT output STREQUAL "liborvacam ${VERSION}: means 10 20 65535\n")
   message(FATAL_ERROR "the outside program said: ${output}")
 endif()
