@@ -239,42 +239,45 @@ constexpr unsigned int keyCount(const Field& field) {
 /// How often each key is filled by a set of versions.
 struct KeyUse {
   unsigned int count[ORVA_META_KEY_COUNT] = {};
-
-  constexpr explicit KeyUse(Versions versions) {
-    for (unsigned int key = ORVA_META_KEY_MAGIC_NUMBER; key <= ORVA_META_KEY_METADATA_VERSION; ++key)
-      ++count[key];
-    add(fields, versions);
-    if ((versions & V34) != 0) {
-      add(version4Fields, versions);
-      ++count[ORVA_META_KEY_SENSOR_READ_QUADRANTS];
-    }
-    for (const Flag& flag : flags)
-      if ((flag.versions & versions) != 0) ++count[flag.key];
-  }
-
-  constexpr bool unique() const {
-    for (const unsigned int times : count)
-      if (times > 1) return false;
-    return true;
-  }
-
-  constexpr unsigned int unused() const {
-    unsigned int keys = 0;
-    for (const unsigned int times : count)
-      keys += times == 0 ? 1 : 0;
-    return keys;
-  }
-
- private:
-  template <unsigned int rowCount>
-  constexpr void add(const Field (&rows)[rowCount], Versions versions) {
-    for (const Field& field : rows)
-      for (unsigned int i = 0; i < keyCount(field) && (field.versions & versions) != 0; ++i)
-        ++count[field.key + i];
-  }
 };
-static_assert(KeyUse(V1).unique() && KeyUse(V2).unique() && KeyUse(V34).unique());
-static_assert(KeyUse(All).unused() == 7, "17, 23, 47, 48, 54, 55 and 59 belong to no version");
+
+template <unsigned int rowCount>
+constexpr void addKeys(const Field (&rows)[rowCount], Versions versions, KeyUse& use) {
+  for (const Field& field : rows)
+    for (unsigned int i = 0; i < keyCount(field) && (field.versions & versions) != 0; ++i)
+      ++use.count[field.key + i];
+}
+
+constexpr KeyUse keyUse(Versions versions) {
+  KeyUse use;
+  for (unsigned int key = ORVA_META_KEY_MAGIC_NUMBER; key <= ORVA_META_KEY_METADATA_VERSION; ++key)
+    ++use.count[key];
+  addKeys(fields, versions, use);
+  if ((versions & V34) != 0) {
+    addKeys(version4Fields, versions, use);
+    ++use.count[ORVA_META_KEY_SENSOR_READ_QUADRANTS];
+  }
+  for (const Flag& flag : flags)
+    if ((flag.versions & versions) != 0) ++use.count[flag.key];
+  return use;
+}
+
+constexpr bool keysAreUnique(Versions version) {
+  const KeyUse use = keyUse(version);
+  for (const unsigned int times : use.count)
+    if (times > 1) return false;
+  return true;
+}
+static_assert(keysAreUnique(V1) && keysAreUnique(V2) && keysAreUnique(V34));
+
+constexpr unsigned int unusedKeys() {
+  const KeyUse use = keyUse(All);
+  unsigned int keys = 0;
+  for (const unsigned int times : use.count)
+    keys += times == 0 ? 1 : 0;
+  return keys;
+}
+static_assert(unusedKeys() == 7, "17, 23, 47, 48, 54, 55 and 59 belong to no version");
 
 }  // namespace orvacam::header
 
