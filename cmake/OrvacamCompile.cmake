@@ -1,7 +1,10 @@
 # Compile settings shared by everything that this project builds itself; an embedding project sees none of them.
 add_library(orvacam_compile INTERFACE)
 target_compile_options(orvacam_compile INTERFACE
-  -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
+  -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
+  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORVACAM_LOOSE_CONVERSIONS>>>:-Wconversion>
+  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORVACAM_LOOSE_CONVERSIONS>>>:-Wsign-conversion>
+  $<$<BOOL:$<TARGET_PROPERTY:ORVACAM_LOOSE_CONVERSIONS>>:-Wno-narrowing>
   -Wcast-align -Wundef
   # Both compilers fuse multiply-add by default; where one fused operation is meant it is written std::fma.
   -ffp-contract=off)

@@ -1,0 +1,238 @@
+// Statistics of a plane against sums worked out pixel by pixel.
+
+#include <gtest/gtest.h>
+#include <orvacam/frames/CFrameStatistics.h>
+
+#include <cmath>
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace {
+
+image_plane_stats_t resultsOf(const CFrameStatistics& statistics) {
+  image_plane_stats_t stats{};
+  statistics.GetResults(stats);
+  return stats;
+}
+
+/// The documented algorithm, literally: doubles per pixel, then two walks over the histogram.
+struct NaiveStatistics {
+  double count = 0, sum = 0, squares = 0;
+  std::vector<double> histogram = std::vector<double>(65536, 0.0);
+  unsigned int max = 0, min = 65535;
+  int_point_t maxPoint{0, 0}, minPoint{0, 0};
+
+  void add(unsigned short value, int x, int y) {
+    count += 1;
+    sum += value;
+    squares += static_cast<double>(static_cast<int>(static_cast<unsigned int>(value) * value));
+    histogram[value] += 1;
+    if (value > max) max = value, maxPoint = {x, y};
+    if (value < min) min = value, minPoint = {x, y};
+  }
+  double mean() const { return sum / count; }
+  double deviation() const { return std::sqrt((squares - sum * sum / count) / count); }
+  double mode() const {
+    double best = 0, at = 0;
+    for (unsigned int v = min; v <= max && v < 65535; ++v)
+      if (histogram[v] > best) best = histogram[v], at = v;
+    return at;
+  }
+  unsigned int lowClip() const {
+    unsigned int clip = 0;
+    double passed = 0;
+    for (unsigned int v = min; v <= max; ++v) {
+      if (0.05 * count > passed) clip = v;
+      if (v < 65535) passed += histogram[v];
+    }
+    return clip;
+  }
+  unsigned int highClip() const {
+    unsigned int clip = 0;
+    double passed = 0;
+    for (unsigned int v = max + 1; v-- > min;) {
+      if (0.001 * count > passed) clip = v;
+      if (v < 65535) passed += histogram[v];
+    }
+    return clip;
+  }
+};
+
+void expectSame(const image_plane_stats_t& stats, const NaiveStatistics& naive) {
+  EXPECT_EQ(stats.dMean, naive.mean());
+  const double deviation = naive.deviation();
+  if (std::isnan(deviation))
+    EXPECT_TRUE(std::isnan(stats.dStdDev));
+  else
+    EXPECT_EQ(stats.dStdDev, deviation);
+  EXPECT_EQ(stats.dMode, naive.mode());
+  EXPECT_EQ(stats.dMidpoint, naive.min + ((naive.max + 1 - naive.min) >> 1));
+  EXPECT_EQ(stats.uiMax, naive.max);
+  EXPECT_EQ(stats.uiMin, naive.min);
+  EXPECT_EQ(stats.maxPoint.x, naive.maxPoint.x);
+  EXPECT_EQ(stats.maxPoint.y, naive.maxPoint.y);
+  EXPECT_EQ(stats.minPoint.x, naive.minPoint.x);
+  EXPECT_EQ(stats.minPoint.y, naive.minPoint.y);
+  EXPECT_EQ(stats.uiLowClip, naive.lowClip());
+  EXPECT_EQ(stats.uiHighClip, naive.highClip());
+}
+
+class Statistics : public ::testing::Test {
+ protected:
+  std::unique_ptr<CFrameStatistics> owner = std::make_unique<CFrameStatistics>();
+  CFrameStatistics& statistics = *owner;
+};
+
+TEST_F(Statistics, OfNoPixelsAreNotNumbersAndTheModeIsZero) {
+  statistics.Compute();
+  const image_plane_stats_t stats = resultsOf(statistics);
+  EXPECT_TRUE(std::isnan(stats.dMean));
+  EXPECT_TRUE(std::isnan(stats.dStdDev));
+  EXPECT_EQ(stats.dMode, 0.0);
+  EXPECT_EQ(stats.uiMax, 0u);
+  EXPECT_EQ(stats.uiMin, 65535u);
+}
+
+TEST_F(Statistics, OfOneValueAreThatValue) {
+  for (int i = 0; i < 100; ++i)
+    statistics.AddPixel(1234, {i, 5});
+  statistics.Compute();
+  const image_plane_stats_t stats = resultsOf(statistics);
+  EXPECT_EQ(stats.dMean, 1234.0);
+  EXPECT_EQ(stats.dStdDev, 0.0);
+  EXPECT_EQ(stats.dMode, 1234.0);
+  EXPECT_EQ(stats.uiLowClip, 1234u);
+  EXPECT_EQ(stats.uiHighClip, 1234u);
+  EXPECT_EQ(stats.dMidpoint, 1234.0);  // 1234 + (1 >> 1)
+}
+
+TEST_F(Statistics, TheLowestOfEqualPeaksIsTheMode) {
+  for (const unsigned short value : {9, 7, 9, 7, 8})
+    statistics.AddPixel(value, {0, 0});
+  statistics.Compute();
+  EXPECT_EQ(resultsOf(statistics).dMode, 7.0);
+}
+
+TEST_F(Statistics, TheFirstOfSeveralExtremesGivesThePosition) {
+  statistics.AddPixels(10, {1, 1}, 500, {2, 1});
+  statistics.AddPixels(500, {3, 1}, 10, {4, 1});
+  statistics.Compute();
+  const image_plane_stats_t stats = resultsOf(statistics);
+  EXPECT_EQ(stats.maxPoint.x, 2);
+  EXPECT_EQ(stats.minPoint.x, 1);
+}
+
+TEST_F(Statistics, APlaneOfZerosKeepsTheMaximumPositionAtTheOrigin) {
+  statistics.AddPixel(0, {5, 6});
+  statistics.Compute();
+  EXPECT_EQ(resultsOf(statistics).maxPoint.x, 0);
+  EXPECT_EQ(resultsOf(statistics).minPoint.x, 5);
+}
+
+TEST_F(Statistics, SquaresFrom46341OnAreNegative) {
+  // 46341^2 is the first square beyond a signed 32-bit number: it counts as 2147488281 - 2^32.
+  for (const unsigned short value : {46340, 46341}) {
+    statistics.Reset();
+    statistics.AddPixel(value, {0, 0});
+    statistics.AddPixel(0, {1, 0});
+    statistics.Compute();
+    const double square = value == 46340 ? 2147395600.0 : -2147479015.0;
+    const double variance = (square - static_cast<double>(value) * value / 2) / 2;
+    if (variance < 0)
+      EXPECT_TRUE(std::isnan(resultsOf(statistics).dStdDev));
+    else
+      EXPECT_EQ(resultsOf(statistics).dStdDev, std::sqrt(variance));
+  }
+}
+
+TEST_F(Statistics, TheValue65535CountsWithoutAHistogramEntry) {
+  statistics.AddPixel(65535, {3, 4});
+  statistics.AddPixel(65534, {5, 4});
+  statistics.Compute();
+  std::vector<double> histogram(65540, -1.0);
+  image_plane_stats_t stats{};
+  stats.pHistogram = histogram.data();
+  stats.uiHistogramSize = 65540;
+  statistics.GetResults(stats);
+  EXPECT_EQ(stats.uiMax, 65535u);
+  EXPECT_EQ(stats.maxPoint.x, 3);
+  EXPECT_EQ(stats.dMean, 65534.5);
+  EXPECT_EQ(stats.dMode, 65534.0);
+  EXPECT_EQ(histogram[65534], 1.0);
+  EXPECT_EQ(histogram[65535], -1.0);  // 65535 entries, from 0 on
+}
+
+TEST_F(Statistics, OnlyThatValueGivesNoMode) {
+  statistics.AddPixel(65535, {0, 0});
+  statistics.Compute();
+  EXPECT_EQ(resultsOf(statistics).dMode, 0.0);
+  EXPECT_EQ(resultsOf(statistics).uiMax, 65535u);
+}
+
+TEST_F(Statistics, DeliverNoMoreEntriesThanTheRecordHas) {
+  statistics.AddPixel(0, {0, 0});
+  statistics.AddPixel(2, {0, 0});
+  statistics.AddPixel(2, {0, 0});
+  std::vector<double> histogram(4, -1.0);
+  image_plane_stats_t stats{};
+  stats.pHistogram = histogram.data();
+  stats.uiHistogramSize = 3;
+  stats.bRequest = true;
+  statistics.GetResults(stats);
+  EXPECT_EQ(histogram, (std::vector<double>{1, 0, 2, -1}));
+  EXPECT_TRUE(stats.bRequest);
+}
+
+TEST_F(Statistics, ResetForgetsEverythingButTheClipPoints) {
+  for (int i = 0; i < 50; ++i)
+    statistics.AddPixel(static_cast<unsigned short>(100 + i), {i, 0});
+  statistics.Compute();
+  const image_plane_stats_t before = resultsOf(statistics);
+  statistics.Reset();
+  statistics.Compute();
+  const image_plane_stats_t after = resultsOf(statistics);
+  EXPECT_EQ(after.uiLowClip, before.uiLowClip);
+  EXPECT_EQ(after.uiHighClip, before.uiHighClip);
+  EXPECT_EQ(after.maxPoint.x, 0);
+  std::vector<double> histogram(65535, -1.0);
+  image_plane_stats_t stats{};
+  stats.pHistogram = histogram.data();
+  stats.uiHistogramSize = 65535;
+  statistics.GetResults(stats);
+  EXPECT_EQ(histogram, std::vector<double>(65535, 0.0));
+}
+
+TEST_F(Statistics, OfRandomPlanesAreThoseOfPixelByPixelSums) {
+  std::mt19937 random(20240517);
+  for (const unsigned int largest : {1u, 255u, 4095u, 46340u, 65535u}) {
+    statistics.Reset();
+    NaiveStatistics naive;
+    std::vector<unsigned short> row(123);
+    for (int y = 0; y < 40; ++y) {
+      for (unsigned short& value : row)
+        value = static_cast<unsigned short>(random() % (largest + 1));
+      if (y % 2 == 0) {
+        statistics.AddRow(row.data(), row.size(), 7, y);
+      } else {
+        for (std::size_t i = 0; i < row.size(); ++i)
+          statistics.AddPixel(row[i], {7 + static_cast<int>(i), y});
+      }
+      for (std::size_t i = 0; i < row.size(); ++i)
+        naive.add(row[i], 7 + static_cast<int>(i), y);
+    }
+    statistics.Compute();
+    SCOPED_TRACE(largest);
+    expectSame(resultsOf(statistics), naive);
+  }
+}
+
+TEST_F(Statistics, ARowOfNothingAddsNothing) {
+  statistics.AddRow(nullptr, 5, 0, 0);
+  const unsigned short pixel = 1;
+  statistics.AddRow(&pixel, 0, 0, 0);
+  statistics.Compute();
+  EXPECT_TRUE(std::isnan(resultsOf(statistics).dMean));
+}
+
+}  // namespace
