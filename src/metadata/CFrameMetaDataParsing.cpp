@@ -154,7 +154,8 @@ int CFrameMetaData::DoParseField(unsigned int uiRow, unsigned char*& pPosition, 
     case Encoding::PackedTime: {
       if (ParseUint64(pPosition, uiRemaining, word, field.width) != 0) return -1;
       constexpr unsigned long unitsPerSecond = 10000000;
-      values[0].SetValueDouble(static_cast<double>(word.GetValueUint64() / unitsPerSecond));
+      const unsigned long seconds = word.GetValueUint64() / unitsPerSecond;
+      values[0].SetValueDouble(static_cast<double>(seconds));
       values[1].SetValueDouble(static_cast<double>(word.GetValueUint64() % unitsPerSecond) * 100.0);
       return 0;
     }

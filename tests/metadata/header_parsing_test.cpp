@@ -769,9 +769,11 @@ TEST(HeaderFromFile, ThatIsCutYieldsZeroAndParsesNothing) {
   for (const std::size_t size : {8ul, 9ul, 200ul, 383ul}) {
     HeaderFile file(HeaderBytes(3).put(79, 1, 12).resize(size));
     OpenHeader header;
+    header.m_bCaptureTimeValid = false;
     EXPECT_EQ(header.Parse(file.get()), 0) << size;
     EXPECT_EQ(header.number(72), 0);
     EXPECT_EQ(header.text(11), "");
+    EXPECT_TRUE(header.m_bCaptureTimeValid);
   }
 }
 

@@ -212,6 +212,13 @@ TEST(WrittenHeader, CarriesThePaddingOfVersions2And3) {
   EXPECT_EQ(textAt(written(fourth), 232, 152), expected);
 }
 
+TEST(WrittenHeader, OfVersion2CarriesNoPaddingOfAnEarlierVersion3) {
+  OpenHeader header;
+  ASSERT_EQ(HeaderBytes(3).fill(232, 384, 8).parseInto(header), 0);
+  ASSERT_EQ(HeaderBytes(2).fill(221, 246, 9).parseInto(header), 0);
+  EXPECT_EQ(textAt(written(header), 252, 132), padded(std::string(5, '\x9'), 132));
+}
+
 TEST(WrittenHeader, OfVersion2ComesOutAsVersion4) {
   OpenHeader header;
   ASSERT_EQ(HeaderBytes(2).text(190, "application!").put(99, 2, 0x0203).fill(221, 246, 9).parseInto(header),
