@@ -1,0 +1,375 @@
+// The camera's own merge rule.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <orvacam/merge/CHWMergeReferenceFrames.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "TestFolder.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using Pixels = std::vector<unsigned short>;
+
+/// The documented rule, a pixel at a time, in doubles.
+struct Rule {
+  unsigned int f = 3, g = 10;
+  double addLow = 0, addHigh = 0, mulLow = 1, mulHigh = 1;
+  int highThreshold = 3700, difference = 128;
+  unsigned int type = 0;
+
+  static double correct(double pixel, double add, double mul, double max) {
+    const double sum = std::max(std::min(pixel + add, max), 0.0);
+    const double value = sum * mul;
+    return value < 0 ? 0 : value > 65535 ? 65535 : std::round(value);
+  }
+  unsigned short operator()(unsigned short low, unsigned short high) const {
+    const double max = f > 15 ? 0.0 : std::pow(2.0, 15.0 - f) - std::pow(2.0, -static_cast<double>(f));
+    const double l = correct(low, addLow, mulLow, max);
+    const double h = correct(high, addHigh, mulHigh, max);
+    if (type == 1) return static_cast<unsigned short>(l);
+    if (type == 2) return static_cast<unsigned short>(h);
+    return static_cast<unsigned short>(h >= highThreshold || (l > h && l - h > difference) ? l : h);
+  }
+};
+
+class HWMerge : public ::testing::Test {
+ protected:
+  HWMerge() : owner(std::make_unique<CHWMergeReferenceFrames>()), merge(*owner) {}
+
+  Pixels merged(Pixels low, Pixels high) {
+    Pixels out(low.size(), 0xAAAA);
+    EXPECT_EQ(merge.MergeFrames(low.data(), high.data(), out.data(), low.size()), 0);
+    return out;
+  }
+
+  std::unique_ptr<CHWMergeReferenceFrames> owner;
+  CHWMergeReferenceFrames& merge;
+};
+
+TEST_F(HWMerge, TakesTheLowGainPixelFromTheHighThresholdOn) {
+  ASSERT_EQ(merge.CreateIdentityFrames(3, 1, 10.0, 1.0, nullptr), 0);
+  EXPECT_THAT(merged({370, 370, 371}, {3699, 3700, 3701}), ElementsAre(3699, 3700, 3710));
+}
+
+TEST_F(HWMerge, TakesTheLowGainPixelAboveTheDifferenceThreshold) {
+  ASSERT_EQ(merge.CreateIdentityFrames(3, 1, nullptr), 0);
+  EXPECT_THAT(merged({1128, 1129, 800}, {1000, 1000, 1000}), ElementsAre(1000, 1129, 1000));
+}
+
+TEST_F(HWMerge, FollowsTheThresholdsInTheirOrder) {
+  unsigned short high = 0, difference = 0;
+  merge.GetMergeThresholds(high, difference);
+  EXPECT_EQ(high, 3700);
+  EXPECT_EQ(difference, 128);
+  merge.SetMergeThresholds(50, 3);
+  merge.GetMergeThresholds(high, difference);
+  EXPECT_EQ(high, 50);
+  EXPECT_EQ(difference, 3);
+  ASSERT_EQ(merge.CreateIdentityFrames(3, 1, nullptr), 0);
+  EXPECT_THAT(merged({7, 13, 14}, {50, 10, 10}), ElementsAre(7, 10, 14));
+}
+
+TEST_F(HWMerge, RoundsHalvesAwayFromZeroAndSaturates) {
+  // 0.5 and 16 in fixed point.
+  ASSERT_EQ(merge.CreateIdentityFrames(4, 1, 0.0, 0.0, 16.0, 0.5, 3, 10, nullptr), 0);
+  merge.SetMergeEnables({0, 0, 2});
+  EXPECT_THAT(merged({0, 0, 0, 0}, {5, 4, 1, 0}), ElementsAre(3, 2, 1, 0));  // 2.5 becomes 3
+  merge.SetMergeEnables({0, 0, 1});
+  // 4095.875 is the largest sum with 3 fraction bits.
+  EXPECT_THAT(merged({4095, 4096, 65535, 1}, {0, 0, 0, 0}), ElementsAre(65520, 65534, 65534, 16));
+  EXPECT_EQ(CHWMergeReferenceFrames::LimitPixel(65535.4), 65535);
+  EXPECT_EQ(CHWMergeReferenceFrames::LimitPixel(2.5), 3);
+  EXPECT_EQ(CHWMergeReferenceFrames::LimitPixel(-0.5), 0);
+  EXPECT_EQ(CHWMergeReferenceFrames::LimitPixel(std::nan("")), 0);
+}
+
+TEST_F(HWMerge, IsAllZeroWithMoreThan15AdditiveFractionBits) {
+  EXPECT_EQ(CHWMergeReferenceFrames::PositiveIntMax(16), 0.0);
+  EXPECT_EQ(CHWMergeReferenceFrames::PositiveIntMax(15), 1.0 - 1.0 / 32768);
+  EXPECT_EQ(CHWMergeReferenceFrames::PositiveIntMax(3), 4095.875);
+  EXPECT_EQ(CHWMergeReferenceFrames::PositiveIntMax(0), 32767.0);
+  ASSERT_EQ(merge.CreateIdentityFrames(3, 1, 16u, 10u, nullptr), 0);
+  EXPECT_THAT(merged({1000, 2000, 3}, {4000, 100, 3}), ElementsAre(0, 0, 0));
+}
+
+TEST_F(HWMerge, OfOneChannelDeliversTheCorrectedPixels) {
+  ASSERT_EQ(merge.CreateIdentityFrames(2, 1, -4.0, -8.0, 2.0, 3.0, 3, 10, nullptr), 0);
+  merge.SetMergeEnables({0, 0, 1});
+  EXPECT_THAT(merged({10, 3}, {100, 9}), ElementsAre(12, 0));
+  merge.SetMergeEnables({0, 0, 2});
+  EXPECT_THAT(merged({10, 3}, {100, 9}), ElementsAre(276, 3));
+  merge.SetMergeEnables({0, 0, 3});
+  EXPECT_EQ(merge.ConvertMergeType(), 0u);
+}
+
+TEST(MergeType, FollowsFromTheEnableBits) {
+  EXPECT_EQ(CHWMergeReferenceFrames::ConvertMergeType(8 | 16), 1u);
+  EXPECT_EQ(CHWMergeReferenceFrames::ConvertMergeType(16 | 7), 2u);
+  EXPECT_EQ(CHWMergeReferenceFrames::ConvertMergeType(7), 0u);
+}
+
+TEST_F(HWMerge, EqualsTheRuleInDoublesForUniformTermsOfAnyFractionWidth) {
+  std::mt19937 random(77);
+  for (const unsigned int f : {0u, 3u, 8u, 15u, 16u, 40u})
+    for (const unsigned int g : {0u, 10u, 16u, 17u, 33u}) {
+      Rule rule;
+      rule.f = f;
+      rule.g = g;
+      const auto additive = static_cast<short>(random());
+      const auto multiplicative = static_cast<unsigned short>(random());
+      rule.addLow = rule.addHigh = additive * std::pow(2.0, -static_cast<double>(f));
+      rule.mulLow = rule.mulHigh = multiplicative * std::pow(2.0, -static_cast<double>(g));
+      ASSERT_EQ(merge.CreateIdentityFrames(10, 10, 0.0, 0.0, 0.0, 0.0, f, g, nullptr), 0);
+      const std::vector<short> add(100, additive);
+      const Pixels mul(100, multiplicative);
+      ASSERT_EQ(merge.SetAdditiveLowFromBuffer(add.data(), 100), 0);
+      ASSERT_EQ(merge.SetAdditiveHighFromBuffer(add.data(), 100), 0);
+      ASSERT_EQ(merge.SetMultiplicativeLowFromBuffer(mul.data(), 100), 0);
+      ASSERT_EQ(merge.SetMultiplicativeHighFromBuffer(mul.data(), 100), 0);
+      Pixels low(100), high(100);
+      for (auto* plane : {&low, &high})
+        for (unsigned short& pixel : *plane)
+          pixel = static_cast<unsigned short>(random() >> (random() % 16));
+      const Pixels out = merged(low, high);
+      for (std::size_t i = 0; i < 100; ++i)
+        ASSERT_EQ(out[i], rule(low[i], high[i])) << "f " << f << " g " << g;
+    }
+}
+
+TEST_F(HWMerge, MixesUniformAndPerPixelPlanesAcrossBlocks) {
+  constexpr unsigned int width = 97, height = 101;  // more than two blocks of pixels
+  constexpr unsigned long pixels = width * height;
+  ASSERT_EQ(merge.CreateIdentityFrames(width, height, 6.25, 1.0, nullptr), 0);
+  std::mt19937 random(3);
+  std::vector<short> additive(pixels);
+  for (short& term : additive)
+    term = static_cast<short>(static_cast<int>(random() % 400) - 200);
+  ASSERT_EQ(merge.SetAdditiveHighFromBuffer(additive.data(), pixels), 0);
+  Pixels low(pixels), high(pixels);
+  for (unsigned short& pixel : low)
+    pixel = static_cast<unsigned short>(random() % 4096);
+  for (unsigned short& pixel : high)
+    pixel = static_cast<unsigned short>(random() % 4096);
+  const Pixels out = merged(low, high);
+  for (unsigned long i = 0; i < pixels; ++i) {
+    Rule rule;
+    rule.mulLow = 6.25;
+    rule.addHigh = additive[i] / 8.0;
+    ASSERT_EQ(out[i], rule(low[i], high[i])) << i;
+  }
+}
+
+TEST_F(HWMerge, WithoutAnyFramesPassesPixelsAsTheyAre) {
+  EXPECT_TRUE(merge.IsIdentity());
+  EXPECT_FALSE(merge.HasCallerFrames());
+  EXPECT_THAT(merged({1, 2000}, {7, 9}), ElementsAre(7, 2000));
+}
+
+TEST_F(HWMerge, RefusesNullPointers) {
+  Pixels p(4);
+  EXPECT_EQ(merge.MergeFrames(nullptr, p.data(), p.data(), 4), -1);
+  EXPECT_EQ(merge.MergeFrames(p.data(), nullptr, p.data(), 4), -1);
+  EXPECT_EQ(merge.MergeFrames(p.data(), p.data(), nullptr, 4), -1);
+}
+
+TEST(HWMergeLog, SaysThatTheReferenceFramesAreTooSmallAndMergesNothing) {
+  const LogCapture log;
+  const auto merge = std::make_unique<CHWMergeReferenceFrames>();
+  ASSERT_EQ(merge->CreateIdentityFrames(4, 3, nullptr), 0);
+  merge->SetStartRowOffset(1);
+  Pixels low(12, 5), high(12, 6), out(12, 77);
+  EXPECT_EQ(merge->MergeFrames(low.data(), high.data(), out.data(), 9), 0);
+  EXPECT_EQ(out, Pixels(12, 77));
+  EXPECT_THAT(log.text(),
+              HasSubstr("ERROR, MergeFrames: The reference frames are smaller than then recieved image. "
+                        "Can not merge.\nERROR, MergeFrames: m_uiWidth: 4, m_uiHeight: 3, "
+                        "m_uiMergeStartRowOffset: 1, image pixels: 9\n"));
+  EXPECT_EQ(merge->MergeFrames(low.data(), high.data(), out.data(), 8), 0);
+  EXPECT_EQ(out[7], 6);
+}
+
+TEST(HWMergeLog, SaysThatTheStartRowLiesBeyondTheFramesAndStartsAtTheirTop) {
+  const LogCapture log;
+  const auto merge = std::make_unique<CHWMergeReferenceFrames>();
+  ASSERT_EQ(merge->CreateIdentityFrames(4, 3, nullptr), 0);
+  merge->SetStartRowOffset(3);
+  Pixels low(12, 5), high(12, 6), out(12, 77);
+  EXPECT_EQ(merge->MergeFrames(low.data(), high.data(), out.data(), 12), 0);
+  EXPECT_EQ(out, Pixels(12, 6));
+  EXPECT_THAT(log.text(),
+              HasSubstr("WARN , MergeFrames: m_uiMergeStartRowOffset: 3, larger than m_uiHeight: 3, "
+                        "m_uiWidth= 4. Setting to 0.\n"));
+}
+
+TEST_F(HWMerge, AlignsTheImageWithTheFramesFromTheStartRowOn) {
+  ASSERT_EQ(merge.CreateIdentityFrames(2, 3, nullptr), 0);
+  const std::vector<short> additive = {0, 8, 16, 24, 32, 40};  // 0 to 5
+  ASSERT_EQ(merge.SetAdditiveHighFromBuffer(additive.data(), 6), 0);
+  merge.SetStartRowOffset(1);
+  EXPECT_THAT(merged({0, 0, 0}, {100, 100, 100}), ElementsAre(102, 103, 104));
+}
+
+TEST_F(HWMerge, NeverReadsTermsBeyondAPlaneWhoseWidthWasChanged) {
+  ASSERT_EQ(merge.CreateIdentityFrames(2, 3, nullptr), 0);
+  const std::vector<short> additive(6, 8);
+  ASSERT_EQ(merge.SetAdditiveLowFromBuffer(additive.data(), 6), 0);
+  merge.SetFrameWidth(100);
+  Pixels low(300, 1), high(300, 2), out(300, 77);
+  EXPECT_EQ(merge.MergeFrames(low.data(), high.data(), out.data(), 300), 0);
+  EXPECT_EQ(out, Pixels(300, 77));
+  merge.MergeNoStats(low.data(), high.data(), out.data(), 300);
+  EXPECT_EQ(out[5], 2);
+  EXPECT_EQ(out[6], 77);
+}
+
+// ---- Statistics
+// ----------------------------------------------------------------------------------------------
+
+CFrameMetaData headerWithReferences() {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  header.SetDimensions(4, 3);
+  header.SetValue(ORVA_META_KEY_PRE_ROW_REF_PIXELS, "2");
+  header.SetValue(ORVA_META_KEY_POST_ROW_REF_PIXELS, "1");
+  header.SetValue(ORVA_META_KEY_PRE_REFERENCE_ROWS, "1");
+  header.SetValue(ORVA_META_KEY_POST_REFERENCE_ROWS, "2");
+  return header;
+}
+
+TEST_F(HWMerge, StatisticsCoverTheImageInFrameCoordinatesAndDescribeOneMerge) {
+  const CFrameMetaData header = headerWithReferences();  // 7 x 6
+  merge.SetMetaData(header);
+  merge.EnableStatistics(true);
+  ASSERT_EQ(merge.CreateIdentityFrames(7, 6, nullptr), 0);
+  Pixels low(42, 0), high(42);
+  for (unsigned int i = 0; i < 42; ++i)
+    high[i] = static_cast<unsigned short>(1000 - i);
+  for (int round = 0; round < 2; ++round) {  // the second merge does not add to the first one's
+    EXPECT_EQ(merged(low, high), high);
+    image_plane_stats_t stats{};
+    merge.GetMergedStats(stats);
+    double sum = 0;
+    for (unsigned int y = 1; y < 4; ++y)
+      for (unsigned int x = 2; x < 6; ++x)
+        sum += high[y * 7 + x];
+    EXPECT_EQ(stats.dMean, sum / 12);
+    EXPECT_EQ(stats.maxPoint.x, 2);
+    EXPECT_EQ(stats.maxPoint.y, 1);
+    EXPECT_EQ(stats.uiMax, 1000u - 9);
+    EXPECT_EQ(stats.minPoint.x, 5);
+    EXPECT_EQ(stats.minPoint.y, 3);
+  }
+}
+
+TEST_F(HWMerge, OutputIsTheSameWithAndWithoutStatisticsWhateverTheMetadataSays) {
+  CFrameMetaData header = headerWithReferences();
+  header.SetDimensions(60000, 60000);  // far more than there are pixels
+  merge.SetMetaData(header);
+  ASSERT_EQ(merge.CreateIdentityFrames(7, 6, 3.0, 1.0, nullptr), 0);
+  Pixels low(42), high(42);
+  for (unsigned int i = 0; i < 42; ++i)
+    low[i] = static_cast<unsigned short>(50 * i), high[i] = 90 * i;
+  const Pixels without = merged(low, high);
+  merge.EnableStatistics(true);
+  EXPECT_EQ(merged(low, high), without);
+}
+
+// ---- Image file layouts
+// --------------------------------------------------------------------------------------
+
+TEST_F(HWMerge, PutsATiffHeaderAheadOfThePixels) {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  header.SetDimensions(4, 2);
+  merge.SetMetaData(header);
+  merge.SetMergeEnables({0, ORVA_IMAGE_FORMAT_TIFF, 0});
+  ASSERT_EQ(merge.CreateIdentityFrames(4, 2, nullptr), 0);
+  Pixels low(8, 1), high(8, 0x0102);
+  Pixels out((656 + 384) / 2 + 8);
+  ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), out.data(), 8), 0);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(out.data());
+  EXPECT_EQ(std::memcmp(bytes, "II\x2a\0\x0e\0\0\0", 8), 0);
+  EXPECT_EQ(std::memcmp(bytes + 656, "Meta", 4), 0);
+  EXPECT_EQ(out[(656 + 384) / 2], 0x0102);
+  EXPECT_EQ(out.back(), 0x0102);
+}
+
+TEST_F(HWMerge, PutsAFitsHeaderAheadOfPixelsInNetworkOrder) {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  header.SetDimensions(4, 2);
+  merge.SetMetaData(header);
+  merge.SetMergeEnables({0, ORVA_IMAGE_FORMAT_FITS, 0});
+  ASSERT_EQ(merge.CreateIdentityFrames(4, 2, nullptr), 0);
+  Pixels low(8, 1), high(8, 0x0102);
+  Pixels out(5760 / 2 + 8);
+  ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), out.data(), 8), 0);
+  EXPECT_EQ(std::memcmp(out.data(), "SIMPLE  = T", 11), 0);
+  EXPECT_EQ(out[5760 / 2], 0x0201);
+}
+
+TEST_F(HWMerge, WritesPixelsBehindAHeaderOfAnOddSize) {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  header.SetDimensions(4, 2);
+  header.SetValue(ORVA_META_KEY_METADATA_LENGTH, "385");
+  merge.SetMetaData(header);
+  merge.EnableStatistics(true);
+  merge.SetMergeEnables({0, ORVA_IMAGE_FORMAT_TIFF, 0});
+  ASSERT_EQ(merge.CreateIdentityFrames(4, 2, nullptr), 0);
+  Pixels low(8, 1), high(8, 0x0102);
+  std::vector<unsigned char> out(656 + 385 + 16);
+  ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), reinterpret_cast<unsigned short*>(out.data()), 8), 0);
+  EXPECT_EQ(out[656 + 385], 0x02);
+  EXPECT_EQ(out.back(), 0x01);
+  image_plane_stats_t stats{};
+  merge.GetMergedStats(stats);
+  EXPECT_EQ(stats.dMean, 258.0);
+}
+
+TEST_F(HWMerge, MarksItsMetadataAsAMergedImage) {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  header.SetHDRFrame(true);
+  header.SetBitsPerPixel(12);
+  merge.SetMetaData(header);
+  merged({1}, {1});
+  EXPECT_EQ(merge.GetMetaData().Value(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH).GetValueUint(), 16u);
+  EXPECT_FALSE(merge.GetMetaData().Value(ORVA_META_KEY_HDR_MODE).GetValueBool());
+  EXPECT_TRUE(merge.GetMetaData().Value(ORVA_META_KEY_PIXEL_ORDERED_IMAGE).GetValueBool());
+}
+
+// ---- Test merge
+// ----------------------------------------------------------------------------------------------
+
+TEST_F(HWMerge, TestMergeKeepsItsSources) {
+  ASSERT_EQ(merge.CreateIdentityFrames(2, 2, nullptr), 0);
+  Pixels low = {1, 2, 3, 4}, high = {10, 20, 30, 40};
+  EXPECT_EQ(merge.MergeFrames(low.data(), high.data(), 3u, 2u, 0u), -1);
+  EXPECT_EQ(merge.MergeFrames(nullptr, high.data(), 2u, 2u, 0u), -1);
+  unsigned short l = 99, h = 99;
+  EXPECT_EQ(merge.GetSourcePixels(2, l, h), 0);  // nothing there yet
+  EXPECT_EQ(l, 99);
+  ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), 2u, 2u, 7u), 0);
+  EXPECT_EQ(merge.GetSourcePixels(2, l, h), 0);
+  EXPECT_EQ(l, 3);
+  EXPECT_EQ(h, 30);
+  EXPECT_EQ(merge.GetSourcePixels(4, l, h), -1);
+}
+
+TEST_F(HWMerge, CorrectsOnePixelOfFixedPointTermsLikeOneOfDoubles) {
+  EXPECT_EQ(merge.CorrectPixel(100, 2.5, 2.0, 4095.875), 205);
+  EXPECT_EQ(merge.CorrectPixel(100, static_cast<short>(20), static_cast<unsigned short>(2048), 4095.875),
+            205);
+  EXPECT_EQ(merge.CorrectPixel(10, -11.0, 5.0, 4095.875), 0);
+}
+
+}  // namespace

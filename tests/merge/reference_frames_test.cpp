@@ -1,0 +1,298 @@
+// Where correction terms come from: made here, from buffers, from files.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <orvacam/merge/CHWMergeReferenceFrames.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "TestFolder.h"
+#include "simulator/Header.h"
+
+namespace {
+
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using Frames = CHWMergeReferenceFrames;
+using Bytes = std::vector<unsigned char>;
+
+/// Planes that were handed out, deleted at the end.
+struct HandedOut : ref_frames_t {
+  HandedOut() : ref_frames_t{} {}
+  HandedOut(const HandedOut&) = delete;
+  HandedOut& operator=(const HandedOut&) = delete;
+  ~HandedOut() {
+    delete[] pAdditiveLow;
+    delete[] pAdditiveHigh;
+    delete[] pMultiplicativeLow;
+    delete[] pMultiplicativeHigh;
+  }
+  std::vector<int> additiveLow() const { return {pAdditiveLow, pAdditiveLow + uiWidth * uiHeight}; }
+  std::vector<int> additiveHigh() const { return {pAdditiveHigh, pAdditiveHigh + uiWidth * uiHeight}; }
+  std::vector<int> multiplicativeLow() const {
+    return {pMultiplicativeLow, pMultiplicativeLow + uiWidth * uiHeight};
+  }
+  std::vector<int> multiplicativeHigh() const {
+    return {pMultiplicativeHigh, pMultiplicativeHigh + uiWidth * uiHeight};
+  }
+};
+
+TEST(FixedPoint, HoldsIntegerAndFraction) {
+  EXPECT_EQ(Frames::ConvertToFixedPoint(1.0, 10), 1024);
+  EXPECT_EQ(Frames::ConvertToFixedPoint(-0.5, 3), 65532);
+  EXPECT_EQ(Frames::ConvertToFixedPoint(2.75, 2), 11);
+  EXPECT_EQ(Frames::ConvertToFixedPoint(2.7499, 2), 10);  // truncated
+  EXPECT_EQ(Frames::ConvertToFixedPoint(65536.5, 1), 1);  // kept to 16 bits
+  EXPECT_EQ(Frames::ConvertToFixedPoint(0.0, 0), 0);
+}
+
+TEST(FixedPoint, OfAnyNumberAndWidthIsDefined) {
+  for (const double value : {1e300, -1e300, std::numeric_limits<double>::infinity(), std::nan(""), 1e-300})
+    for (const unsigned int f : {0u, 15u, 16u, 31u, 32u, 63u, 64u, 1000u, 4000000000u}) {
+      const unsigned short fixed = Frames::ConvertToFixedPoint(value, f);
+      EXPECT_TRUE(std::isfinite(Frames::ConvertToDouble(fixed, f)));
+    }
+}
+
+TEST(FixedPoint, ConvertsBack) {
+  EXPECT_EQ(Frames::ConvertToDouble(static_cast<short>(65532), 3), -0.5);
+  EXPECT_EQ(Frames::ConvertToDouble(static_cast<unsigned short>(65532), 3), 8191.5);
+  EXPECT_EQ(Frames::ConvertToDouble(static_cast<short>(-32768), 3), -4096.0);
+  EXPECT_EQ(Frames::ConvertToDouble(static_cast<unsigned short>(1025), 10), 1.0009765625);
+  const short shorts[] = {8, -8};
+  const unsigned short words[] = {1024, 512};
+  double doubles[2] = {};
+  Frames::ConvertPixelArray(shorts, doubles, 2, 3);
+  EXPECT_THAT(doubles, ElementsAre(1.0, -1.0));
+  Frames::ConvertPixelArray(words, doubles, 2, 10);
+  EXPECT_THAT(doubles, ElementsAre(1.0, 0.5));
+  Frames::ConvertPixelArray(static_cast<const short*>(nullptr), doubles, 2, 3);
+  Frames::ConvertPixelArray(words, nullptr, 2, 3);
+  EXPECT_THAT(doubles, ElementsAre(1.0, 0.5));
+}
+
+class ReferenceFrames : public ::testing::Test {
+ protected:
+  std::unique_ptr<Frames> owner = std::make_unique<Frames>();
+  Frames& frames = *owner;
+  HandedOut out;
+};
+
+TEST_F(ReferenceFrames, OfIdentityAreHandedOutInFixedPoint) {
+  ASSERT_EQ(frames.CreateIdentityFrames(3, 2, &out), 0);
+  EXPECT_EQ(out.uiWidth, 3u);
+  EXPECT_EQ(out.uiHeight, 2u);
+  EXPECT_THAT(out.additiveLow(), Each(0));
+  EXPECT_THAT(out.additiveHigh(), Each(0));
+  EXPECT_THAT(out.multiplicativeLow(), Each(1024));
+  EXPECT_THAT(out.multiplicativeHigh(), Each(1024));
+  EXPECT_TRUE(frames.IsIdentity());
+}
+
+TEST_F(ReferenceFrames, AreIdentityOnlyWhenEveryTermIs) {
+  const struct {
+    double addLow, addHigh, mulLow, mulHigh, addStep, mulStep;
+    bool identity;
+  } rows[] = {{0, 0, 1, 1, 0, 0, true},  {1, 0, 1, 1, 0, 0, false}, {0, 1, 1, 1, 0, 0, false},
+              {0, 0, 2, 1, 0, 0, false}, {0, 0, 1, 2, 0, 0, false}, {0, 0, 1, 1, 1, 0, false},
+              {0, 0, 1, 1, 0, 1, false}};
+  for (const auto& row : rows) {
+    ASSERT_EQ(frames.CreateIdentityFrames(2, 2, row.addLow, row.addHigh, row.mulLow, row.mulHigh, 3, 10,
+                                          row.addStep, row.mulStep, nullptr),
+              0);
+    EXPECT_EQ(frames.IsIdentity(), row.identity);
+    EXPECT_FALSE(frames.HasCallerFrames());
+  }
+}
+
+TEST_F(ReferenceFrames, WithStepsAreRampsThatStartOver) {
+  // With 13 fraction bits the range ends at 2^3 - 1 = 7.
+  ASSERT_EQ(frames.CreateIdentityFrames(4, 2, 1.0, -1.0, 0.0, 2.0, 13, 14, 3.0, 1.0, &out), 0);
+  EXPECT_THAT(out.additiveLow(),
+              ElementsAre(8192, short(32768), short(57344), 8192, short(32768), short(57344), 8192,
+                          short(32768)));  // 1, 4, 7, 1, ...
+  EXPECT_EQ(out.additiveHigh()[0], -8192);
+  EXPECT_EQ(out.additiveHigh()[1], 16384);
+  // With 14 bits the range ends at 3: 0, 1, 2, 3, 0, ... and 2, 3, 2, 3, ...
+  EXPECT_THAT(out.multiplicativeLow(), ElementsAre(0, 16384, 32768, 49152, 0, 16384, 32768, 49152));
+  EXPECT_THAT(out.multiplicativeHigh(), ElementsAre(32768, 49152, 32768, 49152, 32768, 49152, 32768, 49152));
+}
+
+TEST_F(ReferenceFrames, OfAnAbsurdSizeFailOnlyWhenTheyMustExist) {
+  EXPECT_EQ(frames.CreateIdentityFrames(0xFFFFFFFF, 0xFFFFFFFF, nullptr), 0);
+  EXPECT_EQ(frames.CreateIdentityFrames(0xFFFFFFFF, 0xFFFFFFFF, &out), -1);
+  EXPECT_EQ(out.pAdditiveLow, nullptr);
+  EXPECT_EQ(out.uiWidth, 0u);
+}
+
+TEST_F(ReferenceFrames, AreReplacedOneByOneFromBuffers) {
+  ASSERT_EQ(frames.CreateIdentityFrames(2, 1, nullptr), 0);
+  const short additive[] = {8, -8};
+  const unsigned short multiplicative[] = {2048, 512};
+  EXPECT_EQ(frames.SetAdditiveLowFromBuffer(additive, 3), -1);
+  EXPECT_EQ(frames.SetAdditiveLowFromBuffer(nullptr, 2), -1);
+  EXPECT_TRUE(frames.IsIdentity());
+  EXPECT_EQ(frames.SetAdditiveLowFromBuffer(additive, 2), 0);
+  EXPECT_EQ(frames.SetMultiplicativeLowFromBuffer(multiplicative, 2), 0);
+  EXPECT_EQ(frames.SetMultiplicativeHighFromBuffer(multiplicative, 1), -1);
+  EXPECT_FALSE(frames.IsIdentity());
+  EXPECT_TRUE(frames.HasCallerFrames());
+  frames.SetMergeEnables({0, 0, 1});
+  unsigned short low[] = {100, 100}, high[] = {0, 0}, merged[2] = {};
+  ASSERT_EQ(frames.MergeFrames(low, high, merged, 2), 0);
+  EXPECT_THAT(merged, ElementsAre(202, 50));  // (100 + 1) x 2, (100 - 1) x 0.5 rounded
+  ASSERT_EQ(frames.CreateIdentityFrames(2, 1, 40.0, 1.0, nullptr), 0);
+  EXPECT_FALSE(frames.HasCallerFrames());
+}
+
+TEST_F(ReferenceFrames, KeepTheirOldTermsWhenASetFails) {
+  ASSERT_EQ(frames.CreateIdentityFrames(2, 1, nullptr), 0);
+  const short additive[] = {8, 16};
+  ASSERT_EQ(frames.SetAdditiveLowFromBuffer(additive, 2), 0);
+  EXPECT_EQ(frames.SetAdditiveLowFromBuffer(additive, 1), -1);
+  frames.SetMergeEnables({0, 0, 1});
+  unsigned short low[] = {1, 1}, high[] = {0, 0}, merged[2] = {};
+  ASSERT_EQ(frames.MergeFrames(low, high, merged, 2), 0);
+  EXPECT_THAT(merged, ElementsAre(2, 3));
+}
+
+TEST_F(ReferenceFrames, AreCopiedDeeply) {
+  ASSERT_EQ(frames.CreateIdentityFrames(2, 1, nullptr), 0);
+  const short additive[] = {8, 16};
+  ASSERT_EQ(frames.SetAdditiveLowFromBuffer(additive, 2), 0);
+  frames.SetMergeThresholds(11, 12);
+  frames.SetMergeEnables({4, 0, 1});
+  const auto copy = std::make_unique<Frames>(frames);
+  const auto assigned = std::make_unique<Frames>();
+  *assigned = frames;
+  frames.ClearFrames();
+  for (Frames* other : {copy.get(), assigned.get()}) {
+    EXPECT_TRUE(other->HasCallerFrames());
+    unsigned short high = 0, difference = 0;
+    other->GetMergeThresholds(high, difference);
+    EXPECT_EQ(high, 11);
+    unsigned short low[] = {1, 1}, zero[] = {0, 0}, merged[2] = {};
+    ASSERT_EQ(other->MergeFrames(low, zero, merged, 2), 0);
+    EXPECT_THAT(merged, ElementsAre(2, 3));
+  }
+}
+
+// ---- Files
+// ---------------------------------------------------------------------------------------------------
+
+class ReferenceFiles : public ::testing::Test {
+ protected:
+  static Bytes header(unsigned int width, unsigned int height) {
+    orvacam::simulator::HeaderFields fields;
+    fields.width = width;
+    fields.height = height;
+    return orvacam::simulator::writeHeader(fields, 3);
+  }
+  static Bytes file(unsigned int width, unsigned int height, const std::vector<int>& values) {
+    Bytes bytes = header(width, height);
+    for (const int value : values) {
+      bytes.push_back(static_cast<unsigned char>(value & 255));
+      bytes.push_back(static_cast<unsigned char>(value >> 8 & 255));
+    }
+    return bytes;
+  }
+
+  TestFolder folder;
+  LogCapture log;
+  std::unique_ptr<Frames> owner = std::make_unique<Frames>();
+  Frames& frames = *owner;
+  HandedOut out;
+};
+
+TEST_F(ReferenceFiles, BringLowThenHighTerms) {
+  const std::wstring dsnu = folder.write("dsnu", file(2, 1, {-1, 2, 3, -4}));
+  const std::wstring prnu = folder.write("prnu", file(2, 1, {1000, 1001, 1002, 65535}));
+  ASSERT_EQ(frames.CreateReferenceFrames(dsnu.c_str(), prnu.c_str(), 6.0, 1.0, &out), 0);
+  EXPECT_THAT(out.additiveLow(), ElementsAre(-1, 2));
+  EXPECT_THAT(out.additiveHigh(), ElementsAre(3, -4));
+  EXPECT_THAT(out.multiplicativeLow(), ElementsAre(1000, 1001));
+  EXPECT_THAT(out.multiplicativeHigh(), ElementsAre(1002, 65535));
+  EXPECT_TRUE(frames.HasCallerFrames());
+  EXPECT_FALSE(frames.IsIdentity());
+  EXPECT_THAT(log.text(), HasSubstr("DEBUG, CheckReferenceMetaData: DSNU File size w: 2, h: 1.\n"));
+}
+
+TEST_F(ReferenceFiles, ThatAreAbsentLeaveTheGivenTerms) {
+  const std::wstring dsnu = folder.write("dsnu", file(2, 1, {-1, 2, 3, -4}));
+  ASSERT_EQ(frames.CreateReferenceFrames(dsnu.c_str(), nullptr, 6.0, 1.5, &out), 0);
+  EXPECT_THAT(out.multiplicativeLow(), ElementsAre(6144, 6144));
+  EXPECT_THAT(out.multiplicativeHigh(), ElementsAre(1536, 1536));
+}
+
+TEST_F(ReferenceFiles, OfPrnuAloneAreReadFromWhereTheHeaderEnds) {
+  const std::wstring prnu = folder.write("prnu", file(2, 1, {1000, 1001, 1002, 1003}));
+  ASSERT_EQ(frames.CreateReferenceFrames(nullptr, prnu.c_str(), 6.0, 1.0, &out), 0);
+  EXPECT_THAT(out.multiplicativeLow(), ElementsAre(1000, 1001));
+  EXPECT_THAT(out.multiplicativeHigh(), ElementsAre(1002, 1003));
+  EXPECT_THAT(out.additiveLow(), ElementsAre(0, 0));
+}
+
+TEST_F(ReferenceFiles, ThatCannotBeOpenedAreNamed) {
+  const std::wstring there = folder.write("there", file(2, 1, {1, 2, 3, 4}));
+  const std::wstring missing = folder.wideFile("missing");
+  EXPECT_EQ(frames.CreateReferenceFrames(missing.c_str(), nullptr, 1.0, 1.0, nullptr), -1);
+  EXPECT_EQ(frames.CreateReferenceFrames(there.c_str(), missing.c_str(), 1.0, 1.0, nullptr), -1);
+  EXPECT_THAT(log.text(),
+              HasSubstr("ERROR, CreateReferenceFrames: Could not open DSNU File " + folder.file("missing")));
+  EXPECT_THAT(log.text(),
+              HasSubstr("ERROR, CreateReferenceFrames: Could not open PRNU File " + folder.file("missing")));
+}
+
+TEST_F(ReferenceFiles, ThatDoNotParseAreRefused) {
+  const std::wstring good = folder.write("good", file(2, 1, {1, 2, 3, 4}));
+  const std::wstring bad = folder.write("bad", Bytes(500, 'x'));
+  EXPECT_EQ(frames.CreateReferenceFrames(bad.c_str(), nullptr, 1.0, 1.0, nullptr), -1);
+  EXPECT_THAT(log.text(), HasSubstr("ERROR, CheckReferenceMetaData: Error parsing DSNU File Meta Data\n"));
+  EXPECT_EQ(frames.CreateReferenceFrames(nullptr, bad.c_str(), 1.0, 1.0, nullptr), -1);
+  EXPECT_EQ(frames.CreateReferenceFrames(good.c_str(), bad.c_str(), 1.0, 1.0, nullptr), -1);
+  EXPECT_THAT(log.text(), HasSubstr("ERROR, CheckReferenceMetaData: Error parsing PRNU File Meta Data\n"));
+}
+
+TEST_F(ReferenceFiles, OfDifferentSizesAreRefusedWithBothSizes) {
+  const std::wstring dsnu = folder.write("dsnu", file(2, 1, {1, 2, 3, 4}));
+  const std::wstring prnu = folder.write("prnu", file(1, 2, {1, 2, 3, 4}));
+  EXPECT_EQ(frames.CreateReferenceFrames(dsnu.c_str(), prnu.c_str(), 1.0, 1.0, nullptr), -1);
+  EXPECT_THAT(log.text(),
+              HasSubstr("ERROR, CheckReferenceMetaData: PRNU File size w: 1, h: 2 does not match DSNU "
+                        "size w: 2, h: 1\n"));
+}
+
+TEST_F(ReferenceFiles, ThatAreShortGiveAFailureAndWhatTheyHold) {
+  const std::wstring dsnu = folder.write("dsnu", file(2, 1, {-1, 2, 3}));
+  EXPECT_EQ(frames.CreateReferenceFrames(dsnu.c_str(), nullptr, 1.0, 1.0, &out), -1);
+  EXPECT_THAT(out.additiveLow(), ElementsAre(-1, 2));
+  EXPECT_THAT(out.additiveHigh(), ElementsAre(3, 0));
+}
+
+TEST_F(ReferenceFiles, ThatClaimFarMoreThanTheyHoldMakeNoMemory) {
+  Bytes bytes = header(65535, 65535);
+  bytes.resize(2048);
+  const std::wstring huge = folder.write("huge", bytes);
+  EXPECT_EQ(frames.CreateReferenceFrames(huge.c_str(), nullptr, 1.0, 1.0, nullptr), -1);
+  EXPECT_EQ(frames.CreateReferenceFrames(huge.c_str(), nullptr, 1.0, 1.0, &out), -1);
+  EXPECT_EQ(out.pAdditiveLow, nullptr);
+  EXPECT_EQ(frames.CreateReferenceFrames(nullptr, huge.c_str(), 1.0, 1.0, &out), -1);
+  EXPECT_THAT(log.text(),
+              HasSubstr("ERROR, CreateReferenceFrames: Unable to allocate memory for DSNU data\n"));
+  EXPECT_THAT(log.text(),
+              HasSubstr("ERROR, CreateReferenceFrames: Unable to allocate memory for PRNU data\n"));
+}
+
+TEST_F(ReferenceFiles, OfNeitherKindAreAMessageAndTheCurrentSize) {
+  unsigned int width = 5, height = 6;
+  EXPECT_EQ(frames.CheckReferenceMetaData(nullptr, nullptr, width, height), 0);
+  EXPECT_EQ(width, 5u);
+  EXPECT_THAT(log.text(),
+              HasSubstr("ERROR, CheckReferenceMetaData: Both file pointers are null.  One must be valid!\n"));
+}
+
+}  // namespace
