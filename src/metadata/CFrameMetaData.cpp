@@ -73,6 +73,13 @@ CFrameMetaData::CFrameMetaData() : m_uiCursor(0), m_bCaptureTimeValid(true) {
   DoInitialize();
 }
 
+// Here rather than in every place that copies: it is a lot of code. The check objects to the compiler's own
+// loop over the array of values.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+CFrameMetaData::CFrameMetaData(const CFrameMetaData& other) = default;
+CFrameMetaData& CFrameMetaData::operator=(const CFrameMetaData& other) = default;
+// NOLINTEND(bugprone-reserved-identifier)
+
 void CFrameMetaData::DoInitialize() {
   m_Values[ORVA_META_KEY_MAGIC_NUMBER].SetValueUint(magic);
   m_Values[ORVA_META_KEY_METADATA_LENGTH].SetValueUint(0);

@@ -32,6 +32,8 @@
 class ORVACAM_API CFrameMetaData {
  public:
   CFrameMetaData();
+  CFrameMetaData(const CFrameMetaData& other);
+  CFrameMetaData& operator=(const CFrameMetaData& other);
 
   /// Back to an empty header; the high-gain black levels keep their values. With true, then the header of a
   /// synthetic frame: 4096 x 4096 pixels of 16 bits of a "VESTRA VS4040", version 3.
