@@ -1,10 +1,12 @@
 # Compile settings shared by everything that this project builds itself; an embedding project sees none of them.
 add_library(orvacam_compile INTERFACE)
 target_compile_options(orvacam_compile INTERFACE
-  -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
-  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORVACAM_LOOSE_CONVERSIONS>>>:-Wconversion>
-  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORVACAM_LOOSE_CONVERSIONS>>>:-Wsign-conversion>
-  $<$<BOOL:$<TARGET_PROPERTY:ORVACAM_LOOSE_CONVERSIONS>>:-Wno-narrowing>
+  -Wall -Wextra -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
+  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORVACAM_TEST_PROGRAM>>>:-Wconversion>
+  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORVACAM_TEST_PROGRAM>>>:-Wsign-conversion>
+  $<$<BOOL:$<TARGET_PROPERTY:ORVACAM_TEST_PROGRAM>>:-Wno-narrowing>
+  $<$<BOOL:$<TARGET_PROPERTY:ORVACAM_TEST_PROGRAM>>:-Wno-dangling-else>
+  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ORVACAM_TEST_PROGRAM>>>:-Wshadow>
   -Wcast-align -Wundef
   # Both compilers fuse multiply-add by default; where one fused operation is meant it is written std::fma.
   -ffp-contract=off)

@@ -43,7 +43,13 @@ class Walk {
     m_source.take(given * bytesPerPair, packed);
     if (pairs > 0) kernels::active().unpack12(packed, plane.next(), pairs);
     plane.advance(2 * pairs);
-    return 2 * pairs;
+    if (pairs == given || plane.room() == 0) return 2 * pairs;
+    // The first pixel of the next pair is the last one that fits.
+    unsigned short pair[2];
+    kernels::active().unpack12(packed + pairs * bytesPerPair, pair, 1);
+    *plane.next() = pair[0];
+    plane.advance(1);
+    return 2 * pairs + 1;
   }
 
   /// Decodes pixels into the last plane and repeats them in the others.

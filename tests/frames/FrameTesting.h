@@ -1,0 +1,171 @@
+#ifndef ORVACAM_TESTS_FRAMES_FRAME_TESTING_H
+#define ORVACAM_TESTS_FRAMES_FRAME_TESTING_H
+
+#include <gtest/gtest.h>
+#include <orvacam/frames/CFrameFactory.h>
+#include <orvacam/frames/IFrame.h>
+#include <orvacam/merge/CHWMergeReferenceFrames.h>
+#include <orvacam/metadata/CFrameMetaData.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "simulator/Encoder.h"
+#include "simulator/Header.h"
+#include "simulator/Scene.h"
+
+namespace frame_testing {
+
+namespace sim = orvacam::simulator;
+using Bytes = std::vector<unsigned char>;
+using Pixels = std::vector<unsigned short>;
+
+/// A raw frame of random pixels, the planes that a right decoder yields, and how often each image pixel
+/// counts.
+struct RawFrame {
+  RawFrame(const sim::HeaderFields& header, unsigned int version = 3, unsigned int seed = 1)
+      : fields(header), layout(sim::layoutOf(header)) {
+    std::mt19937 random(seed);
+    const unsigned int largest = layout.packing == sim::Packing::Packed12   ? 4095
+                                 : layout.packing == sim::Packing::Packed13 ? 8191
+                                                                            : 65534;
+    planes = sim::makePlanes(layout, [&](const sim::PixelPlace&) {
+      const std::uint32_t bits = random();
+      return static_cast<std::uint16_t>(bits % 5 == 0 ? largest : bits >> 8 & largest);
+    });
+    bytes = sim::encodeFrame(fields, version, planes);
+    if (metaData.Parse(bytes.data(), static_cast<unsigned int>(bytes.size())) < 0)
+      ADD_FAILURE() << "header does not parse";
+  }
+
+  std::size_t framePixels() const {
+    unsigned int width = 0, height = 0;
+    metaData.GetFrameDimensionsBinned(width, height);
+    return std::size_t{width} * height;
+  }
+  /// A plane as the frame's buffer holds it: what the stream brings, then zeros.
+  Pixels plane(unsigned int index) const {
+    Pixels result(framePixels(), 0);
+    if (index < planes.size())
+      std::copy_n(planes[index].begin(), std::min(result.size(), planes[index].size()), result.begin());
+    return result;
+  }
+
+  sim::HeaderFields fields;
+  sim::Layout layout;
+  std::vector<sim::Plane> planes;
+  Bytes bytes;
+  CFrameMetaData metaData;
+};
+
+/// The caller's record, given back at the end.
+struct Images : unpacked_images_t {
+  Images() : unpacked_images_t{} {}
+  Images(const Images&) = delete;
+  Images& operator=(const Images&) = delete;
+  ~Images() {
+    for (void* buffer : {static_cast<void*>(pLowMetaData), static_cast<void*>(pLowImage),
+                         static_cast<void*>(pHighMetaData), static_cast<void*>(pHighImage),
+                         static_cast<void*>(pMergedMetaData), static_cast<void*>(pMergedImage)})
+      std::free(buffer);
+  }
+  static void all(unpacked_images_t& images) {
+    images.bMetaDataRequest = images.bLowImageRequest = images.bHighImageRequest =
+        images.bMergedImageRequest = true;
+  }
+  Pixels low() const { return {pLowImage, pLowImage + ulLowImagePixels}; }
+  Pixels high() const { return {pHighImage, pHighImage + ulHighImagePixels}; }
+  Pixels merged() const { return {pMergedImage, pMergedImage + ulMergedImagePixels}; }
+};
+
+/// Mean and extremes of pixels added one by one.
+struct Naive {
+  double count = 0, sum = 0;
+  unsigned int max = 0, min = 65535;
+  int_point_t maxPoint{0, 0}, minPoint{0, 0};
+  void add(unsigned int value, int x, int y) {
+    count += 1;
+    sum += value;
+    if (value > max) max = value, maxPoint = {x, y};
+    if (value < min) min = value, minPoint = {x, y};
+  }
+};
+
+inline void expectSame(const image_plane_stats_t& stats, const Naive& naive) {
+  if (naive.count == 0) {
+    EXPECT_TRUE(std::isnan(stats.dMean));
+    return;
+  }
+  EXPECT_EQ(stats.dMean, naive.sum / naive.count);
+  EXPECT_EQ(stats.uiMax, naive.max);
+  EXPECT_EQ(stats.uiMin, naive.min);
+  EXPECT_EQ(stats.maxPoint.x, naive.maxPoint.x);
+  EXPECT_EQ(stats.maxPoint.y, naive.maxPoint.y);
+  EXPECT_EQ(stats.minPoint.x, naive.minPoint.x);
+  EXPECT_EQ(stats.minPoint.y, naive.minPoint.y);
+}
+
+/// Statistics of a row-interleaved stream: image pixels, the extra pixel of an odd row included, at (column,
+/// row of both planes together).
+inline Naive streamStatistics(const RawFrame& raw, unsigned int plane) {
+  Naive naive;
+  std::size_t position = 0;
+  const auto even = [](unsigned int n) { return n + n % 2; };
+  for (const sim::Section& section : raw.layout.sections)
+    for (unsigned int row = 0; row < section.rows; ++row) {
+      position += even(section.before);
+      for (unsigned int x = 0; x < even(section.pixels); ++x, ++position)
+        if (section.kind == sim::Section::Image)
+          naive.add(raw.planes[plane][position], static_cast<int>(x), static_cast<int>(2 * row + plane));
+      position += even(section.after) + even(section.shared);
+    }
+  return naive;
+}
+
+/// A frame object with a merge algorithm, as the façade sets them up.
+struct Bench {
+  explicit Bench(RawFrame& raw)
+      : merge(std::make_unique<CHWMergeReferenceFrames>()), frame(CFrameFactory::Create(raw.metaData)) {
+    merge->SetMetaData(raw.metaData);
+    unsigned int width = 0, height = 0;
+    raw.metaData.GetFrameDimensions(width, height);
+    merge->CreateIdentityFrames(width, height, 6.25, 1.0, nullptr);
+    frame->Initialize(raw.metaData, raw.bytes.data(), raw.bytes.size(), merge.get());
+  }
+  image_plane_stats_t low() {
+    image_plane_stats_t s{};
+    frame->GetLowFrameStats(s);
+    return s;
+  }
+  image_plane_stats_t high() {
+    image_plane_stats_t s{};
+    frame->GetHighFrameStats(s);
+    return s;
+  }
+  image_plane_stats_t merged() {
+    image_plane_stats_t s{};
+    frame->GetMergedFrameStats(s);
+    return s;
+  }
+
+  std::unique_ptr<CHWMergeReferenceFrames> merge;
+  std::unique_ptr<IFrame> frame;
+};
+
+inline sim::HeaderFields header(const char* model, unsigned int bits, bool hdr, unsigned int width,
+                                unsigned int height) {
+  sim::HeaderFields f;
+  f.model = model;
+  f.dataBits = f.sensorBits = bits;
+  f.hdr = hdr;
+  f.width = width;
+  f.height = height;
+  return f;
+}
+
+}  // namespace frame_testing
+
+#endif  // ORVACAM_TESTS_FRAMES_FRAME_TESTING_H

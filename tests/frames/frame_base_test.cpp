@@ -1,0 +1,303 @@
+// The base of all frames, and the factory.
+
+#include <orvacam/frames/CFrameArgent23084.h>
+#include <orvacam/frames/CFrameGSense2020.h>
+#include <orvacam/frames/CFrameGSense400.h>
+#include <orvacam/frames/CFrameGSense4040.h>
+#include <orvacam/frames/CFrameGSense6060.h>
+#include <orvacam/frames/CFrameGeneric.h>
+#include <orvacam/frames/CFrameIMX183.h>
+#include <orvacam/frames/CFrameLSGEN.h>
+
+#include <gmock/gmock.h>
+
+#include <typeinfo>
+
+#include "TestFolder.h"
+#include "frames/FrameTesting.h"
+
+namespace {
+
+using namespace frame_testing;
+using ::testing::HasSubstr;
+
+template <typename Frame>
+void expectClass(unsigned int device) {
+  const std::unique_ptr<IFrame> frame(CFrameFactory::Create(device));
+  const IFrame& object = *frame;
+  EXPECT_EQ(typeid(object), typeid(Frame)) << std::hex << device;
+}
+
+TEST(FrameFactory, KnowsEveryDevice) {
+  expectClass<CFrameGSense400>(0x01000400);
+  expectClass<CFrameGSense2020>(0x01002020);
+  expectClass<CFrameGSense4040>(0x01004040);
+  expectClass<CFrameGSense6060>(0x01006060);
+  expectClass<CFrameArgent23084>(0x03004320);
+  expectClass<CFrameArgent23084>(0x03023042);
+  expectClass<CFrameArgent23084>(0x03023084);
+  expectClass<CFrameIMX183>(0x04000183);
+  expectClass<CFrameLSGEN>(0x850F0000);
+  for (const unsigned int other : {0u, 0x05000420u, 0x01000401u, 0xFFFFFFFFu})
+    expectClass<CFrameGeneric>(other);
+}
+
+TEST(FrameFactory, ReadsTheDeviceFromTheMetadata) {
+  CFrameMetaData metaData;
+  metaData.SetModelName("VESTRA VS6060", 13);
+  const std::unique_ptr<IFrame> known(CFrameFactory::Create(metaData));
+  EXPECT_NE(dynamic_cast<CFrameGSense6060*>(known.get()), nullptr);
+  metaData.SetModelName("ARGENT 9999", 11);
+  const std::unique_ptr<IFrame> unknown(CFrameFactory::Create(metaData));
+  EXPECT_NE(dynamic_cast<CFrameGeneric*>(unknown.get()), nullptr);
+  unsigned char buffer[384];
+  EXPECT_EQ(unknown->GetProcessedLowMetaData(buffer, 384), 0);  // it has its own copy of the metadata
+}
+
+/// A frame class of an outside program.
+class OutsideFrame : public IFrame {
+ public:
+  using IFrame::m_uiWorkSize;
+  using IFrame::m_uiWorkSizeWithHeader;
+  using IFrame::m_ulSourceLength;
+  using IFrame::m_UserMergeBuffers;
+};
+
+class FrameBase : public ::testing::Test {
+ protected:
+  FrameBase() : raw(header("VESTRA VS400", 12, true, 8, 4)) {}
+  void initialize(CCustomMergeAlgo* algo = nullptr) {
+    frame.Initialize(raw.metaData, raw.bytes.data(), raw.bytes.size(), algo);
+  }
+
+  RawFrame raw;
+  OutsideFrame frame;
+};
+
+TEST_F(FrameBase, CannotMergeUnpackOrCopyRegions) {
+  initialize();
+  Images images;
+  frame_roi_t roi{};
+  EXPECT_EQ(frame.Merge(&images), -1);
+  EXPECT_EQ(frame.Unpack(&images), -1);
+  EXPECT_EQ(frame.CopyROIToBuffer(roi, raw.bytes.data(), 10), -1);
+}
+
+TEST_F(FrameBase, AllocatesWhatTheCallerLeavesNull) {
+  initialize();
+  Images images;
+  Images::all(images);
+  ASSERT_EQ(frame.AllocateUserMergeBuffers(&images), 0);
+  EXPECT_EQ(images.uiMetaDataSize, 384u);
+  EXPECT_EQ(images.ulLowImageSize, 64u);
+  EXPECT_EQ(images.ulHighImageSize, 64u);
+  EXPECT_EQ(images.ulMergedImageSize, 64u);
+  EXPECT_EQ(images.ulLowImagePixels, 32u);
+  EXPECT_EQ(images.ulHighImagePixels, 32u);
+  EXPECT_EQ(images.ulMergedImagePixels, 32u);
+  EXPECT_EQ(Bytes(images.pHighMetaData, images.pHighMetaData + 384), Bytes(384, 0));
+}
+
+TEST_F(FrameBase, LeavesTheCallersFieldsOfPlanesThatWereNotAskedFor) {
+  initialize();
+  Images images;
+  images.bLowImageRequest = true;
+  ASSERT_EQ(frame.AllocateUserMergeBuffers(&images), 0);
+  EXPECT_EQ(images.pHighImage, nullptr);
+  EXPECT_EQ(images.ulHighImagePixels, 0u);
+  EXPECT_NE(frame.m_UserMergeBuffers.pHighImage, nullptr);
+  EXPECT_EQ(frame.m_UserMergeBuffers.ulHighImagePixels, 32u);
+  EXPECT_EQ(frame.m_UserMergeBuffers.ulHighImageSize, 64u);
+  EXPECT_NE(frame.m_UserMergeBuffers.pMergedImage, nullptr);
+  EXPECT_EQ(frame.m_UserMergeBuffers.pLowImage, images.pLowImage);
+}
+
+TEST_F(FrameBase, ClearsACallersBufferAlsoWhenItIsTooSmall) {
+  initialize();
+  for (const unsigned long capacity : {62ul, 64ul, 66ul}) {
+    Pixels plane(40, 7);
+    unpacked_images_t images{};
+    images.bLowImageRequest = true;
+    images.pLowImage = plane.data();
+    images.ulLowImageSize = capacity;
+    EXPECT_EQ(frame.AllocateUserMergeBuffers(&images), capacity < 64 ? -1 : 0);
+    EXPECT_EQ(plane[capacity / 2 - 1], 0);
+    EXPECT_EQ(plane[capacity / 2], 7);
+  }
+}
+
+TEST_F(FrameBase, RefusesACallersMetadataBufferThatIsTooSmallAndDoesNotClearIt) {
+  initialize();
+  Bytes buffer(383, 9);
+  unpacked_images_t images{};
+  images.bMetaDataRequest = true;
+  images.uiMetaDataSize = 383;
+  images.pLowMetaData = buffer.data();
+  EXPECT_EQ(frame.AllocateUserMergeBuffers(&images), -1);
+  EXPECT_EQ(buffer, Bytes(383, 9));
+}
+
+TEST_F(FrameBase, MakesRoomForTheMergedImagesHeader) {
+  const auto algo = std::make_unique<CHWMergeReferenceFrames>();
+  algo->SetMetaData(raw.metaData);
+  const struct {
+    unsigned int format;
+    unsigned long size;
+  } formats[] = {{ORVA_IMAGE_FORMAT_RAW, 64},
+                 {ORVA_IMAGE_FORMAT_TIFF, 64 + 656 + 384},
+                 {ORVA_IMAGE_FORMAT_FITS, 64 + 5760 + 2816},
+                 {9, 64}};
+  for (const auto& format : formats) {
+    algo->SetMergeEnables({0, format.format, 0});
+    for (CCustomMergeAlgo* owner :
+         {static_cast<CCustomMergeAlgo*>(algo.get()), static_cast<CCustomMergeAlgo*>(nullptr)}) {
+      initialize(algo.get());                     // takes the format
+      if (owner == nullptr) initialize(nullptr);  // keeps it
+      Images images;
+      images.bMergedImageRequest = true;
+      ASSERT_EQ(frame.AllocateUserMergeBuffers(&images), 0);
+      EXPECT_EQ(images.ulMergedImageSize, format.size);
+      EXPECT_EQ(images.ulMergedImagePixels, 32u);
+    }
+  }
+}
+
+TEST_F(FrameBase, KeepsItsWorkingBuffersWhenTheyAreLargeEnough) {
+  ASSERT_EQ(frame.AllocateFrameBuffers(100, 10), 0);
+  EXPECT_EQ(frame.m_uiWorkSize, 100u);
+  EXPECT_EQ(frame.m_uiWorkSizeWithHeader, 110u);
+  ASSERT_EQ(frame.AllocateFrameBuffers(100, 5000), 0);  // a larger header alone changes nothing
+  EXPECT_EQ(frame.m_uiWorkSizeWithHeader, 110u);
+  ASSERT_EQ(frame.AllocateFrameBuffers(101, 20), 0);
+  EXPECT_EQ(frame.m_uiWorkSizeWithHeader, 121u);
+  frame.FreeUnpackedBuffers();
+  EXPECT_EQ(frame.m_uiWorkSize, 0u);
+}
+
+TEST_F(FrameBase, RefusesNullBufferPointers) {
+  unsigned long capacity = 0;
+  unsigned int metaCapacity = 0;
+  unsigned short* image = nullptr;
+  unsigned char* metaData = nullptr;
+  EXPECT_EQ(frame.AllocateBufferPointer(4, nullptr, &capacity), -1);
+  EXPECT_EQ(frame.AllocateBufferPointer(4, &image, nullptr), -1);
+  EXPECT_EQ(frame.AllocateMetaDataPointer(4, nullptr, &metaCapacity), -1);
+  EXPECT_EQ(frame.AllocateMetaDataPointer(4, &metaData, nullptr), -1);
+  EXPECT_EQ(frame.AllocateUserMergeBuffers(nullptr), -1);
+}
+
+TEST_F(FrameBase, WritesEachPlanesProcessedHeader) {
+  initialize();
+  Bytes low(384), high(384), merged(384);
+  ASSERT_EQ(frame.GetProcessedLowMetaData(low.data(), 384), 0);
+  ASSERT_EQ(frame.GetProcessedHighMetaData(high.data(), 384), 0);
+  ASSERT_EQ(frame.GetProcessedMergedMetaData(merged.data(), 384), 0);
+  const struct {
+    Bytes& bytes;
+    bool high, merged;
+  } planes[] = {{low, false, false}, {high, true, false}, {merged, false, true}};
+  for (const auto& plane : planes) {
+    CFrameMetaData metaData;
+    ASSERT_EQ(metaData.Parse(plane.bytes.data(), 384), 0);
+    EXPECT_EQ(metaData.Value(ORVA_META_KEY_TEST_IS_HIGH_FRAME).GetValueBool(), plane.high);
+    EXPECT_EQ(metaData.Value(ORVA_META_KEY_TEST_IS_MERGED_FRAME).GetValueBool(), plane.merged);
+    EXPECT_EQ(metaData.Value(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH).GetValueUint(), 16u);
+    EXPECT_FALSE(metaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool());
+    EXPECT_TRUE(metaData.Value(ORVA_META_KEY_PIXEL_ORDERED_IMAGE).GetValueBool());
+  }
+  Bytes small(383, 9);
+  EXPECT_EQ(frame.GetProcessedHighMetaData(small.data(), 383), -1);
+  EXPECT_EQ(small, Bytes(383, 9));
+  OutsideFrame empty;
+  EXPECT_EQ(empty.GetProcessedLowMetaData(low.data(), 384), -1);
+}
+
+TEST_F(FrameBase, LeavesAHeaderThatIsTooShortToBeWritten) {
+  RawFrame old(header("VESTRA VS400", 12, false, 8, 4), 1);
+  frame.Initialize(old.metaData, old.bytes.data(), old.bytes.size(), nullptr);
+  Bytes buffer(156, 9);
+  EXPECT_EQ(frame.GetProcessedLowMetaData(buffer.data(), 156), 0);
+  EXPECT_EQ(buffer, Bytes(156, 9));
+}
+
+TEST_F(FrameBase, MergesNothingForANullPlaneOrNoPixels) {
+  initialize();
+  Pixels plane(4);
+  EXPECT_EQ(frame.MergeFrame(nullptr, plane.data(), plane.data(), 4), 0);
+  EXPECT_EQ(frame.MergeFrame(plane.data(), plane.data(), plane.data(), 0), 0);
+  EXPECT_EQ(frame.MergeFrame(plane.data(), plane.data(), plane.data(), 4), -1);  // no algorithm
+}
+
+TEST_F(FrameBase, GivesTheMergedStatisticsOfTheAlgorithm) {
+  const auto algo = std::make_unique<CHWMergeReferenceFrames>();
+  algo->SetMetaData(raw.metaData);
+  algo->CreateIdentityFrames(8, 4, nullptr);
+  initialize(algo.get());
+  frame.EnableMergeStatistics(true);
+  Pixels low(32, 1), high(32, 5), merged(32);
+  ASSERT_EQ(frame.MergeFrame(low.data(), high.data(), merged.data(), 32), 0);
+  image_plane_stats_t stats{};
+  frame.GetMergedFrameStats(stats);
+  EXPECT_EQ(stats.dMean, 5.0);
+  frame.Initialize(raw.metaData, raw.bytes.data(), raw.bytes.size(), nullptr);
+  frame.GetMergedFrameStats(stats);
+  EXPECT_EQ(stats.dMean, 0.0);  // its own, reset
+}
+
+// ---- Source data
+// ---------------------------------------------------------------------------------------------
+
+TEST_F(FrameBase, ReadsAWholeFileAndLeavesTheStreamOpen) {
+  const TestFolder folder;
+  folder.write("frame", raw.bytes);
+  std::FILE* file = std::fopen(folder.file("frame").c_str(), "rb");
+  std::fseek(file, 100, SEEK_SET);
+  EXPECT_EQ(frame.Initialize(raw.metaData, file, nullptr), 0);
+  EXPECT_EQ(frame.m_ulSourceLength, raw.bytes.size());
+  EXPECT_EQ(frame.SetSourceImage(file), 0);  // once more
+  EXPECT_GE(std::ftell(file), 0);
+  std::fclose(file);
+  frame.FreeSourceImageBuffer();
+  EXPECT_EQ(frame.m_ulSourceLength, 0u);
+}
+
+TEST_F(FrameBase, RefusesWhatIsNoRegularFileWithContents) {
+  const TestFolder folder;
+  folder.write("empty", {});
+  std::FILE* empty = std::fopen(folder.file("empty").c_str(), "rb");
+  EXPECT_EQ(frame.Initialize(raw.metaData, empty, nullptr), -1);
+  std::fclose(empty);
+  std::FILE* device = std::fopen("/dev/zero", "rb");
+  EXPECT_EQ(frame.Initialize(raw.metaData, device, nullptr), -1);
+  std::fclose(device);
+  std::FILE* directory = std::fopen(folder.path().c_str(), "rb");
+  EXPECT_EQ(frame.Initialize(raw.metaData, directory, nullptr), -1);
+  if (directory != nullptr) std::fclose(directory);
+  EXPECT_EQ(frame.Initialize(raw.metaData, static_cast<std::FILE*>(nullptr), nullptr), -1);
+  EXPECT_EQ(frame.ReadSourceImage(nullptr), -1);
+  std::FILE* writeOnly = std::fopen(folder.file("write").c_str(), "wb");
+  std::fputs("bytes", writeOnly);
+  std::fflush(writeOnly);
+  EXPECT_EQ(frame.Initialize(raw.metaData, writeOnly, nullptr), -1);  // cannot be read
+  std::fclose(writeOnly);
+}
+
+TEST(FrameLog, TellsOfInitializationAndSource) {
+  const LogCapture log;
+  RawFrame raw(header("VESTRA VS400", 12, true, 8, 4));
+  CFrameGSense400 frame;
+  frame.Initialize(raw.metaData, raw.bytes.data(), 480, nullptr);
+  frame.SetSourceImage(nullptr, 5);  // says nothing
+  EXPECT_EQ(log.text(),
+            "UNKNO, Initialize: Entered\nUNKNO, SetSourceImage: Entered uiSourceImageLength= 480 (0x1e0)\n"
+            "UNKNO, SetSourceImage: Leaving\nUNKNO, Initialize: Leaving\n");
+  Images images;
+  images.bLowImageRequest = true;
+  frame.Unpack(&images);
+  EXPECT_THAT(log.text(),
+              HasSubstr("UNKNO, Unpack: uiPixelSize= 32\nUNKNO, Unpack: uiFrameWidth= 8, uiFrameHeight= 4\n"
+                        "UNKNO, DoUnpackHDR: uiTotalFrameWidth= 8, uiTotalFrameHeight= 4\n"
+                        "UNKNO, DoUnpackHDR: uiImageWidth= 8, uiImageHeight= 4\n"));
+}
+
+}  // namespace

@@ -1,0 +1,446 @@
+// Whole frames of every row-interleaved and plain sensor, in every mode, against the simulator's planes.
+
+#include <orvacam/frames/CFrameGSense2020.h>
+#include <orvacam/frames/CFrameGSense400.h>
+#include <orvacam/frames/CFrameGSense4040.h>
+#include <orvacam/frames/CFrameGSense6060.h>
+
+#include "frames/FrameTesting.h"
+
+namespace {
+
+using namespace frame_testing;
+
+struct Mode {
+  const char* name;
+  const char* model;
+  unsigned int bits;
+  bool hdr;
+};
+
+const Mode modes[] = {
+    {"GSense400Single", "VESTRA VS400", 12, false},
+    {"GSense400Hdr", "VESTRA VS400", 12, true},
+    {"GSense2020Single", "VESTRA VS2020", 12, false},
+    {"GSense2020Sixteen", "VESTRA VS2020", 16, false},
+    {"GSense2020Hdr", "VESTRA VS2020", 12, true},
+    {"GSense4040Single", "VESTRA VS4040", 12, false},
+    {"GSense4040Sixteen", "VESTRA VS4040", 16, false},
+    {"GSense4040Hdr", "VESTRA VS4040", 12, true},
+    {"GSense6060Twelve", "VESTRA VS6060", 12, false},
+    {"GSense6060Hdr", "VESTRA VS6060", 12, true},
+    {"GSense6060Sixteen", "VESTRA VS6060", 16, false},
+    {"Imx183", "VESTRA IMX183", 16, false},
+    {"Generic", "VESTRA PLAIN", 16, false},
+};
+
+class EverySensor : public ::testing::TestWithParam<Mode> {};
+
+INSTANTIATE_TEST_SUITE_P(Modes, EverySensor, ::testing::ValuesIn(modes),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+/// Planes, statistics and merged plane of one frame.
+void check(const sim::HeaderFields& fields) {
+  SCOPED_TRACE(fields.model + " " + std::to_string(fields.width) + " x " + std::to_string(fields.height) +
+               ", refs " + std::to_string(fields.preRefPixels) + " " + std::to_string(fields.postRefPixels) +
+               " " + std::to_string(fields.preRefRows) + " " + std::to_string(fields.postRefRows) +
+               ", bins " + std::to_string(fields.horizontalBinning) + " " +
+               std::to_string(fields.verticalBinning));
+  RawFrame raw(fields, 3, fields.width * 31 + fields.height);
+  Bench bench(raw);
+  bench.frame->EnableMergeStatistics(true);
+  Images images;
+  Images::all(images);
+  const bool fits = raw.planes[0].size() <= raw.framePixels();
+  const int status = bench.frame->Merge(&images);
+  EXPECT_EQ(status,
+            fits ? 0 : -1);  // odd runs and a second set of shared pixels may need more than the frame
+  EXPECT_EQ(images.low(), raw.plane(0));
+  if (raw.planes.size() == 2) EXPECT_EQ(images.high(), raw.plane(1));
+
+  const bool counted = raw.planes.size() == 2;
+  if (fits) {
+    expectSame(bench.low(), counted ? streamStatistics(raw, 0) : Naive());
+    if (counted) expectSame(bench.high(), streamStatistics(raw, 1));
+  }
+  if (!fits || !fields.hdr) return;
+  const Pixels low = raw.plane(0), high = raw.plane(1), merged = images.merged();
+  for (std::size_t i = 0; i < merged.size(); ++i) {
+    const double l = std::round(std::min<double>(low[i], 4095.875) * 6.25);
+    const unsigned int expected =
+        high[i] >= 3700 || l - high[i] > 128 ? static_cast<unsigned int>(l) : high[i];
+    ASSERT_EQ(merged[i], expected) << i;
+  }
+}
+
+TEST_P(EverySensor, DecodesWidthsAroundTheVectorBlocksAndOddOnes) {
+  for (const unsigned int width :
+       {1u, 2u, 3u, 7u, 8u, 15u, 16u, 17u, 18u, 31u, 32u, 33u, 48u, 63u, 64u, 65u, 100u, 257u})
+    check(header(GetParam().model, GetParam().bits, GetParam().hdr, width, 3));
+}
+
+TEST_P(EverySensor, DecodesAllCombinationsOfReferencePixelsAndRows) {
+  for (const unsigned int pre : {0u, 2u, 3u})
+    for (const unsigned int post : {0u, 4u, 5u})
+      for (const unsigned int preRows : {0u, 1u, 2u})
+        for (const unsigned int postRows : {0u, 1u, 3u}) {
+          sim::HeaderFields f = header(GetParam().model, GetParam().bits, GetParam().hdr, 12, 4);
+          f.preRefPixels = pre;
+          f.postRefPixels = post;
+          f.preRefRows = preRows;
+          f.postRefRows = postRows;
+          if (f.model.find("VS") == std::string::npos || f.dataBits == 16) {
+            // One plane of 16-bit pixels is copied as a whole; plain cameras send the image alone.
+            if (f.model.find("VS") == std::string::npos && pre + post + preRows + postRows != 0) continue;
+          }
+          check(f);
+        }
+}
+
+TEST_P(EverySensor, DecodesBinnedFrames) {
+  for (const unsigned int x : {1u, 2u, 3u})
+    for (const unsigned int y : {1u, 2u, 3u}) {
+      sim::HeaderFields f = header(GetParam().model, GetParam().bits, GetParam().hdr, 24, 12);
+      f.horizontalBinning = x;
+      f.verticalBinning = y;
+      if (f.model == "VESTRA VS400" && x * y > 1) continue;  // see below
+      continue;                                              // its HDR stream is never binned
+      check(f);
+    }
+}
+
+TEST_P(EverySensor, GivesNoMergedPlaneWithoutOneAskedFor) {
+  RawFrame raw(header(GetParam().model, GetParam().bits, GetParam().hdr, 8, 4));
+  Bench bench(raw);
+  Images images;
+  images.bLowImageRequest = true;
+  EXPECT_EQ(bench.frame->Merge(&images), 0);
+  EXPECT_EQ(images.low(), raw.plane(0));
+  EXPECT_EQ(images.pHighImage, nullptr);
+  EXPECT_EQ(images.pMergedImage, nullptr);
+}
+
+TEST_P(EverySensor, RefusesWhatIsMissing) {
+  RawFrame raw(header(GetParam().model, GetParam().bits, GetParam().hdr, 8, 4));
+  Images images;
+  Images::all(images);
+  const std::unique_ptr<IFrame> bare(CFrameFactory::Create(raw.metaData));
+  EXPECT_EQ(bare->Unpack(&images), -1);  // no source
+  EXPECT_EQ(bare->Merge(&images), -1);
+  Bench bench(raw);
+  EXPECT_EQ(bench.frame->Merge(nullptr), 0);
+  EXPECT_EQ(bench.frame->Unpack(nullptr), -1);
+  frame_roi_t roi{0, 0, 2, 1};
+  unsigned char buffer[1024];
+  if (std::string(GetParam().model) != "VESTRA VS4040")
+    EXPECT_EQ(bench.frame->CopyROIToBuffer(roi, buffer, sizeof buffer), -1);
+}
+
+TEST_P(EverySensor, SubtractsBiasFramesAsItsSensorDoes) {
+  RawFrame raw(header(GetParam().model, GetParam().bits, GetParam().hdr, 8, 4));
+  Bench bench(raw);
+  const Pixels low(32, 10), high(32, 20);
+  ASSERT_EQ(bench.merge->SetBiasFrames(8, 4, low.data(), high.data()), 0);
+  Images images;
+  Images::all(images);
+  ASSERT_EQ(bench.frame->Unpack(&images), 0);
+  // Single images of the GSENSE2020, 4040 and 6060 stay uncorrected, those of the GSENSE400 and plain cameras
+  // do not.
+  const std::string name = GetParam().name;
+  const bool pair = raw.planes.size() == 2;
+  const bool corrected = pair || name == "GSense400Single" || name == "Imx183" || name == "Generic";
+  const auto subtract = [](Pixels plane, unsigned short bias) {
+    for (unsigned short& pixel : plane)
+      pixel = pixel > bias ? pixel - bias : 0;
+    return plane;
+  };
+  EXPECT_EQ(images.low(), corrected ? subtract(raw.plane(0), 10) : raw.plane(0));
+  if (pair) EXPECT_EQ(images.high(), subtract(raw.plane(1), 20));
+}
+
+// ---- What is special to a sensor
+// -----------------------------------------------------------------------------
+
+template <typename Frame>
+struct Exposed : Frame {
+  using Frame::m_bMergeStatistics;
+};
+
+struct Exposed400 : CFrameGSense400 {
+  using CFrameGSense400::DoUnpackHDR;
+};
+struct Exposed2020 : CFrameGSense2020 {
+  using CFrameGSense2020::DoUnpack;
+  using CFrameGSense2020::DoUnpackSingle13to16;
+};
+struct Exposed6060 : CFrameGSense6060 {
+  using CFrameGSense6060::DoUnpack12;
+  using CFrameGSense6060::DoUnpackSingle;
+};
+
+TEST(GSense400, PostReferenceRowsAreAFrameWideAndPreReferenceRowsAnImage) {
+  sim::HeaderFields f = header("VESTRA VS400", 12, true, 6, 2);
+  f.preRefRows = 1;
+  f.postRefRows = 1;
+  f.preRefPixels = 4;
+  f.postRefPixels = 2;
+  RawFrame raw(f);
+  // Per plane: (6 + 2) + 2 x (6 + 2) + (12 + 2).
+  ASSERT_EQ(raw.planes[0].size(), 38u);
+  Exposed400 frame;
+  frame.Initialize(raw.metaData, raw.bytes.data(), raw.bytes.size(), nullptr);
+  Pixels low(38), high(38);
+  EXPECT_EQ(frame.DoUnpackHDR(low.data(), 38, high.data(), 38), 0);
+  EXPECT_EQ(low, raw.planes[0]);
+  EXPECT_EQ(high, raw.planes[1]);
+  EXPECT_EQ(low[6], high[6]);  // the first shared pixel
+}
+
+TEST(GSense400, ThatIsBinnedIsRefusedAsItsPlanesAreCheckedAgainstTheUnbinnedImage) {
+  for (const bool hdr : {false, true}) {
+    sim::HeaderFields f = header("VESTRA VS400", 12, hdr, 24, 12);
+    f.horizontalBinning = 2;
+    RawFrame raw(f);
+    Bench bench(raw);
+    Images images;
+    Images::all(images);
+    EXPECT_EQ(bench.frame->Merge(&images), -1);
+    EXPECT_EQ(images.low(), Pixels(raw.framePixels(), 0));
+  }
+}
+
+TEST(GSense400, SingleImageLeavesTheHighGainStatisticsReset) {
+  RawFrame raw(header("VESTRA VS400", 12, false, 8, 4));
+  Bench bench(raw);
+  bench.frame->EnableMergeStatistics(true);
+  Images images;
+  images.bLowImageRequest = true;
+  ASSERT_EQ(bench.frame->Unpack(&images), 0);
+  EXPECT_EQ(bench.high().dMean, 0.0);  // reset, not computed
+  EXPECT_TRUE(std::isnan(bench.low().dMean));
+}
+
+TEST(GSense2020, DecodesTruthValuesOfThirteenBitPixels) {
+  sim::HeaderFields f = header("VESTRA VS2020", 12, false, 8, 2);
+  f.correlatedMultipleSampling = true;
+  const Bytes head = sim::writeHeader(f, 3);
+  for (const unsigned char fill : {0x00, 0xFF, 0x01, 0x10, 0x80}) {
+    Bytes bytes = head;
+    bytes.insert(bytes.end(), 26, fill);
+    CFrameMetaData metaData;
+    ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
+    Exposed2020 frame;
+    frame.Initialize(metaData, bytes.data(), bytes.size(), nullptr);
+    Images images;
+    images.bLowImageRequest = true;
+    ASSERT_EQ(frame.Unpack(&images), 0);
+    // Step, A, B, S1, S0, R1, R2 of each pixel of a group.
+    const int table[8][7] = {{1, 8, 5, 0, 5, 3, 8},  {2, 3, 8, 2, 10, 0, 6}, {1, 6, 7, 0, 7, 1, 8},
+                             {2, 1, 8, 4, 12, 0, 4}, {2, 4, 8, 1, 9, 0, 7},  {1, 7, 6, 0, 6, 2, 8},
+                             {2, 2, 8, 3, 11, 0, 5}, {2, 5, 8, 0, 8, 0, 8}};
+    for (int i = 0; i < 16; ++i) {
+      const int* row = table[i % 8];
+      int value = (fill != 0) << row[4] | (fill >> row[5] != 0) << row[3];
+      if (row[3] != 0 && fill >> row[6] != 0) value |= 1;
+      EXPECT_EQ(images.pLowImage[i], value) << i << ", bytes of " << int{fill};
+    }
+    if (fill == 0xFF) {
+      EXPECT_EQ(images.pLowImage[0], 0x21);
+      EXPECT_EQ(images.pLowImage[1], 0x405);
+    }
+  }
+}
+
+TEST(GSense2020, ThirteenBitPixelsAdvanceByTheirSteps) {
+  sim::HeaderFields f = header("VESTRA VS2020", 12, false, 16, 1);
+  f.correlatedMultipleSampling = true;
+  Bytes bytes = sim::writeHeader(f, 3);
+  const std::size_t start = bytes.size();
+  std::mt19937 random(5);
+  for (int i = 0; i < 26; ++i)
+    bytes.push_back(static_cast<unsigned char>(random() % 4 == 0 ? 0 : random()));
+  CFrameMetaData metaData;
+  ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
+  Exposed2020 frame;
+  frame.Initialize(metaData, bytes.data(), bytes.size(), nullptr);
+  Pixels out(16);
+  ASSERT_EQ(frame.DoUnpackSingle13to16(out.data(), 16), 0);
+  const int steps[8] = {1, 2, 1, 2, 2, 1, 2, 2};
+  const int firstPlace[8] = {5, 10, 7, 12, 9, 6, 11, 8};
+  std::size_t s = start;
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_EQ(out[i] >> firstPlace[i % 8] & 1, bytes[s] != 0) << i;  // the first byte's truth value
+    s += steps[i % 8];
+  }
+  EXPECT_EQ(s, bytes.size());
+  EXPECT_EQ(frame.DoUnpackSingle13to16(out.data(), 0), 0);
+  Pixels more(17, 7);
+  EXPECT_EQ(frame.DoUnpackSingle13to16(more.data(), 17), -1);  // no byte is left for the last one
+  EXPECT_EQ(more[16], 7);
+  EXPECT_EQ(Pixels(more.begin(), more.end() - 1), out);
+}
+
+TEST(GSense2020, CopiesSixteenBitFramesOfCorrelatedMultipleSampling) {
+  sim::HeaderFields f = header("VESTRA VS2020", 16, false, 8, 2);
+  f.correlatedMultipleSampling = true;
+  RawFrame raw(f);
+  Bench bench(raw);
+  Images images;
+  images.bLowImageRequest = true;
+  EXPECT_EQ(bench.frame->Unpack(&images), 0);
+  EXPECT_EQ(images.low(), raw.plane(0));
+}
+
+TEST(SixteenBitFrames, ThatAreShortAreLeftUncopiedWithoutAnError) {
+  for (const char* model : {"VESTRA VS2020", "VESTRA VS4040", "VESTRA VS6060"}) {
+    RawFrame raw(header(model, 16, false, 8, 2));
+    raw.bytes.pop_back();
+    Bench bench(raw);
+    Images images;
+    images.bLowImageRequest = true;
+    EXPECT_EQ(bench.frame->Unpack(&images), 0) << model;
+    EXPECT_EQ(images.low(), Pixels(16, 0)) << model;
+  }
+}
+
+TEST(SingleImages, ComputeTheHighGainStatisticsOnTheirResetState) {
+  RawFrame raw(header("VESTRA VS4040", 12, false, 8, 4));
+  Bench bench(raw);
+  bench.frame->EnableMergeStatistics(true);
+  Images images;
+  images.bLowImageRequest = true;
+  ASSERT_EQ(bench.frame->Unpack(&images), 0);
+  EXPECT_TRUE(std::isnan(bench.high().dMean));
+}
+
+TEST(GSense6060, SixteenBitHdrDataAndOtherSizesFailWithStatisticsComputed) {
+  for (const auto& [bits, hdr] : {std::pair{16u, true}, std::pair{14u, false}}) {
+    RawFrame raw(header("VESTRA VS6060", bits, hdr, 8, 2));
+    Bench bench(raw);
+    bench.frame->EnableMergeStatistics(true);
+    Images images;
+    images.bLowImageRequest = true;
+    EXPECT_EQ(bench.frame->Merge(&images), -1);
+    EXPECT_TRUE(std::isnan(bench.low().dMean));
+  }
+}
+
+TEST(GSense6060, DecoderAloneResetsTheStatisticsAndNeedsMetadata) {
+  Exposed6060 empty;
+  Pixels out(8);
+  EXPECT_EQ(empty.DoUnpack12(out.data(), 8, out.data(), 8), -1);
+  RawFrame raw(header("VESTRA VS6060", 12, false, 8, 2));
+  Exposed6060 frame;
+  frame.Initialize(raw.metaData, raw.bytes.data(), raw.bytes.size(), nullptr);
+  EXPECT_EQ(frame.DoUnpackSingle(out.data(), 8), -1);  // 12-bit data
+  frame.EnableMergeStatistics(true);
+  Pixels low(16), high(16);
+  EXPECT_EQ(frame.DoUnpack12(low.data(), 16, high.data(), 16), 0);
+  EXPECT_EQ(frame.DoUnpack12(low.data(), 16, high.data(), 16), 0);
+  EXPECT_EQ(low, raw.planes[0]);
+}
+
+TEST(PlainFrames, OfOtherPixelSizesFailWithoutCopying) {
+  RawFrame raw(header("VESTRA PLAIN", 12, false, 8, 2));
+  Bench bench(raw);
+  Images images;
+  images.bLowImageRequest = true;
+  EXPECT_EQ(bench.frame->Unpack(&images), -1);
+  EXPECT_EQ(images.low(), Pixels(16, 0));
+}
+
+TEST(PlainFrames, AreTakenAsBarePixelsWithoutAHeader) {
+  RawFrame raw(header("VESTRA PLAIN", 16, false, 8, 2));
+  Bytes bare(raw.bytes.end() - 32, raw.bytes.end());
+  const std::unique_ptr<IFrame> frame(CFrameFactory::Create(raw.metaData));
+  frame->Initialize(raw.metaData, bare.data(), bare.size(), nullptr);
+  Images images;
+  images.bLowImageRequest = true;
+  EXPECT_EQ(frame->Unpack(&images), 0);
+  EXPECT_EQ(images.low(), raw.plane(0));
+}
+
+TEST(PlainFrames, ThatAreCutCopyWhatIsThereAndFail) {
+  RawFrame raw(header("VESTRA PLAIN", 16, false, 8, 2));
+  raw.bytes.resize(raw.bytes.size() - 3);
+  Bench bench(raw);
+  Images images;
+  images.bLowImageRequest = true;
+  EXPECT_EQ(bench.frame->Unpack(&images), -1);
+  Pixels expected = raw.plane(0);
+  expected[14] = expected[15] = 0;
+  EXPECT_EQ(images.low(), expected);
+}
+
+TEST(PlainFrames, OfAnHdrPairAreMergedWithWhateverTheHighPlaneHolds) {
+  RawFrame raw(header("VESTRA PLAIN", 16, true, 8, 2));
+  Bench bench(raw);
+  Images images;
+  Images::all(images);
+  EXPECT_EQ(bench.frame->Merge(&images), 0);
+  EXPECT_EQ(images.high(), Pixels(16, 0));
+  EXPECT_EQ(images.merged()[0],
+            std::min(65535.0, std::round(std::min<double>(raw.planes[0][0], 4095.875) * 6.25)));
+}
+
+// ---- Regions of interest
+// -------------------------------------------------------------------------------------
+
+class Region : public ::testing::TestWithParam<bool> {
+ protected:
+  Region() : fields(header("VESTRA VS4040", 12, GetParam(), 20, 6)) {}
+  sim::HeaderFields fields;
+};
+INSTANTIATE_TEST_SUITE_P(SingleAndHdr, Region, ::testing::Bool(),
+                         [](const auto& info) { return std::string(info.param ? "Hdr" : "Single"); });
+
+TEST_P(Region, IsTheFramesOwnBytesBehindRoomForTheHeader) {
+  RawFrame raw(fields);
+  Bench bench(raw);
+  frame_roi_t roi{4, 2, 8, 3};
+  const unsigned int rows = GetParam() ? 6 : 3;
+  Bytes out(384 + rows * 12 + 1, 0xEE);
+  ASSERT_EQ(bench.frame->CopyROIToBuffer(roi, out.data(), 384 + rows * 12), 0);
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + 384), Bytes(384, 0xEE));
+  EXPECT_EQ(out.back(), 0xEE);
+  for (unsigned int row = 0; row < rows; ++row)
+    for (unsigned int i = 0; i < 12; ++i)
+      // 30 bytes a row; the rows ahead are skipped once, also where an HDR stream holds each twice.
+      ASSERT_EQ(out[384 + row * 12 + i], raw.bytes[384 + (2 + row) * 30 + 6 + i]) << row << " " << i;
+}
+
+TEST_P(Region, StartsBehindReferencePixelsAndRows) {
+  fields.preRefPixels = 4;
+  fields.postRefPixels = 2;
+  fields.preRefRows = 3;
+  RawFrame raw(fields);
+  Bench bench(raw);
+  frame_roi_t roi{2, 1, 2, 1};
+  Bytes out(384 + 6);
+  ASSERT_EQ(bench.frame->CopyROIToBuffer(roi, out.data(), out.size()), 0);
+  // A row of 26 pixels takes 39 bytes, 3 + 1 of them lie ahead; then 6 bytes of reference pixels and 3 of
+  // column 2.
+  for (unsigned int i = 0; i < 3; ++i)
+    EXPECT_EQ(out[384 + i], raw.bytes[384 + 4 * 39 + 6 + 3 + i]);
+}
+
+TEST_P(Region, ThatIsOddOutsideOrTooLargeIsRefusedWithNothingWritten) {
+  RawFrame raw(fields);
+  Bench bench(raw);
+  const frame_roi_t wrong[] = {{1, 0, 2, 1},          {0, 0, 3, 1},          {20, 0, 2, 1},
+                               {0, 6, 2, 1},          {0, 0, 22, 1},         {0, 0, 2, 7},
+                               {0xFFFFFFFE, 0, 4, 1}, {0, 0xFFFFFFFF, 2, 2}, {0, 0, 0xFFFFFFFE, 1},
+                               {0, 0, 2, 0xFFFFFFFF}};
+  Bytes out(2000, 0xEE);
+  for (frame_roi_t roi : wrong)
+    EXPECT_EQ(bench.frame->CopyROIToBuffer(roi, out.data(), out.size()), -1);
+  frame_roi_t whole{0, 0, 20, 6};
+  EXPECT_EQ(bench.frame->CopyROIToBuffer(whole, out.data(), 384 + (GetParam() ? 360 : 180) - 1), -1);
+  EXPECT_EQ(bench.frame->CopyROIToBuffer(whole, nullptr, 2000), -1);
+  EXPECT_EQ(out, Bytes(2000, 0xEE));
+  raw.bytes.pop_back();
+  bench.frame->SetSourceImage(raw.bytes.data(), raw.bytes.size());
+  EXPECT_EQ(bench.frame->CopyROIToBuffer(whole, out.data(), out.size()), -1);
+}
+
+}  // namespace
