@@ -1,0 +1,204 @@
+// Raw frame files become image files.
+
+#include <gmock/gmock.h>
+#include <orvacam.h>
+
+#include <cstring>
+#include <stdexcept>
+
+#include "TestFolder.h"
+#include "frames/FrameTesting.h"
+
+namespace {
+
+using namespace frame_testing;
+using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAre;
+
+class Conversion : public ::testing::Test {
+ protected:
+  int convert(const RawFrame& raw, unsigned int format, const char* destination = "out.image.raw") {
+    const std::wstring source = folder.write("source.bin", raw.bytes);
+    conv_info_t info{format, nullptr, nullptr};
+    return algo.ConvertFile(source.c_str(), &info, folder.wideFile(destination).c_str());
+  }
+  std::vector<std::string> written() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+      if (entry.path().filename() != "source.bin") names.push_back(entry.path().filename());
+    return names;
+  }
+  /// The file's pixels from an offset on, as far as it goes.
+  Pixels pixelsOf(const std::string& name, std::size_t offset, bool bigEndian) const {
+    const Bytes bytes = folder.read(name);
+    Pixels pixels;
+    for (std::size_t i = offset; i + 1 < bytes.size(); i += 2)
+      pixels.push_back(static_cast<unsigned short>(bigEndian ? bytes[i] << 8 | bytes[i + 1]
+                                                             : bytes[i + 1] << 8 | bytes[i]));
+    return pixels;
+  }
+  static Pixels head(Pixels pixels, std::size_t count) {
+    pixels.resize(count);
+    return pixels;
+  }
+
+  TestFolder folder;
+  CAlgo algo;
+  RawFrame hdr{header("VESTRA VS400", 12, true, 100, 60)};
+  RawFrame single{header("VESTRA VS4040", 12, false, 100, 60)};
+};
+
+TEST_F(Conversion, OfAnHdrFrameWritesThreeFitsFiles) {
+  ASSERT_EQ(convert(hdr, ORVA_IMAGE_FORMAT_FITS), 0);
+  EXPECT_THAT(written(),
+              UnorderedElementsAre("out.image_LOW.fit", "out.image_HIGH.fit", "out.image_MERGED.fit"));
+  const std::size_t there = (12000 - 5760) / 2;  // the file is as long as the pixels alone
+  EXPECT_EQ(pixelsOf("out.image_LOW.fit", 5760, true), head(hdr.plane(0), there));
+  EXPECT_EQ(pixelsOf("out.image_HIGH.fit", 5760, true), head(hdr.plane(1), there));
+  const Bytes low = folder.read("out.image_LOW.fit"), high = folder.read("out.image_HIGH.fit"),
+              merged = folder.read("out.image_MERGED.fit");
+  EXPECT_EQ(low.size(), 12000u);
+  const auto text = [](const Bytes& bytes) { return std::string(bytes.begin(), bytes.begin() + 5760); };
+  EXPECT_THAT(text(low), HasSubstr("GAINLOW = "));
+  EXPECT_THAT(text(low), HasSubstr("ISHIFRM = 0 /"));
+  EXPECT_THAT(text(low), HasSubstr("ISMRGFRM= 0 /"));
+  EXPECT_THAT(text(high), HasSubstr("GAINHIGH= "));
+  EXPECT_THAT(text(high), HasSubstr("ISHIFRM = 1 /"));
+  EXPECT_THAT(text(merged), HasSubstr("ISHIFRM = 0 /"));
+  EXPECT_THAT(text(merged), HasSubstr("ISMRGFRM= 1 /"));
+}
+
+TEST_F(Conversion, OfAnHdrFrameWritesThreeTiffFilesWithTheLowPlanesMetadata) {
+  ASSERT_GE(convert(hdr, ORVA_IMAGE_FORMAT_TIFF), 0);
+  EXPECT_THAT(written(),
+              UnorderedElementsAre("out.image_LOW.tiff", "out.image_HIGH.tiff", "out.image_MERGED.tiff"));
+  EXPECT_EQ(pixelsOf("out.image_LOW.tiff", 1040, false), hdr.plane(0));
+  EXPECT_EQ(pixelsOf("out.image_HIGH.tiff", 1040, false), hdr.plane(1));
+  Bytes low = folder.read("out.image_LOW.tiff"), high = folder.read("out.image_HIGH.tiff"),
+        merged = folder.read("out.image_MERGED.tiff");
+  EXPECT_EQ(low[656 + 147], 0xFF);
+  EXPECT_EQ(high[656 + 147], 0xDF);
+  EXPECT_EQ(merged[656 + 147], 0xEF);
+  for (Bytes* file : {&low, &high, &merged})
+    (*file)[656 + 147] = 0;  // only these flags differ
+  EXPECT_TRUE(std::equal(low.begin(), low.begin() + 1040, high.begin()));
+  EXPECT_TRUE(std::equal(low.begin(), low.begin() + 1040, merged.begin()));
+}
+
+TEST_F(Conversion, OfASingleFrameWritesOneFileWithoutASuffix) {
+  ASSERT_EQ(convert(single, ORVA_IMAGE_FORMAT_FITS), 0);
+  ASSERT_GE(convert(single, ORVA_IMAGE_FORMAT_TIFF), 0);
+  EXPECT_THAT(written(), UnorderedElementsAre("out.image.fit", "out.image.tiff"));
+  EXPECT_EQ(pixelsOf("out.image.tiff", 1040, false), single.plane(0));
+}
+
+TEST_F(Conversion, WorksForHeadersOfEveryVersion) {
+  for (unsigned int version = 1; version <= 4; ++version) {
+    const RawFrame raw(header("VESTRA VS2020", 12, true, 80, 50), version, version);
+    ASSERT_GE(convert(raw, ORVA_IMAGE_FORMAT_TIFF, "v.raw"), 0) << version;
+    EXPECT_EQ(pixelsOf("v_LOW.tiff", 1040, false), raw.plane(0)) << version;
+    EXPECT_EQ(pixelsOf("v_HIGH.tiff", 1040, false), raw.plane(1)) << version;
+  }
+}
+
+TEST_F(Conversion, OfEveryCameraGivesItsPlanes) {
+  for (const sim::Camera& camera : sim::cameras())
+    for (const char* mode : {"single", "hdr", "16bit"}) {
+      auto fields = sim::headerFor(camera, mode);
+      if (!fields) continue;
+      SCOPED_TRACE(std::string(camera.name) + " " + mode);
+      const RawFrame raw(*fields, 3, 5);
+      ASSERT_GE(convert(raw, ORVA_IMAGE_FORMAT_TIFF, "c.raw"), 0);
+      EXPECT_EQ(pixelsOf(fields->hdr ? "c_LOW.tiff" : "c.tiff", 1040, false), raw.plane(0));
+    }
+}
+
+TEST_F(Conversion, WithReferenceFilesCorrectsTheMergedPlane) {
+  const sim::Camera& camera = *sim::findCamera("gsense400");
+  sim::HeaderFields fields = *sim::headerFor(camera, "hdr");
+  const sim::Sky sky;
+  const std::wstring dsnu = folder.write("dsnu", sim::dsnuFile(camera, fields, sky));
+  const std::wstring prnu = folder.write("prnu", sim::prnuFile(camera, fields, sky));
+  const std::wstring source =
+      folder.write("source.bin", sim::encodeFrame(fields, 3, sim::exposeSky(camera, fields, sky)));
+  const conv_info_t info{ORVA_IMAGE_FORMAT_TIFF, dsnu.c_str(), prnu.c_str()};
+  ASSERT_GE(algo.ConvertFile(source.c_str(), &info, folder.wideFile("a.raw").c_str()), 0);
+  ASSERT_GE(convert(hdr, ORVA_IMAGE_FORMAT_TIFF, "b.raw"), 0);  // back to identity, of another size
+  const conv_info_t missing{ORVA_IMAGE_FORMAT_TIFF, L"/nowhere", nullptr};
+  EXPECT_EQ(algo.ConvertFile(source.c_str(), &missing, folder.wideFile("c.raw").c_str()), -1);
+  EXPECT_FALSE(folder.has("c_LOW.tiff"));
+}
+
+TEST_F(Conversion, WritesPixelsAloneWhateverLayoutMergesInMemoryHave) {
+  algo.SetHWMergeEnables({5, ORVA_IMAGE_FORMAT_TIFF, 2});
+  ASSERT_GE(convert(hdr, ORVA_IMAGE_FORMAT_TIFF), 0);
+  EXPECT_EQ(pixelsOf("out.image_MERGED.tiff", 1040, false), hdr.plane(1));
+  hw_merge_enables_t enables{};
+  algo.GetHWMergeEnables(enables);
+  EXPECT_EQ(enables.uiImageFormat, 1u);
+}
+
+TEST_F(Conversion, ThrowsOutOfRangeForADestinationWithoutADot) {
+  const std::wstring source = folder.write("source.bin", hdr.bytes);
+  conv_info_t info{ORVA_IMAGE_FORMAT_FITS, nullptr, nullptr};
+  EXPECT_THROW(algo.ConvertFile(source.c_str(), &info, L"nodot"), std::out_of_range);
+  info.uiFormat = ORVA_IMAGE_FORMAT_TIFF;
+  EXPECT_THROW(algo.ConvertFile(source.c_str(), &info, L"nodot"), std::out_of_range);
+}
+
+TEST_F(Conversion, ToAnotherFormatLeavesAnEmptyDestination) {
+  for (const unsigned int format : {0u, 3u})
+    EXPECT_EQ(convert(hdr, format, "copy.raw"), 0);
+  EXPECT_TRUE(folder.read("copy.raw").empty());
+}
+
+TEST_F(Conversion, RefusesNullArgumentsWithAMessage) {
+  const LogCapture log;
+  CAlgo fresh;
+  conv_info_t info{2, nullptr, nullptr};
+  EXPECT_EQ(fresh.ConvertFile(nullptr, &info, L"a.b"), -1);
+  EXPECT_EQ(fresh.ConvertFile(L"a.b", nullptr, L"a.b"), -1);
+  EXPECT_EQ(fresh.ConvertFile(L"a.b", &info, nullptr), -1);
+  const std::string line = "ERROR, ConvertFile: Invalid (NULL) parameter specified!\n";
+  EXPECT_EQ(log.text(), line + line + line);
+}
+
+TEST_F(Conversion, FailsForSourcesThatCannotBeOpenedParsedOrDecoded) {
+  conv_info_t info{2, nullptr, nullptr};
+  EXPECT_EQ(algo.ConvertFile(folder.wideFile("none").c_str(), &info, folder.wideFile("o.x").c_str()), -1);
+  RawFrame cut = hdr;
+  cut.bytes.resize(100);
+  EXPECT_LE(convert(cut, ORVA_IMAGE_FORMAT_FITS), 0);
+  cut.bytes = hdr.bytes;
+  cut.bytes.pop_back();
+  EXPECT_EQ(convert(cut, ORVA_IMAGE_FORMAT_FITS), -1);
+  EXPECT_EQ(convert(cut, ORVA_IMAGE_FORMAT_TIFF), -1);
+  EXPECT_FALSE(folder.has("out.image_LOW.fit"));
+}
+
+TEST_F(Conversion, ReportsAWriterThatFails) {
+  const std::wstring source = folder.write("source.bin", hdr.bytes);
+  for (const unsigned int format : {1u, 2u}) {
+    conv_info_t info{format, nullptr, nullptr};
+    EXPECT_EQ(algo.ConvertFile(source.c_str(), &info, folder.wideFile("no/such/folder/o.x").c_str()), -1);
+  }
+}
+
+class Names : public CAlgo {
+ public:
+  using CAlgo::DoConvertBase;
+  using CAlgo::MakeProcessedFileName;
+};
+
+TEST(ProcessedFileName, ReplacesTheExtensionAfterTheLastDotOfThePath) {
+  Names names;
+  EXPECT_EQ(names.MakeProcessedFileName(L"out/frame.raw", "_LOW", ".fit"), "out/frame_LOW.fit");
+  EXPECT_EQ(names.MakeProcessedFileName(L"a.b.c", "", ".tiff"), "a.b.tiff");
+  EXPECT_EQ(names.MakeProcessedFileName(L"folder.x/name", "_HIGH", ".fit"),
+            "folder_HIGH.fit");  // the dot of the folder
+  EXPECT_EQ(names.MakeProcessedFileName(L"a.b", "_X", nullptr), "a_X");
+  EXPECT_THROW(names.MakeProcessedFileName(L"", "", ".fit"), std::out_of_range);
+  EXPECT_EQ(names.DoConvertBase(L"x", nullptr, nullptr), -1);
+}
+
+}  // namespace

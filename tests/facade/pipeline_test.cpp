@@ -1,0 +1,413 @@
+// CAlgo: one call turns a raw frame into planes, metadata and statistics.
+
+#include <gmock/gmock.h>
+#include <orvacam.h>
+
+#include <cstring>
+
+#include "TestFolder.h"
+#include "frames/FrameTesting.h"
+
+namespace {
+
+using namespace frame_testing;
+using ::testing::HasSubstr;
+
+struct Camera {
+  const char* name;
+  const char* model;
+  unsigned int device;
+  unsigned int bits;
+  bool hdr;
+};
+
+const Camera cameras[] = {
+    {"GSense400Hdr", "VESTRA VS400", 0x01000400, 12, true},
+    {"GSense400Single", "VESTRA VS400", 0x01000400, 12, false},
+    {"GSense2020Hdr", "VESTRA VS2020", 0x01002020, 12, true},
+    {"GSense2020Sixteen", "VESTRA VS2020", 0x01002020, 16, false},
+    {"GSense4040Hdr", "VESTRA VS4040", 0x01004040, 12, true},
+    {"GSense4040Single", "VESTRA VS4040", 0x01004040, 12, false},
+    {"GSense6060Hdr", "VESTRA VS6060", 0x01006060, 12, true},
+    {"GSense6060Sixteen", "VESTRA VS6060", 0x01006060, 16, false},
+    {"Ccd", "ARGENT 230-42", 0x03023042, 16, false},
+    {"Imx183", "VESTRA IMX183", 0x04000183, 16, false},
+    {"Generic", "VESTRA PLAIN", 0, 16, false},
+};
+
+sim::HeaderFields fieldsOf(const Camera& camera) {
+  sim::HeaderFields f = header(camera.model, camera.bits, camera.hdr, 24, 10);
+  f.quadrants = 0x3C;
+  f.lowGain = 1;
+  f.highGain = 2;
+  if (camera.bits == 12) {
+    f.postRefPixels = 4;
+    f.preRefRows = 2;
+  }
+  return f;
+}
+
+/// The high to low gain ratio of gain settings 1 and 2, from the sensors' data sheets.
+double ratioOf(const Camera& camera) {
+  switch (camera.device) {
+    case 0x01000400:
+      return 17.3611 / 1.7492;
+    case 0x01002020:
+    case 0x01004040:
+      return 18.6916 / 0.8194;
+    case 0x01006060:
+      return 12.5 / 2.494;
+    default:
+      return 1.0;
+  }
+}
+
+/// The fixed-point form of the ratio, as the low-gain plane is multiplied by it.
+unsigned short mergedPixel(double ratio, unsigned short low, unsigned short high) {
+  const double multiplier = std::floor(ratio * 1024) / 1024;
+  const double l = std::min(65535.0, std::round(std::min<double>(low, 4095.875) * multiplier));
+  const double h = std::round(std::min<double>(high, 4095.875));
+  return static_cast<unsigned short>(h >= 3700 || l - h > 128 ? l : h);
+}
+
+class EveryCamera : public ::testing::TestWithParam<Camera> {
+ protected:
+  EveryCamera() : raw(fieldsOf(GetParam())) {
+    algo.Initialize({GetParam().device, false}, nullptr);
+    Images::all(images);
+    stats.statsLow.bRequest = stats.statsHigh.bRequest = stats.statsMerged.bRequest = true;
+  }
+  ~EveryCamera() override { algo.FreeStatsPointers(&stats); }
+
+  void expectPlanes() {
+    EXPECT_EQ(images.low(), raw.plane(0));
+    if (raw.planes.size() == 2) EXPECT_EQ(images.high(), raw.plane(1));
+    if (!GetParam().hdr) return;
+    const Pixels low = raw.plane(0), high = raw.plane(1), merged = images.merged();
+    Naive naive;
+    unsigned int width = 0, height = 0, x0 = 0, unused = 0, y0 = 0, imageWidth = 0, imageHeight = 0;
+    raw.metaData.GetFrameDimensionsBinned(width, height);
+    raw.metaData.GetImageDimensionsBinned(imageWidth, imageHeight);
+    raw.metaData.GetRefPixelsBinned(x0, unused);
+    raw.metaData.GetRefRowsBinned(y0, unused);
+    for (unsigned int i = 0; i < merged.size(); ++i) {
+      const unsigned short expected = mergedPixel(ratioOf(GetParam()), low[i], high[i]);
+      ASSERT_EQ(merged[i], expected) << i;
+      const unsigned int x = i % width, y = i / width;
+      if (x >= x0 && x < x0 + imageWidth && y >= y0 && y < y0 + imageHeight) naive.add(expected, x, y);
+    }
+    expectSame(stats.statsMerged, naive);
+    expectSame(stats.statsLow, streamStatistics(raw, 0));
+    expectSame(stats.statsHigh, streamStatistics(raw, 1));
+    EXPECT_EQ(stats.statsLow.uiHistogramSize, 65535u);
+    double counted = 0;
+    for (unsigned int v = 0; v < 65535; ++v)
+      counted += stats.statsMerged.pHistogram[v];
+    EXPECT_LE(counted, naive.count);  // without the value 65535
+  }
+
+  void expectMetaData() {
+    const struct {
+      unsigned char* bytes;
+      bool high, merged;
+    } planes[] = {{images.pLowMetaData, false, false},
+                  {images.pHighMetaData, true, false},
+                  {images.pMergedMetaData, false, true}};
+    for (const auto& plane : planes) {
+      // The header that the camera sent, marked as processed, byte by byte.
+      Bytes expected = sim::writeHeader(raw.fields, 3);
+      expected[6] = 0, expected[7] = 4;
+      expected[79] = 16;
+      expected[80] = 15;
+      expected[98] = static_cast<unsigned char>((expected[98] & ~0x20) | 0x40);
+      expected[147] =
+          static_cast<unsigned char>(0xFF & ~(plane.high ? 0x20 : 0) & ~(plane.merged ? 0x10 : 0));
+      std::memset(expected.data() + 190, 0, 24);
+      std::memcpy(expected.data() + 202, "2.1.4", 5);
+      // The chip temperature goes out as two's complement, what came in as sign and magnitude.
+      const int chip = raw.fields.chipTemperature;
+      expected[91] = static_cast<unsigned char>(chip >> 8);
+      expected[92] = static_cast<unsigned char>(chip);
+      for (std::size_t i = 0; i < 384; ++i) EXPECT_EQ(int{plane.bytes[i]}, int{expected[i]}) << "byte " << i;
+    }
+  }
+
+  RawFrame raw;
+  CAlgo algo;
+  Images images;
+  unpacked_stats_t stats{};
+};
+
+INSTANTIATE_TEST_SUITE_P(Cameras, EveryCamera, ::testing::ValuesIn(cameras),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_P(EveryCamera, MergesAFrameInMemory) {
+  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), 0);
+  expectPlanes();
+  expectMetaData();
+}
+
+TEST_P(EveryCamera, MergesAFrameFile) {
+  const TestFolder folder;
+  const std::wstring file = folder.write("frame.raw", raw.bytes);
+  ASSERT_EQ(algo.MergeFile(file.c_str(), &images, &stats, nullptr, nullptr), 0);
+  expectPlanes();
+  // The file form delivers into buffers that are there; none were left null here, as all were asked for.
+  expectMetaData();
+}
+
+TEST_P(EveryCamera, ReusesTheCallersBuffersForTheNextFrame) {
+  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), 0);
+  const unsigned short* const low = images.pLowImage;
+  const double* const histogram = stats.statsLow.pHistogram;
+  RawFrame next(raw.fields, 3, 99);
+  raw.planes = next.planes;
+  ASSERT_EQ(algo.MergeImage(next.bytes.data(), next.bytes.size(), &images, &stats), 0);
+  EXPECT_EQ(images.pLowImage, low);
+  EXPECT_EQ(stats.statsLow.pHistogram, histogram);
+  expectPlanes();
+}
+
+TEST_P(EveryCamera, SurvivesACutAtEveryLength) {
+  for (std::size_t length = 0; length < raw.bytes.size(); length += length < 400 ? 1 : 7) {
+    Bytes cut(raw.bytes.begin(), raw.bytes.begin() + static_cast<std::ptrdiff_t>(length));
+    const int status = algo.MergeImage(cut.data(), cut.size(), &images, nullptr);
+    // Single 16-bit frames of these sensors that are short are left uncopied without an error.
+    const bool silent =
+        GetParam().bits == 16 && std::string(GetParam().name).rfind("GSense", 0) == 0 && length >= 384;
+    ASSERT_EQ(status, silent ? 0 : -1) << length;
+  }
+}
+
+// ---- The façade's own rules
+// ----------------------------------------------------------------------------------
+
+class Facade : public ::testing::Test {
+ protected:
+  Facade() : raw(fieldsOf(cameras[0])) { algo.Initialize({0x01000400, false}, nullptr); }
+  RawFrame raw;
+  CAlgo algo;
+  Images images;
+};
+
+TEST_F(Facade, DoesNothingWithoutImages) {
+  EXPECT_EQ(algo.MergeImage(nullptr, 0, nullptr, nullptr), 0);
+  EXPECT_EQ(algo.MergeImage(nullptr, 0, &images, nullptr), -1);
+  EXPECT_EQ(algo.MergeFile(nullptr, &images, nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(algo.MergeFile(L"x", nullptr, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(algo.MergeFile(L"/nowhere/frame.raw", &images, nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(algo.DeInitialize(), 0);
+}
+
+TEST_F(Facade, RefusesWhatDoesNotParseAndDeliversNothing) {
+  Bytes junk(1000, 'x');
+  images.bLowImageRequest = true;
+  EXPECT_EQ(algo.MergeImage(junk.data(), junk.size(), &images, nullptr), -1);
+  EXPECT_EQ(images.pLowImage, nullptr);
+}
+
+TEST_F(Facade, DeliversMetadataInMemoryOnlyWhenAskedAndFromFilesIntoEveryBuffer) {
+  Bytes low(384, 9), high(384, 9);
+  const auto request = [&] {
+    images.uiMetaDataSize = 384;
+    images.pLowMetaData = low.data();
+    images.pHighMetaData = high.data();
+  };
+  request();
+  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr), 0);
+  EXPECT_EQ(low, Bytes(384, 9));
+  const TestFolder folder;
+  ASSERT_EQ(algo.MergeFile(folder.write("f", raw.bytes).c_str(), &images, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(std::memcmp(low.data(), "Meta", 4), 0);
+  EXPECT_EQ(std::memcmp(high.data(), "Meta", 4), 0);
+  EXPECT_EQ(images.pMergedMetaData, nullptr);
+  images.pLowMetaData = images.pHighMetaData = nullptr;
+}
+
+TEST_F(Facade, FailsAfterClearingACallersBufferThatIsTooSmall) {
+  Pixels plane(raw.framePixels(), 7);
+  images.bLowImageRequest = true;
+  images.pLowImage = plane.data();
+  images.ulLowImageSize = 2 * raw.framePixels() - 2;
+  EXPECT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr), -1);
+  EXPECT_EQ(plane[plane.size() - 2], 0);
+  EXPECT_EQ(plane.back(), 7);
+  images.pLowImage = nullptr;
+}
+
+TEST_F(Facade, GathersStatisticsOfPlanesThatWereNotDelivered) {
+  unpacked_stats_t stats{};
+  stats.statsHigh.bRequest = true;
+  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), 0);
+  expectSame(stats.statsHigh, streamStatistics(raw, 1));
+  EXPECT_EQ(stats.statsLow.pHistogram, nullptr);  // nobody asked
+  EXPECT_EQ(images.pHighImage, nullptr);
+  algo.FreeStatsPointers(&stats);
+  EXPECT_EQ(stats.statsHigh.pHistogram, nullptr);
+  EXPECT_EQ(stats.statsHigh.uiHistogramSize, 0u);
+  algo.FreeStatsPointers(nullptr);
+  algo.FreeFramePointers(nullptr);
+  algo.GetStats(nullptr, &stats);
+}
+
+TEST_F(Facade, UsesACallersHistogramAsFarAsItGoes) {
+  std::vector<double> histogram(11, -1.0);
+  unpacked_stats_t stats{};
+  stats.statsLow.bRequest = true;
+  stats.statsLow.pHistogram = histogram.data();
+  stats.statsLow.uiHistogramSize = 10;
+  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), 0);
+  EXPECT_GE(histogram[9], 0.0);
+  EXPECT_EQ(histogram[10], -1.0);
+}
+
+TEST_F(Facade, MakesAGenericFrameOfAnUnknownModel) {
+  RawFrame other(header("Unheard of", 16, false, 6, 4));
+  images.bLowImageRequest = true;
+  EXPECT_EQ(algo.MergeImage(other.bytes.data(), other.bytes.size(), &images, nullptr), 0);
+  EXPECT_EQ(images.low(), other.plane(0));
+}
+
+TEST_F(Facade, FollowsSizeAndGainFromFrameToFrame) {
+  images.bMergedImageRequest = images.bLowImageRequest = images.bHighImageRequest = true;
+  for (const auto& [gain, width] : {std::pair{0u, 16u}, std::pair{3u, 40u}, std::pair{0u, 8u}}) {
+    sim::HeaderFields f = header("VESTRA VS400", 12, true, width, 6);
+    f.lowGain = gain;
+    RawFrame frame(f, 3, width);
+    algo.FreeFramePointers(&images);
+    ASSERT_EQ(algo.MergeImage(frame.bytes.data(), frame.bytes.size(), &images, nullptr), 0);
+    const double ratio = (gain == 0 ? 47.8469 : 8.6059) / 7.5988;
+    const Pixels low = frame.plane(0), high = frame.plane(1), merged = images.merged();
+    for (std::size_t i = 0; i < merged.size(); ++i)
+      ASSERT_EQ(merged[i], mergedPixel(ratio, low[i], high[i]));
+  }
+}
+
+TEST_F(Facade, KeepsTheCallersCorrectionFramesUntilIdentityIsAskedFor) {
+  unsigned int width = 0, height = 0;
+  raw.metaData.GetFrameDimensions(width, height);
+  std::vector<short> additive(width * height, -8);
+  ref_frames_t record{};
+  record.uiWidth = width;
+  record.uiHeight = height;
+  record.pAdditiveHigh = additive.data();
+  EXPECT_EQ(algo.SetHWMergeReferenceFrames(&record, false), -1);  // the height is still that of construction
+  ASSERT_EQ(algo.SetHWMergeReferenceFrames(&record, true), 0);    // identity frames of this size
+  ASSERT_EQ(algo.SetHWMergeReferenceFrames(&record, false), 0);
+  algo.SetHWMergeEnables({0, 0, 2});
+  images.bMergedImageRequest = true;
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr), 0);
+    const unsigned int high = raw.planes[1][0];
+    EXPECT_EQ(images.pMergedImage[0], high == 0 ? 0 : high - 1);
+  }
+  ASSERT_EQ(algo.SetHWMergeReferenceFrames(&record, true), 0);
+  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr), 0);
+  EXPECT_EQ(images.pMergedImage[0], raw.planes[1][0]);
+}
+
+TEST_F(Facade, LoadsEveryPlaneOfTheRecordAndStopsAtTheFirstFailure) {
+  ref_frames_t record{};
+  record.uiWidth = record.uiHeight = 2;
+  EXPECT_EQ(algo.SetHWMergeReferenceFrames(nullptr, false), 0);
+  EXPECT_EQ(algo.SetHWMergeReferenceFrames(&record, true), 0);
+  EXPECT_EQ(algo.SetHWMergeReferenceFrames(&record, false), 0);  // nothing to load
+  short additive[4] = {};
+  unsigned short multiplicative[4] = {1024, 1024, 1024, 1024};
+  record.pAdditiveLow = record.pAdditiveHigh = additive;
+  record.pMultiplicativeLow = record.pMultiplicativeHigh = multiplicative;
+  EXPECT_EQ(algo.SetHWMergeReferenceFrames(&record, false), 0);
+  record.uiHeight = 3;  // 2 x 3 values against frames of 2 x 2
+  EXPECT_EQ(algo.SetHWMergeReferenceFrames(&record, false), -1);
+}
+
+TEST_F(Facade, HandsThresholdsAndEnablesOnInTheirOrder) {
+  unsigned short first = 0, second = 0;
+  algo.GetHWMergeThresholds(first, second);
+  EXPECT_EQ(first, 3700);
+  EXPECT_EQ(second, 128);
+  algo.SetHWMergeThresholds(11, 22);
+  algo.GetHWMergeThresholds(first, second);
+  EXPECT_EQ(first, 11);
+  EXPECT_EQ(second, 22);
+  algo.SetHWMergeEnables({1, 2, 3});
+  hw_merge_enables_t enables{};
+  algo.GetHWMergeEnables(enables);
+  EXPECT_EQ(enables.uiMergeType, 3u);
+}
+
+TEST_F(Facade, DerivesTheGainRatioFromTheSensorsOwnTables) {
+  EXPECT_DOUBLE_EQ(algo.DeriveGainRatioFromMetaData(raw.metaData), 17.3611 / 1.7492);
+  CFrameMetaData unknown;
+  EXPECT_EQ(algo.DeriveGainRatioFromMetaData(unknown), 1.0);
+}
+
+TEST_F(Facade, UsesReferenceFilesAndSaysWhenTheyFail) {
+  const TestFolder folder;
+  const LogCapture log;
+  CAlgo fresh;
+  const std::wstring frame = folder.write("frame.raw", raw.bytes);
+  unsigned int width = 0, height = 0;
+  raw.metaData.GetFrameDimensions(width, height);
+  sim::HeaderFields plain = raw.fields;
+  Bytes dsnu = sim::writeHeader(plain, 3);
+  for (unsigned int i = 0; i < 2 * width * height; ++i)
+    dsnu.insert(dsnu.end(), {0xF0, 0xFF});  // -16, two counts
+  const std::wstring reference = folder.write("dsnu", dsnu);
+  fresh.SetHWMergeEnables({0, 0, 2});
+  images.bMergedImageRequest = true;
+  ASSERT_EQ(fresh.MergeFile(frame.c_str(), &images, nullptr, reference.c_str(), nullptr), 0);
+  const unsigned int high = raw.planes[1][0];
+  EXPECT_EQ(images.pMergedImage[0], high < 2 ? 0 : high - 2);
+
+  EXPECT_EQ(fresh.MergeFile(frame.c_str(), &images, nullptr, L"/nowhere", nullptr), -1);
+  EXPECT_THAT(log.text(), HasSubstr("ERROR, MergeFile: Error allocating reference frames w: " +
+                                    std::to_string(width) + " h: " + std::to_string(height) + "\n"));
+}
+
+TEST_F(Facade, LogsItsEntryAndExit) {
+  const LogCapture log;
+  CAlgo fresh;
+  fresh.Initialize({0, false}, nullptr);
+  EXPECT_EQ(log.text(), "UNKNO, Initialize: ENTERED pNVMergeSettings= (nil)\nUNKNO, Initialize: LEAVING\n");
+  fresh.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr);
+  EXPECT_THAT(log.text(),
+              HasSubstr("UNKNO, InitFrame: uiSourceSize= " + std::to_string(raw.bytes.size()) + "\n"));
+  const TestFolder folder;
+  fresh.MergeFile(folder.write("f", raw.bytes).c_str(), &images, nullptr, nullptr, nullptr);
+  EXPECT_THAT(log.text(), HasSubstr("UNKNO, InitFrame: (file)\n"));
+}
+
+TEST_F(Facade, MakesNoFrameWithoutMetadata) {
+  EXPECT_EQ(algo.InitFrame(nullptr, raw.bytes.data(), raw.bytes.size(), &images), nullptr);
+  EXPECT_EQ(algo.InitFrame(nullptr, static_cast<std::FILE*>(nullptr), &images), nullptr);
+  const std::unique_ptr<IFrame> frame(
+      algo.InitFrame(&raw.metaData, static_cast<std::FILE*>(nullptr), nullptr));
+  ASSERT_NE(frame, nullptr);  // its stream failed, which its operations say
+  EXPECT_EQ(frame->Unpack(&images), -1);
+}
+
+TEST_F(Facade, TakesHeadersOfAllVersions) {
+  for (unsigned int version = 1; version <= 4; ++version) {
+    sim::HeaderFields f = header("VESTRA VS2020", 12, true, 16, 6);
+    RawFrame frame(f, version);
+    Images own;
+    Images::all(own);
+    ASSERT_EQ(algo.MergeImage(frame.bytes.data(), frame.bytes.size(), &own, nullptr), 0) << version;
+    EXPECT_EQ(own.low(), frame.plane(0));
+    EXPECT_EQ(own.high(), frame.plane(1));
+    // Headers of versions 1 and 2 are too short to hold a processed one.
+    EXPECT_EQ(own.uiMetaDataSize, version == 1 ? 156u : version == 2 ? 246u : 384u);
+    EXPECT_EQ(own.pLowMetaData[0], version < 3 ? 0 : 'M');
+  }
+}
+
+TEST_F(Facade, RefusesWhatIsNoRegularFile) {
+  images.bLowImageRequest = true;
+  EXPECT_LE(algo.MergeFile(L"/dev/null", &images, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(images.pLowImage, nullptr);
+  EXPECT_NE(algo.MergeFile(L"/tmp", &images, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(images.pLowImage, nullptr);
+}
+
+}  // namespace
