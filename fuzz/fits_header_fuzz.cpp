@@ -16,9 +16,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fits.ParseMetaData(file.stream(), header);
   header.Parse(file.stream());
 
-  for (unsigned int room : {0u, 79u, 80u, 2880u, 5760u}) {
-    std::vector<unsigned char> out(room);
-    fits.DoWriteHeader(out.data(), room, header);
+  // Room for a header and no pixels.
+  for (unsigned int room : {5759u, 5760u, 6000u}) {
+    std::vector<unsigned short> out(room / 2 + 1);
+    FUZZ_REQUIRE(fits.CreateImageBuffer(out.data(), room, 0, header, false) == (room < 5760 ? -1 : 0));
   }
   return 0;
 }

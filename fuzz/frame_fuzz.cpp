@@ -32,8 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   stats.statsLow.bRequest = stats.statsHigh.bRequest = stats.statsMerged.bRequest = true;
 
   hw_merge_enables_t enables{};
-  enables.uiImageFormat = size % 3;
-  enables.uiMergeType = (size / 3) % 3;
+  enables.uiImageFormat = static_cast<unsigned int>(size % 3);
+  enables.uiMergeType = static_cast<unsigned int>(size / 3 % 3);
   algo.SetHWMergeEnables(enables);
   algo.MergeImage(frame.data(), frame.size(), &images, &stats);
   // Once more into the buffers of the first call, as a camera loop does.

@@ -27,8 +27,9 @@ void compare(const kernels::KernelTable& table, const std::uint8_t* data, std::s
 
   const std::size_t pixels = size / 4;
   const auto low = words(data, pixels), high = words(data + 2 * pixels, pixels);
-  const kernels::MergeRule rule{size % 16, (size / 16) % 17, static_cast<std::int32_t>(size % 5000), 128,
-                                static_cast<std::uint32_t>(size % 3)};
+  const kernels::MergeRule rule{
+      static_cast<std::uint32_t>(size % 16), static_cast<std::uint32_t>(size / 16 % 17),
+      static_cast<std::int32_t>(size % 5000), 128, static_cast<std::uint32_t>(size % 3)};
   const kernels::UniformTerms terms{static_cast<std::int16_t>(size), static_cast<std::int16_t>(-3),
                                     static_cast<std::uint16_t>(1024 + size), 1000};
   expected.resize(pixels);
