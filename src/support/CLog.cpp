@@ -14,7 +14,6 @@
 
 namespace {
 
-using orvacam::narrowToWide;
 using orvacam::wideToNarrow;
 
 constexpr std::size_t lineCapacity = 1024;
@@ -191,8 +190,9 @@ unsigned int CLog::logData(const wchar_t* pWord, const wchar_t* pFormat, va_list
   wideToNarrow(m_MessageBuffer, m_LineBuffer, sizeof m_LineBuffer);
   unsigned int written = put(m_LineBuffer);
   // Characters may take several bytes: cut once more, with room for the line feed.
-  wideToNarrow(message.c_str(), m_LineBuffer, sizeof m_LineBuffer - 1);
-  std::strcat(m_LineBuffer, "\n");
+  const std::size_t length = wideToNarrow(message.c_str(), m_LineBuffer, sizeof m_LineBuffer - 1);
+  m_LineBuffer[length] = '\n';
+  m_LineBuffer[length + 1] = '\0';
   written += put(m_LineBuffer);
   std::fflush(m_pFile);
   return written;
