@@ -2,13 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <clocale>
+#include <cstdio>
 #include <iostream>
 
 #include "common.h"
 
-int main(int argc, char** argv) {
-  std::setlocale(LC_CTYPE, "");  // file names; numbers stay as they are
+namespace {
 
+int run(int argc, char** argv) {
   CLI::App app{"Raw frames of scientific cameras: look at them, convert them, stack them, make them.",
                "orvacam"};
   app.set_version_flag("--version", "orvacam " ORVACAM_VERSION_STRING);
@@ -25,14 +26,21 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error);
-  } catch (const std::exception& error) {
-    tool::complain("", error.what());
-    return 1;
   }
-  std::cout.flush();
-  if (!std::cout) {
-    tool::complain("", "standard output cannot be written");
-    return 1;
-  }
+  if (!std::cout.flush()) throw tool::Failure("standard output cannot be written");
   return exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::setlocale(LC_CTYPE, "");  // file names; numbers stay as they are
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "orvacam: %s\n", error.what());
+    return 1;
+  } catch (...) {
+    return 1;
+  }
 }
