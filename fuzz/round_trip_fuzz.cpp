@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const sim::Layout layout = sim::layoutOf(fields);
   std::size_t next = 7;
   const std::vector<sim::Plane> planes = sim::makePlanes(layout, [&](const sim::PixelPlace&) {
-    const unsigned int value = data[next % size] << 8 | data[(next + 5) % size];
+    const unsigned int value = static_cast<unsigned int>(data[next % size] << 8 | data[(next + 5) % size]);
     next += 3;
     return static_cast<std::uint16_t>(layout.packing == sim::Packing::Packed12 ? value & 4095 : value);
   });
