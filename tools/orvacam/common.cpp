@@ -8,25 +8,33 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <new>
 
 namespace tool {
 
 namespace fs = std::filesystem;
+namespace sim = orvacam::simulator;
 
 void complain(const std::string& subject, const std::string& what) {
   std::cerr << "orvacam: " << subject << (subject.empty() ? "" : ": ") << what << '\n';
 }
 
+int report(const std::string& file, const std::function<void()>& task) {
+  try {
+    task();
+    return 0;
+  } catch (const std::bad_alloc&) {
+    complain(file, "there is not enough memory for it");
+  } catch (const std::exception& failure) {
+    complain(file, failure.what());
+  }
+  return 1;
+}
+
 int forEachFile(const std::vector<std::string>& files, const std::function<void(const std::string&)>& task) {
   int exitCode = 0;
-  for (const std::string& file : files) {
-    try {
-      task(file);
-    } catch (const std::exception& failure) {
-      complain(file, failure.what());
-      exitCode = 1;
-    }
-  }
+  for (const std::string& file : files)
+    exitCode |= report(file, [&] { task(file); });
   return exitCode;
 }
 
@@ -54,49 +62,114 @@ Bytes readFile(const std::string& path) {
   return bytes;
 }
 
-Frame::Frame(const std::string& path) : bytes(readFile(path)) {
-  if (bytes.empty()) throw Failure("is empty");
-  const auto length = static_cast<unsigned int>(std::min<std::size_t>(bytes.size(), 0xFFFFFFFFu));
-  if (!CFrameMetaData::IsRCDFrame(bytes.data(), length))
-    throw Failure("is not a camera frame: it does not start with \"Meta\"");
-  // The parser clears sign bits in what it reads; the frame stays as it came.
-  Bytes copy(bytes.begin(),
-             bytes.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(length, 1u << 17)));
-  if (header.Parse(copy.data(), static_cast<unsigned int>(copy.size())) < 0)
-    throw Failure("its header is cut off or damaged (" + std::to_string(bytes.size()) +
-                  " bytes in the file, " + std::to_string(header.GetBinarizeSize()) + " in the header)");
+HeldPath::HeldPath(const std::string& path, int flags) : m_file(open(path.c_str(), flags | O_CLOEXEC)) {
+  if (m_file < 0) throw Failure("cannot be opened: " + std::string(std::strerror(errno)));
 }
 
-std::string whyNotDecoded(Frame& frame) {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  if (frame.header.GetFrameDimensionsBinned(width, height) != 0)
-    return "its header has an image that ends before it starts";
-  unsigned int wanted = 0;
-  const std::size_t header = frame.header.GetBinarizeSize();
-  const std::size_t given = frame.bytes.size() > header ? frame.bytes.size() - header : 0;
-  const bool known = frame.header.GetImageSizeBytes(wanted) == 0;
-  if (known && given < wanted)
-    return "is truncated: " + std::to_string(given) + " of " + std::to_string(wanted) +
-           " bytes of pixels from byte " + std::to_string(header) + " on";
-  unsigned int bits = 0;
-  frame.header.GetPixelSize(bits);
-  return "cannot be decoded: " + std::to_string(width) + " x " + std::to_string(height) + " pixels of " +
-         std::to_string(bits) + " bits in " + std::to_string(given) + " bytes";
+HeldPath::~HeldPath() {
+  close(m_file);
+}
+
+std::wstring HeldPath::wide(const wchar_t* fileInFolder) const {
+  return L"/proc/self/fd/" + std::to_wstring(m_file) + (*fileInFolder != 0 ? L"/" : L"") + fileInFolder;
+}
+
+namespace {
+
+/// What of a header decides how its pixels lie.
+sim::HeaderFields fieldsOf(CFrameMetaData& header) {
+  const auto number = [&header](ORVA_META_KEYS key) { return header.Value(key).GetValueUint(); };
+  sim::HeaderFields f;
+  meta_data_value_t model{};
+  header.GetValue(ORVA_META_KEY_CAMERA_MODEL, model);
+  f.model.assign(model.szText, strnlen(model.szText, sizeof model.szText));
+  f.dataBits = number(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
+  f.hdr = header.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
+  f.correlatedMultipleSampling = header.Value(ORVA_META_KEY_CORRELATED_MULTIPLE_SAMPLE).GetValueBool();
+  f.width = f.height = 0;
+  header.GetImageDimensions(f.width, f.height);
+  f.startRow = number(ORVA_META_KEY_IMAGE_START_ROW);
+  f.preRefPixels = number(ORVA_META_KEY_PRE_ROW_REF_PIXELS);
+  f.postRefPixels = number(ORVA_META_KEY_POST_ROW_REF_PIXELS);
+  f.preRefRows = number(ORVA_META_KEY_PRE_REFERENCE_ROWS);
+  f.postRefRows = number(ORVA_META_KEY_POST_REFERENCE_ROWS);
+  f.horizontalBinning = number(ORVA_META_KEY_HORIZONTAL_BINNING);
+  f.verticalBinning = number(ORVA_META_KEY_VERTICAL_BINNING);
+  return f;
+}
+
+std::string sizeText(unsigned int width, unsigned int height) {
+  return std::to_string(width) + " x " + std::to_string(height);
+}
+
+}  // namespace
+
+Frame::Frame(const std::string& path) : bytes(readFile(path)) {
+  constexpr std::size_t longestHeader = 0xFFFF + 1;
+  // The parser clears sign bits in what it reads; the frame stays as it came.
+  Bytes start(bytes.begin(),
+              bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), longestHeader)));
+  const auto length = static_cast<unsigned int>(start.size());
+  if (bytes.empty()) throw Failure("is empty");
+  if (!CFrameMetaData::IsRCDFrame(start.data(), length))
+    throw Failure("is not a camera frame: it does not start with \"Meta\"");
+  if (header.Parse(start.data(), length) < 0) {
+    if (bytes.size() < headerSize())
+      throw Failure("is truncated: " + std::to_string(bytes.size()) + " of " + std::to_string(headerSize()) +
+                    " bytes of its header");
+    throw Failure("has a damaged header");
+  }
+  fields = fieldsOf(header);
+  header.GetFrameDimensionsBinned(width, height);
+}
+
+bool Frame::hdr() const {
+  return fields.hdr;
+}
+
+gain_type_info_t Frame::camera() const {
+  gain_type_info_t camera{0, header.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
+  header.GetDeviceType(camera.uiDeviceType);
+  return camera;
+}
+
+void Frame::requirePixels() const {
+  unsigned int imageWidth = 0;
+  unsigned int imageHeight = 0;
+  if (header.GetImageDimensions(imageWidth, imageHeight) != 0)
+    throw Failure("has a damaged header: its image ends before it starts");
+  const std::size_t wanted = sim::layoutOf(fields).bytes();
+  const std::size_t given = bytes.size() > headerSize() ? bytes.size() - headerSize() : 0;
+  if (given < wanted)
+    throw Failure("is truncated: " + std::to_string(given) + " of " + std::to_string(wanted) +
+                  " bytes of pixels");
+}
+
+std::string whyNotDecoded(const Frame& frame) {
+  const unsigned int quadrants = frame.header.Value(ORVA_META_KEY_SENSOR_READ_QUADRANTS).GetValueUint();
+  if (sim::layoutOf(frame.fields).packing == sim::Packing::Ccd && quadrants == 0)
+    return "cannot be decoded: its header does not say which amplifiers read the sensor";
+  return "cannot be decoded: " + sizeText(frame.width, frame.height) + " pixels of " +
+         std::to_string(frame.fields.dataBits) + " bits" + (frame.hdr() ? " in two planes" : "") +
+         " from a '" + frame.fields.model + "'";
 }
 
 OutputFile::OutputFile(const fs::path& path) : m_path(path) {
-  const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
-  m_temporary = (folder / ("." + path.filename().string() + ".XXXXXX" + path.extension().string())).string();
-  const int file = mkstemps(m_temporary.data(), static_cast<int>(path.extension().string().size()));
-  if (file < 0) {
-    const int error = errno;
+  std::error_code none;
+  if (fs::is_symlink(path, none)) m_path = fs::weakly_canonical(path);
+  if (fs::exists(m_path, none) && !fs::is_regular_file(m_path, none)) {
     m_committed = true;  // nothing to remove
-    throw Failure("cannot write " + path.string() + ": " + std::strerror(error));
+    throw Failure("is there already and is not a regular file");
   }
-  const mode_t mask = umask(0);
-  umask(mask);
-  fchmod(file, 0666 & ~mask);
+  const fs::path folder = m_path.has_parent_path() ? m_path.parent_path() : fs::path(".");
+  const std::string extension = m_path.extension().string();
+  m_temporary = (folder / (".orvacam-XXXXXX" + extension)).string();
+  const int file = mkstemps(m_temporary.data(), static_cast<int>(extension.size()));
+  if (file < 0) {
+    m_committed = true;
+    throw Failure("cannot be written: " + std::string(std::strerror(errno)));
+  }
+  fchmod(file, newFileMode());
   close(file);
 }
 
@@ -107,21 +180,38 @@ OutputFile::~OutputFile() {
 void OutputFile::write(const Bytes& bytes) {
   std::FILE* const file = std::fopen(m_temporary.c_str(), "wb");
   const bool written = file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  const int error = errno;
   const bool closed = file != nullptr && std::fclose(file) == 0;
-  if (!written || !closed) throw Failure("cannot write " + m_path.string() + ": " + std::strerror(errno));
+  if (!written || !closed)
+    throw Failure("cannot be written: " + std::string(std::strerror(written ? errno : error)));
 }
 
 void OutputFile::commit() {
   if (std::rename(m_temporary.c_str(), m_path.c_str()) != 0)
-    throw Failure("cannot write " + m_path.string() + ": " + std::strerror(errno));
+    throw Failure("cannot be written: " + std::string(std::strerror(errno)));
   m_committed = true;
 }
 
-std::wstring wide(const std::string& text) {
-  // Bytes that are no text in the program's locale are taken as UTF-8 by the library on the way back; going
-  // through the library's own conversion keeps both ways alike.
-  if (text.size() >= 1024) throw Failure("the path is too long");
-  return utilCharToWideStrStatic(text.c_str());
+void writeFile(const std::string& path, const Bytes& bytes) {
+  OutputFile file(path);
+  file.write(bytes);
+  file.commit();
+}
+
+unsigned int newFileMode() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
+
+void Planes::read(Frame& frame) {
+  frame.requirePixels();
+  m_algo.Initialize(frame.camera(), nullptr);
+  m_images.bLowImageRequest = m_images.bMetaDataRequest = true;
+  m_images.bHighImageRequest = sim::layoutOf(frame.fields).planes == 2;
+  m_images.bMergedImageRequest = frame.hdr();
+  if (m_algo.MergeImage(frame.bytes.data(), frame.bytes.size(), &m_images, nullptr) < 0)
+    throw Failure(whyNotDecoded(frame));
 }
 
 const KeyInfo& keyInfo(unsigned int key) {

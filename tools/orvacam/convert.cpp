@@ -1,7 +1,10 @@
 // orvacam convert: raw frame files become FITS or TIFF files in one folder.
 
+#include <fcntl.h>
+
 #include <CLI/CLI.hpp>
 #include <cstring>
+#include <optional>
 #include <set>
 
 #include "common.h"
@@ -25,7 +28,7 @@ class WorkFolder {
  public:
   explicit WorkFolder(const fs::path& parent) : m_path((parent / ".orvacam-XXXXXX").string()) {
     if (mkdtemp(m_path.data()) == nullptr)
-      throw Failure("cannot write to " + parent.string() + ": " + std::strerror(errno));
+      throw Failure("is not converted: " + parent.string() + ": " + std::strerror(errno));
   }
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
@@ -39,37 +42,79 @@ class WorkFolder {
   std::string m_path;
 };
 
+/// A reference file, open as the library wants it; without one, nothing.
+class Reference {
+ public:
+  Reference(const std::string& path, const Frame& frame) {
+    if (path.empty()) return;
+    try {
+      const Frame reference(path);
+      // The merge takes the terms of the rows from the image's first row on; the library leaves the merged
+      // plane empty when there are too few.
+      if (reference.width != frame.width || reference.height < frame.fields.startRow + frame.height)
+        throw Failure("has " + std::to_string(reference.width) + " x " + std::to_string(reference.height) +
+                      " terms, which do not cover the frame");
+      m_held.emplace(path, O_RDWR);
+      m_path = m_held->wide();
+    } catch (const Failure& failure) {
+      throw Failure("is not converted: the reference file " + path + " " + failure.what());
+    }
+  }
+  const wchar_t* path() const { return m_held ? m_path.c_str() : nullptr; }
+
+ private:
+  std::optional<HeldPath> m_held;
+  std::wstring m_path;
+};
+
+/// Moves finished files to the destination. None is moved when one of the names is taken by another input.
+void publish(const fs::path& from, const std::vector<std::string>& suffixes, const std::string& extension,
+             const fs::path& destination, std::set<std::string>& written) {
+  const std::string stem = destination.filename().string();
+  for (const std::string& suffix : suffixes)
+    if (written.count(stem + suffix) > 0)
+      throw Failure("is not converted: " + stem + suffix + extension + " was just made of another input");
+  for (const std::string& suffix : suffixes) {
+    const fs::path source = from / ("frame" + suffix + extension);
+    const fs::path target = destination.parent_path() / (stem + suffix + extension);
+    std::error_code error;
+    fs::permissions(source, static_cast<fs::perms>(newFileMode()), error);
+    fs::rename(source, target, error);
+    if (error) throw Failure("is not converted: " + target.string() + ": " + error.message());
+    written.insert(stem + suffix);
+  }
+}
+
 void convert(const std::string& source, const Options& options, std::set<std::string>& written) {
   Frame frame(source);
-  std::string stem = fs::path(source).stem().string();
-  if (!written.insert(stem).second)
-    throw Failure("not converted: another input has the same name and its files would be overwritten");
-
-  const std::wstring dsnu = wide(options.dsnu);
-  const std::wstring prnu = wide(options.prnu);
-  conv_info_t request{
-      static_cast<unsigned int>(options.format == "tiff" ? ORVA_IMAGE_FORMAT_TIFF : ORVA_IMAGE_FORMAT_FITS),
-      dsnu.empty() ? nullptr : dsnu.c_str(), prnu.empty() ? nullptr : prnu.c_str()};
-  // Files come into being in a folder of their own and move when all of them are complete. The library's
-  // status is that of the last file; a file that is missing shows an earlier failure.
-  const WorkFolder work(options.folder);
-  CAlgo algo;
-  if (algo.ConvertFile(wide(source).c_str(), &request, wide(work.path() + "/" + stem + ".raw").c_str()) < 0) {
-    for (const std::string& reference : {options.dsnu, options.prnu})
-      if (!reference.empty() && !fs::is_regular_file(reference))
-        throw Failure("not converted: " + reference + " cannot be opened");
-    throw Failure(whyNotDecoded(frame));
-  }
-  const bool hdr = frame.header.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
-  const std::string extension = options.format == "tiff" ? ".tiff" : ".fit";
+  frame.requirePixels();
+  const Reference dsnu(options.dsnu, frame);
+  const Reference prnu(options.prnu, frame);
+  const bool tiff = options.format == "tiff";
+  const std::string extension = tiff ? ".tiff" : ".fit";
   const std::vector<std::string> suffixes =
-      hdr ? std::vector<std::string>{"_LOW", "_HIGH", "_MERGED"} : std::vector<std::string>{""};
+      frame.hdr() ? std::vector<std::string>{"_LOW", "_HIGH", "_MERGED"} : std::vector<std::string>{""};
+
+  // Files come into being in a folder of their own and move when all of them are complete.
+  const WorkFolder work(options.folder);
+  const HeldPath input(source, O_RDONLY);
+  const HeldPath folder(work.path(), O_RDONLY | O_DIRECTORY);
+  const conv_info_t request{static_cast<unsigned int>(tiff ? ORVA_IMAGE_FORMAT_TIFF : ORVA_IMAGE_FORMAT_FITS),
+                            dsnu.path(), prnu.path()};
+  CAlgo algo;
+  const int status = algo.ConvertFile(input.wide().c_str(), &request, folder.wide(L"frame.raw").c_str());
+
+  // The status is that of the last file; those before it are as long when they are complete.
+  const auto sizeOf = [&](const std::string& suffix) {
+    std::error_code none;
+    return fs::file_size(work.path() + "/frame" + suffix + extension, none);
+  };
+  constexpr auto missing = static_cast<std::uintmax_t>(-1);
+  if (status < 0 && sizeOf(suffixes.back()) == missing) throw Failure(whyNotDecoded(frame));
   for (const std::string& suffix : suffixes)
-    if (!fs::exists(work.path() + "/" + stem + suffix + extension))
-      throw Failure("not converted: " + stem + suffix + extension + " cannot be written");
-  for (const std::string& suffix : suffixes)
-    fs::rename(work.path() + "/" + stem + suffix + extension,
-               fs::path(options.folder) / (stem + suffix + extension));
+    if (status < 0 || sizeOf(suffix) != sizeOf(suffixes.back()))
+      throw Failure("is not converted: the files in " + options.folder + " cannot be written completely");
+  publish(work.path(), suffixes, extension, fs::path(options.folder) / fs::path(source).stem(), written);
 }
 
 }  // namespace
@@ -83,12 +128,14 @@ void addConvert(CLI::App& app, int& exitCode) {
   command->add_option("-f,--format", options->format)
       ->check(CLI::IsMember({"fits", "tiff"}))
       ->capture_default_str();
-  command->add_option("--dsnu", options->dsnu, "Reference file of dark signal non-uniformity");
-  command->add_option("--prnu", options->prnu, "Reference file of photo response non-uniformity");
+  command->add_option("--dsnu", options->dsnu,
+                      "Reference file of dark signal non-uniformity, for the merged image of HDR frames");
+  command->add_option("--prnu", options->prnu,
+                      "Reference file of photo response non-uniformity, for the same");
   command->callback([options, &exitCode] {
     std::error_code error;
     fs::create_directories(options->folder, error);
-    if (!fs::is_directory(options->folder)) {
+    if (!fs::is_directory(options->folder, error)) {
       complain(options->folder, "is not a folder and cannot be made one");
       exitCode = 1;
       return;

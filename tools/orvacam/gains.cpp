@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstring>
 
 #include "common.h"
 
@@ -36,42 +37,71 @@ std::string sensorNames() {
 unsigned int deviceOf(const std::string& name) {
   for (const auto& sensor : sensors)
     if (CLI::detail::to_lower(sensor.name) == CLI::detail::to_lower(name)) return sensor.device;
-  throw Failure("unknown sensor (" + sensorNames() + ")");
+  throw Failure("is no sensor; there are " + sensorNames());
 }
 
-void show(const Options& options) {
-  const gain_type_info_t camera{deviceOf(options.sensor), options.bsi};
-  CCameraNVMergeSettings stored;
-  Bytes block;
-  if (!options.nv.empty()) {
-    block = readFile(options.nv);
-    stored.Initialize(block.data(), static_cast<unsigned int>(block.size()));
-  }
-  CCameraNVMergeSettings* const nv = options.nv.empty() ? nullptr : &stored;
-  const std::unique_ptr<IDeviceGainTables> tables(
-      CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, nv));
-  CMergeSettings settings;
-  settings.Initialize(camera, nv);
+/// One line of the table.
+struct Setting {
+  unsigned int device;
+  double lowGain, highGain;
+  double lowElectrons, highElectrons;
+  double ratio;
+};
 
-  std::printf("%-7s %-9s %12s %12s %22s %22s\n", "index", "device", "low gain", "high gain", "low e-/count",
-              "high e-/count");
-  const unsigned int count = tables->GetNumEntries(ORVA_GAIN_TABLE_LOW_CHANNEL);
-  std::vector<gain_value_t> low(count);
-  tables->GetTable(ORVA_GAIN_TABLE_LOW_CHANNEL, low.data(), count, false);
-  for (unsigned int i = 0; i < count; ++i) {
-    const unsigned int device = low[i].uiDeviceIndex;
-    std::printf("%-7u %-9u %12.3f %12.3f %22.4f %22.4f\n", i, device, low[i].uiValue / 1000.0,
-                tables->GetDeviceValueFromTableIndex(ORVA_GAIN_TABLE_HIGH_CHANNEL, i) / 1000.0,
-                tables->GetDNETableValue(ORVA_GAIN_TABLE_LOW_CHANNEL, device),
-                tables->GetDNETableValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, device));
+/// The sensor's settings as the gain tables have them with a camera's stored settings, or without (null).
+std::vector<Setting> settingsOf(const gain_type_info_t& camera, CCameraNVMergeSettings* stored) {
+  const std::unique_ptr<IDeviceGainTables> tables(
+      CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, stored));
+  std::vector<gain_value_t> low(tables->GetNumEntries(ORVA_GAIN_TABLE_LOW_CHANNEL));
+  tables->GetTable(ORVA_GAIN_TABLE_LOW_CHANNEL, low.data(), static_cast<unsigned int>(low.size()), false);
+  std::vector<Setting> settings;
+  for (const gain_value_t& gain : low) {
+    const unsigned int device = gain.uiDeviceIndex;
+    const unsigned int high = tables->GetTableIndexFromDeviceIndex(ORVA_GAIN_TABLE_HIGH_CHANNEL, device);
+    settings.push_back({device, gain.uiValue / 1000.0,
+                        tables->GetDeviceValueFromTableIndex(ORVA_GAIN_TABLE_HIGH_CHANNEL, high) / 1000.0,
+                        tables->GetDNETableValue(ORVA_GAIN_TABLE_LOW_CHANNEL, device),
+                        tables->GetDNETableValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, device),
+                        tables->GetDNETableGainRatio(device, device)});
   }
-  std::printf("\nratio at gains 0, 0: %.4f\n", tables->GetDNETableGainRatio(0, 0));
-  if (settings.HasGainOffsetPairs()) {
-    const merge_line_offsets_t& pair = settings.GetGainOffsetPair(0, 0);
-    std::printf("merge line of gains 0, 0: ratio %.4f, offsets %d, %d, %d at %.1f, %.1f, %.1f degrees\n",
-                pair.dGainRatio, pair.iLineOffset[0], pair.iLineOffset[1], pair.iLineOffset[2],
-                pair.dTemperature[0], pair.dTemperature[1], pair.dTemperature[2]);
+  return settings;
+}
+
+/// The block as a camera keeps it. Throws Failure: the library takes a foreign block for none at all.
+void loadStored(const std::string& path, CCameraNVMergeSettings& stored) {
+  const Bytes block = readFile(path);
+  const std::size_t length = block.size() < 8 ? 0 : block[4] * 256u + block[5];
+  if (block.size() < 9 || std::memcmp(block.data(), "Meta", 4) != 0)
+    throw Failure("is not a camera's calibration block: it does not start with \"Meta\"");
+  if (length < 9 || length > 1024 || block[6] != 0 || block[7] < 1 || block[7] > 4)
+    throw Failure("is not a camera's calibration block: its length or version is none that cameras write");
+  if (block.size() < length)
+    throw Failure("is truncated: " + std::to_string(block.size()) + " of " + std::to_string(length) +
+                  " bytes");
+  stored.Initialize(block.data(), static_cast<unsigned int>(block.size()));
+}
+
+void show(const gain_type_info_t& camera, CCameraNVMergeSettings* stored) {
+  // The tables of a sensor are shared by all objects: the plain ones are read out before a camera's own.
+  const std::vector<Setting> plain = settingsOf(camera, nullptr);
+  const std::vector<Setting> own = settingsOf(camera, stored);
+  std::printf("%-6s %10s %10s %14s %14s %14s%s\n", "device", "low gain", "high gain", "low e-/count",
+              "high e-/count", "low / high", stored != nullptr ? "       built in" : "");
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    const Setting& s = own[i];
+    std::printf("%-6u %10.3f %10.3f %14.4f %14.4f %14.4f", s.device, s.lowGain, s.highGain, s.lowElectrons,
+                s.highElectrons, s.ratio);
+    if (stored != nullptr) std::printf(" %14.4f", plain[i].ratio);
+    std::printf("\n");
   }
+  CMergeSettings settings;
+  settings.Initialize(camera, stored);
+  if (!settings.HasGainOffsetPairs()) return;
+  const unsigned int first = own.front().device;
+  const merge_line_offsets_t& pair = settings.GetGainOffsetPair(first, first);
+  std::printf("\nmerge line of gains %u, %u: ratio %.4f, offsets %d, %d, %d at %.1f, %.1f, %.1f degrees\n",
+              first, first, pair.dGainRatio, pair.iLineOffset[0], pair.iLineOffset[1], pair.iLineOffset[2],
+              pair.dTemperature[0], pair.dTemperature[1], pair.dTemperature[2]);
 }
 
 }  // namespace
@@ -79,12 +109,17 @@ void show(const Options& options) {
 void addGains(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
   CLI::App* const command = app.add_subcommand("gains", "Show a sensor's gain tables.");
-  command->add_option("SENSOR", options->sensor, sensorNames())->required();
+  command->add_option("MODEL", options->sensor, "The sensor: " + sensorNames())->required();
   command->add_option("--nv", options->nv, "A camera's stored calibration block");
   command->add_flag("--bsi", options->bsi, "The back-side-illuminated variant");
   command->callback([options, &exitCode] {
-    exitCode = forEachFile({options->sensor}, [&](const std::string&) { show(*options); });
-    std::fflush(stdout);
+    CCameraNVMergeSettings stored;
+    const bool hasStored = !options->nv.empty();
+    if (hasStored) exitCode = report(options->nv, [&] { loadStored(options->nv, stored); });
+    if (exitCode == 0)
+      exitCode = report(options->sensor, [&] {
+        show({deviceOf(options->sensor), options->bsi}, hasStored ? &stored : nullptr);
+      });
   });
 }
 

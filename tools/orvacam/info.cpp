@@ -1,6 +1,7 @@
 // orvacam info: the header as text or JSON.
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -19,9 +20,11 @@ nlohmann::ordered_json valuesOf(CFrameMetaData& header) {
     nlohmann::ordered_json entry{{"key", key}, {"name", info.name}};
     if (value.iLength >= 0)
       entry["value"] = std::string(value.szText, strnlen(value.szText, sizeof value.szText));
+    else if (std::floor(value.dValue) == value.dValue && std::fabs(value.dValue) < 1e15)
+      entry["value"] = static_cast<long>(value.dValue);
     else
       entry["value"] = value.dValue;
-    if (*info.unit != '\0') entry["unit"] = info.unit;
+    entry["unit"] = info.unit;
     values.push_back(entry);
   }
   return values;

@@ -1,7 +1,6 @@
 // orvacam: raw frames of scientific cameras on the command line.
 
 #include <CLI/CLI.hpp>
-#include <clocale>
 #include <cstdio>
 #include <iostream>
 

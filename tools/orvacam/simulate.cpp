@@ -31,18 +31,10 @@ std::string cameraNames() {
   return names;
 }
 
-void write(const std::string& path, const Bytes& bytes) {
-  OutputFile file(path);
-  file.write(bytes);
-  file.commit();
-}
-
-void simulate(const Options& options) {
-  const sim::Camera* const camera = sim::findCamera(options.camera);
-  if (camera == nullptr) throw Failure("unknown camera '" + options.camera + "' (" + cameraNames() + ")");
-  const auto header = sim::headerFor(*camera, options.mode);
-  if (!header) throw Failure(std::string("the ") + camera->name + " has no mode '" + options.mode + "'");
-
+/// The header of the frame that was asked for. Throws Failure.
+sim::HeaderFields headerOf(const sim::Camera& camera, const Options& options) {
+  const auto header = sim::headerFor(camera, options.mode);
+  if (!header) throw Failure(std::string("the ") + camera.name + " has no mode '" + options.mode + "'");
   sim::HeaderFields fields = *header;
   const sim::HeaderFields& given = options.geometry;
   fields.width = options.width;
@@ -57,12 +49,36 @@ void simulate(const Options& options) {
   fields.highGain = given.highGain;
   fields.exposure = given.exposure;
   fields.frameNumber = given.frameNumber;
-  if (camera->ccd) fields.quadrants = options.quadrants;
+  if (camera.ccd) fields.quadrants = options.quadrants;
 
-  write(options.output,
-        sim::encodeFrame(fields, options.version, sim::exposeSky(*camera, fields, options.sky)));
-  if (!options.dsnu.empty()) write(options.dsnu, sim::dsnuFile(*camera, fields, options.sky));
-  if (!options.prnu.empty()) write(options.prnu, sim::prnuFile(*camera, fields, options.sky));
+  const sim::HeaderFields written = sim::asVersion(fields, options.version);
+  if (written.quadrants != fields.quadrants)
+    throw Failure("only header versions 3 and 4 say which amplifiers read a CCD");
+  if (written.correlatedMultipleSampling != fields.correlatedMultipleSampling)
+    throw Failure("only header versions 3 and 4 tell the mode 'cms'");
+  return written;
+}
+
+int simulate(const Options& options) {
+  const sim::Camera* const camera = sim::findCamera(options.camera);
+  if (camera == nullptr) {
+    complain(options.camera, "is no camera; there are " + cameraNames());
+    return 1;
+  }
+  sim::HeaderFields fields;
+  int exitCode = report(options.output, [&] {
+    fields = headerOf(*camera, options);
+    writeFile(options.output,
+              sim::encodeFrame(fields, options.version, sim::exposeSky(*camera, fields, options.sky)));
+  });
+  if (exitCode != 0) return exitCode;
+  if (!options.dsnu.empty())
+    exitCode |=
+        report(options.dsnu, [&] { writeFile(options.dsnu, sim::dsnuFile(*camera, fields, options.sky)); });
+  if (!options.prnu.empty())
+    exitCode |=
+        report(options.prnu, [&] { writeFile(options.prnu, sim::prnuFile(*camera, fields, options.sky)); });
+  return exitCode;
 }
 
 }  // namespace
@@ -71,7 +87,7 @@ void addSimulate(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
   sim::HeaderFields& f = options->geometry;
   CLI::App* const command = app.add_subcommand("simulate", "Make a raw frame of a night sky.");
-  command->add_option("CAMERA", options->camera, cameraNames())->required();
+  command->add_option("MODEL", options->camera, "The camera: " + cameraNames())->required();
   command->add_option("-o,--output", options->output, "The file to write")->required();
   command->add_option("--mode", options->mode, "single, hdr, 16bit or cms")->capture_default_str();
   command->add_option("--header-version", options->version)->check(CLI::Range(1, 4))->capture_default_str();
@@ -104,9 +120,7 @@ void addSimulate(CLI::App& app, int& exitCode) {
   command->add_option("--background", options->sky.background, "Electrons per pixel")->capture_default_str();
   command->add_option("--dsnu", options->dsnu, "Also write the DSNU file that undoes the fixed pattern");
   command->add_option("--prnu", options->prnu, "Also write the PRNU file that undoes the fixed pattern");
-  command->callback([options, &exitCode] {
-    exitCode = forEachFile({options->output}, [&](const std::string&) { simulate(*options); });
-  });
+  command->callback([options, &exitCode] { exitCode = simulate(*options); });
 }
 
 }  // namespace tool

@@ -16,76 +16,107 @@ struct Options {
   std::string output;
 };
 
-/// The plane that is stacked: the merged one of an HDR frame, else the only one.
-unsigned short* planeOf(const unpacked_images_t& images, bool hdr) {
-  return hdr ? images.pMergedImage : images.pLowImage;
-}
-
-void progress(std::size_t done, std::size_t all) {
-  if (isatty(STDERR_FILENO) == 0) return;
-  std::cerr << '\r' << done << " of " << all << (done == all ? "\n" : "") << std::flush;
-}
-
-void stack(const Options& options) {
-  const std::string extension = std::filesystem::path(options.output).extension().string();
-  const bool tiff = extension == ".tiff" || extension == ".tif";
-  if (!tiff && extension != ".fit" && extension != ".fits")
-    throw Failure("the output ends in .fit, .fits, .tif or .tiff");
-
-  CStacker stacker;
-  Merged merged;  // one set of planes for all frames
-  unsigned long pixels = 0;
-  std::size_t stacked = 0;
-  for (const std::string& file : options.files) {
-    Frame frame(file);
-    const bool hdr = frame.header.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
-    gain_type_info_t camera{0, frame.header.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
-    frame.header.GetDeviceType(camera.uiDeviceType);
-    merged.algo.Initialize(camera, nullptr);
-    merged.images.bLowImageRequest = merged.images.bMetaDataRequest = true;
-    merged.images.bHighImageRequest = merged.images.bMergedImageRequest = hdr;
-    if (merged.algo.MergeImage(frame.bytes.data(), frame.bytes.size(), &merged.images, nullptr) < 0)
-      throw Failure(file + " " + whyNotDecoded(frame));
-    if (stacked == 0) {
-      pixels = merged.images.ulLowImagePixels;
-      if (stacker.Initialize(pixels) < 0) throw Failure("not enough memory");
-    }
-    if (merged.images.ulLowImagePixels != pixels ||
-        stacker.StackNextFrame(planeOf(merged.images, hdr), pixels) < 0)
-      throw Failure(file + " has another size than the first frame");
-    progress(++stacked, options.files.size());
+/// A counter on a terminal, wiped away at the end.
+class Progress {
+ public:
+  explicit Progress(std::size_t all) : m_all(all), m_shown(isatty(STDERR_FILENO) != 0) {}
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  ~Progress() {
+    if (m_shown) std::cerr << "\r\x1b[K" << std::flush;
+  }
+  void done(std::size_t count) const {
+    if (m_shown) std::cerr << "\r" << count << " of " << m_all << std::flush;
   }
 
-  unsigned short* mean = nullptr;
-  unsigned int count = 0;
-  unsigned char* header = nullptr;
-  unsigned int headerLength = 0;
-  unsigned char* const base =
-      merged.images.pMergedImage != nullptr ? merged.images.pMergedMetaData : merged.images.pLowMetaData;
-  CFrameMetaData metaData;
-  if (stacker.Finish(&mean, nullptr, &count) < 0 ||
-      stacker.GetStackedMetaData(base, merged.images.uiMetaDataSize, &header, &headerLength) < 0 ||
-      metaData.Parse(header, headerLength) < 0)
-    throw Failure("the stack cannot be finished");
+ private:
+  std::size_t m_all;
+  bool m_shown;
+};
 
-  OutputFile file(options.output);
-  const int written = tiff ? CTiffMaker().CreateImageFile(file.temporaryPath(), mean, metaData)
-                           : CFitsInterface().CreateImageFile(file.temporaryPath(), mean, metaData);
-  if (written < 0) throw Failure("cannot be written");
-  file.commit();
+/// The mean of frames that are alike, with the first one's header. One frame is in memory at a time.
+class Stack {
+ public:
+  void add(const std::string& path) {
+    Frame frame(path);
+    if (m_count == 0)
+      m_fields = frame.fields;
+    else if (frame.width != m_width || frame.height != m_height || frame.hdr() != m_fields.hdr ||
+             frame.fields.model != m_fields.model || frame.fields.dataBits != m_fields.dataBits)
+      throw Failure("is another kind of frame than the first");
+    m_planes.read(frame);
+    const unpacked_images_t& images = m_planes.images();
+    const bool merged = frame.hdr();
+    if (m_count == 0) {
+      m_width = frame.width;
+      m_height = frame.height;
+      const unsigned char* const header = merged ? images.pMergedMetaData : images.pLowMetaData;
+      m_header.assign(header, header + images.uiMetaDataSize);
+      if (m_stacker.Initialize(images.ulLowImagePixels) < 0) throw std::bad_alloc();
+    }
+    // The plane that is stacked is the merged one of an HDR frame, else the only one.
+    if (m_stacker.StackNextFrame(merged ? images.pMergedImage : images.pLowImage, images.ulLowImagePixels) <
+        0)
+      throw Failure("cannot be stacked");
+    ++m_count;
+  }
+
+  void write(const std::string& path, bool tiff) {
+    unsigned short* mean = nullptr;
+    unsigned int pixels = 0;
+    unsigned char* header = nullptr;
+    unsigned int length = 0;
+    CFrameMetaData metaData;
+    if (m_stacker.Finish(&mean, nullptr, &pixels) < 0 ||
+        m_stacker.GetStackedMetaData(m_header.data(), static_cast<unsigned int>(m_header.size()), &header,
+                                     &length) < 0 ||
+        metaData.Parse(header, length) < 0)
+      throw Failure("cannot be made of these frames");
+    OutputFile file(path);
+    const int written = tiff ? CTiffMaker().CreateImageFile(file.temporaryPath(), mean, metaData)
+                             : CFitsInterface().CreateImageFile(file.temporaryPath(), mean, metaData);
+    if (written < 0) throw Failure("cannot be written completely");
+    file.commit();
+  }
+
+ private:
+  CStacker m_stacker;
+  Planes m_planes;
+  Bytes m_header;
+  orvacam::simulator::HeaderFields m_fields;
+  unsigned int m_width = 0, m_height = 0;
+  std::size_t m_count = 0;
+};
+
+int stack(const Options& options) {
+  const std::string extension = std::filesystem::path(options.output).extension().string();
+  const bool tiff = extension == ".tiff" || extension == ".tif";
+  if (!tiff && extension != ".fit" && extension != ".fits") {
+    complain(options.output, "should end in .fit, .fits, .tif or .tiff");
+    return 1;
+  }
+  Stack frames;
+  {
+    const Progress progress(options.files.size());
+    for (std::size_t i = 0; i < options.files.size(); ++i) {
+      // A mean without one of its frames would be another mean.
+      if (report(options.files[i], [&] { frames.add(options.files[i]); }) != 0) return 1;
+      progress.done(i + 1);
+    }
+  }
+  return report(options.output, [&] { frames.write(options.output, tiff); });
 }
 
 }  // namespace
 
 void addStack(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("stack", "Average raw frames of one camera.");
+  CLI::App* const command = app.add_subcommand(
+      "stack", "Average raw frames of one camera: the merged planes of HDR frames, else the only one.");
   command->add_option("FILE", options->files, "Raw frame files")->required();
   command->add_option("-o,--output", options->output, "The file to write: .fit, .fits, .tif or .tiff")
       ->required();
-  command->callback([options, &exitCode] {
-    exitCode = forEachFile({options->output}, [&](const std::string&) { stack(*options); });
-  });
+  command->callback([options, &exitCode] { exitCode = stack(*options); });
 }
 
 }  // namespace tool

@@ -25,13 +25,17 @@ struct Options {
   std::string histogram;
 };
 
-/// Statistics of a plane's whole frame, gathered here: a single image has none of its own, as it is
-/// delivered.
-image_plane_stats_t statsOf(const unsigned short* plane, unsigned int width, unsigned int height,
-                            std::vector<double>& histogram) {
+/// Statistics of the image in a plane, without reference pixels and rows, at columns and rows of the frame.
+/// Gathered here: the library's own count the rows of both planes together, and a single image has none.
+image_plane_stats_t statsOf(const unsigned short* plane, const Frame& frame, std::vector<double>& histogram) {
+  unsigned int width = 0, height = 0, pixelsAhead = 0, rowsAhead = 0, behind = 0;
+  frame.header.GetImageDimensionsBinned(width, height);
+  frame.header.GetRefPixelsBinned(pixelsAhead, behind);
+  frame.header.GetRefRowsBinned(rowsAhead, behind);
   auto statistics = std::make_unique<CFrameStatistics>();
-  for (unsigned int y = 0; y < height; ++y)
-    statistics->AddRow(plane + static_cast<std::size_t>(y) * width, width, 0, static_cast<int>(y));
+  for (unsigned int y = rowsAhead; y < rowsAhead + height; ++y)
+    statistics->AddRow(plane + static_cast<std::size_t>(y) * frame.width + pixelsAhead, width,
+                       static_cast<int>(pixelsAhead), static_cast<int>(y));
   statistics->Compute();
   image_plane_stats_t stats{};
   histogram.assign(histogramSize, 0.0);
@@ -44,28 +48,18 @@ image_plane_stats_t statsOf(const unsigned short* plane, unsigned int width, uns
 
 std::vector<PlaneStats> planesOf(const std::string& file) {
   Frame frame(file);
-  Merged merged;
-  gain_type_info_t camera{0, frame.header.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
-  frame.header.GetDeviceType(camera.uiDeviceType);
-  merged.algo.Initialize(camera, nullptr);
-  const bool hdr = frame.header.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
-  merged.images.bLowImageRequest = true;
-  merged.images.bHighImageRequest = merged.images.bMergedImageRequest = hdr;
-  if (merged.algo.MergeImage(frame.bytes.data(), frame.bytes.size(), &merged.images, nullptr) < 0)
-    throw Failure(whyNotDecoded(frame));
-
-  unsigned int width = 0;
-  unsigned int height = 0;
-  frame.header.GetFrameDimensionsBinned(width, height);
-  std::vector<PlaneStats> planes;
+  Planes planes;
+  planes.read(frame);
+  const unpacked_images_t& images = planes.images();
+  std::vector<PlaneStats> all;
   for (const auto& [name, plane] :
-       {std::pair{"low", merged.images.pLowImage}, std::pair{"high", merged.images.pHighImage},
-        std::pair{"merged", merged.images.pMergedImage}}) {
+       {std::pair{images.pHighImage != nullptr ? "low" : "image", images.pLowImage},
+        std::pair{"high", images.pHighImage}, std::pair{"merged", images.pMergedImage}}) {
     if (plane == nullptr) continue;
-    planes.push_back({hdr ? name : "image", {}, {}});
-    planes.back().stats = statsOf(plane, width, height, planes.back().histogram);
+    all.push_back({name, {}, {}});
+    all.back().stats = statsOf(plane, frame, all.back().histogram);
   }
-  return planes;
+  return all;
 }
 
 nlohmann::ordered_json jsonOf(const PlaneStats& plane) {
@@ -104,16 +98,15 @@ void writeHistogram(const std::string& path, const std::vector<PlaneStats>& plan
     if (any) text += line;
   }
   text += "\n";
-  OutputFile file(path);
-  file.write(Bytes(text.begin(), text.end()));
-  file.commit();
+  writeFile(path, Bytes(text.begin(), text.end()));
 }
 
 }  // namespace
 
 void addStats(CLI::App& app, int& exitCode) {
   auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("stats", "Statistics of each plane of raw frames.");
+  CLI::App* const command =
+      app.add_subcommand("stats", "Statistics of the image in each plane of raw frames.");
   command->add_option("FILE", options->files, "Raw frame files")->required();
   command->add_flag("--json", options->json);
   command->add_option("--histogram-csv", options->histogram, "Write the histograms of the one input as CSV");
@@ -121,9 +114,10 @@ void addStats(CLI::App& app, int& exitCode) {
     if (!options->histogram.empty() && options->files.size() > 1)
       throw CLI::ValidationError("--histogram-csv", "takes one input");
     nlohmann::ordered_json all = nlohmann::ordered_json::array();
-    exitCode = forEachFile(options->files, [&](const std::string& file) {
+    exitCode |= forEachFile(options->files, [&](const std::string& file) {
       const std::vector<PlaneStats> planes = planesOf(file);
-      if (!options->histogram.empty()) writeHistogram(options->histogram, planes);
+      if (!options->histogram.empty())
+        exitCode |= report(options->histogram, [&] { writeHistogram(options->histogram, planes); });
       if (options->json) {
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
         for (const PlaneStats& plane : planes)
@@ -135,7 +129,6 @@ void addStats(CLI::App& app, int& exitCode) {
       for (const PlaneStats& plane : planes)
         print(plane);
     });
-    std::fflush(stdout);
     if (options->json)
       std::cout << all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
   });

@@ -4,14 +4,6 @@ namespace orvacam::simulator {
 
 namespace {
 
-bool contains(const std::string& text, const char* part) {
-  return text.find(part) != std::string::npos;
-}
-
-unsigned int binned(unsigned int size, unsigned int factor) {
-  return factor < 2 ? size : size / factor + (size % factor != 0 ? 1 : 0);
-}
-
 unsigned int evenUp(unsigned int n) {
   return n + n % 2;
 }
@@ -91,12 +83,16 @@ std::vector<unsigned char> readCcd(const HeaderFields& f, const Plane& image) {
 
 }  // namespace
 
+unsigned int binned(unsigned int size, unsigned int factor) {
+  return factor < 2 ? size : size / factor + (size % factor != 0 ? 1 : 0);
+}
+
 Layout layoutOf(const HeaderFields& f) {
-  const bool gsense400 = contains(f.model, "VS400");
-  const bool gsense2020 = contains(f.model, "VS2020");
-  const bool gsense4040 = contains(f.model, "VS4040");
-  const bool gsense6060 = contains(f.model, "VS6060");
-  if (contains(f.model, "ARGENT"))
+  const Sensor sensor = sensorOf(f.model);
+  const bool gsense400 = sensor == Sensor::Gsense400;
+  const bool gsense2020 = sensor == Sensor::Gsense2020;
+  const bool gsense4040 = sensor == Sensor::Gsense4040;
+  if (sensor == Sensor::Ccd)
     return {Packing::Ccd, 1, {{Section::Image, f.frameHeight(), 0, f.frameWidth(), 0, 0}}};
 
   const unsigned int pre = binned(f.preRefPixels, f.horizontalBinning);
@@ -118,7 +114,7 @@ Layout layoutOf(const HeaderFields& f) {
              {Section::Image, f.height, 0, f.width, 0, f.postRefPixels},
              {Section::PostRows, f.postRefRows, 0, f.frameWidth(), 0, f.postRefPixels}}};
   if ((gsense2020 || gsense4040) && f.hdr) return {Packing::Packed12, 2, sections(0, post)};
-  if (gsense6060 && f.dataBits == 12) return {Packing::Packed12, 2, sections(pre, post)};
+  if (sensor == Sensor::Gsense6060 && f.dataBits == 12) return {Packing::Packed12, 2, sections(pre, post)};
   if (gsense2020 && f.correlatedMultipleSampling && f.dataBits != 16)
     return {Packing::Packed13, 1, sections(pre, post)};
   if (gsense400 || ((gsense2020 || gsense4040) && f.dataBits != 16))
@@ -133,6 +129,15 @@ std::size_t Layout::pixelsPerPlane() const {
   for (const Section& s : sections)
     pixels += s.rows * (length(s.before) + length(s.pixels) + length(s.after) + length(s.shared));
   return pixels;
+}
+
+std::size_t Layout::bytes() const {
+  if (packing == Packing::Packed13) return (pixelsPerPlane() * 13 + 7) / 8;
+  if (packing != Packing::Packed12) return pixelsPerPlane() * 2;
+  std::size_t pixels = pixelsPerPlane() * planes;
+  for (const Section& s : sections)
+    pixels -= std::size_t{s.rows} * (planes - 1) * evenUp(s.shared);  // sent once
+  return pixels / 2 * 3;
 }
 
 std::vector<Plane> makePlanes(const Layout& layout,

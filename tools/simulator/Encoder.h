@@ -15,7 +15,8 @@ using Plane = std::vector<std::uint16_t>;
 enum class Packing {
   Plain16,   ///< 16-bit little-endian, one plane
   Packed12,  ///< two pixels in three bytes
-  Packed13,  ///< eight pixels in 13 bytes, most significant bit first
+  Packed13,  ///< eight pixels in 13 bytes, most significant bit first; its reader yields the truth of bytes,
+             ///< not these bits, so that only the length of such a stream means something to it
   Ccd        ///< 16-bit big-endian, read through one or four corner amplifiers
 };
 
@@ -36,15 +37,20 @@ struct Layout {
 
   /// Pixels of each plane as a right decoder writes them, the extra pixel of every odd run included.
   std::size_t pixelsPerPlane() const;
+  /// Bytes that follow the header.
+  std::size_t bytes() const;
 };
 
 Layout layoutOf(const HeaderFields& fields);
+
+/// Pixels or rows left of `size` by binning: every begun group is one.
+unsigned int binned(unsigned int size, unsigned int factor);
 
 /// One pixel of a plane in the order of the stream.
 struct PixelPlace {
   unsigned int plane;
   bool image;         ///< false for reference pixels, reference rows and the extra pixel of an odd run
-  unsigned int x, y;  ///< in the image, where image is true
+  unsigned int x, y;  ///< in its run of pixels and its section of rows; for a CCD, in the whole frame
 };
 
 /// The planes that a right decoder yields, each pixel's value asked from the caller; shared pixels are asked

@@ -133,4 +133,40 @@ std::vector<unsigned char> writeHeader(const HeaderFields& fields, unsigned int 
   return std::move(out.all());
 }
 
+Sensor sensorOf(const std::string& model) {
+  const auto has = [](const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
+  };
+  if (has(model, "VS400")) return Sensor::Gsense400;
+  if (has(model, "VS2020")) return Sensor::Gsense2020;
+  if (has(model, "VS4040")) return Sensor::Gsense4040;
+  if (has(model, "VS6060")) return Sensor::Gsense6060;
+  std::string lower = model;
+  for (char& c : lower)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  const bool designated = has(model, "230-42") || has(model, "230-84") || has(model, "4320");
+  return has(lower, "argent") && designated ? Sensor::Ccd : Sensor::Other;
+}
+
+HeaderFields asVersion(const HeaderFields& fields, unsigned int version) {
+  HeaderFields f = fields;
+  if (version > 2) return f;
+  f.quadrants = 0;
+  f.correlatedMultipleSampling = false;
+  switch (sensorOf(f.model)) {
+    case Sensor::Gsense6060:
+      f.preRefPixels = 32;
+      f.postRefPixels = 24;
+      break;
+    case Sensor::Ccd:
+      f.preRefPixels = f.postRefPixels = 50;
+      break;
+    case Sensor::Other:
+      break;
+    default:
+      f.postRefPixels = 0;
+  }
+  return f;
+}
+
 }  // namespace orvacam::simulator

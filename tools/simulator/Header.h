@@ -11,6 +11,12 @@ struct CaptureTime {
   unsigned int year = 2024, month = 5, day = 17, hour = 21, minute = 4, second = 33, nanosecond = 123456700;
 };
 
+/// Sensor families, by how they send their pixels.
+enum class Sensor { Gsense400, Gsense2020, Gsense4040, Gsense6060, Ccd, Other };
+
+/// The sensor behind a model text.
+Sensor sensorOf(const std::string& model);
+
 /// What a camera says in a frame's header, in plain numbers. The defaults are those of a small frame without
 /// reference pixels or rows; every field that a header version lacks is simply not written.
 struct HeaderFields {
@@ -68,6 +74,10 @@ struct HeaderFields {
 /// The header as a camera of this version (1 to 4) sends it: 156, 246, 384 or 384 bytes and the other-type
 /// block.
 std::vector<unsigned char> writeHeader(const HeaderFields& fields, unsigned int version);
+
+/// The same frame as a camera of this version takes it. Versions 1 and 2 carry neither amplifiers nor the
+/// sampling mode, and their readers take the reference pixels of some sensors for granted.
+HeaderFields asVersion(const HeaderFields& fields, unsigned int version);
 
 }  // namespace orvacam::simulator
 

@@ -39,11 +39,13 @@ double patternAt(unsigned long seed, unsigned long a, unsigned long b) {
   return 2 * Random(seed ^ (a * 0x100000001B3UL + b * 0x1F123BB5UL + 77)).uniform() - 1;
 }
 
-double columnOffset(const Sky& sky, unsigned int x) {
-  return sky.columnPattern * patternAt(sky.seed, x, 1u << 20);
+/// The level of a pixel without light, in high-gain counts.
+double darkLevel(const Sky& sky, const PixelPlace& place) {
+  return bias + sky.columnPattern * patternAt(sky.seed, place.x, 1u << 20) +
+         sky.rowPattern * patternAt(sky.seed, 1u << 20, place.y);
 }
-double response(const Sky& sky, unsigned int x, unsigned int y) {
-  return 1 + sky.gainPattern * patternAt(sky.seed, x, y);
+double response(const Sky& sky, const PixelPlace& place) {
+  return 1 + sky.gainPattern * patternAt(sky.seed, place.x, place.y);
 }
 
 /// The electrons of every image pixel before noise.
@@ -71,23 +73,40 @@ std::vector<double> light(const HeaderFields& f, const Sky& sky) {
   return electrons;
 }
 
-double ratioOf(const Camera& camera) {
-  return camera.electronsHigh > 0 ? camera.electronsLow / camera.electronsHigh : 1.0;
+double ratioOf(const Camera& camera, const HeaderFields& fields) {
+  return camera.electronsHigh > 0 ? camera.lowAt(fields.lowGain) / camera.highAt(fields.highGain) : 1.0;
 }
 
-std::vector<unsigned char> referenceFile(
-    const HeaderFields& fields, const std::function<int(bool high, unsigned int x, unsigned int y)>& term) {
+std::vector<unsigned char> referenceFile(const HeaderFields& fields, int neutral,
+                                         const std::function<int(const PixelPlace&)>& term) {
+  Layout layout = layoutOf(fields);
+  layout.planes = 2;
+  // Planes in a file are row by row as wide as the decoded ones, whatever the stream had between the pixels.
   HeaderFields plain = fields;
+  plain.width = binned(fields.width, fields.horizontalBinning) +
+                binned(fields.preRefPixels, fields.horizontalBinning) +
+                binned(fields.postRefPixels, fields.horizontalBinning);
+  plain.height = binned(fields.height, fields.verticalBinning) +
+                 binned(fields.preRefRows, fields.verticalBinning) +
+                 binned(fields.postRefRows, fields.verticalBinning);
   plain.hdr = false;
+  plain.startColumn = plain.startRow = 0;
+  plain.preRefPixels = plain.postRefPixels = plain.preRefRows = plain.postRefRows = 0;
+  plain.horizontalBinning = plain.verticalBinning = 1;
   std::vector<unsigned char> file = writeHeader(plain, 3);
-  for (const bool high : {false, true})
-    for (unsigned int y = 0; y < fields.frameHeight(); ++y)
-      for (unsigned int x = 0; x < fields.frameWidth(); ++x) {
-        const auto value = static_cast<std::uint16_t>(term(high, x, y));
-        file.push_back(static_cast<unsigned char>(value & 255));
-        file.push_back(static_cast<unsigned char>(value >> 8));
-      }
+  for (Plane& plane :
+       makePlanes(layout, [&](const PixelPlace& place) { return static_cast<std::uint16_t>(term(place)); })) {
+    plane.resize(std::size_t{plain.width} * plain.height, static_cast<std::uint16_t>(neutral));
+    for (const std::uint16_t value : plane) {
+      file.push_back(static_cast<unsigned char>(value & 255));
+      file.push_back(static_cast<unsigned char>(value >> 8));
+    }
+  }
   return file;
+}
+
+int roundToInt(double value) {
+  return static_cast<int>(std::floor(value + 0.5));
 }
 
 std::string lower(std::string text) {
@@ -98,17 +117,51 @@ std::string lower(std::string text) {
 
 }  // namespace
 
+double Camera::lowAt(unsigned int index) const {
+  for (const GainSetting& gain : gains)
+    if (gain.index == index) return gain.electronsLow;
+  return electronsLow;
+}
+
+double Camera::highAt(unsigned int index) const {
+  for (const GainSetting& gain : gains)
+    if (gain.index == index) return gain.electronsHigh;
+  return electronsHigh;
+}
+
 const std::vector<Camera>& cameras() {
+  // The GSENSE2020 and the GSENSE4040 share one curve, the same for both channels.
+  static const std::vector<GainSetting> curve = {
+      {25, 18.6916, 18.6916}, {49, 10, 10}, {63, 8, 8}, {50, 1, 1}, {52, 4, 4}, {62, 0.8194, 0.8194}};
   static const std::vector<Camera> all = {
-      {"GSENSE400", "VESTRA VS400", 47.8469, 7.5988, 12, false},
-      {"GSENSE2020", "VESTRA VS2020", 18.6916, 0.8194, 12, false},
-      {"GSENSE4040", "VESTRA VS4040", 18.6916, 0.8194, 12, false},
-      {"GSENSE6060", "VESTRA VS6060", 12.5, 2.494, 12, false},
-      {"CCD230-42", "ARGENT 230-42", 2.0, 0, 16, true},
-      {"CCD230-84", "ARGENT 230-84", 2.0, 0, 16, true},
-      {"CCD4320", "ARGENT 4320", 2.0, 0, 16, true},
-      {"IMX183", "VESTRA IMX183", 2.0, 0, 16, false},
-      {"GENERIC", "VESTRA PLAIN", 2.0, 0, 16, false},
+      {"GSENSE400",
+       "VESTRA VS400",
+       47.8469,
+       7.5988,
+       12,
+       false,
+       {{0, 47.8469, 7.5988},
+        {1, 17.3611, 2.5661},
+        {2, 12.6904, 1.7492},
+        {3, 8.6059, 1.0896},
+        {4, 24.9377, 3.7979},
+        {5, 8.8652, 1.1004},
+        {6, 6.5789, 0.8109},
+        {7, 4.8544, 0.5549}}},
+      {"GSENSE2020", "VESTRA VS2020", 18.6916, 0.8194, 12, false, curve},
+      {"GSENSE4040", "VESTRA VS4040", 18.6916, 0.8194, 12, false, curve},
+      {"GSENSE6060",
+       "VESTRA VS6060",
+       12.5,
+       2.494,
+       12,
+       false,
+       {{3, 12.5, 12.5}, {21, 3.226, 3.226}, {33, 2.174, 2.174}, {37, 35.714, 2.494}}},
+      {"CCD230-42", "ARGENT 230-42", 2.0, 0, 16, true, {}},
+      {"CCD230-84", "ARGENT 230-84", 2.0, 0, 16, true, {}},
+      {"CCD4320", "ARGENT 4320", 2.0, 0, 16, true, {}},
+      {"IMX183", "VESTRA IMX183", 2.0, 0, 16, false, {}},
+      {"GENERIC", "VESTRA PLAIN", 2.0, 0, 16, false, {}},
   };
   return all;
 }
@@ -156,7 +209,7 @@ std::vector<Plane> exposeSky(const Camera& camera, const HeaderFields& fields, c
   for (std::size_t i = 0; i < collected.size(); ++i)
     collected[i] = std::max(0.0, electrons[i] + random.normal() * std::sqrt(electrons[i]));
 
-  const double ratio = ratioOf(camera);
+  const double ratio = ratioOf(camera, fields);
   const unsigned int depth = layout.packing == Packing::Packed13   ? 13
                              : layout.packing == Packing::Packed12 ? 12
                                                                    : 16;
@@ -165,7 +218,7 @@ std::vector<Plane> exposeSky(const Camera& camera, const HeaderFields& fields, c
   const unsigned int binY = std::max(1u, fields.verticalBinning);
   return makePlanes(layout, [&](const PixelPlace& place) {
     const bool high = place.plane == 1;
-    const double perCount = high ? camera.electronsHigh : camera.electronsLow;
+    const double perCount = high ? camera.highAt(fields.highGain) : camera.lowAt(fields.lowGain);
     const double scale = layout.planes == 2 && !high ? 1 / ratio : 1;  // of what is given in high-gain counts
     unsigned int x = place.x * binX;
     unsigned int y = place.y * binY;
@@ -176,25 +229,27 @@ std::vector<Plane> exposeSky(const Camera& camera, const HeaderFields& fields, c
       x = place.x - fields.preRefPixels;
       y = place.y - fields.preRefRows;
     }
-    double counts = (bias + columnOffset(sky, place.x)) * scale;
+    double counts = darkLevel(sky, place) * scale;
     if (lit && x < fields.width && y < fields.height)
-      counts += collected[std::size_t{y} * fields.width + x] * response(sky, place.x, place.y) / perCount;
+      counts += collected[std::size_t{y} * fields.width + x] * response(sky, place) / perCount;
     counts += random.normal() * sky.readNoise / perCount;
     return static_cast<std::uint16_t>(std::min(largest, std::max(0.0, std::floor(counts + 0.5))));
   });
 }
 
 std::vector<unsigned char> dsnuFile(const Camera& camera, const HeaderFields& fields, const Sky& sky) {
-  return referenceFile(fields, [&](bool high, unsigned int x, unsigned int) {
-    const double offset = (bias + columnOffset(sky, x)) / (high ? 1 : ratioOf(camera));
-    return static_cast<int>(std::floor(-offset * 8 + 0.5));  // 3 fraction bits
+  constexpr double one = 8;  // 3 fraction bits
+  return referenceFile(fields, 0, [&](const PixelPlace& place) {
+    const double scale = place.plane == 1 ? 1 : 1 / ratioOf(camera, fields);
+    return roundToInt(-darkLevel(sky, place) * scale * one);
   });
 }
 
 std::vector<unsigned char> prnuFile(const Camera& camera, const HeaderFields& fields, const Sky& sky) {
-  return referenceFile(fields, [&](bool high, unsigned int x, unsigned int y) {
-    const double gain = (high ? 1 : ratioOf(camera)) / response(sky, x, y);
-    return static_cast<int>(std::floor(gain * 1024 + 0.5));  // 10 fraction bits
+  constexpr double one = 1024;  // 10 fraction bits
+  return referenceFile(fields, 1024, [&](const PixelPlace& place) {
+    const double scale = place.plane == 1 ? 1 : ratioOf(camera, fields);
+    return roundToInt(scale / response(sky, place) * one);
   });
 }
 

@@ -10,14 +10,25 @@
 
 namespace orvacam::simulator {
 
+/// What one count means at a gain setting.
+struct GainSetting {
+  unsigned int index;    ///< as the header carries it
+  double electronsLow;   ///< electrons per count of the low-gain channel
+  double electronsHigh;  ///< of the high-gain channel
+};
+
 /// A camera that can be simulated.
 struct Camera {
   const char* name;      ///< as users write it
   const char* model;     ///< as the camera writes it
-  double electronsLow;   ///< electrons per count of the low-gain channel at gain index 0
+  double electronsLow;   ///< electrons per count of the low-gain channel, at settings that are not listed
   double electronsHigh;  ///< of the high-gain channel; 0 for a sensor with one gain
   unsigned int bits;     ///< of the data, in the usual mode
   bool ccd;
+  std::vector<GainSetting> gains;
+
+  double lowAt(unsigned int index) const;
+  double highAt(unsigned int index) const;
 };
 
 const std::vector<Camera>& cameras();
@@ -35,6 +46,7 @@ struct Sky {
   double starRadius = 1.7;    ///< pixels
   double readNoise = 4;       ///< electrons
   double columnPattern = 3;   ///< high-gain counts, the largest offset of a column
+  double rowPattern = 1;      ///< the same of a row
   double gainPattern = 0.01;  ///< the largest relative deviation of a pixel's response
 };
 
@@ -47,8 +59,8 @@ std::optional<HeaderFields> headerFor(const Camera& camera, const std::string& m
 /// fixed pattern.
 std::vector<Plane> exposeSky(const Camera& camera, const HeaderFields& fields, const Sky& sky);
 
-/// Reference files that undo the fixed pattern of exposeSky: a header, then two planes of fixed-point terms.
-/// Only for layouts whose planes are row by row the frame (no reference pixels on the GSENSE sensors).
+/// Reference files that undo the fixed pattern of exposeSky: a header, then two planes of fixed-point terms,
+/// each pixel's where the decoded planes have it.
 std::vector<unsigned char> dsnuFile(const Camera& camera, const HeaderFields& fields, const Sky& sky);
 std::vector<unsigned char> prnuFile(const Camera& camera, const HeaderFields& fields, const Sky& sky);
 
