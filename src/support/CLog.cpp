@@ -1,6 +1,7 @@
 #include <orvacam/support/CLog.h>
 #include <orvacam/support/util.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <cwchar>
@@ -77,9 +78,10 @@ std::basic_string<Character> formatted(const Character* pFormat, va_list args, P
   return pFormat;
 }
 
-/// Cuts a message to a line: at most 1023 characters, the last one a line feed.
+/// Cuts a message to a line: at most 1023 characters, the last one a line feed. A zero character ends it.
 template <typename Character>
 void makeLine(std::basic_string<Character>& text) {
+  text.resize(std::min(text.find(Character(0)), text.size()));
   if (text.size() >= lineCapacity || (text.size() == lineCapacity - 1 && text.back() != Character('\n')))
     text.resize(lineCapacity - 2);
   if (text.empty() || text.back() != Character('\n')) text.push_back(Character('\n'));

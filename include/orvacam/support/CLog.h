@@ -31,8 +31,9 @@ enum CLOGLEVEL : int {
 ///
 /// Threads: writes are serialized by one mutex. getInstance and release take no lock: make the instance
 /// before threads share it. Formats are printf formats; in wide formats "%s" takes narrow and "%ls" wide
-/// text. Lines are cut at 1023 characters, a line feed included. A file that cannot be opened is reported on
-/// standard error and logging goes on without one.
+/// text. Lines are cut at 1023 characters, a line feed included; of a message that cannot be formatted
+/// (narrow text that the program's locale does not know) the format itself is written. A file that cannot be
+/// opened is reported on standard error and logging goes on without one.
 class ORVACAM_API CLog {
  public:
   /// Makes the log directory. Programs use getInstance.
