@@ -52,3 +52,19 @@ build_preset() {
   if [[ ! -f build/$preset/build.ninja ]]; then cmake --preset "$preset" >/dev/null; fi
   cmake --build --preset "$preset" "${targets[@]}"
 }
+
+# Builds the command-line program alone, which needs the packages of the group "build" only. A release build that is
+# there serves as well.
+build_tool() {
+  local folder=$root/build/release
+  if [[ ! -f $folder/build.ninja ]]; then
+    folder=$root/build/tool
+    if [[ ! -f $folder/build.ninja ]]; then
+      cmake --preset release -S "$root" -B "$folder" -DORVACAM_BUILD_TESTS=OFF -DORVACAM_BUILD_BENCH=OFF \
+        -DORVACAM_BUILD_EXAMPLES=OFF >/dev/null
+    fi
+  fi
+  cmake --build "$folder" --target orvacam_tool
+  # shellcheck disable=SC2034  # for the sourcing script
+  orvacam=$folder/tools/orvacam/orvacam
+}
