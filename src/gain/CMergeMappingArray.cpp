@@ -1,6 +1,7 @@
 #include <orvacam/gain/CMergeMappingArray.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
 
 CMergeMappingArray::CMergeMappingArray() : m_uiWidth(0), m_uiHeight(0), m_pData(nullptr) {}
@@ -12,7 +13,9 @@ CMergeMappingArray::~CMergeMappingArray() {
 void CMergeMappingArray::Create(unsigned int uiWidth, unsigned int uiHeight) {
   if (m_pData != nullptr && m_uiWidth == uiWidth && m_uiHeight == uiHeight) return;
   FreeAll();
-  m_pData = new (std::nothrow) unsigned short[static_cast<unsigned long>(uiWidth) * uiHeight];
+  const unsigned long entries = static_cast<unsigned long>(uiWidth) * uiHeight;
+  if (entries > PTRDIFF_MAX / sizeof(unsigned short)) return;  // new would throw rather than fail
+  m_pData = new (std::nothrow) unsigned short[entries];
   if (m_pData == nullptr) return;
   m_uiWidth = uiWidth;
   m_uiHeight = uiHeight;

@@ -1,0 +1,285 @@
+// The gain tables of each sensor.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <orvacam/gain/CCameraNVMergeSettings.h>
+#include <orvacam/gain/CDeviceGainTablesFactory.h>
+#include <orvacam/gain/CGainTables.h>
+#include <orvacam/types/device_types.h>
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+#include "gain/CalibrationBlock.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+constexpr auto low = ORVA_GAIN_TABLE_LOW_CHANNEL;
+constexpr auto high = ORVA_GAIN_TABLE_HIGH_CHANNEL;
+constexpr auto neither = static_cast<ORVAGAINTABLE>(2);
+
+std::unique_ptr<IDeviceGainTables> make(unsigned int device, bool bsi = false,
+                                        CCameraNVMergeSettings* nv = nullptr) {
+  return std::unique_ptr<IDeviceGainTables>(
+      CDeviceGainTablesFactory::IDeviceGainTables_Create({device, bsi}, nv));
+}
+
+std::vector<gain_value_t> table(IDeviceGainTables& tables, ORVAGAINTABLE channel, bool sorted = false) {
+  std::vector<gain_value_t> entries(tables.GetNumEntries(channel));
+  EXPECT_EQ(tables.GetTable(channel, entries.data(), entries.size(), sorted), 0);
+  return entries;
+}
+
+std::vector<unsigned int> values(const std::vector<gain_value_t>& entries) {
+  std::vector<unsigned int> all;
+  for (const gain_value_t& entry : entries)
+    all.push_back(entry.uiValue);
+  return all;
+}
+
+TEST(GainTablesFactory, KnowsEveryDevice) {
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE400*>(make(0x01000400).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE2020_BSI*>(make(0x01002020, true).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE2020_FSI*>(make(0x01002020, false).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE4040*>(make(0x01004040, true).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE6060*>(make(0x01006060).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesIMX183*>(make(0x04000183).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesLumora420*>(make(0x05000420).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesLumora533*>(make(0x05000533).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesLumora571*>(make(0x05000571).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesLSGEN*>(make(0x850F0000).get()), nullptr);
+  for (const unsigned int other : {0x03023042u, 0x03023084u, 0x03004320u, 0u, 0xFFFFFFFFu})
+    EXPECT_NE(dynamic_cast<CGainTablesGeneric*>(make(other).get()), nullptr);
+}
+
+struct Row {
+  unsigned int device;
+  bool bsi;
+  unsigned int entries, dne;
+  double ratio;
+  unsigned int regs[2][3];
+};
+
+const Row rows[] = {
+    {0x01000400, false, 8, 8, 40.0, {{7, 18, 0x1C0000}, {7, 15, 0x38000}}},
+    {0x01002020, true, 26, 26, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
+    {0x01002020, false, 64, 64, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
+    {0x01004040, false, 58, 58, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
+    {0x01006060, false, 58, 58, 14.32, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
+    {0x04000183, false, 4, 0, 1.0, {{17, 24, 0x3000000}, {17, 24, 0x3000000}}},
+    {0x05000420, false, 481, 481, 40.0, {{20, 0, 0xFFFFFFFF}, {20, 0, 0xFFFFFFFF}}},
+    {0x05000533, false, 7, 7, 40.0, {{62, 0, 0xFFFFFFFF}, {62, 0, 0xFFFFFFFF}}},
+    {0x05000571, false, 7, 7, 40.0, {{64, 0, 0xFFFFFFFF}, {64, 0, 0xFFFFFFFF}}},
+    {0, false, 1, 0, 1.0, {{7, 18, 0x1C0000}, {7, 15, 0x38000}}},
+};
+
+TEST(GainTables, HaveTheirSizesRatiosAndRegisters) {
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.device);
+    const auto tables = make(row.device, row.bsi);
+    for (const ORVAGAINTABLE channel : {low, high}) {
+      EXPECT_EQ(tables->GetNumEntries(channel), row.entries);
+      EXPECT_EQ(tables->GetDNETableNumEntries(channel), row.dne);
+      unsigned int reg = 0, shift = 0, mask = 0;
+      EXPECT_EQ(tables->GetGainRegs(channel, &reg, &shift, &mask), 0);
+      EXPECT_THAT((std::vector<unsigned int>{reg, shift, mask}),
+                  ::testing::ElementsAreArray(row.regs[channel]));
+      EXPECT_EQ(tables->GetGainRegs(channel, nullptr, nullptr, nullptr), 0);
+    }
+    EXPECT_EQ(tables->GetGainRegs(neither, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(tables->GetDNETableGainRatio(5000, 5000), row.ratio);  // no such gains
+  }
+}
+
+TEST(GainTables, OfTheLsgenHaveNoRegisters) {
+  const auto tables = make(0x850F0000);
+  unsigned int reg = 9, shift = 9, mask = 9;
+  EXPECT_EQ(tables->GetGainRegs(low, &reg, &shift, &mask), 0);
+  EXPECT_EQ(reg + shift + mask, 27u);
+  EXPECT_EQ(tables->GetGainRegs(neither, &reg, &shift, &mask), -1);
+  EXPECT_EQ(tables->GetNumEntries(low), 1u);
+  EXPECT_EQ(tables->GetDNETableGainRatio(0, 0), 1.0);
+}
+
+TEST(GainTables, OfTheGsense400) {
+  const auto tables = make(0x01000400);
+  EXPECT_THAT(values(table(*tables, low)), ElementsAre(660, 1850, 2490, 3680, 1290, 3700, 4950, 7250));
+  EXPECT_THAT(values(table(*tables, high, true)), ElementsAre(660, 1290, 1850, 2490, 3680, 3700, 4950, 7250));
+  const double lowElectrons[] = {47.8469, 17.3611, 12.6904, 8.6059, 24.9377, 8.8652, 6.5789, 4.8544};
+  const double highElectrons[] = {7.5988, 2.5661, 1.7492, 1.0896, 3.7979, 1.1004, 0.8109, 0.5549};
+  for (unsigned int i = 0; i < 8; ++i) {
+    EXPECT_EQ(tables->GetDNETableValue(low, i), lowElectrons[i]);
+    EXPECT_EQ(tables->GetDNETableValue(high, i), highElectrons[i]);
+    EXPECT_EQ(tables->GetDNETableDeviceIndex(high, i), i);
+  }
+  EXPECT_EQ(tables->GetDNETableGainRatio(0, 0), 47.8469 / 7.5988);
+}
+
+TEST(GainTables, OfTheGsense4040LeaveOutTheIndicesThatRepeatAValue) {
+  const auto tables = make(0x01004040);
+  const std::vector<gain_value_t> entries = table(*tables, low);
+  EXPECT_THAT(values({entries.begin(), entries.begin() + 9}),
+              ElementsAre(1000, 400, 1500, 600, 2000, 800, 2500, 3000, 1200));
+  EXPECT_EQ(entries[56].uiValue, 16500u);
+  EXPECT_EQ(entries[57].uiValue, 6600u);
+  EXPECT_EQ(entries[57].uiDeviceIndex, 63u);
+  std::vector<unsigned int> all = values(entries);
+  std::sort(all.begin(), all.end());
+  EXPECT_EQ(std::unique(all.begin(), all.end()), all.end());
+  EXPECT_EQ(tables->GetTableIndexFromDeviceIndex(low, 7), 7u);    // absent
+  EXPECT_EQ(tables->GetTableIndexFromDeviceIndex(low, 57), 57u);  // absent, below 58
+  EXPECT_EQ(tables->GetTableIndexFromDeviceIndex(low, 64), 57u);
+  EXPECT_EQ(tables->GetTableIndexFromDeviceIndex(low, 8), 7u);
+}
+
+TEST(GainTables, OfTheGsense6060AreThoseOfThe4040Ascending) {
+  std::vector<unsigned int> expected = values(table(*make(0x01004040), low, true));
+  const auto tables = make(0x01006060);
+  const std::vector<gain_value_t> entries = table(*tables, high);
+  EXPECT_EQ(values(entries), expected);
+  for (unsigned int i = 0; i < 58; ++i)
+    EXPECT_EQ(entries[i].uiDeviceIndex, i);
+  EXPECT_EQ(entries[0].uiValue, 400u);
+  EXPECT_EQ(entries[37].uiValue, 6600u);
+  EXPECT_EQ(entries[38].uiValue, 7000u);
+  EXPECT_EQ(entries[39].uiValue, 7500u);
+}
+
+TEST(GainTables, OfTheGsense2020KeepTheirUnevenValues) {
+  const auto bsi = make(0x01002020, true);
+  EXPECT_EQ(table(*bsi, low)[25].uiValue, 13500u);
+  const auto fsi = make(0x01002020, false);
+  const std::vector<unsigned int> lowValues = values(table(*fsi, low)),
+                                  highValues = values(table(*fsi, high));
+  EXPECT_EQ(lowValues[9], 127u);
+  EXPECT_EQ(lowValues[16], 1818u);
+  EXPECT_EQ(lowValues[41], 7564u);
+  EXPECT_EQ(highValues[41], 7565u);
+  EXPECT_EQ(lowValues[0], 316u);
+  EXPECT_EQ(lowValues[63], 22180u);
+  EXPECT_EQ(values(table(*fsi, low, true))[0], 127u);
+  unsigned long sum = 0;
+  for (const unsigned int value : lowValues)
+    sum += value;
+  EXPECT_EQ(sum, 435958u);
+}
+
+TEST(GainTables, OfTheOtherSensorsFollowTheirSteps) {
+  EXPECT_THAT(values(table(*make(0x04000183), low)), ElementsAre(0, 6000, 12000, 18000));
+  EXPECT_EQ(table(*make(0x05000420), high)[480].uiValue, 48000u);
+  EXPECT_THAT(values(table(*make(0x05000533), low)), ElementsAre(0, 6000, 12000, 18000, 24000, 30000, 36000));
+  EXPECT_EQ(make(0x05000571)->GetDNETableValue(low, 2), 12.0);    // the plain gain
+  EXPECT_EQ(make(0x05000571)->GetDNETableGainRatio(0, 0), 40.0);  // a high value of 0
+}
+
+TEST(GainTables, TakeElectronsFromCurvesDefaultsAndTheCamera) {
+  const auto plain = make(0x01004040);
+  EXPECT_EQ(plain->GetDNETableValue(low, 25), 18.6916);
+  EXPECT_EQ(plain->GetDNETableValue(high, 49), 10.0);
+  EXPECT_EQ(plain->GetDNETableValue(low, 62), 0.8194);
+  EXPECT_EQ(plain->GetDNETableValue(low, 0), 18.6916);
+  EXPECT_EQ(plain->GetDNETableValue(high, 0), 0.8194);
+  const auto large = make(0x01006060);
+  EXPECT_EQ(large->GetDNETableValue(low, 37), 35.714);
+  EXPECT_EQ(large->GetDNETableValue(high, 37), 2.494);
+  EXPECT_EQ(large->GetDNETableValue(low, 0), 12.5);
+  EXPECT_EQ(large->GetDNETableValue(high, 0), 2.494);
+  EXPECT_EQ(large->GetDNETableValue(high, 21), 3.226);
+
+  CalibrationBlock b;
+  b.ratios(1, 1, 1, 1);
+  b.counts(1, 1, 0, 0);
+  b.electrons(25, 3.5);  // high
+  b.electrons(3, 7.25);  // low
+  const CalibrationBlock::Bytes block = b.block(1);
+  CCameraNVMergeSettings nv;
+  nv.Initialize(block.data(), block.size());
+  const auto calibrated = make(0x01004040, false, &nv);
+  EXPECT_EQ(calibrated->GetDNETableValue(high, 25), 3.5);
+  EXPECT_EQ(calibrated->GetDNETableValue(low, 25), 18.6916);
+  EXPECT_EQ(calibrated->GetDNETableValue(low, 3), 7.25);
+  EXPECT_EQ(calibrated->GetDNETableGainRatio(3, 25), 7.25 / 3.5);
+  // The tables of a class are shared: the first object now sees the second one's values.
+  EXPECT_EQ(plain->GetDNETableValue(high, 25), 3.5);
+  make(0x01004040);
+  EXPECT_EQ(calibrated->GetDNETableValue(high, 25), 18.6916);
+}
+
+TEST(GainTables, OfTwoThreadsDoNotDisturbEachOther) {
+  const auto mine = make(0x01004040);
+  std::unique_ptr<IDeviceGainTables> theirs;
+  std::thread([&theirs] {
+    CalibrationBlock b;
+    b.ratios(1, 1, 1, 1);
+    b.counts(0, 1, 0, 0);
+    b.electrons(0, 99.0);
+    const CalibrationBlock::Bytes block = b.block(1);
+    CCameraNVMergeSettings nv;
+    nv.Initialize(block.data(), block.size());
+    theirs = make(0x01004040, false, &nv);
+  }).join();
+  EXPECT_EQ(mine->GetDNETableValue(low, 0), 18.6916);
+  EXPECT_EQ(theirs->GetDNETableValue(low, 0), 99.0);  // also after its thread has ended
+}
+
+TEST(GainTables, FallBackForWhatTheyDoNotHave) {
+  const auto tables = make(0x01000400);
+  EXPECT_EQ(tables->GetDeviceValueFromTableIndex(low, 8), 1000u);
+  EXPECT_EQ(tables->GetDeviceValueFromTableIndex(neither, 0), 1000u);
+  EXPECT_EQ(tables->GetDeviceValueFromTableIndex(low, 7), 7250u);
+  EXPECT_EQ(tables->GetNumEntries(neither), 0xFFFFFFFFu);
+  EXPECT_EQ(tables->GetDNETableNumEntries(neither), 0xFFFFFFFFu);
+  EXPECT_EQ(tables->GetTableIndexFromDeviceIndex(neither, 77), 77u);
+  EXPECT_EQ(tables->GetTableIndexFromDeviceValue(low, 3700), 5u);
+  EXPECT_EQ(tables->GetTableIndexFromDeviceValue(low, 3701), 0u);
+  EXPECT_EQ(tables->GetTableIndexFromDeviceValue(neither, 3700), 0u);
+  EXPECT_EQ(tables->GetDNETableValue(neither, 0), 1.0);
+  EXPECT_EQ(tables->GetDNETableValue(low, 99), 1.0);
+  EXPECT_EQ(tables->GetDNETableDeviceIndex(neither, 5), 5u);
+  EXPECT_EQ(tables->GetDNETableDeviceIndex(low, 8), 8u);
+  EXPECT_EQ(make(0)->GetDNETableDeviceIndex(low, 3), 3u);
+  EXPECT_EQ(make(0)->GetDNETableValue(low, 0), 1.0);
+  EXPECT_EQ(make(0)->InitializeMergeSettings(nullptr), 0);
+  gain_value_t entries[8] = {};
+  EXPECT_EQ(tables->GetTable(low, entries, 7, false), -1);
+  EXPECT_EQ(entries[0].uiValue, 0u);
+  EXPECT_EQ(tables->GetTable(neither, entries, 8, false), -1);
+}
+
+TEST(GainTables, AreReplacedByTheCallersOwn) {
+  const auto tables = make(0x01000400);
+  const gain_value_t own[] = {{300, 2}, {100, 1}, {300, 0}, {200, 9}};
+  EXPECT_EQ(tables->SetGainTable(low, nullptr, 4), -1);
+  EXPECT_EQ(tables->SetGainTable(neither, own, 4), -1);
+  EXPECT_EQ(tables->MapGainTable(low, nullptr, 4), -1);
+  EXPECT_EQ(tables->MapGainTable(neither, own, 4), -1);
+  EXPECT_EQ(tables->MapDNEGainTable(low, nullptr, 1), -1);
+  merge_gain_t dne[] = {{-1.0, 0}, {2.0, 1}};
+  EXPECT_EQ(tables->MapDNEGainTable(neither, dne, 2), -1);
+  ASSERT_EQ(tables->SetGainTable(low, own, 4), 0);
+  const std::vector<gain_value_t> sorted = table(*tables, low, true);
+  EXPECT_THAT(values(sorted), ElementsAre(100, 200, 300, 300));
+  EXPECT_EQ(sorted[2].uiDeviceIndex, 2u);  // equal values keep their order
+  ASSERT_EQ(tables->MapDNEGainTable(low, dne, 2), 0);
+  EXPECT_EQ(tables->GetDNETableGainRatio(0, 0), 40.0);  // a negative low value
+  EXPECT_EQ(tables->GetDNETableGainRatio(1, 0), 2.0 / 7.5988);
+  tables->FreeTables();
+  EXPECT_EQ(tables->GetNumEntries(low), 0u);
+  EXPECT_EQ(tables->GetDNETableNumEntries(low), 2u);
+}
+
+TEST(GainTables, CurvesGiveTheirFirstFittingPoint) {
+  const CGainTablesGSENSE400 tables;
+  const electrons_per_count_t curve[] = {{3, 1.5}, {3, 2.5}};
+  double value = 9;
+  EXPECT_TRUE(tables.CurveEVPerCount(3, curve, 2, value));
+  EXPECT_EQ(value, 1.5);
+  EXPECT_FALSE(tables.CurveEVPerCount(4, curve, 2, value));
+  EXPECT_FALSE(tables.CurveEVPerCount(3, nullptr, 2, value));
+  EXPECT_FALSE(tables.CurveEVPerCount(3, curve, 0, value));
+  EXPECT_EQ(value, 1.5);
+}
+
+}  // namespace

@@ -1,0 +1,258 @@
+// Merge settings: a record for each pair of gains, and the mapping array.
+
+#include <gtest/gtest.h>
+#include <orvacam/gain/CCameraNVMergeSettings.h>
+#include <orvacam/gain/CMergeSettings.h>
+#include <orvacam/types/device_types.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "gain/CalibrationBlock.h"
+
+namespace {
+
+constexpr gain_type_info_t gsense400{ORVA_DEVICE_GSENSE400, false};
+constexpr gain_type_info_t generic{ORVA_DEVICE_UNKNOWN, false};
+
+TEST(MergeSettings, HaveNoPairsBeforeInitializationOrWithoutTables) {
+  CMergeSettings settings;
+  EXPECT_EQ(settings.GetGainRatio(0, 0), 40.0);
+  EXPECT_EQ(settings.GetADUValue(0), 1.0);
+  EXPECT_FALSE(settings.HasGainOffsetPairs());
+  EXPECT_EQ(settings.GenerateMergeMappingArrays(4, 0, 0, 0.0), nullptr);
+  EXPECT_EQ(settings.Initialize(generic, nullptr), 0);
+  EXPECT_FALSE(settings.HasGainOffsetPairs());
+  EXPECT_EQ(settings.GetGainRatio(0, 0), 1.0);
+  EXPECT_EQ(settings.GenerateMergeMappingArrays(4, 0, 0, 0.0), nullptr);
+  EXPECT_EQ(settings.GetGainOffsetPair(3, 3).iLineOffset[0], 3500);  // the default record
+  EXPECT_EQ(settings.GetGainOffsetPair(3, 3).uiMergeThreshold1, 15750u);
+  EXPECT_EQ(settings.GetGainOffsetPair(3, 3).uiMergeThreshold2, 15580u);
+}
+
+TEST(MergeSettings, GenerateRecordsFromTheSensorsOwnRatios) {
+  CMergeSettings settings;
+  ASSERT_EQ(settings.Initialize(gsense400, nullptr), 0);
+  ASSERT_EQ(settings.GetNumLowGains(), 8u);
+  ASSERT_EQ(settings.GetNumHighGains(), 8u);
+  const merge_line_offsets_t& r = settings.GetGainOffsetPair(1, 2);
+  const double ratio = 17.3611 / 1.7492;
+  EXPECT_EQ(r.dGainRatio, ratio);
+  EXPECT_EQ(r.iLineOffset[0], static_cast<int>(ratio * 120));
+  EXPECT_EQ(r.iLineOffset[1], static_cast<int>(ratio * 125));
+  EXPECT_EQ(r.iLineOffset[2], static_cast<int>(ratio * 130));
+  EXPECT_EQ(r.dTemperature[0], -10.0);
+  EXPECT_EQ(r.uiMergeThreshold1, 15752u);
+  EXPECT_EQ(r.uiMergeThreshold2, 15670u);
+  EXPECT_EQ(r.uiMappingThreshold, 3800u);
+  EXPECT_EQ(r.uiLowGainSetting, 1u);
+  EXPECT_EQ(r.uiHighGainSetting, 2u);
+  EXPECT_EQ(settings.GetGainOffsetPairGainRatio(1, 2), ratio);
+  EXPECT_EQ(settings.GetADUValue(2), 1.7492);
+}
+
+TEST(MergeSettings, OfARatioOf40HaveTheUsualOffsets) {
+  CMergeSettings settings;
+  settings.Initialize({ORVA_DEVICE_LUMORA533, false}, nullptr);
+  const merge_line_offsets_t& r = settings.GetGainOffsetPair(0, 0);
+  EXPECT_EQ(r.dGainRatio, 40.0);
+  EXPECT_EQ(r.iLineOffset[0], 4800);
+  EXPECT_EQ(r.iLineOffset[1], 5000);
+  EXPECT_EQ(r.iLineOffset[2], 5200);
+}
+
+class Calibrated : public ::testing::Test {
+ protected:
+  void calibrate(unsigned int records, unsigned int extras) {
+    CalibrationBlock b;
+    b.ratios(1, 1, 22.0, 30.0);
+    b.counts(0, 0, records, extras);
+    if (records > 0) b.record(4, false, sampleRecord(1, 2));
+    if (extras > 0) b.record(4, true, sampleRecord(77, 78));
+    const CalibrationBlock::Bytes block = b.block(4);
+    nv.Initialize(block.data(), block.size());
+    ASSERT_EQ(settings.Initialize(gsense400, &nv), 0);
+  }
+  CCameraNVMergeSettings nv;
+  CMergeSettings settings;
+};
+
+TEST_F(Calibrated, TakesThePairsOwnRecordButNeverItsMappingThreshold) {
+  calibrate(1, 1);
+  const merge_line_offsets_t& r = settings.GetGainOffsetPair(1, 2);
+  EXPECT_EQ(r.dGainRatio, 13.5);
+  EXPECT_EQ(r.iLineOffset[1], 202);
+  EXPECT_EQ(r.dTemperature[0], -20.25);
+  EXPECT_EQ(r.uiMergeThreshold1, 111u);
+  EXPECT_EQ(r.uiMappingThreshold, 3800u);
+}
+
+TEST_F(Calibrated, TakesTheFirstExtraRecordForAMissingPairWhateverItsGains) {
+  calibrate(1, 1);
+  const merge_line_offsets_t& r = settings.GetGainOffsetPair(3, 3);
+  EXPECT_EQ(r.dGainRatio, 89.5);
+  EXPECT_EQ(r.iLineOffset[1], 278);
+  EXPECT_EQ(r.uiLowGainSetting, 3u);  // table indices
+  EXPECT_EQ(r.uiHighGainSetting, 3u);
+}
+
+TEST_F(Calibrated, GeneratesFromTheDefaultRatioWithoutExtras) {
+  calibrate(1, 0);
+  const merge_line_offsets_t& r = settings.GetGainOffsetPair(3, 3);
+  EXPECT_EQ(r.dGainRatio, 30.0);
+  EXPECT_EQ(r.iLineOffset[0], 3600);
+  EXPECT_EQ(r.iLineOffset[2], 3900);
+}
+
+TEST_F(Calibrated, GoesBackToTheSensorsRatiosWhenInitializedWithoutTheCamera) {
+  calibrate(1, 1);
+  settings.Initialize(gsense400, nullptr);
+  EXPECT_EQ(settings.GetGainOffsetPairGainRatio(1, 2), 17.3611 / 1.7492);
+}
+
+TEST(MergeSettings, LookBothGainsUpInTheLowTable) {
+  CMergeSettings settings;
+  settings.Initialize({ORVA_DEVICE_GSENSE4040, false}, nullptr);
+  const merge_line_offsets_t& r = settings.GetGainOffsetPair(8, 63);
+  EXPECT_EQ(r.uiLowGainSetting, 7u);
+  EXPECT_EQ(r.uiHighGainSetting, 57u);
+  EXPECT_EQ(settings.GetGainOffsetPair(4000000000u, 4000000000u).uiHighGainSetting,
+            57u);  // the last position
+}
+
+TEST(MergeSettings, FindRecordsByBothGains) {
+  const merge_line_offsets_t records[] = {sampleRecord(1, 2), sampleRecord(2, 1), sampleRecord(1, 2)};
+  auto* const some = const_cast<merge_line_offsets_t*>(records);
+  EXPECT_EQ(CMergeSettings::FindCameraMergeLineOffsetIndex(some, 3, 1, 2), 0);
+  EXPECT_EQ(CMergeSettings::FindCameraMergeLineOffsetIndex(some, 3, 2, 1), 1);
+  EXPECT_EQ(CMergeSettings::FindCameraMergeLineOffsetIndex(some, 3, 2, 2), -1);
+  EXPECT_EQ(CMergeSettings::FindCameraMergeLineOffsetIndex(nullptr, 3, 1, 2), -1);
+  EXPECT_EQ(CMergeSettings::FindCameraMergeLineOffsetIndex(some, 0, 1, 2), -1);
+}
+
+int offsetAt(merge_line_offsets_t record, double temperature) {
+  CMergeSettings settings;
+  settings.Initialize(gsense400, nullptr);
+  settings.GetGainOffsetPair(0, 0) = record;
+  double ratio = 0;
+  int offset = 0;
+  unsigned int threshold = 0;
+  EXPECT_EQ(settings.CalculateMergeParams(0, 0, temperature, ratio, offset, threshold), 0);
+  EXPECT_EQ(ratio, record.dGainRatio);
+  EXPECT_EQ(threshold, record.uiMappingThreshold);
+  return offset;
+}
+
+TEST(LineOffset, RunsThroughThePointsAndOnBeyondThem) {
+  const merge_line_offsets_t r = sampleRecord(0, 0);  // -20.25: -100, 0.5: 200, 33: 300
+  EXPECT_EQ(offsetAt(r, -20.25), -100);
+  EXPECT_EQ(offsetAt(r, 0.5), 200);
+  EXPECT_EQ(offsetAt(r, 33.0), 300);
+  const auto first = [](double t) { return static_cast<int>(std::fma(t + 20.25, 300 / 20.75, -100)); };
+  const auto second = [](double t) { return static_cast<int>(std::fma(t - 0.5, 100 / 32.5, 200)); };
+  for (const double t : {-50.0, -20.0, -3.3, 0.4})
+    EXPECT_EQ(offsetAt(r, t), first(t)) << t;
+  for (const double t : {0.6, 7.7, 32.9, 80.0})
+    EXPECT_EQ(offsetAt(r, t), second(t)) << t;
+}
+
+TEST(LineOffset, OfDescendingPointsChoosesTheOtherWayRound) {
+  merge_line_offsets_t r = sampleRecord(0, 0);
+  std::reverse(std::begin(r.dTemperature), std::end(r.dTemperature));
+  std::reverse(std::begin(r.iLineOffset), std::end(r.iLineOffset));
+  EXPECT_EQ(offsetAt(r, 33.0), 300);
+  EXPECT_EQ(offsetAt(r, 20.0), static_cast<int>(std::fma(20.0 - 33.0, (200.0 - 300) / (0.5 - 33.0), 300)));
+  EXPECT_EQ(offsetAt(r, -20.0), static_cast<int>(std::fma(-20.0 - 0.5, -300 / -20.75, 200)));
+}
+
+TEST(LineOffset, OfPointsThatCoincideIsDefined) {
+  merge_line_offsets_t r = sampleRecord(0, 0);
+  r.dTemperature[0] = r.dTemperature[1] = r.dTemperature[2] = 5.0;
+  EXPECT_EQ(offsetAt(r, 5.0), 0);  // 0 / 0 is no number
+  EXPECT_EQ(offsetAt(r, 6.0), std::numeric_limits<int>::max());
+  EXPECT_EQ(offsetAt(r, 4.0), std::numeric_limits<int>::min());
+}
+
+/// The mapping array, entry by entry, as it is documented.
+unsigned int mapped(unsigned int row, unsigned int column, double ratio, int offset, unsigned int threshold,
+                    double adu) {
+  if (row == 0) return 0;
+  if (row <= threshold) return static_cast<unsigned int>(row * adu) & 0xFFFF;
+  const int last =
+      threshold == 0 ? 65535 : static_cast<int>(static_cast<unsigned int>(threshold * adu) & 0xFFFF);
+  const auto line = static_cast<unsigned int>(std::fabs(column * ratio - offset));
+  return static_cast<unsigned int>(std::min(std::max(static_cast<int>(line * adu), last), 65535));
+}
+
+TEST(MappingArray, HoldsTheDocumentedValueForEveryPair) {
+  for (const unsigned int threshold : {0u, 1u, 20u, 62u, 63u, 3800u}) {
+    CMergeSettings settings;
+    settings.Initialize(gsense400, nullptr);
+    merge_line_offsets_t& r = settings.GetGainOffsetPair(1, 2);
+    r.uiMappingThreshold = threshold;
+    r.dGainRatio = 40.5;
+    std::fill_n(r.iLineOffset, 3, 700);
+    const CMergeMappingArray* map = settings.GenerateMergeMappingArrays(6, 1, 2, 5.0);
+    ASSERT_NE(map, nullptr);
+    ASSERT_EQ(map->GetWidth(), 64u);
+    ASSERT_EQ(map->GetHeight(), 64u);
+    for (unsigned int row = 0; row < 64; ++row)
+      for (unsigned int column = 0; column < 64; ++column)
+        ASSERT_EQ(map->GetData()[row * 64 + column], mapped(row, column, 40.5, 700, threshold, 1.7492))
+            << threshold << ": " << row << ", " << column;
+  }
+}
+
+TEST(MappingArray, KeepsItsStorageWhileItsSizeStays) {
+  CMergeSettings settings;
+  settings.Initialize(gsense400, nullptr);
+  const unsigned short* const data = settings.GenerateMergeMappingArrays(5, 0, 0, 0.0)->GetData();
+  EXPECT_EQ(settings.GenerateMergeMappingArrays(5, 1, 1, 9.0)->GetData(), data);
+  EXPECT_EQ(settings.GenerateMergeMappingArrays(0, 1, 1, 9.0)->GetWidth(), 1u);
+}
+
+TEST(MappingArray, OfMoreThan14BitsIsRefused) {
+  CMergeSettings settings;
+  settings.Initialize(gsense400, nullptr);
+  for (const unsigned int bits : {15u, 16u, 32u, 0xFFFFFFFFu})
+    EXPECT_EQ(settings.GenerateMergeMappingArrays(bits, 0, 0, 0.0), nullptr);
+}
+
+TEST(MappingArray, CopiesRowsThatExist) {
+  CMergeMappingArray map;
+  map.CopyRow(0, 0);
+  map.Create(2, 3);
+  unsigned short* const data = map.GetData();
+  for (unsigned short i = 0; i < 6; ++i)
+    data[i] = i;
+  map.CopyRow(0, 2);
+  EXPECT_EQ(data[4], 0);
+  EXPECT_EQ(data[5], 1);
+  map.CopyRow(0, 3);
+  map.CopyRow(3, 0);
+  map.CopyRow(1, 1);
+  EXPECT_EQ(data[0], 0);
+  map.Create(2, 3);
+  EXPECT_EQ(map.GetData(), data);  // the old contents stay
+  map.Create(1, 1);
+  EXPECT_EQ(map.GetHeight(), 1u);
+  map.FreeAll();
+  EXPECT_EQ(map.GetData(), nullptr);
+  EXPECT_EQ(map.GetWidth(), 0u);
+  map.Create(0xFFFFFFFF, 0xFFFFFFFF);  // more than there is
+  EXPECT_EQ(map.GetData(), nullptr);
+}
+
+TEST(GainOffsetPairs, AreKeptWhileTheirNumberStays) {
+  CMergeSettings settings;
+  ASSERT_EQ(settings.AllocateGainOffsetPairs(2, 3), 0);
+  EXPECT_EQ(settings.GetNumHighGains(), 3u);
+  EXPECT_EQ(settings.AllocateGainOffsetPairs(2, 3), 0);
+  EXPECT_EQ(settings.AllocateGainOffsetPairs(3, 2), 0);
+  settings.FreeGainOffsetPairs();
+  EXPECT_FALSE(settings.HasGainOffsetPairs());
+  settings.FreeAll();
+}
+
+}  // namespace
