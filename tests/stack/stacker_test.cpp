@@ -5,6 +5,7 @@
 #include <orvacam/stack/CStacker.h>
 
 #include <random>
+#include <string>
 #include <vector>
 
 #include "TestFolder.h"
@@ -14,6 +15,14 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+
+constexpr unsigned int seed = 20240607;
+
+class OpenStacker : public CStacker {
+ public:
+  using CStacker::m_uiMetaDataBufferSize;
+  using CStacker::m_uiNumFrames;
+};
 
 struct Means {
   std::vector<unsigned short> low, high;
@@ -56,6 +65,90 @@ TEST(Stacker, StacksTwoPlanesOrTheLowOneAlone) {
   const Means means = finish(stacker);
   EXPECT_THAT(means.low, ElementsAre(10));
   EXPECT_THAT(means.high, ElementsAre(500));
+}
+
+TEST(Stacker, IsTheMeanOfSumsInDoublesCutToAnInteger) {
+  std::mt19937 random(seed);
+  for (const std::size_t pixels : {1u, 2u, 7u, 8u, 15u, 16u, 17u, 31u, 33u, 63u, 64u, 65u, 1000u}) {
+    CStacker stacker;
+    ASSERT_EQ(stacker.Initialize(pixels), 0);
+    std::vector<double> lowSums(pixels), highSums(pixels);
+    const unsigned int frames = 1 + random() % 40;
+    for (unsigned int frame = 0; frame < frames; ++frame) {
+      std::vector<unsigned char> bytes(pixels);
+      std::vector<unsigned short> low(pixels), high(pixels);
+      const unsigned int form = random() % 4;
+      for (std::size_t i = 0; i < pixels; ++i) {
+        bytes[i] = static_cast<unsigned char>(random());
+        low[i] = static_cast<unsigned short>(random());
+        high[i] = static_cast<unsigned short>(random());
+        lowSums[i] += form == 0 ? bytes[i] : low[i];
+        highSums[i] += form == 3 ? high[i] : 0;
+      }
+      ASSERT_EQ(form == 0   ? stacker.StackNextFrame(bytes.data(), pixels)
+                : form == 1 ? stacker.StackNextFrame(low.data(), pixels)
+                            : stacker.StackNextFrame(low.data(), form == 3 ? high.data() : nullptr, pixels),
+                0);
+    }
+    const Means means = finish(stacker);
+    ASSERT_EQ(means.low.size(), pixels);
+    for (std::size_t i = 0; i < pixels; ++i) {
+      ASSERT_EQ(means.low[i], static_cast<unsigned int>(lowSums[i] / frames))
+          << "seed " << seed << " at " << i;
+      ASSERT_EQ(means.high[i], static_cast<unsigned int>(highSums[i] / frames))
+          << "seed " << seed << " at " << i;
+    }
+  }
+}
+
+TEST(Stacker, KeepsItsResultsUntilTheNextFinish) {
+  CStacker stacker;
+  ASSERT_EQ(stacker.Initialize(1), 0);
+  const unsigned short first = 100, second = 7;
+  unsigned short *low = nullptr, *high = nullptr, *again = nullptr;
+  unsigned int count = 0;
+  ASSERT_EQ(stacker.StackNextFrame(&first, &second, 1), 0);
+  ASSERT_EQ(stacker.Finish(&low, &high, &count), 0);
+  ASSERT_EQ(stacker.StackNextFrame(&second, 1), 0);
+  EXPECT_EQ(*low, 100);
+  EXPECT_EQ(*high, 7);
+  ASSERT_EQ(stacker.Finish(&again, nullptr, &count), 0);
+  EXPECT_EQ(again, low);
+  EXPECT_EQ(*low, 7);
+  EXPECT_EQ(*high, 0);
+}
+
+TEST(Stacker, LeavesTheStackAsItIsWhenItRefusesAFrame) {
+  OpenStacker stacker;
+  ASSERT_EQ(stacker.Initialize(2), 0);
+  const unsigned short frame[] = {10, 20}, other[] = {1, 1, 1};
+  ASSERT_EQ(stacker.StackNextFrame(frame, 2), 0);
+  EXPECT_EQ(stacker.StackNextFrame(other, 3), -1);
+  EXPECT_EQ(stacker.StackNextFrame(other, 0), -1);
+  EXPECT_EQ(stacker.StackNextFrame(nullptr, other, 2), -1);
+  EXPECT_EQ(stacker.Finish(nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(stacker.m_uiNumFrames, 1u);
+  EXPECT_THAT(finish(stacker).low, ElementsAre(10, 20));
+  EXPECT_EQ(stacker.m_uiNumFrames, 0u);
+}
+
+TEST(Stacker, OfNoPixelsStacksFramesOfNoPixels) {
+  CStacker stacker;
+  ASSERT_EQ(stacker.Initialize(0), 0);
+  const unsigned short none = 0;
+  EXPECT_EQ(stacker.StackNextFrame(&none, 0), 0);
+  EXPECT_EQ(finish(stacker).low.size(), 0u);
+}
+
+TEST(Stacker, InitializedAgainForgetsFramesAndTakesTheNewSize) {
+  CStacker stacker;
+  ASSERT_EQ(stacker.Initialize(2), 0);
+  const unsigned short frame[] = {10, 20, 30};
+  ASSERT_EQ(stacker.StackNextFrame(frame, 2), 0);
+  ASSERT_EQ(stacker.Initialize(3), 0);
+  EXPECT_EQ(stacker.StackNextFrame(frame, 2), -1);
+  ASSERT_EQ(stacker.StackNextFrame(frame, 3), 0);
+  EXPECT_THAT(finish(stacker).low, ElementsAre(10, 20, 30));
 }
 
 TEST(Stacker, StartsOverAfterFinish) {
@@ -151,17 +244,20 @@ TEST(StackedMetaData, MarksAStackedSixteenBitFrame) {
 TEST(StackedMetaData, GrowsWithALargerHeaderAndRefusesWhatIsNone) {
   const LogCapture log;
   orvacam::simulator::HeaderFields fields;
-  CStacker stacker;
+  OpenStacker stacker;
   unsigned char* bytes = nullptr;
   std::vector<unsigned char> base = orvacam::simulator::writeHeader(fields, 3);
   EXPECT_EQ(stacker.GetStackedMetaData(nullptr, 384, &bytes, nullptr), 0);
   EXPECT_EQ(bytes, nullptr);
   EXPECT_EQ(stacker.GetStackedMetaData(base.data(), 384, nullptr, nullptr), 0);
   ASSERT_EQ(stacker.GetStackedMetaData(base.data(), 384, &bytes, nullptr), 0);
+  EXPECT_EQ(stacker.m_uiMetaDataBufferSize, 384u);
   fields.otherBlock.assign(5000, 7);
   base = orvacam::simulator::writeHeader(fields, 4);
   ASSERT_EQ(stacker.GetStackedMetaData(base.data(), base.size(), &bytes, nullptr), 0);
-  EXPECT_EQ(bytes[0], 'M');
+  // The length that the header states, which counts its block, and the block.
+  EXPECT_EQ(stacker.m_uiMetaDataBufferSize, 384u + 5000 + 5000);
+  EXPECT_EQ(std::string(bytes, bytes + 4), "Meta");
   EXPECT_EQ(stacker.GetStackedMetaData(base.data(), 20, &bytes, nullptr), -1);
   EXPECT_THAT(log.text(), HasSubstr("ERROR, GetStackedMetaData: Invalid base meta data provided!\n"));
 }
