@@ -7,22 +7,71 @@
 
 namespace kernels = orvacam::kernels;
 
-static_assert(sizeof(unsigned long) == sizeof(std::uint64_t));
+// ---- Counts
+
+CFrameStatistics::counts_t::counts_t() : m_uiFirst(1), m_uiLast(0) {}
+
+CFrameStatistics::counts_t::counts_t(const counts_t& other) : counts_t() {
+  *this = other;
+}
+
+CFrameStatistics::counts_t& CFrameStatistics::counts_t::operator=(const counts_t& other) {
+  if (this == &other) return *this;
+  m_uiFirst = other.m_uiFirst;
+  m_uiLast = other.m_uiLast;
+  if (m_uiFirst > m_uiLast) return *this;
+  for (unsigned int bank = 0; bank < s_uiBanks; ++bank) {
+    const unsigned int start = bank * s_uiBankStride;
+    std::copy(other.m_Banks + start + m_uiFirst, other.m_Banks + start + m_uiLast + 1,
+              m_Banks + start + m_uiFirst);
+  }
+  return *this;
+}
+
+void CFrameStatistics::counts_t::Clear() {
+  m_uiFirst = 1;
+  m_uiLast = 0;
+}
+
+void CFrameStatistics::counts_t::DoZero(unsigned int uiFirst, unsigned int uiLast) {
+  for (unsigned int bank = 0; bank < s_uiBanks; ++bank)
+    std::fill(m_Banks + bank * s_uiBankStride + uiFirst, m_Banks + bank * s_uiBankStride + uiLast + 1, 0U);
+}
+
+void CFrameStatistics::counts_t::Cover(unsigned int uiFirst, unsigned int uiLast) {
+  if (m_uiFirst > m_uiLast) {
+    DoZero(uiFirst, uiLast);
+    m_uiFirst = uiFirst;
+    m_uiLast = uiLast;
+    return;
+  }
+  if (uiFirst < m_uiFirst) {
+    DoZero(uiFirst, m_uiFirst - 1);
+    m_uiFirst = uiFirst;
+  }
+  if (uiLast > m_uiLast) {
+    DoZero(m_uiLast + 1, uiLast);
+    m_uiLast = uiLast;
+  }
+}
+
+unsigned long CFrameStatistics::counts_t::Of(unsigned int uiValue) const {
+  unsigned long count = 0;
+  for (unsigned int bank = 0; bank < s_uiBanks; ++bank)
+    count += m_Banks[bank * s_uiBankStride + uiValue];
+  return count;
+}
+
+// ---- Statistics
 
 CFrameStatistics::CFrameStatistics()
-    : m_dLowClipFraction(0.05),
-      m_dHighClipFraction(0.001),
-      m_usLowClip(0),
-      m_usHighClip(0),
-      m_Counts{},
-      m_uiMax(0),
-      m_uiMin(1) {
+    : m_dLowClipFraction(0.05), m_dHighClipFraction(0.001), m_usLowClip(0), m_usHighClip(0) {
+  static_assert(s_uiBanks == kernels::countBanks && s_uiBankStride == kernels::countBankStride);
   Reset();
 }
 
 void CFrameStatistics::Reset() {
-  // Only values between the extremes have counts.
-  if (m_uiMin <= m_uiMax) std::fill(m_Counts + m_uiMin, m_Counts + m_uiMax + 1, 0UL);
+  m_Counts.Clear();
   m_dMean = m_dMidpoint = m_dMode = m_dStdDev = 0.0;
   m_uiCount = 0;
   m_MaxPoint = m_MinPoint = int_point_t{0, 0};
@@ -31,8 +80,9 @@ void CFrameStatistics::Reset() {
 }
 
 void CFrameStatistics::AddPixel(unsigned short usValue, const int_point_t& position) {
+  m_Counts.Cover(usValue, usValue);
+  ++m_Counts.GetBanks()[usValue];
   ++m_uiCount;
-  ++m_Counts[usValue];
   if (usValue > m_uiMax) {
     m_uiMax = usValue;
     m_MaxPoint = position;
@@ -55,7 +105,8 @@ void CFrameStatistics::AddRow(const unsigned short* pPixels, unsigned long ulCou
   unsigned short minimum = 0;
   unsigned short maximum = 0;
   kernel.findExtremes(pPixels, ulCount, &minimum, &maximum);
-  kernel.countPixels(pPixels, ulCount, m_Counts);
+  m_Counts.Cover(minimum, maximum);
+  kernel.countPixels(pPixels, ulCount, m_Counts.GetBanks());
   m_uiCount += static_cast<unsigned int>(ulCount);
   // Positions are looked for only where a row brings a new extreme, which few rows do.
   if (maximum > m_uiMax) {
@@ -72,38 +123,35 @@ void CFrameStatistics::Compute() {
   // Sums of integers are exact; they are rounded once, as doubles.
   unsigned __int128 sum = 0;
   __int128 squares = 0;
+  const double count = m_uiCount;
+  unsigned long passed = 0;
+  unsigned long largest = 0;
+  m_dMode = 0.0;
   for (unsigned int value = m_uiMin; value <= m_uiMax; ++value) {
+    const unsigned long pixels = m_Counts.Of(value);
     // Intended: the square is a 32-bit product read as signed, negative from 46341 on.
     const auto square = static_cast<int>(value * value);
-    sum += static_cast<unsigned __int128>(m_Counts[value]) * value;
-    squares += static_cast<__int128>(m_Counts[value]) * square;
+    sum += static_cast<unsigned __int128>(pixels) * value;
+    squares += static_cast<__int128>(pixels) * square;
+    if (m_dLowClipFraction * count > static_cast<double>(passed))
+      m_usLowClip = static_cast<unsigned short>(value);
+    if (value == s_uiHistogramSize) continue;  // has no histogram entry
+    if (pixels > largest) {
+      largest = pixels;
+      m_dMode = value;
+    }
+    passed += pixels;
   }
-  const double count = m_uiCount;
   const auto total = static_cast<double>(sum);
   m_dMean = total / count;
   m_dMidpoint = m_uiMin + ((m_uiMax + 1 - m_uiMin) >> 1);
   m_dStdDev = std::sqrt((static_cast<double>(squares) - total * total / count) / count);
-  m_dMode = 0.0;
-  if (m_uiMin > m_uiMax) return;
 
-  // The value 65535 has no histogram entry.
-  const auto entry = [this](unsigned int value) { return value < s_uiHistogramSize ? m_Counts[value] : 0UL; };
-  unsigned long passed = 0;
-  unsigned long largest = 0;
-  for (unsigned int value = m_uiMin; value <= m_uiMax; ++value) {
-    if (entry(value) > largest) {
-      largest = entry(value);
-      m_dMode = value;
-    }
-    if (m_dLowClipFraction * count > static_cast<double>(passed))
-      m_usLowClip = static_cast<unsigned short>(value);
-    passed += entry(value);
-  }
   passed = 0;
   for (unsigned int value = m_uiMax + 1; value-- > m_uiMin;) {
-    if (m_dHighClipFraction * count > static_cast<double>(passed))
-      m_usHighClip = static_cast<unsigned short>(value);
-    passed += entry(value);
+    if (!(m_dHighClipFraction * count > static_cast<double>(passed))) break;
+    m_usHighClip = static_cast<unsigned short>(value);
+    if (value < s_uiHistogramSize) passed += m_Counts.Of(value);
   }
 }
 
@@ -118,6 +166,9 @@ void CFrameStatistics::GetResults(image_plane_stats_t& stats) const {
   stats.uiMax = m_uiMax;
   stats.minPoint = m_MinPoint;
   stats.uiMin = m_uiMin;
-  if (stats.pHistogram != nullptr)
-    std::copy_n(m_Counts, std::min(stats.uiHistogramSize, s_uiHistogramSize), stats.pHistogram);
+  if (stats.pHistogram == nullptr) return;
+  const unsigned int entries = std::min(stats.uiHistogramSize, s_uiHistogramSize);
+  std::fill_n(stats.pHistogram, entries, 0.0);
+  for (unsigned int value = m_uiMin; value <= m_uiMax && value < entries; ++value)
+    stats.pHistogram[value] = static_cast<double>(m_Counts.Of(value));
 }

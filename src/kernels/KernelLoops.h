@@ -38,9 +38,9 @@ static void subtractBias(std::uint16_t* plane, const std::uint16_t* bias, std::s
     plane[i] = static_cast<std::uint16_t>(plane[i] > bias[i] ? plane[i] - bias[i] : 0);
 }
 
-static void countPixels(const std::uint16_t* pixels, std::size_t count, std::uint64_t* histogram) {
+static void countPixels(const std::uint16_t* pixels, std::size_t count, std::uint32_t* banks) {
   for (std::size_t i = 0; i < count; ++i)
-    ++histogram[pixels[i]];
+    ++banks[i % countBanks * countBankStride + pixels[i]];
 }
 
 static void findExtremes(const std::uint16_t* pixels, std::size_t count, std::uint16_t* minimum,

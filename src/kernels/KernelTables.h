@@ -9,6 +9,7 @@ namespace orvacam::kernels {
 extern const KernelTable referenceTable;
 #if defined(__x86_64__)
 extern const KernelTable avx2Table;
+extern const KernelTable avx512Table;
 #endif
 
 }  // namespace orvacam::kernels

@@ -12,6 +12,7 @@ constexpr const KernelTable* tables[] = {
     &referenceTable,
 #if defined(__x86_64__)
     &avx2Table,
+    &avx512Table,
 #endif
 };
 constexpr std::size_t tableCount = sizeof tables / sizeof tables[0];

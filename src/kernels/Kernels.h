@@ -9,8 +9,8 @@
 /// and destination do not overlap unless a kernel says so; counts of 0 touch nothing.
 namespace orvacam::kernels {
 
-/// The rule of the hardware-style merge in fixed point. Valid for additiveFractionBits <= 15 and
-/// multiplicativeFractionBits <= 16.
+/// The rule of the hardware-style merge in fixed point. Valid for additiveFractionBits <= 15,
+/// multiplicativeFractionBits <= 16 and thresholds from 0 to 65535.
 struct MergeRule {
   std::uint32_t additiveFractionBits;
   std::uint32_t multiplicativeFractionBits;
@@ -35,8 +35,16 @@ struct PlaneTerms {
   const std::uint16_t* multiplicativeHigh;
 };
 
-/// Counts of the values 0 to 65535 (owned by the caller, added to, 64 bits so that no run overflows them).
-constexpr std::size_t histogramEntries = 65536;
+/// Counts of the values 0 to 65535, spread over banks: neighbouring pixels are often equal, and a count that
+/// was just written cannot be added to again at once. The sum of the banks' entries is the count. The stride
+/// keeps equal values of two banks from colliding in the cache.
+constexpr std::size_t countBanks = 4;
+constexpr std::size_t countBankStride = 65536 + 272;
+constexpr std::size_t countEntries = countBanks * countBankStride;
+
+/// Outputs of this size and more leave the caches anyway: kernels named "Streaming" then write around them,
+/// which saves reading the output's old contents. Below it they only delay who reads the output next.
+constexpr std::size_t streamFromBytes = std::size_t{16} << 20;
 
 struct KernelTable {
   const char* name;     ///< "reference", "avx2", "avx512"
@@ -53,8 +61,8 @@ struct KernelTable {
   /// plane = max(plane - bias, 0), in place.
   void (*subtractBias)(std::uint16_t* plane, const std::uint16_t* bias, std::size_t count);
 
-  /// Adds every pixel to its histogram count.
-  void (*countPixels)(const std::uint16_t* pixels, std::size_t count, std::uint64_t* histogram);
+  /// Adds every pixel to its count in one of the banks. Only entries of values that occur are touched.
+  void (*countPixels)(const std::uint16_t* pixels, std::size_t count, std::uint32_t* banks);
   /// Smallest and largest value of a run of at least one pixel.
   void (*findExtremes)(const std::uint16_t* pixels, std::size_t count, std::uint16_t* minimum,
                        std::uint16_t* maximum);
@@ -80,6 +88,16 @@ struct KernelTable {
   /// means = (wide + sums) / frames, rounded down, low 16 bits; frames is not 0.
   void (*meansOfSums)(const std::uint32_t* sums, const std::uint64_t* wide, std::uint16_t* means,
                       std::size_t count, std::uint32_t frames);
+
+  /// The same as their namesakes, past the caches. After the last of them and before anyone else reads the
+  /// output, finishStreaming is due, once. Runs of a row and more are worth it; their output is none of
+  /// their inputs.
+  void (*unpack12Streaming)(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs);
+  void (*mergeUniformStreaming)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                                std::size_t count, const MergeRule& rule, const UniformTerms& terms);
+  void (*mergePlanesStreaming)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                               std::size_t count, const MergeRule& rule, const PlaneTerms& terms);
+  void (*finishStreaming)();
 };
 
 /// Every table that this build holds, the reference first.

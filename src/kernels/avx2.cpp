@@ -1,156 +1,110 @@
-// Kernels for processors with AVX2. Includes nothing with inline functions of the standard library.
+// Kernels for processors with AVX2: what is particular to the instruction set. Includes nothing with inline
+// functions of the standard library.
 
 #include <immintrin.h>
 
-#include "kernels/KernelLoops.h"
 #include "kernels/KernelTables.h"
+#include "kernels/Kernels.h"
 
 namespace orvacam::kernels {
+
+static constexpr const char* tableName = "avx2";
 
 static bool supported() {
   return __builtin_cpu_supports("avx2") != 0;
 }
 
-// ---- 12-bit pairs
-// --------------------------------------------------------------------------------------------
+using Register = __m256i;
 
-static void unpack12(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
-  // Each half turns 12 bytes into 8 words: b0 b1 for the first pixel of a pair, b1 b2 for the second.
-  const __m256i words =
-      _mm256_broadcastsi128_si256(_mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10));
-  const __m256i low12 = _mm256_set1_epi16(0x0FFF);
-  std::size_t pair = 0;
-  for (; pair + 10 <= pairs; pair += 8) {  // 24 bytes are used, 28 are read
-    const std::uint8_t* const source = packed + 3 * pair;
-    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source));
-    const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + 12));
-    const __m256i both = _mm256_shuffle_epi8(_mm256_set_m128i(second, first), words);
-    const __m256i result =
-        _mm256_blend_epi16(_mm256_srli_epi16(both, 4), _mm256_and_si256(both, low12), 0xAA);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(pixels + 2 * pair), result);
-  }
-  loops::unpack12(packed + 3 * pair, pixels + 2 * pair, pairs - pair);
+// ---- Plain operations, named by what they do to lanes of 16 or 32 bits
+
+static Register load(const void* source) {
+  return _mm256_loadu_si256(static_cast<const __m256i*>(source));
+}
+static void store(void* target, Register value) {
+  _mm256_storeu_si256(static_cast<__m256i*>(target), value);
+}
+static void stream(void* target, Register value) {
+  _mm256_stream_si256(static_cast<__m256i*>(target), value);
+}
+static Register spread16(std::uint32_t value) {
+  return _mm256_set1_epi16(static_cast<short>(value));
+}
+static Register spread32(std::uint32_t value) {
+  return _mm256_set1_epi32(static_cast<int>(value));
+}
+static Register eitherBits(Register a, Register b) {
+  return _mm256_or_si256(a, b);
+}
+static Register subtractToZero16(Register a, Register b) {
+  return _mm256_subs_epu16(a, b);
+}
+static Register add32(Register a, Register b) {
+  return _mm256_add_epi32(a, b);
+}
+static Register shiftRight32(Register values, __m128i bits) {
+  return _mm256_srl_epi32(values, bits);
+}
+static Register packToLimit16(Register first, Register second) {
+  return _mm256_packus_epi32(first, second);
 }
 
-// ---- Merge
-// ---------------------------------------------------------------------------------------------------
+namespace {
 
-/// The rule, spread over the lanes of 8 pixels.
-struct WideRule {
-  __m128i additiveShift;
-  __m128i resultShift;
-  __m256i half;
-  __m256i belowHighThreshold;
-  __m256i differenceThreshold;
-  __m256i mayTakeLow;
-  __m256i mustTakeLow;
+/// Products of 16-bit lanes, in an order that packToLimit16 undoes.
+struct Products {
+  Register first;
+  Register second;
 };
 
-static WideRule widened(const MergeRule& rule) {
-  const std::uint32_t fraction = rule.additiveFractionBits + rule.multiplicativeFractionBits;
-  return {_mm_cvtsi32_si128(static_cast<int>(rule.additiveFractionBits)),
-          _mm_cvtsi32_si128(static_cast<int>(fraction)),
-          _mm256_set1_epi32(fraction > 0 ? static_cast<int>(1u << (fraction - 1)) : 0),
-          _mm256_set1_epi32(rule.highThreshold - 1),
-          _mm256_set1_epi32(rule.differenceThreshold),
-          _mm256_set1_epi32(rule.type == 2 ? 0 : -1),
-          _mm256_set1_epi32(rule.type == 1 ? -1 : 0)};
+}  // namespace
+
+static Products multiply16(Register a, Register b) {
+  const Register low = _mm256_mullo_epi16(a, b);
+  const Register high = _mm256_mulhi_epu16(a, b);
+  return {_mm256_unpacklo_epi16(low, high), _mm256_unpackhi_epi16(low, high)};
 }
 
-static __m256i load8(const std::uint16_t* values) {
-  return _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(values)));
+// ---- Where the instruction sets differ
+
+constexpr std::size_t pairsRead = 10;  // of which 8 are used
+
+/// A register of pixels. Each half turns 12 bytes into 8 words: b0 b1 for the first pixel of a pair, b1 b2
+/// for the second.
+static Register unpacked(const std::uint8_t* packed) {
+  const __m256i words =
+      _mm256_broadcastsi128_si256(_mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10));
+  const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packed));
+  const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packed + 12));
+  const __m256i both = _mm256_shuffle_epi8(_mm256_set_m128i(second, first), words);
+  return _mm256_blend_epi16(_mm256_srli_epi16(both, 4), _mm256_and_si256(both, spread16(0x0FFF)), 0xAA);
 }
 
-static __m256i load8(const std::int16_t* values) {
-  return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(values)));
+/// s = clamp((p << f) + a, 0, 32767); a pixel above the largest that can be shifted gives 32767 with every a.
+/// In between, values are kept 32768 lower than they are, where a saturating signed addition clamps them at
+/// 0.
+static Register sums(Register pixels, Register additive, __m128i shift, Register largestShiftable) {
+  const __m256i shiftable = _mm256_cmpeq_epi16(_mm256_min_epu16(pixels, largestShiftable), pixels);
+  const __m256i lowered = _mm256_xor_si256(_mm256_sll_epi16(pixels, shift), spread16(32768));
+  const __m256i sum = _mm256_min_epi16(_mm256_adds_epi16(lowered, additive), spread16(65535));
+  // Lanes that cannot be shifted become 32767; the others are raised again.
+  return _mm256_xor_si256(_mm256_andnot_si256(sum, shiftable), spread16(32767));
 }
 
-/// All of it fits 32 bits: the shifted pixel and the additive term are below 2^31 together, the product is
-/// below 2^31 and the half below 2^31.
-static __m256i corrected8(__m256i pixels, __m256i additive, __m256i multiplicative, const WideRule& rule) {
-  __m256i sum = _mm256_add_epi32(_mm256_sll_epi32(pixels, rule.additiveShift), additive);
-  sum = _mm256_min_epi32(_mm256_max_epi32(sum, _mm256_setzero_si256()), _mm256_set1_epi32(32767));
-  const __m256i product = _mm256_add_epi32(_mm256_mullo_epi32(sum, multiplicative), rule.half);
-  return _mm256_min_epu32(_mm256_srl_epi32(product, rule.resultShift), _mm256_set1_epi32(65535));
+static Register whereZero16(Register condition, Register zero, Register other) {
+  return _mm256_blendv_epi8(other, zero, _mm256_cmpeq_epi16(condition, _mm256_setzero_si256()));
 }
 
-static __m256i chosen8(__m256i low, __m256i high, const WideRule& rule) {
-  __m256i takeLow =
-      _mm256_or_si256(_mm256_cmpgt_epi32(high, rule.belowHighThreshold),
-                      _mm256_cmpgt_epi32(_mm256_sub_epi32(low, high), rule.differenceThreshold));
-  takeLow = _mm256_or_si256(_mm256_and_si256(takeLow, rule.mayTakeLow), rule.mustTakeLow);
-  return _mm256_blendv_epi8(high, low, takeLow);
+/// Bits of the lanes that equal the value, from the lowest on, bitsOfLane for each.
+constexpr unsigned bitsOfLane = 2;
+static unsigned lanesEqual16(Register pixels, Register value) {
+  return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi16(pixels, value)));
 }
-
-static void store16(std::uint16_t* target, __m256i first, __m256i second) {
-  const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(first, second), 0xD8);
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(target), packed);
-}
-
-static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                         std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
-  const WideRule wide = widened(rule);
-  const __m256i additiveLow = _mm256_set1_epi32(terms.additiveLow);
-  const __m256i additiveHigh = _mm256_set1_epi32(terms.additiveHigh);
-  const __m256i multiplicativeLow = _mm256_set1_epi32(terms.multiplicativeLow);
-  const __m256i multiplicativeHigh = _mm256_set1_epi32(terms.multiplicativeHigh);
-  const auto merged8 = [&](std::size_t i) {
-    return chosen8(corrected8(load8(low + i), additiveLow, multiplicativeLow, wide),
-                   corrected8(load8(high + i), additiveHigh, multiplicativeHigh, wide), wide);
-  };
-  std::size_t i = 0;
-  for (; i + 16 <= count; i += 16)
-    store16(merged + i, merged8(i), merged8(i + 8));
-  loops::mergeUniform(low + i, high + i, merged + i, count - i, rule, terms);
-}
-
-static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                        std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
-  const WideRule wide = widened(rule);
-  const auto merged8 = [&](std::size_t i) {
-    return chosen8(
-        corrected8(load8(low + i), load8(terms.additiveLow + i), load8(terms.multiplicativeLow + i), wide),
-        corrected8(load8(high + i), load8(terms.additiveHigh + i), load8(terms.multiplicativeHigh + i), wide),
-        wide);
-  };
-  std::size_t i = 0;
-  for (; i + 16 <= count; i += 16)
-    store16(merged + i, merged8(i), merged8(i + 8));
-  const PlaneTerms rest = {terms.additiveLow + i, terms.additiveHigh + i, terms.multiplicativeLow + i,
-                           terms.multiplicativeHigh + i};
-  loops::mergePlanes(low + i, high + i, merged + i, count - i, rule, rest);
-}
-
-// ---- Statistics
-// ----------------------------------------------------------------------------------------------
-
-static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std::uint16_t value) {
-  const __m256i wanted = _mm256_set1_epi16(static_cast<short>(value));
-  std::size_t i = 0;
-  for (; i + 16 <= count; i += 16) {
-    const __m256i block = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pixels + i));
-    const int found = _mm256_movemask_epi8(_mm256_cmpeq_epi16(block, wanted));
-    if (found != 0) return i + static_cast<unsigned>(__builtin_ctz(static_cast<unsigned>(found))) / 2;
-  }
-  return i + loops::findFirst(pixels + i, count - i, value);
-}
-
-// The compiler vectorises the others as well as a hand would; a table look-up and a histogram gain nothing.
-extern const KernelTable avx2Table = {"avx2",
-                                      supported,
-                                      unpack12,
-                                      loops::swapBytes,
-                                      loops::swapBytesMirrored,
-                                      loops::subtractBias,
-                                      loops::countPixels,
-                                      loops::findExtremes,
-                                      findFirst,
-                                      mergeUniform,
-                                      mergePlanes,
-                                      loops::mergeMapped,
-                                      loops::addToSums8,
-                                      loops::addToSums16,
-                                      loops::emptySums,
-                                      loops::meansOfSums};
 
 }  // namespace orvacam::kernels
+
+#include "kernels/VectorKernels.h"
+
+namespace orvacam::kernels {
+extern const KernelTable avx2Table = vectorTable;
+}

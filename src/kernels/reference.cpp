@@ -9,6 +9,8 @@ static bool always() {
   return true;
 }
 
+static void nothingToFinish() {}
+
 extern const KernelTable referenceTable = {"reference",
                                            always,
                                            loops::unpack12,
@@ -24,6 +26,10 @@ extern const KernelTable referenceTable = {"reference",
                                            loops::addToSums8,
                                            loops::addToSums16,
                                            loops::emptySums,
-                                           loops::meansOfSums};
+                                           loops::meansOfSums,
+                                           loops::unpack12,
+                                           loops::mergeUniform,
+                                           loops::mergePlanes,
+                                           nothingToFinish};
 
 }  // namespace orvacam::kernels

@@ -4,7 +4,9 @@
 #include <orvacam/frames/CFrameStatistics.h>
 
 #include <cmath>
+#include <cstring>
 #include <memory>
+#include <new>
 #include <random>
 #include <vector>
 
@@ -225,6 +227,82 @@ TEST_F(Statistics, OfRandomPlanesAreThoseOfPixelByPixelSums) {
     SCOPED_TRACE(largest);
     expectSame(resultsOf(statistics), naive);
   }
+}
+
+std::vector<double> histogramOf(const CFrameStatistics& statistics) {
+  std::vector<double> histogram(65535, -1.0);
+  image_plane_stats_t stats{};
+  stats.pHistogram = histogram.data();
+  stats.uiHistogramSize = 65535;
+  statistics.GetResults(stats);
+  return histogram;
+}
+
+TEST(StatisticsMemory, WhatItHeldBeforeIsNotCounted) {
+  // Counts are cleared when values come within the range, in whatever order they come.
+  struct alignas(CFrameStatistics) Memory {
+    unsigned char bytes[sizeof(CFrameStatistics)];
+  };
+  const auto memory = std::make_unique<Memory>();
+  std::memset(memory->bytes, 0xA5, sizeof memory->bytes);
+  auto* const statistics = new (memory->bytes) CFrameStatistics();
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(histogramOf(*statistics), std::vector<double>(65535, 0.0));
+    const unsigned short row[] = {30000, 200, 200, 65535, 0, 65534};
+    NaiveStatistics naive;
+    statistics->AddPixel(40000, {9, 0});
+    naive.add(40000, 9, 0);
+    statistics->AddRow(row, 6, 0, 1);
+    for (int i = 0; i < 6; ++i)
+      naive.add(row[i], i, 1);
+    statistics->Compute();
+    expectSame(resultsOf(*statistics), naive);
+    naive.histogram.resize(65535);
+    EXPECT_EQ(histogramOf(*statistics), naive.histogram);
+    statistics->Reset();
+  }
+  statistics->~CFrameStatistics();
+}
+
+TEST_F(Statistics, CopiesGoOnByThemselves) {
+  const unsigned short row[] = {500, 510, 505, 505};
+  statistics.AddRow(row, 4, 0, 0);
+  const auto copy = std::make_unique<CFrameStatistics>(statistics);
+  statistics.AddPixel(5000, {1, 1});
+  copy->AddPixel(100, {2, 2});
+  copy->Compute();
+  EXPECT_EQ(resultsOf(*copy).uiMax, 510u);
+  EXPECT_EQ(resultsOf(*copy).dMode, 505.0);
+  EXPECT_EQ(resultsOf(*copy).dMean, 424.0);  // 2120 / 5
+  std::vector<double> expected(65535, 0.0);
+  expected[100] = expected[500] = expected[510] = 1;
+  expected[505] = 2;
+  EXPECT_EQ(histogramOf(*copy), expected);
+
+  *copy = *copy;  // NOLINT: to itself
+  EXPECT_EQ(histogramOf(*copy), expected);
+  statistics.Reset();
+  *copy = statistics;
+  EXPECT_EQ(histogramOf(*copy), std::vector<double>(65535, 0.0));
+}
+
+TEST_F(Statistics, OfLongRunsOfOneValueAreExact) {
+  const std::vector<unsigned short> row(100003, 65535);
+  const std::vector<unsigned short> other(100003, 3);
+  NaiveStatistics naive;
+  for (int y = 0; y < 3; ++y) {
+    statistics.AddRow(row.data(), row.size(), 0, y);
+    statistics.AddRow(other.data(), other.size(), 0, 100 + y);
+  }
+  naive.count = 600018;
+  naive.histogram[65535] = naive.histogram[3] = 300009;
+  naive.sum = 300009.0 * 65538;
+  naive.squares = 300009.0 * (9 - 131071);  // 65535^2 is 2^32 - 131071
+  naive.max = 65535;
+  naive.min = 3;
+  naive.minPoint = {0, 100};
+  statistics.Compute();
+  expectSame(resultsOf(statistics), naive);
 }
 
 TEST_F(Statistics, ARowOfNothingAddsNothing) {

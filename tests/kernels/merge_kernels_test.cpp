@@ -2,7 +2,9 @@
 
 #include "kernels/KernelTesting.h"
 
+#include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -10,15 +12,28 @@ using namespace kernel_testing;
 
 INSTANTIATE_TEST_SUITE_P(Merge, EveryTable, ::testing::ValuesIn(runnableTables()), tableName);
 
-/// The rule as it is documented: double terms, a clamp, a product, rounding half away from zero, a cut.
+/// One pixel by the rule as it is documented: double terms, a clamp, a product, rounding half away from zero,
+/// a cut.
+struct CorrectionInDoubles {
+  double additive, multiplicative, max;
+
+  CorrectionInDoubles(int additiveFixed, unsigned int multiplicativeFixed, unsigned int f, unsigned int g)
+      : additive(additiveFixed / std::pow(2.0, static_cast<int>(f))),
+        multiplicative(multiplicativeFixed / std::pow(2.0, static_cast<int>(g))),
+        max(std::pow(2.0, 15 - static_cast<int>(f)) - 1.0 / std::pow(2.0, static_cast<int>(f))) {}
+
+  int operator()(unsigned int pixel) const {
+    double sum = pixel + additive;
+    if (sum > max) sum = max;
+    if (sum < 0) sum = 0;
+    const double value = sum * multiplicative;
+    return value > 65535.0 ? 65535 : static_cast<int>(std::round(value));
+  }
+};
+
 int correctedInDoubles(unsigned int pixel, int additive, unsigned int multiplicative, unsigned int f,
                        unsigned int g) {
-  const double max = std::pow(2.0, 15 - static_cast<int>(f)) - 1.0 / std::pow(2.0, static_cast<int>(f));
-  double sum = pixel + additive / std::pow(2.0, static_cast<int>(f));
-  if (sum > max) sum = max;
-  if (sum < 0) sum = 0;
-  const double value = sum * (multiplicative / std::pow(2.0, static_cast<int>(g)));
-  return value > 65535.0 ? 65535 : static_cast<int>(std::round(value));
+  return CorrectionInDoubles(additive, multiplicative, f, g)(pixel);
 }
 
 std::uint16_t mergedInDoubles(int low, int high, const kernels::MergeRule& rule) {
@@ -29,31 +44,68 @@ std::uint16_t mergedInDoubles(int low, int high, const kernels::MergeRule& rule)
   return static_cast<std::uint16_t>(high);
 }
 
-TEST(MergeRule, IsExactForEveryPixelAtEveryFractionWidth) {
-  std::vector<std::uint16_t> pixels(65536);
+class EveryFractionWidth : public ::testing::TestWithParam<unsigned int> {};
+
+TEST_P(EveryFractionWidth, IsExactForEveryPixelAndManyTermsInEveryTable) {
+  const unsigned int f = GetParam();
+  std::vector<std::uint16_t> pixels(65536), expected(65536), merged(65536);
   for (std::size_t i = 0; i < pixels.size(); ++i)
     pixels[i] = static_cast<std::uint16_t>(i);
-  std::vector<std::uint16_t> merged(pixels.size());
-  std::mt19937 random(seed);
-  for (unsigned int f = 0; f <= 15; ++f)
-    for (unsigned int g = 0; g <= 16; ++g) {
-      const auto additive = static_cast<std::int16_t>(random());
-      const auto multiplicative = static_cast<std::uint16_t>(random());
-      const kernels::MergeRule rule = {f, g, 3700, 128, 1};
-      kernels::active().mergeUniform(pixels.data(), pixels.data(), merged.data(), pixels.size(), rule,
-                                     {additive, 0, multiplicative, 0});
-      std::size_t wrong = 0;
+  std::mt19937 random(seed + f);
+  for (unsigned int g = 0; g <= 16; ++g) {
+    const auto one = static_cast<std::uint16_t>(std::min(1u << g, 65535u));
+    const auto any = [&random] { return static_cast<std::uint16_t>(random()); };
+    const std::pair<std::int16_t, std::uint16_t> allTerms[] = {{0, one},
+                                                               {-32768, 65535},
+                                                               {32767, 65535},
+                                                               {-1, 1},
+                                                               {static_cast<std::int16_t>(any()), 0},
+                                                               {1, any()},
+                                                               {static_cast<std::int16_t>(any()), any()}};
+    for (const auto& [additive, multiplicative] : allTerms) {
+      const CorrectionInDoubles corrected(additive, multiplicative, f, g);
       for (unsigned int p = 0; p < 65536; ++p)
-        wrong += merged[p] != correctedInDoubles(p, additive, multiplicative, f, g);
-      ASSERT_EQ(wrong, 0u) << "f " << f << ", g " << g << ", additive " << additive << ", multiplicative "
-                           << multiplicative;
+        expected[p] = static_cast<std::uint16_t>(corrected(p));
+      for (const kernels::KernelTable* table : runnableTables())
+        for (const std::uint32_t plane : {1u, 2u}) {  // low-gain pixels only, high-gain pixels only
+          const kernels::UniformTerms terms = {
+              plane == 1 ? additive : std::int16_t{5}, plane == 2 ? additive : std::int16_t{-7},
+              plane == 1 ? multiplicative : std::uint16_t{3}, plane == 2 ? multiplicative : std::uint16_t{9}};
+          table->mergeUniform(pixels.data(), pixels.data(), merged.data(), pixels.size(),
+                              {f, g, 3700, 128, plane}, terms);
+          ASSERT_TRUE(merged == expected)
+              << table->name << ", f " << f << ", g " << g << ", additive " << additive << ", multiplicative "
+              << multiplicative << ", seed " << seed;
+        }
     }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Merge, EveryFractionWidth, ::testing::Range(0u, 16u));
+
+TEST_P(EveryTable, ComparesAllPairsAroundTheThresholds) {
+  // Terms that leave pixels as they are below 32768, and doubled above that reach.
+  for (const std::int32_t high : {0, 1, 3700, 32767, 65535})
+    for (const std::int32_t difference : {0, 1, 128, 65535})
+      for (const std::uint32_t type : {0u, 1u, 2u, 3u}) {
+        const kernels::MergeRule rule = {0, 0, high, difference, type};
+        std::vector<std::uint16_t> lows, highs, expected;
+        for (int l : {0, 1, 127, 128, 129, 3699, 3700, 3828, 3829, 32766, 32767})
+          for (int h : {0, 1, 2, 3699, 3700, 3701, 32766, 32767}) {
+            lows.push_back(static_cast<std::uint16_t>(l));
+            highs.push_back(static_cast<std::uint16_t>(h));
+            expected.push_back(mergedInDoubles(std::min(2 * l, 65535), std::min(2 * h, 65535), rule));
+          }
+        std::vector<std::uint16_t> merged(lows.size());
+        table().mergeUniform(lows.data(), highs.data(), merged.data(), merged.size(), rule, {0, 0, 2, 2});
+        ASSERT_EQ(merged, expected) << "thresholds " << high << " " << difference << ", type " << type;
+      }
 }
 
 TEST_P(EveryTable, FollowsTheRuleForAllTypesThresholdsAndTerms) {
   std::mt19937 random(seed);
-  for (unsigned int round = 0; round < 400; ++round) {
-    const std::size_t count = random() % 70;
+  for (unsigned int round = 0; round < 1500; ++round) {
+    const std::size_t count = random() % 140;
     const std::vector<std::uint16_t> low = noise<std::uint16_t>(count, random);
     const std::vector<std::uint16_t> high = noise<std::uint16_t>(count, random);
     const std::vector<std::uint16_t> addLow = noise<std::uint16_t>(count, random);
@@ -67,9 +119,13 @@ TEST_P(EveryTable, FollowsTheRuleForAllTypesThresholdsAndTerms) {
     const auto term = [](const std::vector<std::uint16_t>& terms) {
       return reinterpret_cast<const std::int16_t*>(terms.data());
     };
-    Guarded<std::uint16_t> merged(count, round % 16);
-    table().mergePlanes(low.data(), high.data(), merged.data(), count, rule,
-                        {term(addLow), term(addHigh), mulLow.data(), mulHigh.data()});
+    Guarded<std::uint16_t> merged(count, round % 37), streamed(count, round % 37);
+    const kernels::PlaneTerms planes = {term(addLow), term(addHigh), mulLow.data(), mulHigh.data()};
+    table().mergePlanes(low.data(), high.data(), merged.data(), count, rule, planes);
+    table().mergePlanesStreaming(low.data(), high.data(), streamed.data(), count, rule, planes);
+    table().finishStreaming();
+    ASSERT_EQ(streamed.values(), merged.values()) << "round " << round << ", seed " << seed;
+    ASSERT_TRUE(streamed.intact());
     for (std::size_t i = 0; i < count; ++i) {
       const int l = correctedInDoubles(low[i], static_cast<std::int16_t>(addLow[i]), mulLow[i],
                                        rule.additiveFractionBits, rule.multiplicativeFractionBits);
@@ -81,11 +137,15 @@ TEST_P(EveryTable, FollowsTheRuleForAllTypesThresholdsAndTerms) {
 
     if (count == 0) continue;
     const kernels::UniformTerms uniform = {*term(addLow), *term(addHigh), mulLow[0], mulHigh[0]};
-    Guarded<std::uint16_t> expected(count, 3), actual(count, round % 16);
+    Guarded<std::uint16_t> expected(count, 3), actual(count, round % 37), around(count, round % 37);
     reference().mergeUniform(low.data(), high.data(), expected.data(), count, rule, uniform);
     table().mergeUniform(low.data(), high.data(), actual.data(), count, rule, uniform);
     ASSERT_EQ(expected.values(), actual.values()) << "round " << round << ", seed " << seed;
     ASSERT_TRUE(actual.intact());
+    table().mergeUniformStreaming(low.data(), high.data(), around.data(), count, rule, uniform);
+    table().finishStreaming();
+    ASSERT_EQ(expected.values(), around.values()) << "round " << round << ", seed " << seed;
+    ASSERT_TRUE(around.intact());
   }
 }
 

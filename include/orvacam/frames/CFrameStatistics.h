@@ -8,7 +8,9 @@
 /// positions, and two clip points of its histogram.
 ///
 /// The histogram has an entry for each value from 0 to 65534; 65535 counts in the sums and extremes alone.
-/// Objects are half a megabyte large. One object is used by one thread at a time.
+/// Results are exact up to 2^32 - 1 pixels, where the pixel count wraps. Objects are a megabyte large, of
+/// which only the entries of values between the extremes are ever touched. One object is used by one thread
+/// at a time.
 class ORVACAM_API CFrameStatistics {
  public:
   CFrameStatistics();
@@ -30,13 +32,38 @@ class ORVACAM_API CFrameStatistics {
 
  protected:
   static constexpr unsigned int s_uiHistogramSize = 65535;
-  static constexpr unsigned int s_uiValues = 65536;
+  static constexpr unsigned int s_uiBanks = 4;
+  static constexpr unsigned int s_uiBankStride = 65536 + 272;
+
+  /// Pixels of each value, from which all sums follow exactly. Neighbouring pixels, often equal, are counted
+  /// in different banks. Entries are cleared when they come within the range of values, not before, so that
+  /// an object costs nothing to make.
+  class counts_t {
+   public:
+    counts_t();
+    counts_t(const counts_t& other);
+    counts_t& operator=(const counts_t& other);
+
+    void Clear();
+    /// Makes room for the values uiFirst to uiLast.
+    void Cover(unsigned int uiFirst, unsigned int uiLast);
+    unsigned int* GetBanks() { return m_Banks; }
+    /// Of a value between the first and the last covered.
+    unsigned long Of(unsigned int uiValue) const;
+
+   private:
+    void DoZero(unsigned int uiFirst, unsigned int uiLast);
+
+    unsigned int m_uiFirst;  ///< above m_uiLast when no value is covered
+    unsigned int m_uiLast;
+    unsigned int m_Banks[s_uiBanks * s_uiBankStride];
+  };
 
   double m_dLowClipFraction;
   double m_dHighClipFraction;
   unsigned short m_usLowClip;
   unsigned short m_usHighClip;
-  unsigned long m_Counts[s_uiValues];  ///< pixels of each value; the sums follow from them exactly
+  counts_t m_Counts;
   double m_dMean;
   double m_dMidpoint;
   double m_dMode;

@@ -1,0 +1,110 @@
+// Kernels for processors with AVX-512 (F, BW, VL, VBMI): what is particular to the instruction set. Includes
+// nothing with inline functions of the standard library.
+
+#include <immintrin.h>
+
+#include "kernels/KernelTables.h"
+#include "kernels/Kernels.h"
+
+namespace orvacam::kernels {
+
+static constexpr const char* tableName = "avx512";
+
+static bool supported() {
+  return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
+         __builtin_cpu_supports("avx512vl") != 0 && __builtin_cpu_supports("avx512vbmi") != 0;
+}
+
+using Register = __m512i;
+
+// ---- Plain operations, named by what they do to lanes of 16 or 32 bits
+
+static Register load(const void* source) {
+  return _mm512_loadu_si512(source);
+}
+static void store(void* target, Register value) {
+  _mm512_storeu_si512(target, value);
+}
+static void stream(void* target, Register value) {
+  _mm512_stream_si512(static_cast<__m512i*>(target), value);
+}
+static Register spread16(std::uint32_t value) {
+  return _mm512_set1_epi16(static_cast<short>(value));
+}
+static Register spread32(std::uint32_t value) {
+  return _mm512_set1_epi32(static_cast<int>(value));
+}
+static Register eitherBits(Register a, Register b) {
+  return _mm512_or_si512(a, b);
+}
+static Register subtractToZero16(Register a, Register b) {
+  return _mm512_subs_epu16(a, b);
+}
+static Register add32(Register a, Register b) {
+  return _mm512_add_epi32(a, b);
+}
+static Register shiftRight32(Register values, __m128i bits) {
+  return _mm512_srl_epi32(values, bits);
+}
+static Register packToLimit16(Register first, Register second) {
+  return _mm512_packus_epi32(first, second);
+}
+
+namespace {
+
+/// Products of 16-bit lanes, in an order that packToLimit16 undoes.
+struct Products {
+  Register first;
+  Register second;
+};
+
+}  // namespace
+
+static Products multiply16(Register a, Register b) {
+  const Register low = _mm512_mullo_epi16(a, b);
+  const Register high = _mm512_mulhi_epu16(a, b);
+  return {_mm512_unpacklo_epi16(low, high), _mm512_unpackhi_epi16(low, high)};
+}
+
+// ---- Where the instruction sets differ
+
+constexpr std::size_t pairsRead = 22;  // of which 16 are used
+
+/// A register of pixels: 48 bytes become 32 words, b0 b1 for the first pixel of a pair, b1 b2 for the second.
+static Register unpacked(const std::uint8_t* packed) {
+  alignas(64) static constexpr unsigned char words[64] = {
+      1,  0,  2,  1,  4,  3,  5,  4,  7,  6,  8,  7,  10, 9,  11, 10, 13, 12, 14, 13, 16, 15,
+      17, 16, 19, 18, 20, 19, 22, 21, 23, 22, 25, 24, 26, 25, 28, 27, 29, 28, 31, 30, 32, 31,
+      34, 33, 35, 34, 37, 36, 38, 37, 40, 39, 41, 40, 43, 42, 44, 43, 46, 45, 47, 46};
+  const __m512i both = _mm512_permutexvar_epi8(load(words), load(packed));
+  const __m512i shifts = spread32(4);  // for the first word of each two
+  return _mm512_and_si512(_mm512_srlv_epi16(both, shifts), spread16(0x0FFF));
+}
+
+/// s = clamp((p << f) + a, 0, 32767); a pixel above the largest that can be shifted gives 32767 with every a.
+/// In between, values are kept 32768 lower than they are, where a saturating signed addition clamps them at
+/// 0.
+static Register sums(Register pixels, Register additive, __m128i shift, Register largestShiftable) {
+  const __mmask32 shiftable = _mm512_cmple_epu16_mask(pixels, largestShiftable);
+  const __m512i lowered = _mm512_xor_si512(_mm512_sll_epi16(pixels, shift), spread16(32768));
+  const __m512i sum = _mm512_min_epi16(_mm512_adds_epi16(lowered, additive), spread16(65535));
+  return _mm512_mask_blend_epi16(shiftable, spread16(32767), _mm512_xor_si512(sum, spread16(32768)));
+}
+
+static Register whereZero16(Register condition, Register zero, Register other) {
+  return _mm512_mask_blend_epi16(_mm512_test_epi16_mask(condition, condition), zero, other);
+}
+
+/// Bits of the lanes that equal the value, from the lowest on, bitsOfLane for each.
+constexpr unsigned bitsOfLane = 1;
+static unsigned lanesEqual16(Register pixels, Register value) {
+  return _mm512_cmpeq_epi16_mask(pixels, value);
+}
+
+}  // namespace orvacam::kernels
+
+#include "kernels/VectorKernels.h"
+
+namespace orvacam::kernels {
+extern const KernelTable avx512Table = vectorTable;
+}
