@@ -518,7 +518,6 @@ TEST_F(Log, AFailureToLockIsRaisedAsASystemError) {
 }
 
 TEST_F(Log, AFailureToLockEndsTheProgramAtShutDown) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_DEATH(
       {
         OpenLog log;
