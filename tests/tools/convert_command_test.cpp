@@ -1,0 +1,250 @@
+// orvacam convert.
+
+#include <gmock/gmock.h>
+
+#include "Program.h"
+
+namespace {
+
+using namespace program_testing;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class Convert : public Program {
+ protected:
+  Sample hdr{fieldsOf("GSENSE400", "hdr", 100, 60), 1};
+  Sample single{fieldsOf("GSENSE4040", "single", 90, 70), 2};
+};
+
+TEST_F(Convert, WritesThreeTiffFilesOfAnHdrFrame) {
+  folder.write("night.raw", hdr.bytes);
+  const Ran ran = orvacam({"convert", "night.raw", "-o", "out/deeper", "--format", "tiff"});
+  EXPECT_EQ(ran.exitCode, 0);
+  EXPECT_THAT(ran.out + ran.err, IsEmpty());
+  EXPECT_THAT(files("out/deeper"), ElementsAre("night_HIGH.tiff", "night_LOW.tiff", "night_MERGED.tiff"));
+  EXPECT_EQ(tiff("out/deeper/night_LOW.tiff"), hdr.planes[0]);
+  EXPECT_EQ(tiff("out/deeper/night_HIGH.tiff"), hdr.planes[1]);
+  const Pixels merged = tiff("out/deeper/night_MERGED.tiff");
+  ASSERT_EQ(merged.size(), 6000u);
+  // High-gain pixels below the threshold stay, unless the low-gain one, times 6.2966, is far above.
+  for (std::size_t i = 0; i < merged.size(); ++i) {
+    const double low = hdr.planes[0][i] * 47.8469 / 7.5988;
+    const unsigned int high = hdr.planes[1][i];
+    if (high < 3700 && low < high + 120)
+      ASSERT_EQ(merged[i], high) << i;
+    else if (high >= 3700 || low > high + 136)
+      ASSERT_NEAR(merged[i], low, 0.5 + 4095 / 1024.0) << i;
+  }
+}
+
+TEST_F(Convert, WritesFitsByDefault) {
+  folder.write("night.raw", hdr.bytes);
+  ASSERT_EQ(orvacam({"convert", "night.raw", "-o", "out"}).exitCode, 0);
+  EXPECT_THAT(files("out"), ElementsAre("night_HIGH.fit", "night_LOW.fit", "night_MERGED.fit"));
+  const Pixels low = fits("out/night_LOW.fit");
+  ASSERT_EQ(low.size(), (2u * 6000 - 5760) / 2);  // these files end 5760 bytes early
+  EXPECT_TRUE(std::equal(low.begin(), low.end(), hdr.planes[0].begin()));
+}
+
+TEST_F(Convert, WritesOneFileOfASingleImage) {
+  for (unsigned int version = 1; version <= 4; ++version)
+    folder.write("v" + std::to_string(version) + ".raw", Sample(single.fields, 2, version).bytes);
+  ASSERT_EQ(orvacam({"convert", "v1.raw", "v2.raw", "v3.raw", "v4.raw", "-o", ".", "-f", "tiff"}).exitCode,
+            0);
+  for (unsigned int version = 1; version <= 4; ++version)
+    EXPECT_EQ(tiff("v" + std::to_string(version) + ".tiff"), single.planes[0]) << version;
+}
+
+TEST_F(Convert, GoesOnAfterInputsThatFail) {
+  folder.write("good1.raw", hdr.bytes);
+  folder.write("good2.raw", single.bytes);
+  folder.write("empty.raw", {});
+  folder.write("text.raw", Bytes(2000, 'x'));
+  Bytes cut = hdr.bytes;
+  cut.pop_back();
+  folder.write("cut.raw", cut);
+  cut.resize(200);
+  folder.write("header.raw", cut);
+  cut.resize(5);
+  folder.write("start.raw", cut);
+  std::filesystem::create_directory(folder.path() / "folder.raw");
+  sim::HeaderFields inverted = single.fields;
+  inverted.startRow = 5;
+  inverted.height = 0;  // ends in row 4
+  folder.write("inverted.raw", sim::writeHeader(inverted, 3));
+  sim::HeaderFields silent = fieldsOf("CCD4320", "single", 20, 10);
+  silent.quadrants = 0;
+  folder.write("silent.raw", Sample(silent, 1).bytes);
+  folder.write("depth.raw", [] {
+    sim::HeaderFields odd = fieldsOf("GENERIC", "single", 20, 10);
+    odd.dataBits = 14;
+    return Sample(odd, 1).bytes;
+  }());
+
+  const Ran ran = orvacam({"convert", "none.raw", "good1.raw", "empty.raw", "text.raw", "cut.raw",
+                           "header.raw", "start.raw", "folder.raw", "inverted.raw", "silent.raw", "depth.raw",
+                           "good2.raw", "-o", "out", "--format", "tiff"});
+  EXPECT_EQ(ran.exitCode, 1);
+  EXPECT_EQ(
+      ran.err,
+      "orvacam: none.raw: cannot be opened: No such file or directory\n"
+      "orvacam: empty.raw: is empty\n"
+      "orvacam: text.raw: is not a camera frame: it does not start with \"Meta\"\n"
+      "orvacam: cut.raw: is truncated: 17999 of 18000 bytes of pixels\n"
+      "orvacam: header.raw: is truncated: 200 of 384 bytes of its header\n"
+      "orvacam: start.raw: has a damaged header\n"
+      "orvacam: folder.raw: is not a regular file\n"
+      "orvacam: inverted.raw: has a damaged header: its image ends before it starts\n"
+      "orvacam: silent.raw: cannot be decoded: its header does not say which amplifiers read the sensor\n"
+      "orvacam: depth.raw: cannot be decoded: 20 x 10 pixels of 14 bits from a 'VESTRA PLAIN'\n");
+  EXPECT_THAT(files("out"),
+              ElementsAre("good1_HIGH.tiff", "good1_LOW.tiff", "good1_MERGED.tiff", "good2.tiff"));
+  EXPECT_EQ(tiff("out/good2.tiff"), single.planes[0]);
+}
+
+TEST_F(Convert, RefusesATruncatedFrameAtEveryLength) {
+  // 16-bit frames of these sensors are silently left empty by the library when bytes are missing.
+  const Sample wide(fieldsOf("GSENSE2020", "16bit", 12, 6), 4);
+  const Sample packed(fieldsOf("GSENSE6060", "hdr", 7, 3), 5);
+  for (const Sample* whole : {&wide, &packed})
+    for (const std::size_t missing : {std::size_t{1}, std::size_t{2}, whole->bytes.size() - 384}) {
+      Bytes cut = whole->bytes;
+      cut.resize(cut.size() - missing);
+      folder.write("cut.raw", cut);
+      const Ran ran = orvacam({"convert", "cut.raw", "-o", "out"});
+      EXPECT_EQ(ran.exitCode, 1);
+      EXPECT_EQ(ran.err, "orvacam: cut.raw: is truncated: " + std::to_string(cut.size() - 384) + " of " +
+                             std::to_string(whole->bytes.size() - 384) + " bytes of pixels\n");
+      EXPECT_THAT(files("out"), IsEmpty());
+    }
+}
+
+TEST_F(Convert, NeverOverwritesTheFilesOfAnotherInput) {
+  for (const char* name : {"a", "b"})
+    std::filesystem::create_directory(folder.path() / name);
+  folder.write("a/frame.raw", single.bytes);
+  folder.write("b/frame.dat", Sample(single.fields, 99).bytes);
+  folder.write("night.raw", hdr.bytes);
+  folder.write("night_LOW.raw", single.bytes);
+  const Ran ran = orvacam({"convert", "a/frame.raw", "b/frame.dat", "night.raw", "night_LOW.raw", "-o", "out",
+                           "--format", "tiff"});
+  EXPECT_EQ(ran.exitCode, 1);
+  EXPECT_EQ(ran.err,
+            "orvacam: b/frame.dat: is not converted: frame.tiff was just made of another input\n"
+            "orvacam: night_LOW.raw: is not converted: night_LOW.tiff was just made of another input\n");
+  EXPECT_EQ(tiff("out/frame.tiff"), single.planes[0]);
+  EXPECT_EQ(tiff("out/night_LOW.tiff"), hdr.planes[0]);
+}
+
+TEST_F(Convert, ReplacesTheFilesOfAnEarlierRun) {
+  folder.write("a.raw", hdr.bytes);
+  std::filesystem::create_directory(folder.path() / "out");
+  folder.write("out/a_LOW.fit", Bytes(100000, 7));
+  ASSERT_EQ(orvacam({"convert", "a.raw", "-o", "out"}).exitCode, 0);
+  EXPECT_EQ(folder.read("out/a_LOW.fit").size(), 12000u);
+}
+
+TEST_F(Convert, TakesNamesOfAnyBytesInAnyLocale) {
+  const std::string names[] = {
+      "gr\xC3\xBC\xC3\x9F"
+      "e.raw",
+      "latin\xE9.raw",
+      "two words.raw",
+      "it's \"quoted\".raw",
+      ".hidden.raw",
+      "no extension",
+      "a.b.c",
+      std::string(240, 'n') + ".raw"};
+  for (const char* locale : {"C", "C.UTF-8", "de_DE.UTF-8"}) {
+    const std::string out = std::string("out-\xE9-\xC3\xBC-") + locale;
+    Surroundings surroundings;
+    surroundings.environment = {{"LC_ALL", locale}};
+    std::vector<std::string> arguments = {"convert", "-o", out, "--format", "tiff"};
+    for (const std::string& name : names) {
+      std::ofstream(folder.path() / name, std::ios::binary)
+          << std::string(single.bytes.begin(), single.bytes.end());
+      arguments.push_back(name);
+    }
+    const Ran ran = orvacam(arguments, surroundings);
+    EXPECT_EQ(ran.exitCode, 0) << ran.err;
+    for (const std::string& name : names) {
+      const std::string stem = std::filesystem::path(name).stem().string();
+      EXPECT_EQ(tiff(out + "/" + stem + ".tiff"), single.planes[0]) << name << " in " << locale;
+    }
+    EXPECT_EQ(files(out).size(), std::size(names));
+  }
+}
+
+TEST_F(Convert, CorrectsTheMergedImageWithReferenceFiles) {
+  const sim::Camera& camera = *sim::findCamera("GSENSE6060");
+  sim::HeaderFields fields = fieldsOf("GSENSE6060", "hdr", 64, 20);
+  fields.preRefPixels = 6, fields.postRefPixels = 4, fields.preRefRows = 2, fields.postRefRows = 1;
+  sim::Sky dark;
+  dark.stars = 0;
+  dark.background = dark.readNoise = 0;
+  dark.columnPattern = 12;
+  folder.write("dark.raw", sim::encodeFrame(fields, 3, sim::exposeSky(camera, fields, dark)));
+  folder.write("d.ref", sim::dsnuFile(camera, fields, dark));
+  folder.write("p.ref", sim::prnuFile(camera, fields, dark));
+  ASSERT_EQ(orvacam({"convert", "dark.raw", "-o", "plain", "-f", "tiff"}).exitCode, 0);
+  const Ran ran =
+      orvacam({"convert", "dark.raw", "-o", "out", "-f", "tiff", "--dsnu", "d.ref", "--prnu", "p.ref"});
+  ASSERT_EQ(ran.exitCode, 0) << ran.err;
+  // Reference pixels and rows are corrected like those of the image.
+  for (const unsigned short pixel : tiff("out/dark_MERGED.tiff"))
+    ASSERT_LE(pixel, 1);
+  for (const unsigned short pixel : tiff("plain/dark_MERGED.tiff"))
+    ASSERT_GE(pixel, 6);  // 20 less the deepest column and row
+  EXPECT_EQ(folder.read("out/dark_LOW.tiff"), folder.read("plain/dark_LOW.tiff"));
+}
+
+TEST_F(Convert, SaysWhichReferenceFileIsWrong) {
+  const sim::Camera& camera = *sim::findCamera("GSENSE400");
+  folder.write("a.raw", hdr.bytes);
+  folder.write("junk", Bytes(1000, 'j'));
+  folder.write("small", sim::dsnuFile(camera, fieldsOf("GSENSE400", "hdr", 100, 59), sim::Sky()));
+  Bytes cut = sim::dsnuFile(camera, hdr.fields, sim::Sky());
+  cut.resize(cut.size() - 1);
+  folder.write("cut", cut);
+  const std::pair<const char*, const char*> cases[] = {
+      {"none", "cannot be opened: No such file or directory"},
+      {"junk", "is not a camera frame: it does not start with \"Meta\""},
+      {"small", "has 100 x 59 terms, which do not cover the frame"},
+      {"cut", "is truncated: 23999 of 24000 bytes of terms"}};
+  for (const auto& [name, why] : cases)
+    for (const char* option : {"--dsnu", "--prnu"}) {
+      const Ran ran = orvacam({"convert", "a.raw", "-o", "out", option, name});
+      EXPECT_EQ(ran.exitCode, 1);
+      EXPECT_EQ(ran.err, std::string("orvacam: a.raw: is not converted: the reference file ") + name + " " +
+                             why + "\n");
+      EXPECT_THAT(files("out"), IsEmpty());
+    }
+}
+
+TEST_F(Convert, LeavesNothingBehindOnAFullDisk) {
+  folder.write("a.raw", hdr.bytes);
+  Surroundings full;
+  full.longestFile = 8192;  // a file of pixels has 12000 bytes
+  for (const char* format : {"fits", "tiff"}) {
+    const Ran ran = orvacam({"convert", "a.raw", "-o", "out", "--format", format}, full);
+    EXPECT_EQ(ran.exitCode, 1) << format;
+    EXPECT_EQ(ran.err, "orvacam: a.raw: is not converted: the files in out cannot be written completely\n");
+    EXPECT_THAT(files("out"), IsEmpty());
+  }
+}
+
+TEST_F(Convert, NeedsAFolderToWriteTo) {
+  folder.write("a.raw", single.bytes);
+  folder.write("taken", {});
+  EXPECT_EQ(orvacam({"convert", "a.raw", "-o", "taken"}).err,
+            "orvacam: taken: is not a folder and cannot be made one\n");
+  EXPECT_EQ(orvacam({"convert", "a.raw", "-o", "taken/deeper"}).exitCode, 1);
+  std::filesystem::create_directories(folder.path() / "out" / "a.fit" / "in");
+  const Ran ran = orvacam({"convert", "a.raw", "-o", "out"});
+  EXPECT_EQ(ran.exitCode, 1);
+  EXPECT_THAT(ran.err, HasSubstr("orvacam: a.raw: is not converted: out/a.fit: "));
+  EXPECT_THAT(files("out"), ElementsAre("a.fit"));
+}
+
+}  // namespace
