@@ -51,7 +51,7 @@ sim::HeaderFields headerOf(const sim::Camera& camera, const Options& options) {
   fields.frameNumber = given.frameNumber;
   if (camera.ccd) fields.quadrants = options.quadrants;
 
-  const sim::HeaderFields written = sim::asVersion(fields, options.version);
+  sim::HeaderFields written = sim::asVersion(fields, options.version);
   if (written.quadrants != fields.quadrants)
     throw Failure("only header versions 3 and 4 say which amplifiers read a CCD");
   if (written.correlatedMultipleSampling != fields.correlatedMultipleSampling)
