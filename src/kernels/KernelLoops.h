@@ -62,28 +62,30 @@ static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std
   return i;
 }
 
-/// One corrected pixel: the fixed-point form of round(clamp(p + a, 0, max) * m), cut at 65535.
-static std::uint32_t corrected(std::uint32_t pixel, std::int32_t additive, std::uint32_t multiplicative,
-                               const MergeRule& rule) {
-  constexpr std::int64_t largestSum = 32767;  // of a signed 16-bit number, whatever its fraction bits
-  std::int64_t sum = (static_cast<std::int64_t>(pixel) << rule.additiveFractionBits) + additive;
-  sum = sum < 0 ? 0 : sum > largestSum ? largestSum : sum;
+/// One corrected pixel: the fixed-point form of round(clamp(p + a, 0, max) * m), cut at 65535. All of it fits
+/// 32 bits: the shifted pixel and the additive term are below 2^31 together, product and half below 2^32.
+static std::int32_t corrected(std::int32_t pixel, std::int32_t additive, std::uint32_t multiplicative,
+                              const MergeRule& rule) {
+  constexpr std::int32_t largestSum = 32767;  // of a signed 16-bit number, whatever its fraction bits
+  std::int32_t sum = (pixel << rule.additiveFractionBits) + additive;
+  sum = sum < 0 ? 0 : sum;
+  sum = sum > largestSum ? largestSum : sum;
   const std::uint32_t fraction = rule.additiveFractionBits + rule.multiplicativeFractionBits;
-  const std::uint64_t half = fraction > 0 ? std::uint64_t{1} << (fraction - 1) : 0;
-  const std::uint64_t result = (static_cast<std::uint64_t>(sum) * multiplicative + half) >> fraction;
-  return static_cast<std::uint32_t>(result > 65535 ? 65535 : result);
+  const std::uint32_t half = fraction > 0 ? 1U << (fraction - 1) : 0;
+  const std::uint32_t result = (static_cast<std::uint32_t>(sum) * multiplicative + half) >> fraction;
+  return static_cast<std::int32_t>(result > 65535 ? 65535 : result);
 }
 
-static std::uint16_t chosen(std::uint32_t low, std::uint32_t high, const MergeRule& rule) {
-  const auto l = static_cast<std::int32_t>(low);
-  const auto h = static_cast<std::int32_t>(high);
+static std::uint16_t chosen(std::int32_t low, std::int32_t high, const MergeRule& rule) {
   const bool takeLow =
-      rule.type == 1 || (rule.type != 2 && (h >= rule.highThreshold || l - h > rule.differenceThreshold));
+      rule.type == 1 || (rule.type != 2 && (static_cast<int>(high >= rule.highThreshold) |
+                                            static_cast<int>(low - high > rule.differenceThreshold)) != 0);
   return static_cast<std::uint16_t>(takeLow ? low : high);
 }
 
 static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                         std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
+                         std::size_t count, const MergeRule& rule, const UniformTerms& given) {
+  const UniformTerms terms = given;  // a copy that the output cannot overlap
   for (std::size_t i = 0; i < count; ++i)
     merged[i] = chosen(corrected(low[i], terms.additiveLow, terms.multiplicativeLow, rule),
                        corrected(high[i], terms.additiveHigh, terms.multiplicativeHigh, rule), rule);

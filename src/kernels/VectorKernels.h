@@ -57,34 +57,30 @@ namespace {
 
 /// The rule for all lanes.
 struct WideRule {
-  __m128i additiveShift;
-  __m128i resultShift;
-  Register half;  // in 32-bit lanes
+  Register additiveFactor;  // 2^f
   Register largestShiftable;
+  Register half;         // in 32-bit lanes
+  Register resultShift;  // in 32-bit lanes
   Register belowHighThreshold;
   Register differenceThreshold;
-  Register alwaysLow;
 };
 
 }  // namespace
 
 static WideRule widened(const MergeRule& rule) {
   const std::uint32_t fraction = rule.additiveFractionBits + rule.multiplicativeFractionBits;
-  const bool neverLow = rule.type == 2;
-  const bool alwaysLow = rule.type == 1 || (!neverLow && rule.highThreshold == 0);
-  return {_mm_cvtsi32_si128(static_cast<int>(rule.additiveFractionBits)),
-          _mm_cvtsi32_si128(static_cast<int>(fraction)),
-          spread32(fraction > 0 ? 1u << (fraction - 1) : 0),
-          spread16(65535u >> rule.additiveFractionBits),
-          spread16(neverLow ? 65535u : static_cast<std::uint32_t>(rule.highThreshold - 1)),
-          spread16(neverLow ? 65535u : static_cast<std::uint32_t>(rule.differenceThreshold)),
-          spread16(alwaysLow ? 65535u : 0u)};
+  return {spread16(1U << rule.additiveFractionBits),
+          spread16(65535U >> rule.additiveFractionBits),
+          spread32(fraction > 0 ? 1U << (fraction - 1) : 0),
+          spread32(fraction),
+          spread16(static_cast<std::uint32_t>(rule.highThreshold - 1)),
+          spread16(static_cast<std::uint32_t>(rule.differenceThreshold))};
 }
 
 /// c = min((s * m + half) >> (f + g), 65535). Product and half are below 2^32 together; the shifted result is
 /// below 2^31, so that the saturating pack cuts it rightly.
 static Register corrected(Register pixels, Register additive, Register multiplicative, const WideRule& rule) {
-  const Register sum = sums(pixels, additive, rule.additiveShift, rule.largestShiftable);
+  const Register sum = sums(pixels, additive, rule.additiveFactor, rule.largestShiftable);
   const Products products = multiply16(sum, multiplicative);
   return packToLimit16(shiftRight32(add32(products.first, rule.half), rule.resultShift),
                        shiftRight32(add32(products.second, rule.half), rule.resultShift));
@@ -93,7 +89,7 @@ static Register corrected(Register pixels, Register additive, Register multiplic
 static Register chosen(Register low, Register high, const WideRule& rule) {
   const Register bright = subtractToZero16(high, rule.belowHighThreshold);
   const Register apart = subtractToZero16(subtractToZero16(low, high), rule.differenceThreshold);
-  return whereZero16(eitherBits(eitherBits(bright, apart), rule.alwaysLow), high, low);
+  return whereZero16(eitherBits(bright, apart), high, low);
 }
 
 // One set of terms for all pixels, or one for each: what the merge below asks of either.
@@ -111,6 +107,43 @@ static Register correctedHigh(Register pixels, const UniformTerms& terms, std::s
 static void mergePlain(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                        std::size_t first, std::size_t end, const MergeRule& rule, const UniformTerms& terms) {
   loops::mergeUniform(low + first, high + first, merged + first, end - first, rule, terms);
+}
+
+/// Uniform terms whose results stay below 32768: one rounding multiplication does the rest. Its factors are
+/// 2^15 instead of 2^(f + g) times what they stand for.
+namespace {
+
+struct SmallTerms {
+  UniformTerms terms;
+  std::uint32_t factorLow;
+  std::uint32_t factorHigh;
+};
+
+}  // namespace
+
+static bool fitsSmallTerms(const MergeRule& rule, const UniformTerms& terms, SmallTerms* small) {
+  const std::uint32_t fraction = rule.additiveFractionBits + rule.multiplicativeFractionBits;
+  if (fraction > 15) return false;
+  *small = {terms, std::uint32_t{terms.multiplicativeLow} << (15 - fraction),
+            std::uint32_t{terms.multiplicativeHigh} << (15 - fraction)};
+  return small->factorLow <= 32767 && small->factorHigh <= 32767;
+}
+
+static Register correctedLow(Register pixels, const SmallTerms& small, std::size_t /*i*/,
+                             const WideRule& rule) {
+  const Register additive = spread16(static_cast<std::uint16_t>(small.terms.additiveLow));
+  return multiplyRounded15(sums(pixels, additive, rule.additiveFactor, rule.largestShiftable),
+                           spread16(small.factorLow));
+}
+static Register correctedHigh(Register pixels, const SmallTerms& small, std::size_t /*i*/,
+                              const WideRule& rule) {
+  const Register additive = spread16(static_cast<std::uint16_t>(small.terms.additiveHigh));
+  return multiplyRounded15(sums(pixels, additive, rule.additiveFactor, rule.largestShiftable),
+                           spread16(small.factorHigh));
+}
+static void mergePlain(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                       std::size_t first, std::size_t end, const MergeRule& rule, const SmallTerms& small) {
+  mergePlain(low, high, merged, first, end, rule, small.terms);
 }
 
 static Register correctedLow(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
@@ -138,6 +171,40 @@ static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint
     put<stores>(merged + i, chosen(correctedLow(load(low + i), terms, i, wide),
                                    correctedHigh(load(high + i), terms, i, wide), wide));
   mergePlain(low, high, merged, i, count, rule, terms);
+}
+
+/// Where one plane is never taken, the other stands for both, so that the thresholds decide nothing.
+template <typename Terms>
+static Terms unitePlanes(const MergeRule& rule, const std::uint16_t*& low, const std::uint16_t*& high,
+                         Terms terms) {
+  if (rule.type == 2) {
+    low = high;
+    terms.additiveLow = terms.additiveHigh;
+    terms.multiplicativeLow = terms.multiplicativeHigh;
+  } else if (rule.type == 1 || rule.highThreshold == 0) {
+    high = low;
+    terms.additiveHigh = terms.additiveLow;
+    terms.multiplicativeHigh = terms.multiplicativeLow;
+  }
+  return terms;
+}
+
+template <Stores stores>
+static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                         std::size_t count, const MergeRule& rule, const UniformTerms& given) {
+  const UniformTerms terms = unitePlanes(rule, low, high, given);
+  SmallTerms small;
+  if (fitsSmallTerms(rule, terms, &small))
+    merge<stores>(low, high, merged, count, rule, small);
+  else
+    merge<stores>(low, high, merged, count, rule, terms);
+}
+
+template <Stores stores>
+static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                        std::size_t count, const MergeRule& rule, const PlaneTerms& given) {
+  const PlaneTerms terms = unitePlanes(rule, low, high, given);
+  merge<stores>(low, high, merged, count, rule, terms);
 }
 
 // ---- Statistics
@@ -194,16 +261,16 @@ static constexpr KernelTable vectorTable = {tableName,
                                             countPixels,
                                             loops::findExtremes,
                                             findFirst,
-                                            merge<cached, UniformTerms>,
-                                            merge<cached, PlaneTerms>,
+                                            mergeUniform<cached>,
+                                            mergePlanes<cached>,
                                             loops::mergeMapped,
                                             loops::addToSums8,
                                             loops::addToSums16,
                                             loops::emptySums,
                                             loops::meansOfSums,
                                             unpack12Streaming,
-                                            merge<streaming, UniformTerms>,
-                                            merge<streaming, PlaneTerms>,
+                                            mergeUniform<streaming>,
+                                            mergePlanes<streaming>,
                                             finishStreaming};
 
 }  // namespace orvacam::kernels

@@ -42,8 +42,11 @@ static Register subtractToZero16(Register a, Register b) {
 static Register add32(Register a, Register b) {
   return _mm256_add_epi32(a, b);
 }
-static Register shiftRight32(Register values, __m128i bits) {
-  return _mm256_srl_epi32(values, bits);
+static Register shiftRight32(Register values, Register bits) {
+  return _mm256_srlv_epi32(values, bits);
+}
+static Register multiplyRounded15(Register a, Register b) {
+  return _mm256_mulhrs_epi16(a, b);  // (a * b + 2^14) >> 15, signed
 }
 static Register packToLimit16(Register first, Register second) {
   return _mm256_packus_epi32(first, second);
@@ -80,12 +83,12 @@ static Register unpacked(const std::uint8_t* packed) {
   return _mm256_blend_epi16(_mm256_srli_epi16(both, 4), _mm256_and_si256(both, spread16(0x0FFF)), 0xAA);
 }
 
-/// s = clamp((p << f) + a, 0, 32767); a pixel above the largest that can be shifted gives 32767 with every a.
-/// In between, values are kept 32768 lower than they are, where a saturating signed addition clamps them at
-/// 0.
-static Register sums(Register pixels, Register additive, __m128i shift, Register largestShiftable) {
+/// s = clamp(p * 2^f + a, 0, 32767), where a pixel above the largest that can be shifted gives 32767 with
+/// every a. In between, values are kept 32768 lower than they are: there a saturating signed addition clamps
+/// them at 0.
+static Register sums(Register pixels, Register additive, Register factor, Register largestShiftable) {
   const __m256i shiftable = _mm256_cmpeq_epi16(_mm256_min_epu16(pixels, largestShiftable), pixels);
-  const __m256i lowered = _mm256_xor_si256(_mm256_sll_epi16(pixels, shift), spread16(32768));
+  const __m256i lowered = _mm256_xor_si256(_mm256_mullo_epi16(pixels, factor), spread16(32768));
   const __m256i sum = _mm256_min_epi16(_mm256_adds_epi16(lowered, additive), spread16(65535));
   // Lanes that cannot be shifted become 32767; the others are raised again.
   return _mm256_xor_si256(_mm256_andnot_si256(sum, shiftable), spread16(32767));

@@ -43,8 +43,11 @@ static Register subtractToZero16(Register a, Register b) {
 static Register add32(Register a, Register b) {
   return _mm512_add_epi32(a, b);
 }
-static Register shiftRight32(Register values, __m128i bits) {
-  return _mm512_srl_epi32(values, bits);
+static Register shiftRight32(Register values, Register bits) {
+  return _mm512_srlv_epi32(values, bits);
+}
+static Register multiplyRounded15(Register a, Register b) {
+  return _mm512_mulhrs_epi16(a, b);  // (a * b + 2^14) >> 15, signed
 }
 static Register packToLimit16(Register first, Register second) {
   return _mm512_packus_epi32(first, second);
@@ -81,12 +84,12 @@ static Register unpacked(const std::uint8_t* packed) {
   return _mm512_and_si512(_mm512_srlv_epi16(both, shifts), spread16(0x0FFF));
 }
 
-/// s = clamp((p << f) + a, 0, 32767); a pixel above the largest that can be shifted gives 32767 with every a.
-/// In between, values are kept 32768 lower than they are, where a saturating signed addition clamps them at
-/// 0.
-static Register sums(Register pixels, Register additive, __m128i shift, Register largestShiftable) {
+/// s = clamp(p * 2^f + a, 0, 32767), where a pixel above the largest that can be shifted gives 32767 with
+/// every a. In between, values are kept 32768 lower than they are: there a saturating signed addition clamps
+/// them at 0.
+static Register sums(Register pixels, Register additive, Register factor, Register largestShiftable) {
   const __mmask32 shiftable = _mm512_cmple_epu16_mask(pixels, largestShiftable);
-  const __m512i lowered = _mm512_xor_si512(_mm512_sll_epi16(pixels, shift), spread16(32768));
+  const __m512i lowered = _mm512_xor_si512(_mm512_mullo_epi16(pixels, factor), spread16(32768));
   const __m512i sum = _mm512_min_epi16(_mm512_adds_epi16(lowered, additive), spread16(65535));
   return _mm512_mask_blend_epi16(shiftable, spread16(32767), _mm512_xor_si512(sum, spread16(32768)));
 }

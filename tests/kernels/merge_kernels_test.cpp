@@ -55,13 +55,18 @@ TEST_P(EveryFractionWidth, IsExactForEveryPixelAndManyTermsInEveryTable) {
   for (unsigned int g = 0; g <= 16; ++g) {
     const auto one = static_cast<std::uint16_t>(std::min(1u << g, 65535u));
     const auto any = [&random] { return static_cast<std::uint16_t>(random()); };
+    // Around the factors whose results need 16 bits.
+    const auto large = static_cast<std::uint16_t>(std::min(1U << (f + g), 65535U));
+    const auto below = static_cast<std::uint16_t>(large - 1);
     const std::pair<std::int16_t, std::uint16_t> allTerms[] = {{0, one},
                                                                {-32768, 65535},
                                                                {32767, 65535},
                                                                {-1, 1},
                                                                {static_cast<std::int16_t>(any()), 0},
                                                                {1, any()},
-                                                               {static_cast<std::int16_t>(any()), any()}};
+                                                               {static_cast<std::int16_t>(any()), any()},
+                                                               {32767, large},
+                                                               {32767, below}};
     for (const auto& [additive, multiplicative] : allTerms) {
       const CorrectionInDoubles corrected(additive, multiplicative, f, g);
       for (unsigned int p = 0; p < 65536; ++p)
