@@ -10,6 +10,7 @@
 #include <orvacam/types/image_format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -66,9 +67,24 @@ class PixelsOnly {
   hw_merge_enables_t m_Enables;
 };
 
-void setFlag(CFrameMetaData& metaData, ORVA_META_KEYS key, bool value) {
-  if (key == ORVA_META_KEY_TEST_IS_HIGH_FRAME) metaData.SetIsHighFrame(value);
-  if (key == ORVA_META_KEY_TEST_IS_MERGED_FRAME) metaData.SetIsMergedFrame(value);
+/// One output file of a conversion; image is null when the frame does not yield the plane.
+struct PlaneFile {
+  const unsigned short* image;
+  unsigned char* metaData;
+  const char* suffix;
+  bool highFrame, mergedFrame;
+};
+
+std::array<PlaneFile, 3> planeFiles(const unpacked_images_t& images) {
+  const char* const lowSuffix = images.pHighImage != nullptr ? "_LOW" : "";
+  return {{{images.pLowImage, images.pLowMetaData, lowSuffix, false, false},
+           {images.pHighImage, images.pHighMetaData, "_HIGH", true, false},
+           {images.pMergedImage, images.pMergedMetaData, "_MERGED", false, true}}};
+}
+
+void mark(CFrameMetaData& metaData, const PlaneFile& plane) {
+  metaData.SetIsHighFrame(plane.highFrame);
+  metaData.SetIsMergedFrame(plane.mergedFrame);
 }
 
 }  // namespace
@@ -139,28 +155,12 @@ int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, con
   int result = DoConvertBase(pSource, pInfo, &images);
   if (result < 0) return result;
 
-  // Each file carries the metadata of its own plane.
-  if (images.pLowImage != nullptr) {
-    metaData.Parse(images.pLowMetaData, images.uiMetaDataSize);
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, false);
-    const char* const suffix = images.pHighImage != nullptr ? "_LOW" : "";
-    result =
-        fits.CreateImageFile(MakeProcessedFileName(pDestination, suffix, ".fit"), images.pLowImage, metaData);
-  }
-  if (images.pHighImage != nullptr) {
+  for (const PlaneFile& plane : planeFiles(images)) {
+    if (plane.image == nullptr) continue;
     metaData.ReInitialize(false);
-    metaData.Parse(images.pHighMetaData, images.uiMetaDataSize);
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_HIGH_FRAME, true);
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, false);
-    result = fits.CreateImageFile(MakeProcessedFileName(pDestination, "_HIGH", ".fit"), images.pHighImage,
-                                  metaData);
-  }
-  if (images.pMergedImage != nullptr) {
-    metaData.ReInitialize(false);
-    metaData.Parse(images.pMergedMetaData, images.uiMetaDataSize);
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_HIGH_FRAME, false);
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, true);
-    result = fits.CreateImageFile(MakeProcessedFileName(pDestination, "_MERGED", ".fit"), images.pMergedImage,
+    metaData.Parse(plane.metaData, images.uiMetaDataSize);
+    mark(metaData, plane);
+    result = fits.CreateImageFile(MakeProcessedFileName(pDestination, plane.suffix, ".fit"), plane.image,
                                   metaData);
   }
   return result;
@@ -176,23 +176,11 @@ int CAlgo::DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, con
 
   // Intended: all files carry the low-gain plane's metadata, apart from two flags.
   result = metaData.Parse(images.pLowMetaData, images.uiMetaDataSize);
-  if (images.pLowImage != nullptr) {
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, false);
-    const char* const suffix = images.pHighImage != nullptr ? "_LOW" : "";
-    result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, suffix, ".tiff"), images.pLowImage,
+  for (const PlaneFile& plane : planeFiles(images)) {
+    if (plane.image == nullptr) continue;
+    mark(metaData, plane);
+    result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, plane.suffix, ".tiff"), plane.image,
                                   metaData);
-  }
-  if (images.pHighImage != nullptr) {
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_HIGH_FRAME, true);
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, false);
-    result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, "_HIGH", ".tiff"), images.pHighImage,
-                                  metaData);
-  }
-  if (images.pMergedImage != nullptr) {
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_HIGH_FRAME, false);
-    setFlag(metaData, ORVA_META_KEY_TEST_IS_MERGED_FRAME, true);
-    result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, "_MERGED", ".tiff"),
-                                  images.pMergedImage, metaData);
   }
   return result;
 }

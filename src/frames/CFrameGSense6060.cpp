@@ -2,6 +2,7 @@
 #include <orvacam/metadata/CFrameMetaData.h>
 
 #include "frames/RowInterleavedStream.h"
+#include "merge/FrameRegions.h"
 
 int CFrameGSense6060::Unpack(unpacked_images_t* pImages) {
   if (DoPrepare(pImages) != 0) return -1;
@@ -33,16 +34,11 @@ int CFrameGSense6060::DoUnpack12(unsigned short* pLow, unsigned long ulLowSize, 
                                  unsigned long ulHighSize) {
   if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
   DoResetStatistics();  // this decoder can be called alone
-  unsigned int frameWidth = 0, frameHeight = 0, width = 0, height = 0;
-  unsigned int prePixels = 0, postPixels = 0, preRows = 0, postRows = 0;
-  m_pMetaData->GetFrameDimensionsBinned(frameWidth, frameHeight);
-  m_pMetaData->GetImageDimensionsBinned(width, height);
-  m_pMetaData->GetRefPixelsBinned(prePixels, postPixels);
-  m_pMetaData->GetRefRowsBinned(preRows, postRows);
+  const orvacam::FrameRegions frame(*m_pMetaData);
   const orvacam::StreamSection sections[] = {
-      {2 * preRows, 0, frameWidth, 0, 0, false},
-      {2 * height, prePixels, width, postPixels, 0, m_bMergeStatistics},
-      {2 * postRows, 0, frameWidth, 0, 0, false}};
+      {2 * frame.preRows, 0, frame.frameWidth, 0, 0, false},
+      {2 * frame.imageHeight, frame.prePixels, frame.imageWidth, frame.postPixels, 0, m_bMergeStatistics},
+      {2 * frame.postRows, 0, frame.frameWidth, 0, 0, false}};
   unsigned long length = 0;
   const unsigned char* const pixels = DoPixelData(length);
   orvacam::PlaneCursor planes[] = {{pLow, ulLowSize, &m_LowStatistics},

@@ -12,6 +12,7 @@
 #include <new>
 
 #include "frames/RowInterleavedStream.h"
+#include "merge/FrameRegions.h"
 #include "support/CheckedMath.h"
 
 namespace {
@@ -370,15 +371,11 @@ void IFrame::DoCopyPlane16(unsigned short* pOut, unsigned long ulPixels) const {
 
 int IFrame::UnpackImage12to16(unsigned short* pOut, unsigned long ulSize) {
   if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
-  unsigned int frameWidth = 0, frameHeight = 0, width = 0, height = 0;
-  unsigned int prePixels = 0, postPixels = 0, preRows = 0, postRows = 0;
-  m_pMetaData->GetFrameDimensionsBinned(frameWidth, frameHeight);
-  m_pMetaData->GetImageDimensionsBinned(width, height);
-  m_pMetaData->GetRefPixelsBinned(prePixels, postPixels);
-  m_pMetaData->GetRefRowsBinned(preRows, postRows);
-  const orvacam::StreamSection sections[] = {{preRows, 0, frameWidth, 0, 0, false},
-                                             {height, prePixels, width, postPixels, 0, false},
-                                             {postRows, 0, frameWidth, 0, 0, false}};
+  const orvacam::FrameRegions frame(*m_pMetaData);
+  const orvacam::StreamSection sections[] = {
+      {frame.preRows, 0, frame.frameWidth, 0, 0, false},
+      {frame.imageHeight, frame.prePixels, frame.imageWidth, frame.postPixels, 0, false},
+      {frame.postRows, 0, frame.frameWidth, 0, 0, false}};
   unsigned long length = 0;
   const unsigned char* const pixels = DoPixelData(length);
   orvacam::PlaneCursor plane(pOut, ulSize, nullptr);

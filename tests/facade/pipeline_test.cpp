@@ -128,7 +128,8 @@ class EveryCamera : public ::testing::TestWithParam<Camera> {
       const int chip = raw.fields.chipTemperature;
       expected[91] = static_cast<unsigned char>(chip >> 8);
       expected[92] = static_cast<unsigned char>(chip);
-      for (std::size_t i = 0; i < 384; ++i) EXPECT_EQ(int{plane.bytes[i]}, int{expected[i]}) << "byte " << i;
+      for (std::size_t i = 0; i < 384; ++i)
+        EXPECT_EQ(int{plane.bytes[i]}, int{expected[i]}) << "byte " << i;
     }
   }
 

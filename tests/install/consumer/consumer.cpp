@@ -9,8 +9,8 @@ int main() {
   CStacker stacker;
   unsigned short* mean = nullptr;
   unsigned int pixels = 0;
-  if (stacker.Initialize(3) < 0 || stacker.StackNextFrame(first, 3) < 0 || stacker.StackNextFrame(second, 3) < 0 ||
-      stacker.Finish(&mean, nullptr, &pixels) < 0)
+  if (stacker.Initialize(3) < 0 || stacker.StackNextFrame(first, 3) < 0 ||
+      stacker.StackNextFrame(second, 3) < 0 || stacker.Finish(&mean, nullptr, &pixels) < 0)
     return 1;
   std::printf("liborvacam %s: means %u %u %u\n", ORVACAM_VERSION_STRING, mean[0], mean[1], mean[2]);
   return 0;
