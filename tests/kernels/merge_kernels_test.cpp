@@ -107,6 +107,23 @@ TEST_P(EveryTable, ComparesAllPairsAroundTheThresholds) {
       }
 }
 
+TEST_P(EveryTable, TakesFactorsOfAnySizeForEitherPlane) {
+  std::vector<std::uint16_t> pixels(4096), merged(4096);
+  for (std::size_t i = 0; i < pixels.size(); ++i)
+    pixels[i] = static_cast<std::uint16_t>(i);
+  for (const unsigned int low : {1024u, 8191u, 8192u, 65535u})
+    for (const unsigned int high : {1024u, 8191u, 8192u, 65535u})
+      for (const std::int32_t threshold : {1, 3700, 65535}) {
+        const kernels::MergeRule rule = {3, 10, threshold, 65535, 0};
+        table().mergeUniform(pixels.data(), pixels.data(), merged.data(), merged.size(), rule,
+                             {7, -9, static_cast<std::uint16_t>(low), static_cast<std::uint16_t>(high)});
+        for (unsigned int p = 0; p < 4096; ++p)
+          ASSERT_EQ(merged[p], mergedInDoubles(correctedInDoubles(p, 7, low, 3, 10),
+                                               correctedInDoubles(p, -9, high, 3, 10), rule))
+              << "pixel " << p << ", factors " << low << " " << high << ", threshold " << threshold;
+      }
+}
+
 TEST_P(EveryTable, FollowsTheRuleForAllTypesThresholdsAndTerms) {
   std::mt19937 random(seed);
   for (unsigned int round = 0; round < 1500; ++round) {

@@ -1,0 +1,337 @@
+// Each kernel of each table over planes of 4096 x 4096 and 512 x 512 pixels, beside copies of as many bytes
+// as it moves. scripts/bench turns the output into a table of ratios.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "kernels/Kernels.h"
+
+namespace {
+
+namespace kernels = orvacam::kernels;
+using kernels::KernelTable;
+
+/// Frames are handed to kernels row by row, as the library does.
+constexpr std::size_t rowPixels = 4096;
+
+/// Planes of a frame of a star field: a narrow sky, a few bright pixels; the high gain saturates at 4095.
+struct Frame {
+  std::size_t pixels;
+  std::vector<std::uint8_t> packed;
+  std::vector<std::uint16_t> low, high, wide, noise, addLow, addHigh, mulLow, mulHigh, output;
+  std::vector<std::uint32_t> sums, banks;
+
+  explicit Frame(std::size_t count)
+      : pixels(count), packed(count / 2 * 3), output(count), sums(count), banks(kernels::countEntries) {
+    std::mt19937 random(20240517);
+    std::normal_distribution<float> sky(100.0F, 3.0F);
+    for (std::uint8_t& byte : packed)
+      byte = static_cast<std::uint8_t>(random());
+    for (auto* plane : {&low, &high, &wide, &noise, &addLow, &addHigh, &mulLow, &mulHigh})
+      plane->resize(count);
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto bits = static_cast<std::uint32_t>(random());
+      const float signal = sky(random) + (bits % 256 == 0 ? static_cast<float>(bits >> 22) : 0.0F);
+      low[i] = static_cast<std::uint16_t>(std::min(signal, 4095.0F));
+      high[i] = static_cast<std::uint16_t>(std::min(6.0F * signal, 4095.0F));
+      wide[i] = static_cast<std::uint16_t>(6.0F * signal);
+      noise[i] = static_cast<std::uint16_t>(bits >> 8 & 4095);
+      addLow[i] = static_cast<std::uint16_t>(bits & 63);
+      addHigh[i] = static_cast<std::uint16_t>(bits >> 6 & 63);
+      mulLow[i] = static_cast<std::uint16_t>(6144 + (bits >> 12 & 127));
+      mulHigh[i] = static_cast<std::uint16_t>(1024 + (bits >> 20 & 31));
+    }
+  }
+};
+
+constexpr kernels::MergeRule rule = {3, 10, 3700, 128, 0};
+constexpr kernels::UniformTerms identity = {0, 0, 1024, 1024};
+
+kernels::PlaneTerms planeTerms(const Frame& frame, std::size_t first) {
+  return {reinterpret_cast<const std::int16_t*>(frame.addLow.data() + first),
+          reinterpret_cast<const std::int16_t*>(frame.addHigh.data() + first), frame.mulLow.data() + first,
+          frame.mulHigh.data() + first};
+}
+
+std::uint16_t swappedNaively(std::uint16_t value) {
+  return static_cast<std::uint16_t>(value % 256 * 256 + value / 256);
+}
+
+/// What a benchmark does, how many bytes it must at least move, and whether its output is right.
+struct Operation {
+  const char* name;
+  double bytesPerPixel;
+  std::function<void(const KernelTable&, Frame&)> run;
+  std::function<bool(const Frame&)> isRight;
+};
+
+template <typename Kernel>
+void byRows(const Frame& frame, const Kernel& kernel) {
+  for (std::size_t first = 0; first < frame.pixels; first += rowPixels)
+    kernel(first, std::min(rowPixels, frame.pixels - first));
+}
+
+bool outputIs(const Frame& frame, const std::function<std::uint16_t(std::size_t)>& expected) {
+  for (std::size_t i = 0; i < frame.pixels; ++i)
+    if (frame.output[i] != expected(i)) return false;
+  return true;
+}
+
+bool isUnpacked(const Frame& frame) {
+  return outputIs(frame, [&](std::size_t i) {
+    const std::uint8_t* const three = frame.packed.data() + i / 2 * 3;
+    const std::uint32_t whole = three[0] * 65536U + three[1] * 256U + three[2];
+    return static_cast<std::uint16_t>(i % 2 == 0 ? whole >> 12 : whole & 4095U);
+  });
+}
+
+/// Every value of these planes is far from the clamps, so that the rule is short.
+std::uint16_t mergedNaively(std::uint32_t low, std::uint32_t high) {
+  return static_cast<std::uint16_t>(high >= 3700 || (low > high && low - high > 128) ? low : high);
+}
+
+bool isMergedByIdentity(const Frame& frame) {
+  return outputIs(frame, [&](std::size_t i) { return mergedNaively(frame.low[i], frame.high[i]); });
+}
+
+bool isMergedByPlanes(const Frame& frame) {
+  const auto corrected = [](std::uint16_t pixel, std::uint16_t additive, std::uint16_t multiplicative) {
+    const double sum = std::min(pixel + additive / 8.0, 4095.875);
+    return static_cast<std::uint32_t>(std::min(sum * (multiplicative / 1024.0), 65535.0) + 0.5);
+  };
+  return outputIs(frame, [&](std::size_t i) {
+    return mergedNaively(corrected(frame.low[i], frame.addLow[i], frame.mulLow[i]),
+                         corrected(frame.high[i], frame.addHigh[i], frame.mulHigh[i]));
+  });
+}
+
+template <typename Unpack>
+void unpackFrame(Frame& frame, const Unpack& unpack) {
+  byRows(frame, [&](std::size_t first, std::size_t count) {
+    unpack(frame.packed.data() + first / 2 * 3, frame.output.data() + first, count / 2);
+  });
+}
+
+template <typename Merge>
+void mergeUniformly(Frame& frame, const Merge& merge) {
+  byRows(frame, [&](std::size_t first, std::size_t count) {
+    merge(frame.low.data() + first, frame.high.data() + first, frame.output.data() + first, count, rule,
+          identity);
+  });
+}
+
+template <typename Merge>
+void mergeByPlanes(Frame& frame, const Merge& merge) {
+  byRows(frame, [&](std::size_t first, std::size_t count) {
+    merge(frame.low.data() + first, frame.high.data() + first, frame.output.data() + first, count, rule,
+          planeTerms(frame, first));
+  });
+}
+
+/// Extremes and counts of each row, as the statistics of a plane take them.
+Operation counting(const char* name, std::vector<std::uint16_t> Frame::*plane) {
+  return {name, 2,
+          [plane](const KernelTable& table, Frame& frame) {
+            const std::uint16_t* const pixels = (frame.*plane).data();
+            byRows(frame, [&](std::size_t first, std::size_t count) {
+              std::uint16_t extremes[2];
+              table.findExtremes(pixels + first, count, &extremes[0], &extremes[1]);
+              benchmark::DoNotOptimize(extremes);
+              table.countPixels(pixels + first, count, frame.banks.data());
+            });
+          },
+          [plane](const Frame& frame) {
+            std::vector<std::uint32_t> expected(65536), counted(65536);
+            for (const std::uint16_t pixel : frame.*plane)
+              ++expected[pixel];
+            for (std::size_t i = 0; i < kernels::countBanks; ++i)
+              for (std::size_t value = 0; value < 65536; ++value)
+                counted[value] += frame.banks[i * kernels::countBankStride + value];
+            return counted == expected;
+          }};
+}
+
+const std::vector<Operation>& operations() {
+  static const std::vector<Operation> all = {
+      {"unpack12", 3.5, [](const KernelTable& table, Frame& frame) { unpackFrame(frame, table.unpack12); },
+       isUnpacked},
+      {"unpack12Streaming", 3.5,
+       [](const KernelTable& table, Frame& frame) {
+         unpackFrame(frame, table.unpack12Streaming);
+         table.finishStreaming();
+       },
+       isUnpacked},
+      {"mergeUniform", 6,
+       [](const KernelTable& table, Frame& frame) { mergeUniformly(frame, table.mergeUniform); },
+       isMergedByIdentity},
+      {"mergeUniformStreaming", 6,
+       [](const KernelTable& table, Frame& frame) {
+         mergeUniformly(frame, table.mergeUniformStreaming);
+         table.finishStreaming();
+       },
+       isMergedByIdentity},
+      {"mergePlanes", 14,
+       [](const KernelTable& table, Frame& frame) { mergeByPlanes(frame, table.mergePlanes); },
+       isMergedByPlanes},
+      {"mergePlanesStreaming", 14,
+       [](const KernelTable& table, Frame& frame) {
+         mergeByPlanes(frame, table.mergePlanesStreaming);
+         table.finishStreaming();
+       },
+       isMergedByPlanes},
+      counting("count, sky", &Frame::low),
+      counting("count, 12-bit noise", &Frame::noise),
+      counting("count, merged", &Frame::wide),
+      {"swapBytes", 4,
+       [](const KernelTable& table, Frame& frame) {
+         table.swapBytes(frame.low.data(), frame.output.data(), frame.pixels);
+       },
+       [](const Frame& frame) {
+         return outputIs(frame, [&](std::size_t i) { return swappedNaively(frame.low[i]); });
+       }},
+      {"subtractBias", 6,
+       [](const KernelTable& table, Frame& frame) {
+         table.subtractBias(frame.output.data(), frame.addLow.data(), frame.pixels);
+       },
+       [](const Frame& frame) {  // from an output of zeros
+         return outputIs(frame, [](std::size_t) { return std::uint16_t{0}; });
+       }},
+      {"addToSums16", 10,
+       [](const KernelTable& table, Frame& frame) {
+         table.addToSums16(frame.low.data(), frame.sums.data(), frame.pixels);
+       },
+       [](const Frame& frame) { return std::equal(frame.low.begin(), frame.low.end(), frame.sums.begin()); }},
+  };
+  return all;
+}
+
+bool allRight = true;
+
+void fail(benchmark::State& state) {
+  state.SkipWithError("wrong output");
+  allRight = false;
+}
+
+void benchmarkKernel(benchmark::State& state, const Operation& operation, const KernelTable& table,
+                     Frame& frame) {
+  std::fill(frame.banks.begin(), frame.banks.end(), 0U);
+  std::fill(frame.sums.begin(), frame.sums.end(), 0U);
+  std::fill(frame.output.begin(), frame.output.end(), std::uint16_t{0});
+  operation.run(table, frame);
+  if (!operation.isRight(frame)) {
+    fail(state);
+    return;
+  }
+  for (auto _ : state) {
+    operation.run(table, frame);
+    benchmark::ClobberMemory();
+  }
+  state.counters["bytes"] = operation.bytesPerPixel * static_cast<double>(frame.pixels);
+}
+
+// ---- What to compare with
+
+void copyStreaming(const std::uint8_t* source, std::uint8_t* target, std::size_t bytes) {
+#if defined(__SSE2__)
+  for (std::size_t i = 0; i < bytes; i += 64) {
+    __builtin_prefetch(source + i + 1024);
+    for (std::size_t part = i; part < i + 64; part += 16)
+      _mm_stream_si128(reinterpret_cast<__m128i*>(target + part),
+                       _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + part)));
+  }
+  _mm_sfence();
+#else
+  std::memcpy(target, source, bytes);
+#endif
+}
+
+void benchmarkCopy(benchmark::State& state, bool streaming, std::size_t bytes) {
+  const std::size_t half = bytes / 2 / 64 * 64;  // read once, written once
+  const std::unique_ptr<std::uint8_t, decltype(&std::free)> source(
+      static_cast<std::uint8_t*>(std::aligned_alloc(64, half)), &std::free);
+  const std::unique_ptr<std::uint8_t, decltype(&std::free)> target(
+      static_cast<std::uint8_t*>(std::aligned_alloc(64, half)), &std::free);
+  std::memset(source.get(), 1, half);
+  std::memset(target.get(), 2, half);
+  for (auto _ : state) {
+    if (streaming)
+      copyStreaming(source.get(), target.get(), half);
+    else
+      std::memcpy(target.get(), source.get(), half);
+    benchmark::ClobberMemory();
+  }
+  state.counters["bytes"] = static_cast<double>(bytes);
+  if (std::memcmp(source.get(), target.get(), half) != 0) fail(state);
+}
+
+void benchmarkRead(benchmark::State& state, const Frame& frame) {
+  std::uint64_t seen = 0;
+  for (auto _ : state) {
+    for (std::size_t i = 0; i + 4 <= frame.pixels; i += 4) {
+      std::uint64_t four = 0;
+      std::memcpy(&four, frame.low.data() + i, sizeof four);
+      seen ^= four;
+    }
+    benchmark::DoNotOptimize(seen);
+  }
+  state.counters["bytes"] = 2.0 * static_cast<double>(frame.pixels);
+}
+
+void registerSize(std::size_t side) {
+  const auto frame = std::make_shared<Frame>(side * side);
+  const std::string size = "/" + std::to_string(side);
+  std::set<std::size_t> copies;
+  std::size_t count = 0;
+  const KernelTable* const* tables = kernels::allTables(count);
+  for (const Operation& operation : operations()) {
+    for (std::size_t i = 0; i < count; ++i) {
+      const KernelTable* const table = tables[i];
+      if (!table->supported()) {
+        std::fprintf(stderr, "this processor does not run the kernels '%s'\n", table->name);
+        continue;
+      }
+      benchmark::RegisterBenchmark((operation.name + ("/" + std::string(table->name)) + size).c_str(),
+                                   [&operation, table, frame](benchmark::State& state) {
+                                     benchmarkKernel(state, operation, *table, *frame);
+                                   })
+          ->Unit(benchmark::kMicrosecond);
+    }
+    copies.insert(static_cast<std::size_t>(operation.bytesPerPixel * static_cast<double>(frame->pixels)));
+  }
+  for (const std::size_t bytes : copies)
+    for (const bool streaming : {false, true})
+      benchmark::RegisterBenchmark(
+          ((streaming ? "copy streaming/" : "copy memcpy/") + std::to_string(bytes) + size).c_str(),
+          [streaming, bytes](benchmark::State& state) { benchmarkCopy(state, streaming, bytes); })
+          ->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark(("read/" + std::to_string(2 * frame->pixels) + size).c_str(),
+                               [frame](benchmark::State& state) { benchmarkRead(state, *frame); })
+      ->Unit(benchmark::kMicrosecond);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  registerSize(4096);
+  registerSize(512);
+  benchmark::AddCustomContext("compiler", __VERSION__);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return allRight ? 0 : 1;
+}
