@@ -37,12 +37,13 @@ void freePlane(Value*& pPlane) {
   pPlane = nullptr;
 }
 
-/// Whether planes of this many pixels are more than a file of this many bytes justifies: a header alone never
-/// makes us hold memory.
+/// Whether a file's two planes of this many pixels are more than its bytes justify: a header alone never
+/// makes us hold much memory, a file that was cut is still read.
 bool outOfProportion(unsigned long pixels, unsigned long fileBytes) {
-  constexpr unsigned long alwaysAllowed = 8UL << 20;
-  constexpr unsigned long largestRatio = 64;
-  return 2 * pixels > alwaysAllowed && 2 * pixels > largestRatio * fileBytes;
+  constexpr unsigned long alwaysAllowed = 16UL << 20;
+  constexpr unsigned long largestRatio = 8;
+  const unsigned long planesBytes = 2 * sizeof(unsigned short) * pixels;
+  return planesBytes > alwaysAllowed && planesBytes / largestRatio > fileBytes;
 }
 
 void freePlanes(ref_frames_t& ref) {
@@ -114,6 +115,7 @@ void CHWMergeReferenceFrames::ClearFrames() {
     plane = Plane();
   for (std::vector<unsigned short>* buffer : {&m_TestMerged, &m_TestLow, &m_TestHigh})
     std::vector<unsigned short>().swap(*buffer);
+  m_bCallerFrames = false;
 }
 
 int CHWMergeReferenceFrames::DoMakePlane(PlaneIndex ePlane, double dStart, double dStep,
@@ -165,7 +167,6 @@ int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned
   ClearFrames();
   m_bIdentityFrames = dAddLow == 0.0 && dAddHigh == 0.0 && dMulLow == 1.0 && dMulHigh == 1.0 &&
                       dAddStep == 0.0 && dMulStep == 0.0;
-  m_bCallerFrames = false;
   m_uiWidth = uiWidth;
   m_uiHeight = uiHeight;
   m_uiAddFracBits = uiAddFracBits;
@@ -296,7 +297,6 @@ int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE*
 
 bool CHWMergeReferenceFrames::DoReadPlane(std::FILE* pFile, PlaneIndex ePlane, unsigned short* pHandedOut) {
   const unsigned long pixels = m_uiWidth * m_uiHeight;
-  if (outOfProportion(pixels, bytesLeft(pFile))) return false;
   Plane& plane = m_Planes[ePlane];
   // What a short file does not bring keeps the term made before.
   std::vector<unsigned short> values(pixels, plane.usUniform);
@@ -332,18 +332,18 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
   } sources[] = {
       {dsnu.get(), AdditiveLow, AdditiveHigh, L"%s: Unable to allocate memory for DSNU data\n"},
       {prnu.get(), MultiplicativeLow, MultiplicativeHigh, L"%s: Unable to allocate memory for PRNU data\n"}};
+  const wchar_t* noMemory = nullptr;
+  for (const auto& source : sources)
+    if (source.file != nullptr && noMemory == nullptr &&
+        outOfProportion(static_cast<unsigned long>(width) * height, bytesLeft(source.file)))
+      noMemory = source.noMemory;
+  // Planes that are handed out are as large as the header claims, so that then there are none.
   if (pRef != nullptr) *pRef = ref_frames_t{};
-  for (const auto& source : sources) {
-    // Planes that are handed out are as large as the header claims.
-    if (source.file == nullptr || pRef == nullptr ||
-        !outOfProportion(static_cast<unsigned long>(width) * height, bytesLeft(source.file)))
-      continue;
-    m_pLog->log(CLOGLEVEL_ERROR, source.noMemory, name);
-    return -1;
-  }
   if (CreateIdentityFrames(width, height, 0.0, 0.0, dMulLow, dMulHigh, m_uiAddFracBits, m_uiMulFracBits,
-                           pRef) != 0) {
-    m_pLog->log(CLOGLEVEL_ERROR, sources[dsnu != nullptr ? 0 : 1].noMemory, name);
+                           noMemory == nullptr ? pRef : nullptr) != 0)
+    noMemory = sources[dsnu != nullptr ? 0 : 1].noMemory;
+  if (noMemory != nullptr) {
+    m_pLog->log(CLOGLEVEL_ERROR, noMemory, name);
     return -1;
   }
   unsigned short* const handedOut[PlaneCount] = {
@@ -354,10 +354,10 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
   int result = 0;
   for (const auto& source : sources) {
     if (source.file == nullptr) continue;
-    for (const PlaneIndex plane : {source.low, source.high})
-      if (!DoReadPlane(source.file, plane, handedOut[plane])) result = -1;
     m_bIdentityFrames = false;
     m_bCallerFrames = true;
+    for (const PlaneIndex plane : {source.low, source.high})
+      if (!DoReadPlane(source.file, plane, handedOut[plane])) result = -1;
   }
   return result;
 } catch (const std::bad_alloc&) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <new>
 
@@ -21,6 +22,39 @@ constexpr const char* mergeFrames = "MergeFrames";
 // Where the integer kernels are exact; other fraction bits go by the rule in doubles.
 constexpr unsigned int mostAddFracBits = 15;
 constexpr unsigned int mostMulFracBits = 16;
+
+/// One plane's terms for the kernels, from the image's first pixel on. A plane of one value lends a block of
+/// it, again and again.
+class Terms {
+ public:
+  void take(const std::vector<unsigned short>& values, unsigned long start, unsigned short uniform) {
+    if (values.empty())
+      std::fill_n(m_block, orvacam::mergeBlock, uniform);
+    else
+      m_values = values.data() + std::min(start, values.size());
+  }
+  const unsigned short* at(unsigned long first) const {
+    return m_values != nullptr ? m_values + first : m_block;
+  }
+  const short* signedAt(unsigned long first) const { return reinterpret_cast<const short*>(at(first)); }
+
+ private:
+  const unsigned short* m_values = nullptr;
+  unsigned short m_block[orvacam::mergeBlock];
+};
+
+/// Whether output as large as this is better written past the caches: pixels that stand in it as pixels, and
+/// none of which is read again.
+bool isWorthStreaming(const unsigned char* output, const void* low, const void* high, unsigned long pixels) {
+  const unsigned long bytes = sizeof(unsigned short) * pixels;
+  const auto begin = reinterpret_cast<std::uintptr_t>(output);
+  const auto apart = [=](const void* input) {
+    const auto other = reinterpret_cast<std::uintptr_t>(input);
+    return begin + bytes <= other || other + bytes <= begin;
+  };
+  return bytes >= kernels::streamFromBytes && begin % alignof(unsigned short) == 0 && apart(low) &&
+         apart(high);
+}
 
 }  // namespace
 
@@ -79,43 +113,6 @@ unsigned long CHWMergeReferenceFrames::DoTermsAvailable() const {
   return available;
 }
 
-void CHWMergeReferenceFrames::DoMergeRun(const unsigned short* pLow, const unsigned short* pHigh,
-                                         unsigned short* pMerged, unsigned long ulFirst,
-                                         unsigned long ulCount) const {
-  if (m_uiAddFracBits > mostAddFracBits || m_uiMulFracBits > mostMulFracBits) {
-    DoMergeInDoubles(pLow, pHigh, pMerged, ulFirst, ulCount);
-    return;
-  }
-  const kernels::MergeRule rule = {m_uiAddFracBits, m_uiMulFracBits, m_usHighThreshold,
-                                   m_usDifferenceThreshold, ConvertMergeType()};
-  const bool uniform = std::all_of(std::begin(m_Planes), std::end(m_Planes),
-                                   [](const Plane& plane) { return plane.values.empty(); });
-  if (uniform) {
-    const kernels::UniformTerms terms = {static_cast<short>(DoTerm(AdditiveLow, 0)),
-                                         static_cast<short>(DoTerm(AdditiveHigh, 0)),
-                                         DoTerm(MultiplicativeLow, 0), DoTerm(MultiplicativeHigh, 0)};
-    kernels::active().mergeUniform(pLow + ulFirst, pHigh + ulFirst, pMerged, ulCount, rule, terms);
-    return;
-  }
-  // A plane of one value lends a block of it.
-  unsigned short blocks[PlaneCount][orvacam::mergeBlock];
-  const unsigned short* terms[PlaneCount];
-  const unsigned long position = ulFirst + m_uiMergeStartRowOffset * m_uiWidth;
-  for (unsigned int i = 0; i < PlaneCount; ++i) {
-    const auto index = static_cast<PlaneIndex>(i);
-    if (m_Planes[i].values.empty()) {
-      std::fill_n(blocks[i], ulCount, DoTerm(index, 0));
-      terms[i] = blocks[i];
-    } else {
-      terms[i] = m_Planes[i].values.data() + position;
-    }
-  }
-  const kernels::PlaneTerms planes = {reinterpret_cast<const short*>(terms[AdditiveLow]),
-                                      reinterpret_cast<const short*>(terms[AdditiveHigh]),
-                                      terms[MultiplicativeLow], terms[MultiplicativeHigh]};
-  kernels::active().mergePlanes(pLow + ulFirst, pHigh + ulFirst, pMerged, ulCount, rule, planes);
-}
-
 void CHWMergeReferenceFrames::DoMergeInDoubles(const unsigned short* pLow, const unsigned short* pHigh,
                                                unsigned short* pMerged, unsigned long ulFirst,
                                                unsigned long ulCount) const {
@@ -135,16 +132,49 @@ void CHWMergeReferenceFrames::DoMergeInDoubles(const unsigned short* pLow, const
 
 void CHWMergeReferenceFrames::DoMerge(const unsigned short* pLow, const unsigned short* pHigh,
                                       unsigned char* pMerged, unsigned long ulNumPixels, bool bStatistics) {
+  if (bStatistics) m_MergedStatistics.Reset();
+  if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return;
   const unsigned long pixels = std::min(ulNumPixels, DoTermsAvailable());
-  const auto mergeRun = [=](unsigned long first, unsigned long count, unsigned short* pTarget) {
-    DoMergeRun(pLow, pHigh, pTarget, first, count);
+  const auto mergeAll = [&](const auto& mergeRun) {
+    if (bStatistics)
+      orvacam::mergeRegions(orvacam::FrameRegions(m_MetaData), pMerged, pixels, mergeRun, m_MergedStatistics);
+    else
+      orvacam::mergeAndCount(pMerged, 0, pixels, mergeRun, nullptr, 0, 0);
   };
-  if (!bStatistics) {
-    orvacam::mergeAndCount(pMerged, 0, pixels, mergeRun, nullptr, 0, 0);
+  if (m_uiAddFracBits > mostAddFracBits || m_uiMulFracBits > mostMulFracBits) {
+    mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
+      DoMergeInDoubles(pLow, pHigh, target, first, count);
+    });
     return;
   }
-  m_MergedStatistics.Reset();
-  orvacam::mergeRegions(orvacam::FrameRegions(m_MetaData), pMerged, pixels, mergeRun, m_MergedStatistics);
+
+  const kernels::KernelTable& kernel = kernels::active();
+  const kernels::MergeRule rule = {m_uiAddFracBits, m_uiMulFracBits, m_usHighThreshold,
+                                   m_usDifferenceThreshold, ConvertMergeType()};
+  const bool streaming = !bStatistics && isWorthStreaming(pMerged, pLow, pHigh, pixels);
+  const bool uniform = std::all_of(std::begin(m_Planes), std::end(m_Planes),
+                                   [](const Plane& plane) { return plane.values.empty(); });
+  if (uniform) {
+    const kernels::UniformTerms terms = {static_cast<short>(DoTerm(AdditiveLow, 0)),
+                                         static_cast<short>(DoTerm(AdditiveHigh, 0)),
+                                         DoTerm(MultiplicativeLow, 0), DoTerm(MultiplicativeHigh, 0)};
+    const auto merge = streaming ? kernel.mergeUniformStreaming : kernel.mergeUniform;
+    mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
+      merge(pLow + first, pHigh + first, target, count, rule, terms);
+    });
+  } else {
+    Terms terms[PlaneCount];
+    const unsigned long start = m_uiMergeStartRowOffset * m_uiWidth;
+    for (unsigned int i = 0; i < PlaneCount; ++i)
+      terms[i].take(m_Planes[i].values, start, DoTerm(static_cast<PlaneIndex>(i), 0));
+    const auto merge = streaming ? kernel.mergePlanesStreaming : kernel.mergePlanes;
+    mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
+      merge(pLow + first, pHigh + first, target, count, rule,
+            {terms[AdditiveLow].signedAt(first), terms[AdditiveHigh].signedAt(first),
+             terms[MultiplicativeLow].at(first), terms[MultiplicativeHigh].at(first)});
+    });
+  }
+  if (streaming) kernel.finishStreaming();
 }
 
 void CHWMergeReferenceFrames::MergeNoStats(unsigned short* pLow, unsigned short* pHigh,
@@ -161,8 +191,9 @@ void CHWMergeReferenceFrames::MergeWithStats(unsigned short* pLow, unsigned shor
 // --------------------------------------------------------------------------------------------------
 
 int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
-                                         unsigned long ulNumPixels) {
+                                         unsigned long ulNumPixels) try {
   if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return -1;
+  if (m_bMergedStatistics) m_MergedStatistics.Reset();  // a refused merge has none
   const auto width = static_cast<unsigned int>(m_uiWidth);
   const auto height = static_cast<unsigned int>(m_uiHeight);
   if (m_uiMergeStartRowOffset != 0 && m_uiMergeStartRowOffset >= m_uiHeight) {
@@ -194,11 +225,15 @@ int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* p
   m_MetaData.SetBitsPerPixel(16);
   m_MetaData.SetHDRFrame(false);
   m_MetaData.SetPixelEndianFormat(!m_bByteSwapped);
-  if (format == ORVA_IMAGE_FORMAT_TIFF) CTiffMaker().WriteHeader(output, leading, m_MetaData, m_bByteSwapped);
+  int result = 0;
+  if (format == ORVA_IMAGE_FORMAT_TIFF)
+    result = CTiffMaker().WriteHeader(output, leading, m_MetaData, m_bByteSwapped);
   if (format == ORVA_IMAGE_FORMAT_FITS)
-    CFitsInterface().CreateImageBuffer(pMerged, leading, static_cast<unsigned int>(ulNumPixels), m_MetaData,
-                                       m_bByteSwapped);
-  return 0;
+    result = CFitsInterface().CreateImageBuffer(pMerged, leading, static_cast<unsigned int>(ulNumPixels),
+                                                m_MetaData, m_bByteSwapped);
+  return std::min(result, 0);
+} catch (const std::bad_alloc&) {
+  return -1;
 }
 
 int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned int uiWidth,

@@ -2,6 +2,9 @@
 #include <orvacam/merge/CMergeAlgoLegacy.h>
 #include <orvacam/support/CLog.h>
 
+#include <algorithm>
+#include <new>
+
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
 
@@ -12,8 +15,9 @@ CMergeAlgoLegacy::CMergeAlgoLegacy() : m_pMergeSettings(nullptr) {}
 CMergeAlgoLegacy::~CMergeAlgoLegacy() = default;
 
 int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
-                                  unsigned long ulNumPixels) {
+                                  unsigned long ulNumPixels) try {
   if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return -1;
+  if (m_bMergedStatistics) m_MergedStatistics.Reset();  // a merge without an array has none
   unsigned int leading = 0;
   unsigned int trailing = 0;
   const auto format = static_cast<ORVA_IMAGE_FORMAT>(m_MergeEnables.uiImageFormat);
@@ -32,14 +36,14 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
   const bool tiff = format == ORVA_IMAGE_FORMAT_TIFF;
   auto* const output = reinterpret_cast<unsigned char*>(pMerged);
   DoMerge(map, pLow, pHigh, tiff ? output + leading : output, ulNumPixels, m_bMergedStatistics);
-  if (tiff) {
-    CFrameMetaData metaData(m_MetaData);
-    metaData.SetBitsPerPixel(16);
-    metaData.SetHDRFrame(false);
-    metaData.SetPixelEndianFormat(!m_bByteSwapped);
-    CTiffMaker().WriteHeader(output, leading, metaData, m_bByteSwapped);
-  }
-  return 0;
+  if (!tiff) return 0;
+  CFrameMetaData metaData(m_MetaData);
+  metaData.SetBitsPerPixel(16);
+  metaData.SetHDRFrame(false);
+  metaData.SetPixelEndianFormat(!m_bByteSwapped);
+  return std::min(CTiffMaker().WriteHeader(output, leading, metaData, m_bByteSwapped), 0);
+} catch (const std::bad_alloc&) {
+  return -1;
 }
 
 void CMergeAlgoLegacy::DoMergeWithStats(const CMergeMappingArray* pMap, unsigned short* pLow,
@@ -51,6 +55,8 @@ void CMergeAlgoLegacy::DoMergeWithStats(const CMergeMappingArray* pMap, unsigned
 void CMergeAlgoLegacy::DoMerge(const CMergeMappingArray* pMap, const unsigned short* pLow,
                                const unsigned short* pHigh, unsigned char* pMerged, unsigned long ulNumPixels,
                                bool bStatistics) {
+  if (bStatistics) m_MergedStatistics.Reset();
+  if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return;
   const unsigned short* const data = pMap != nullptr ? pMap->GetData() : nullptr;
   const unsigned int width = data != nullptr ? pMap->GetWidth() : 0;
   const unsigned int height = data != nullptr ? pMap->GetHeight() : 0;
@@ -71,6 +77,5 @@ void CMergeAlgoLegacy::DoMerge(const CMergeMappingArray* pMap, const unsigned sh
               regions.postPixels);
   m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiPreRefRows= %d, uiPostRefRows= %d\n", name, regions.preRows,
               regions.postRows);
-  m_MergedStatistics.Reset();
   orvacam::mergeRegions(regions, pMerged, ulNumPixels, mergeRun, m_MergedStatistics);
 }

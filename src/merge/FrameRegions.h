@@ -23,6 +23,9 @@ struct FrameRegions {
     metaData.GetRefPixelsBinned(prePixels, postPixels);
     metaData.GetRefRowsBinned(preRows, postRows);
   }
+
+  /// Rows that hold pixels at all.
+  unsigned int imageRows() const { return (prePixels | imageWidth | postPixels) != 0 ? imageHeight : 0; }
 };
 
 /// Pixels that are merged and counted while they are in the cache.
@@ -60,7 +63,7 @@ void mergeRegions(const FrameRegions& regions, unsigned char* output, unsigned l
     position += count;
   };
   merge(static_cast<unsigned long>(regions.preRows) * regions.frameWidth, nullptr, 0);
-  for (unsigned int row = 0; row < regions.imageHeight && position < pixels; ++row) {
+  for (unsigned int row = 0; row < regions.imageRows() && position < pixels; ++row) {
     merge(regions.prePixels, nullptr, 0);
     merge(regions.imageWidth, &statistics, regions.preRows + row);
     merge(regions.postPixels, nullptr, 0);

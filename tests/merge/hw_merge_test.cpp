@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 #include <orvacam/merge/CHWMergeReferenceFrames.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "TestFolder.h"
@@ -116,32 +119,112 @@ TEST(MergeType, FollowsFromTheEnableBits) {
   EXPECT_EQ(CHWMergeReferenceFrames::ConvertMergeType(7), 0u);
 }
 
-TEST_F(HWMerge, EqualsTheRuleInDoublesForUniformTermsOfAnyFractionWidth) {
-  std::mt19937 random(77);
-  for (const unsigned int f : {0u, 3u, 8u, 15u, 16u, 40u})
-    for (const unsigned int g : {0u, 10u, 16u, 17u, 33u}) {
-      Rule rule;
-      rule.f = f;
-      rule.g = g;
-      const auto additive = static_cast<short>(random());
-      const auto multiplicative = static_cast<unsigned short>(random());
-      rule.addLow = rule.addHigh = additive * std::pow(2.0, -static_cast<double>(f));
-      rule.mulLow = rule.mulHigh = multiplicative * std::pow(2.0, -static_cast<double>(g));
-      ASSERT_EQ(merge.CreateIdentityFrames(10, 10, 0.0, 0.0, 0.0, 0.0, f, g, nullptr), 0);
-      const std::vector<short> add(100, additive);
-      const Pixels mul(100, multiplicative);
-      ASSERT_EQ(merge.SetAdditiveLowFromBuffer(add.data(), 100), 0);
-      ASSERT_EQ(merge.SetAdditiveHighFromBuffer(add.data(), 100), 0);
-      ASSERT_EQ(merge.SetMultiplicativeLowFromBuffer(mul.data(), 100), 0);
-      ASSERT_EQ(merge.SetMultiplicativeHighFromBuffer(mul.data(), 100), 0);
-      Pixels low(100), high(100);
-      for (auto* plane : {&low, &high})
-        for (unsigned short& pixel : *plane)
-          pixel = static_cast<unsigned short>(random() >> (random() % 16));
-      const Pixels out = merged(low, high);
-      for (std::size_t i = 0; i < 100; ++i)
-        ASSERT_EQ(out[i], rule(low[i], high[i])) << "f " << f << " g " << g;
+/// Every pair of the values around which the rule turns, and as many random pairs.
+void fillWithEdges(Pixels& low, Pixels& high, std::mt19937& random) {
+  const unsigned short edges[] = {0,    1,    2,    127,  128,   129,   3571,  3572,  3699, 3700,
+                                  3701, 4094, 4095, 4096, 32766, 32767, 32768, 65534, 65535};
+  for (const unsigned short l : edges)
+    for (const unsigned short h : edges) {
+      low.push_back(l);
+      high.push_back(h);
+      low.push_back(static_cast<unsigned short>(random() >> (random() % 16)));
+      high.push_back(static_cast<unsigned short>(random() >> (random() % 16)));
     }
+}
+
+/// Fixed-point terms of a plane pair, and the rule that they mean.
+struct FixedTerms {
+  short addLow, addHigh;
+  unsigned short mulLow, mulHigh;
+
+  Rule rule(unsigned int f, unsigned int g) const {
+    Rule rule;
+    rule.f = f;
+    rule.g = g;
+    rule.addLow = addLow / std::pow(2.0, f);
+    rule.addHigh = addHigh / std::pow(2.0, f);
+    rule.mulLow = mulLow / std::pow(2.0, g);
+    rule.mulHigh = mulHigh / std::pow(2.0, g);
+    return rule;
+  }
+};
+
+TEST_F(HWMerge, EqualsTheRuleInDoublesForEveryFractionWidthTypeAndThreshold) {
+  const struct {
+    unsigned short high, difference;
+    unsigned int type;
+  } modes[] = {{3700, 128, 0}, {0, 0, 0},   {65535, 0, 0},  {65535, 65535, 0},
+               {1, 65535, 0},  {100, 5, 3}, {3700, 128, 1}, {3700, 128, 2}};
+  const unsigned int seed = 77;
+  std::mt19937 random(seed);
+  Pixels low, high;
+  fillWithEdges(low, high, random);
+  const auto count = static_cast<unsigned int>(low.size());
+  for (unsigned int f = 0; f <= 17; ++f)
+    for (unsigned int g = 0; g <= 18; ++g) {
+      const FixedTerms terms = {static_cast<short>(random() >> (16 + random() % 16)),
+                                static_cast<short>(-static_cast<int>(random() % 32769)),
+                                static_cast<unsigned short>(random() >> (16 + random() % 16)),
+                                static_cast<unsigned short>(random())};
+      const auto& mode = modes[random() % std::size(modes)];
+      Rule rule = terms.rule(f, g);
+      rule.highThreshold = mode.high;
+      rule.difference = mode.difference;
+      rule.type = mode.type;
+      merge.SetMergeThresholds(mode.high, mode.difference);
+      merge.SetMergeEnables({0, 0, mode.type});
+
+      // The same terms per pixel, and as long as their doubles survive the fixed point as one per plane.
+      for (const bool uniform : {false, true}) {
+        if (uniform && g > 15) continue;
+        ASSERT_EQ(merge.CreateIdentityFrames(count, 1, rule.addLow, rule.addHigh, rule.mulLow, rule.mulHigh,
+                                             f, g, nullptr),
+                  0);
+        if (!uniform) {
+          const std::vector<short> addLow(count, terms.addLow), addHigh(count, terms.addHigh);
+          const Pixels mulLow(count, terms.mulLow), mulHigh(count, terms.mulHigh);
+          ASSERT_EQ(merge.SetAdditiveLowFromBuffer(addLow.data(), count), 0);
+          ASSERT_EQ(merge.SetAdditiveHighFromBuffer(addHigh.data(), count), 0);
+          ASSERT_EQ(merge.SetMultiplicativeLowFromBuffer(mulLow.data(), count), 0);
+          ASSERT_EQ(merge.SetMultiplicativeHighFromBuffer(mulHigh.data(), count), 0);
+        }
+        const Pixels out = merged(low, high);
+        for (unsigned int i = 0; i < count; ++i)
+          ASSERT_EQ(out[i], rule(low[i], high[i]))
+              << "seed " << seed << " f " << f << " g " << g << " type " << mode.type << " uniform "
+              << uniform << " low " << low[i] << " high " << high[i];
+      }
+    }
+}
+
+TEST_F(HWMerge, DoesNotDependOnWhereItsOutputLies) {
+  // More than the caches hold, so that output on its own is written past them.
+  constexpr unsigned int width = 4099, height = 2051;
+  constexpr unsigned long pixels = width * height;
+  Pixels low(pixels), high(pixels);
+  std::uint32_t noise = 1;
+  for (unsigned long i = 0; i < pixels; ++i) {
+    noise = noise * 1664525u + 1013904223u;
+    low[i] = noise >> 20;
+    high[i] = noise >> 8 & 4095;
+  }
+  std::vector<short> additive(pixels);
+  for (unsigned long i = 0; i < pixels; ++i)
+    additive[i] = static_cast<short>(i % 401) - 200;
+  for (const bool perPixel : {false, true}) {
+    ASSERT_EQ(merge.CreateIdentityFrames(width, height, 6.25, 1.0, nullptr), 0);
+    if (perPixel) ASSERT_EQ(merge.SetAdditiveHighFromBuffer(additive.data(), pixels), 0);
+    Pixels apart(pixels, 0xAAAA), inPlace = low;
+    ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), apart.data(), pixels), 0);
+    ASSERT_EQ(merge.MergeFrames(inPlace.data(), high.data(), inPlace.data(), pixels), 0);
+    EXPECT_TRUE(apart == inPlace);
+    Rule rule;
+    rule.mulLow = 6.25;
+    for (unsigned long i = 0; i < pixels; i += 97) {
+      rule.addHigh = perPixel ? additive[i] / 8.0 : 0.0;
+      ASSERT_EQ(apart[i], rule(low[i], high[i])) << i;
+    }
+  }
 }
 
 TEST_F(HWMerge, MixesUniformAndPerPixelPlanesAcrossBlocks) {
@@ -175,6 +258,10 @@ TEST_F(HWMerge, WithoutAnyFramesPassesPixelsAsTheyAre) {
 
 TEST_F(HWMerge, RefusesNullPointers) {
   Pixels p(4);
+  merge.MergeNoStats(nullptr, p.data(), p.data(), 4);
+  merge.MergeNoStats(p.data(), nullptr, p.data(), 4);
+  merge.MergeWithStats(p.data(), p.data(), nullptr, 4);
+  EXPECT_EQ(p, Pixels(4));
   EXPECT_EQ(merge.MergeFrames(nullptr, p.data(), p.data(), 4), -1);
   EXPECT_EQ(merge.MergeFrames(p.data(), nullptr, p.data(), 4), -1);
   EXPECT_EQ(merge.MergeFrames(p.data(), p.data(), nullptr, 4), -1);
@@ -282,6 +369,44 @@ TEST_F(HWMerge, OutputIsTheSameWithAndWithoutStatisticsWhateverTheMetadataSays) 
   EXPECT_EQ(merged(low, high), without);
 }
 
+TEST_F(HWMerge, OutputIsTheSameWithStatisticsOfAFrameSmallerThanThePixels) {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  ASSERT_EQ(merge.CreateIdentityFrames(7, 6, nullptr), 0);
+  const Pixels low(42, 0), high(42, 9);
+  merge.EnableStatistics(true);
+  header.SetDimensions(5, 2);
+  merge.SetMetaData(header);
+  EXPECT_EQ(merged(low, high), high);
+}
+
+TEST_F(HWMerge, WithStatisticsDoesNotWalkRowsWithoutPixels) {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  header.SetValue(ORVA_META_KEY_IMAGE_START_COLUMN, "1");
+  header.SetValue(ORVA_META_KEY_IMAGE_STOP_COLUMN, "0");
+  header.SetValue(ORVA_META_KEY_IMAGE_STOP_ROW, "4294967294");
+  merge.SetMetaData(header);
+  merge.EnableStatistics(true);
+  ASSERT_EQ(merge.CreateIdentityFrames(10, 1, nullptr), 0);
+  for (int i = 0; i < 1000; ++i)  // hours, row by row
+    ASSERT_EQ(merged(Pixels(10, 0), Pixels(10, 4)), Pixels(10, 4));
+}
+
+TEST_F(HWMerge, ThatIsRefusedHasNoStatistics) {
+  merge.SetMetaData(headerWithReferences());
+  merge.EnableStatistics(true);
+  ASSERT_EQ(merge.CreateIdentityFrames(7, 6, nullptr), 0);
+  merged(Pixels(42, 0), Pixels(42, 50));
+  image_plane_stats_t stats{};
+  merge.GetMergedStats(stats);
+  ASSERT_EQ(stats.uiMax, 50u);
+  merged(Pixels(43, 0), Pixels(43, 60));
+  merge.GetMergedStats(stats);
+  EXPECT_EQ(stats.uiMax, 0u);
+  EXPECT_EQ(stats.dMean, 0.0);
+}
+
 // ---- Image file layouts
 // --------------------------------------------------------------------------------------
 
@@ -335,6 +460,53 @@ TEST_F(HWMerge, WritesPixelsBehindAHeaderOfAnOddSize) {
   EXPECT_EQ(stats.dMean, 258.0);
 }
 
+TEST_F(HWMerge, LeavesAMetadataBlockZeroThatIsTooShortForAHeader) {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  header.SetDimensions(4, 2);
+  merge.SetMergeEnables({0, ORVA_IMAGE_FORMAT_TIFF, 0});
+  ASSERT_EQ(merge.CreateIdentityFrames(4, 2, nullptr), 0);
+  for (const unsigned int length : {0u, 1u, 156u, 383u}) {
+    header.SetValue(ORVA_META_KEY_METADATA_LENGTH, std::to_string(length).c_str());
+    merge.SetMetaData(header);
+    Pixels low(8, 1), high(8, 0x0102);
+    std::vector<unsigned char> out(656 + length + 16, 0xEE);  // nothing beyond, as the sanitizer watches
+    ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), reinterpret_cast<unsigned short*>(out.data()), 8),
+              0);
+    EXPECT_EQ(std::count(out.begin() + 656, out.begin() + 656 + length, 0), length);
+    for (std::size_t i = 656 + length; i < out.size(); i += 2)
+      EXPECT_EQ(out[i] + 256 * out[i + 1], 0x0102);
+  }
+}
+
+TEST_F(HWMerge, StaysWithinTheSizeItAskedForWhenTheMetadataLengthIsAbsurd) {
+  merge.GetMetaData().SetValue(ORVA_META_KEY_METADATA_LENGTH, "4294967295");
+  merge.SetMergeEnables({0, ORVA_IMAGE_FORMAT_TIFF, 0});
+  ASSERT_EQ(merge.CreateIdentityFrames(4, 2, nullptr), 0);
+  unsigned int leading = 0, trailing = 0;
+  merge.GetMergeHeaderSize(ORVA_IMAGE_FORMAT_TIFF, 8, 16, leading, trailing);
+  EXPECT_EQ(leading, 655u);  // 32 bits have no room for more
+  Pixels low(8, 1), high(8, 0x0102);
+  std::vector<unsigned char> out(leading + 16);
+  EXPECT_EQ(merge.MergeFrames(low.data(), high.data(), reinterpret_cast<unsigned short*>(out.data()), 8), -1);
+  EXPECT_EQ(out.back(), 0x01);
+}
+
+TEST_F(HWMerge, StatisticsDescribeThePixelsAndNotTheBytesOfAFitsImage) {
+  CFrameMetaData header;
+  header.ReInitialize(true);
+  header.SetDimensions(4, 2);
+  merge.SetMetaData(header);
+  merge.EnableStatistics(true);
+  merge.SetMergeEnables({0, ORVA_IMAGE_FORMAT_FITS, 0});
+  ASSERT_EQ(merge.CreateIdentityFrames(4, 2, nullptr), 0);
+  Pixels low(8, 1), high(8, 0x0102), out(5760 / 2 + 8);
+  ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), out.data(), 8), 0);
+  image_plane_stats_t stats{};
+  merge.GetMergedStats(stats);
+  EXPECT_EQ(stats.dMean, 258.0);
+}
+
 TEST_F(HWMerge, MarksItsMetadataAsAMergedImage) {
   CFrameMetaData header;
   header.ReInitialize(true);
@@ -350,19 +522,57 @@ TEST_F(HWMerge, MarksItsMetadataAsAMergedImage) {
 // ---- Test merge
 // ----------------------------------------------------------------------------------------------
 
-TEST_F(HWMerge, TestMergeKeepsItsSources) {
-  ASSERT_EQ(merge.CreateIdentityFrames(2, 2, nullptr), 0);
-  Pixels low = {1, 2, 3, 4}, high = {10, 20, 30, 40};
-  EXPECT_EQ(merge.MergeFrames(low.data(), high.data(), 3u, 2u, 0u), -1);
-  EXPECT_EQ(merge.MergeFrames(nullptr, high.data(), 2u, 2u, 0u), -1);
-  unsigned short l = 99, h = 99;
-  EXPECT_EQ(merge.GetSourcePixels(2, l, h), 0);  // nothing there yet
+class TestMerge : public CHWMergeReferenceFrames {
+ public:
+  const Pixels& output() const { return m_TestMerged; }
+};
+
+TEST(HWTestMerge, KeepsItsSourcesAndItsOutput) {
+  const auto merge = std::make_unique<TestMerge>();
+  ASSERT_EQ(merge->CreateIdentityFrames(2, 2, nullptr), 0);
+  Pixels low = {1, 2, 3, 4000}, high = {10, 20, 30, 40};
+  EXPECT_EQ(merge->MergeFrames(low.data(), high.data(), 3u, 2u, 0u), -1);
+  EXPECT_EQ(merge->MergeFrames(low.data(), high.data(), 2u, 1u, 0u), -1);
+  EXPECT_EQ(merge->MergeFrames(nullptr, high.data(), 2u, 2u, 0u), -1);
+  EXPECT_EQ(merge->MergeFrames(low.data(), nullptr, 2u, 2u, 0u), -1);
+  unsigned short l = 99, h = 98;
+  EXPECT_EQ(merge->GetSourcePixels(2, l, h), 0);  // nothing there yet
   EXPECT_EQ(l, 99);
-  ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), 2u, 2u, 7u), 0);
-  EXPECT_EQ(merge.GetSourcePixels(2, l, h), 0);
+  EXPECT_EQ(h, 98);
+  ASSERT_EQ(merge->MergeFrames(low.data(), high.data(), 2u, 2u, 7u), 0);
+  EXPECT_THAT(merge->output(), ElementsAre(10, 20, 30, 4000));
+  EXPECT_EQ(merge->GetSourcePixels(2, l, h), 0);
   EXPECT_EQ(l, 3);
   EXPECT_EQ(h, 30);
-  EXPECT_EQ(merge.GetSourcePixels(4, l, h), -1);
+  EXPECT_EQ(merge->GetSourcePixels(4, l, h), -1);
+  merge->ClearFrames();
+  EXPECT_EQ(merge->GetSourcePixels(3, l, h), 0);
+  EXPECT_EQ(l, 3);  // left alone, as there are no buffers any more
+}
+
+TEST(HWTestMerge, LooksTermsUpFromTheStartRowOn) {
+  const auto merge = std::make_unique<TestMerge>();
+  ASSERT_EQ(merge->CreateIdentityFrames(1, 3, nullptr), 0);
+  const short additive[] = {8, 16, 24};
+  ASSERT_EQ(merge->SetAdditiveHighFromBuffer(additive, 3), 0);
+  merge->SetStartRowOffset(1);
+  Pixels low(3, 0), high(3, 100);
+  ASSERT_EQ(merge->MergeFrames(low.data(), high.data(), 1u, 3u, 0u), 0);
+  EXPECT_THAT(merge->output(), ElementsAre(102, 103, 0));  // there is no fourth row of terms
+}
+
+TEST(HWTestMerge, IsCopiedWithItsBuffers) {
+  const auto merge = std::make_unique<TestMerge>();
+  ASSERT_EQ(merge->CreateIdentityFrames(2, 1, nullptr), 0);
+  Pixels low = {1, 2}, high = {10, 20};
+  ASSERT_EQ(merge->MergeFrames(low.data(), high.data(), 2u, 1u, 0u), 0);
+  const auto copy = std::make_unique<TestMerge>(*merge);
+  merge->ClearFrames();
+  EXPECT_THAT(copy->output(), ElementsAre(10, 20));
+  unsigned short l = 0, h = 0;
+  EXPECT_EQ(copy->GetSourcePixels(1, l, h), 0);
+  EXPECT_EQ(l, 2);
+  EXPECT_EQ(h, 20);
 }
 
 TEST_F(HWMerge, CorrectsOnePixelOfFixedPointTermsLikeOneOfDoubles) {

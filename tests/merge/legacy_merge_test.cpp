@@ -43,6 +43,7 @@ class LegacyMerge : public ::testing::Test {
     return out;
   }
 
+  LogCapture log;  // first, as the others keep the log
   CMergeSettings settings;
   std::unique_ptr<CMergeAlgoLegacy> owner;
   CMergeAlgoLegacy& merge;
@@ -81,7 +82,6 @@ TEST_F(LegacyMerge, StatisticsAreInFrameCoordinates) {
   merge.GetMetaData().SetValue(ORVA_META_KEY_PRE_REFERENCE_ROWS, "1");
   merge.GetMetaData().SetValue(ORVA_META_KEY_POST_REFERENCE_ROWS, "1");  // 3 x 4
   merge.EnableStatistics(true);
-  const LogCapture log;
   Pixels out(12, 1);
   ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), out.data(), 12), 0);
   image_plane_stats_t stats{};
@@ -89,6 +89,21 @@ TEST_F(LegacyMerge, StatisticsAreInFrameCoordinates) {
   EXPECT_EQ(stats.dMean, (out[4] + out[7]) / 2.0);
   EXPECT_EQ(stats.maxPoint.x, 1);
   EXPECT_EQ(stats.maxPoint.y, 2);
+  EXPECT_THAT(log.text(), HasSubstr("UNKNO, DoMergeWithStats: uiTotalFrameWidth= 3, uiTotalFrameHeight= 4\n"
+                                    "UNKNO, DoMergeWithStats: uiImageWidth= 1, uiImageHeight= 2\n"
+                                    "UNKNO, DoMergeWithStats: uiPreRefPixels= 1, uiPostRefPixels= 1\n"
+                                    "UNKNO, DoMergeWithStats: uiPreRefRows= 1, uiPostRefRows= 1\n"));
+}
+
+TEST_F(LegacyMerge, WithoutAnArrayHasNoStatisticsEither) {
+  merge.EnableStatistics(true);
+  Pixels out(12, 1);
+  ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), out.data(), 12), 0);
+  merge.SetMergeSettings(nullptr);
+  ASSERT_EQ(merge.MergeFrames(low.data(), high.data(), out.data(), 12), -1);
+  image_plane_stats_t stats{};
+  merge.GetMergedStats(stats);
+  EXPECT_EQ(stats.uiMax, 0u);
 }
 
 TEST_F(LegacyMerge, UsesItsOwnSettingsWithoutOthers) {
@@ -115,12 +130,17 @@ TEST_F(LegacyMerge, RefusesNullPlanes) {
   EXPECT_EQ(merge.MergeFrames(nullptr, p.data(), p.data(), 4), -1);
   EXPECT_EQ(merge.MergeFrames(p.data(), nullptr, p.data(), 4), -1);
   EXPECT_EQ(merge.MergeFrames(p.data(), p.data(), nullptr, 4), -1);
+  merge.DoMergeWithStats(nullptr, nullptr, p.data(), p.data(), 4);
+  EXPECT_EQ(p, Pixels(4));
 }
 
 TEST_F(LegacyMerge, WithoutDataInTheArrayGivesZeros) {
   const CMergeMappingArray empty;
   Pixels out(12, 1);
   merge.DoMergeWithStats(&empty, low.data(), high.data(), out.data(), 12);
+  EXPECT_EQ(out, Pixels(12, 0));
+  out.assign(12, 1);
+  merge.DoMergeWithStats(nullptr, low.data(), high.data(), out.data(), 12);
   EXPECT_EQ(out, Pixels(12, 0));
 }
 

@@ -109,6 +109,37 @@ TEST_F(ReferenceFrames, AreIdentityOnlyWhenEveryTermIs) {
   }
 }
 
+TEST_F(ReferenceFrames, TakeTheFractionBitsThatAreGivenAndKeepThem) {
+  ASSERT_EQ(frames.CreateIdentityFrames(1, 1, 4u, 12u, &out), 0);
+  EXPECT_THAT(out.multiplicativeLow(), ElementsAre(4096));
+  EXPECT_TRUE(frames.IsIdentity());
+  HandedOut next;
+  ASSERT_EQ(frames.CreateIdentityFrames(1, 1, 0.5, 2.0, &next), 0);
+  EXPECT_THAT(next.multiplicativeLow(), ElementsAre(2048));
+  EXPECT_THAT(next.multiplicativeHigh(), ElementsAre(8192));
+  EXPECT_FALSE(frames.IsIdentity());
+  HandedOut all;
+  ASSERT_EQ(frames.CreateIdentityFrames(1, 1, -1.5, 2.25, 0.5, 4.0, 2u, 1u, &all), 0);
+  EXPECT_THAT(all.additiveLow(), ElementsAre(-6));
+  EXPECT_THAT(all.additiveHigh(), ElementsAre(9));
+  EXPECT_THAT(all.multiplicativeLow(), ElementsAre(1));
+  EXPECT_THAT(all.multiplicativeHigh(), ElementsAre(8));
+  HandedOut wide;
+  ASSERT_EQ(frames.CreateIdentityFrames(1, 1, 4u, 16u, &wide), 0);
+  EXPECT_THAT(wide.multiplicativeLow(), ElementsAre(0));  // 1.0 has no room in 16 bits
+}
+
+TEST_F(ReferenceFrames, ThatWereClearedAreNobodysOwn) {
+  ASSERT_EQ(frames.CreateIdentityFrames(2, 1, nullptr), 0);
+  const short additive[] = {8, 16};
+  ASSERT_EQ(frames.SetAdditiveHighFromBuffer(additive, 2), 0);
+  frames.ClearFrames();
+  EXPECT_FALSE(frames.HasCallerFrames());
+  unsigned short low[] = {1, 1}, high[] = {2, 2}, merged[2] = {};
+  ASSERT_EQ(frames.MergeFrames(low, high, merged, 2), 0);
+  EXPECT_THAT(merged, ElementsAre(2, 2));
+}
+
 TEST_F(ReferenceFrames, WithStepsAreRampsThatStartOver) {
   // With 13 fraction bits the range ends at 2^3 - 1 = 7.
   ASSERT_EQ(frames.CreateIdentityFrames(4, 2, 1.0, -1.0, 0.0, 2.0, 13, 14, 3.0, 1.0, &out), 0);
@@ -236,6 +267,48 @@ TEST_F(ReferenceFiles, OfPrnuAloneAreReadFromWhereTheHeaderEnds) {
   EXPECT_THAT(out.additiveLow(), ElementsAre(0, 0));
 }
 
+TEST_F(ReferenceFiles, OpenForReadingAndWritingAndStayAsTheyAre) {
+  EXPECT_EQ(frames.CreateReferenceFrames(folder.path().wstring().c_str(), nullptr, 1.0, 1.0, nullptr), -1);
+  EXPECT_THAT(log.text(), HasSubstr("Could not open DSNU File"));  // a folder opens for reading alone
+  const Bytes bytes = file(2, 1, {1, 2, 3, 4});
+  const std::wstring dsnu = folder.write("dsnu", bytes);
+  ASSERT_EQ(frames.CreateReferenceFrames(dsnu.c_str(), dsnu.c_str(), 1.0, 1.0, nullptr), 0);
+  EXPECT_EQ(folder.read("dsnu"), bytes);
+}
+
+TEST_F(ReferenceFiles, ThatFailToOpenLeaveNoOtherFramesBehind) {
+  const std::wstring good = folder.write("good", file(2, 1, {8, 16, 24, 32}));
+  ASSERT_EQ(frames.CreateReferenceFrames(good.c_str(), nullptr, 1.0, 1.0, nullptr), 0);
+  ASSERT_TRUE(frames.HasCallerFrames());
+  EXPECT_EQ(frames.CreateReferenceFrames(folder.wideFile("missing").c_str(), nullptr, 1.0, 1.0, &out), -1);
+  EXPECT_FALSE(frames.HasCallerFrames());
+  EXPECT_EQ(out.pAdditiveLow, nullptr);
+  unsigned short low[] = {1, 1}, high[] = {2, 2}, merged[2] = {};
+  ASSERT_EQ(frames.MergeFrames(low, high, merged, 2), 0);
+  EXPECT_THAT(merged, ElementsAre(2, 2));
+}
+
+TEST_F(ReferenceFiles, ArePositionedAtTheirPlanesByTheCheck) {
+  Bytes bytes = file(3, 2, {});
+  const auto planes = static_cast<long>(bytes.size());
+  bytes.resize(bytes.size() + 100);
+  folder.write("both", bytes);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> dsnu(std::fopen(folder.file("both").c_str(), "rb"),
+                                                             std::fclose);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> prnu(std::fopen(folder.file("both").c_str(), "rb"),
+                                                             std::fclose);
+  unsigned int width = 0, height = 0;
+  ASSERT_EQ(frames.CheckReferenceMetaData(dsnu.get(), prnu.get(), width, height), 0);
+  EXPECT_EQ(width, 3u);
+  EXPECT_EQ(height, 2u);
+  EXPECT_EQ(std::ftell(dsnu.get()), planes);
+  EXPECT_EQ(std::ftell(prnu.get()), planes);
+  width = height = 0;
+  ASSERT_EQ(frames.CheckReferenceMetaData(nullptr, prnu.get(), width, height), 0);
+  EXPECT_EQ(width, 3u);
+  EXPECT_EQ(height, 2u);
+}
+
 TEST_F(ReferenceFiles, ThatCannotBeOpenedAreNamed) {
   const std::wstring there = folder.write("there", file(2, 1, {1, 2, 3, 4}));
   const std::wstring missing = folder.wideFile("missing");
@@ -271,6 +344,39 @@ TEST_F(ReferenceFiles, ThatAreShortGiveAFailureAndWhatTheyHold) {
   EXPECT_EQ(frames.CreateReferenceFrames(dsnu.c_str(), nullptr, 1.0, 1.0, &out), -1);
   EXPECT_THAT(out.additiveLow(), ElementsAre(-1, 2));
   EXPECT_THAT(out.additiveHigh(), ElementsAre(3, 0));
+}
+
+TEST_F(ReferenceFiles, ThatAreShortAreTheCallersAllTheSame) {
+  const std::wstring prnu = folder.write("prnu", file(2, 1, {2048}));
+  EXPECT_EQ(frames.CreateReferenceFrames(nullptr, prnu.c_str(), 3.0, 1.0, nullptr), -1);
+  EXPECT_TRUE(frames.HasCallerFrames());
+  EXPECT_FALSE(frames.IsIdentity());
+  frames.SetMergeEnables({0, 0, 1});
+  unsigned short low[] = {10, 10}, high[] = {0, 0}, merged[2] = {};
+  ASSERT_EQ(frames.MergeFrames(low, high, merged, 2), 0);
+  EXPECT_THAT(merged, ElementsAre(20, 30));
+}
+
+TEST_F(ReferenceFiles, OfLargeFramesMustHoldAnEighthOfThem) {
+  constexpr unsigned int size = 2304;  // more than 16 MB of planes
+  constexpr unsigned long eighth = 4UL * size * size / 8;
+  Bytes bytes = file(size, size, {24});
+  const std::size_t header = bytes.size() - 2;
+  bytes.resize(header + eighth);
+  const std::wstring cut = folder.write("cut", bytes);
+  EXPECT_EQ(frames.CreateReferenceFrames(cut.c_str(), nullptr, 1.0, 1.0, nullptr), -1);
+  EXPECT_TRUE(frames.HasCallerFrames());
+  frames.SetMergeEnables({0, 0, 1});
+  unsigned short low[] = {1, 1}, high[] = {0, 0}, merged[2] = {};
+  ASSERT_EQ(frames.MergeFrames(low, high, merged, 2), 0);
+  EXPECT_THAT(merged, ElementsAre(4, 1));
+
+  bytes.resize(header + eighth - 1);
+  const std::wstring shorter = folder.write("shorter", bytes);
+  EXPECT_EQ(frames.CreateReferenceFrames(shorter.c_str(), nullptr, 2.0, 1.0, nullptr), -1);
+  EXPECT_FALSE(frames.HasCallerFrames());
+  ASSERT_EQ(frames.MergeFrames(low, high, merged, 2), 0);  // with the terms made before the file is read
+  EXPECT_THAT(merged, ElementsAre(2, 2));
 }
 
 TEST_F(ReferenceFiles, ThatClaimFarMoreThanTheyHoldMakeNoMemory) {

@@ -32,11 +32,12 @@ class ORVACAM_API CCustomMergeAlgo {
   /// The sensor row at which the image in hand starts; ignored here.
   virtual void SetStartRowOffset(unsigned int uiRow);
 
-  /// The metadata of the frame in hand, copied. Needed by merges with statistics or an image file header.
+  /// The metadata of the frame in hand, copied; may throw std::bad_alloc. Needed by merges with statistics or
+  /// an image file header.
   void SetMetaData(const CFrameMetaData& metaData);
   CFrameMetaData& GetMetaData() { return m_MetaData; }
-  /// Whether the next merges gather statistics of the merged plane's image pixels. Statistics describe one
-  /// merge.
+  /// Whether the next merges gather statistics of the merged plane's image pixels. Statistics describe the
+  /// last merge that was asked for alone: none when it failed.
   void EnableStatistics(bool bEnable);
   void GetMergedStats(image_plane_stats_t& stats) const;
 
@@ -49,8 +50,8 @@ class ORVACAM_API CCustomMergeAlgo {
   int SetBiasFrames(unsigned int uiWidth, unsigned int uiHeight, const unsigned short* pLow,
                     const unsigned short* pHigh);
   /// Subtracts the bias frame of a channel from a plane, stopping at 0, and gathers the plane's statistics
-  /// anew. Nothing when the plane or the bias frame is null; rows beyond the bias frame's pixels stay as they
-  /// are.
+  /// anew. Nothing when the plane or the bias frame is null; rows that the bias frame's pixels do not cover
+  /// stay as they are.
   void ApplyBiasFrame(unsigned short* pPlane, unsigned int uiWidth, unsigned int uiHeight,
                       CFrameStatistics& statistics, bool bHigh);
 

@@ -16,9 +16,10 @@
 ///
 /// The terms are 16-bit fixed-point values, one for a whole plane or one per pixel: DSNU signed with 3, PRNU
 /// unsigned with 10 fraction bits unless set otherwise. They come from identity or synthetic frames, from
-/// reference files or from the caller's buffers. Without any, pixels pass as they are.
+/// reference files or from the caller's buffers. Without any, every term is the identity.
 ///
-/// Statuses: 0, or -1. Copying may throw std::bad_alloc. One object is used by one thread at a time.
+/// Statuses: 0, or -1. Copying may throw std::bad_alloc; an object whose assignment did may hold planes of
+/// both, but stays safe to use. One object is used by one thread at a time.
 class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
  public:
   static constexpr unsigned short MERGEREF_MAX_DIFFERENCE_THRESHOLD = 128;
@@ -55,8 +56,9 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
 
   /// Loads reference files: a frame header, then at its stated length the low-gain and the high-gain plane,
   /// each as large as the header's full frame, 16-bit little-endian. Either name may be null; the terms it
-  /// would bring are then 0 (additive) or the given multiplicative ones. -1 (logged) when a file cannot be
-  /// opened, does not parse, has another size than the other one, or is short.
+  /// would bring are then 0 (additive) or the given multiplicative ones. -1 (logged but for the last) when a
+  /// file cannot be opened, does not parse, has another size than the other one, holds less than an eighth of
+  /// what a header of more than 16 MB of planes claims, or is short; what a short file holds is used.
   int CreateReferenceFrames(const wchar_t* pDSNUFile, const wchar_t* pPRNUFile, double dMulLow,
                             double dMulHigh, ref_frames_t* pRef);
   /// Parses the headers of two reference files (either may be null) and positions them at their planes, a
@@ -71,7 +73,7 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   int SetMultiplicativeLowFromBuffer(const unsigned short* pValues, unsigned int uiCount);
   int SetMultiplicativeHighFromBuffer(const unsigned short* pValues, unsigned int uiCount);
 
-  /// Frees the reference frames and the buffers of the test merge.
+  /// Frees the reference frames and the buffers of the test merge; the size stays.
   void ClearFrames();
   /// Whether the frames are the caller's own, from buffers or files, rather than made here.
   bool HasCallerFrames() const { return m_bCallerFrames; }
@@ -92,8 +94,9 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   // ---- Merge
   // -------------------------------------------------------------------------------------------------
 
-  /// Merges the planes of a received frame. -1 for null. Reference frames that are smaller than the image
-  /// from the start row on are logged, nothing is merged, and the status is 0.
+  /// Merges the planes of a received frame. -1 for null and without memory for the header. Reference frames
+  /// that are smaller than the image from the start row on are logged, nothing is merged, and the status is
+  /// 0.
   int MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
                   unsigned long ulNumPixels) override;
   /// Test merge into the object's own buffers, of planes that are as large as the reference frames; -1
@@ -151,8 +154,6 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   int DoHandOut(ref_frames_t& ref) const;
   bool DoReadPlane(std::FILE* pFile, PlaneIndex ePlane, unsigned short* pHandedOut);
   unsigned long DoTermsAvailable() const;
-  void DoMergeRun(const unsigned short* pLow, const unsigned short* pHigh, unsigned short* pMerged,
-                  unsigned long ulFirst, unsigned long ulCount) const;
   void DoMerge(const unsigned short* pLow, const unsigned short* pHigh, unsigned char* pMerged,
                unsigned long ulNumPixels, bool bStatistics);
 

@@ -16,8 +16,8 @@ class ORVACAM_API CMergeAlgoLegacy : public CCustomMergeAlgo {
   CMergeAlgoLegacy& operator=(const CMergeAlgoLegacy&) = delete;
   ~CMergeAlgoLegacy() override;
 
-  /// 0, or -1 for a null plane or settings that give no mapping array. For the TIFF format the pixels follow
-  /// a TIFF header; for every other format they start at pMerged.
+  /// 0, or -1 for a null plane, settings that give no mapping array, or without memory for the header. For
+  /// the TIFF format the pixels follow a TIFF header; for every other format they start at pMerged.
   int MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
                   unsigned long ulNumPixels) override;
   /// The same merge by regions of the metadata's frame; statistics cover the image pixels, in frame
