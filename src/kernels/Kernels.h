@@ -106,8 +106,12 @@ const KernelTable* const* allTables(std::size_t& count);
 /// The plain definition of every kernel.
 const KernelTable& reference();
 
-/// The table chosen for this processor, once.
+/// The table that the library works with: chosen for this processor, once, unless one was set.
 const KernelTable& active();
+
+/// Makes the library work with this table, which the processor must support; null goes back to the choice.
+/// For tests and benchmarks.
+void setActive(const KernelTable* table);
 
 }  // namespace orvacam::kernels
 

@@ -21,6 +21,16 @@ TEST(KernelTables, StartWithTheReferenceAndChooseOneThatRuns) {
   EXPECT_EQ(&kernels::active(), &kernels::active());
 }
 
+TEST(KernelTables, CanBeSetAndGoBackToTheChoice) {
+  const kernels::KernelTable& chosen = kernels::active();
+  for (const kernels::KernelTable* const table : runnableTables()) {
+    kernels::setActive(table);
+    EXPECT_EQ(&kernels::active(), table);
+  }
+  kernels::setActive(nullptr);
+  EXPECT_EQ(&kernels::active(), &chosen);
+}
+
 TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
   // Every entry is built for its instruction set, even the loops that tables share in the source, so that
   // none is another table's function. That the vector entries use the set's registers is checked on the
