@@ -191,7 +191,8 @@ std::string CAlgo::MakeProcessedFileName(const wchar_t* pPath, const char* pSuff
   const std::size_t dot = path.rfind('.');
   const std::string sourceExtension =
       path.substr(dot);  // throws std::out_of_range without a dot, as documented
-  std::string name = path.substr(0, dot) + pSuffix;
+  std::string name = path.substr(0, dot);
+  if (pSuffix != nullptr) name += pSuffix;
   if (pExtension != nullptr) name += pExtension;
   return name;
 }

@@ -89,7 +89,7 @@ int CFrameMetaData::DoParse(unsigned char* pBuffer, unsigned int uiLength) {
   const unsigned int version = DoUint(ORVA_META_KEY_METADATA_VERSION);
   int result = DoParseFields(position, remaining, version);
   if (result == 0 && setOf(version) == V34 && version != 3) result = DoParseVersion4(pBuffer, uiLength);
-  if (result == 0 && setOf(version) != V34) DoFixRefPixels();
+  if (result == 0) FixRefPixels();
 
   const unsigned int stated = DoUint(ORVA_META_KEY_METADATA_LENGTH);
   const unsigned int kept = std::min({stated != 0 ? stated : s_uiRawHeaderSize, uiLength, s_uiRawHeaderSize});
@@ -218,7 +218,8 @@ void CFrameMetaData::DoDeriveFlags(unsigned int uiVersion) {
     m_Values[ORVA_META_KEY_SENSOR_READ_QUADRANTS].SetValueUint(m_ControlBlock2.GetValueUint() & quadrantMask);
 }
 
-void CFrameMetaData::DoFixRefPixels() {
+void CFrameMetaData::FixRefPixels() {
+  if (setOf(DoUint(ORVA_META_KEY_METADATA_VERSION)) == V34) return;
   // What cameras of these headers have and do not say.
   constexpr int unchanged = -1;
   static constexpr struct {

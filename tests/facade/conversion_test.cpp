@@ -147,9 +147,11 @@ TEST_F(Conversion, ThrowsOutOfRangeForADestinationWithoutADot) {
 }
 
 TEST_F(Conversion, ToAnotherFormatLeavesAnEmptyDestination) {
-  for (const unsigned int format : {0u, 3u})
-    EXPECT_EQ(convert(hdr, format, "copy.raw"), 0);
-  EXPECT_TRUE(folder.read("copy.raw").empty());
+  EXPECT_EQ(convert(hdr, 0, "zero.raw"), 0);
+  EXPECT_EQ(convert(hdr, 3, "three.raw"), 0);
+  EXPECT_THAT(written(), UnorderedElementsAre("zero.raw", "three.raw"));
+  EXPECT_TRUE(folder.read("zero.raw").empty());
+  EXPECT_TRUE(folder.read("three.raw").empty());
 }
 
 TEST_F(Conversion, RefusesNullArgumentsWithAMessage) {
@@ -184,10 +186,27 @@ TEST_F(Conversion, ReportsAWriterThatFails) {
   }
 }
 
+TEST_F(Conversion, WritesTheOtherPlanesWhenOneCannotBeWritten) {
+  // Folders stand where two of the files go: only the status of the last plane is told.
+  const struct {
+    unsigned int format;
+    const char *low, *high, *merged;
+  } rows[] = {{1, "o_LOW.tiff", "o_HIGH.tiff", "o_MERGED.tiff"},
+              {2, "o_LOW.fit", "o_HIGH.fit", "o_MERGED.fit"}};
+  for (const auto& row : rows) {
+    std::filesystem::create_directory(folder.file(row.low));
+    EXPECT_GE(convert(hdr, row.format, "o.raw"), 0) << row.format;
+    EXPECT_FALSE(folder.read(row.high).empty());
+    EXPECT_FALSE(folder.read(row.merged).empty());
+    std::filesystem::remove(folder.file(row.merged));
+    std::filesystem::create_directory(folder.file(row.merged));
+    EXPECT_EQ(convert(hdr, row.format, "o.raw"), -1) << row.format;
+  }
+}
+
 class Names : public CAlgo {
  public:
   using CAlgo::DoConvertBase;
-  using CAlgo::MakeProcessedFileName;
 };
 
 TEST(ProcessedFileName, ReplacesTheExtensionAfterTheLastDotOfThePath) {
@@ -197,6 +216,7 @@ TEST(ProcessedFileName, ReplacesTheExtensionAfterTheLastDotOfThePath) {
   EXPECT_EQ(names.MakeProcessedFileName(L"folder.x/name", "_HIGH", ".fit"),
             "folder_HIGH.fit");  // the dot of the folder
   EXPECT_EQ(names.MakeProcessedFileName(L"a.b", "_X", nullptr), "a_X");
+  EXPECT_EQ(names.MakeProcessedFileName(L"a.b", nullptr, ".fit"), "a.fit");
   EXPECT_THROW(names.MakeProcessedFileName(L"", "", ".fit"), std::out_of_range);
   EXPECT_EQ(names.DoConvertBase(L"x", nullptr, nullptr), -1);
 }

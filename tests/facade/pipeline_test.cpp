@@ -251,6 +251,54 @@ TEST_F(Facade, GathersStatisticsOfPlanesThatWereNotDelivered) {
   algo.GetStats(nullptr, &stats);
 }
 
+TEST_F(Facade, DeliversStatisticsAlsoOfAMergeThatFailed) {
+  const TestFolder folder;
+  const std::wstring file = folder.write("frame.raw", raw.bytes);
+  for (const bool fromFile : {false, true}) {
+    unpacked_stats_t stats{};
+    stats.statsLow.bRequest = stats.statsMerged.bRequest = true;
+    stats.statsLow.uiMax = stats.statsMerged.uiMax = 77;
+    unsigned short tooSmall = 7;
+    images.bLowImageRequest = true;
+    images.pLowImage = &tooSmall;
+    images.ulLowImageSize = sizeof tooSmall;
+    EXPECT_EQ(fromFile ? algo.MergeFile(file.c_str(), &images, &stats, nullptr, nullptr)
+                       : algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats),
+              -1);
+    images.pLowImage = nullptr;
+    EXPECT_EQ(stats.statsLow.uiHistogramSize, 65535u);
+    EXPECT_NE(stats.statsLow.pHistogram, nullptr);
+    EXPECT_NE(stats.statsMerged.pHistogram, nullptr);
+    EXPECT_EQ(stats.statsHigh.pHistogram, nullptr);
+    EXPECT_EQ(stats.statsLow.uiMax, 0u);  // of no pixels
+    EXPECT_EQ(stats.statsMerged.uiMax, 0u);
+    algo.FreeStatsPointers(&stats);
+  }
+}
+
+TEST_F(Facade, GivesAllSixBuffersBackAndKeepsTheirRecord) {
+  Images::all(images);
+  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr), 0);
+  for (const void* buffer :
+       {static_cast<void*>(images.pLowMetaData), static_cast<void*>(images.pLowImage),
+        static_cast<void*>(images.pHighMetaData), static_cast<void*>(images.pHighImage),
+        static_cast<void*>(images.pMergedMetaData), static_cast<void*>(images.pMergedImage)})
+    EXPECT_NE(buffer, nullptr);
+  for (const unsigned long size : {images.ulLowImageSize, images.ulHighImageSize, images.ulMergedImageSize})
+    EXPECT_EQ(size, 2 * raw.framePixels());
+  for (const unsigned long pixels :
+       {images.ulLowImagePixels, images.ulHighImagePixels, images.ulMergedImagePixels})
+    EXPECT_EQ(pixels, raw.framePixels());
+  EXPECT_EQ(images.uiMetaDataSize, 384u);
+  algo.FreeFramePointers(&images);
+  for (const void* buffer :
+       {static_cast<void*>(images.pLowMetaData), static_cast<void*>(images.pLowImage),
+        static_cast<void*>(images.pHighMetaData), static_cast<void*>(images.pHighImage),
+        static_cast<void*>(images.pMergedMetaData), static_cast<void*>(images.pMergedImage)})
+    EXPECT_EQ(buffer, nullptr);
+  EXPECT_TRUE(images.bMergedImageRequest);
+}
+
 TEST_F(Facade, UsesACallersHistogramAsFarAsItGoes) {
   std::vector<double> histogram(11, -1.0);
   unpacked_stats_t stats{};

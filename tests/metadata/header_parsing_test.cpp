@@ -499,6 +499,16 @@ TEST(HeaderVersions1And2, CorrectTheReferencePixelsOfKnownSensors) {
   }
 }
 
+TEST(HeaderVersions1And2, CorrectTheReferencePixelsOnRequestToo) {
+  for (const unsigned int version : {0u, 1u, 2u, 3u, 4u, 5u}) {
+    OpenHeader header;
+    header.setText(11, "VS6060").set(2, version).set(70, 9).set(71, 7).FixRefPixels();
+    const bool early = version == 1 || version == 2;
+    EXPECT_EQ(header.number(71), early ? 32 : 7) << version;
+    EXPECT_EQ(header.number(70), early ? 24 : 9) << version;
+  }
+}
+
 TEST(HeaderVersions1And2, LeaveTheReferencePixelsOfAFailedParse) {
   OpenHeader header;
   EXPECT_EQ(HeaderBytes(2).text(8, "VS6060   ").put(96, 2, 0x0907).resize(245).parseInto(header), -1);

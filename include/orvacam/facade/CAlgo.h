@@ -58,8 +58,11 @@ class ORVACAM_API CAlgo {
   /// Converts a raw frame file to FITS or TIFF files named after the destination: "out/frame.raw" becomes
   /// "out/frame_LOW.fit", "_HIGH" and "_MERGED", or "out/frame.fit" for a frame of one plane. Other formats
   /// create an empty destination and copy nothing. All planes are tried; the last one's status is returned.
-  /// Throws std::out_of_range when the destination holds no dot, the one exception that this class lets pass.
+  /// Throws std::out_of_range when the destination holds no dot, and nothing else.
   int ConvertFile(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination);
+  /// What ConvertFile names its files: the path up to its last dot, then suffix and extension, each unless it
+  /// is null. Throws std::out_of_range for a path without a dot, and may throw std::bad_alloc.
+  std::string MakeProcessedFileName(const wchar_t* pPath, const char* pSuffix, const char* pExtension);
 
   /// Makes the frame object of a frame, which the caller deletes; null without metadata or memory. The
   /// frame's own initialization may have failed (a stream that cannot be read): its operations then say so.
@@ -102,7 +105,6 @@ class ORVACAM_API CAlgo {
   int DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacked_images_t* pImages);
   int DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination);
   int DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination);
-  std::string MakeProcessedFileName(const wchar_t* pPath, const char* pSuffix, const char* pExtension);
 
   CMergeSettings m_MergeSettings;
   CFrameMetaData m_MetaData;  ///< of the frame in hand

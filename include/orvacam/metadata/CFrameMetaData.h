@@ -57,6 +57,9 @@ class ORVACAM_API CFrameMetaData {
   bool IsValid() const;
   /// Whether this is a merged frame: no HDR pair, and 16 bits per pixel.
   bool IsMerged() const;
+  /// Sets the reference pixels per row of sensors whose headers of versions 1 and 2 do not state them. A
+  /// parse that succeeds ends with it; nothing for other versions and other sensors.
+  void FixRefPixels();
 
   // ---- Values --------------------------------------------------------------------------------------------
 
@@ -191,7 +194,7 @@ class ORVACAM_API CFrameMetaData {
   /// "<>" for n zero bytes; else the bytes from the first one that is not zero.
   static int ParseString(unsigned char*& pPosition, unsigned int& uiRemaining, CMetaValues& value,
                          unsigned int n);
-  /// Four bytes into the raw word, the hemisphere flag, the degrees and the minutes.
+  /// Four bytes into the raw word, the whole degrees, the minutes and the hemisphere flag.
   static int ParseGPSLocation(unsigned char*& pPosition, unsigned int& uiRemaining, CMetaValues& raw,
                               CMetaValues& degrees, CMetaValues& minutes, CMetaValues& hemisphere);
 
@@ -208,7 +211,6 @@ class ORVACAM_API CFrameMetaData {
   int DoParseTimeString(unsigned char*& pPosition, unsigned int& uiRemaining);
   int DoParseVersion4(unsigned char* pHeader, unsigned int uiLength);
   void DoDeriveFlags(unsigned int uiVersion);
-  void DoFixRefPixels();
   int DoReadTimeText(char* pText, unsigned int uiLength);
   void DoSetFlag(ORVA_META_KEYS eKey, bool bValue);
 
