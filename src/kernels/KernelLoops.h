@@ -76,11 +76,13 @@ static std::int32_t corrected(std::int32_t pixel, std::int32_t additive, std::ui
   return static_cast<std::int32_t>(result > 65535 ? 65535 : result);
 }
 
+static bool takesLow(std::int32_t low, std::int32_t high, const MergeRule& rule) {
+  return rule.type == 1 || (rule.type != 2 && (static_cast<int>(high >= rule.highThreshold) |
+                                               static_cast<int>(low - high > rule.differenceThreshold)) != 0);
+}
+
 static std::uint16_t chosen(std::int32_t low, std::int32_t high, const MergeRule& rule) {
-  const bool takeLow =
-      rule.type == 1 || (rule.type != 2 && (static_cast<int>(high >= rule.highThreshold) |
-                                            static_cast<int>(low - high > rule.differenceThreshold)) != 0);
-  return static_cast<std::uint16_t>(takeLow ? low : high);
+  return static_cast<std::uint16_t>(takesLow(low, high, rule) ? low : high);
 }
 
 static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
@@ -96,6 +98,51 @@ static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std
   for (std::size_t i = 0; i < count; ++i)
     merged[i] = chosen(corrected(low[i], terms.additiveLow[i], terms.multiplicativeLow[i], rule),
                        corrected(high[i], terms.additiveHigh[i], terms.multiplicativeHigh[i], rule), rule);
+}
+
+static UniformTerms termsAt(const UniformTerms& terms, std::size_t /*i*/) {
+  return terms;
+}
+static UniformTerms termsAt(const PlaneTerms& terms, std::size_t i) {
+  return {terms.additiveLow[i], terms.additiveHigh[i], terms.multiplicativeLow[i],
+          terms.multiplicativeHigh[i]};
+}
+
+static void extend(std::uint16_t value, std::uint16_t* minimum, std::uint16_t* maximum) {
+  if (value < *minimum) *minimum = value;
+  if (value > *maximum) *maximum = value;
+}
+
+/// One pixel of both gains: merged, written to where it is wanted, and noted for the counts.
+static void mergePixel(const PackedPair& run, std::size_t i, std::uint16_t low, std::uint16_t high,
+                       const MergeRule& rule, const UniformTerms& terms) {
+  const std::int32_t correctedLow = corrected(low, terms.additiveLow, terms.multiplicativeLow, rule);
+  const std::int32_t correctedHigh = corrected(high, terms.additiveHigh, terms.multiplicativeHigh, rule);
+  const bool lowTaken = takesLow(correctedLow, correctedHigh, rule);
+  const auto merged = static_cast<std::uint16_t>(lowTaken ? correctedLow : correctedHigh);
+  if (run.low != nullptr) run.low[i] = low;
+  if (run.high != nullptr) run.high[i] = high;
+  run.merged[i] = merged;
+  if (run.extremes == nullptr) return;
+  run.countedLow[i] = static_cast<std::uint16_t>(lowTaken ? low | takenMark : low);
+  run.countedHigh[i] = static_cast<std::uint16_t>(lowTaken ? high : high | takenMark);
+  if (run.countedMerged != nullptr) run.countedMerged[i] = merged;
+  if (i == 0) *run.extremes = {low, low, high, high, merged, merged};
+  extend(low, &run.extremes->lowMinimum, &run.extremes->lowMaximum);
+  extend(high, &run.extremes->highMinimum, &run.extremes->highMaximum);
+  extend(merged, &run.extremes->mergedMinimum, &run.extremes->mergedMaximum);
+}
+
+template <typename Terms>
+static void mergePacked(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
+  for (std::size_t i = 0; i < run.pairs; ++i) {
+    std::uint16_t low[2];
+    std::uint16_t high[2];
+    unpack12(run.packedLow + 3 * i, low, 1);
+    unpack12(run.packedHigh + 3 * i, high, 1);
+    for (std::size_t j = 0; j < 2; ++j)
+      mergePixel(run, 2 * i + j, low[j], high[j], rule, termsAt(terms, 2 * i + j));
+  }
 }
 
 static void mergeMapped(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,

@@ -35,6 +35,34 @@ struct PlaneTerms {
   const std::uint16_t* multiplicativeHigh;
 };
 
+/// Marks, in a value to be counted, that the merge took this plane's pixel: packed pixels have 12 bits.
+constexpr std::uint16_t takenMark = 4096;
+
+/// Smallest and largest values of a run.
+struct PairExtremes {
+  std::uint16_t lowMinimum, lowMaximum;
+  std::uint16_t highMinimum, highMaximum;
+  std::uint16_t mergedMinimum, mergedMaximum;
+};
+
+/// A run of packed 12-bit pixels of both gains, and where its pixels go. Low and high may be read from the
+/// same bytes; outputs do not overlap.
+struct PackedPair {
+  const std::uint8_t* packedLow;
+  const std::uint8_t* packedHigh;
+  std::size_t pairs;
+  std::uint16_t* low;   ///< null where the plane is not wanted
+  std::uint16_t* high;  ///< the same
+  std::uint16_t* merged;
+  /// Only where the pixels are to be counted, else null: the low-gain and high-gain pixels, with takenMark on
+  /// the one that the merge took, once more in memory that stays in the cache; the merged pixels there, too,
+  /// unless null; their extremes (of a run without pixels, none).
+  std::uint16_t* countedLow;
+  std::uint16_t* countedHigh;
+  std::uint16_t* countedMerged;
+  PairExtremes* extremes;
+};
+
 /// Counts of the values 0 to 65535, spread over banks: neighbouring pixels are often equal, and a count that
 /// was just written cannot be added to again at once. The sum of the banks' entries is the count. The stride
 /// keeps equal values of two banks from colliding in the cache.
@@ -98,6 +126,15 @@ struct KernelTable {
   void (*mergePlanesStreaming)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                                std::size_t count, const MergeRule& rule, const PlaneTerms& terms);
   void (*finishStreaming)();
+
+  /// Unpacks and merges in one go: a pixel's corrected values never leave the registers. Terms per pixel are
+  /// those of the run's first pixel on.
+  void (*mergePackedUniform)(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms);
+  void (*mergePackedPlanes)(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms);
+  /// The same, with low, high and merged written past the caches.
+  void (*mergePackedUniformStreaming)(const PackedPair& run, const MergeRule& rule,
+                                      const UniformTerms& terms);
+  void (*mergePackedPlanesStreaming)(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms);
 };
 
 /// Every table that this build holds, the reference first.

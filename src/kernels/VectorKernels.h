@@ -35,10 +35,17 @@ static void finishStreaming() {
 
 template <Stores stores>
 static void unpackPairs(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
+  constexpr std::size_t pairsOfRegister = lanes / 2;
+  if (pairs < pairsOfRegister) {
+    loops::unpack12(packed, pixels, pairs);
+    return;
+  }
   std::size_t pair = 0;
-  for (; pair + pairsRead <= pairs; pair += lanes / 2)
+  for (; pair + pairsOfRegister <= pairs; pair += pairsOfRegister)
     put<stores>(pixels + 2 * pair, unpacked(packed + 3 * pair));
-  loops::unpack12(packed + 3 * pair, pixels + 2 * pair, pairs - pair);
+  if (pair == pairs) return;
+  pair = pairs - pairsOfRegister;  // some of them once more
+  store(pixels + 2 * pair, unpacked(packed + 3 * pair));
 }
 
 static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
@@ -47,7 +54,7 @@ static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels,
     unpackPairs<cached>(packed, pixels, pairs);
     return;
   }
-  loops::unpack12(packed, pixels, ahead / 2);
+  unpackPairs<cached>(packed, pixels, ahead / 2);
   unpackPairs<streaming>(packed + 3 * (ahead / 2), pixels + ahead, pairs - ahead / 2);
 }
 
@@ -63,18 +70,23 @@ struct WideRule {
   Register resultShift;  // in 32-bit lanes
   Register belowHighThreshold;
   Register differenceThreshold;
+  Register alwaysLow;  // no bits, or all
 };
 
 }  // namespace
 
 static WideRule widened(const MergeRule& rule) {
   const std::uint32_t fraction = rule.additiveFractionBits + rule.multiplicativeFractionBits;
+  const bool neverLow = rule.type == 2;
+  const bool alwaysLow = rule.type == 1 || (rule.highThreshold == 0 && !neverLow);
+  constexpr std::uint32_t unreachable = 65535;
   return {spread16(1U << rule.additiveFractionBits),
           spread16(65535U >> rule.additiveFractionBits),
           spread32(fraction > 0 ? 1U << (fraction - 1) : 0),
           spread32(fraction),
-          spread16(static_cast<std::uint32_t>(rule.highThreshold - 1)),
-          spread16(static_cast<std::uint32_t>(rule.differenceThreshold))};
+          spread16(neverLow ? unreachable : static_cast<std::uint32_t>(rule.highThreshold - 1)),
+          spread16(neverLow ? unreachable : static_cast<std::uint32_t>(rule.differenceThreshold)),
+          spread16(alwaysLow ? 65535 : 0)};
 }
 
 /// c = min((s * m + half) >> (f + g), 65535). Product and half are below 2^32 together; the shifted result is
@@ -86,10 +98,15 @@ static Register corrected(Register pixels, Register additive, Register multiplic
                        shiftRight32(add32(products.second, rule.half), rule.resultShift));
 }
 
-static Register chosen(Register low, Register high, const WideRule& rule) {
+/// Bits in the lanes where the corrected low-gain pixel is taken.
+static Register takesLow(Register low, Register high, const WideRule& rule) {
   const Register bright = subtractToZero16(high, rule.belowHighThreshold);
   const Register apart = subtractToZero16(subtractToZero16(low, high), rule.differenceThreshold);
-  return whereZero16(eitherBits(bright, apart), high, low);
+  return eitherBits(eitherBits(bright, apart), rule.alwaysLow);
+}
+
+static Register chosen(Register low, Register high, const WideRule& rule) {
+  return whereZero16(takesLow(low, high, rule), high, low);
 }
 
 // One set of terms for all pixels, or one for each: what the merge below asks of either.
@@ -173,26 +190,9 @@ static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint
   mergePlain(low, high, merged, i, count, rule, terms);
 }
 
-/// Where one plane is never taken, the other stands for both, so that the thresholds decide nothing.
-template <typename Terms>
-static Terms unitePlanes(const MergeRule& rule, const std::uint16_t*& low, const std::uint16_t*& high,
-                         Terms terms) {
-  if (rule.type == 2) {
-    low = high;
-    terms.additiveLow = terms.additiveHigh;
-    terms.multiplicativeLow = terms.multiplicativeHigh;
-  } else if (rule.type == 1 || rule.highThreshold == 0) {
-    high = low;
-    terms.additiveHigh = terms.additiveLow;
-    terms.multiplicativeHigh = terms.multiplicativeLow;
-  }
-  return terms;
-}
-
 template <Stores stores>
 static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                         std::size_t count, const MergeRule& rule, const UniformTerms& given) {
-  const UniformTerms terms = unitePlanes(rule, low, high, given);
+                         std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
   SmallTerms small;
   if (fitsSmallTerms(rule, terms, &small))
     merge<stores>(low, high, merged, count, rule, small);
@@ -202,9 +202,124 @@ static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, st
 
 template <Stores stores>
 static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                        std::size_t count, const MergeRule& rule, const PlaneTerms& given) {
-  const PlaneTerms terms = unitePlanes(rule, low, high, given);
+                        std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
   merge<stores>(low, high, merged, count, rule, terms);
+}
+
+// ---- Unpacking and merging in one go
+
+namespace {
+
+/// Smallest and largest pixels of each lane.
+struct WideExtremes {
+  Register lowMinimum, lowMaximum, highMinimum, highMaximum, mergedMinimum, mergedMaximum;
+};
+
+}  // namespace
+
+static WideExtremes noExtremes() {
+  const Register smallest = spread16(0);
+  const Register largest = spread16(65535);
+  return {largest, smallest, largest, smallest, largest, smallest};
+}
+
+static std::uint16_t smallestLane(Register pixels) {
+  std::uint16_t values[lanes], minimum, maximum;
+  store(values, pixels);
+  loops::findExtremes(values, lanes, &minimum, &maximum);
+  return minimum;
+}
+static std::uint16_t largestLane(Register pixels) {
+  std::uint16_t values[lanes], minimum, maximum;
+  store(values, pixels);
+  loops::findExtremes(values, lanes, &minimum, &maximum);
+  return maximum;
+}
+
+static PairExtremes narrowed(const WideExtremes& wide) {
+  return {smallestLane(wide.lowMinimum), largestLane(wide.lowMaximum),     smallestLane(wide.highMinimum),
+          largestLane(wide.highMaximum), smallestLane(wide.mergedMinimum), largestLane(wide.mergedMaximum)};
+}
+
+/// One register of pixels of both gains, from pixel i of the run on.
+template <Stores stores, bool counting, typename Terms>
+static inline void mergeRegister(const PackedPair& run, std::size_t i, const WideRule& rule,
+                                 const Terms& terms, WideExtremes* extremes) {
+  const Register low = unpacked(run.packedLow + 3 * (i / 2));
+  const Register high = unpacked(run.packedHigh + 3 * (i / 2));
+  const Register rightLow = correctedLow(low, terms, i, rule);
+  const Register rightHigh = correctedHigh(high, terms, i, rule);
+  const Register lowTaken = takesLow(rightLow, rightHigh, rule);
+  const Register merged = whereZero16(lowTaken, rightHigh, rightLow);
+  if (run.low != nullptr) put<stores>(run.low + i, low);
+  if (run.high != nullptr) put<stores>(run.high + i, high);
+  put<stores>(run.merged + i, merged);
+  if (!counting) return;
+  const Register mark = spread16(takenMark);
+  store(run.countedLow + i, whereZero16(lowTaken, low, eitherBits(low, mark)));
+  store(run.countedHigh + i, whereZero16(lowTaken, eitherBits(high, mark), high));
+  if (run.countedMerged != nullptr) store(run.countedMerged + i, merged);
+  *extremes = {minimum16(extremes->lowMinimum, low),       maximum16(extremes->lowMaximum, low),
+               minimum16(extremes->highMinimum, high),     maximum16(extremes->highMaximum, high),
+               minimum16(extremes->mergedMinimum, merged), maximum16(extremes->mergedMaximum, merged)};
+}
+
+template <Stores stores, bool counting, typename Terms>
+static void mergeRegisters(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
+                           const Terms& givenTerms) {
+  const PackedPair run = given;  // copies that the output cannot overlap
+  const Terms terms = givenTerms;
+  const WideRule wide = widened(rule);
+  const std::size_t pixels = 2 * run.pairs;
+  WideExtremes extremes = noExtremes();
+  // What does not fill a register at either end is done once more with its neighbours.
+  if (ahead > 0) mergeRegister<cached, counting>(run, 0, wide, terms, &extremes);
+  std::size_t i = ahead;
+  for (; i + lanes <= pixels; i += lanes)
+    mergeRegister<stores, counting>(run, i, wide, terms, &extremes);
+  if (i < pixels) mergeRegister<cached, counting>(run, pixels - lanes, wide, terms, &extremes);
+  if (counting) *run.extremes = narrowed(extremes);
+}
+
+/// Whether the outputs can be streamed to together; then how many pixels ahead of the first address for it.
+static bool alignsTogether(const PackedPair& run, std::size_t* ahead) {
+  *ahead = pixelsToAlignment(run.merged);
+  return *ahead % 2 == 0 && (run.low == nullptr || pixelsToAlignment(run.low) == *ahead) &&
+         (run.high == nullptr || pixelsToAlignment(run.high) == *ahead);
+}
+
+template <Stores stores, typename Terms>
+static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
+  std::size_t ahead = 0;
+  if (stores == streaming && alignsTogether(run, &ahead)) {
+    if (run.extremes != nullptr)
+      mergeRegisters<streaming, true>(run, ahead, rule, terms);
+    else
+      mergeRegisters<streaming, false>(run, ahead, rule, terms);
+  } else if (run.extremes != nullptr) {
+    mergeRegisters<cached, true>(run, 0, rule, terms);
+  } else {
+    mergeRegisters<cached, false>(run, 0, rule, terms);
+  }
+}
+
+template <Stores stores>
+static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
+  SmallTerms small;
+  if (2 * run.pairs < lanes)
+    loops::mergePacked(run, rule, terms);
+  else if (fitsSmallTerms(rule, terms, &small))
+    mergePackedBy<stores>(run, rule, small);
+  else
+    mergePackedBy<stores>(run, rule, terms);
+}
+
+template <Stores stores>
+static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
+  if (2 * run.pairs < lanes)
+    loops::mergePacked(run, rule, terms);
+  else
+    mergePackedBy<stores>(run, rule, terms);
 }
 
 // ---- Statistics
@@ -271,7 +386,11 @@ static constexpr KernelTable vectorTable = {tableName,
                                             unpack12Streaming,
                                             mergeUniform<streaming>,
                                             mergePlanes<streaming>,
-                                            finishStreaming};
+                                            finishStreaming,
+                                            mergePackedUniform<cached>,
+                                            mergePackedPlanes<cached>,
+                                            mergePackedUniform<streaming>,
+                                            mergePackedPlanes<streaming>};
 
 }  // namespace orvacam::kernels
 

@@ -39,6 +39,12 @@ static Register eitherBits(Register a, Register b) {
 static Register subtractToZero16(Register a, Register b) {
   return _mm256_subs_epu16(a, b);
 }
+static Register minimum16(Register a, Register b) {
+  return _mm256_min_epu16(a, b);
+}
+static Register maximum16(Register a, Register b) {
+  return _mm256_max_epu16(a, b);
+}
 static Register add32(Register a, Register b) {
   return _mm256_add_epi32(a, b);
 }
@@ -70,15 +76,13 @@ static Products multiply16(Register a, Register b) {
 
 // ---- Where the instruction sets differ
 
-constexpr std::size_t pairsRead = 10;  // of which 8 are used
-
-/// A register of pixels. Each half turns 12 bytes into 8 words: b0 b1 for the first pixel of a pair, b1 b2
-/// for the second.
+/// A register of pixels, from 24 bytes. Each half turns 12 of them into 8 words: b0 b1 for the first pixel of
+/// a pair, b1 b2 for the second. The second half is loaded 4 bytes early, so that nothing behind is read.
 static Register unpacked(const std::uint8_t* packed) {
-  const __m256i words =
-      _mm256_broadcastsi128_si256(_mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10));
+  const __m256i words = _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10,  //
+                                         5, 4, 6, 5, 8, 7, 9, 8, 11, 10, 12, 11, 14, 13, 15, 14);
   const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packed));
-  const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packed + 12));
+  const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packed + 8));
   const __m256i both = _mm256_shuffle_epi8(_mm256_set_m128i(second, first), words);
   return _mm256_blend_epi16(_mm256_srli_epi16(both, 4), _mm256_and_si256(both, spread16(0x0FFF)), 0xAA);
 }

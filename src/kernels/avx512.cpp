@@ -40,6 +40,12 @@ static Register eitherBits(Register a, Register b) {
 static Register subtractToZero16(Register a, Register b) {
   return _mm512_subs_epu16(a, b);
 }
+static Register minimum16(Register a, Register b) {
+  return _mm512_min_epu16(a, b);
+}
+static Register maximum16(Register a, Register b) {
+  return _mm512_max_epu16(a, b);
+}
 static Register add32(Register a, Register b) {
   return _mm512_add_epi32(a, b);
 }
@@ -71,22 +77,22 @@ static Products multiply16(Register a, Register b) {
 
 // ---- Where the instruction sets differ
 
-constexpr std::size_t pairsRead = 18;  // of which 16 are used
-
 static __m128i load16Bytes(const std::uint8_t* source) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(source));
 }
 
-/// A register of pixels. Each quarter turns 12 bytes into 8 words: b0 b1 for the first pixel of a pair, b1 b2
-/// for the second. Four loads, since one of 64 bytes would nearly always lie across two cache lines.
+/// A register of pixels, from 48 bytes. Each quarter turns 12 of them into 8 words: b0 b1 for the first pixel
+/// of a pair, b1 b2 for the second. Four loads, since one of 64 bytes would nearly always lie across two
+/// cache lines; the last one 4 bytes early, so that nothing behind is read.
 static Register unpacked(const std::uint8_t* packed) {
+  const __m128i quarter = _mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
   const __m512i words =
-      _mm512_broadcast_i32x4(_mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10));
+      _mm512_inserti32x4(_mm512_broadcast_i32x4(quarter), _mm_add_epi8(quarter, _mm_set1_epi8(4)), 3);
   const __m512i shifts = spread32(4);  // for the first word of each two
   __m512i bytes = _mm512_castsi128_si512(load16Bytes(packed));
   bytes = _mm512_inserti32x4(bytes, load16Bytes(packed + 12), 1);
   bytes = _mm512_inserti32x4(bytes, load16Bytes(packed + 24), 2);
-  bytes = _mm512_inserti32x4(bytes, load16Bytes(packed + 36), 3);
+  bytes = _mm512_inserti32x4(bytes, load16Bytes(packed + 32), 3);
   return _mm512_and_si512(_mm512_srlv_epi16(_mm512_shuffle_epi8(bytes, words), shifts), spread16(0x0FFF));
 }
 

@@ -30,6 +30,10 @@ extern const KernelTable referenceTable = {"reference",
                                            loops::unpack12,
                                            loops::mergeUniform,
                                            loops::mergePlanes,
-                                           nothingToFinish};
+                                           nothingToFinish,
+                                           loops::mergePacked<UniformTerms>,
+                                           loops::mergePacked<PlaneTerms>,
+                                           loops::mergePacked<UniformTerms>,
+                                           loops::mergePacked<PlaneTerms>};
 
 }  // namespace orvacam::kernels

@@ -8,8 +8,9 @@ import subprocess
 import sys
 
 # Written with registers of the whole width; loops that the compiler vectorises may use half of it.
-BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findFirst']
-INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge'}  # where the compiler may put the loop
+BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findFirst', 'mergePackedUniform', 'mergePackedPlanes']
+INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge', 'mergePackedUniform': 'mergeRegisters',
+         'mergePackedPlanes': 'mergeRegisters'}  # where the compiler may put the loop
 BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'findExtremes', 'addToSums8', 'addToSums16', 'emptySums']
 # Not vectorised, on purpose: countPixels and mergeMapped (memory is addressed by pixel values), meansOfSums (a
 # division of 64 bits has no vector form).

@@ -47,7 +47,8 @@ TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
           reinterpret_cast<const void*>(t.findFirst), reinterpret_cast<const void*>(t.mergeUniform),
           reinterpret_cast<const void*>(t.mergePlanes), reinterpret_cast<const void*>(t.addToSums8),
           reinterpret_cast<const void*>(t.addToSums16), reinterpret_cast<const void*>(t.emptySums),
-          reinterpret_cast<const void*>(t.meansOfSums)}) {
+          reinterpret_cast<const void*>(t.meansOfSums), reinterpret_cast<const void*>(t.mergePackedUniform),
+          reinterpret_cast<const void*>(t.mergePackedPlanes)}) {
       ASSERT_NE(entry, nullptr);
       EXPECT_EQ(std::find(seen.begin(), seen.end(), entry), seen.end()) << t.name;
       seen.push_back(entry);
@@ -56,6 +57,8 @@ TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
     EXPECT_EQ(t.unpack12Streaming == t.unpack12, i == 0) << t.name;
     EXPECT_EQ(t.mergeUniformStreaming == t.mergeUniform, i == 0) << t.name;
     EXPECT_EQ(t.mergePlanesStreaming == t.mergePlanes, i == 0) << t.name;
+    EXPECT_EQ(t.mergePackedUniformStreaming == t.mergePackedUniform, i == 0) << t.name;
+    EXPECT_EQ(t.mergePackedPlanesStreaming == t.mergePackedPlanes, i == 0) << t.name;
   }
 }
 

@@ -183,4 +183,148 @@ TEST_P(EveryTable, MergesIntoOneOfItsInputs) {
   EXPECT_EQ(high, expected);
 }
 
+/// What a run of packed pairs gives, worked out pixel by pixel in doubles.
+struct PackedExpectation {
+  std::vector<std::uint16_t> low, high, merged, countedLow, countedHigh;
+
+  PackedExpectation(const std::vector<std::uint8_t>& packedLow, const std::vector<std::uint8_t>& packedHigh,
+                    const kernels::MergeRule& rule, const std::vector<kernels::UniformTerms>& terms)
+      : low(pixelsOf(packedLow)), high(pixelsOf(packedHigh)) {
+    for (std::size_t i = 0; i < low.size(); ++i) {
+      const kernels::UniformTerms& t = terms[i % terms.size()];
+      const int l = correctedInDoubles(low[i], t.additiveLow, t.multiplicativeLow, rule.additiveFractionBits,
+                                       rule.multiplicativeFractionBits);
+      const int h = correctedInDoubles(high[i], t.additiveHigh, t.multiplicativeHigh,
+                                       rule.additiveFractionBits, rule.multiplicativeFractionBits);
+      merged.push_back(mergedInDoubles(l, h, rule));
+      const bool lowTaken =
+          rule.type == 1 || (rule.type != 2 && (h >= rule.highThreshold || l - h > rule.differenceThreshold));
+      countedLow.push_back(static_cast<std::uint16_t>(low[i] + (lowTaken ? 4096 : 0)));
+      countedHigh.push_back(static_cast<std::uint16_t>(high[i] + (lowTaken ? 0 : 4096)));
+    }
+  }
+
+  static std::vector<std::uint16_t> pixelsOf(const std::vector<std::uint8_t>& packed) {
+    std::vector<std::uint16_t> pixels;
+    for (std::size_t i = 0; i < packed.size(); i += 3) {
+      const std::uint32_t whole = packed[i] * 65536u + packed[i + 1] * 256u + packed[i + 2];
+      pixels.push_back(static_cast<std::uint16_t>(whole / 4096));
+      pixels.push_back(static_cast<std::uint16_t>(whole % 4096));
+    }
+    return pixels;
+  }
+};
+
+/// Where a run's pixels go, at misalignments of their own, with sentinels around each.
+struct PackedOutputs {
+  PackedOutputs(std::size_t pixels, std::size_t lowShift, std::size_t highShift, std::size_t mergedShift)
+      : low(pixels, lowShift),
+        high(pixels, highShift),
+        merged(pixels, mergedShift),
+        countedLow(pixels, 1),
+        countedHigh(pixels, 2),
+        countedMerged(pixels, 3) {}
+
+  bool intact() const {
+    return low.intact() && high.intact() && merged.intact() && countedLow.intact() && countedHigh.intact() &&
+           countedMerged.intact();
+  }
+
+  Guarded<std::uint16_t> low, high, merged, countedLow, countedHigh, countedMerged;
+};
+
+TEST_P(EveryTable, UnpacksAndMergesInOneGoAllLengthsAlignmentsAndOutputs) {
+  std::mt19937 random(seed);
+  for (std::size_t round = 0; round < 3000; ++round) {
+    const std::size_t pairs = round % 101;
+    const std::size_t pixels = 2 * pairs;
+    const std::vector<std::uint8_t> packedLow = noise<std::uint8_t>(3 * pairs, random);
+    const std::vector<std::uint8_t> packedHigh = noise<std::uint8_t>(3 * pairs, random);
+    const std::int32_t thresholds[] = {0, 1, 128, 3700, 65535};
+    const kernels::MergeRule rule = {static_cast<std::uint32_t>(random() % 16),
+                                     static_cast<std::uint32_t>(random() % 17), thresholds[random() % 5],
+                                     thresholds[random() % 5], random() % 4};
+    std::vector<std::uint16_t> terms[4];
+    for (std::vector<std::uint16_t>& plane : terms)
+      plane = noise<std::uint16_t>(pixels + 1, random);
+    std::vector<kernels::UniformTerms> perPixel;
+    for (std::size_t i = 0; i <= pixels; ++i)
+      perPixel.push_back({static_cast<std::int16_t>(terms[0][i]), static_cast<std::int16_t>(terms[1][i]),
+                          terms[2][i], terms[3][i]});
+    const kernels::PlaneTerms planes = {reinterpret_cast<const std::int16_t*>(terms[0].data()),
+                                        reinterpret_cast<const std::int16_t*>(terms[1].data()),
+                                        terms[2].data(), terms[3].data()};
+    // Sometimes factors near 1, for which there is a shorter way, else any.
+    kernels::UniformTerms uniform = perPixel[0];
+    if (round % 2 == 0) uniform.multiplicativeLow = uniform.multiplicativeHigh = 1;
+    const PackedExpectation expectedUniform(packedLow, packedHigh, rule, {uniform});
+    const PackedExpectation expectedPlanes(packedLow, packedHigh, rule, perPixel);
+
+    for (const bool isUniform : {true, false})
+      for (const bool streaming : {true, false}) {
+        const PackedExpectation& expected = isUniform ? expectedUniform : expectedPlanes;
+        const std::size_t shift = random() % 40;
+        const bool together = random() % 2 == 0;
+        PackedOutputs out(pixels, shift, together ? shift : random() % 40, together ? shift : random() % 40);
+        const bool wantsLow = random() % 4 != 0, wantsHigh = random() % 4 != 0;
+        const bool counts = random() % 2 == 0, countsMerged = random() % 2 == 0;
+        const kernels::PairExtremes untouched = {1, 2, 3, 4, 5, 6};
+        kernels::PairExtremes extremes = untouched;
+        const kernels::PackedPair run = {packedLow.data(),
+                                         packedHigh.data(),
+                                         pairs,
+                                         wantsLow ? out.low.data() : nullptr,
+                                         wantsHigh ? out.high.data() : nullptr,
+                                         out.merged.data(),
+                                         counts ? out.countedLow.data() : nullptr,
+                                         counts ? out.countedHigh.data() : nullptr,
+                                         counts && countsMerged ? out.countedMerged.data() : nullptr,
+                                         counts ? &extremes : nullptr};
+        if (isUniform)
+          (streaming ? table().mergePackedUniformStreaming : table().mergePackedUniform)(run, rule, uniform);
+        else
+          (streaming ? table().mergePackedPlanesStreaming : table().mergePackedPlanes)(run, rule, planes);
+        table().finishStreaming();
+        const auto where = ::testing::Message()
+                           << "round " << round << ", uniform " << isUniform << ", streaming " << streaming
+                           << ", shift " << shift << ", seed " << seed;
+        const std::vector<std::uint16_t> nothing = PackedOutputs(pixels, 0, 0, 0).low.values();
+        ASSERT_EQ(out.low.values(), wantsLow ? expected.low : nothing) << where;
+        ASSERT_EQ(out.high.values(), wantsHigh ? expected.high : nothing) << where;
+        ASSERT_EQ(out.merged.values(), expected.merged) << where;
+        ASSERT_EQ(out.countedLow.values(), counts ? expected.countedLow : nothing) << where;
+        ASSERT_EQ(out.countedHigh.values(), counts ? expected.countedHigh : nothing) << where;
+        ASSERT_EQ(out.countedMerged.values(), counts && countsMerged ? expected.merged : nothing) << where;
+        ASSERT_TRUE(out.intact()) << where;
+        if (!counts || pairs == 0) {
+          ASSERT_EQ(std::memcmp(&extremes, &untouched, sizeof extremes), 0) << where;
+          continue;
+        }
+        const auto smallest = [](const auto& v) { return *std::min_element(v.begin(), v.end()); };
+        const auto largest = [](const auto& v) { return *std::max_element(v.begin(), v.end()); };
+        ASSERT_EQ(extremes.lowMinimum, smallest(expected.low)) << where;
+        ASSERT_EQ(extremes.lowMaximum, largest(expected.low)) << where;
+        ASSERT_EQ(extremes.highMinimum, smallest(expected.high)) << where;
+        ASSERT_EQ(extremes.highMaximum, largest(expected.high)) << where;
+        ASSERT_EQ(extremes.mergedMinimum, smallest(expected.merged)) << where;
+        ASSERT_EQ(extremes.mergedMaximum, largest(expected.merged)) << where;
+      }
+  }
+}
+
+TEST_P(EveryTable, ReadsBothPlanesOfAPackedPairFromTheSameBytes) {
+  std::mt19937 random(seed);
+  const std::vector<std::uint8_t> packed = noise<std::uint8_t>(3 * 70, random);
+  const kernels::MergeRule rule = {3, 10, 3700, 128, 0};
+  const kernels::UniformTerms terms = {-40, 16, 6448, 1024};
+  const PackedExpectation expected(packed, packed, rule, {terms});
+  std::vector<std::uint16_t> low(140), high(140), merged(140);
+  table().mergePackedUniform({packed.data(), packed.data(), 70, low.data(), high.data(), merged.data(),
+                              nullptr, nullptr, nullptr, nullptr},
+                             rule, terms);
+  EXPECT_EQ(low, expected.low);
+  EXPECT_EQ(high, expected.low);
+  EXPECT_EQ(merged, expected.merged);
+}
+
 }  // namespace
