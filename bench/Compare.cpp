@@ -47,10 +47,14 @@ Buffer alignedBuffer(std::size_t bytes, int value) {
 
 /// Medians of the operation and of each contender.
 std::vector<double> mediansOf(benchmark::State& state, const std::function<void()>& operation,
-                              const std::vector<Contender>& contenders, std::size_t repeats) {
+                              const std::vector<Contender>& contenders, std::size_t repeats,
+                              const std::function<void()>& prepare) {
+  if (prepare) prepare();
+  operation();  // warm
   std::vector<std::vector<double>> times(contenders.size() + 1);
   std::size_t round = 0;
   for (auto _ : state) {
+    if (prepare) prepare();
     times[0].push_back(secondsOf(operation, repeats));
     for (std::size_t i = 0; i < contenders.size(); ++i)
       if (!contenders[i].slow || round < slowRounds)
@@ -90,14 +94,14 @@ void copyPastCaches(unsigned char* target, const unsigned char* source, std::siz
 
 void compare(benchmark::State& state, const std::function<void()>& operation,
              const std::vector<Contender>& contenders, std::size_t repeats) {
-  operation();  // warm
-  const std::vector<double> medians = mediansOf(state, operation, contenders, repeats);
+  const std::vector<double> medians = mediansOf(state, operation, contenders, repeats, nullptr);
   for (std::size_t i = 0; i < contenders.size(); ++i)
     state.counters["over " + contenders[i].name] = medians[0] / medians[i + 1];
 }
 
 void compareWithCopies(benchmark::State& state, std::size_t bytes, const std::function<void()>& operation,
-                       std::vector<Contender> contenders, std::size_t repeats) {
+                       std::vector<Contender> contenders, std::size_t repeats,
+                       const std::function<void()>& prepare) {
   const std::size_t half = bytes / 2;
   const Buffer source = alignedBuffer(half, 1);
   const Buffer target = alignedBuffer(half, 2);
@@ -107,11 +111,9 @@ void compareWithCopies(benchmark::State& state, std::size_t bytes, const std::fu
                           benchmark::DoNotOptimize(*target);
                           benchmark::ClobberMemory();
                         }});
-  contenders.push_back(
-      {"streaming copy", [&] { copyPastCaches(target.get(), source.get(), half); }});
+  contenders.push_back({"streaming copy", [&] { copyPastCaches(target.get(), source.get(), half); }});
 
-  operation();  // warm
-  const std::vector<double> medians = mediansOf(state, operation, contenders, repeats);
+  const std::vector<double> medians = mediansOf(state, operation, contenders, repeats, prepare);
   for (std::size_t i = 0; i <= own; ++i)
     state.counters["over " + contenders[i].name] = medians[0] / medians[i + 1];
   state.counters["over copy"] = medians[0] / std::min(medians[own + 1], medians[own + 2]);

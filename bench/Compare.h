@@ -25,9 +25,11 @@ void compare(benchmark::State& state, const std::function<void()>& operation,
              const std::vector<Contender>& contenders, std::size_t repeats = 1);
 
 /// The same beside copies that move `bytes` in all, half of them read and half written: "over memcpy", and
-/// "over copy", the faster of memcpy and a copy past the caches.
+/// "over copy", the faster of memcpy and a copy past the caches. What has to be done before each round is not
+/// timed.
 void compareWithCopies(benchmark::State& state, std::size_t bytes, const std::function<void()>& operation,
-                       std::vector<Contender> contenders = {}, std::size_t repeats = 1);
+                       std::vector<Contender> contenders = {}, std::size_t repeats = 1,
+                       const std::function<void()>& prepare = nullptr);
 
 void copyPastCaches(unsigned char* target, const unsigned char* source, std::size_t bytes);
 

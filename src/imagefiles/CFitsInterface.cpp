@@ -1,10 +1,9 @@
-#include <fcntl.h>
 #include <orvacam/imagefiles/CFitsInterface.h>
 #include <orvacam/metadata/CFrameMetaData.h>
 #include <orvacam/support/CLog.h>
 #include <orvacam/support/util.h>
 #include <orvacam/version.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "imagefiles/FileWriting.h"
 #include "imagefiles/FramePixels.h"
 #include "kernels/Kernels.h"
 #include "metadata/FitsCards.h"
@@ -30,8 +30,10 @@ constexpr unsigned int valueColumn = 10;
 constexpr unsigned int lastValueColumn = 77;  // a value that ends here leaves no room for a comment
 constexpr std::size_t longestText = 68;
 
-/// A file is written in pieces of this many pixels, so that no copy of the whole frame is needed.
-constexpr unsigned int piecePixels = 512 * 1024;
+/// A file is written in pieces of this size, which stay in the cache between swap and write. Whole pages, so
+/// that every piece starts at one.
+constexpr unsigned int pieceBytes = 256 * 1024;
+constexpr unsigned int piecePixels = pieceBytes / sizeof(unsigned short);
 
 constexpr const char* formatComment =
     "FITS (Flexible Image Transport System) format is defined in 'Astronomy and Astrophysics', volume 376, "
@@ -255,17 +257,6 @@ void swapInPlace(unsigned char* bytes, std::size_t pixels) {
     std::swap(bytes[2 * i], bytes[2 * i + 1]);
 }
 
-bool writeAll(int file, const unsigned char* bytes, std::size_t count) {
-  while (count > 0) {
-    const ssize_t written = write(file, bytes, count);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes += written;
-    count -= static_cast<std::size_t>(written);
-  }
-  return true;
-}
-
 }  // namespace
 
 CFitsInterface::CFitsInterface()
@@ -412,18 +403,19 @@ void CFitsInterface::FreeAll() {
 
 int CFitsInterface::DoWriteImage(int iFile, const unsigned short* pPixels, unsigned int uiNumPixels,
                                  const CFrameMetaData& meta) {
+  if (DoWriteHeader(m_pImageCopy, headerSize, meta) != 0) return -1;
   // Intended: the length counts the pixels alone, so that the header displaces the last of them.
-  std::size_t left = sizeof(unsigned short) * std::size_t{uiNumPixels};
-  const std::size_t header = std::min<std::size_t>(left, headerSize);
-  if (DoWriteHeader(m_pImageCopy, headerSize, meta) != 0 || !writeAll(iFile, m_pImageCopy, header)) return -1;
-  left -= header;
+  std::size_t left = sizeof *pPixels * std::size_t{uiNumPixels};
+  std::size_t filled = std::min<std::size_t>(left, headerSize);
   while (left > 0) {
-    const std::size_t pixels = std::min<std::size_t>(left / sizeof(unsigned short), piecePixels);
-    auto* const swapped = reinterpret_cast<unsigned short*>(m_pImageCopy);
+    const std::size_t piece = std::min<std::size_t>(left, pieceBytes);
+    const std::size_t pixels = (piece - filled) / sizeof *pPixels;
+    auto* const swapped = reinterpret_cast<unsigned short*>(m_pImageCopy + filled);
     orvacam::kernels::active().swapBytes(pPixels, swapped, pixels);
-    if (!writeAll(iFile, m_pImageCopy, pixels * sizeof(unsigned short))) return -1;
+    if (!orvacam::writeAll(iFile, m_pImageCopy, piece)) return -1;
     pPixels += pixels;
-    left -= pixels * sizeof(unsigned short);
+    left -= piece;
+    filled = 0;
   }
   return 0;
 }
@@ -436,7 +428,7 @@ int CFitsInterface::CreateImageFile(const std::string& path, const unsigned shor
   if (AllocateImageCopy(std::min(pixels, piecePixels), headerSize) != 0) return -1;
 
   // Intended: an existing file is not truncated.
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  const int file = orvacam::openOutput(path, O_WRONLY, S_IRUSR | S_IWUSR);
   if (file < 0) {
     CLog::getInstance()->log(CLOGLEVEL_ERROR, L"%s: Unable to open file %s, err %d\n", operation,
                              path.c_str(), errno);

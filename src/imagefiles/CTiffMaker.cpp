@@ -3,11 +3,11 @@
 
 #include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
 
+#include "imagefiles/FileWriting.h"
 #include "imagefiles/FramePixels.h"
 
 namespace {
@@ -283,13 +283,13 @@ int CTiffMaker::CreateImageFile(const std::string& path, const unsigned short* p
   const std::unique_ptr<unsigned char[]> header(new (std::nothrow) unsigned char[headerSize]);
   if (header == nullptr) return -1;
 
-  std::FILE* const file = std::fopen(path.c_str(), "w+b");
-  if (file == nullptr) return -1;
+  const int file = orvacam::openOutput(path, O_RDWR | O_TRUNC, 0666);
+  if (file < 0) return -1;
   const bool bigEndian = !meta.Value(ORVA_META_KEY_PIXEL_ORDERED_IMAGE).GetValueBool();
   int result = WriteHeader(header.get(), headerSize, meta, bigEndian);
-  if (result >= 0 && (std::fwrite(header.get(), 1, headerSize, file) != headerSize ||
-                      std::fwrite(pPixels, sizeof *pPixels, pixels, file) != pixels))
+  if (result >= 0 && !(orvacam::writeAll(file, header.get(), headerSize) &&
+                       orvacam::writeAll(file, pPixels, sizeof *pPixels * pixels)))
     result = -1;
-  if (std::fclose(file) != 0) result = -1;  // the last bytes reach the disk only here
+  if (close(file) != 0) result = -1;  // some file systems say only now that the disk is full
   return result;
 }
