@@ -132,6 +132,8 @@ int CAlgo::DoMergeStream(std::FILE* pStream, unpacked_images_t* pImages, unpacke
   int result = m_MetaData.Parse(pStream);
   if (result < 0) return result;
   DoInitialize(cameraOf(m_MetaData), nullptr);
+  // Every camera has tables: without them memory ran out, and the ratio would be another camera's.
+  if (!m_MergeSettings.HasGainTables()) return -1;
 
   unsigned int width = 0;
   unsigned int height = 0;
@@ -166,14 +168,23 @@ int CAlgo::DoCreateReferenceFrames(const wchar_t* pDSNUFileName, const wchar_t* 
   return m_HWMerge.CreateIdentityFrames(uiWidth, uiHeight, dGainRatio, 1.0, nullptr);
 }
 
+/// Gives the merge its copy of the metadata. Without memory for it the frame has no metadata either, so that
+/// its operations fail.
+bool CAlgo::DoLendMetaData(const CFrameMetaData& metaData, IFrame& frame) try {
+  m_HWMerge.SetMetaData(metaData);
+  return true;
+} catch (const std::bad_alloc&) {
+  frame.FreeAll();
+  return false;
+}
+
 IFrame* CAlgo::InitFrame(CFrameMetaData* pMetaData, unsigned char* pFrame, unsigned long ulLength,
                          unpacked_images_t* /*pImages*/) {
   if (pMetaData == nullptr) return nullptr;
   IFrame* const frame = CFrameFactory::Create(*pMetaData);
   if (frame == nullptr) return nullptr;
   m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiSourceSize= %d\n", "InitFrame", static_cast<int>(ulLength));
-  m_HWMerge.SetMetaData(*pMetaData);
-  frame->Initialize(*pMetaData, pFrame, ulLength, &m_HWMerge);
+  if (DoLendMetaData(*pMetaData, *frame)) frame->Initialize(*pMetaData, pFrame, ulLength, &m_HWMerge);
   return frame;
 }
 
@@ -182,8 +193,8 @@ IFrame* CAlgo::InitFrame(CFrameMetaData* pMetaData, std::FILE* pStream, unpacked
   IFrame* const frame = CFrameFactory::Create(*pMetaData);
   if (frame == nullptr) return nullptr;
   m_pLog->log(CLOGLEVEL_ENTRY, L"%s: (file)\n", "InitFrame");
-  if (pImages != nullptr) m_HWMerge.SetMetaData(*pMetaData);
-  frame->Initialize(*pMetaData, pStream, &m_HWMerge);
+  if (pImages == nullptr || DoLendMetaData(*pMetaData, *frame))
+    frame->Initialize(*pMetaData, pStream, &m_HWMerge);
   return frame;
 }
 

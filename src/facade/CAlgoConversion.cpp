@@ -82,6 +82,15 @@ std::array<PlaneFile, 3> planeFiles(const unpacked_images_t& images) {
            {images.pMergedImage, images.pMergedMetaData, "_MERGED", false, true}}};
 }
 
+/// Parses what a plane's processed header has. What does not parse is left out of the image file, but missing
+/// memory, which Parse reports the same way, is no reason to write less.
+class ProcessedHeader : public CFrameMetaData {
+ public:
+  int Read(unsigned char* pHeader, unsigned int uiSize) {
+    return IsRCDFrame(pHeader, uiSize) ? DoParse(pHeader, uiSize) : -1;
+  }
+};
+
 void mark(CFrameMetaData& metaData, const PlaneFile& plane) {
   metaData.SetIsHighFrame(plane.highFrame);
   metaData.SetIsMergedFrame(plane.mergedFrame);
@@ -128,6 +137,7 @@ int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacke
                           m_MetaData.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
   m_MetaData.GetDeviceType(camera.uiDeviceType);
   DoInitialize(camera, nullptr);
+  if (!m_MergeSettings.HasGainTables()) return -1;  // no memory
   unsigned int width = 0;
   unsigned int height = 0;
   m_MetaData.GetFrameDimensions(width, height);
@@ -148,7 +158,7 @@ int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacke
 }
 
 int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
-  CFrameMetaData metaData;
+  ProcessedHeader metaData;
   CFitsInterface fits;
   Planes planes(*this);
   unpacked_images_t& images = planes.images;
@@ -158,7 +168,7 @@ int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, con
   for (const PlaneFile& plane : planeFiles(images)) {
     if (plane.image == nullptr) continue;
     metaData.ReInitialize(false);
-    metaData.Parse(plane.metaData, images.uiMetaDataSize);
+    metaData.Read(plane.metaData, images.uiMetaDataSize);
     mark(metaData, plane);
     result = fits.CreateImageFile(MakeProcessedFileName(pDestination, plane.suffix, ".fit"), plane.image,
                                   metaData);
@@ -167,7 +177,7 @@ int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, con
 }
 
 int CAlgo::DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
-  CFrameMetaData metaData;
+  ProcessedHeader metaData;
   CTiffMaker tiff;
   Planes planes(*this);
   unpacked_images_t& images = planes.images;
@@ -175,7 +185,7 @@ int CAlgo::DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, con
   if (result < 0) return result;
 
   // Intended: all files carry the low-gain plane's metadata, apart from two flags.
-  result = metaData.Parse(images.pLowMetaData, images.uiMetaDataSize);
+  result = metaData.Read(images.pLowMetaData, images.uiMetaDataSize);
   for (const PlaneFile& plane : planeFiles(images)) {
     if (plane.image == nullptr) continue;
     mark(metaData, plane);

@@ -17,7 +17,7 @@ int CFrameGSense4040::DoUnpackSingleImage(unsigned short* pOut, unsigned long ul
 }
 
 int CFrameGSense4040::CopyROIToBuffer(frame_roi_t& roi, unsigned char* pBuffer, unsigned int uiBufferSize) {
-  if (m_pMetaData == nullptr || m_pSource == nullptr || pBuffer == nullptr) return -1;
+  if (m_pMetaData == nullptr || m_pSource == nullptr || m_bSourceIncomplete || pBuffer == nullptr) return -1;
   if (roi.uiX % 2 != 0 || roi.uiWidth % 2 != 0) return -1;
   unsigned int frameWidth = 0, frameHeight = 0, prePixels = 0, postPixels = 0, preRows = 0, postRows = 0;
   if (m_pMetaData->GetFrameDimensionsBinned(frameWidth, frameHeight) != 0) return -1;

@@ -40,6 +40,7 @@ IFrame::IFrame()
       m_pSource(nullptr),
       m_ulSourceLength(0),
       m_bSourceOwned(false),
+      m_bSourceIncomplete(false),
       m_pWorkBuffer1(nullptr),
       m_pWorkBuffer2(nullptr),
       m_pWorkBuffer3(nullptr),
@@ -134,7 +135,8 @@ int IFrame::ReadSourceImage(std::FILE* pStream) {
   m_bSourceOwned = true;
   const unsigned long read = std::fread(buffer, 1, size, pStream);
   std::memset(buffer + read, 0, size + 1 - read);
-  return read == size ? 0 : -1;
+  m_bSourceIncomplete = read != size;
+  return m_bSourceIncomplete ? -1 : 0;
 }
 
 void IFrame::FreeSourceImageBuffer() {
@@ -143,6 +145,7 @@ void IFrame::FreeSourceImageBuffer() {
     m_ulSourceLength = 0;
   }
   m_bSourceOwned = false;
+  m_bSourceIncomplete = false;
 }
 
 // ---- Buffers
@@ -287,6 +290,8 @@ int IFrame::AllocateUserMergeBuffers(unpacked_images_t* pImages) {
 
 int IFrame::DoPrepare(unpacked_images_t* pImages) {
   if (m_pMetaData == nullptr || m_pSource == nullptr || pImages == nullptr) return -1;
+  // The façade does not look at the status of reading: the pixels that are missing would pass for zeros.
+  if (m_bSourceIncomplete) return -1;
   return AllocateUserMergeBuffers(pImages);
 }
 

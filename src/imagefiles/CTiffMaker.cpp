@@ -130,13 +130,12 @@ CTiffMaker::~CTiffMaker() {
 
 int CTiffMaker::InitTags(unsigned int uiMetaDataLength) {
   ClearTags();
-  SetTag(NewSubfileType, TIFF_TAGTYPE_LONG, 0);
-  SetBitsPerSample(16);
-  SetTag(Compression, TIFF_TAGTYPE_SHORT, uncompressed);
-  SetTag(PhotometricInterpretation, TIFF_TAGTYPE_SHORT, blackIsZero);
-  SetTag(SamplesPerPixel, TIFF_TAGTYPE_SHORT, 1);
-  SetTag(StripOffsets, TIFF_TAGTYPE_LONG, uiMetaDataLength + blockSize);
-  return 0;
+  const bool all = SetTag(NewSubfileType, TIFF_TAGTYPE_LONG, 0) == 0 && SetBitsPerSample(16) == 0 &&
+                   SetTag(Compression, TIFF_TAGTYPE_SHORT, uncompressed) == 0 &&
+                   SetTag(PhotometricInterpretation, TIFF_TAGTYPE_SHORT, blackIsZero) == 0 &&
+                   SetTag(SamplesPerPixel, TIFF_TAGTYPE_SHORT, 1) == 0 &&
+                   SetTag(StripOffsets, TIFF_TAGTYPE_LONG, uiMetaDataLength + blockSize) == 0;
+  return all ? 0 : -1;
 }
 
 void CTiffMaker::ClearTags() {
@@ -262,8 +261,7 @@ int CTiffMaker::WriteHeader(unsigned char* pBuffer, unsigned int uiSize, CFrameM
   unsigned int height = 0;
   meta.GetFrameDimensionsBinned(width, height);
 
-  InitTags(metaSize);
-  if (SetImageDimensions(width, height) != 0 ||
+  if (InitTags(metaSize) != 0 || SetImageDimensions(width, height) != 0 ||
       SetPixelSize(meta.Value(ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE).GetValueUint(),
                    meta.Value(ORVA_META_KEY_VERTICAL_PIXEL_SIZE).GetValueUint()) != 0 ||
       SetPageNumber(meta.Value(ORVA_META_KEY_FRAME_NUMBER).GetValueUint()) != 0 ||

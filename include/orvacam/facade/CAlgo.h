@@ -98,6 +98,7 @@ class ORVACAM_API CAlgo {
   double DoGainRatio(const CFrameMetaData& metaData) const;
   int DoCreateReferenceFrames(const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName, double dGainRatio,
                               unsigned int uiWidth, unsigned int uiHeight);
+  bool DoLendMetaData(const CFrameMetaData& metaData, IFrame& frame);
   int DoMergeStream(std::FILE* pStream, unpacked_images_t* pImages, unpacked_stats_t* pStats,
                     const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName);
 

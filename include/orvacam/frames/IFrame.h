@@ -122,6 +122,7 @@ class ORVACAM_API IFrame {
   unsigned char* m_pSource;     ///< the raw frame, header included
   unsigned long m_ulSourceLength;
   bool m_bSourceOwned;
+  bool m_bSourceIncomplete;       ///< owned, and not all of the file could be read
   unsigned char* m_pWorkBuffer1;  ///< stands in for the low-gain plane
   unsigned char* m_pWorkBuffer2;  ///< stands in for the high-gain plane
   unsigned char* m_pWorkBuffer3;  ///< stands in for the merged plane, with room for its header

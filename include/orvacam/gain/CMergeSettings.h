@@ -30,6 +30,8 @@ class ORVACAM_API CMergeSettings {
   /// without. Both device indices are looked up in the low-gain table.
   merge_line_offsets_t& GetGainOffsetPair(unsigned int uiLow, unsigned int uiHigh);
   double GetGainOffsetPairGainRatio(unsigned int uiLow, unsigned int uiHigh);
+  /// Whether the sensor's gain tables are there: after Initialize, unless memory ran out.
+  bool HasGainTables() const { return m_pGainTables != nullptr; }
   bool HasGainOffsetPairs() const { return m_ppGainOffsetPairs != nullptr; }
   unsigned int GetNumLowGains() const { return m_uiNumLowGains; }
   unsigned int GetNumHighGains() const { return m_uiNumHighGains; }

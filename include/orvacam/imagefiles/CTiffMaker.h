@@ -58,7 +58,8 @@ class ORVACAM_API CTiffMaker {
   CTiffMaker& operator=(const CTiffMaker&) = delete;
   virtual ~CTiffMaker();
 
-  /// Starts over with the tags that every file has; pixels begin behind uiMetaDataLength + 656 bytes. 0.
+  /// Starts over with the tags that every file has; pixels begin behind uiMetaDataLength + 656 bytes. 0,
+  /// or -1 when memory runs out.
   int InitTags(unsigned int uiMetaDataLength);
   /// Frees all tags.
   void ClearTags();

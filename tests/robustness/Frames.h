@@ -1,0 +1,88 @@
+#ifndef ORVACAM_TESTS_ROBUSTNESS_FRAMES_H
+#define ORVACAM_TESTS_ROBUSTNESS_FRAMES_H
+
+#include <string>
+#include <vector>
+
+#include "simulator/Encoder.h"
+#include "simulator/Header.h"
+
+namespace robustness {
+
+namespace sim = orvacam::simulator;
+using Bytes = std::vector<unsigned char>;
+
+/// A small frame of each way in which a sensor sends its pixels.
+struct Family {
+  const char* name;
+  const char* model;
+  unsigned int bits;
+  bool hdr;
+  bool correlatedMultipleSampling;
+  /// A source that is cut leaves 16-bit pixels uncopied without an error; the other readers say so.
+  bool cutIsSilent;
+};
+
+inline constexpr Family families[] = {
+    {"GSense400Hdr", "VESTRA VS400", 12, true, false, false},
+    {"GSense400Single", "VESTRA VS400", 12, false, false, false},
+    {"GSense2020Hdr", "VESTRA VS2020", 12, true, false, false},
+    {"GSense2020Single", "VESTRA VS2020", 12, false, false, false},
+    {"GSense2020Sixteen", "VESTRA VS2020", 16, false, false, true},
+    {"GSense2020Cms", "VESTRA VS2020", 12, false, true, false},
+    {"GSense4040Hdr", "VESTRA VS4040", 12, true, false, false},
+    {"GSense4040Sixteen", "VESTRA VS4040", 16, false, false, true},
+    {"GSense6060Hdr", "VESTRA VS6060", 12, true, false, false},
+    {"GSense6060Sixteen", "VESTRA VS6060", 16, false, false, true},
+    {"CcdFour", "ARGENT 230-42", 16, false, false, false},
+    {"Imx183", "VESTRA IMX183", 16, false, false, false},
+    {"Generic", "VESTRA PLAIN", 16, false, false, false},
+};
+
+inline sim::HeaderFields fieldsOf(const Family& family, unsigned int width = 10, unsigned int height = 4) {
+  sim::HeaderFields fields;
+  fields.model = family.model;
+  fields.dataBits = family.bits;
+  fields.sensorBits = family.bits;
+  fields.hdr = family.hdr;
+  fields.correlatedMultipleSampling = family.correlatedMultipleSampling;
+  fields.width = width;
+  fields.height = height;
+  fields.quadrants = 0x3C;
+  fields.lowGain = 1;
+  fields.highGain = 2;
+  if (family.bits == 12 && !family.correlatedMultipleSampling) {
+    fields.preRefRows = 1;
+    fields.postRefPixels = 2;
+  }
+  return fields;
+}
+
+/// A frame whose pixels all differ from zero.
+inline Bytes frameOf(const sim::HeaderFields& fields, unsigned int version = 3) {
+  const sim::Layout layout = sim::layoutOf(fields);
+  unsigned int state = 1;
+  const auto planes = sim::makePlanes(layout, [&](const sim::PixelPlace&) {
+    state = state * 1664525u + 1013904223u;
+    return static_cast<std::uint16_t>(1 + (state >> 16) % 4000);
+  });
+  return sim::encodeFrame(fields, version, planes);
+}
+
+/// A reference file for frames of a size: the header, then two planes of one term each.
+inline Bytes referenceOf(unsigned int width, unsigned int height, unsigned short low, unsigned short high) {
+  sim::HeaderFields fields;
+  fields.width = width;
+  fields.height = height;
+  Bytes bytes = sim::writeHeader(fields, 3);
+  for (const unsigned short term : {low, high})
+    for (unsigned int i = 0; i < width * height; ++i) {
+      bytes.push_back(static_cast<unsigned char>(term & 255));
+      bytes.push_back(static_cast<unsigned char>(term >> 8));
+    }
+  return bytes;
+}
+
+}  // namespace robustness
+
+#endif  // ORVACAM_TESTS_ROBUSTNESS_FRAMES_H
