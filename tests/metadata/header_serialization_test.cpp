@@ -307,16 +307,35 @@ TEST(WrittenHeaderWithBlock, IsTheHeaderAloneWhenThereIsNoBlock) {
   EXPECT_EQ(header.BinarizeEx(bytes.data(), 384, &block, 0), 384);
 }
 
-TEST(WrittenHeaderWithBlock, WritesNothingWhereTheBlockDoesNotFit) {
+TEST(WrittenHeaderWithBlock, LeavesTheRoomOfAGivenBlockToTheCaller) {
+  OpenHeader header;
+  const unsigned char block[] = {1, 2, 3, 4, 5};
+  for (const unsigned int size : {384u, 386u, 389u}) {
+    std::vector<unsigned char> bytes(390, 0xEE);
+    EXPECT_EQ(header.BinarizeEx(bytes.data(), size, block, 5), 384) << size;
+    EXPECT_EQ(textAt(bytes, 384, 6), "\1\2\3\4\5\xEE") << size;
+    EXPECT_EQ(wordAt(bytes, 244, 4), 5u);
+  }
+}
+
+TEST(WrittenHeaderWithBlock, WritesNothingWhereAStoredBlockDoesNotFit) {
+  OpenHeader header;
+  header.m_OtherMetaData.SetData("stored", 6, 42);
+  std::vector<unsigned char> bytes(389, 0xEE);
+  EXPECT_EQ(header.BinarizeEx(bytes.data(), 389, nullptr, 0), -1);
+  EXPECT_EQ(header.BinarizeEx(bytes.data(), 384, nullptr, 0), -1);
+  EXPECT_EQ(bytes, std::vector<unsigned char>(389, 0xEE));
+}
+
+TEST(WrittenHeaderWithBlock, NeedsABufferOf384Bytes) {
   OpenHeader header;
   const unsigned char block[16] = {};
-  std::vector<unsigned char> bytes(399, 0xEE);
-  EXPECT_EQ(header.BinarizeEx(bytes.data(), 399, block, 16), -1);
-  EXPECT_EQ(header.BinarizeEx(bytes.data(), 399, block, 0xFFFFFFFF), -1);
+  std::vector<unsigned char> bytes(383, 0xEE);
   EXPECT_EQ(header.BinarizeEx(bytes.data(), 383, block, 16), -1);
+  EXPECT_EQ(header.BinarizeEx(bytes.data(), 383, nullptr, 0), -1);
   EXPECT_EQ(header.BinarizeEx(nullptr, 400, block, 16), -1);
-  EXPECT_EQ(bytes, std::vector<unsigned char>(399, 0xEE));
-  EXPECT_EQ(header.BinarizeEx(bytes.data(), 399, block, 15), 384);
+  EXPECT_EQ(header.BinarizeEx(nullptr, 400, nullptr, 0), -1);
+  EXPECT_EQ(bytes, std::vector<unsigned char>(383, 0xEE));
 }
 
 TEST(WrittenHeaderSize, IsTheStatedLengthPlusTheStoredBlock) {

@@ -124,9 +124,10 @@ class ORVACAM_API CFrameMetaData {
   /// Writes a header of version 4, 384 bytes, whatever was parsed; the rest of the uiSize bytes becomes zero.
   /// 384, or -1 for null or less than 384 bytes.
   int Binarize(unsigned char* pBuffer, unsigned int uiSize);
-  /// The same followed by a block: the given one, else the stored other-type block, whose length (and type)
-  /// the header then states. 384, or -1, with nothing written, also when the block does not fit into uiSize
-  /// bytes.
+  /// The same followed by a block, whose length the header then states: uiOtherLength bytes of pOther, for
+  /// which the buffer must have room behind the 384 bytes of the header, whatever uiSize says; else, with
+  /// pOther null, the stored other-type block with its type, which must fit into uiSize. 384, or -1 with
+  /// nothing written.
   int BinarizeEx(unsigned char* pBuffer, unsigned int uiSize, const unsigned char* pOther,
                  unsigned int uiOtherLength);
   /// The header's stated length.
