@@ -163,6 +163,16 @@ static void addToSums16(const std::uint16_t* pixels, std::uint32_t* sums, std::s
     sums[i] += pixels[i];
 }
 
+static void startSums8(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    sums[i] = pixels[i];
+}
+
+static void startSums16(const std::uint16_t* pixels, std::uint32_t* sums, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i)
+    sums[i] = pixels[i];
+}
+
 static void emptySums(std::uint32_t* sums, std::uint64_t* wide, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
     wide[i] += sums[i];
@@ -174,6 +184,18 @@ static void meansOfSums(const std::uint32_t* sums, const std::uint64_t* wide, st
                         std::size_t count, std::uint32_t frames) {
   for (std::size_t i = 0; i < count; ++i)
     means[i] = static_cast<std::uint16_t>((wide[i] + sums[i]) / frames);
+}
+
+/// No processor divides vectors of integers. The product with the reciprocal is exact: half a count above the
+/// sum, the quotient stays at least 1 / (2 frames) away from every integer, and an error of doubles does not
+/// reach that far. Sums are made signed and back, because that is what processors convert.
+static void meansOfRecentSums(const std::uint32_t* sums, std::uint16_t* means, std::size_t count,
+                              std::uint32_t frames) {
+  const double reciprocal = 1.0 / frames;
+  for (std::size_t i = 0; i < count; ++i) {
+    const double halfMore = static_cast<std::int32_t>(sums[i] ^ 0x80000000U) + 2147483648.5;
+    means[i] = static_cast<std::uint16_t>(static_cast<std::int32_t>(halfMore * reciprocal));
+  }
 }
 
 }  // namespace orvacam::kernels::loops

@@ -111,11 +111,17 @@ struct KernelTable {
   /// sums += pixels. The caller empties 32-bit sums before they can overflow.
   void (*addToSums8)(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count);
   void (*addToSums16)(const std::uint16_t* pixels, std::uint32_t* sums, std::size_t count);
+  /// sums = pixels, whatever they were.
+  void (*startSums8)(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count);
+  void (*startSums16)(const std::uint16_t* pixels, std::uint32_t* sums, std::size_t count);
   /// wide += sums; sums = 0.
   void (*emptySums)(std::uint32_t* sums, std::uint64_t* wide, std::size_t count);
   /// means = (wide + sums) / frames, rounded down, low 16 bits; frames is not 0.
   void (*meansOfSums)(const std::uint32_t* sums, const std::uint64_t* wide, std::uint16_t* means,
                       std::size_t count, std::uint32_t frames);
+  /// means = sums / frames, rounded down, for sums up to 65535 x frames; frames is not 0.
+  void (*meansOfRecentSums)(const std::uint32_t* sums, std::uint16_t* means, std::size_t count,
+                            std::uint32_t frames);
 
   /// The same as their namesakes, past the caches. After the last of them and before anyone else reads the
   /// output, finishStreaming is due, once. Runs of a row and more are worth it; their output is none of

@@ -39,6 +39,7 @@ CStacker::CStacker()
       m_uiRecentFrames(0),
       m_pResultLow(nullptr),
       m_pResultHigh(nullptr),
+      m_bResultHighUsed(false),
       m_pLog(CLog::getInstance()) {}
 
 CStacker::~CStacker() {
@@ -71,21 +72,40 @@ int CStacker::DoCheckFrame(const void* pFrame, unsigned long ulNumPixels, const 
 void CStacker::DoCountFrame() {
   ++m_uiNumFrames;
   if (++m_uiRecentFrames < mostRecentFrames) return;
-  kernels::active().emptySums(m_SumLow.pRecent, m_SumLow.pTotal, m_uiNumPixels);
-  kernels::active().emptySums(m_SumHigh.pRecent, m_SumHigh.pTotal, m_uiNumPixels);
+  DoEmptyRecent(m_SumLow);
+  DoEmptyRecent(m_SumHigh);
   m_uiRecentFrames = 0;
+}
+
+void CStacker::DoEmptyRecent(Sum& sum) const {
+  if (!sum.bRecent) return;
+  if (!sum.bTotal) std::fill_n(sum.pTotal, m_uiNumPixels, 0UL);
+  kernels::active().emptySums(sum.pRecent, sum.pTotal, m_uiNumPixels);
+  sum.bTotal = true;  // the recent sums, in use still, are 0
+}
+
+void CStacker::DoAdd(const unsigned char* pFrame, Sum& sum) const {
+  const kernels::KernelTable& kernel = kernels::active();
+  (sum.bRecent ? kernel.addToSums8 : kernel.startSums8)(pFrame, sum.pRecent, m_uiNumPixels);
+  sum.bRecent = true;
+}
+
+void CStacker::DoAdd(const unsigned short* pFrame, Sum& sum) const {
+  const kernels::KernelTable& kernel = kernels::active();
+  (sum.bRecent ? kernel.addToSums16 : kernel.startSums16)(pFrame, sum.pRecent, m_uiNumPixels);
+  sum.bRecent = true;
 }
 
 int CStacker::StackNextFrame(const unsigned char* pFrame, unsigned long ulNumPixels) {
   if (DoCheckFrame(pFrame, ulNumPixels, L"%s8: uiNumPixels= %d != m_uiNumPixels= %lld\n") != 0) return -1;
-  kernels::active().addToSums8(pFrame, m_SumLow.pRecent, m_uiNumPixels);
+  DoAdd(pFrame, m_SumLow);
   DoCountFrame();
   return 0;
 }
 
 int CStacker::StackNextFrame(const unsigned short* pFrame, unsigned long ulNumPixels) {
   if (DoCheckFrame(pFrame, ulNumPixels, L"%s16: uiNumPixels= %d != m_uiNumPixels= %lld\n") != 0) return -1;
-  kernels::active().addToSums16(pFrame, m_SumLow.pRecent, m_uiNumPixels);
+  DoAdd(pFrame, m_SumLow);
   DoCountFrame();
   return 0;
 }
@@ -94,24 +114,28 @@ int CStacker::StackNextFrame(const unsigned short* pLow, const unsigned short* p
                              unsigned long ulNumPixels) {
   if (pLow == nullptr) m_pLog->log(CLOGLEVEL_ERROR, L"%s: No Source frame provided!\n", stackNextFrame);
   if (DoCheckFrame(pLow, ulNumPixels, L"%sLH: uiNumPixels= %d != m_uiNumPixels= %lld\n") != 0) return -1;
-  kernels::active().addToSums16(pLow, m_SumLow.pRecent, m_uiNumPixels);
-  if (pHigh != nullptr) kernels::active().addToSums16(pHigh, m_SumHigh.pRecent, m_uiNumPixels);
+  DoAdd(pLow, m_SumLow);
+  if (pHigh != nullptr) DoAdd(pHigh, m_SumHigh);
   DoCountFrame();
   return 0;
 }
 
 void CStacker::DoMeans(const Sum& sum, unsigned short* pResult) const {
-  if (m_uiNumFrames == 0)
+  const kernels::KernelTable& kernel = kernels::active();
+  if (!sum.isInUse())
     std::fill_n(pResult, m_uiNumPixels, static_cast<unsigned short>(0));
+  else if (sum.bTotal)
+    kernel.meansOfSums(sum.pRecent, sum.pTotal, pResult, m_uiNumPixels, m_uiNumFrames);
   else
-    kernels::active().meansOfSums(sum.pRecent, sum.pTotal, pResult, m_uiNumPixels, m_uiNumFrames);
+    kernel.meansOfRecentSums(sum.pRecent, pResult, m_uiNumPixels, m_uiNumFrames);
 }
 
 int CStacker::Finish(unsigned short** ppLow, unsigned short** ppHigh, unsigned int* puiNumPixels) {
   if (m_SumLow.pRecent == nullptr || puiNumPixels == nullptr) return -1;
   *puiNumPixels = static_cast<unsigned int>(m_uiNumPixels);
   DoMeans(m_SumLow, m_pResultLow);
-  DoMeans(m_SumHigh, m_pResultHigh);
+  if (m_SumHigh.isInUse() || m_bResultHighUsed) DoMeans(m_SumHigh, m_pResultHigh);
+  m_bResultHighUsed = m_bResultHighUsed || m_SumHigh.isInUse() || ppHigh != nullptr;
   if (ppLow != nullptr) *ppLow = m_pResultLow;
   if (ppHigh != nullptr) *ppHigh = m_pResultHigh;
   ResetStack();
@@ -147,11 +171,8 @@ int CStacker::GetStackedMetaData(unsigned char* pBaseMeta, unsigned int uiLength
 void CStacker::ResetStack() {
   m_uiNumFrames = 0;
   m_uiRecentFrames = 0;
-  for (const Sum* sum : {&m_SumLow, &m_SumHigh}) {
-    if (sum->pRecent == nullptr) continue;
-    std::fill_n(sum->pRecent, m_uiNumPixels, 0u);
-    std::fill_n(sum->pTotal, m_uiNumPixels, 0UL);
-  }
+  for (Sum* const sum : {&m_SumLow, &m_SumHigh})
+    sum->bRecent = sum->bTotal = false;
 }
 
 void CStacker::Deinitialize() {
@@ -167,7 +188,9 @@ void CStacker::FreeBuffers() {
   for (Sum* sum : {&m_SumLow, &m_SumHigh}) {
     release(sum->pRecent);
     release(sum->pTotal);
+    sum->bRecent = sum->bTotal = false;
   }
   release(m_pResultLow);
   release(m_pResultHigh);
+  m_bResultHighUsed = false;
 }

@@ -11,7 +11,8 @@ import sys
 BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findFirst', 'mergePackedUniform', 'mergePackedPlanes']
 INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge', 'mergePackedUniform': 'mergeRegisters',
          'mergePackedPlanes': 'mergeRegisters'}  # where the compiler may put the loop
-BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'findExtremes', 'addToSums8', 'addToSums16', 'emptySums']
+BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'findExtremes', 'addToSums8', 'addToSums16',
+               'startSums8', 'startSums16', 'emptySums', 'meansOfRecentSums']
 # Not vectorised, on purpose: countPixels and mergeMapped (memory is addressed by pixel values), meansOfSums (a
 # division of 64 bits has no vector form).
 SETS = {'avx2.cpp.o': ('%ymm', '%ymm'), 'avx512.cpp.o': ('%zmm', '%[yz]mm')}

@@ -47,7 +47,9 @@ TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
           reinterpret_cast<const void*>(t.findFirst), reinterpret_cast<const void*>(t.mergeUniform),
           reinterpret_cast<const void*>(t.mergePlanes), reinterpret_cast<const void*>(t.addToSums8),
           reinterpret_cast<const void*>(t.addToSums16), reinterpret_cast<const void*>(t.emptySums),
-          reinterpret_cast<const void*>(t.meansOfSums), reinterpret_cast<const void*>(t.mergePackedUniform),
+          reinterpret_cast<const void*>(t.startSums8), reinterpret_cast<const void*>(t.startSums16),
+          reinterpret_cast<const void*>(t.meansOfSums), reinterpret_cast<const void*>(t.meansOfRecentSums),
+          reinterpret_cast<const void*>(t.mergePackedUniform),
           reinterpret_cast<const void*>(t.mergePackedPlanes)}) {
       ASSERT_NE(entry, nullptr);
       EXPECT_EQ(std::find(seen.begin(), seen.end(), entry), seen.end()) << t.name;
@@ -215,6 +217,57 @@ TEST_P(EveryTable, AddsEmptiesAndAveragesSums) {
     }
     ASSERT_TRUE(sums.intact() && wide.intact() && means.intact()) << count;
   }
+}
+
+TEST_P(EveryTable, StartsSumsWhateverTheyWere) {
+  std::mt19937 random(seed);
+  for (std::size_t count = 0; count <= longest; ++count) {
+    const std::vector<std::uint8_t> bytes = noise<std::uint8_t>(count, random);
+    const std::vector<std::uint16_t> words = noise<std::uint16_t>(count, random);
+    Guarded<std::uint32_t> ofBytes(count, count % 8), ofWords(count, count % 8);
+    table().startSums8(bytes.data(), ofBytes.data(), count);
+    table().startSums16(words.data(), ofWords.data(), count);
+    ASSERT_EQ(ofBytes.values(), std::vector<std::uint32_t>(bytes.begin(), bytes.end()));
+    ASSERT_EQ(ofWords.values(), std::vector<std::uint32_t>(words.begin(), words.end()));
+    ASSERT_TRUE(ofBytes.intact() && ofWords.intact()) << count;
+  }
+}
+
+TEST_P(EveryTable, DividesSumsExactlyNextToEveryMultiple) {
+  std::mt19937 random(seed);
+  std::vector<std::uint32_t> frames = {1, 2, 3, 5, 7, 10, 255, 256, 641, 32767, 32768, 65535, 65536};
+  for (int i = 0; i < 200; ++i)
+    frames.push_back(1 + random() % 65536);
+  frames.insert(frames.end(), {65537, 1000003, 0xFFFFFFFF});  // of which the plane had a part only
+  for (const std::uint32_t n : frames) {
+    const std::uint64_t largest = std::min<std::uint64_t>(std::uint64_t{65535} * n, 0xFFFFFFFF);
+    std::vector<std::uint32_t> sums = {0, 1, static_cast<std::uint32_t>(largest)};
+    for (int i = 0; i < 300; ++i) {
+      const std::uint64_t multiple = std::uint64_t{random() % 65536} * n;
+      for (const std::uint64_t sum : {multiple - 1, multiple, multiple + 1})
+        if (sum <= largest) sums.push_back(static_cast<std::uint32_t>(sum));
+    }
+    std::vector<std::uint16_t> means(sums.size());
+    table().meansOfRecentSums(sums.data(), means.data(), sums.size(), n);
+    for (std::size_t i = 0; i < sums.size(); ++i)
+      ASSERT_EQ(means[i], sums[i] / n) << sums[i] << " / " << n << ", seed " << seed;
+  }
+}
+
+TEST_P(EveryTable, DividesAllLengthsAndWritesNoFurther) {
+  for (std::size_t count = 0; count <= longest; ++count)
+    for (std::size_t shift = 0; shift < 16; ++shift) {
+      std::vector<std::uint32_t> sums(count);
+      std::vector<std::uint16_t> expected(count);
+      for (std::size_t i = 0; i < count; ++i) {
+        sums[i] = static_cast<std::uint32_t>(7 * (i * 601 % 65536) + i % 7);
+        expected[i] = static_cast<std::uint16_t>(i * 601 % 65536);
+      }
+      Guarded<std::uint16_t> means(count, shift);
+      table().meansOfRecentSums(sums.data(), means.data(), count, 7);
+      ASSERT_EQ(means.values(), expected) << count;
+      ASSERT_TRUE(means.intact()) << count;
+    }
 }
 
 TEST_P(EveryTable, LooksMergedValuesUpAndGivesZeroOutsideTheMap) {

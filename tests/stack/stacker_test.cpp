@@ -189,6 +189,52 @@ TEST(Stacker, StaysExactBeyondWhat32BitSumsHold) {
   EXPECT_EQ(means.high[1], 65535);
 }
 
+TEST(Stacker, StaysExactWhenStacksOfAllLengthsFollowEachOther) {
+  // What one stack leaves behind in its sums is never seen by the next.
+  CStacker stacker;
+  ASSERT_EQ(stacker.Initialize(1), 0);
+  const unsigned short full = 65535, small = 3;
+  for (const unsigned int frames : {65536u, 1u, 65537u, 2u, 131072u, 0u, 1u}) {
+    for (unsigned int i = 0; i < frames; ++i)
+      ASSERT_EQ(stacker.StackNextFrame(&full, 1), 0);
+    EXPECT_THAT(finish(stacker).low, ElementsAre(frames > 0 ? 65535 : 0)) << frames;
+    ASSERT_EQ(stacker.StackNextFrame(&small, &small, 1), 0);
+    const Means means = finish(stacker);
+    EXPECT_THAT(means.low, ElementsAre(3)) << frames;
+    EXPECT_THAT(means.high, ElementsAre(3)) << frames;
+  }
+}
+
+TEST(Stacker, AddsAHighPlaneThatComesLateOrSeldom) {
+  CStacker stacker;
+  ASSERT_EQ(stacker.Initialize(1), 0);
+  const unsigned short low = 8, high = 65535;
+  constexpr unsigned int frames = 70000;
+  for (unsigned int i = 0; i < frames; ++i)
+    ASSERT_EQ(stacker.StackNextFrame(&low, i % 35000 == 34999 ? &high : nullptr, 1), 0);
+  EXPECT_THAT(finish(stacker).high, ElementsAre(2 * 65535 / frames));
+  for (unsigned int i = 0; i < frames; ++i)
+    ASSERT_EQ(stacker.StackNextFrame(&low, i >= 65536 ? &high : nullptr, 1), 0);
+  EXPECT_THAT(finish(stacker).high, ElementsAre((frames - 65536UL) * 65535 / frames));
+}
+
+TEST(Stacker, GivesZerosForAPlaneWithoutFramesWhateverItsReaderDidToTheLastResult) {
+  CStacker stacker;
+  ASSERT_EQ(stacker.Initialize(1), 0);
+  const unsigned short frame = 9;
+  unsigned short *low = nullptr, *high = nullptr;
+  unsigned int count = 0;
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(stacker.StackNextFrame(&frame, 1), 0);
+    ASSERT_EQ(stacker.Finish(&low, &high, &count), 0);
+    EXPECT_EQ(*high, 0);
+    *low = *high = 77;
+  }
+  ASSERT_EQ(stacker.Finish(nullptr, nullptr, &count), 0);
+  EXPECT_EQ(*low, 0);
+  EXPECT_EQ(*high, 0);
+}
+
 TEST(Stacker, RefusesNullMissingAndOtherSizes) {
   const LogCapture log;
   CStacker stacker;

@@ -52,13 +52,20 @@ class ORVACAM_API CStacker {
 
  protected:
   /// The running sum of one plane: 32-bit sums, which are emptied into 64-bit ones before they can overflow.
+  /// What is not in use holds anything: the first frame overwrites it, so that nothing needs clearing.
   struct Sum {
     unsigned int* pRecent;
     unsigned long* pTotal;
+    bool bRecent;  ///< in use
+    bool bTotal;
+    bool isInUse() const { return bRecent || bTotal; }
   };
 
   int DoCheckFrame(const void* pFrame, unsigned long ulNumPixels, const wchar_t* pMismatch);
+  void DoAdd(const unsigned char* pFrame, Sum& sum) const;
+  void DoAdd(const unsigned short* pFrame, Sum& sum) const;
   void DoCountFrame();
+  void DoEmptyRecent(Sum& sum) const;
   bool DoAllocate(Sum& sum, unsigned short*& pResult);
   void DoMeans(const Sum& sum, unsigned short* pResult) const;
 
@@ -72,6 +79,7 @@ class ORVACAM_API CStacker {
   unsigned int m_uiRecentFrames;  ///< frames in the 32-bit sums
   unsigned short* m_pResultLow;
   unsigned short* m_pResultHigh;
+  bool m_bResultHighUsed;  ///< handed out or written; until then it holds zeros
   CLog* m_pLog;
 };
 
