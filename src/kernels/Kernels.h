@@ -64,9 +64,10 @@ struct PackedPair {
 };
 
 /// Counts of the values 0 to 65535, spread over banks: neighbouring pixels are often equal, and a count that
-/// was just written cannot be added to again at once. The sum of the banks' entries is the count. The stride
-/// keeps equal values of two banks from colliding in the cache.
-constexpr std::size_t countBanks = 4;
+/// was just written cannot be added to again at once. The sum of the banks' entries is the count. More than
+/// two banks would make the objects that hold them too large for a caller's stack. The stride keeps equal
+/// values of two banks from colliding in the cache.
+constexpr std::size_t countBanks = 2;
 constexpr std::size_t countBankStride = 65536 + 272;
 constexpr std::size_t countEntries = countBanks * countBankStride;
 

@@ -343,11 +343,11 @@ static std::uint64_t load4(const std::uint16_t* pixels) {
 }
 
 static void count4(std::uint64_t four, std::uint32_t* banks) {
-  static_assert(countBanks == 4);
+  static_assert(countBanks == 2);
   ++banks[0 * countBankStride + (four & 0xFFFF)];
   ++banks[1 * countBankStride + (four >> 16 & 0xFFFF)];
-  ++banks[2 * countBankStride + (four >> 32 & 0xFFFF)];
-  ++banks[3 * countBankStride + (four >> 48)];
+  ++banks[0 * countBankStride + (four >> 32 & 0xFFFF)];
+  ++banks[1 * countBankStride + (four >> 48)];
 }
 
 /// A histogram has no vector form: one addition a pixel is the floor.

@@ -94,6 +94,14 @@ TEST_F(Statistics, OfNoPixelsAreNotNumbersAndTheModeIsZero) {
   EXPECT_EQ(stats.dMode, 0.0);
   EXPECT_EQ(stats.uiMax, 0u);
   EXPECT_EQ(stats.uiMin, 65535u);
+  EXPECT_EQ(stats.dMidpoint, 2147516416.0);  // 65535 + (1 - 65535 >> 1), in 32 bits without a sign
+  EXPECT_EQ(stats.uiLowClip, 0u);
+  EXPECT_EQ(stats.uiHighClip, 0u);
+}
+
+TEST_F(Statistics, AreNoLargerThanAHistogramOfDoubles) {
+  // A frame has three of them and a façade two: several of these stand side by side on a caller's stack.
+  EXPECT_LE(sizeof(CFrameStatistics), 65535 * sizeof(double) + 4096);
 }
 
 TEST_F(Statistics, OfOneValueAreThatValue) {

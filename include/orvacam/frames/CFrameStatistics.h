@@ -8,9 +8,9 @@
 /// positions, and two clip points of its histogram.
 ///
 /// The histogram has an entry for each value from 0 to 65534; 65535 counts in the sums and extremes alone.
-/// Results are exact up to 2^32 - 1 pixels, where the pixel count wraps. Objects are a megabyte large, of
-/// which only the entries of values between the extremes are ever touched. One object is used by one thread
-/// at a time.
+/// Results are exact up to 2^32 - 1 pixels, where the pixel count wraps. Objects are half a megabyte large,
+/// of which only the entries of values between the extremes are ever touched. One object is used by one
+/// thread at a time.
 class ORVACAM_API CFrameStatistics {
  public:
   CFrameStatistics();
@@ -32,7 +32,7 @@ class ORVACAM_API CFrameStatistics {
 
  protected:
   static constexpr unsigned int s_uiHistogramSize = 65535;
-  static constexpr unsigned int s_uiBanks = 4;
+  static constexpr unsigned int s_uiBanks = 2;
   static constexpr unsigned int s_uiBankStride = 65536 + 272;
 
   /// Pixels of each value, from which all sums follow exactly. Neighbouring pixels, often equal, are counted
