@@ -138,39 +138,49 @@ double CMergeSettings::GetADUValue(unsigned int uiHigh) const {
   return m_dADUScale * m_pGainTables->GetDNETableValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, uiHigh);
 }
 
-CMergeMappingArray* CMergeSettings::GenerateMergeMappingArrays(unsigned int uiBits, unsigned int uiLow,
-                                                               unsigned int uiHigh, double dTemperature) {
-  if (m_pGainTables == nullptr || m_ppGainOffsetPairs == nullptr || uiBits > s_uiLargestBits) return nullptr;
+bool CMergeSettings::GenerateMergeLine(unsigned int uiBits, unsigned int uiLow, unsigned int uiHigh,
+                                       double dTemperature, merge_line_t& line) try {
+  if (m_pGainTables == nullptr || m_ppGainOffsetPairs == nullptr || uiBits > s_uiLargestBits) return false;
   const unsigned int size = 1u << uiBits;
-  m_MappingArray.Create(size, size);
-  unsigned short* const data = m_MappingArray.GetData();
-  if (data == nullptr) return nullptr;
+  line.uiSize = size;
+  line.values.assign(2UL * size, 0);
 
   double ratio = 0.0;
   int offset = 0;
   unsigned int threshold = 0;
   CalculateMergeParams(uiLow, uiHigh, dTemperature, ratio, offset, threshold);
   const double adu = GetADUValue(uiHigh);
-
-  const unsigned long width = size;
-  std::fill_n(data, width, static_cast<unsigned short>(0));
   const auto mapped = [adu](unsigned int row) {
     return static_cast<unsigned short>(truncate<unsigned int>(row * adu));
   };
   for (unsigned int row = 1; row <= threshold && row < size; ++row)
-    std::fill_n(data + row * width, width, mapped(row));
+    line.values[row] = mapped(row);
 
   const unsigned short last = threshold == 0 ? 65535 : mapped(threshold);
-  const unsigned int mergeRow = threshold == 0 ? 1 : threshold < size ? threshold + 1 : size;
-  if (mergeRow >= size) return &m_MappingArray;
+  line.uiMergeRow = threshold == 0 ? std::min(1u, size) : threshold < size ? threshold + 1 : size;
+  if (line.uiMergeRow >= size) return true;
   for (unsigned int column = 0; column < size; ++column) {
-    const auto line = truncate<unsigned int>(std::fabs(column * ratio - offset));
-    const int value = truncate<int>(line * adu);
-    data[mergeRow * width + column] =
-        static_cast<unsigned short>(std::min(std::max<int>(value, last), 65535));
+    const auto distance = truncate<unsigned int>(std::fabs(column * ratio - offset));
+    const int value = truncate<int>(distance * adu);
+    line.values[size + column] = static_cast<unsigned short>(std::min(std::max<int>(value, last), 65535));
   }
-  for (unsigned int row = mergeRow + 1; row < size; ++row)
-    m_MappingArray.CopyRow(row - 1, row);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
+CMergeMappingArray* CMergeSettings::GenerateMergeMappingArrays(unsigned int uiBits, unsigned int uiLow,
+                                                               unsigned int uiHigh, double dTemperature) {
+  merge_line_t line;
+  if (!GenerateMergeLine(uiBits, uiLow, uiHigh, dTemperature, line)) return nullptr;
+  m_MappingArray.Create(line.uiSize, line.uiSize);
+  unsigned short* const data = m_MappingArray.GetData();
+  if (data == nullptr) return nullptr;
+  const unsigned long width = line.uiSize;
+  for (unsigned int row = 0; row < line.uiMergeRow; ++row)
+    std::fill_n(data + row * width, width, line.values[row]);
+  for (unsigned int row = line.uiMergeRow; row < line.uiSize; ++row)
+    std::copy_n(line.values.data() + width, width, data + row * width);
   return &m_MappingArray;
 }
 

@@ -153,6 +153,15 @@ static void mergeMapped(const std::uint16_t* low, const std::uint16_t* high, std
         high[i] < height && low[i] < width ? map[std::size_t{high[i]} * width + low[i]] : std::uint16_t{0};
 }
 
+static void mergeByLine(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                        std::size_t count, const std::uint16_t* values, std::uint32_t size,
+                        std::uint32_t mergeRow) {
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::uint32_t place = high[i] < mergeRow ? high[i] : size + low[i];
+    merged[i] = high[i] < size && low[i] < size ? values[place] : std::uint16_t{0};
+  }
+}
+
 static void addToSums8(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i)
     sums[i] += pixels[i];

@@ -109,6 +109,12 @@ struct KernelTable {
   void (*mergeMapped)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                       std::size_t count, const std::uint16_t* map, std::uint32_t width, std::uint32_t height);
 
+  /// The same for a square map of `size`, a power of two up to 16384, whose rows below mergeRow (1 to size)
+  /// have one value each, 0 in row 0, and are alike from there on: the rows' values, then the columns'.
+  void (*mergeByLine)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                      std::size_t count, const std::uint16_t* values, std::uint32_t size,
+                      std::uint32_t mergeRow);
+
   /// sums += pixels. The caller empties 32-bit sums before they can overflow.
   void (*addToSums8)(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count);
   void (*addToSums16)(const std::uint16_t* pixels, std::uint32_t* sums, std::size_t count);

@@ -365,6 +365,35 @@ static void countPixels(const std::uint16_t* pixels, std::size_t count, std::uin
   loops::countPixels(pixels + i, count - i, banks);
 }
 
+// ---- Merge by a line
+
+/// Places in the values are worked out in registers; looking up has no vector form that is worth it. Pixels
+/// outside the map look row 0 up, which is 0.
+static void mergeByLine(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                        std::size_t count, const std::uint16_t* values, std::uint32_t size,
+                        std::uint32_t mergeRow) {
+  constexpr std::size_t block = 512;
+  std::uint16_t places[block];
+  const Register lastRow = spread16(mergeRow - 1);
+  const Register last = spread16(size - 1);
+  const Register columns = spread16(size);
+  std::size_t done = 0;
+  while (count - done >= lanes) {
+    const std::size_t run = count - done < block ? (count - done) / lanes * lanes : block;
+    for (std::size_t i = 0; i < run; i += lanes) {
+      const Register column = load(low + done + i);
+      const Register row = load(high + done + i);
+      const Register place = whereZero16(subtractToZero16(row, lastRow), row, eitherBits(column, columns));
+      const Register outside = eitherBits(subtractToZero16(row, last), subtractToZero16(column, last));
+      store(places + i, whereZero16(outside, place, spread16(0)));
+    }
+    for (std::size_t i = 0; i < run; ++i)
+      merged[done + i] = values[places[i]];
+    done += run;
+  }
+  loops::mergeByLine(low + done, high + done, merged + done, count - done, values, size, mergeRow);
+}
+
 // The loops are those that the compiler vectorises as well as a hand would, for the set that this source is
 // built for; only the look-up in a map gains nothing from any.
 static constexpr KernelTable vectorTable = {tableName,
@@ -379,6 +408,7 @@ static constexpr KernelTable vectorTable = {tableName,
                                             mergeUniform<cached>,
                                             mergePlanes<cached>,
                                             loops::mergeMapped,
+                                            mergeByLine,
                                             loops::addToSums8,
                                             loops::addToSums16,
                                             loops::startSums8,

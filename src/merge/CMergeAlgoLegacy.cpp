@@ -23,19 +23,26 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
   const auto format = static_cast<ORVA_IMAGE_FORMAT>(m_MergeEnables.uiImageFormat);
   GetMergeHeaderSize(format, ulNumPixels, 16, leading, trailing);
 
-  const CMergeMappingArray* const map = GetMergeSettings()->GenerateMergeMappingArrays(
+  // The mapping array is 32 MiB of repetitions: what it holds is looked up without it.
+  const bool mapped = GetMergeSettings()->GenerateMergeLine(
       m_MetaData.Value(ORVA_META_KEY_SENSOR_PIXEL_BIT_DEPTH).GetValueUint(),
       m_MetaData.Value(ORVA_META_KEY_LDR_GAIN).GetValueUint(),
       m_MetaData.Value(ORVA_META_KEY_HDR_GAIN).GetValueUint(),
-      m_MetaData.Value(ORVA_META_KEY_SENSOR_COOLER_TEMP).GetValueInt() / 10.0);
-  if (map == nullptr) {
+      m_MetaData.Value(ORVA_META_KEY_SENSOR_COOLER_TEMP).GetValueInt() / 10.0, m_MergeLine);
+  if (!mapped) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: No Mapping array- unable to merge!\n", "MergeFrames");
     return -1;
   }
   // Intended: no header for FITS.
   const bool tiff = format == ORVA_IMAGE_FORMAT_TIFF;
   auto* const output = reinterpret_cast<unsigned char*>(pMerged);
-  DoMerge(map, pLow, pHigh, tiff ? output + leading : output, ulNumPixels, m_bMergedStatistics);
+  DoMerge(
+      [=](unsigned long first, unsigned long count, unsigned short* pTarget) {
+        orvacam::kernels::active().mergeByLine(pLow + first, pHigh + first, pTarget, count,
+                                               m_MergeLine.values.data(), m_MergeLine.uiSize,
+                                               m_MergeLine.uiMergeRow);
+      },
+      tiff ? output + leading : output, ulNumPixels, m_bMergedStatistics);
   if (!tiff) return 0;
   CFrameMetaData metaData(m_MetaData);
   metaData.SetBitsPerPixel(16);
@@ -49,20 +56,21 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
 void CMergeAlgoLegacy::DoMergeWithStats(const CMergeMappingArray* pMap, unsigned short* pLow,
                                         unsigned short* pHigh, unsigned short* pMerged,
                                         unsigned long ulNumPixels) {
-  DoMerge(pMap, pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged), ulNumPixels, true);
-}
-
-void CMergeAlgoLegacy::DoMerge(const CMergeMappingArray* pMap, const unsigned short* pLow,
-                               const unsigned short* pHigh, unsigned char* pMerged, unsigned long ulNumPixels,
-                               bool bStatistics) {
-  if (bStatistics) m_MergedStatistics.Reset();
+  m_MergedStatistics.Reset();
   if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return;
   const unsigned short* const data = pMap != nullptr ? pMap->GetData() : nullptr;
   const unsigned int width = data != nullptr ? pMap->GetWidth() : 0;
   const unsigned int height = data != nullptr ? pMap->GetHeight() : 0;
-  const auto mergeRun = [=](unsigned long first, unsigned long count, unsigned short* pTarget) {
-    orvacam::kernels::active().mergeMapped(pLow + first, pHigh + first, pTarget, count, data, width, height);
-  };
+  DoMerge(
+      [=](unsigned long first, unsigned long count, unsigned short* pTarget) {
+        orvacam::kernels::active().mergeMapped(pLow + first, pHigh + first, pTarget, count, data, width,
+                                               height);
+      },
+      reinterpret_cast<unsigned char*>(pMerged), ulNumPixels, true);
+}
+
+void CMergeAlgoLegacy::DoMerge(const merge_run_t& mergeRun, unsigned char* pMerged, unsigned long ulNumPixels,
+                               bool bStatistics) {
   if (!bStatistics) {
     orvacam::mergeAndCount(pMerged, 0, ulNumPixels, mergeRun, nullptr, 0, 0);
     return;

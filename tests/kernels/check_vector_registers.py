@@ -8,7 +8,7 @@ import subprocess
 import sys
 
 # Written with registers of the whole width; loops that the compiler vectorises may use half of it.
-BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findFirst', 'mergePackedUniform', 'mergePackedPlanes']
+BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findFirst', 'mergeByLine', 'mergePackedUniform', 'mergePackedPlanes']
 INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge', 'mergePackedUniform': 'mergeRegisters',
          'mergePackedPlanes': 'mergeRegisters'}  # where the compiler may put the loop
 BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'findExtremes', 'addToSums8', 'addToSums16',

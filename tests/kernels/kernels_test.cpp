@@ -47,8 +47,9 @@ TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
           reinterpret_cast<const void*>(t.findFirst), reinterpret_cast<const void*>(t.mergeUniform),
           reinterpret_cast<const void*>(t.mergePlanes), reinterpret_cast<const void*>(t.addToSums8),
           reinterpret_cast<const void*>(t.addToSums16), reinterpret_cast<const void*>(t.emptySums),
-          reinterpret_cast<const void*>(t.startSums8), reinterpret_cast<const void*>(t.startSums16),
-          reinterpret_cast<const void*>(t.meansOfSums), reinterpret_cast<const void*>(t.meansOfRecentSums),
+          reinterpret_cast<const void*>(t.mergeByLine), reinterpret_cast<const void*>(t.startSums8),
+          reinterpret_cast<const void*>(t.startSums16), reinterpret_cast<const void*>(t.meansOfSums),
+          reinterpret_cast<const void*>(t.meansOfRecentSums),
           reinterpret_cast<const void*>(t.mergePackedUniform),
           reinterpret_cast<const void*>(t.mergePackedPlanes)}) {
       ASSERT_NE(entry, nullptr);
@@ -279,6 +280,40 @@ TEST_P(EveryTable, LooksMergedValuesUpAndGivesZeroOutsideTheMap) {
   EXPECT_EQ(merged, (std::vector<std::uint16_t>{10, 22, 21, 0, 0, 0}));
   table().mergeMapped(low.data(), high.data(), merged.data(), 6, nullptr, 0, 0);
   EXPECT_EQ(merged, std::vector<std::uint16_t>(6, 0));
+}
+
+TEST_P(EveryTable, MergesByALineAsByTheMapThatItStandsFor) {
+  std::mt19937 random(seed);
+  for (const std::uint32_t size : {1u, 2u, 16u, 256u, 4096u, 16384u})
+    for (const std::uint32_t mergeRow : {1u, size / 2 + 1, size}) {
+      std::vector<std::uint16_t> values = noise<std::uint16_t>(2 * size, random);
+      values[0] = 0;
+      const auto expected = [&](std::uint32_t low, std::uint32_t high) -> std::uint16_t {
+        if (low >= size || high >= size) return 0;
+        return high < mergeRow ? values[high] : values[size + low];
+      };
+      for (std::size_t count = 0; count < 1300; count += count < longest ? 1 : 97) {
+        const std::size_t shift = count % 16;
+        Guarded<std::uint16_t> low(count, shift), high(count, 15 - shift), merged(count, (3 * shift) % 16);
+        for (std::size_t i = 0; i < count; ++i) {
+          // Mostly inside, often next to the edges.
+          const std::uint32_t bits = random();
+          const auto pick = [&](std::uint32_t kind, std::uint32_t value) {
+            return static_cast<std::uint16_t>(kind == 0   ? size + value % 3 - 1
+                                              : kind == 1 ? mergeRow + value % 3 - 1
+                                              : kind == 2 ? value
+                                                          : value % size);
+          };
+          low.data()[i] = pick(bits >> 29, bits & 0xFFFF);
+          high.data()[i] = pick(bits >> 26 & 7, bits >> 8 & 0xFFFF);
+        }
+        table().mergeByLine(low.data(), high.data(), merged.data(), count, values.data(), size, mergeRow);
+        for (std::size_t i = 0; i < count; ++i)
+          ASSERT_EQ(merged.data()[i], expected(low.data()[i], high.data()[i]))
+              << low.data()[i] << ", " << high.data()[i] << " of " << size << ", seed " << seed;
+        ASSERT_TRUE(merged.intact()) << count;
+      }
+    }
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <orvacam/merge/CCustomMergeAlgo.h>
 #include <orvacam/types/export.h>
 
+#include <functional>
+
 class CMergeMappingArray;
 
 /// The table-driven merge: looks every pixel's merged value up in the mapping array of the frame's gains, bit
@@ -34,11 +36,15 @@ class ORVACAM_API CMergeAlgoLegacy : public CCustomMergeAlgo {
   }
 
  protected:
-  void DoMerge(const CMergeMappingArray* pMap, const unsigned short* pLow, const unsigned short* pHigh,
-               unsigned char* pMerged, unsigned long ulNumPixels, bool bStatistics);
+  /// Merges pixels from ulFirst on into pTarget.
+  using merge_run_t =
+      std::function<void(unsigned long ulFirst, unsigned long ulCount, unsigned short* pTarget)>;
+  void DoMerge(const merge_run_t& mergeRun, unsigned char* pMerged, unsigned long ulNumPixels,
+               bool bStatistics);
 
   CMergeSettings* m_pMergeSettings;
   CMergeSettings m_MergeSettings;
+  merge_line_t m_MergeLine;  ///< of the frame in hand
 };
 
 #endif  // ORVACAM_MERGE_CMERGEALGOLEGACY_H
