@@ -82,6 +82,23 @@ TEST(FourAmplifiers, ReadTheSourceAsDocumented) {
   EXPECT_EQ(images.low(), (Pixels{0x1201, 0x1202, 0x1204, 0x1203, 0x1205, 0x1206, 0x1208, 0x1207}));
 }
 
+TEST(CcdFrame, IsReadFromAnyAddress) {
+  for (const unsigned int quadrants : {0x3Cu, 0x20u, 0x10u})
+    for (const std::size_t shift : {0u, 1u, 2u, 3u}) {
+      const RawFrame raw(ccd(quadrants, 2300, 4));
+      Bytes bytes(shift, 0xEE);
+      bytes.insert(bytes.end(), raw.bytes.begin(), raw.bytes.end());
+      CFrameMetaData metaData;
+      ASSERT_EQ(metaData.Parse(bytes.data() + shift, raw.bytes.size()), 0);
+      const std::unique_ptr<IFrame> frame(CFrameFactory::Create(metaData));
+      frame->Initialize(metaData, bytes.data() + shift, raw.bytes.size(), nullptr);
+      Images images;
+      images.bLowImageRequest = true;
+      ASSERT_EQ(frame->Unpack(&images), 0);
+      EXPECT_EQ(images.low(), raw.plane(0)) << quadrants << ", shift " << shift;
+    }
+}
+
 TEST(FourAmplifiers, LeaveTheMiddleRowOfAnOddHeightAsItWas) {
   RawFrame raw(ccd(0x3C, 4, 5));
   Bench bench(raw);
