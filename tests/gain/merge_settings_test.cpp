@@ -31,6 +31,66 @@ TEST(MergeSettings, HaveNoPairsBeforeInitializationOrWithoutTables) {
   EXPECT_EQ(settings.GetGainOffsetPair(3, 3).uiMergeThreshold2, 15580u);
 }
 
+/// Merge settings with their state in reach.
+class OpenSettings : public CMergeSettings {
+ public:
+  using CMergeSettings::m_dADUScale;
+  using CMergeSettings::m_DefaultLineOffsets;
+  using CMergeSettings::m_dGainRatio;
+  using CMergeSettings::m_pGainTables;
+  using CMergeSettings::m_ppGainOffsetPairs;
+};
+
+TEST(MergeSettings, StartWithTheirDefaults) {
+  OpenSettings settings;
+  EXPECT_EQ(settings.m_dADUScale, 1.0);
+  EXPECT_EQ(settings.m_dGainRatio, 40.0);
+  EXPECT_EQ(settings.m_ppGainOffsetPairs, nullptr);
+  EXPECT_EQ(settings.m_pGainTables, nullptr);
+  EXPECT_EQ(settings.GetNumLowGains() + settings.GetNumHighGains(), 0u);
+  const merge_line_offsets_t& r = settings.m_DefaultLineOffsets;
+  EXPECT_EQ(r.uiMergeThreshold1, 15750u);
+  EXPECT_EQ(r.uiMergeThreshold2, 15580u);
+  EXPECT_EQ(r.uiMappingThreshold, 3800u);
+  EXPECT_EQ(r.uiHighGainSetting + r.uiLowGainSetting, 0u);
+  EXPECT_EQ(r.dGainRatio, 40.0);
+  const double temperatures[] = {-10.0, 5.0, 20.0};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(r.dTemperature[i], temperatures[i]);
+    EXPECT_EQ(r.iLineOffset[i], 3500);
+  }
+}
+
+TEST(MergeSettings, HaveARecordForEveryPairOfGains) {
+  const double low[] = {47.8469, 17.3611, 12.6904, 8.6059, 24.9377, 8.8652, 6.5789, 4.8544};
+  const double high[] = {7.5988, 2.5661, 1.7492, 1.0896, 3.7979, 1.1004, 0.8109, 0.5549};
+  OpenSettings settings;
+  ASSERT_EQ(settings.Initialize(gsense400, nullptr), 0);
+  for (unsigned int i = 0; i < 8; ++i)
+    for (unsigned int j = 0; j < 8; ++j) {
+      const merge_line_offsets_t& r = settings.m_ppGainOffsetPairs[i][j];
+      EXPECT_EQ(r.dGainRatio, low[i] / high[j]) << i << ", " << j;
+      EXPECT_EQ(r.uiLowGainSetting, i);
+      EXPECT_EQ(r.uiHighGainSetting, j);
+      EXPECT_EQ(&settings.GetGainOffsetPair(i, j), &r);
+    }
+}
+
+TEST(MergeSettings, KeepTheirRecordsWhenTheNextSensorHasNone) {
+  OpenSettings settings;
+  settings.Initialize(gsense400, nullptr);
+  settings.Initialize(generic, nullptr);
+  EXPECT_EQ(settings.GetNumLowGains(), 8u);
+  EXPECT_EQ(settings.GetGainRatio(1, 2), 1.0);
+  settings.Initialize({ORVA_DEVICE_LUMORA533, false}, nullptr);
+  EXPECT_EQ(settings.GetNumLowGains(), 7u);
+  EXPECT_EQ(settings.GetNumHighGains(), 7u);
+  settings.FreeAll();
+  EXPECT_EQ(settings.m_ppGainOffsetPairs, nullptr);
+  EXPECT_EQ(settings.m_pGainTables, nullptr);
+  EXPECT_EQ(settings.GetGainRatio(1, 2), 40.0);
+}
+
 TEST(MergeSettings, GenerateRecordsFromTheSensorsOwnRatios) {
   CMergeSettings settings;
   ASSERT_EQ(settings.Initialize(gsense400, nullptr), 0);
@@ -75,8 +135,15 @@ class Calibrated : public ::testing::Test {
     ASSERT_EQ(settings.Initialize(gsense400, &nv), 0);
   }
   CCameraNVMergeSettings nv;
-  CMergeSettings settings;
+  OpenSettings settings;
 };
+
+TEST_F(Calibrated, TakesTheBlocksGainRatio) {
+  calibrate(0, 0);
+  EXPECT_EQ(settings.m_dGainRatio, 22.0);
+  settings.Initialize(gsense400, nullptr);
+  EXPECT_EQ(settings.m_dGainRatio, 40.0);
+}
 
 TEST_F(Calibrated, TakesThePairsOwnRecordButNeverItsMappingThreshold) {
   calibrate(1, 1);
@@ -244,14 +311,52 @@ TEST(MappingArray, CopiesRowsThatExist) {
   EXPECT_EQ(map.GetData(), nullptr);
 }
 
+TEST(MappingArray, IsMadeAnewForEveryOtherSize) {
+  CMergeMappingArray map;
+  EXPECT_EQ(map.GetData(), nullptr);
+  EXPECT_EQ(map.GetWidth() + map.GetHeight(), 0u);
+  for (const auto& [width, height] : {std::pair{40u, 60u}, std::pair{40u, 61u}, std::pair{41u, 61u},
+                                      std::pair{61u, 41u}, std::pair{61u, 40u}}) {
+    map.Create(width, height);
+    ASSERT_EQ(map.GetWidth(), width);
+    ASSERT_EQ(map.GetHeight(), height);
+    for (unsigned int i = 0; i < width * height; ++i)
+      map.GetData()[i] = static_cast<unsigned short>(i);
+    map.Create(width, height);
+    for (unsigned int i = 0; i < width * height; ++i)
+      ASSERT_EQ(map.GetData()[i], i) << "the old contents stay";
+    map.CopyRow(1, height - 1);
+    for (unsigned int column = 0; column < width; ++column)
+      ASSERT_EQ(map.GetData()[(height - 1) * width + column], width + column);
+  }
+  map.FreeAll();
+  EXPECT_EQ(map.GetData(), nullptr);
+  EXPECT_EQ(map.GetWidth() + map.GetHeight(), 0u);
+}
+
 TEST(GainOffsetPairs, AreKeptWhileTheirNumberStays) {
-  CMergeSettings settings;
-  ASSERT_EQ(settings.AllocateGainOffsetPairs(2, 3), 0);
-  EXPECT_EQ(settings.GetNumHighGains(), 3u);
-  EXPECT_EQ(settings.AllocateGainOffsetPairs(2, 3), 0);
-  EXPECT_EQ(settings.AllocateGainOffsetPairs(3, 2), 0);
+  OpenSettings settings;
+  for (const auto& [low, high] :
+       {std::pair{2u, 3u}, std::pair{2u, 4u}, std::pair{3u, 4u}, std::pair{4u, 3u}}) {
+    ASSERT_EQ(settings.AllocateGainOffsetPairs(low, high), 0);
+    EXPECT_EQ(settings.GetNumLowGains(), low);
+    EXPECT_EQ(settings.GetNumHighGains(), high);
+    for (unsigned int i = 0; i < low; ++i)
+      for (unsigned int j = 0; j < high; ++j) {
+        merge_line_offsets_t& r = settings.m_ppGainOffsetPairs[i][j];
+        EXPECT_EQ(r.dGainRatio, 40.0) << "a new record";
+        EXPECT_EQ(r.iLineOffset[2], 5200);
+        EXPECT_EQ(r.uiMergeThreshold1, 15752u);
+        r.dGainRatio = 10 * i + j;
+      }
+    ASSERT_EQ(settings.AllocateGainOffsetPairs(low, high), 0);
+    for (unsigned int i = 0; i < low; ++i)
+      for (unsigned int j = 0; j < high; ++j)
+        EXPECT_EQ(settings.m_ppGainOffsetPairs[i][j].dGainRatio, 10 * i + j) << "kept";
+  }
   settings.FreeGainOffsetPairs();
   EXPECT_FALSE(settings.HasGainOffsetPairs());
+  EXPECT_EQ(settings.GetNumLowGains() + settings.GetNumHighGains(), 0u);
   settings.FreeAll();
 }
 

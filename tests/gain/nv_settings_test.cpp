@@ -16,8 +16,14 @@ class Exposed : public CCameraNVMergeSettings {
  public:
   using CCameraNVMergeSettings::m_dRatio1;
   using CCameraNVMergeSettings::m_dRatio2;
+  using CCameraNVMergeSettings::m_uiLength;
+  using CCameraNVMergeSettings::m_uiMagic;
+  using CCameraNVMergeSettings::m_uiNumExtraLineOffsets;
   using CCameraNVMergeSettings::m_uiNumHighEPC;
+  using CCameraNVMergeSettings::m_uiNumLineOffsets;
   using CCameraNVMergeSettings::m_uiNumLowEPC;
+  using CCameraNVMergeSettings::m_uiVersion;
+  using CCameraNVMergeSettings::m_ulReserved;
   using CCameraNVMergeSettings::m_vHighEPC;
   using CCameraNVMergeSettings::m_vLowEPC;
 };
@@ -69,6 +75,23 @@ CalibrationBlock sample(unsigned int version, unsigned int records = 2, unsigned
 
 class EveryVersion : public ::testing::TestWithParam<unsigned int> {};
 INSTANTIATE_TEST_SUITE_P(Versions, EveryVersion, ::testing::Values(1u, 2u, 3u, 4u));
+
+TEST_P(EveryVersion, KeepsTheHeaderAndTheCountsOfTheBlock) {
+  const Bytes block = sample(GetParam(), 4, 3).block(GetParam());
+  Exposed nv;
+  ASSERT_EQ(nv.Initialize(block.data(), block.size()), 0);
+  EXPECT_EQ(nv.m_uiMagic, 0x4D657461u);
+  EXPECT_EQ(nv.m_uiLength, block.size());
+  EXPECT_EQ(nv.m_uiVersion, GetParam());
+  EXPECT_EQ(nv.m_uiNumHighEPC, 2u);
+  EXPECT_EQ(nv.m_uiNumLowEPC, 1u);
+  EXPECT_EQ(nv.m_uiNumLineOffsets, 4u);
+  EXPECT_EQ(nv.m_uiNumExtraLineOffsets, 3u);
+  ASSERT_EQ(nv.m_vHighEPC.size(), 2u);
+  EXPECT_EQ(nv.m_vHighEPC[1].uiGain, 5u);
+  EXPECT_EQ(nv.m_vHighEPC[1].dElectronsPerCount, 9.0);
+  EXPECT_EQ(nv.m_vLowEPC.size(), 1u);
+}
 
 TEST_P(EveryVersion, ReadsRatiosListsAndRecords) {
   const Bytes block = sample(GetParam()).block(GetParam());
@@ -157,6 +180,28 @@ TEST_P(EveryVersion, AllocatesDefaultRecordsAlsoAfterAFailure) {
     expectDefaults(nv.GetLineOffsets()[i]);
 }
 
+TEST_P(EveryVersion, FailsForMissingElectronsWhateverFollows) {
+  // Bytes enough for two entries and part of a third; the records that would follow are never read.
+  for (const auto& [records, extras] :
+       {std::pair{0u, 0u}, std::pair{1u, 0u}, std::pair{0u, 1u}, std::pair{1u, 1u}}) {
+    CalibrationBlock b;
+    b.ratios(1, 2, 3, 4);
+    b.counts(2, 1, records, extras);
+    b.electrons(5, 1.5);
+    b.electrons(6, 2.5);
+    b.put(4, 0);
+    const Bytes block = b.block(GetParam());
+    const LogCapture log;
+    Exposed nv;
+    EXPECT_EQ(nv.Initialize(block.data(), block.size()), 0);
+    EXPECT_THAT(log.text(), HasSubstr("NV settings failed to parse"));
+    EXPECT_EQ(nv.m_vHighEPC.size(), 2u);
+    EXPECT_TRUE(nv.m_vLowEPC.empty());
+    EXPECT_EQ(nv.GetNumLineOffsets(), records);
+    EXPECT_TRUE(nv.GetExtraLineOffsets().empty());
+  }
+}
+
 TEST_P(EveryVersion, ParsersReportNullAndTruncation) {
   CCameraNVMergeSettings nv;
   int (CCameraNVMergeSettings::*const parsers[])(const unsigned char*, unsigned int) = {
@@ -177,12 +222,17 @@ TEST(NVSettings, StartAndStartOverWithDefaults) {
     EXPECT_EQ(nv.m_dRatio2, 1.1);
     EXPECT_EQ(nv.GetGainRatio(), 40.0);
     EXPECT_EQ(nv.GetDefaultGainRatio(), 40.0);
-    EXPECT_TRUE(nv.m_vHighEPC.empty() && nv.m_vLowEPC.empty());
+    EXPECT_TRUE(nv.m_vHighEPC.empty() && nv.m_vLowEPC.empty() && nv.GetExtraLineOffsets().empty());
     EXPECT_EQ(nv.GetNumLineOffsets(), 0u);
+    EXPECT_EQ(nv.GetLineOffsets(), nullptr);
+    EXPECT_EQ(nv.m_uiMagic + nv.m_uiLength + nv.m_uiVersion, 0u);
+    EXPECT_EQ(nv.m_uiNumHighEPC + nv.m_uiNumLowEPC + nv.m_uiNumLineOffsets + nv.m_uiNumExtraLineOffsets, 0u);
+    EXPECT_EQ(nv.m_ulReserved[0] | nv.m_ulReserved[1], 0u);
     if (round == 1) break;
     const Bytes block = sample(3).block(3);
     nv.Initialize(block.data(), block.size());
     EXPECT_EQ(nv.GetNumLineOffsets(), 2u);
+    nv.m_ulReserved[0] = nv.m_ulReserved[1] = 7;
     nv.Initialize(nullptr, 100);
   }
 }
@@ -208,6 +258,22 @@ TEST(NVSettings, ForeignBlocksAreReportedOnceWithTheirValues) {
     EXPECT_EQ(nv.GetGainRatio(), 40.0);
   }
   EXPECT_EQ(log.text(), expected);
+}
+
+TEST(NVSettings, Of9To1024BytesAreTaken) {
+  CalibrationBlock b;
+  b.ratios(1.5, 2.25, 24.0, 30.125);
+  b.counts(0, 0, 0, 0);
+  for (const std::size_t length : {std::size_t{9}, std::size_t{1024}}) {
+    b.body.resize(length - 8);
+    const Bytes block = b.block(2);
+    const LogCapture log;
+    CCameraNVMergeSettings nv;
+    EXPECT_EQ(nv.Initialize(block.data(), block.size()), 0);
+    EXPECT_THAT(log.text(), HasSubstr("TRACE, DoParseSettings: NV Data: "));
+    EXPECT_THAT(log.text(), ::testing::Not(HasSubstr("No NV Merge Settings")));
+    b.ratios(1.5, 2.25, 24.0, 30.125);
+  }
 }
 
 TEST(NVSettings, ShorterThanTheyClaimOrThanAHeaderAreIgnoredSilently) {
