@@ -119,6 +119,7 @@ TEST(WrittenHeader, HasDelaysAsSignAndMagnitude) {
     OpenHeader header;
     EXPECT_EQ(wordAt(written(header.setInt(delay.key, -300)), delay.offset, 2), 0x812Cu);
     EXPECT_EQ(wordAt(written(header.setInt(delay.key, 300)), delay.offset, 2), 0x012Cu);
+    EXPECT_EQ(wordAt(written(header.setInt(delay.key, 0)), delay.offset, 2), 0u);
     EXPECT_EQ(wordAt(written(header.setInt(delay.key, -32767)), delay.offset, 2), 0xFFFFu);
     // The magnitude of the smallest integer has no 32-bit form; its low 15 bits are zero.
     EXPECT_EQ(wordAt(written(header.setInt(delay.key, -2147483647 - 1)), delay.offset, 2), 0x8000u);

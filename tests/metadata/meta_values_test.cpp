@@ -168,6 +168,29 @@ TEST(MetaValue, DoublesAreTruncatedTowardZeroAndSaturate) {
   EXPECT_EQ(ofDouble(-3.9).GetValueDouble(), -3.9);
 }
 
+TEST(MetaValue, OfFewerBytesShowsNothingOfTheOneBefore) {
+  const auto over = [] { return ofUint64(ulongMax); };
+  CMetaValues value = over();
+  value.SetValueUint(5);
+  EXPECT_EQ(value.GetValueUint64(), 5ul);
+  EXPECT_TRUE(value.IsEqual(5u));
+  EXPECT_TRUE(value.IsEqual(5));
+  EXPECT_TRUE(value.IsEqual(5.0));
+  value = over();
+  value.SetValueInt(5);
+  EXPECT_EQ(value.GetValueUint64(), 5ul);
+  EXPECT_TRUE(value.IsEqual(5u));
+  EXPECT_TRUE(value.IsEqual(5));
+  value = over();
+  value.SetValueInt(0);
+  EXPECT_FALSE(value.GetValueBool());
+  value = over();
+  value.SetValueBool(false);
+  EXPECT_FALSE(value.GetValueBool());
+  EXPECT_EQ(value.GetValueUint(), 0u);
+  EXPECT_EQ(value.GetValueDouble(), 0.0);
+}
+
 TEST(MetaValue, ValuePointerIsTheNumbersAddress) {
   CMetaValues value = ofDouble(2.5);
   double read = 0.0;
@@ -328,6 +351,9 @@ TEST(MetaValueEquality, WithUnsignedNumbers) {
   EXPECT_FALSE(ofInt(-1).IsEqual(uintMax));
   EXPECT_FALSE(ofInt(-1).IsEqual(ulongMax));
   EXPECT_FALSE(ofInt64(-1).IsEqual(ulongMax));
+  EXPECT_TRUE(ofInt(0).IsEqual(0u));
+  EXPECT_TRUE(ofInt64(0).IsEqual(0ul));
+  EXPECT_FALSE(ofInt(5).IsEqual(0u));
   EXPECT_TRUE(ofDouble(4294967295.0).IsEqual(uintMax));
   EXPECT_FALSE(ofDouble(0.5).IsEqual(0u));
 }
