@@ -84,7 +84,7 @@ class EveryCamera : public ::testing::TestWithParam<Camera> {
     if (raw.planes.size() == 2) EXPECT_EQ(images.high(), raw.plane(1));
     if (!GetParam().hdr) return;
     const Pixels low = raw.plane(0), high = raw.plane(1), merged = images.merged();
-    Naive naive;
+    NaiveStatistics naive;
     unsigned int width = 0, height = 0, x0 = 0, unused = 0, y0 = 0, imageWidth = 0, imageHeight = 0;
     raw.metaData.GetFrameDimensionsBinned(width, height);
     raw.metaData.GetImageDimensionsBinned(imageWidth, imageHeight);

@@ -13,6 +13,7 @@
 #include <random>
 #include <vector>
 
+#include "frames/NaiveStatistics.h"
 #include "simulator/Encoder.h"
 #include "simulator/Header.h"
 #include "simulator/Scene.h"
@@ -82,37 +83,10 @@ struct Images : unpacked_images_t {
   Pixels merged() const { return {pMergedImage, pMergedImage + ulMergedImagePixels}; }
 };
 
-/// Mean and extremes of pixels added one by one.
-struct Naive {
-  double count = 0, sum = 0;
-  unsigned int max = 0, min = 65535;
-  int_point_t maxPoint{0, 0}, minPoint{0, 0};
-  void add(unsigned int value, int x, int y) {
-    count += 1;
-    sum += value;
-    if (value > max) max = value, maxPoint = {x, y};
-    if (value < min) min = value, minPoint = {x, y};
-  }
-};
-
-inline void expectSame(const image_plane_stats_t& stats, const Naive& naive) {
-  if (naive.count == 0) {
-    EXPECT_TRUE(std::isnan(stats.dMean));
-    return;
-  }
-  EXPECT_EQ(stats.dMean, naive.sum / naive.count);
-  EXPECT_EQ(stats.uiMax, naive.max);
-  EXPECT_EQ(stats.uiMin, naive.min);
-  EXPECT_EQ(stats.maxPoint.x, naive.maxPoint.x);
-  EXPECT_EQ(stats.maxPoint.y, naive.maxPoint.y);
-  EXPECT_EQ(stats.minPoint.x, naive.minPoint.x);
-  EXPECT_EQ(stats.minPoint.y, naive.minPoint.y);
-}
-
 /// Statistics of a row-interleaved stream: image pixels, the extra pixel of an odd row included, at (column,
 /// row of both planes together).
-inline Naive streamStatistics(const RawFrame& raw, unsigned int plane) {
-  Naive naive;
+inline NaiveStatistics streamStatistics(const RawFrame& raw, unsigned int plane) {
+  NaiveStatistics naive;
   std::size_t position = 0;
   const auto even = [](unsigned int n) { return n + n % 2; };
   for (const sim::Section& section : raw.layout.sections)

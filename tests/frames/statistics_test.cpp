@@ -10,74 +10,16 @@
 #include <random>
 #include <vector>
 
+#include "frames/NaiveStatistics.h"
+
 namespace {
+
+using namespace frame_testing;
 
 image_plane_stats_t resultsOf(const CFrameStatistics& statistics) {
   image_plane_stats_t stats{};
   statistics.GetResults(stats);
   return stats;
-}
-
-/// The documented algorithm, literally: doubles per pixel, then two walks over the histogram.
-struct NaiveStatistics {
-  double count = 0, sum = 0, squares = 0;
-  std::vector<double> histogram = std::vector<double>(65536, 0.0);
-  unsigned int max = 0, min = 65535;
-  int_point_t maxPoint{0, 0}, minPoint{0, 0};
-
-  void add(unsigned short value, int x, int y) {
-    count += 1;
-    sum += value;
-    squares += static_cast<double>(static_cast<int>(static_cast<unsigned int>(value) * value));
-    histogram[value] += 1;
-    if (value > max) max = value, maxPoint = {x, y};
-    if (value < min) min = value, minPoint = {x, y};
-  }
-  double mean() const { return sum / count; }
-  double deviation() const { return std::sqrt((squares - sum * sum / count) / count); }
-  double mode() const {
-    double best = 0, at = 0;
-    for (unsigned int v = min; v <= max && v < 65535; ++v)
-      if (histogram[v] > best) best = histogram[v], at = v;
-    return at;
-  }
-  unsigned int lowClip() const {
-    unsigned int clip = 0;
-    double passed = 0;
-    for (unsigned int v = min; v <= max; ++v) {
-      if (0.05 * count > passed) clip = v;
-      if (v < 65535) passed += histogram[v];
-    }
-    return clip;
-  }
-  unsigned int highClip() const {
-    unsigned int clip = 0;
-    double passed = 0;
-    for (unsigned int v = max + 1; v-- > min;) {
-      if (0.001 * count > passed) clip = v;
-      if (v < 65535) passed += histogram[v];
-    }
-    return clip;
-  }
-};
-
-void expectSame(const image_plane_stats_t& stats, const NaiveStatistics& naive) {
-  EXPECT_EQ(stats.dMean, naive.mean());
-  const double deviation = naive.deviation();
-  if (std::isnan(deviation))
-    EXPECT_TRUE(std::isnan(stats.dStdDev));
-  else
-    EXPECT_EQ(stats.dStdDev, deviation);
-  EXPECT_EQ(stats.dMode, naive.mode());
-  EXPECT_EQ(stats.dMidpoint, naive.min + ((naive.max + 1 - naive.min) >> 1));
-  EXPECT_EQ(stats.uiMax, naive.max);
-  EXPECT_EQ(stats.uiMin, naive.min);
-  EXPECT_EQ(stats.maxPoint.x, naive.maxPoint.x);
-  EXPECT_EQ(stats.maxPoint.y, naive.maxPoint.y);
-  EXPECT_EQ(stats.minPoint.x, naive.minPoint.x);
-  EXPECT_EQ(stats.minPoint.y, naive.minPoint.y);
-  EXPECT_EQ(stats.uiLowClip, naive.lowClip());
-  EXPECT_EQ(stats.uiHighClip, naive.highClip());
 }
 
 class Statistics : public ::testing::Test {
