@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -302,9 +303,10 @@ const char* CFitsInterface::DoFormatValue(unsigned int uiType, const void* pValu
       std::snprintf(m_ValueText, sizeof m_ValueText, "%d", *static_cast<const int*>(pValue));
       return m_ValueText;
     case FITS_VALUE_FLOAT: {
-      const std::string text = orvacam::fixedText(*static_cast<const double*>(pValue));
+      orvacam::NumberMemory memory;
+      const std::string_view text = orvacam::fixedText(memory, *static_cast<const double*>(pValue));
       if (text.size() > cardSize - valueColumn) return "0.";  // a cut number would be another number
-      std::memcpy(m_ValueText, text.c_str(), text.size() + 1);
+      m_ValueText[text.copy(m_ValueText, text.size())] = '\0';
       return m_ValueText;
     }
     default:
@@ -421,8 +423,9 @@ int CFitsInterface::DoWriteImage(int iFile, const unsigned short* pPixels, unsig
 }
 
 int CFitsInterface::CreateImageFile(const std::string& path, const unsigned short* pPixels,
-                                    const CFrameMetaData& meta) {
+                                    const CFrameMetaData& meta) try {
   constexpr const char* operation = "CreateImageFile";
+  CLog* const log = CLog::getInstance();  // before there is a file: it may be made here, and find no memory
   unsigned int pixels = 0;
   if (pPixels == nullptr || !orvacam::framePixels(meta, pixels)) return -1;
   if (AllocateImageCopy(std::min(pixels, piecePixels), headerSize) != 0) return -1;
@@ -430,17 +433,18 @@ int CFitsInterface::CreateImageFile(const std::string& path, const unsigned shor
   // Intended: an existing file is not truncated.
   const int file = orvacam::openOutput(path, O_WRONLY, S_IRUSR | S_IWUSR);
   if (file < 0) {
-    CLog::getInstance()->log(CLOGLEVEL_ERROR, L"%s: Unable to open file %s, err %d\n", operation,
-                             path.c_str(), errno);
+    log->log(CLOGLEVEL_ERROR, L"%s: Unable to open file %s, err %d\n", operation, path.c_str(), errno);
     return -1;
   }
   int result = DoWriteImage(file, pPixels, pixels, meta);
   if (close(file) != 0) result = -1;  // some file systems say only now that the disk is full
-  CLog::getInstance()->log(
+  log->log(
       CLOGLEVEL_ERROR,  // intended: the success, too
       result == 0 ? L"%s: Successfully wrote file %s, size %d\n" : L"%s: Error writing file %s, size %d\n",
       operation, path.c_str(), static_cast<int>(pixels * sizeof(unsigned short)));
   return result;
+} catch (const std::bad_alloc&) {
+  return -1;
 }
 
 // ---- Reading back

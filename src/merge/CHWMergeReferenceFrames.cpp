@@ -254,8 +254,10 @@ int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE*
     return 0;
   }
   const auto parse = [](std::FILE* pFile, CFrameMetaData& metaData) {
-    // A length of 0 is what a file leaves that is no frame.
-    return metaData.Parse(pFile) >= 0 && metaData.IsValid() && metaData.GetBinarizeSize() != 0;
+    // A length of 0 is what a file leaves that is no frame; a header that could not be read to its end leaves
+    // the sizes of an empty one.
+    return metaData.Parse(pFile) >= 0 && metaData.IsValid() && metaData.GetBinarizeSize() != 0 &&
+           std::ftell(pFile) >= static_cast<long>(metaData.GetBinarizeSize());
   };
   const auto moveToPlanes = [](std::FILE* pFile, const CFrameMetaData& metaData) {
     return std::fseek(pFile, static_cast<long>(metaData.GetBinarizeSize()), SEEK_SET) == 0 ? 0 : -1;

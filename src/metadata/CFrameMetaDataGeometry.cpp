@@ -5,10 +5,11 @@
 #include <orvacam/types/device_types.h>
 #include <orvacam/types/gain_types.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <string>
+#include <string_view>
 
 #include "support/CheckedMath.h"
 
@@ -31,23 +32,27 @@ constexpr Model models[] = {
 };
 constexpr const char* unlessArgent = "IMX183";
 
-/// The text of a stored value up to its first zero byte.
-std::string textOf(const CMetaValues& value) {
+/// The text of a stored value up to its first zero byte; it stays the value's. Nothing here takes memory: a
+/// camera is the same one also when there is none.
+std::string_view textOf(const CMetaValues& value) {
   int length = 0;
   const auto* const bytes = reinterpret_cast<const char*>(value.GetValue(nullptr, length));
-  return bytes == nullptr || length <= 0 ? std::string()
-                                         : std::string(bytes, strnlen(bytes, static_cast<unsigned>(length)));
+  return bytes == nullptr || length <= 0
+             ? std::string_view()
+             : std::string_view(bytes, strnlen(bytes, static_cast<unsigned>(length)));
 }
 
-/// Upper case of ASCII letters, whatever the program's locale.
-std::string upperCase(std::string text) {
-  for (char& c : text)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return text;
-}
-
-bool contains(const std::string& text, const char* part) {
+bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != text.npos;
+}
+
+/// The same for a part in upper case, whatever the case of the text's ASCII letters, whatever the program's
+/// locale.
+bool containsInAnyCase(std::string_view text, std::string_view part) {
+  const auto same = [](char c, char wanted) {
+    return (c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c) == wanted;
+  };
+  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
 unsigned int binned(unsigned int size, unsigned int factor) {
@@ -63,8 +68,8 @@ int CFrameMetaData::GetDeviceType(unsigned int& uiType) const {
 }
 
 int CFrameMetaData::DoGetDeviceType(unsigned int& uiType) const {
-  const std::string text = textOf(m_Values[ORVA_META_KEY_CAMERA_MODEL]);
-  const bool argent = contains(upperCase(text), "ARGENT");
+  const std::string_view text = textOf(m_Values[ORVA_META_KEY_CAMERA_MODEL]);
+  const bool argent = containsInAnyCase(text, "ARGENT");
   for (const Model& model : models) {
     if ((model.argent && !argent) || !contains(text, model.designation)) continue;
     uiType = model.device;

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <cwchar>
 #include <new>
+#include <string>
+#include <string_view>
 
 #include "metadata/TextLines.h"
 #include "support/NumberText.h"
@@ -52,7 +54,7 @@ std::string position(const CMetaValues* degrees, const char* positive, const cha
 
 /// Copies what fits in front of a closing zero and clears the rest; the length of the whole text, like
 /// snprintf.
-int deliver(const std::string& text, char* pText, unsigned int uiSize) {
+int deliver(std::string_view text, char* pText, unsigned int uiSize) {
   if (uiSize > 0) {
     std::memset(pText, 0, uiSize);
     text.copy(pText, uiSize - 1);
@@ -69,11 +71,13 @@ void CFrameMetaData::TimeMetaToString2(char* pText, unsigned int uiSize) const {
   if (pText == nullptr) return;
   const unsigned int date = DoUint(ORVA_META_KEY_CAPTURE_DATE);
   const unsigned long seconds = m_Values[ORVA_META_KEY_CAPTURE_TIME].GetValueUint64();
-  const std::string text = print(
-      "%04d/%02d/%02d %02d:%02d:%02d.%09d", static_cast<int>(date >> 16), static_cast<int>(date >> 8 & 255),
-      static_cast<int>(date & 255), static_cast<int>(seconds / 3600), static_cast<int>(seconds / 60 % 60),
-      static_cast<int>(seconds % 60), static_cast<int>(DoUint(ORVA_META_KEY_CAPTURE_TIME_NSECS)));
-  deliver(m_bCaptureTimeValid ? text : "ERROR: " + text, pText, uiSize);
+  char text[96];  // headers are written also when there is no memory
+  std::snprintf(text, sizeof text, "%s%04d/%02d/%02d %02d:%02d:%02d.%09d",
+                m_bCaptureTimeValid ? "" : "ERROR: ", static_cast<int>(date >> 16),
+                static_cast<int>(date >> 8 & 255), static_cast<int>(date & 255),
+                static_cast<int>(seconds / 3600), static_cast<int>(seconds / 60 % 60),
+                static_cast<int>(seconds % 60), static_cast<int>(DoUint(ORVA_META_KEY_CAPTURE_TIME_NSECS)));
+  deliver(text, pText, uiSize);
 }
 
 const char* CFrameMetaData::DoRenderPadding(unsigned int uiCount) {

@@ -138,10 +138,10 @@ int CLog::makeLogDirectory() {
 }
 
 void CLog::setNewFileHeader(const wchar_t* pText) {
-  std::wstring header = pText != nullptr ? pText : L"";
-  header.resize(header.size() < lineCapacity - 2 ? header.size() : lineCapacity - 2);
-  header.push_back(L'\n');
-  std::wmemcpy(m_FileHeader, header.c_str(), header.size() + 1);
+  const std::size_t length = pText != nullptr ? std::min(std::wcslen(pText), lineCapacity - 2) : 0;
+  if (length > 0) std::wmemcpy(m_FileHeader, pText, length);
+  m_FileHeader[length] = L'\n';
+  m_FileHeader[length + 1] = L'\0';
 }
 
 // ---- Writing

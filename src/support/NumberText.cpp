@@ -1,7 +1,6 @@
 #include "support/NumberText.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -43,14 +42,15 @@ double outOfRange(std::string_view digits, bool hexadecimal) {
 
 }  // namespace
 
+std::string_view fixedText(NumberMemory& memory, double value, int decimals) {
+  const auto result = std::to_chars(memory.data(), memory.data() + memory.size(), value,
+                                    std::chars_format::fixed, std::clamp(decimals, 0, 64));
+  return {memory.data(), static_cast<std::size_t>(result.ptr - memory.data())};
+}
+
 std::string fixedText(double value, int decimals) {
-  // The largest double has 309 digits before the point.
-  std::array<char, 309 + 1 + 64 + 1> text{};
-  const auto result = std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed,
-                                    decimals < 0    ? 0
-                                    : decimals > 64 ? 64
-                                                    : decimals);
-  return std::string(text.data(), result.ptr);
+  NumberMemory memory;
+  return std::string(fixedText(memory, value, decimals));
 }
 
 double parseDouble(std::string_view text) {

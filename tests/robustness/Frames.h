@@ -41,7 +41,7 @@ inline constexpr Family families[] = {
 
 inline sim::HeaderFields fieldsOf(const Family& family, unsigned int width = 10, unsigned int height = 4) {
   sim::HeaderFields fields;
-  fields.model = family.model;
+  fields.model = std::string(family.model) + ", longer than a short text";
   fields.dataBits = family.bits;
   fields.sensorBits = family.bits;
   fields.hdr = family.hdr;

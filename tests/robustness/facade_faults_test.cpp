@@ -123,9 +123,10 @@ class MergeIntoLayout : public MergeImage {
 class MergeFile : public Merge {
  public:
   MergeFile(const Family& family, bool references) : Merge(family, false), m_references(references) {
-    m_name = m_folder.write("frame.raw", m_frame);
-    m_dsnu = m_folder.write("dsnu.raw", referenceOf(m_width, m_height, 8, 16));
-    m_prnu = m_folder.write("prnu.raw", referenceOf(m_width, m_height, 2048, 1024));
+    const std::string name = family.name;
+    m_name = commonFile(name + ".raw", m_frame);
+    m_dsnu = commonFile(name + ".dsnu", referenceOf(m_width, m_height, 8, 16));
+    m_prnu = commonFile(name + ".prnu", referenceOf(m_width, m_height, 2048, 1024));
   }
   int run() override {
     return m_algo.MergeFile(m_name.c_str(), &m_images, nullptr, m_references ? m_dsnu.c_str() : nullptr,
@@ -133,7 +134,6 @@ class MergeFile : public Merge {
   }
 
  protected:
-  TestFolder m_folder;
   std::wstring m_name, m_dsnu, m_prnu;
   bool m_references;
 };
@@ -144,9 +144,10 @@ class ConvertFile : public Operation {
       : m_severalPlanes(family.hdr), m_format(format) {
     auto fields = fieldsOf(family, 60, 60);  // more pixels than the header of a FITS file displaces
     fields.highGain = 0xFFFFFFFF;            // a number that takes memory to print
-    m_name = m_folder.write("frame.raw", frameOf(fields));
-    m_dsnu = m_folder.write("dsnu.raw", referenceOf(fields.frameWidth(), fields.frameHeight(), 8, 16));
-    m_out = m_folder.wideFile("out.raw");
+    m_name = commonFile(std::string("large") + family.name, frameOf(fields));
+    m_dsnu = commonFile(std::string("largedsnu") + family.name,
+                        referenceOf(fields.frameWidth(), fields.frameHeight(), 8, 16));
+    m_out = commonFolder().wideFile("out.raw");
     m_info = {format, references ? m_dsnu.c_str() : nullptr, nullptr};
   }
   int run() override { return m_algo.ConvertFile(m_name.c_str(), &m_info, m_out.c_str()); }
@@ -155,13 +156,13 @@ class ConvertFile : public Operation {
     for (const std::string& name : made()) {
       for (const char c : name)
         all.value(c);
-      all.bytes(m_folder.read(name));
+      all.bytes(commonFolder().read(name));
     }
     return all.all();
   }
   void giveBack() override {
     for (const std::string& name : made())
-      std::filesystem::remove(m_folder.path() / name);
+      std::filesystem::remove(commonFolder().path() / name);
   }
   bool mayBeSilent(faults::Call /*first*/) override {
     // The status is that of the last plane alone.
@@ -171,7 +172,7 @@ class ConvertFile : public Operation {
  private:
   std::vector<std::string> made() const {
     std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(m_folder.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(commonFolder().path()))
       if (entry.path().filename().string().rfind("out", 0) == 0) names.push_back(entry.path().filename());
     std::sort(names.begin(), names.end());
     return names;
@@ -179,7 +180,6 @@ class ConvertFile : public Operation {
 
   bool m_severalPlanes;
   unsigned int m_format;
-  TestFolder m_folder;
   std::wstring m_name, m_dsnu, m_out;
   conv_info_t m_info{};
   CAlgo m_algo;
@@ -215,8 +215,8 @@ class MakeFrame : public Operation {
   explicit MakeFrame(bool fromFile) : m_fromFile(fromFile), m_bytes(frameOf(fieldsOf(families[0]))) {
     Bytes copy = m_bytes;
     m_header.Parse(copy.data(), static_cast<unsigned int>(copy.size()));
-    m_file = std::fopen(m_folder.file("frame").c_str(), "w+b");
-    std::fwrite(m_bytes.data(), 1, m_bytes.size(), m_file);
+    commonFile("hdr.raw", m_bytes);
+    m_file = std::fopen(commonFolder().file("hdr.raw").c_str(), "rb");
     m_algo.SetHWMergeEnables({0, 0, 0});
   }
   MakeFrame(const MakeFrame&) = delete;
@@ -241,7 +241,6 @@ class MakeFrame : public Operation {
  private:
   bool m_fromFile;
   Bytes m_bytes;
-  TestFolder m_folder;
   std::FILE* m_file;
   CFrameMetaData m_header;
   CAlgo m_algo;
