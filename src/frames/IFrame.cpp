@@ -130,6 +130,7 @@ int IFrame::ReadSourceImage(std::FILE* pStream) {
   const auto size = static_cast<unsigned long>(status.st_size);
   auto* const buffer = static_cast<unsigned char*>(std::malloc(size + 1));
   if (buffer == nullptr) return -1;
+  FreeSourceImageBuffer();
   m_pSource = buffer;
   m_ulSourceLength = size;
   m_bSourceOwned = true;

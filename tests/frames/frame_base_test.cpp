@@ -57,10 +57,39 @@ TEST(FrameFactory, ReadsTheDeviceFromTheMetadata) {
 /// A frame class of an outside program.
 class OutsideFrame : public IFrame {
  public:
+  using IFrame::m_bSourceByteSwapped;
   using IFrame::m_uiWorkSize;
   using IFrame::m_uiWorkSizeWithHeader;
   using IFrame::m_ulSourceLength;
   using IFrame::m_UserMergeBuffers;
+};
+
+/// A merge algorithm of an outside program, which notes what the frame tells it.
+class OutsideMerge : public CCustomMergeAlgo {
+ public:
+  int MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
+                  unsigned long ulNumPixels) override {
+    merges.push_back({pLow, pHigh, pMerged, ulNumPixels, m_bMergedStatistics});
+    return 3;
+  }
+  void GetMergeHeaderSize(ORVA_IMAGE_FORMAT eFormat, unsigned long ulNumPixels, unsigned int uiBitsPerPixel,
+                          unsigned int& uiLeading, unsigned int& uiTrailing) override {
+    askedFormat = eFormat;
+    askedPixels = ulNumPixels;
+    askedBits = uiBitsPerPixel;
+    uiLeading = 10;
+    uiTrailing = 6;
+  }
+  void SetStartRowOffset(unsigned int uiRow) override { startRow = uiRow; }
+
+  struct Call {
+    unsigned short *low, *high, *merged;
+    unsigned long pixels;
+    bool statistics;
+  };
+  std::vector<Call> merges;
+  unsigned int askedFormat = 99, askedBits = 0, startRow = 0;
+  unsigned long askedPixels = 0;
 };
 
 class FrameBase : public ::testing::Test {
@@ -162,6 +191,63 @@ TEST_F(FrameBase, MakesRoomForTheMergedImagesHeader) {
   }
 }
 
+TEST_F(FrameBase, AsksTheAlgorithmForRoomAndTellsItTheImagesFirstRow) {
+  sim::HeaderFields f = header("VESTRA VS400", 12, true, 8, 4);
+  f.startRow = 21;
+  RawFrame lower(f);
+  const auto algo = std::make_unique<OutsideMerge>();
+  algo->SetMergeEnables({0, 5, 0});
+  frame.Initialize(lower.metaData, lower.bytes.data(), lower.bytes.size(), algo.get());
+  Images images;
+  ASSERT_EQ(frame.AllocateUserMergeBuffers(&images), 0);
+  EXPECT_EQ(algo->askedFormat, 99u);  // nobody wants a merged plane
+  images.bMergedImageRequest = true;
+  ASSERT_EQ(frame.AllocateUserMergeBuffers(&images), 0);
+  EXPECT_EQ(algo->askedFormat, 5u);
+  EXPECT_EQ(algo->askedPixels, 32u);
+  EXPECT_EQ(algo->askedBits, 16u);
+  EXPECT_EQ(algo->startRow, 21u);
+  EXPECT_EQ(images.ulMergedImageSize, 64u + 10 + 6);
+  EXPECT_EQ(images.ulMergedImagePixels, 32u);
+}
+
+TEST_F(FrameBase, HandsTheAlgorithmItsPlanesAndTheStatisticsFlag) {
+  const auto algo = std::make_unique<OutsideMerge>();
+  initialize(algo.get());
+  Pixels low(4), high(4), merged(4);
+  for (const bool enabled : {true, false}) {
+    frame.EnableMergeStatistics(enabled);
+    algo->merges.clear();
+    EXPECT_EQ(frame.MergeFrame(low.data(), high.data(), merged.data(), 4), 3);  // the algorithm's status
+    ASSERT_EQ(algo->merges.size(), 1u);
+    EXPECT_EQ(algo->merges[0].low, low.data());
+    EXPECT_EQ(algo->merges[0].high, high.data());
+    EXPECT_EQ(algo->merges[0].merged, merged.data());
+    EXPECT_EQ(algo->merges[0].pixels, 4u);
+    EXPECT_EQ(algo->merges[0].statistics, enabled);
+  }
+  frame.EnableMergeStatistics(true);
+  initialize(algo.get());  // clears the flag
+  frame.MergeFrame(low.data(), high.data(), merged.data(), 4);
+  EXPECT_FALSE(algo->merges.back().statistics);
+}
+
+TEST_F(FrameBase, KeepsTheStatusOfUnpackingWhateverTheAlgorithmSays) {
+  const auto algo = std::make_unique<OutsideMerge>();
+  Bench bench(raw);
+  bench.frame->Initialize(raw.metaData, raw.bytes.data(), raw.bytes.size(), algo.get());
+  Images images;
+  Images::all(images);
+  EXPECT_EQ(bench.frame->Merge(&images), 0);
+  ASSERT_EQ(algo->merges.size(), 1u);
+  EXPECT_EQ(algo->merges[0].low, images.pLowImage);
+  EXPECT_EQ(algo->merges[0].high, images.pHighImage);
+  EXPECT_EQ(algo->merges[0].merged, images.pMergedImage);
+  EXPECT_EQ(algo->merges[0].pixels, 32u);
+  EXPECT_EQ(images.low(), raw.plane(0));
+  EXPECT_EQ(images.high(), raw.plane(1));
+}
+
 TEST_F(FrameBase, KeepsItsWorkingBuffersWhenTheyAreLargeEnough) {
   ASSERT_EQ(frame.AllocateFrameBuffers(100, 10), 0);
   EXPECT_EQ(frame.m_uiWorkSize, 100u);
@@ -205,6 +291,12 @@ TEST_F(FrameBase, WritesEachPlanesProcessedHeader) {
     EXPECT_FALSE(metaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool());
     EXPECT_TRUE(metaData.Value(ORVA_META_KEY_PIXEL_ORDERED_IMAGE).GetValueBool());
   }
+  frame.m_bSourceByteSwapped = true;
+  ASSERT_EQ(frame.GetProcessedLowMetaData(low.data(), 384), 0);
+  CFrameMetaData swapped;
+  ASSERT_EQ(swapped.Parse(low.data(), 384), 0);
+  EXPECT_FALSE(swapped.Value(ORVA_META_KEY_PIXEL_ORDERED_IMAGE).GetValueBool());
+
   Bytes small(383, 9);
   EXPECT_EQ(frame.GetProcessedHighMetaData(small.data(), 383), -1);
   EXPECT_EQ(small, Bytes(383, 9));
@@ -254,7 +346,8 @@ TEST_F(FrameBase, ReadsAWholeFileAndLeavesTheStreamOpen) {
   std::fseek(file, 100, SEEK_SET);
   EXPECT_EQ(frame.Initialize(raw.metaData, file, nullptr), 0);
   EXPECT_EQ(frame.m_ulSourceLength, raw.bytes.size());
-  EXPECT_EQ(frame.SetSourceImage(file), 0);  // once more
+  EXPECT_EQ(frame.SetSourceImage(file), 0);   // once more
+  EXPECT_EQ(frame.ReadSourceImage(file), 0);  // which gives back what was read before
   EXPECT_GE(std::ftell(file), 0);
   std::fclose(file);
   frame.FreeSourceImageBuffer();
