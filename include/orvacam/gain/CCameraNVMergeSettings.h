@@ -30,10 +30,13 @@ class ORVACAM_API CCameraNVMergeSettings {
   /// The first value listed for a gain setting; false, with dValue left alone, when there is none.
   bool GetNVElectronsPerCount(unsigned int uiGain, bool bHighGain, double& dValue) const;
 
+  /// High to low gain: the ratio to go by without gain tables, and the one for a pair of gains that the block
+  /// does not describe. Both 40.0 without a block.
   double GetGainRatio() const { return m_dGainRatio; }
   double GetDefaultGainRatio() const { return m_dDefaultGainRatio; }
   unsigned int GetNumLineOffsets() const { return m_pLineOffsets != nullptr ? m_uiNumLineOffsets : 0; }
-  /// The merge-line records; they stay the object's.
+  /// The merge-line records by pair of gains, null when there are none, and those of the extra list, the
+  /// first of which stands in for missing pairs. They stay the object's.
   const merge_line_offsets_t* GetLineOffsets() const { return m_pLineOffsets; }
   const std::vector<merge_line_offsets_t>& GetExtraLineOffsets() const { return m_vExtraLineOffsets; }
 

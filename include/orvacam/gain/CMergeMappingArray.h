@@ -17,6 +17,7 @@ class ORVACAM_API CMergeMappingArray {
   void Create(unsigned int uiWidth, unsigned int uiHeight);
   /// Copies a row over another; nothing when either does not exist.
   void CopyRow(unsigned int uiSource, unsigned int uiDestination);
+  /// Frees the data; the array is empty afterwards.
   void FreeAll();
 
   unsigned int GetWidth() const { return m_uiWidth; }

@@ -40,7 +40,9 @@ class ORVACAM_API CMergeSettings {
   /// The record of a pair, which stays the object's. Needs records (HasGainOffsetPairs); a default record
   /// without. Both device indices are looked up in the low-gain table.
   merge_line_offsets_t& GetGainOffsetPair(unsigned int uiLow, unsigned int uiHigh);
+  /// That record's gain ratio.
   double GetGainOffsetPairGainRatio(unsigned int uiLow, unsigned int uiHigh);
+  /// Whether there are records, and for how many gains of either channel.
   /// Whether the sensor's gain tables are there: after Initialize, unless memory ran out.
   bool HasGainTables() const { return m_pGainTables != nullptr; }
   bool HasGainOffsetPairs() const { return m_ppGainOffsetPairs != nullptr; }
@@ -68,6 +70,7 @@ class ORVACAM_API CMergeSettings {
   /// Makes the records, each with its defaults; records of exactly this many gains are kept as they are. 0,
   /// or -1 without memory.
   int AllocateGainOffsetPairs(unsigned int uiLowGains, unsigned int uiHighGains);
+  /// Frees the records.
   void FreeGainOffsetPairs();
   /// Frees the records and the gain tables.
   void FreeAll();

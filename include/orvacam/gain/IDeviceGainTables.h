@@ -26,7 +26,7 @@ class ORVACAM_API IDeviceGainTables {
                           unsigned int* pMask) = 0;
   /// Gain x 1000 of an entry; 1000 where there is none.
   virtual unsigned int GetDeviceValueFromTableIndex(ORVAGAINTABLE eTable, unsigned int uiIndex);
-  /// 0xFFFFFFFF for another channel.
+  /// How many gain settings the channel has; 0xFFFFFFFF for another channel.
   virtual unsigned int GetNumEntries(ORVAGAINTABLE eTable);
   /// Copies all entries, in the sensor's own order or sorted by value. -1 when they exceed the capacity.
   virtual int GetTable(ORVAGAINTABLE eTable, gain_value_t* pTable, unsigned int uiCapacity, bool bSorted);
@@ -42,7 +42,8 @@ class ORVACAM_API IDeviceGainTables {
   virtual double GetDNETableValue(ORVAGAINTABLE eTable, unsigned int uiDeviceIndex);
   /// Device index of an entry; the index itself where there is none.
   virtual unsigned int GetDNETableDeviceIndex(ORVAGAINTABLE eTable, unsigned int uiIndex);
-  /// 0xFFFFFFFF for another channel.
+  /// How many electrons-per-count values the channel has, 0 for a sensor without them; 0xFFFFFFFF for another
+  /// channel.
   virtual unsigned int GetDNETableNumEntries(ORVAGAINTABLE eTable);
   /// Takes the camera's stored electrons per count into the DNE tables; pNV may be null. 0.
   virtual int InitializeMergeSettings(CCameraNVMergeSettings* pNV);
@@ -53,8 +54,9 @@ class ORVACAM_API IDeviceGainTables {
   int MapGainTable(ORVAGAINTABLE eTable, const gain_value_t* pTable, unsigned int uiEntries);
   /// Sets a channel's DNE table, which stays the caller's. -1 for a null table or another channel.
   int MapDNEGainTable(ORVAGAINTABLE eTable, merge_gain_t* pTable, unsigned int uiEntries);
-  /// Replaces a channel's table.
+  /// Replaces a channel's table; as MapGainTable, with the earlier sorted copy freed.
   int SetGainTable(ORVAGAINTABLE eTable, const gain_value_t* pTable, unsigned int uiEntries);
+  /// Copies entries; both tables are the caller's.
   static void CopyTable(const gain_value_t* pFrom, gain_value_t* pTo, unsigned int uiEntries);
   /// Forgets both gain tables; the DNE tables stay.
   void FreeTables();

@@ -16,6 +16,7 @@ class ORVACAM_API CMetaValues {
   CMetaValues& operator=(const CMetaValues& other);
   ~CMetaValues();
 
+  /// Each replaces kind and value.
   void SetValueUint(unsigned int uiValue);
   void SetValueUint64(unsigned long ulValue);
   void SetValueInt(int iValue);
@@ -39,8 +40,9 @@ class ORVACAM_API CMetaValues {
   /// length, that many bytes are copied, and the buffer is returned. A number sets iSize to -1 and yields
   /// null.
   unsigned char* GetValue(void* pBuffer, int& iSize) const;
-  /// The address of the number.
+  /// The address of the number, as wide as its kind; it stays the value's.
   void* GetValuePtr();
+  /// Whether this is a text.
   bool IsStringValue() const;
 
   /// Comparisons by value across the numeric kinds; a flag never equals a number.

@@ -102,6 +102,7 @@ ORVACAM_API void utilOSShowError(const wchar_t* pMessage);
 /// or the status of the step that failed (errno says why; ENOTDIR where a file is in the way).
 ORVACAM_API int utilOSMakeDirectory(const wchar_t* pPath);
 
+/// Whether the path exists and is a directory.
 ORVACAM_API bool utilOSDirectoryExists(const std::wstring& path);
 
 /// Bytes available to unprivileged users and bytes in all on the file system of the path; the status of
