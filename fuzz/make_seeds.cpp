@@ -1,4 +1,5 @@
-// Writes the seeds of every fuzz target below a folder, from the simulator.
+// Writes the seeds of every fuzz target below a folder, from the simulator: every sensor, read-out mode and
+// header version, small.
 //
 //   fuzz_seeds FOLDER
 
@@ -21,16 +22,108 @@ void write(const fs::path& path, const Bytes& bytes) {
       .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
-sim::HeaderFields small(sim::HeaderFields fields) {
-  fields.width = 24;
-  fields.height = 6;
-  return fields;
+void append(Bytes& bytes, const Bytes& more) {
+  bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
-Bytes joined(unsigned char first, const Bytes& rest) {
-  Bytes bytes{first};
-  bytes.insert(bytes.end(), rest.begin(), rest.end());
+Bytes joined(Bytes first, const Bytes& rest) {
+  append(first, rest);
+  return first;
+}
+
+void appendWord(Bytes& bytes, std::size_t value) {
+  bytes.push_back(static_cast<unsigned char>(value >> 8));
+  bytes.push_back(static_cast<unsigned char>(value));
+}
+
+/// Numbers that look random and are the same everywhere.
+Bytes noise(std::size_t count, unsigned int seed) {
+  Bytes bytes(count);
+  for (unsigned char& byte : bytes) {
+    seed = seed * 1664525u + 1013904223u;
+    byte = static_cast<unsigned char>(seed >> 24);
+  }
   return bytes;
+}
+
+/// The frame target of a camera.
+const char* familyOf(const sim::Camera& camera) {
+  switch (sim::sensorOf(camera.model)) {
+    case sim::Sensor::Gsense400:
+      return "frame_gsense400";
+    case sim::Sensor::Gsense2020:
+      return "frame_gsense2020";
+    case sim::Sensor::Gsense4040:
+      return "frame_gsense4040";
+    case sim::Sensor::Gsense6060:
+      return "frame_gsense6060";
+    case sim::Sensor::Ccd:
+      return "frame_ccd";
+    default:
+      return "frame_plain";
+  }
+}
+
+/// A small frame of a camera with reference rows and pixels where its sensor has them.
+sim::HeaderFields small(sim::HeaderFields f, bool references) {
+  f.width = 24;
+  f.height = 6;
+  const bool gsense =
+      sim::sensorOf(f.model) != sim::Sensor::Ccd && sim::sensorOf(f.model) != sim::Sensor::Other;
+  if (gsense && references) {
+    f.postRefPixels = 2;
+    f.preRefRows = f.postRefRows = 1;
+  }
+  return f;
+}
+
+/// Options and region of the frame targets: all planes with statistics, as pixels, TIFF and FITS layout, and
+/// a region of 8 x 2 pixels in room enough.
+Bytes frameOptions(unsigned int format) {
+  Bytes options;
+  appendWord(options, 0x0410u | format << 5 | 8u * (format & 1));
+  append(options, {2, 1, 8, 2});
+  appendWord(options, 1024);
+  return options;
+}
+
+void frameSeeds(const fs::path& folder) {
+  for (const sim::Camera& camera : sim::cameras())
+    for (const char* mode : {"single", "hdr", "16bit", "cms"}) {
+      const auto usual = sim::headerFor(camera, mode);
+      if (!usual) continue;
+      for (unsigned int version = 1; version <= 4; ++version) {
+        const sim::HeaderFields f = sim::asVersion(small(*usual, version != 3), version);
+        const Bytes frame = sim::encodeFrame(f, version, sim::exposeSky(camera, f, sim::Sky()));
+        const std::string name = std::string(camera.name) + "-" + mode + "-" + std::to_string(version);
+        write(folder / familyOf(camera) / name, joined(frameOptions(version % 3), frame));
+        write(folder / "header" / name, sim::writeHeader(f, version));
+        if (version == 3) continue;
+        Bytes file{static_cast<unsigned char>(3 | version % 3 << 3)};
+        appendWord(file, frame.size());
+        appendWord(file, 0);
+        write(folder / "frame_files" / name, joined(file, frame));
+      }
+    }
+}
+
+/// Every amplifier of a CCD, and binned frames.
+void specialFrameSeeds(const fs::path& folder) {
+  const sim::Camera& ccd = *sim::findCamera("CCD230-84");
+  for (const unsigned int amplifiers : {0x00u, 0x04u, 0x08u, 0x10u, 0x20u, 0x3Cu}) {
+    sim::HeaderFields f = small(*sim::headerFor(ccd, "single"), false);
+    f.quadrants = amplifiers;
+    const Bytes frame = sim::encodeFrame(f, 3, sim::exposeSky(ccd, f, sim::Sky()));
+    write(folder / "frame_ccd" / ("amplifiers-" + std::to_string(amplifiers)),
+          joined(frameOptions(0), frame));
+  }
+  for (const char* name : {"GSENSE400", "GSENSE2020", "GSENSE4040", "GSENSE6060", "IMX183"}) {
+    const sim::Camera& camera = *sim::findCamera(name);
+    sim::HeaderFields f = small(*sim::headerFor(camera, "single"), false);
+    f.horizontalBinning = f.verticalBinning = 2;
+    const Bytes frame = sim::encodeFrame(f, 3, sim::exposeSky(camera, f, sim::Sky()));
+    write(folder / familyOf(camera) / (std::string(name) + "-binned"), joined(frameOptions(0), frame));
+  }
 }
 
 /// A calibration block of a version: common part, one entry of each list.
@@ -58,20 +151,90 @@ Bytes calibration(unsigned int version) {
   body.swap(block);
   put(2, static_cast<unsigned int>(block.size()) + 8);
   put(2, version);
-  body.insert(body.end(), block.begin(), block.end());
+  append(body, block);
   return body;
 }
 
-Bytes fitsHeader() {
+void headerSeeds(const fs::path& folder) {
+  for (unsigned int version = 1; version <= 4; ++version) {
+    sim::HeaderFields f;
+    f.otherBlock = {1, 2, 3, 4};
+    const Bytes header = sim::writeHeader(f, version);
+    write(folder / "header" / ("plain-" + std::to_string(version)), header);
+    write(folder / "tiff" / ("header-" + std::to_string(version)), joined(Bytes(15, 3), header));
+    write(folder / "nv_block" / std::to_string(version), calibration(version));
+    // Two frames of 4 pixels, then the header of the result.
+    Bytes steps = {0, 4, 2, 1, 1, 2, 3, 4, 8, 9};
+    appendWord(steps, header.size());
+    write(folder / "stacker" / ("described-" + std::to_string(version)), joined(steps, header));
+  }
+}
+
+/// Reference pairs of each sensor that merges, alone and together with a frame.
+void referenceSeeds(const fs::path& folder) {
+  for (const char* name : {"GSENSE400", "GSENSE2020", "GSENSE4040", "GSENSE6060"}) {
+    const sim::Camera& camera = *sim::findCamera(name);
+    const sim::HeaderFields f = small(*sim::headerFor(camera, "hdr"), false);
+    const Bytes dsnu = sim::dsnuFile(camera, f, sim::Sky()), prnu = sim::prnuFile(camera, f, sim::Sky());
+    for (unsigned char given = 0; given < 3; ++given) {
+      Bytes pair;
+      appendWord(pair, dsnu.size());
+      pair.push_back(given);
+      append(pair, dsnu);
+      append(pair, prnu);
+      write(folder / "reference_files" / (std::string(name) + "-" + std::to_string(given)), pair);
+    }
+    const Bytes frame = sim::encodeFrame(f, 3, sim::exposeSky(camera, f, sim::Sky()));
+    Bytes files = {0x10};
+    appendWord(files, frame.size());
+    appendWord(files, dsnu.size());
+    for (const Bytes* bytes : {&frame, &dsnu, &prnu})
+      append(files, *bytes);
+    write(folder / "frame_files" / (std::string(name) + "-corrected"), files);
+  }
+}
+
+void fitsSeeds(const fs::path& folder) {
   std::string text;
-  for (const char* card :
-       {"SIMPLE  = T", "INSTRUME= 'VESTRA VS400'", "DATE-OBS= '2024-05-17T21:04:33.123456700'",
-        "XBINNING= 2 / binning", "SENSTEMP= -12.5", "COMMENT   text", "END"}) {
+  for (const char* card : {"SIMPLE  = T", "BITPIX  = 16", "NAXIS   = 2", "NAXIS1  = 24", "NAXIS2  = 6",
+                           "INSTRUME= 'VESTRA VS400'", "DATE-OBS= '2024-05-17T21:04:33.123456700'",
+                           "XBINNING= 2 / binning", "SENSTEMP= -12.5", "COMMENT   text", "HISTORY", "END"}) {
     text += card;
     text.resize((text.size() + 79) / 80 * 80, ' ');
   }
   text.resize(2880, ' ');
-  return {text.begin(), text.end()};
+  write(folder / "fits_header" / "whole", {text.begin(), text.end()});
+  write(folder / "header" / "fits", {text.begin(), text.end()});
+  text.resize(2875);
+  write(folder / "fits_header" / "cut", {text.begin(), text.end()});
+}
+
+void textSeeds(const fs::path& folder) {
+  const std::string texts[] = {"2024/05/17 21:04:33.123456700",
+                               "2024/05/17 21:04:33.123NOGPS  ",
+                               "2024/05/17 21:04:33.123ERROR  ",
+                               "-1.5e300",
+                               "0x1F",
+                               "1234567890",
+                               "DEADbeef",
+                               "T",
+                               std::string("\0\0\0\x41\x42", 5),
+                               "\xC3\xA9\xFF\xFE"};
+  unsigned int number = 0;
+  for (const std::string& text : texts)
+    write(folder / "text_readers" / std::to_string(++number), {text.begin(), text.end()});
+}
+
+/// Targets that read their input as a list of choices start from noise of all lengths.
+void choiceSeeds(const fs::path& folder) {
+  for (unsigned int i = 0; i < 24; ++i) {
+    const Bytes bytes = noise(40 + 70 * i, i);
+    for (const char* target : {"kernels", "round_trip", "merge", "stacker", "tiff"}) {
+      Bytes seed = bytes;
+      seed[0] = static_cast<unsigned char>(i);
+      write(folder / target / ("noise-" + std::to_string(i)), seed);
+    }
+  }
 }
 
 }  // namespace
@@ -79,35 +242,12 @@ Bytes fitsHeader() {
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
   const fs::path folder = argv[1];
-  unsigned char family = 0;
-  for (const sim::Camera& camera : sim::cameras()) {
-    for (const char* mode : {"single", "hdr", "16bit", "cms"}) {
-      const auto fields = sim::headerFor(camera, mode);
-      if (!fields) continue;
-      const sim::HeaderFields f = small(*fields);
-      const Bytes frame = sim::encodeFrame(f, 3, sim::exposeSky(camera, f, sim::Sky()));
-      const std::string name = std::string(camera.name) + "-" + mode;
-      write(folder / "frame" / name, joined(family, frame));
-      write(folder / "kernels" / name, frame);
-      write(folder / "round_trip" / name, frame);
-    }
-    ++family;
-  }
-  for (unsigned int version = 1; version <= 4; ++version) {
-    sim::HeaderFields f;
-    f.otherBlock = {1, 2, 3, 4};
-    write(folder / "header" / std::to_string(version), sim::writeHeader(f, version));
-    write(folder / "nv_block" / std::to_string(version), calibration(version));
-  }
-  const sim::Camera& camera = *sim::findCamera("GSENSE400");
-  const sim::HeaderFields f = small(*sim::headerFor(camera, "hdr"));
-  Bytes pair = sim::dsnuFile(camera, f, sim::Sky());
-  const Bytes prnu = sim::prnuFile(camera, f, sim::Sky());
-  pair.insert(pair.end(), prnu.begin(), prnu.end());
-  write(folder / "reference_files" / "pair", pair);
-  write(folder / "fits_header" / "whole", fitsHeader());
-  const std::string times[] = {"2024/05/17 21:04:33.123456700", "2024/05/17 21:04:33.123NOGPS  ", "-1.5e300",
-                               "0x1F"};
-  for (const std::string& text : times)
-    write(folder / "text_readers" / std::to_string(text.size()), {text.begin(), text.end()});
+  fs::remove_all(folder);  // seeds of an earlier version
+  frameSeeds(folder);
+  specialFrameSeeds(folder);
+  headerSeeds(folder);
+  referenceSeeds(folder);
+  fitsSeeds(folder);
+  textSeeds(folder);
+  choiceSeeds(folder);
 }

@@ -1,9 +1,11 @@
-// A frame of the input's pixels, encoded by the simulator and decoded by the library: what comes out is what
-// went in.
+// A frame of the input's geometry and pixels, encoded by the simulator and decoded by the library: planes,
+// statistics and merge are what went in.
 
 #include <orvacam.h>
 
-#include <cstring>
+#include <algorithm>
+#include <cmath>
+#include <memory>
 
 #include "fuzz_support.h"
 #include "simulator/Encoder.h"
@@ -11,52 +13,134 @@
 namespace {
 
 namespace sim = orvacam::simulator;
+using fuzz::Bytes;
+using fuzz::Input;
 
-sim::HeaderFields fieldsOf(const std::uint8_t* data) {
-  constexpr const char* models[] = {"VS400", "VS2020", "VS4040", "VS6060", "ARGENT 230-84", "IMX183"};
+constexpr const char* models[] = {"VS400",         "VS2020",      "VS4040", "VS6060", "ARGENT 230-42",
+                                  "ARGENT 230-84", "ARGENT 4320", "IMX183", "PLAIN"};
+
+sim::HeaderFields fieldsOf(Input& input) {
   sim::HeaderFields f;
-  f.model = models[data[0] % 6];
-  const bool gsense = data[0] % 6 < 4;
-  f.hdr = gsense && (data[1] & 1) != 0;
-  f.dataBits = f.sensorBits = gsense ? 12 : 16;
-  f.width = 2 + 2 * (data[2] % 40u);
-  f.height = 1 + data[3] % 20u;
-  f.quadrants = data[4] % 2 != 0 ? 0x3C : 4u << data[4] % 4;
+  f.model = models[input.upTo(8)];
+  const sim::Sensor sensor = sim::sensorOf(f.model);
+  const bool gsense = sensor != sim::Sensor::Ccd && sensor != sim::Sensor::Other;
+  const unsigned int flags = input.byte();
+  f.hdr = gsense && (flags & 1) != 0;
+  const bool deep = !gsense || ((flags & 2) != 0 && !f.hdr && sensor != sim::Sensor::Gsense400);
+  f.dataBits = f.sensorBits = deep ? 16 : 12;
+  f.width = 1 + input.upTo(70);
+  f.height = 1 + input.upTo(20);
+  f.quadrants = (flags & 4) != 0 ? 0x3C : 4u << input.upTo(3);
   if (f.quadrants == 0x3C) f.height += f.height % 2;  // the middle row of an odd height is not read
   if (gsense) {
-    f.postRefPixels = 2 * (data[5] % 4u);
-    f.preRefRows = data[6] % 3u;
+    f.preRefPixels = sensor == sim::Sensor::Gsense6060 || !f.hdr ? input.upTo(5) : 0;
+    f.postRefPixels = input.upTo(5);
+    f.preRefRows = input.upTo(3);
+    f.postRefRows = input.upTo(3);
   }
+  f.lowGain = input.upTo(7);
+  f.highGain = input.upTo(7);
+  f.pixelOrdered = (flags & 8) != 0;
+  f.startRow = input.upTo(3);
+  f.startColumn = input.upTo(40);
   return f;
+}
+
+/// The correction of one pixel by one gain ratio.
+unsigned int corrected(unsigned int pixel, double ratio) {
+  const double most = CHWMergeReferenceFrames::PositiveIntMax(3);
+  return CHWMergeReferenceFrames::LimitPixel(std::min<double>(pixel, most) * ratio);
+}
+
+void compareMerged(const unpacked_images_t& images, const std::vector<sim::Plane>& planes, double ratio) {
+  // The ratio as the merge has it, in fixed point.
+  const double kept =
+      CHWMergeReferenceFrames::ConvertToDouble(CHWMergeReferenceFrames::ConvertToFixedPoint(ratio, 10), 10);
+  for (std::size_t i = 0; i < planes[0].size(); ++i) {
+    const unsigned int low = corrected(planes[0][i], kept), high = corrected(planes[1][i], 1);
+    const bool takeLow = high >= 3700 || low > high + 128;
+    FUZZ_REQUIRE(images.pMergedImage[i] == (takeLow ? low : high));
+  }
+}
+
+void compareStatistics(const image_plane_stats_t& stats, const std::vector<std::uint16_t>& pixels) {
+  double sum = 0, squares = 0;
+  for (const std::uint16_t pixel : pixels) {
+    sum += pixel;
+    squares += static_cast<double>(pixel) * pixel;
+  }
+  const auto count = static_cast<double>(pixels.size());
+  FUZZ_REQUIRE(stats.dMean == sum / count);
+  FUZZ_REQUIRE(std::fabs(stats.dStdDev -
+                         std::sqrt(std::max(0.0, squares / count - sum / count * sum / count))) < 1e-3);
+  FUZZ_REQUIRE(stats.uiMin == *std::min_element(pixels.begin(), pixels.end()));
+  FUZZ_REQUIRE(stats.uiMax == *std::max_element(pixels.begin(), pixels.end()));
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 16) return 0;
-  const sim::HeaderFields fields = fieldsOf(data);
+  Input input(data, size);
+  const unsigned int version = 1 + input.upTo(3);
+  const sim::HeaderFields fields = sim::asVersion(fieldsOf(input), version);
   const sim::Layout layout = sim::layoutOf(fields);
-  std::size_t next = 7;
-  const std::vector<sim::Plane> planes = sim::makePlanes(layout, [&](const sim::PixelPlace&) {
-    const unsigned int value = static_cast<unsigned int>(data[next % size] << 8 | data[(next + 5) % size]);
-    next += 3;
-    return static_cast<std::uint16_t>(layout.packing == sim::Packing::Packed12 ? value & 4095 : value);
-  });
-  std::vector<unsigned char> frame = sim::encodeFrame(fields, 1 + data[1] % 4u, planes);
+  const unsigned int cut = input.word();
 
-  CAlgo algo;
+  const Bytes rest = input.rest();
+  std::size_t next = 0;
+  std::vector<std::uint16_t> counted[2];  // the image pixels of each plane
+  const std::vector<sim::Plane> planes = sim::makePlanes(layout, [&](const sim::PixelPlace& place) {
+    const std::size_t at = next;
+    next += 3;
+    if (rest.empty()) return static_cast<std::uint16_t>(at & 4095);
+    const std::size_t value = rest[at % rest.size()] * 256u + rest[(at + 5) % rest.size()] + at / rest.size();
+    const auto pixel =
+        static_cast<std::uint16_t>(layout.packing == sim::Packing::Packed12 ? value & 4095 : value);
+    if (place.image) counted[place.plane].push_back(pixel);
+    return pixel;
+  });
+  Bytes frame = sim::encodeFrame(fields, version, planes);
+
+  const auto owner = std::make_unique<CAlgo>();
+  CAlgo& algo = *owner;
   unpacked_images_t images{};
-  images.bLowImageRequest = images.bHighImageRequest = true;
-  const int status = algo.MergeImage(frame.data(), frame.size(), &images, nullptr);
+  images.bLowImageRequest = images.bHighImageRequest = images.bMergedImageRequest = true;
+  unpacked_stats_t stats{};
+  stats.statsLow.bRequest = stats.statsHigh.bRequest = stats.statsMerged.bRequest = true;
+  const int status = algo.MergeImage(frame.data(), frame.size(), &images, &stats);
+
+  // Odd runs of packed pixels make a plane longer than the frame says: there is no room for them.
+  CFrameMetaData metaData;
+  FUZZ_REQUIRE(metaData.Parse(frame.data(), fuzz::length(frame)) == 0);
+  unsigned int width = 0, height = 0;
+  FUZZ_REQUIRE(metaData.GetFrameDimensionsBinned(width, height) == 0);
   const std::size_t pixels = planes[0].size();
-  if (fields.model == "IMX183" || pixels <= images.ulLowImagePixels) {
-    FUZZ_REQUIRE(status == 0 ||
-                 data[1] % 4u < 2);  // versions 1 and 2 fix the reference pixels of some cameras
-    if (status == 0 && data[1] % 4u >= 2) {
-      FUZZ_REQUIRE(std::memcmp(images.pLowImage, planes[0].data(), 2 * pixels) == 0);
-      if (planes.size() == 2) FUZZ_REQUIRE(std::memcmp(images.pHighImage, planes[1].data(), 2 * pixels) == 0);
+  const bool noAmplifier = layout.packing == sim::Packing::Ccd && fields.quadrants == 0;
+  if (pixels > std::size_t{width} * height || noAmplifier) {
+    FUZZ_REQUIRE(status == -1);
+  } else {
+    FUZZ_REQUIRE(status == 0);
+    FUZZ_REQUIRE(std::memcmp(images.pLowImage, planes[0].data(), 2 * pixels) == 0);
+    if (planes.size() == 2) {
+      FUZZ_REQUIRE(std::memcmp(images.pHighImage, planes[1].data(), 2 * pixels) == 0);
+      // Identity frames are as large as the frame: behind a start row there are too few of them.
+      const bool enough = fields.startRow == 0 || fields.startRow >= height;
+      if (fields.hdr && enough) compareMerged(images, planes, 40.0);  // the ratio before any camera is known
+      if (!fields.hdr || !enough)
+        FUZZ_REQUIRE(
+            std::all_of(images.pMergedImage, images.pMergedImage + pixels, [](int p) { return p == 0; }));
+      if (fields.width % 2 == 0 && !rest.empty()) {
+        compareStatistics(stats.statsLow, counted[0]);
+        compareStatistics(stats.statsHigh, counted[1]);
+      }
     }
   }
+  algo.FreeStatsPointers(&stats);
+
+  // The same frame cut short is never taken for whole.
+  Bytes shorter(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(cut % frame.size()));
+  if (layout.packing != sim::Packing::Plain16)
+    FUZZ_REQUIRE(algo.MergeImage(shorter.data(), shorter.size(), &images, nullptr) == -1);
   algo.FreeFramePointers(&images);
   return 0;
 }

@@ -372,7 +372,7 @@ void IFrame::DoCopyPlane16(unsigned short* pOut, unsigned long ulPixels) const {
   unsigned long length = 0;
   const unsigned char* const pixels = DoPixelData(length);
   // Intended: a source that is too short is left uncopied, without an error.
-  if (pixels != nullptr && length / 2 >= ulPixels) std::memcpy(pOut, pixels, 2 * ulPixels);
+  if (pixels != nullptr && ulPixels > 0 && length / 2 >= ulPixels) std::memcpy(pOut, pixels, 2 * ulPixels);
 }
 
 int IFrame::UnpackImage12to16(unsigned short* pOut, unsigned long ulSize) {

@@ -37,6 +37,7 @@ void CCustomMergeAlgo::SetStartRowOffset(unsigned int /*uiRow*/) {}
 
 void CCustomMergeAlgo::SetMetaData(const CFrameMetaData& metaData) {
   m_MetaData = metaData;
+  m_MergedStatistics.Reset();  // those of the frame before; this one may not be merged at all
 }
 
 void CCustomMergeAlgo::EnableStatistics(bool bEnable) {

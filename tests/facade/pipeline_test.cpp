@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <orvacam.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "TestFolder.h"
@@ -297,6 +298,20 @@ TEST_F(Facade, GivesAllSixBuffersBackAndKeepsTheirRecord) {
         static_cast<void*>(images.pMergedMetaData), static_cast<void*>(images.pMergedImage)})
     EXPECT_EQ(buffer, nullptr);
   EXPECT_TRUE(images.bMergedImageRequest);
+}
+
+TEST_F(Facade, DeliversNoMergedStatisticsOfTheFrameBefore) {
+  unpacked_stats_t stats{};
+  stats.statsMerged.bRequest = true;
+  images.bMergedImageRequest = true;
+  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), 0);
+  ASSERT_GT(stats.statsMerged.uiMax, 0u);
+  RawFrame single(fieldsOf(cameras[1]));  // which is not merged
+  ASSERT_EQ(algo.MergeImage(single.bytes.data(), single.bytes.size(), &images, &stats), 0);
+  EXPECT_EQ(stats.statsMerged.uiMax, 0u);
+  EXPECT_EQ(stats.statsMerged.dMean, 0.0);
+  EXPECT_EQ(std::count(stats.statsMerged.pHistogram, stats.statsMerged.pHistogram + 65535, 0.0), 65535);
+  algo.FreeStatsPointers(&stats);
 }
 
 TEST_F(Facade, UsesACallersHistogramAsFarAsItGoes) {

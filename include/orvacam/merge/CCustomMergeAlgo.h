@@ -33,7 +33,7 @@ class ORVACAM_API CCustomMergeAlgo {
   virtual void SetStartRowOffset(unsigned int uiRow);
 
   /// The metadata of the frame in hand, copied; may throw std::bad_alloc. Needed by merges with statistics or
-  /// an image file header.
+  /// an image file header. The statistics of the frame before are forgotten.
   void SetMetaData(const CFrameMetaData& metaData);
   CFrameMetaData& GetMetaData() { return m_MetaData; }
   /// Whether the next merges gather statistics of the merged plane's image pixels. Statistics describe the
