@@ -208,6 +208,57 @@ TEST_F(Facade, RefusesWhatDoesNotParseAndDeliversNothing) {
   EXPECT_EQ(images.pLowImage, nullptr);
 }
 
+TEST_F(Facade, RefusesFramesWhoseCaptureTimeDoesNotParse) {
+  // The fields in front of it are read, so that the pixels could be found: they are not looked for.
+  raw.bytes[152] = 'x';
+  images.bLowImageRequest = true;
+  unpacked_stats_t stats{};
+  stats.statsLow.bRequest = true;
+  EXPECT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), -1);
+  const TestFolder folder;
+  const std::wstring file = folder.write("frame.raw", raw.bytes);
+  EXPECT_EQ(algo.MergeFile(file.c_str(), &images, &stats, nullptr, nullptr), -1);
+  const conv_info_t info{ORVA_IMAGE_FORMAT_TIFF, nullptr, nullptr};
+  EXPECT_EQ(algo.ConvertFile(file.c_str(), &info, folder.wideFile("o.raw").c_str()), -1);
+  EXPECT_EQ(images.pLowImage, nullptr);
+  EXPECT_EQ(stats.statsLow.pHistogram, nullptr);
+  EXPECT_FALSE(folder.has("o_LOW.tiff"));
+}
+
+TEST_F(Facade, TakesNothingOfOneFrameIntoTheNext) {
+  sim::HeaderFields full = raw.fields;
+  full.backSideIlluminated = full.globalReset = full.gpsError = full.extraFlagBit7 = true;
+  full.otherBlock.assign(5, 9);
+  const sim::HeaderFields plain = header("VESTRA PLAIN", 16, false, 6, 4);
+  const TestFolder folder;
+  for (const bool fromFile : {false, true}) {
+    CAlgo used, fresh;
+    Bytes processed[2] = {Bytes(400), Bytes(400)};
+    for (CAlgo* each : {&used, &fresh}) {
+      RawFrame first(full, 4), next(plain, 1);
+      Bytes& metaData = processed[each == &used ? 0 : 1];
+      unpacked_images_t request{};
+      request.bMetaDataRequest = true;
+      request.uiMetaDataSize = 400;
+      request.pLowMetaData = request.pHighMetaData = request.pMergedMetaData = metaData.data();
+      for (RawFrame* frame : {&first, &next}) {
+        if (frame == &first && each == &fresh) continue;
+        const std::wstring file = folder.write("frame.raw", frame->bytes);
+        ASSERT_EQ(fromFile ? each->MergeFile(file.c_str(), &request, nullptr, nullptr, nullptr)
+                           : each->MergeImage(frame->bytes.data(), frame->bytes.size(), &request, nullptr),
+                  0);
+      }
+    }
+    // The high-gain black levels are those of the last header that has them.
+    EXPECT_EQ(processed[0][218], full.blackLevelHigh);
+    EXPECT_EQ(processed[0][220], full.blackLevelSunHigh);
+    processed[0][218] = processed[0][220] = 0;
+    for (std::size_t i = 0; i < 400; ++i)
+      EXPECT_EQ(int{processed[0][i]}, int{processed[1][i]})
+          << "byte " << i << (fromFile ? " from a file" : "");
+  }
+}
+
 TEST_F(Facade, DeliversMetadataInMemoryOnlyWhenAskedAndFromFilesIntoEveryBuffer) {
   Bytes low(384, 9), high(384, 9);
   const auto request = [&] {
@@ -370,6 +421,31 @@ TEST_F(Facade, KeepsTheCallersCorrectionFramesUntilIdentityIsAskedFor) {
   EXPECT_EQ(images.pMergedImage[0], raw.planes[1][0]);
 }
 
+TEST_F(Facade, CorrectsEachChannelWithItsOwnPlanes) {
+  ref_frames_t record{};
+  raw.metaData.GetFrameDimensions(record.uiWidth, record.uiHeight);
+  const std::size_t pixels = std::size_t{record.uiWidth} * record.uiHeight;
+  std::vector<short> addLow(pixels, 8), addHigh(pixels, 16);                        // one and two counts
+  std::vector<unsigned short> mulLow(pixels, 3 * 1024), mulHigh(pixels, 2 * 1024);  // times three and two
+  record.pAdditiveLow = addLow.data();
+  record.pAdditiveHigh = addHigh.data();
+  record.pMultiplicativeLow = mulLow.data();
+  record.pMultiplicativeHigh = mulHigh.data();
+  ASSERT_EQ(algo.SetHWMergeReferenceFrames(&record, true), 0);  // frames of this size
+  ASSERT_EQ(algo.SetHWMergeReferenceFrames(&record, false), 0);
+  images.bMergedImageRequest = true;
+  for (const unsigned int channel : {0u, 1u}) {
+    algo.SetHWMergeEnables({0, 0, channel + 1});
+    ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr), 0);
+    const Pixels plane = raw.plane(channel), merged = images.merged();
+    ASSERT_EQ(merged.size(), plane.size());
+    for (std::size_t i = 0; i < merged.size(); ++i) {
+      const double corrected = std::min(plane[i] + channel + 1.0, 4095.875) * (3 - channel);
+      ASSERT_EQ(merged[i], std::round(corrected)) << channel << ", " << i;
+    }
+  }
+}
+
 TEST_F(Facade, LoadsEveryPlaneOfTheRecordAndStopsAtTheFirstFailure) {
   ref_frames_t record{};
   record.uiWidth = record.uiHeight = 2;
@@ -423,6 +499,16 @@ TEST_F(Facade, UsesReferenceFilesAndSaysWhenTheyFail) {
   ASSERT_EQ(fresh.MergeFile(frame.c_str(), &images, nullptr, reference.c_str(), nullptr), 0);
   const unsigned int high = raw.planes[1][0];
   EXPECT_EQ(images.pMergedImage[0], high < 2 ? 0 : high - 2);
+
+  // The multiplicative file alone: twice the pixel.
+  Bytes prnu = sim::writeHeader(plain, 3);
+  for (unsigned int i = 0; i < 2 * width * height; ++i)
+    prnu.insert(prnu.end(), {0x00, 0x08});
+  ASSERT_EQ(fresh.MergeFile(frame.c_str(), &images, nullptr, nullptr, folder.write("prnu", prnu).c_str()), 0);
+  EXPECT_EQ(images.pMergedImage[0], std::round(2 * std::min<double>(high, 4095.875)));
+  // Without files the next frame goes uncorrected.
+  ASSERT_EQ(fresh.MergeFile(frame.c_str(), &images, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(images.pMergedImage[0], high);
 
   EXPECT_EQ(fresh.MergeFile(frame.c_str(), &images, nullptr, L"/nowhere", nullptr), -1);
   EXPECT_THAT(log.text(), HasSubstr("ERROR, MergeFile: Error allocating reference frames w: " +
