@@ -63,14 +63,6 @@ double ratioOf(const Camera& camera) {
   }
 }
 
-/// The fixed-point form of the ratio, as the low-gain plane is multiplied by it.
-unsigned short mergedPixel(double ratio, unsigned short low, unsigned short high) {
-  const double multiplier = std::floor(ratio * 1024) / 1024;
-  const double l = std::min(65535.0, std::round(std::min<double>(low, 4095.875) * multiplier));
-  const double h = std::round(std::min<double>(high, 4095.875));
-  return static_cast<unsigned short>(h >= 3700 || l - h > 128 ? l : h);
-}
-
 class EveryCamera : public ::testing::TestWithParam<Camera> {
  protected:
   EveryCamera() : raw(fieldsOf(GetParam())) {

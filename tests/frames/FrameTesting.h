@@ -100,6 +100,36 @@ inline NaiveStatistics streamStatistics(const RawFrame& raw, unsigned int plane)
   return naive;
 }
 
+/// Statistics of a CCD frame read through one amplifier, the first of the header's: every output position in
+/// order, sampled right after the pixel of that turn is written.
+inline NaiveStatistics amplifierStatistics(const RawFrame& raw) {
+  const unsigned int quadrants = raw.fields.quadrants;
+  const unsigned int first = quadrants & 0x20   ? 0x20
+                             : quadrants & 0x10 ? 0x10
+                             : quadrants & 0x08 ? 0x08
+                                                : 0x04;
+  const bool right = first == 0x10 || first == 0x04, lower = first == 0x08 || first == 0x04;
+  const unsigned int width = raw.fields.frameWidth(), height = raw.fields.frameHeight();
+  Pixels output(std::size_t{width} * height, 0);
+  NaiveStatistics naive;
+  for (unsigned int y = 0; y < height; ++y)
+    for (unsigned int x = 0; x < width; ++x) {
+      const std::size_t place = std::size_t{lower ? height - 1 - y : y} * width + (right ? width - 1 - x : x);
+      output[place] = raw.planes[0][place];
+      naive.add(output[std::size_t{y} * width + x], static_cast<int>(x), static_cast<int>(y));
+    }
+  return naive;
+}
+
+/// What a merge with identity frames makes of two pixels: the low-gain one is multiplied by the gain ratio in
+/// fixed point.
+inline unsigned short mergedPixel(double ratio, unsigned short low, unsigned short high) {
+  const double multiplier = std::floor(ratio * 1024) / 1024;
+  const double l = std::min(65535.0, std::round(std::min<double>(low, 4095.875) * multiplier));
+  const double h = std::round(std::min<double>(high, 4095.875));
+  return static_cast<unsigned short>(h >= 3700 || l - h > 128 ? l : h);
+}
+
 /// A frame object with a merge algorithm, as the façade sets them up.
 struct Bench {
   explicit Bench(RawFrame& raw)

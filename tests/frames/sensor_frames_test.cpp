@@ -39,13 +39,6 @@ class EverySensor : public ::testing::TestWithParam<Mode> {};
 INSTANTIATE_TEST_SUITE_P(Modes, EverySensor, ::testing::ValuesIn(modes),
                          [](const auto& info) { return std::string(info.param.name); });
 
-/// What the merge makes of two pixels, of identity frames with a ratio of 6.25.
-unsigned short mergedPixel(unsigned short low, unsigned short high) {
-  const double l = std::min(65535.0, std::round(std::min<double>(low, 4095.875) * 6.25));
-  const double h = std::round(std::min<double>(high, 4095.875));
-  return static_cast<unsigned short>(h >= 3700 || l - h > 128 ? l : h);
-}
-
 /// The merged plane and the statistics of its image pixels.
 void checkMerged(const RawFrame& raw, const Images& images, const image_plane_stats_t& stats) {
   const Pixels low = raw.plane(0), high = raw.plane(1), merged = images.merged();
@@ -57,7 +50,7 @@ void checkMerged(const RawFrame& raw, const Images& images, const image_plane_st
   NaiveStatistics naive;
   ASSERT_EQ(merged.size(), low.size());
   for (unsigned int i = 0; i < merged.size(); ++i) {
-    ASSERT_EQ(merged[i], mergedPixel(low[i], high[i])) << i;
+    ASSERT_EQ(merged[i], mergedPixel(6.25, low[i], high[i])) << i;
     const unsigned int x = i % width, y = i / width;
     if (x >= left && x < left + imageWidth && y >= above && y < above + imageHeight)
       naive.add(merged[i], static_cast<int>(x), static_cast<int>(y));
