@@ -90,7 +90,7 @@ void describe(CStacker& stacker, fuzz::Input& input) {
   const int status = stacker.GetStackedMetaData(header.data(), fuzz::length(header), &stacked, &length);
   if (status < 0 || stacked == nullptr) return;
   CFrameMetaData metaData;
-  FUZZ_REQUIRE(length == 384);
+  FUZZ_REQUIRE(length >= 384);
   metaData.Parse(stacked, length);
   FUZZ_REQUIRE(metaData.Value(ORVA_META_KEY_TEST_IS_STACKED_FRAME).GetValueBool());
   FUZZ_REQUIRE(!metaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool());

@@ -162,9 +162,9 @@ int CStacker::GetStackedMetaData(unsigned char* pBaseMeta, unsigned int uiLength
   m_MetaData.SetHDRFrame(false);
   m_MetaData.SetPixelEndianFormat(true);
   m_MetaData.SetIsStackedFrame(true);
-  const int written = m_MetaData.Binarize(m_pMetaDataBuffer, m_uiMetaDataBufferSize);
+  m_MetaData.Binarize(m_pMetaDataBuffer, size);
   *ppMeta = m_pMetaDataBuffer;
-  if (puiLength != nullptr) *puiLength = static_cast<unsigned int>(written);
+  if (puiLength != nullptr) *puiLength = size;
   return result;
 }
 

@@ -1,5 +1,5 @@
-// Whole frames of every sensor in every mode, through memory, files and conversions: each plane, statistic and
-// header byte against what the documentation says of the simulated planes.
+// Whole frames of every sensor in every mode, through memory, files and conversions: each plane, statistic
+// and header byte against what the documentation says of the simulated planes.
 
 #include <orvacam.h>
 
@@ -148,8 +148,8 @@ std::vector<sim::HeaderFields> framesOf(const Mode& mode) {
   base.height = 50;
   for (const unsigned int pre : {0u, 3u, 4u})
     for (const unsigned int post : {0u, 5u, 6u})
-      for (const auto& [above, below] : {std::pair{0u, 0u}, std::pair{2u, 0u}, std::pair{0u, 3u},
-                                         std::pair{1u, 1u}}) {
+      for (const auto& [above, below] :
+           {std::pair{0u, 0u}, std::pair{2u, 0u}, std::pair{0u, 3u}, std::pair{1u, 1u}}) {
         frames.push_back(base);
         frames.back().preRefPixels = pre;
         frames.back().postRefPixels = post;
@@ -209,20 +209,13 @@ void append(Bytes& bytes, unsigned int value, unsigned int size) {
 Bytes tiffFile(const Bytes& metaData, unsigned int width, unsigned int height,
                const sim::HeaderFields& fields, const Pixels& pixels) {
   constexpr unsigned int shortType = 3, longType = 4, rationalType = 5;
-  const unsigned int tags[][3] = {{254, longType, 0},
-                                  {256, shortType, width},
-                                  {257, shortType, height},
-                                  {258, shortType, 16},
-                                  {259, shortType, 1},
-                                  {262, shortType, 1},
-                                  {273, longType, 656 + 384},
-                                  {277, shortType, 1},
-                                  {278, shortType, height},
-                                  {279, longType, width * height * 2},
-                                  {282, rationalType, 400},
-                                  {283, rationalType, 416},
-                                  {296, shortType, 3},
-                                  {297, shortType, fields.frameNumber}};
+  const unsigned int tags[][3] = {{254, longType, 0},         {256, shortType, width},
+                                  {257, shortType, height},   {258, shortType, 16},
+                                  {259, shortType, 1},        {262, shortType, 1},
+                                  {273, longType, 656 + 384}, {277, shortType, 1},
+                                  {278, shortType, height},   {279, longType, width * height * 2},
+                                  {282, rationalType, 400},   {283, rationalType, 416},
+                                  {296, shortType, 3},        {297, shortType, fields.frameNumber}};
   Bytes bytes = {'I', 'I', 42, 0, 14, 0, 0, 0, 0, 0, 0, 0, 0, 0};
   append(bytes, 14, 2);
   for (const auto& [tag, type, value] : tags) {
@@ -267,36 +260,35 @@ void expectFitsFile(const Bytes& file, const RawFrame& raw, const Pixels& pixels
   if (expected.empty()) return;  // not even the header is whole
   EXPECT_TRUE(std::equal(expected.begin(), expected.end(), file.begin() + 5760));
   const sim::HeaderFields& f = raw.fields;
-  const std::pair<const char*, std::string> cards[] = {
-      {"SIMPLE", "T"},
-      {"BITPIX", "16"},
-      {"NAXIS", "2"},
-      {"NAXIS1", std::to_string(width)},
-      {"NAXIS2", std::to_string(height)},
-      {"INSTRUME", "'" + f.model + "'"},
-      {"SERIAL", "'" + f.serial + "'"},
-      {"VERAPI", "'Created By liborvacam 2.1.4'"},
-      {"MDVER", "4"},
-      {"CCD-TEMP", std::to_string(f.coolerTemperature)},
-      {"FPGATEMP", std::to_string(f.fpgaTemperature)},
-      {"XBINNING", std::to_string(f.horizontalBinning)},
-      {"YBINNING", std::to_string(f.verticalBinning)},
-      {"EXPTIME", std::to_string(f.exposure)},
-      {"FRAMENUM", std::to_string(f.frameNumber)},
-      {"ISHIFRM", high ? "1" : "0"},
-      {"ISMRGFRM", merged ? "1" : "0"},
-      {"GAINHIGH", high ? "2.000000" : "?"},
-      {"GAINLOW", high ? "?" : "1.000000"},
-      {"GEO_LAT", "48.000000"},
-      {"GEO_LONG", "-16.000000"},
-      {"HDR-MODE", "0"},
-      {"PXLORDIM", "1"},
-      {"PREREFRW", std::to_string(f.preRefRows)},
-      {"PSTREFRW", std::to_string(f.postRefRows)},
-      {"PRFPXPRW", std::to_string(f.preRefPixels)},
-      {"RFPXLPRW", std::to_string(f.postRefPixels)},
-      {"SNRPXLDP", "16"},
-      {"SHUTOPDL", std::to_string(f.shutterOpenDelay)}};
+  const std::pair<const char*, std::string> cards[] = {{"SIMPLE", "T"},
+                                                       {"BITPIX", "16"},
+                                                       {"NAXIS", "2"},
+                                                       {"NAXIS1", std::to_string(width)},
+                                                       {"NAXIS2", std::to_string(height)},
+                                                       {"INSTRUME", "'" + f.model + "'"},
+                                                       {"SERIAL", "'" + f.serial + "'"},
+                                                       {"VERAPI", "'Created By liborvacam 2.1.4'"},
+                                                       {"MDVER", "4"},
+                                                       {"CCD-TEMP", std::to_string(f.coolerTemperature)},
+                                                       {"FPGATEMP", std::to_string(f.fpgaTemperature)},
+                                                       {"XBINNING", std::to_string(f.horizontalBinning)},
+                                                       {"YBINNING", std::to_string(f.verticalBinning)},
+                                                       {"EXPTIME", std::to_string(f.exposure)},
+                                                       {"FRAMENUM", std::to_string(f.frameNumber)},
+                                                       {"ISHIFRM", high ? "1" : "0"},
+                                                       {"ISMRGFRM", merged ? "1" : "0"},
+                                                       {"GAINHIGH", high ? "2.000000" : "?"},
+                                                       {"GAINLOW", high ? "?" : "1.000000"},
+                                                       {"GEO_LAT", "48.000000"},
+                                                       {"GEO_LONG", "-16.000000"},
+                                                       {"HDR-MODE", "0"},
+                                                       {"PXLORDIM", "1"},
+                                                       {"PREREFRW", std::to_string(f.preRefRows)},
+                                                       {"PSTREFRW", std::to_string(f.postRefRows)},
+                                                       {"PRFPXPRW", std::to_string(f.preRefPixels)},
+                                                       {"RFPXLPRW", std::to_string(f.postRefPixels)},
+                                                       {"SNRPXLDP", "16"},
+                                                       {"SHUTOPDL", std::to_string(f.shutterOpenDelay)}};
   for (const auto& [keyword, value] : cards)
     EXPECT_EQ(cardValue(file, keyword), value) << keyword;
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <orvacam/stack/CStacker.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -305,9 +306,14 @@ TEST(StackedMetaData, GrowsWithALargerHeaderAndRefusesWhatIsNone) {
   EXPECT_EQ(stacker.m_uiMetaDataBufferSize, 384u);
   fields.otherBlock.assign(5000, 7);
   base = orvacam::simulator::writeHeader(fields, 4);
-  ASSERT_EQ(stacker.GetStackedMetaData(base.data(), base.size(), &bytes, nullptr), 0);
+  unsigned int length = 0;
+  ASSERT_EQ(stacker.GetStackedMetaData(base.data(), base.size(), &bytes, &length), 0);
   // The length that the header states, which counts its block, and the block.
-  EXPECT_EQ(stacker.m_uiMetaDataBufferSize, 384u + 5000 + 5000);
+  EXPECT_EQ(length, 384u + 5000 + 5000);
+  EXPECT_EQ(stacker.m_uiMetaDataBufferSize, length);
+  EXPECT_EQ(std::count(bytes + 384, bytes + length, 0), length - 384);  // the block itself is left out
+  CFrameMetaData stacked;
+  EXPECT_EQ(stacked.Parse(bytes, length), 0);
   EXPECT_EQ(std::string(bytes, bytes + 4), "Meta");
   EXPECT_EQ(stacker.GetStackedMetaData(base.data(), 20, &bytes, nullptr), -1);
   EXPECT_THAT(log.text(), HasSubstr("ERROR, GetStackedMetaData: Invalid base meta data provided!\n"));

@@ -39,8 +39,9 @@ class ORVACAM_API CStacker {
   int Finish(unsigned short** ppLow, unsigned short** ppHigh, unsigned int* puiNumPixels);
 
   /// Makes the header of the result from that of a frame (uiLength bytes; its sign bits are cleared in
-  /// place): a stacked 16-bit frame. The bytes handed out stay the stacker's until the next call. puiLength
-  /// may be null. The parse's status; 0 with nothing done for a null pBaseMeta or ppMeta; -1 without memory.
+  /// place): a stacked 16-bit frame, 384 bytes and zeros as long as the frame's own header and block (its
+  /// GetBinarizeSizeEx). The bytes handed out stay the stacker's until the next call. puiLength may be null.
+  /// The parse's status; 0 with nothing done for a null pBaseMeta or ppMeta; -1 without memory.
   int GetStackedMetaData(unsigned char* pBaseMeta, unsigned int uiLength, unsigned char** ppMeta,
                          unsigned int* puiLength);
 
