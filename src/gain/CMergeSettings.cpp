@@ -39,6 +39,18 @@ merge_line_offsets_t generatedRecord(double gainRatio) {
   return record;
 }
 
+/// How many of the camera's records a search by gain settings has to look at. A short block may claim tens of
+/// thousands of records: those that it does not hold are all for the settings 0, and the first stands for
+/// all.
+unsigned int recordsToSearch(const CCameraNVMergeSettings& nv) {
+  const merge_line_offsets_t* const records = nv.GetLineOffsets();
+  const unsigned int all = nv.GetNumLineOffsets();
+  unsigned int own = all;
+  while (own > 0 && records[own - 1].uiLowGainSetting == 0 && records[own - 1].uiHighGainSetting == 0)
+    --own;
+  return std::min(own + 1, all);
+}
+
 /// A point on the line through two points.
 int lineOffset(double temperature, double t0, int o0, double t1, int o1) {
   const double slope = (static_cast<double>(o1) - o0) / (t1 - t0);
@@ -76,19 +88,21 @@ int CMergeSettings::Initialize(const gain_type_info_t& info, CCameraNVMergeSetti
   const unsigned int lowGains = m_pGainTables->GetDNETableNumEntries(ORVA_GAIN_TABLE_LOW_CHANNEL);
   const unsigned int highGains = m_pGainTables->GetDNETableNumEntries(ORVA_GAIN_TABLE_HIGH_CHANNEL);
   if (lowGains == 0 || highGains == 0 || AllocateGainOffsetPairs(lowGains, highGains) != 0) return 0;
+  const unsigned int records = pNV != nullptr ? recordsToSearch(*pNV) : 0;
   for (unsigned int i = 0; i < lowGains; ++i)
     for (unsigned int j = 0; j < highGains; ++j)
-      DoFillPair(m_ppGainOffsetPairs[i][j], i, j, pNV);
+      DoFillPair(m_ppGainOffsetPairs[i][j], i, j, pNV, records);
   return 0;
 }
 
 void CMergeSettings::DoFillPair(merge_line_offsets_t& record, unsigned int uiLowIndex,
-                                unsigned int uiHighIndex, const CCameraNVMergeSettings* pNV) const {
+                                unsigned int uiHighIndex, const CCameraNVMergeSettings* pNV,
+                                unsigned int uiRecords) const {
   if (pNV == nullptr) {
     takeRecord(record, generatedRecord(m_pGainTables->GetDNETableGainRatio(uiLowIndex, uiHighIndex)));
   } else {
     const int found = FindCameraMergeLineOffsetIndex(
-        pNV->GetLineOffsets(), pNV->GetNumLineOffsets(),
+        pNV->GetLineOffsets(), uiRecords,
         m_pGainTables->GetDNETableDeviceIndex(ORVA_GAIN_TABLE_LOW_CHANNEL, uiLowIndex),
         m_pGainTables->GetDNETableDeviceIndex(ORVA_GAIN_TABLE_HIGH_CHANNEL, uiHighIndex));
     if (found >= 0)

@@ -172,6 +172,31 @@ TEST_F(Calibrated, GeneratesFromTheDefaultRatioWithoutExtras) {
   EXPECT_EQ(r.iLineOffset[2], 3900);
 }
 
+TEST_F(Calibrated, FindsWhatALinearSearchOfAllClaimedRecordsFinds) {
+  // A block of a few bytes may claim as many records as 16 bits hold; those that it lacks are for settings 0.
+  CalibrationBlock b;
+  b.ratios(1, 1, 22.0, 30.0);
+  b.counts(0, 0, 65535, 0);
+  for (const unsigned int gain : {1u, 0u, 2u})
+    b.record(4, false, sampleRecord(gain, gain));
+  const CalibrationBlock::Bytes block = b.block(4);
+  for (const std::size_t length : {block.size(), block.size() - 26, block.size() - 52, block.size() - 78}) {
+    CalibrationBlock::Bytes cut(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(length));
+    cut[4] = static_cast<unsigned char>(length >> 8);
+    cut[5] = static_cast<unsigned char>(length);
+    nv.Initialize(cut.data(), cut.size());
+    ASSERT_EQ(nv.GetNumLineOffsets(), 65535u);
+    ASSERT_EQ(settings.Initialize(gsense400, &nv), 0);
+    for (unsigned int low = 0; low < 8; ++low)
+      for (unsigned int high = 0; high < 8; ++high) {
+        const int found =
+            CMergeSettings::FindCameraMergeLineOffsetIndex(nv.GetLineOffsets(), 65535, low, high);
+        const double expected = found < 0 ? 30.0 : nv.GetLineOffsets()[found].dGainRatio;
+        EXPECT_EQ(settings.GetGainOffsetPairGainRatio(low, high), expected) << length;
+      }
+  }
+}
+
 TEST_F(Calibrated, GoesBackToTheSensorsRatiosWhenInitializedWithoutTheCamera) {
   calibrate(1, 1);
   settings.Initialize(gsense400, nullptr);

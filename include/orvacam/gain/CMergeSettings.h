@@ -80,7 +80,7 @@ class ORVACAM_API CMergeSettings {
 
   void DoInitialize();
   void DoFillPair(merge_line_offsets_t& record, unsigned int uiLowIndex, unsigned int uiHighIndex,
-                  const CCameraNVMergeSettings* pNV) const;
+                  const CCameraNVMergeSettings* pNV, unsigned int uiRecords) const;
 
   double m_dADUScale;
   double m_dGainRatio;
