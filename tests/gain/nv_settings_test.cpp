@@ -117,6 +117,14 @@ TEST_P(EveryVersion, ReadsRatiosListsAndRecords) {
   expectRecord(nv.GetExtraLineOffsets()[0], GetParam(), true, 20, 21);
 }
 
+TEST_P(EveryVersion, ReadsExtraRecordsThatEndWithTheBlock) {
+  const Bytes block = sample(GetParam(), 0, 1).block(GetParam());
+  CCameraNVMergeSettings nv;
+  nv.Initialize(block.data(), block.size());
+  ASSERT_EQ(nv.GetExtraLineOffsets().size(), 1u);
+  expectRecord(nv.GetExtraLineOffsets()[0], GetParam(), true, 20, 21);
+}
+
 TEST_P(EveryVersion, CutAtEveryLengthKeepsCompleteRecordsAndReadsNoFarther) {
   const Bytes whole = sample(GetParam()).block(GetParam());
   for (std::size_t length = 0; length < whole.size(); ++length) {

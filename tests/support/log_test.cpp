@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <orvacam/support/CLog.h>
+#include <orvacam/support/util.h>
 
 #include <cstdarg>
 #include <fstream>
@@ -24,6 +25,7 @@ class OpenLog : public CLog {
   using CLog::m_FileHeader;
   using CLog::m_FileName;
   using CLog::m_FilePrefix;
+  using CLog::m_MessageBuffer;
   using CLog::m_Mutex;
   using CLog::m_pFile;
 
@@ -168,6 +170,36 @@ TEST_F(Log, WritesTimeLevelWordAndMessage) {
   EXPECT_TRUE(std::regex_match(text(), std::regex(timeStamp + ", ERROR, Initialize: count= 7 of wide\n" +
                                                   timeStamp + ", ERROR, narrow: 8\n")))
       << text();
+}
+
+std::string timeNow(const char* format) {
+  unsigned int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
+  utilOSGetLocalTime(&year, &month, &day, &hour, &minute, &second, &millisecond);
+  char text[64];
+  std::snprintf(text, sizeof text, format, year, month, day, hour, minute, second, millisecond);
+  return text;
+}
+
+TEST_F(Log, TellsTheTimeOfNow) {
+  constexpr const char* lineTime = "%04u/%02u/%02u %02u:%02u:%02u.%03u";
+  constexpr const char* fileTime = "Log_%04u%02u%02u_%02u.%02u.%02u.%03u.txt";
+  const std::string before = timeNow(lineTime), fileBefore = timeNow(fileTime);
+  {
+    OpenLog log;
+    log.logInfo(L"wide");
+    log.write("WORD?", "narrow");
+  }
+  const std::string after = timeNow(lineTime), fileAfter = timeNow(fileTime);
+  const std::string all = text();
+  const std::regex pattern(timeStamp);
+  int times = 0;
+  for (std::sregex_iterator time(all.begin(), all.end(), pattern), end; time != end; ++time, ++times) {
+    EXPECT_LE(before, time->str());
+    EXPECT_LE(time->str(), after);
+  }
+  EXPECT_EQ(times, 3) << "two lines and the closing one";
+  EXPECT_LE(fileBefore, files().front().filename().string());
+  EXPECT_LE(files().front().filename().string(), fileAfter);
 }
 
 TEST_F(Log, EndsEachLineWithOneLineFeed) {
@@ -405,6 +437,22 @@ TEST_F(Log, LongHeadersAndReasonsAreCut) {
   EXPECT_EQ(std::wstring(log.m_FileHeader), L"\n");
 }
 
+TEST_F(Log, AnotherFileClosesTheOneBefore) {
+  OpenLog log;
+  log.setNewFileHeader(L"My camera");
+  log.logInfo(L"first");
+  std::wcscpy(log.m_FilePrefix, L"Next");
+  log.openNewFile();
+  ASSERT_EQ(files().size(), 2u);
+  EXPECT_TRUE(std::regex_match(
+      read(files()[0]),
+      std::regex("My camera\n" + timeStamp + ", INFO , first\n\n\nFile Closed at " + timeStamp + "\n")));
+  log.closeLogFile(L"(Done)");
+  EXPECT_TRUE(std::regex_match(read(files()[1]),
+                               std::regex("My camera\n\n\nFile Closed \\(Done\\) at " + timeStamp + "\n")))
+      << read(files()[1]);
+}
+
 TEST_F(Log, TwoFilesOfTheSameMillisecondAreOne) {
   OpenLog log;
   bool met = false;
@@ -426,11 +474,16 @@ TEST_F(Log, AFileBeyond64MebibytesIsReplaced) {
   log.logInfo(L"first");
   const std::filesystem::path big = files().front();
 
-  std::filesystem::resize_file(big, limit);  // sparse
+  std::filesystem::resize_file(big, limit + 1);  // sparse
+  EXPECT_TRUE(log.logFileTooLarge());
+  std::filesystem::resize_file(big, limit);
   EXPECT_FALSE(log.logFileTooLarge());
   log.logInfo(L"second");
   EXPECT_EQ(std::filesystem::file_size(big), limit + 25 + 7 + 7) << "the limit itself is not too large";
 
+  std::filesystem::resize_file(big, limit + 1);
+  EXPECT_TRUE(log.logFileTooLarge());
+  std::filesystem::resize_file(big, limit + 25 + 7 + 7);
   EXPECT_TRUE(log.logFileTooLarge());
   std::wcscpy(log.m_FilePrefix, L"Next");  // so that the two are told apart within a millisecond
   log.logInfo(L"third");
@@ -458,6 +511,9 @@ TEST_F(Log, AFileThatCannotBeOpenedIsReportedAtEachAttempt) {
   const std::string once = "A: error 2: No such file or directory\n";
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), once + once + once);
   EXPECT_EQ(log.m_pFile, nullptr);
+  EXPECT_EQ(std::wstring(log.m_MessageBuffer), L"An error occurred while trying to open the log file " +
+                                                   std::wstring(log.m_FileName) +
+                                                   L".\nExecution will continue without logging.");
 
   m_Folder.write("MarloLogs", {});
   ::testing::internal::CaptureStderr();

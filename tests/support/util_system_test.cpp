@@ -110,6 +110,24 @@ TEST(UtilLocalTime, IsWrittenTheSameInEveryLocale) {
   }
 }
 
+std::string localTimeText() {
+  unsigned int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
+  utilOSGetLocalTime(&year, &month, &day, &hour, &minute, &second, &millisecond);
+  char text[64];
+  std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02u.%03u", year, month, day, hour, minute,
+                second, millisecond);
+  return text;
+}
+
+TEST(UtilLocalTime, TextIsTheTimeOfNow) {
+  char text[64];
+  const std::string before = localTimeText();
+  utilOSGetLocalTimeString(text, sizeof text);
+  const std::string after = localTimeText();
+  EXPECT_LE(before, text);
+  EXPECT_LE(text, after);
+}
+
 TEST(UtilLocalTime, TextIsCutToTheBuffer) {
   char text[8];
   std::memset(text, '#', sizeof text);
