@@ -202,6 +202,55 @@ struct Exposed6060 : CFrameGSense6060 {
   using CFrameGSense6060::DoUnpackSingle;
 };
 
+TEST(PackedSingleImage, OfAnOddWidthWritesThePairsOfEachRow) {
+  sim::HeaderFields f = header("VESTRA VS400", 12, false, 5, 2);
+  Bytes bytes = sim::writeHeader(f, 3);
+  // Two rows of 5 pixels, 9 bytes each: the third pair's second pixel is written, too.
+  bytes.insert(bytes.end(), {0xAB, 0xCD, 0xEF, 0x00, 0x10, 0x02, 0x00, 0x3F, 0xFF,  //
+                             0x12, 0x34, 0x56, 0x00, 0x40, 0x05, 0x00, 0x60, 0x07});
+  CFrameMetaData metaData;
+  ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
+  CFrameGSense400 frame;
+  frame.Initialize(metaData, bytes.data(), bytes.size(), nullptr);
+  Pixels out(13, 9);
+  EXPECT_EQ(frame.UnpackImage12to16(out.data(), 12), 0);
+  EXPECT_EQ(out, (Pixels{0xABC, 0xDEF, 1, 2, 3, 0xFFF, 0x123, 0x456, 4, 5, 6, 7, 9}));
+  EXPECT_EQ(frame.UnpackImage12to16(out.data(), 11), -1);
+}
+
+TEST(PackedSingleImage, KeepsReferenceRowsAndPixelsInStreamOrder) {
+  sim::HeaderFields f = header("VESTRA VS400", 12, false, 2, 1);
+  f.preRefPixels = f.postRefPixels = 2;
+  f.preRefRows = f.postRefRows = 1;  // 6 x 3
+  Bytes bytes = sim::writeHeader(f, 3);
+  Pixels expected;
+  for (unsigned char pair = 0; pair < 9; ++pair) {
+    bytes.insert(bytes.end(), {pair, 0x10, pair});
+    expected.push_back(static_cast<unsigned short>(16 * pair + 1));
+    expected.push_back(pair);
+  }
+  CFrameMetaData metaData;
+  ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
+  CFrameGSense400 frame;
+  frame.Initialize(metaData, bytes.data(), bytes.size(), nullptr);
+  Pixels out(18);
+  EXPECT_EQ(frame.UnpackImage12to16(out.data(), 18), 0);
+  EXPECT_EQ(out, expected);
+}
+
+TEST(PackedSingleImage, WithoutDimensionsWritesNothing) {
+  RawFrame raw(header("VESTRA VS400", 12, false, 4, 2));
+  raw.metaData.SetValue(ORVA_META_KEY_IMAGE_START_ROW, "2");  // one behind the last
+  raw.metaData.SetValue(ORVA_META_KEY_IMAGE_STOP_ROW, "0");
+  raw.metaData.SetValue(ORVA_META_KEY_IMAGE_STOP_COLUMN, "0");
+  raw.metaData.SetValue(ORVA_META_KEY_IMAGE_START_COLUMN, "1");
+  CFrameGSense400 frame;
+  frame.Initialize(raw.metaData, raw.bytes.data(), raw.bytes.size(), nullptr);
+  Pixels out(8, 9);
+  EXPECT_EQ(frame.UnpackImage12to16(out.data(), 8), 0);
+  EXPECT_EQ(out, Pixels(8, 9));
+}
+
 TEST(GSense400, PostReferenceRowsAreAFrameWideAndPreReferenceRowsAnImage) {
   sim::HeaderFields f = header("VESTRA VS400", 12, true, 6, 2);
   f.preRefRows = 1;

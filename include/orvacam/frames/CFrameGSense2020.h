@@ -23,7 +23,10 @@ class ORVACAM_API CFrameGSense2020 : public IFrame {
   int DoUnpackSingle(unsigned short* pOut, unsigned long ulPixels);
   /// The same with 13-bit decoding of other pixels.
   int DoUnpackCMS(unsigned short* pOut, unsigned long ulPixels);
+  /// Decodes ulPixels pixels of 13 bits, whose values are made of truth values. 0; -1, with what is whole
+  /// decoded, when the source ends early.
   int DoUnpackSingle13to16(unsigned short* pOut, unsigned long ulPixels);
+  /// A single image in the layout of the frame's mode.
   virtual int DoUnpackSingleImage(unsigned short* pOut, unsigned long ulPixels);
 };
 

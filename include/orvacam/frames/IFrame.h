@@ -52,9 +52,13 @@ class ORVACAM_API IFrame {
   /// null and for what is not a regular file with at least one byte.
   int Initialize(const CFrameMetaData& metaData, std::FILE* pStream, CCustomMergeAlgo* pMergeAlgo);
 
+  /// Takes another raw frame of ulLength bytes, which stays the caller's; nothing for null.
   void SetSourceImage(unsigned char* pSource, unsigned long ulLength);
+  /// Read another raw frame: the whole file, from its start, into memory of this object. -1 as Initialize;
+  /// what a short read brought is kept.
   int SetSourceImage(std::FILE* pStream);
   int ReadSourceImage(std::FILE* pStream);
+  /// Frees the raw frame where this object read it itself.
   void FreeSourceImageBuffer();
 
   /// Allocates a buffer of uiSize bytes where *ppBuffer is null, else checks the caller's capacity. An image
@@ -64,7 +68,9 @@ class ORVACAM_API IFrame {
   /// Makes the working planes, zeroed: uiSize bytes each, the third with uiExtra more. Kept when they are
   /// large enough, whatever the extra. -1, with everything freed, without memory.
   int AllocateFrameBuffers(unsigned int uiSize, unsigned int uiExtra);
+  /// Frees the working planes.
   void FreeUnpackedBuffers();
+  /// Frees the working planes, the copy of the metadata, and the raw frame where it was read here.
   void FreeAll();
   /// Prepares the caller's buffers and the working planes for the planes that were not asked for. -1 when the
   /// metadata gives no frame size or one out of proportion, or a buffer fails; the frame has no planes then.
@@ -74,7 +80,10 @@ class ORVACAM_API IFrame {
   int MergeFrame(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
                  unsigned long ulPixels);
 
+  /// Whether the next Unpack or Merge gathers statistics. Initialize switches it off.
   void EnableMergeStatistics(bool bEnable);
+  /// Copy a plane's statistics and, where the record has a histogram, min(its capacity, 65535) of the counts.
+  /// The merged plane's are those of the merge algorithm, where there is one.
   void GetLowFrameStats(image_plane_stats_t& stats);
   void GetHighFrameStats(image_plane_stats_t& stats);
   void GetMergedFrameStats(image_plane_stats_t& stats);

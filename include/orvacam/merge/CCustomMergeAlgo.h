@@ -35,12 +35,15 @@ class ORVACAM_API CCustomMergeAlgo {
   /// The metadata of the frame in hand, copied; may throw std::bad_alloc. Needed by merges with statistics or
   /// an image file header. The statistics of the frame before are forgotten.
   void SetMetaData(const CFrameMetaData& metaData);
+  /// That copy, which stays this object's; a merge marks it as a merged 16-bit frame.
   CFrameMetaData& GetMetaData() { return m_MetaData; }
   /// Whether the next merges gather statistics of the merged plane's image pixels. Statistics describe the
   /// last merge that was asked for alone: none when it failed.
   void EnableStatistics(bool bEnable);
+  /// Copies those statistics and, where the record has a histogram, min(its capacity, 65535) of the counts.
   void GetMergedStats(image_plane_stats_t& stats) const;
 
+  /// Copy the whole record out and in; all zero at first.
   void GetMergeEnables(hw_merge_enables_t& enables) const;
   void SetMergeEnables(const hw_merge_enables_t& enables);
 

@@ -22,12 +22,12 @@
 /// both, but stays safe to use. One object is used by one thread at a time.
 class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
  public:
-  static constexpr unsigned short MERGEREF_MAX_DIFFERENCE_THRESHOLD = 128;
-  static constexpr unsigned short MERGEREF_MAX_HIGH_THRESHOLD = 3700;
-  static constexpr unsigned short MERGEREF_MAX_PIXEL16_VALUE = 65535;
-  static constexpr unsigned short MERGEREF_MAX_PIXEL12_VALUE = 4095;
-  static constexpr unsigned short MERGEREF_MIN_PIXEL_VALUE = 0;
-  static constexpr double MERGEREF_MAX_REF_VALUE = 1024.0;
+  static constexpr unsigned short MERGEREF_MAX_DIFFERENCE_THRESHOLD = 128;  ///< as constructed
+  static constexpr unsigned short MERGEREF_MAX_HIGH_THRESHOLD = 3700;       ///< as constructed
+  static constexpr unsigned short MERGEREF_MAX_PIXEL16_VALUE = 65535;       ///< largest corrected pixel
+  static constexpr unsigned short MERGEREF_MAX_PIXEL12_VALUE = 4095;        ///< largest pixel of the sensors
+  static constexpr unsigned short MERGEREF_MIN_PIXEL_VALUE = 0;             ///< smallest corrected pixel
+  static constexpr double MERGEREF_MAX_REF_VALUE = 1024.0;                  ///< 1.0 with 10 fraction bits
 
   CHWMergeReferenceFrames();
   CHWMergeReferenceFrames(const CHWMergeReferenceFrames& other);

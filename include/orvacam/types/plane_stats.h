@@ -31,9 +31,9 @@ struct image_plane_stats_t {
 /// pointer is null, the library allocates 65535 entries with malloc; CAlgo::FreeStatsPointers gives them
 /// back.
 struct unpacked_stats_t {
-  image_plane_stats_t statsLow;
-  image_plane_stats_t statsHigh;
-  image_plane_stats_t statsMerged;
+  image_plane_stats_t statsLow;     ///< of the low-gain plane
+  image_plane_stats_t statsHigh;    ///< of the high-gain plane
+  image_plane_stats_t statsMerged;  ///< of the merged plane's image pixels
 };
 
 #endif  // ORVACAM_TYPES_PLANE_STATS_H
