@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include "gain/CalibrationBlock.h"
 
@@ -34,6 +35,7 @@ TEST(MergeSettings, HaveNoPairsBeforeInitializationOrWithoutTables) {
 /// Merge settings with their state in reach.
 class OpenSettings : public CMergeSettings {
  public:
+  using CMergeSettings::DoInitialize;
   using CMergeSettings::m_dADUScale;
   using CMergeSettings::m_DefaultLineOffsets;
   using CMergeSettings::m_dGainRatio;
@@ -41,8 +43,13 @@ class OpenSettings : public CMergeSettings {
   using CMergeSettings::m_ppGainOffsetPairs;
 };
 
-TEST(MergeSettings, StartWithTheirDefaults) {
+TEST(MergeSettings, StartAndStartOverWithTheirDefaults) {
   OpenSettings settings;
+  settings.m_dADUScale = 2.0;
+  settings.m_dGainRatio = 7.0;
+  settings.m_DefaultLineOffsets = sampleRecord(1, 2);
+  settings.DoInitialize();
+  EXPECT_EQ(settings.m_DefaultLineOffsets.dGainRatio, OpenSettings().m_DefaultLineOffsets.dGainRatio);
   EXPECT_EQ(settings.m_dADUScale, 1.0);
   EXPECT_EQ(settings.m_dGainRatio, 40.0);
   EXPECT_EQ(settings.m_ppGainOffsetPairs, nullptr);
@@ -258,6 +265,18 @@ TEST(LineOffset, OfDescendingPointsChoosesTheOtherWayRound) {
   EXPECT_EQ(offsetAt(r, -20.0), static_cast<int>(std::fma(-20.0 - 0.5, -300 / -20.75, 200)));
 }
 
+TEST(LineOffset, AtTheMiddlePointIsOnTheFirstSegmentAndNotRoundedInBetween) {
+  merge_line_offsets_t r;  // -10, 5 and 20 degrees
+  r.iLineOffset[0] = 2700;
+  r.iLineOffset[1] = 648;
+  r.iLineOffset[2] = 0;
+  // The slope, -136.8, is a little steeper as a double: 15 x that + 2700 lies below 648 and is cut, unless
+  // the product is rounded before the sum or the second segment's start is taken.
+  EXPECT_EQ(offsetAt(r, 5.0), 647);
+  std::reverse(std::begin(r.dTemperature), std::end(r.dTemperature));
+  EXPECT_EQ(offsetAt(r, 5.0), 648) << "of descending points, the second one";
+}
+
 TEST(LineOffset, OfPointsThatCoincideIsDefined) {
   merge_line_offsets_t r = sampleRecord(0, 0);
   r.dTemperature[0] = r.dTemperature[1] = r.dTemperature[2] = 5.0;
@@ -326,7 +345,9 @@ TEST(MappingArray, CopiesRowsThatExist) {
   map.CopyRow(1, 1);
   EXPECT_EQ(data[0], 0);
   map.Create(2, 3);
-  EXPECT_EQ(map.GetData(), data);  // the old contents stay
+  EXPECT_EQ(map.GetData(), data);
+  EXPECT_EQ((std::vector<unsigned short>(data, data + 6)), (std::vector<unsigned short>{0, 1, 2, 3, 0, 1}))
+      << "the old contents stay";
   map.Create(1, 1);
   EXPECT_EQ(map.GetHeight(), 1u);
   map.FreeAll();
