@@ -47,9 +47,12 @@ void makeHistogram(image_plane_stats_t& stats) {
 
 }  // namespace
 
-CAlgo::CAlgo() : m_FileName{}, m_pLog(CLog::getInstance()) {}
+CAlgo::CAlgo() : m_FileName{}, m_ConversionMemory{}, m_pLog(CLog::getInstance()) {}
 
-CAlgo::~CAlgo() = default;
+CAlgo::~CAlgo() {
+  FreeFramePointers(&m_ConversionMemory.planes);
+  release(m_ConversionMemory.pSource);
+}
 
 int CAlgo::Initialize(const gain_type_info_t& info, CCameraNVMergeSettings* pNVMergeSettings) {
   m_pLog->log(CLOGLEVEL_ENTRY, L"%s: ENTERED pNVMergeSettings= %p\n", "Initialize",
@@ -189,10 +192,19 @@ IFrame* CAlgo::InitFrame(CFrameMetaData* pMetaData, unsigned char* pFrame, unsig
 }
 
 IFrame* CAlgo::InitFrame(CFrameMetaData* pMetaData, std::FILE* pStream, unpacked_images_t* pImages) {
+  return DoInitFrame(pMetaData, pStream, pImages, nullptr);
+}
+
+IFrame* CAlgo::DoInitFrame(CFrameMetaData* pMetaData, std::FILE* pStream, unpacked_images_t* pImages,
+                           conversion_memory_t* pMemory) {
   if (pMetaData == nullptr) return nullptr;
   IFrame* const frame = CFrameFactory::Create(*pMetaData);
   if (frame == nullptr) return nullptr;
   m_pLog->log(CLOGLEVEL_ENTRY, L"%s: (file)\n", "InitFrame");
+  if (pMemory != nullptr) {
+    frame->AdoptSourceBuffer(pMemory->pSource, pMemory->ulSourceLength);
+    pMemory->pSource = nullptr;
+  }
   if (pImages == nullptr || DoLendMetaData(*pMetaData, *frame))
     frame->Initialize(*pMetaData, pStream, &m_HWMerge);
   return frame;

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "support/WideText.h"
 
@@ -26,16 +27,50 @@ struct FileCloser {
   void operator()(std::FILE* pFile) const { std::fclose(pFile); }
 };
 
-/// The planes of one conversion, freed at its end.
+/// The planes of one conversion. At its end the images go back to the memory that lent them, or will.
 struct Planes {
-  explicit Planes(CAlgo& owner) : algo(owner) {}
+  Planes(CAlgo& owner, unpacked_images_t& lender) : algo(owner), kept(lender) {}
   Planes(const Planes&) = delete;
   Planes& operator=(const Planes&) = delete;
-  ~Planes() { algo.FreeFramePointers(&images); }
+  ~Planes() {
+    std::swap(kept.pLowImage, images.pLowImage);
+    std::swap(kept.pHighImage, images.pHighImage);
+    std::swap(kept.pMergedImage, images.pMergedImage);
+    kept.ulLowImageSize = images.ulLowImageSize;
+    kept.ulHighImageSize = images.ulHighImageSize;
+    kept.ulMergedImageSize = images.ulMergedImageSize;
+    algo.FreeFramePointers(&images);
+  }
 
   CAlgo& algo;
+  unpacked_images_t& kept;
   unpacked_images_t images{};
 };
+
+/// Lends a plane that was kept when it is asked for and has just the size, else frees it.
+void lendPlane(bool requested, unsigned long size, unsigned short*& kept, unsigned long keptSize,
+               unsigned short*& image, unsigned long& imageSize) {
+  if (requested && kept != nullptr && keptSize == size) {
+    image = kept;
+    imageSize = size;
+  } else {
+    std::free(kept);
+  }
+  kept = nullptr;
+}
+
+void lendPlanes(const CFrameMetaData& metaData, unpacked_images_t& kept, unpacked_images_t& images) {
+  unsigned int width = 0;
+  unsigned int height = 0;
+  metaData.GetFrameDimensionsBinned(width, height);
+  const unsigned long size = sizeof *kept.pLowImage * width * height;
+  lendPlane(images.bLowImageRequest, size, kept.pLowImage, kept.ulLowImageSize, images.pLowImage,
+            images.ulLowImageSize);
+  lendPlane(images.bHighImageRequest, size, kept.pHighImage, kept.ulHighImageSize, images.pHighImage,
+            images.ulHighImageSize);
+  lendPlane(images.bMergedImageRequest, size, kept.pMergedImage, kept.ulMergedImageSize, images.pMergedImage,
+            images.ulMergedImageSize);
+}
 
 /// Headers of versions 1 and 2 state fewer bytes than a processed header takes, and a metadata buffer of
 /// their own size would stay unwritten: these are made here, large enough for every version.
@@ -115,14 +150,16 @@ int CAlgo::ConvertFile(const wchar_t* pSource, const conv_info_t* pInfo, const w
   return -1;
 }
 
-int CAlgo::DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages) {
+int CAlgo::DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages,
+                         conversion_memory_t* pMemory) {
   if (pImages == nullptr) return -1;
   m_MetaData.ReInitialize(false);
   const std::unique_ptr<std::FILE, FileCloser> file(utilOSWideFileOpen(pSource, L"rb"));
-  return file == nullptr ? -1 : DoConvertStream(file.get(), pInfo, pImages);
+  return file == nullptr ? -1 : DoConvertStream(file.get(), pInfo, pImages, pMemory);
 }
 
-int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacked_images_t* pImages) {
+int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacked_images_t* pImages,
+                           conversion_memory_t* pMemory) {
   const int parsed = m_MetaData.Parse(pStream);
   if (parsed < 0) return parsed;
 
@@ -131,6 +168,7 @@ int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacke
   pImages->bLowImageRequest = true;
   pImages->bHighImageRequest = pImages->bMergedImageRequest =
       m_MetaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
+  if (pMemory != nullptr) lendPlanes(m_MetaData, pMemory->planes, *pImages);
   if (makeMetaDataBuffers(m_MetaData, *pImages) < 0) return -1;
 
   gain_type_info_t camera{ORVA_DEVICE_UNKNOWN,
@@ -145,11 +183,12 @@ int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacke
                                        DeriveGainRatioFromMetaData(m_MetaData), width, height);
 
   const PixelsOnly pixelsOnly(m_HWMerge);
-  const std::unique_ptr<IFrame> frame(InitFrame(&m_MetaData, pStream, pImages));
+  const std::unique_ptr<IFrame> frame(DoInitFrame(&m_MetaData, pStream, pImages, pMemory));
   if (frame == nullptr) return -1;
   frame->EnableMergeStatistics(false);
   if (result < 0) return result;
   result = frame->Merge(pImages);
+  if (pMemory != nullptr) pMemory->pSource = frame->ReleaseSourceBuffer(pMemory->ulSourceLength);
   if (result < 0) return result;
   frame->GetProcessedLowMetaData(pImages->pLowMetaData, pImages->uiMetaDataSize);
   frame->GetProcessedHighMetaData(pImages->pHighMetaData, pImages->uiMetaDataSize);
@@ -160,9 +199,9 @@ int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacke
 int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
   ProcessedHeader metaData;
   CFitsInterface fits;
-  Planes planes(*this);
+  Planes planes(*this, m_ConversionMemory.planes);
   unpacked_images_t& images = planes.images;
-  int result = DoConvertBase(pSource, pInfo, &images);
+  int result = DoConvertBase(pSource, pInfo, &images, &m_ConversionMemory);
   if (result < 0) return result;
 
   for (const PlaneFile& plane : planeFiles(images)) {
@@ -179,9 +218,9 @@ int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, con
 int CAlgo::DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
   ProcessedHeader metaData;
   CTiffMaker tiff;
-  Planes planes(*this);
+  Planes planes(*this, m_ConversionMemory.planes);
   unpacked_images_t& images = planes.images;
-  int result = DoConvertBase(pSource, pInfo, &images);
+  int result = DoConvertBase(pSource, pInfo, &images, &m_ConversionMemory);
   if (result < 0) return result;
 
   // Intended: all files carry the low-gain plane's metadata, apart from two flags.

@@ -33,6 +33,13 @@ unsigned char* allocateZeroed(unsigned long size) {
   return static_cast<unsigned char*>(std::calloc(std::max(size, 1UL), 1));
 }
 
+/// 0 for what is not a regular file with at least one byte.
+unsigned long regularFileSize(std::FILE* pStream) {
+  struct stat status {};
+  if (pStream == nullptr || fstat(fileno(pStream), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  return status.st_size > 0 ? static_cast<unsigned long>(status.st_size) : 0;
+}
+
 }  // namespace
 
 IFrame::IFrame()
@@ -118,26 +125,44 @@ void IFrame::SetSourceImage(unsigned char* pSource, unsigned long ulLength) {
 }
 
 int IFrame::SetSourceImage(std::FILE* pStream) {
-  FreeSourceImageBuffer();
-  return pStream == nullptr ? -1 : ReadSourceImage(pStream);
+  if (!DoFitsSource(regularFileSize(pStream))) FreeSourceImageBuffer();
+  return ReadSourceImage(pStream);
 }
 
 int IFrame::ReadSourceImage(std::FILE* pStream) {
-  if (pStream == nullptr) return -1;
+  const unsigned long size = regularFileSize(pStream);
+  if (size == 0) return -1;
+  if (!DoFitsSource(size)) {
+    auto* const buffer = static_cast<unsigned char*>(std::malloc(size + 1));
+    if (buffer == nullptr) return -1;
+    AdoptSourceBuffer(buffer, size);
+  }
   std::rewind(pStream);
-  struct stat status {};
-  if (fstat(fileno(pStream), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < 1) return -1;
-  const auto size = static_cast<unsigned long>(status.st_size);
-  auto* const buffer = static_cast<unsigned char*>(std::malloc(size + 1));
-  if (buffer == nullptr) return -1;
-  FreeSourceImageBuffer();
-  m_pSource = buffer;
-  m_ulSourceLength = size;
-  m_bSourceOwned = true;
-  const unsigned long read = std::fread(buffer, 1, size, pStream);
-  std::memset(buffer + read, 0, size + 1 - read);
+  const unsigned long read = std::fread(m_pSource, 1, size, pStream);
+  std::memset(m_pSource + read, 0, size + 1 - read);
   m_bSourceIncomplete = read != size;
   return m_bSourceIncomplete ? -1 : 0;
+}
+
+bool IFrame::DoFitsSource(unsigned long ulLength) const {
+  return m_bSourceOwned && ulLength != 0 && ulLength == m_ulSourceLength;
+}
+
+void IFrame::AdoptSourceBuffer(unsigned char* pBuffer, unsigned long ulLength) {
+  FreeSourceImageBuffer();
+  m_pSource = pBuffer;
+  m_ulSourceLength = pBuffer != nullptr ? ulLength : 0;
+  m_bSourceOwned = pBuffer != nullptr;
+}
+
+unsigned char* IFrame::ReleaseSourceBuffer(unsigned long& ulLength) {
+  if (!m_bSourceOwned) return nullptr;
+  unsigned char* const buffer = m_pSource;
+  ulLength = m_ulSourceLength;
+  m_pSource = nullptr;
+  m_ulSourceLength = 0;
+  m_bSourceOwned = false;
+  return buffer;
 }
 
 void IFrame::FreeSourceImageBuffer() {

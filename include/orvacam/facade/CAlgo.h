@@ -58,6 +58,7 @@ class ORVACAM_API CAlgo {
   /// Converts a raw frame file to FITS or TIFF files named after the destination: "out/frame.raw" becomes
   /// "out/frame_LOW.fit", "_HIGH" and "_MERGED", or "out/frame.fit" for a frame of one plane. Other formats
   /// create an empty destination and copy nothing. All planes are tried; the last one's status is returned.
+  /// The memory for a file and its planes is kept for the next one of the same size, until the object goes.
   /// Throws std::out_of_range when the destination holds no dot, and nothing else.
   int ConvertFile(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination);
   /// What ConvertFile names its files: the path up to its last dot, then suffix and extension, each unless it
@@ -102,8 +103,21 @@ class ORVACAM_API CAlgo {
   int DoMergeStream(std::FILE* pStream, unpacked_images_t* pImages, unpacked_stats_t* pStats,
                     const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName);
 
-  int DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages);
-  int DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacked_images_t* pImages);
+  /// Memory that one conversion leaves to the next of frames of the same size: fresh pages cost several times
+  /// what is done with them.
+  struct conversion_memory_t {
+    unpacked_images_t planes;  ///< the image buffers and their sizes, no more
+    unsigned char* pSource;    ///< the file
+    unsigned long ulSourceLength;
+  };
+
+  IFrame* DoInitFrame(CFrameMetaData* pMetaData, std::FILE* pStream, unpacked_images_t* pImages,
+                      conversion_memory_t* pMemory);
+  /// The planes become the caller's, unless pMemory lends its own.
+  int DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages,
+                    conversion_memory_t* pMemory = nullptr);
+  int DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacked_images_t* pImages,
+                      conversion_memory_t* pMemory);
   int DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination);
   int DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination);
 
@@ -112,6 +126,7 @@ class ORVACAM_API CAlgo {
   CHWMergeReferenceFrames m_HWMerge;
   CMergeAlgoLegacy m_LegacyMerge;  ///< for classes derived from this one; never handed to a frame here
   char m_FileName[s_uiFileNameSize];
+  conversion_memory_t m_ConversionMemory;
   CLog* m_pLog;
 };
 
