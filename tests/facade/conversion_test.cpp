@@ -113,6 +113,42 @@ TEST_F(Conversion, OfEveryCameraGivesItsPlanes) {
     }
 }
 
+TEST_F(Conversion, GivesTheSameFilesWhateverTheObjectConvertedBefore) {
+  // Memory is kept from file to file; nothing of an earlier frame may come through.
+  const auto ccd = [](unsigned int quadrants) {
+    sim::HeaderFields fields = header("ARGENT 230-84", 16, false, 20, 31);  // the middle row is not written
+    fields.quadrants = quadrants;
+    return RawFrame(fields);
+  };
+  RawFrame other(header("VESTRA VS400", 12, true, 100, 60), 3, 77);
+  RawFrame cut = other;
+  cut.bytes.resize(cut.bytes.size() / 2);
+  RawFrame padded = other;  // the same length, the first planes' size
+  padded.bytes = cut.bytes;
+  padded.bytes.resize(other.bytes.size());
+  const RawFrame large(header("VESTRA VS400", 12, true, 300, 200));
+  const RawFrame sequence[] = {hdr,    other, cut,     hdr,       padded,  large, single,
+                               single, hdr,   ccd(32), ccd(0x3C), ccd(32), cut,   other};
+  unsigned int step = 0;
+  for (const RawFrame& raw : sequence) {
+    SCOPED_TRACE(step++);
+    const int kept = convert(raw, ORVA_IMAGE_FORMAT_TIFF, "kept.raw");
+    CAlgo fresh;
+    const conv_info_t info{ORVA_IMAGE_FORMAT_TIFF, nullptr, nullptr};
+    EXPECT_EQ(
+        fresh.ConvertFile(folder.wideFile("source.bin").c_str(), &info, folder.wideFile("fresh.raw").c_str()),
+        kept);
+    std::vector<std::string> endings;
+    for (const std::string& name : written())
+      if (name.rfind("fresh", 0) == 0) endings.push_back(name.substr(5));
+    EXPECT_EQ(written().size(), 2 * endings.size());
+    for (const std::string& ending : endings)
+      EXPECT_EQ(folder.read("kept" + ending), folder.read("fresh" + ending)) << ending;
+    for (const std::string& name : written())
+      std::filesystem::remove(folder.file(name));
+  }
+}
+
 TEST_F(Conversion, WithReferenceFilesCorrectsTheMergedPlane) {
   const sim::Camera& camera = *sim::findCamera("gsense400");
   sim::HeaderFields fields = *sim::headerFor(camera, "hdr");

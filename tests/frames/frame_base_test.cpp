@@ -60,6 +60,7 @@ class OutsideFrame : public IFrame {
   using IFrame::m_bSourceByteSwapped;
   using IFrame::m_uiWorkSize;
   using IFrame::m_uiWorkSizeWithHeader;
+  using IFrame::m_pSource;
   using IFrame::m_ulSourceLength;
   using IFrame::m_UserMergeBuffers;
 };
@@ -351,6 +352,34 @@ TEST_F(FrameBase, ReadsAWholeFileAndLeavesTheStreamOpen) {
   EXPECT_GE(std::ftell(file), 0);
   std::fclose(file);
   frame.FreeSourceImageBuffer();
+  EXPECT_EQ(frame.m_ulSourceLength, 0u);
+}
+
+TEST_F(FrameBase, ReadsIntoMemoryThatItWasGivenAndGivesItBack) {
+  const TestFolder folder;
+  folder.write("frame", raw.bytes);
+  std::FILE* file = std::fopen(folder.file("frame").c_str(), "rb");
+  const unsigned long length = raw.bytes.size();
+  unsigned long given = 0;
+  EXPECT_EQ(frame.ReleaseSourceBuffer(given), nullptr);
+  auto* const memory = static_cast<unsigned char*>(std::calloc(length + 1, 1));
+  frame.AdoptSourceBuffer(memory, length);
+  EXPECT_EQ(frame.Initialize(raw.metaData, file, nullptr), 0);
+  EXPECT_EQ(frame.m_pSource, memory);
+  EXPECT_TRUE(std::equal(raw.bytes.begin(), raw.bytes.end(), memory));
+  EXPECT_EQ(frame.ReleaseSourceBuffer(given), memory);
+  EXPECT_EQ(given, length);
+  EXPECT_EQ(frame.m_pSource, nullptr);
+  EXPECT_EQ(frame.m_ulSourceLength, 0u);
+
+  frame.AdoptSourceBuffer(static_cast<unsigned char*>(std::realloc(memory, length)), length - 1);
+  EXPECT_EQ(frame.SetSourceImage(file), 0);  // which is longer: memory of its own
+  EXPECT_EQ(frame.m_ulSourceLength, length);
+  EXPECT_TRUE(std::equal(raw.bytes.begin(), raw.bytes.end(), frame.m_pSource));
+  std::fclose(file);
+  frame.SetSourceImage(raw.bytes.data(), length);
+  EXPECT_EQ(frame.ReleaseSourceBuffer(given), nullptr);  // the caller's
+  frame.AdoptSourceBuffer(nullptr, 5);
   EXPECT_EQ(frame.m_ulSourceLength, 0u);
 }
 

@@ -58,8 +58,8 @@ class ORVACAM_API IFrame {
   /// what a short read brought is kept.
   int SetSourceImage(std::FILE* pStream);
   int ReadSourceImage(std::FILE* pStream);
-  /// Memory from malloc, now the frame's, which is read into when a stream has exactly this length; and the
-  /// frame's own memory, from then on the caller's: null when it has none.
+  /// Memory from malloc, one byte more than ulLength, now the frame's: a stream of just this length is read
+  /// into it. And the memory that a stream was read into, now the caller's (free); null when there is none.
   void AdoptSourceBuffer(unsigned char* pBuffer, unsigned long ulLength);
   unsigned char* ReleaseSourceBuffer(unsigned long& ulLength);
   /// Frees the raw frame where this object read it itself.
@@ -124,9 +124,9 @@ class ORVACAM_API IFrame {
   void DoMergePlanes(const unpacked_images_t* pImages);
   /// Unpack by way of the virtual operation, then merge. The Unpack status.
   int DoMerge(unpacked_images_t* pImages);
-  /// The raw bytes behind the header; null and 0 when the source is not longer.
   /// Whether the frame has memory of its own that just holds a source of this length.
   bool DoFitsSource(unsigned long ulLength) const;
+  /// The raw bytes behind the header; null and 0 when the source is not longer.
   const unsigned char* DoPixelData(unsigned long& ulLength) const;
   /// The same where the source may also be bare pixels: a header is skipped only where there is one.
   const unsigned char* DoPixelDataOfAnySource(unsigned long& ulLength) const;
