@@ -68,3 +68,9 @@ build_tool() {
   # shellcheck disable=SC2034  # for the sourcing script
   orvacam=$folder/tools/orvacam/orvacam
 }
+
+# The program with several cameras under ThreadSanitizer; the library and this program are all that is built for it.
+run_threads_test() {
+  build_preset tsan test_threads
+  (cd "$root/build/tsan/tests/threads/run" && TSAN_OPTIONS=halt_on_error=1 ../test_threads --gtest_brief=1)
+}
