@@ -58,9 +58,9 @@ TEST(FrameFactory, ReadsTheDeviceFromTheMetadata) {
 class OutsideFrame : public IFrame {
  public:
   using IFrame::m_bSourceByteSwapped;
+  using IFrame::m_pSource;
   using IFrame::m_uiWorkSize;
   using IFrame::m_uiWorkSizeWithHeader;
-  using IFrame::m_pSource;
   using IFrame::m_ulSourceLength;
   using IFrame::m_UserMergeBuffers;
 };
