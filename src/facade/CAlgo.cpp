@@ -5,13 +5,14 @@
 #include <orvacam/frames/IFrame.h>
 #include <orvacam/gain/CDeviceGainTablesFactory.h>
 #include <orvacam/support/CLog.h>
-#include <orvacam/support/util.h>
 #include <orvacam/types/device_types.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <new>
+
+#include "support/OpenFile.h"
 
 namespace {
 
@@ -122,7 +123,7 @@ int CAlgo::MergeFile(const wchar_t* pFileName, unpacked_images_t* pImages, unpac
   if (pFileName == nullptr) return -1;
   if (pImages == nullptr) return 0;
   m_MetaData.ReInitialize(false);
-  const File file(utilOSWideFileOpen(pFileName, L"rb"));
+  const File file(orvacam::openRegularFile(pFileName, "rb"));
   if (file == nullptr) return -1;
   return DoMergeStream(file.get(), pImages, pStats, pDSNUFileName, pPRNUFileName);
 } catch (const std::bad_alloc&) {

@@ -16,6 +16,7 @@
 #include <new>
 #include <utility>
 
+#include "support/OpenFile.h"
 #include "support/WideText.h"
 
 namespace {
@@ -154,7 +155,7 @@ int CAlgo::DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpac
                          conversion_memory_t* pMemory) {
   if (pImages == nullptr) return -1;
   m_MetaData.ReInitialize(false);
-  const std::unique_ptr<std::FILE, FileCloser> file(utilOSWideFileOpen(pSource, L"rb"));
+  const std::unique_ptr<std::FILE, FileCloser> file(orvacam::openRegularFile(pSource, "rb"));
   return file == nullptr ? -1 : DoConvertStream(file.get(), pInfo, pImages, pMemory);
 }
 

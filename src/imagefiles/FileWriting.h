@@ -8,11 +8,13 @@
 #include <cstddef>
 #include <string>
 
+#include "support/OpenFile.h"
+
 namespace orvacam {
 
 /// Opens a file for writing, made where there is none; negative on failure, with errno set.
 inline int openOutput(const std::string& path, int flags, mode_t permissions) {
-  return open(path.c_str(), flags | O_CREAT | O_CLOEXEC, permissions);
+  return openForWriting(path.c_str(), flags | O_CREAT, permissions);
 }
 
 /// Writes all of it straight from the caller's memory, or says false.

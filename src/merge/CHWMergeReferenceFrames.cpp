@@ -11,6 +11,7 @@
 #include <new>
 
 #include "support/CheckedMath.h"
+#include "support/OpenFile.h"
 
 namespace {
 
@@ -313,12 +314,12 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
   constexpr const char* name = "CreateReferenceFrames";
   ClearFrames();
   // Intended: opened for writing, too.
-  const File dsnu(pDSNUFile != nullptr ? utilOSWideFileOpen(pDSNUFile, L"r+b") : nullptr);
+  const File dsnu(pDSNUFile != nullptr ? orvacam::openRegularFile(pDSNUFile, "r+b") : nullptr);
   if (pDSNUFile != nullptr && dsnu == nullptr) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Could not open DSNU File %s\n", name, utilWideToMbsStatic(pDSNUFile));
     return -1;
   }
-  const File prnu(pPRNUFile != nullptr ? utilOSWideFileOpen(pPRNUFile, L"r+b") : nullptr);
+  const File prnu(pPRNUFile != nullptr ? orvacam::openRegularFile(pPRNUFile, "r+b") : nullptr);
   if (pPRNUFile != nullptr && prnu == nullptr) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Could not open PRNU File %s\n", name, utilWideToMbsStatic(pPRNUFile));
     return -1;

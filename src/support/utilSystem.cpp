@@ -1,5 +1,6 @@
 // Time, wide and narrow text, files and directories.
 
+#include <fcntl.h>
 #include <orvacam/support/util.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -121,13 +122,16 @@ std::FILE* utilOSWideFileOpen(const wchar_t* pName, const wchar_t* pMode) {
 
 int utilOSWideCopyFile(const wchar_t* pSource, const wchar_t* pDestination) {
   if (pSource == nullptr || pDestination == nullptr) return -1;
-  std::FILE* source = utilOSWideFileOpen(pSource, L"rb");
-  std::FILE* destination = source != nullptr ? utilOSWideFileOpen(pDestination, L"wb") : nullptr;
+  // Neither waits for the other end of a FIFO.
+  const int source = open(narrowPath(pSource), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const int destination = source >= 0 ? open(narrowPath(pDestination),
+                                             O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0666)
+                                      : -1;
   // Intended: a freshly opened source is not at its end, so that the copy, which goes on only while it is,
   // copies nothing and leaves an empty destination. Callers rely on the destination being there.
-  if (source != nullptr) std::fclose(source);
-  if (destination == nullptr) return -1;
-  std::fclose(destination);
+  if (source >= 0) close(source);
+  if (destination < 0) return -1;
+  close(destination);
   return 0;
 }
 
