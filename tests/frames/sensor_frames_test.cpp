@@ -422,6 +422,20 @@ TEST(PlainFrames, OfOtherPixelSizesFailWithoutCopying) {
   EXPECT_EQ(images.low(), Pixels(16, 0));
 }
 
+TEST(PlainFrames, CopyAsManyPixelsAsTheImageHasInOneRun) {
+  sim::HeaderFields f = header("VESTRA PLAIN", 16, false, 4, 2);
+  f.preRefPixels = 1;
+  f.postRefRows = 1;  // 5 x 3
+  RawFrame raw(f);
+  Bench bench(raw);
+  Images images;
+  images.bLowImageRequest = true;
+  EXPECT_EQ(bench.frame->Unpack(&images), 0);
+  Pixels expected = raw.planes[0];
+  std::fill(expected.begin() + 8, expected.end(), 0);
+  EXPECT_EQ(images.low(), expected);
+}
+
 TEST(PlainFrames, AreTakenAsBarePixelsWithoutAHeader) {
   RawFrame raw(header("VESTRA PLAIN", 16, false, 8, 2));
   Bytes bare(raw.bytes.end() - 32, raw.bytes.end());

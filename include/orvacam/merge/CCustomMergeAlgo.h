@@ -35,7 +35,7 @@ class ORVACAM_API CCustomMergeAlgo {
   /// The metadata of the frame in hand, copied; may throw std::bad_alloc. Needed by merges with statistics or
   /// an image file header. The statistics of the frame before are forgotten.
   void SetMetaData(const CFrameMetaData& metaData);
-  /// That copy, which stays this object's; a merge marks it as a merged 16-bit frame.
+  /// That copy, which stays this object's. The camera's own merge marks it as 16 bits a pixel, not HDR.
   CFrameMetaData& GetMetaData() { return m_MetaData; }
   /// Whether the next merges gather statistics of the merged plane's image pixels. Statistics describe the
   /// last merge that was asked for alone: none when it failed.
