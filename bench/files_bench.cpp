@@ -20,6 +20,7 @@
 #include "Benchmarks.h"
 #include "Compare.h"
 #include "HdrFrame.h"
+#include "Memory.h"
 
 namespace {
 
@@ -148,10 +149,15 @@ void convertFile(benchmark::State& state, unsigned int side, unsigned int format
   const std::wstring wideSource(source.begin(), source.end());
   const std::wstring wideDestination(destination.begin(), destination.end());
   const conv_info_t info{format, nullptr, nullptr};
-  CAlgo algo;
-  const auto convert = [&] {
+  const auto convertBy = [&](CAlgo& algo) {
     require(algo.ConvertFile(wideSource.c_str(), &info, wideDestination.c_str()) >= 0, "ConvertFile");
   };
+  const double grown = residentGrowthOf([&] {
+    CAlgo algo;
+    convertBy(algo);
+  });
+  CAlgo algo;
+  const auto convert = [&] { convertBy(algo); };
   convert();
   const bool tiff = format == ORVA_IMAGE_FORMAT_TIFF;
   const std::vector<unsigned char> low = contentOf(folder.file(tiff ? "out_LOW.tiff" : "out_LOW.fit"));
@@ -169,6 +175,8 @@ void convertFile(benchmark::State& state, unsigned int side, unsigned int format
   };
   compare(state, convert, {{"read and write", readAndWrite}});
   state.counters["bytes"] = static_cast<double>(frame.bytes.size() + 6 * frame.pixels());
+  state.counters["grown"] = grown;
+  state.counters["given"] = static_cast<double>(frame.bytes.size() + 6 * frame.pixels());
 }
 
 }  // namespace

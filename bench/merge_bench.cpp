@@ -10,6 +10,7 @@
 #include "Benchmarks.h"
 #include "Compare.h"
 #include "HdrFrame.h"
+#include "Memory.h"
 
 namespace {
 
@@ -101,6 +102,8 @@ void mergeImage(benchmark::State& state, const MergeCase& what, unsigned int sid
   merging.run();
   plain.run(frame, what.termsPerPixel);
   merging.check(plain);
+  const std::size_t allocated = bytesAllocatedBy([&] { merging.run(); });
+  const double grown = residentGrowthOf([&] { Merging(frame, what).run(); });
 
   std::vector<Contender> others;
   if (comparePlain) others.push_back({"plain loop", [&] { plain.run(frame, what.termsPerPixel); }, true});
@@ -108,6 +111,10 @@ void mergeImage(benchmark::State& state, const MergeCase& what, unsigned int sid
   compareWithCopies(
       state, what.bytesPerPixel * frame.pixels(), [&] { merging.run(); }, others,
       std::max<std::size_t>(1, pixelsTimed / frame.pixels()));
+  state.counters["allocated"] = static_cast<double>(allocated);
+  state.counters["grown"] = grown;
+  state.counters["given"] =
+      static_cast<double>(frame.bytes.size() + (what.mergedOnly ? 2 : 6) * frame.pixels());
 }
 
 void addMergeImage(const MergeCase& what, unsigned int side, bool comparePlain = false) {
