@@ -41,7 +41,7 @@ void freePlane(Value*& pPlane) {
 /// Whether a file's two planes of this many pixels are more than its bytes justify: a header alone never
 /// makes us hold much memory, a file that was cut is still read.
 bool outOfProportion(unsigned long pixels, unsigned long fileBytes) {
-  constexpr unsigned long alwaysAllowed = 16UL << 20;
+  constexpr unsigned long alwaysAllowed = 8UL << 20;
   constexpr unsigned long largestRatio = 8;
   const unsigned long planesBytes = 2 * sizeof(unsigned short) * pixels;
   return planesBytes > alwaysAllowed && planesBytes / largestRatio > fileBytes;

@@ -83,6 +83,40 @@ inline Bytes referenceOf(unsigned int width, unsigned int height, unsigned short
   return bytes;
 }
 
+/// Cameras of every device type, and one that is none.
+inline constexpr const char* models[] = {
+    "VESTRA VS400",  "VESTRA VS2020", "VESTRA VS4040", "VESTRA VS6060",    "ARGENT 230-42",
+    "ARGENT 230-84", "ARGENT 4320",   "VESTRA IMX183", "LUMORA 420 LSGEN", "VESTRA PLAIN"};
+
+/// A file of 2 KiB whose header claims a size.
+inline Bytes claim(const char* model, unsigned int version, unsigned int width, unsigned int height, bool hdr,
+                   unsigned int bits) {
+  sim::HeaderFields fields;
+  fields.model = model;
+  fields.width = width;
+  fields.height = height;
+  fields.hdr = hdr;
+  fields.dataBits = fields.sensorBits = bits;
+  fields.quadrants = 0x3C;
+  Bytes bytes = sim::writeHeader(fields, version);
+  bytes.resize(2048, 0x11);
+  return bytes;
+}
+
+/// Sanitizers keep memory of their own and hold freed memory back: what a process takes then means nothing.
+inline constexpr bool sanitized =
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+    true;
+#else
+    false;
+#endif
+#else
+    false;
+#endif
+
 }  // namespace robustness
 
 #endif  // ORVACAM_TESTS_ROBUSTNESS_FRAMES_H

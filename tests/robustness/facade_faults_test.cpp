@@ -140,8 +140,7 @@ class MergeFile : public Merge {
 
 class ConvertFile : public Operation {
  public:
-  ConvertFile(const Family& family, unsigned int format, bool references)
-      : m_severalPlanes(family.hdr), m_format(format) {
+  ConvertFile(const Family& family, unsigned int format, bool references) : m_severalPlanes(family.hdr) {
     auto fields = fieldsOf(family, 60, 60);  // more pixels than the header of a FITS file displaces
     fields.highGain = 0xFFFFFFFF;            // a number that takes memory to print
     m_name = commonFile(std::string("large") + family.name, frameOf(fields));
@@ -179,10 +178,29 @@ class ConvertFile : public Operation {
   }
 
   bool m_severalPlanes;
-  unsigned int m_format;
   std::wstring m_name, m_dsnu, m_out;
+
+ protected:
   conv_info_t m_info{};
   CAlgo m_algo;
+};
+
+/// A file after one of another size, whose memory is kept for the next.
+class ConvertFilesOfTwoSizes : public ConvertFile {
+ public:
+  explicit ConvertFilesOfTwoSizes(unsigned int format) : ConvertFile(families[4], format, false) {
+    m_other = commonFile("other", frameOf(fieldsOf(families[0], 70, 60)));
+    m_otherOut = commonFolder().wideFile("outother.raw");
+  }
+  int run() override {
+    const int status = m_algo.ConvertFile(m_other.c_str(), &m_info, m_otherOut.c_str());
+    return status < 0 ? status : ConvertFile::run();
+  }
+  // The status of the first conversion is that of its last plane alone.
+  bool mayBeSilent(faults::Call /*first*/) override { return true; }
+
+ private:
+  std::wstring m_other, m_otherOut;
 };
 
 /// The façade's own set-up.
@@ -270,6 +288,9 @@ std::vector<Subject> subjects() {
       add(std::string("ConvertFile") + formatName + family->name,
           [family, format = format] { return std::make_unique<ConvertFile>(*family, format, false); });
   add("ConvertFileWithReferences", [] { return std::make_unique<ConvertFile>(families[0], 2, true); });
+  for (const auto& [format, formatName] : {std::pair(1u, "ToTiff"), std::pair(2u, "ToFits")})
+    add(std::string("ConvertFilesOfTwoSizes") + formatName,
+        [format = format] { return std::make_unique<ConvertFilesOfTwoSizes>(format); });
   add("ConvertFileByCopying", [] { return std::make_unique<ConvertFile>(families[4], 0, false); });
   add("SetUp", [] { return std::make_unique<SetUp>(); });
   add("InitFrame", [] { return std::make_unique<MakeFrame>(false); });

@@ -122,4 +122,21 @@ TEST_F(ToolOutputs, DoNotWaitForTheReaderOfAFifo) {
   }
 }
 
+TEST_F(Program, TakesLittleMemoryForASmallFileThatClaimsToBeLarge) {
+  std::filesystem::create_directory(folder.file("out"));
+  for (const char* model : robustness::models)
+    for (const unsigned int version : {1u, 4u}) {
+      folder.write("claim.raw",
+                   robustness::claim(model, version, 65535, 65535, version == 4, version == 4 ? 12 : 16));
+      for (const std::vector<std::string>& command :
+           {std::vector<std::string>{"stats", "claim.raw"}, {"convert", "claim.raw", "-o", "out"}}) {
+        const Ran ran = orvacam(command);
+        EXPECT_EQ(ran.exitCode, 1) << model << ", version " << version << ", " << command[0];
+        EXPECT_EQ(ran.err.rfind("orvacam: claim.raw: ", 0), 0u) << ran.err;
+        if (!robustness::sanitized) EXPECT_LT(ran.peakKilobytes, 64 * 1024) << model << ", " << command[0];
+      }
+      EXPECT_THAT(files("out"), IsEmpty()) << model;
+    }
+}
+
 }  // namespace

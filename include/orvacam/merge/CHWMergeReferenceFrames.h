@@ -58,7 +58,7 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   /// each as large as the header's full frame, 16-bit little-endian. Either name may be null; the terms it
   /// would bring are then 0 (additive) or the given multiplicative ones. -1 (logged but for the last) when a
   /// file cannot be opened, does not parse, has another size than the other one, holds less than an eighth of
-  /// what a header of more than 16 MB of planes claims, or is short; what a short file holds is used.
+  /// what a header of more than 8 MiB of planes claims, or is short; what a short file holds is used.
   int CreateReferenceFrames(const wchar_t* pDSNUFile, const wchar_t* pPRNUFile, double dMulLow,
                             double dMulHigh, ref_frames_t* pRef);
   /// Parses the headers of two reference files (either may be null) and positions them at their planes, a
