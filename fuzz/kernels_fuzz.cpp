@@ -1,6 +1,8 @@
 // The same bytes through every kernel of every table that this processor runs; stops when one differs from
 // the reference. Inputs and outputs end exactly where their allocations do.
 
+#include <algorithm>
+
 #include "fuzz_support.h"
 #include "kernels/Kernels.h"
 
@@ -33,6 +35,7 @@ struct Data {
       : count(input.word() % 1200),
         shift(input.upTo(40)),
         packed(3 * count, shift),
+        packedHigh(3 * count, 0),
         bytes(count, shift),
         low(count, shift),
         high(count, input.upTo(40)),
@@ -45,7 +48,12 @@ struct Data {
         uniform{static_cast<std::int16_t>(input.word()), static_cast<std::int16_t>(input.word()),
                 static_cast<std::uint16_t>(input.word()), static_cast<std::uint16_t>(input.word())},
         additive(count, shift),
-        multiplicative(count, 0) {
+        multiplicative(count, 0),
+        recent(count, 0),
+        recentFrames(1 + input.upTo(60000)),
+        outputs(input.byte()),
+        line(std::size_t{2} << input.upTo(8)),
+        mergeRow(1 + input.word() % static_cast<std::uint32_t>(line.size() / 2)) {
     // What is left, over and over, differs from place to place all the same.
     const Bytes rest = input.rest();
     std::size_t next = 0;
@@ -58,7 +66,7 @@ struct Data {
       return static_cast<std::uint16_t>(first << 8 | take());
     };
     for (std::size_t i = 0; i < 3 * count; ++i)
-      packed[i] = take();
+      packed[i] = take(), packedHigh[i] = take();
     for (std::size_t i = 0; i < count; ++i) {
       bytes[i] = take();
       low[i] = word();
@@ -67,14 +75,20 @@ struct Data {
       sums[i] = static_cast<std::uint32_t>(word()) << 16;
       additive[i] = static_cast<std::int16_t>(word());
       multiplicative[i] = word();
+      // No more than that many frames can add up to.
+      const std::uint32_t most = 65535 * recentFrames;
+      recent[i] = std::min(most, low[i] * recentFrames + word() % recentFrames);
     }
+    for (std::uint16_t& value : line)
+      value = word();
+    line[0] = 0;
     for (std::uint16_t& value : map)
       value = word();
   }
 
   static constexpr std::uint32_t mapWidth = 50;
   std::size_t count, shift;
-  Run<std::uint8_t> packed, bytes;
+  Run<std::uint8_t> packed, packedHigh, bytes;
   Run<std::uint16_t> low, high;
   Run<std::uint64_t> wide;
   Run<std::uint32_t> sums;
@@ -84,11 +98,74 @@ struct Data {
   kernels::UniformTerms uniform;
   Run<std::int16_t> additive;
   Run<std::uint16_t> multiplicative;
+  Run<std::uint32_t> recent;
+  std::uint32_t recentFrames;
+  unsigned int outputs;
+  std::vector<std::uint16_t> line;
+  std::uint32_t mergeRow;
 
   kernels::PlaneTerms planes() const {
     return {additive.data(), additive.data(), multiplicative.data(), low.data()};
   }
 };
+
+/// One merge of packed pixels: the planes that are asked for, and what is kept to be counted.
+struct PackedMerge {
+  PackedMerge(const Data& data, unsigned int which, const kernels::KernelTable& table)
+      : low(pixels(data, 1), data.shift),
+        high(pixels(data, 2), 0),
+        merged(pixels(data, 0), data.shift),
+        countedLow(pixels(data, 4), 0),
+        countedHigh(pixels(data, 4), data.shift),
+        countedMerged(pixels(data, 12), 0) {
+    const auto wanted = [&](Run<std::uint16_t>& run, unsigned int option) {
+      return (data.outputs & option) == option ? run.data() : nullptr;
+    };
+    const kernels::PackedPair run{data.packed.data(),
+                                  (data.outputs & 16) != 0 ? data.packed.data() : data.packedHigh.data(),
+                                  data.count / 2,
+                                  wanted(low, 1),
+                                  wanted(high, 2),
+                                  merged.data(),
+                                  wanted(countedLow, 4),
+                                  wanted(countedHigh, 4),
+                                  wanted(countedMerged, 12),
+                                  (data.outputs & 4) != 0 ? &extremes : nullptr};
+    if (which == 0) table.mergePackedUniform(run, data.rule, data.uniform);
+    if (which == 1) table.mergePackedPlanes(run, data.rule, data.planes());
+    if (which == 2) table.mergePackedUniformStreaming(run, data.rule, data.uniform);
+    if (which == 3) table.mergePackedPlanesStreaming(run, data.rule, data.planes());
+    table.finishStreaming();
+    if (run.pairs == 0) extremes = {};  // of no pixels there are none
+  }
+
+  static std::size_t pixels(const Data& data, unsigned int option) {
+    return (data.outputs & option) == option ? data.count / 2 * 2 : 0;
+  }
+  bool operator==(const PackedMerge& o) const {
+    const kernels::PairExtremes &a = extremes, &b = o.extremes;
+    return low == o.low && high == o.high && merged == o.merged && countedLow == o.countedLow &&
+           countedHigh == o.countedHigh && countedMerged == o.countedMerged && a.lowMinimum == b.lowMinimum &&
+           a.lowMaximum == b.lowMaximum && a.highMinimum == b.highMinimum && a.highMaximum == b.highMaximum &&
+           a.mergedMinimum == b.mergedMinimum && a.mergedMaximum == b.mergedMaximum;
+  }
+
+  Run<std::uint16_t> low, high, merged, countedLow, countedHigh, countedMerged;
+  kernels::PairExtremes extremes{};
+};
+
+/// In one go or in two steps, the merged pixels are the same.
+void requireTheMergeOfUnpacked(const Data& data) {
+  const kernels::KernelTable& table = kernels::reference();
+  const std::size_t pairs = data.count / 2;
+  Run<std::uint16_t> low(2 * pairs, 0), high(2 * pairs, 0), merged(2 * pairs, data.shift);
+  table.unpack12(data.packed.data(), low.data(), pairs);
+  table.unpack12((data.outputs & 16) != 0 ? data.packed.data() : data.packedHigh.data(), high.data(), pairs);
+  table.mergeUniform(low.data(), high.data(), merged.data(), 2 * pairs, data.rule, data.uniform);
+  FUZZ_REQUIRE(merged == PackedMerge(data, 0, table).merged);
+  table.mergePlanes(low.data(), high.data(), merged.data(), 2 * pairs, data.rule, data.planes());
+  FUZZ_REQUIRE(merged == PackedMerge(data, 1, table).merged);
+}
 
 /// All that one table makes of the data.
 struct Results {
@@ -104,11 +181,15 @@ struct Results {
         planesStreaming(data.count, data.shift),
         inPlace(data.low),
         mapped(data.count, data.shift),
+        byLine(data.count, data.shift),
         sums8(data.sums),
         sums16(data.sums),
+        started8(data.sums),
+        started16(data.sums),
         emptied(data.sums),
         wide(data.wide),
         means(data.count, data.shift),
+        recentMeans(data.count, data.shift),
         counts(data.count, 0) {
     const std::size_t count = data.count;
     const std::uint16_t *low = data.low.data(), *high = data.high.data();
@@ -127,6 +208,11 @@ struct Results {
                       static_cast<std::uint32_t>(data.map.size() / Data::mapWidth));
     table.addToSums8(data.bytes.data(), sums8.data(), count);
     table.addToSums16(low, sums16.data(), count);
+    table.mergeByLine(high, low, byLine.data(), count, data.line.data(),
+                      static_cast<std::uint32_t>(data.line.size() / 2), data.mergeRow);
+    table.startSums8(data.bytes.data(), started8.data(), count);
+    table.startSums16(low, started16.data(), count);
+    table.meansOfRecentSums(data.recent.data(), recentMeans.data(), count, data.recentFrames);
     table.emptySums(emptied.data(), wide.data(), count);
     table.meansOfSums(data.sums.data(), data.wide.data(), means.data(), count,
                       data.frames == 0 ? 1 : data.frames);
@@ -153,10 +239,10 @@ struct Results {
   }
 
   Run<std::uint16_t> unpacked, unpackedStreaming, swapped, mirrored, unbiased, uniform, planes;
-  Run<std::uint16_t> uniformStreaming, planesStreaming, inPlace, mapped;
-  Run<std::uint32_t> sums8, sums16, emptied;
+  Run<std::uint16_t> uniformStreaming, planesStreaming, inPlace, mapped, byLine;
+  Run<std::uint32_t> sums8, sums16, started8, started16, emptied;
   Run<std::uint64_t> wide;
-  Run<std::uint16_t> means;
+  Run<std::uint16_t> means, recentMeans;
   Run<std::uint32_t> counts;
   std::size_t counted = 0;
   std::uint16_t smallest = 0, largest = 0;
@@ -175,6 +261,10 @@ void compare(const Results& expected, const Results& actual, const Data& data) {
   FUZZ_REQUIRE(expected.planes == actual.planesStreaming);
   FUZZ_REQUIRE(expected.inPlace == actual.inPlace);
   FUZZ_REQUIRE(expected.mapped == actual.mapped);
+  FUZZ_REQUIRE(expected.byLine == actual.byLine);
+  FUZZ_REQUIRE(expected.started8 == actual.started8);
+  FUZZ_REQUIRE(expected.started16 == actual.started16);
+  FUZZ_REQUIRE(expected.recentMeans == actual.recentMeans);
   FUZZ_REQUIRE(expected.sums8 == actual.sums8);
   FUZZ_REQUIRE(expected.sums16 == actual.sums16);
   FUZZ_REQUIRE(expected.emptied == actual.emptied);
@@ -193,7 +283,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Results expected(given, kernels::reference());
   std::size_t count = 0;
   const kernels::KernelTable* const* tables = kernels::allTables(count);
-  for (std::size_t i = 0; i < count; ++i)
-    if (tables[i]->supported()) compare(expected, Results(given, *tables[i]), given);
+  requireTheMergeOfUnpacked(given);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!tables[i]->supported()) continue;
+    for (unsigned int which = 0; which < 4; ++which)
+      FUZZ_REQUIRE(PackedMerge(given, which, *tables[i]) == PackedMerge(given, which, kernels::reference()));
+    compare(expected, Results(given, *tables[i]), given);
+  }
   return 0;
 }
