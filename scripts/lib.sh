@@ -74,3 +74,15 @@ run_threads_test() {
   build_preset tsan test_threads
   (cd "$root/build/tsan/tests/threads/run" && TSAN_OPTIONS=halt_on_error=1 ../test_threads --gtest_brief=1)
 }
+
+# Where reads of memory that nobody wrote could hide; the others have their memory from these.
+# shellcheck disable=SC2034  # for the sourcing script
+valgrind_tests=(test_metadata test_support test_gain test_stack test_imagefiles test_frames test_facade test_merge)
+
+# A unit test of the dev build under valgrind, which hides the vector extensions that it does not know.
+run_under_valgrind() {
+  local test=$1 folder=$root/build/dev/tests/${1#test_}
+  (cd "$folder/run" && nice -n 19 valgrind -q --error-exitcode=99 --leak-check=full \
+    --errors-for-leak-kinds=definite,indirect --child-silent-after-fork=yes \
+    --suppressions="$root/scripts/valgrind.supp" "../$test" --gtest_brief=1)
+}

@@ -91,16 +91,50 @@ TEST_F(Convert, GoesOnAfterInputsThatFail) {
       "orvacam: none.raw: cannot be opened: No such file or directory\n"
       "orvacam: empty.raw: is empty\n"
       "orvacam: text.raw: is not a camera frame: it does not start with \"Meta\"\n"
-      "orvacam: cut.raw: is truncated: 17999 of 18000 bytes of pixels\n"
-      "orvacam: header.raw: is truncated: 200 of 384 bytes of its header\n"
-      "orvacam: start.raw: has a damaged header\n"
+      "orvacam: cut.raw: is truncated: it needs 18384 bytes for its pixels, and ends at byte 18383\n"
+      "orvacam: header.raw: is truncated: it needs 384 bytes for its header, and ends at byte 200\n"
+      "orvacam: start.raw: is truncated: it needs 8 bytes for its header, and ends at byte 5\n"
       "orvacam: folder.raw: is not a regular file\n"
-      "orvacam: inverted.raw: has a damaged header: its image ends before it starts\n"
+      "orvacam: inverted.raw: has a damaged header: its image ends before it starts: rows 5 to 4 at bytes "
+      "122 and 126\n"
       "orvacam: silent.raw: cannot be decoded: its header does not say which amplifiers read the sensor\n"
       "orvacam: depth.raw: cannot be decoded: 20 x 10 pixels of 14 bits from a 'VESTRA PLAIN'\n");
   EXPECT_THAT(files("out"),
               ElementsAre("good1_HIGH.tiff", "good1_LOW.tiff", "good1_MERGED.tiff", "good2.tiff"));
   EXPECT_EQ(tiff("out/good2.tiff"), single.planes[0]);
+}
+
+TEST_F(Convert, SaysAtWhichByteAHeaderIsWrong) {
+  const auto damaged = [&](std::size_t at, std::initializer_list<unsigned char> bytes) {
+    Bytes frame = single.bytes;
+    std::copy(bytes.begin(), bytes.end(), frame.begin() + static_cast<std::ptrdiff_t>(at));
+    folder.write("frame.raw", frame);
+    const Ran ran = orvacam({"convert", "frame.raw", "-o", "out"});
+    EXPECT_EQ(ran.exitCode, 1);
+    EXPECT_THAT(files("out"), IsEmpty());
+    return ran.err;
+  };
+  EXPECT_EQ(damaged(152, {' '}),
+            "orvacam: frame.raw: has a damaged header: its capture time at byte 152 cannot be read\n");
+  EXPECT_EQ(
+      damaged(124, {0x12, 0x34, 0, 0, 0, 59}),
+      "orvacam: frame.raw: has a damaged header: its image ends before it starts: columns 4660 to 59 at "
+      "bytes 124 and 128\n");
+  // Later versions are read like the last one, so that only what fails is blamed on them.
+  Bytes later(single.bytes.begin(), single.bytes.begin() + 300);
+  later[7] = 9;
+  folder.write("later.raw", later);
+  EXPECT_EQ(orvacam({"info", "later.raw"}).err,
+            "orvacam: later.raw: has a damaged header: its version 9 at byte 6 is none of 1 to 4\n");
+  for (const auto& [version, size] :
+       {std::pair(1u, 156), std::pair(2u, 246), std::pair(3u, 384), std::pair(4u, 384)}) {
+    Bytes cut = sim::writeHeader(single.fields, version);
+    cut.pop_back();
+    folder.write("cut.raw", cut);
+    EXPECT_EQ(orvacam({"info", "cut.raw"}).err,
+              "orvacam: cut.raw: is truncated: it needs " + std::to_string(size) +
+                  " bytes for its header, and ends at byte " + std::to_string(size - 1) + "\n");
+  }
 }
 
 TEST_F(Convert, RefusesATruncatedFrameAtEveryLength) {
@@ -114,8 +148,8 @@ TEST_F(Convert, RefusesATruncatedFrameAtEveryLength) {
       folder.write("cut.raw", cut);
       const Ran ran = orvacam({"convert", "cut.raw", "-o", "out"});
       EXPECT_EQ(ran.exitCode, 1);
-      EXPECT_EQ(ran.err, "orvacam: cut.raw: is truncated: " + std::to_string(cut.size() - 384) + " of " +
-                             std::to_string(whole->bytes.size() - 384) + " bytes of pixels\n");
+      EXPECT_EQ(ran.err, "orvacam: cut.raw: is truncated: it needs " + std::to_string(whole->bytes.size()) +
+                             " bytes for its pixels, and ends at byte " + std::to_string(cut.size()) + "\n");
       EXPECT_THAT(files("out"), IsEmpty());
     }
 }
@@ -211,7 +245,7 @@ TEST_F(Convert, SaysWhichReferenceFileIsWrong) {
       {"none", "cannot be opened: No such file or directory"},
       {"junk", "is not a camera frame: it does not start with \"Meta\""},
       {"small", "has 100 x 59 terms, which do not cover the frame"},
-      {"cut", "is truncated: 23999 of 24000 bytes of terms"}};
+      {"cut", "is truncated: it needs 24384 bytes for its terms, and ends at byte 24383"}};
   for (const auto& [name, why] : cases)
     for (const char* option : {"--dsnu", "--prnu"}) {
       const Ran ran = orvacam({"convert", "a.raw", "-o", "out", option, name});

@@ -83,7 +83,7 @@ TEST_F(Stack, BlamesTheInputThatFailsAndLeavesTheOldOutput) {
   folder.write("mean.tif", {1, 2, 3});
   const std::pair<const char*, const char*> cases[] = {
       {"none.raw", "cannot be opened: No such file or directory"},
-      {"cut.raw", "is truncated: 299 of 300 bytes of pixels"}};
+      {"cut.raw", "is truncated: it needs 684 bytes for its pixels, and ends at byte 683"}};
   for (const auto& [name, why] : cases) {
     const Ran ran = orvacam({"stack", "a.raw", name, "-o", "mean.tif"});
     EXPECT_EQ(ran.exitCode, 1);
@@ -230,10 +230,12 @@ TEST_F(Gains, RefuseABlockThatIsNotOrNotWhollyThere) {
   const std::pair<Bytes, const char*> cases[] = {
       {{}, "does not start with \"Meta\""},
       {{'M', 'e', 't', 'b', 0, 9, 0, 1, 0}, "does not start with \"Meta\""},
-      {{'M', 'e', 't', 'a', 0, 9, 0, 5, 0}, "its length or version is none that cameras write"},
-      {{'M', 'e', 't', 'a', 0, 8, 0, 1, 0}, "its length or version is none that cameras write"},
-      {{'M', 'e', 't', 'a', 4, 1, 0, 1, 0}, "its length or version is none that cameras write"},
-      {{'M', 'e', 't', 'a', 0, 32, 0, 1, 0}, "is truncated: 9 of 32 bytes"}};
+      {{'M', 'e', 't', 'a', 0, 9, 0, 5, 0}, "its version 5 at byte 6 is none of 1 to 4"},
+      {{'M', 'e', 't', 'a', 0, 9, 1, 1, 0}, "its version 257 at byte 6 is none of 1 to 4"},
+      {{'M', 'e', 't', 'a', 0, 8, 0, 1, 0}, "its length 8 at byte 4 is not 9 to 1024"},
+      {{'M', 'e', 't', 'a', 4, 1, 0, 1, 0}, "its length 1025 at byte 4 is not 9 to 1024"},
+      {{'M', 'e', 't', 'a', 0, 32, 0, 1, 0},
+       "is truncated: it needs 32 bytes for its settings, and ends at byte 9"}};
   for (const auto& [block, why] : cases) {
     folder.write("nv", block);
     const Ran ran = orvacam({"gains", "GSENSE4040", "--nv", "nv"});

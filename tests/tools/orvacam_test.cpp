@@ -158,8 +158,8 @@ class Program : public ::testing::Test {
     folder.write("empty.raw", {});
     folder.write("text.raw", {'m', 'e', 't', 'a', 'l'});
     fs::create_directory(folder.path() / "folder.raw");
-    return {{"header.raw", "is truncated: 100 of 384 bytes"},
-            {"cut.raw", "is truncated: 47 of 48 bytes"},
+    return {{"header.raw", "is truncated: it needs 384 bytes for its header, and ends at byte 100"},
+            {"cut.raw", "is truncated: it needs 432 bytes for its pixels, and ends at byte 431"},
             {"empty.raw", "is empty"},
             {"text.raw", "is not a camera frame: it does not start with \"Meta\""},
             {"folder.raw", "is not a regular file"},
@@ -670,10 +670,11 @@ TEST_F(Program, ShowsNoGainTablesOfUnknownSensorsOrFromForeignBlocks) {
   Bytes block = calibrationBlock();
   block.pop_back();
   folder.write("cut", block);
-  bad({"gains", "GSENSE400", "--nv", "cut"}, "cut", "is truncated: 43 of 44 bytes");
+  bad({"gains", "GSENSE400", "--nv", "cut"}, "cut",
+      "is truncated: it needs 44 bytes for its settings, and ends at byte 43");
   block[7] = 5;
   folder.write("later", block);
-  bad({"gains", "GSENSE400", "--nv", "later"}, "later", "its length or version");
+  bad({"gains", "GSENSE400", "--nv", "later"}, "later", "its version 5 at byte 6 is none of 1 to 4");
 }
 
 // ---- Names and languages ----------------------------------------------------------------------------------

@@ -19,6 +19,11 @@ void complain(const std::string& subject, const std::string& what) {
   std::cerr << "orvacam: " << subject << (subject.empty() ? "" : ": ") << what << '\n';
 }
 
+std::string truncated(const std::string& what, std::size_t needed, std::size_t given) {
+  return "is truncated: it needs " + std::to_string(needed) + " bytes for its " + what +
+         ", and ends at byte " + std::to_string(given);
+}
+
 int report(const std::string& file, const std::function<void()>& task) {
   try {
     task();
@@ -102,6 +107,21 @@ std::string sizeText(unsigned int width, unsigned int height) {
   return std::to_string(width) + " x " + std::to_string(height);
 }
 
+/// What is wrong with a frame that starts with "Meta" and does not parse.
+std::string whyNotParsed(const Bytes& bytes) {
+  constexpr std::size_t prefix = 8;
+  constexpr std::size_t sizes[] = {0, 156, 246, 384, 384};  // of the header versions
+  if (bytes.size() < prefix) return truncated("header", prefix, bytes.size());
+  const std::size_t stated = bytes[4] * 256u + bytes[5];
+  const unsigned int version = bytes[6] * 256u + bytes[7];
+  if (version < 1 || version > 4)
+    return "has a damaged header: its version " + std::to_string(version) + " at byte 6 is none of 1 to 4";
+  const std::size_t needed = std::max(stated, sizes[version]);
+  if (bytes.size() < needed) return truncated("header", needed, bytes.size());
+  // All other fields take any bytes.
+  return "has a damaged header: its capture time at byte 152 cannot be read";
+}
+
 }  // namespace
 
 Frame::Frame(const std::string& path) : bytes(readFile(path)) {
@@ -113,12 +133,7 @@ Frame::Frame(const std::string& path) : bytes(readFile(path)) {
   if (bytes.empty()) throw Failure("is empty");
   if (!CFrameMetaData::IsRCDFrame(start.data(), length))
     throw Failure("is not a camera frame: it does not start with \"Meta\"");
-  if (header.Parse(start.data(), length) < 0) {
-    if (bytes.size() < headerSize())
-      throw Failure("is truncated: " + std::to_string(bytes.size()) + " of " + std::to_string(headerSize()) +
-                    " bytes of its header");
-    throw Failure("has a damaged header");
-  }
+  if (header.Parse(start.data(), length) < 0) throw Failure(whyNotParsed(bytes));
   fields = fieldsOf(header);
   header.GetFrameDimensionsBinned(width, height);
 }
@@ -134,15 +149,18 @@ gain_type_info_t Frame::camera() const {
 }
 
 void Frame::requirePixels() const {
-  unsigned int imageWidth = 0;
-  unsigned int imageHeight = 0;
-  if (header.GetImageDimensions(imageWidth, imageHeight) != 0)
-    throw Failure("has a damaged header: its image ends before it starts");
-  const std::size_t wanted = sim::layoutOf(fields).bytes();
-  const std::size_t given = bytes.size() > headerSize() ? bytes.size() - headerSize() : 0;
-  if (given < wanted)
-    throw Failure("is truncated: " + std::to_string(given) + " of " + std::to_string(wanted) +
-                  " bytes of pixels");
+  const auto requireOrder = [this](const char* what, ORVA_META_KEYS start, ORVA_META_KEYS stop,
+                                   const char* where) {
+    const unsigned int first = header.Value(start).GetValueUint();
+    const unsigned int last = header.Value(stop).GetValueUint();
+    if (last < first)
+      throw Failure("has a damaged header: its image ends before it starts: " + std::string(what) + " " +
+                    std::to_string(first) + " to " + std::to_string(last) + " at bytes " + where);
+  };
+  requireOrder("columns", ORVA_META_KEY_IMAGE_START_COLUMN, ORVA_META_KEY_IMAGE_STOP_COLUMN, "124 and 128");
+  requireOrder("rows", ORVA_META_KEY_IMAGE_START_ROW, ORVA_META_KEY_IMAGE_STOP_ROW, "122 and 126");
+  const std::size_t needed = headerSize() + sim::layoutOf(fields).bytes();
+  if (bytes.size() < needed) throw Failure(truncated("pixels", needed, bytes.size()));
 }
 
 std::string whyNotDecoded(const Frame& frame) {

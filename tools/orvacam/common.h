@@ -30,6 +30,8 @@ using Bytes = std::vector<unsigned char>;
 int forEachFile(const std::vector<std::string>& files, const std::function<void(const std::string&)>& task);
 /// The same for one task on several files; a failure names the file that it is about.
 int report(const std::string& file, const std::function<void()>& task);
+/// That a file ends before what it should hold: how many bytes it needs, how many are there.
+std::string truncated(const std::string& what, std::size_t needed, std::size_t given);
 /// One report line on standard error.
 void complain(const std::string& subject, const std::string& what);
 

@@ -54,12 +54,9 @@ class Reference {
       if (reference.width != frame.width || reference.height < frame.fields.startRow + frame.height)
         throw Failure("has " + std::to_string(reference.width) + " x " + std::to_string(reference.height) +
                       " terms, which do not cover the frame");
-      const std::size_t wanted = std::size_t{4} * reference.width * reference.height;  // two planes
-      const std::size_t given =
-          reference.bytes.size() - std::min<std::size_t>(reference.bytes.size(), reference.headerSize());
-      if (given < wanted)
-        throw Failure("is truncated: " + std::to_string(given) + " of " + std::to_string(wanted) +
-                      " bytes of terms");
+      const std::size_t terms = std::size_t{4} * reference.width * reference.height;  // two planes
+      const std::size_t needed = reference.headerSize() + terms;
+      if (reference.bytes.size() < needed) throw Failure(truncated("terms", needed, reference.bytes.size()));
       m_held.emplace(path, O_RDWR);
       m_path = m_held->wide();
     } catch (const Failure& failure) {

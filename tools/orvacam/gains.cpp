@@ -73,11 +73,14 @@ void loadStored(const std::string& path, CCameraNVMergeSettings& stored) {
   const std::size_t length = block.size() < 8 ? 0 : block[4] * 256u + block[5];
   if (block.size() < 9 || std::memcmp(block.data(), "Meta", 4) != 0)
     throw Failure("is not a camera's calibration block: it does not start with \"Meta\"");
-  if (length < 9 || length > 1024 || block[6] != 0 || block[7] < 1 || block[7] > 4)
-    throw Failure("is not a camera's calibration block: its length or version is none that cameras write");
-  if (block.size() < length)
-    throw Failure("is truncated: " + std::to_string(block.size()) + " of " + std::to_string(length) +
-                  " bytes");
+  if (length < 9 || length > 1024)
+    throw Failure("is not a camera's calibration block: its length " + std::to_string(length) +
+                  " at byte 4 is not 9 to 1024");
+  const unsigned int version = block[6] * 256u + block[7];
+  if (version < 1 || version > 4)
+    throw Failure("is not a camera's calibration block: its version " + std::to_string(version) +
+                  " at byte 6 is none of 1 to 4");
+  if (block.size() < length) throw Failure(truncated("settings", length, block.size()));
   stored.Initialize(block.data(), static_cast<unsigned int>(block.size()));
 }
 
