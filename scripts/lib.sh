@@ -79,10 +79,12 @@ run_threads_test() {
 # shellcheck disable=SC2034  # for the sourcing script
 valgrind_tests=(test_metadata test_support test_gain test_stack test_imagefiles test_frames test_facade test_merge)
 
-# A unit test of the dev build under valgrind, which hides the vector extensions that it does not know.
+# A unit test of the dev build under valgrind, which hides the vector extensions that it does not know. Frame objects
+# of the tests are megabytes on the stack, which it would take for another stack.
 run_under_valgrind() {
   local test=$1 folder=$root/build/dev/tests/${1#test_}
   (cd "$folder/run" && nice -n 19 valgrind -q --error-exitcode=99 --leak-check=full \
     --errors-for-leak-kinds=definite,indirect --child-silent-after-fork=yes \
+    --max-stackframe=16000000 --main-stacksize=64000000 \
     --suppressions="$root/scripts/valgrind.supp" "../$test" --gtest_brief=1)
 }

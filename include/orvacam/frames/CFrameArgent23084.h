@@ -9,6 +9,7 @@
 /// gain, so nothing is merged. Statistics of the low-gain plane are gathered whether enabled or not.
 ///
 /// A source that starts with a header has its pixels behind it; any other source is bare pixels.
+/// One object is used by one thread at a time.
 class ORVACAM_API CFrameArgent23084 : public IFrame {
  public:
   int Merge(unpacked_images_t* pImages) override;

@@ -5,6 +5,7 @@
 #include <orvacam/types/export.h>
 
 /// Makes the frame object of a sensor.
+/// Any thread may use it; the frame is the thread's own.
 class ORVACAM_API CFrameFactory {
  public:
   /// A new frame of a device type (ORVADEVICETYPE), not initialized; unknown types get CFrameGeneric. The

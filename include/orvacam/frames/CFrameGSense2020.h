@@ -8,6 +8,7 @@
 /// high-gain rows alternate, or a single image of correlated multiple sampling, eight pixels in 13 bytes.
 ///
 /// No bias frame is subtracted from a single image.
+/// One object is used by one thread at a time.
 class ORVACAM_API CFrameGSense2020 : public IFrame {
  public:
   int Merge(unpacked_images_t* pImages) override;

@@ -6,6 +6,7 @@
 
 /// Frames of the GSENSE400: a single 12-bit image, or an HDR pair whose low-gain and high-gain rows
 /// alternate. The reference pixels behind each high-gain row belong to both planes.
+/// One object is used by one thread at a time.
 class ORVACAM_API CFrameGSense400 : public IFrame {
  public:
   int Merge(unpacked_images_t* pImages) override;

@@ -6,6 +6,7 @@
 
 /// Frames of the GSENSE4040: the layouts of the GSENSE2020 without correlated multiple sampling, and regions
 /// of interest cut out of the packed frame.
+/// One object is used by one thread at a time.
 class ORVACAM_API CFrameGSense4040 : public CFrameGSense2020 {
  public:
   /// Copies the packed 12-bit bytes of a region behind MetadataLength bytes of room for a header, which the

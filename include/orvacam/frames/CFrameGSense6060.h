@@ -6,6 +6,7 @@
 
 /// Frames of the GSENSE6060. The pixel size alone decides: 12-bit data is always a pair of planes whose rows
 /// alternate, 16-bit data a single image; 16-bit HDR data and other sizes yield -1.
+/// One object is used by one thread at a time.
 class ORVACAM_API CFrameGSense6060 : public IFrame {
  public:
   int Merge(unpacked_images_t* pImages) override;

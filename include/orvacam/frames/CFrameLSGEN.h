@@ -5,6 +5,7 @@
 #include <orvacam/types/export.h>
 
 /// Frames of the LSGEN device.
+/// One object is used by one thread at a time.
 class ORVACAM_API CFrameLSGEN : public CFramePlain {};
 
 #endif  // ORVACAM_FRAMES_CFRAMELSGEN_H

@@ -6,6 +6,7 @@
 #include <orvacam/types/gain_types.h>
 
 /// Makes the gain tables of a camera.
+/// Any thread may use it.
 class ORVACAM_API CDeviceGainTablesFactory {
  public:
   /// The tables of the device type; unknown types get the generic ones. The caller deletes them. pNV, the

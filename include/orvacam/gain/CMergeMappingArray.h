@@ -5,6 +5,7 @@
 
 /// The lookup table of the legacy merge: the merged 16-bit value for every pair of a high-gain value (row)
 /// and a low-gain value (column).
+/// One object is used by one thread at a time.
 class ORVACAM_API CMergeMappingArray {
  public:
   CMergeMappingArray();

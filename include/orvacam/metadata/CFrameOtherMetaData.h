@@ -5,6 +5,7 @@
 
 /// The block of other data that can follow a version 4 header: a type and an owned copy of its bytes. Copies
 /// are deep and may throw std::bad_alloc.
+/// One object is used by one thread at a time.
 class ORVACAM_API CFrameOtherMetaData {
  public:
   CFrameOtherMetaData();

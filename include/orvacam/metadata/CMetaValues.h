@@ -5,6 +5,7 @@
 
 /// One metadata value: a number of some kind, a flag, or a text. Copies are deep. A wrong kind is no error:
 /// it reads 0, -1 (text length) or false. Setting a text may throw std::bad_alloc, as may copying one.
+/// One object is used by one thread at a time.
 class ORVACAM_API CMetaValues {
  public:
   /// Which member of the value is live.
