@@ -222,6 +222,19 @@ TEST_F(Conversion, ReportsAWriterThatFails) {
   }
 }
 
+TEST_F(Conversion, TakesNothingOfOneHeaderIntoTheNextFile) {
+  sim::HeaderFields full = header("VESTRA VS4040", 12, true, 100, 60);
+  full.backSideIlluminated = full.globalReset = full.gpsError = full.extraFlagBit7 = true;
+  full.blackLevelHigh = full.blackLevelSunHigh =
+      0;  // these stay, as headers without them do not say otherwise
+  const RawFrame first(full, 4), next(header("VESTRA PLAIN", 16, false, 6, 4), 1);
+  ASSERT_GE(convert(next, ORVA_IMAGE_FORMAT_TIFF, "fresh.raw"), 0);
+  ASSERT_GE(convert(first, ORVA_IMAGE_FORMAT_TIFF, "first.raw"), 0);
+  ASSERT_GE(convert(next, ORVA_IMAGE_FORMAT_TIFF, "used.raw"), 0);
+  EXPECT_EQ(folder.read("used.tiff"), folder.read("fresh.tiff"));
+  EXPECT_FALSE(folder.read("used.tiff").empty());
+}
+
 TEST_F(Conversion, WritesTheOtherPlanesWhenOneCannotBeWritten) {
   // Folders stand where two of the files go: only the status of the last plane is told.
   const struct {
