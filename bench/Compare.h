@@ -34,7 +34,7 @@ void compareWithCopies(benchmark::State& state, std::size_t bytes, const std::fu
 void copyPastCaches(unsigned char* target, const unsigned char* source, std::size_t bytes);
 
 /// Ends the program when a result is wrong: a fast wrong answer is no measurement.
-void require(bool right, const std::string& what);
+void require(bool right, const char* what);
 
 }  // namespace orvacam::bench
 

@@ -41,15 +41,16 @@ class Folder {
   fs::path m_path;
 };
 
-/// What any file costs: open, write, close.
+/// What any file costs from memory as a program has it: open, write, close.
 void writeFile(const std::string& path, int flags, const void* data, std::size_t bytes) {
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | flags, 0600);
-  require(file >= 0 && write(file, data, bytes) == static_cast<ssize_t>(bytes) && close(file) == 0, path);
+  require(file >= 0 && write(file, data, bytes) == static_cast<ssize_t>(bytes) && close(file) == 0,
+          path.c_str());
 }
 
-void readFile(const std::string& path, std::vector<unsigned char>& bytes) {
+void readFile(const std::string& path, void* data, std::size_t bytes) {
   const int file = open(path.c_str(), O_RDONLY);
-  require(file >= 0 && read(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), path);
+  require(file >= 0 && read(file, data, bytes) == static_cast<ssize_t>(bytes), path.c_str());
   close(file);
 }
 
@@ -101,7 +102,7 @@ void fitsFile(benchmark::State& state, unsigned int side) {
   const std::string path = folder.file("frame.fit");
   const std::size_t bytes = 2 * plane.size();
   const auto convert = [&] {
-    require(CFitsInterface().CreateImageFile(path, plane.data(), header) == 0, path);
+    require(CFitsInterface().CreateImageFile(path, plane.data(), header) == 0, path.c_str());
   };
   convert();
   const std::vector<unsigned char> file = contentOf(path);
@@ -124,7 +125,9 @@ void tiffFile(benchmark::State& state, unsigned int side) {
   const Folder folder;
   const std::string path = folder.file("frame.tiff");
   const std::size_t bytes = 2 * plane.size();
-  const auto convert = [&] { require(CTiffMaker().CreateImageFile(path, plane.data(), header) > 0, path); };
+  const auto convert = [&] {
+    require(CTiffMaker().CreateImageFile(path, plane.data(), header) > 0, path.c_str());
+  };
   convert();
   const std::vector<unsigned char> file = contentOf(path);
   require(file.size() == headerBytes + bytes, "size of a TIFF file");
@@ -169,7 +172,7 @@ void convertFile(benchmark::State& state, unsigned int side, unsigned int format
 
   std::vector<unsigned char> bytes(frame.bytes.size());
   const auto readAndWrite = [&] {
-    readFile(source, bytes);
+    readFile(source, bytes.data(), bytes.size());
     for (const char* const name : {"plain1", "plain2", "plain3"})
       writeFile(folder.file(name), tiff ? O_TRUNC : 0, frame.low.data(), 2 * frame.pixels());
   };

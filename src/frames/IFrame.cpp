@@ -13,6 +13,7 @@
 
 #include "frames/RowInterleavedStream.h"
 #include "merge/FrameRegions.h"
+#include "support/AlignedMemory.h"
 #include "support/CheckedMath.h"
 
 namespace {
@@ -133,7 +134,7 @@ int IFrame::ReadSourceImage(std::FILE* pStream) {
   const unsigned long size = regularFileSize(pStream);
   if (size == 0) return -1;
   if (!DoFitsSource(size)) {
-    auto* const buffer = static_cast<unsigned char*>(std::malloc(size + 1));
+    unsigned char* const buffer = orvacam::allocateAligned(size + 1);
     if (buffer == nullptr) return -1;
     AdoptSourceBuffer(buffer, size);
   }

@@ -19,6 +19,7 @@
 #include "kernels/Kernels.h"
 #include "metadata/FitsCards.h"
 #include "metadata/FitsKeywords.h"
+#include "support/AlignedMemory.h"
 #include "support/CheckedMath.h"
 #include "support/NumberText.h"
 
@@ -32,8 +33,8 @@ constexpr unsigned int lastValueColumn = 77;  // a value that ends here leaves n
 constexpr std::size_t longestText = 68;
 
 /// A file is written in pieces of this size, which stay in the cache between swap and write. Whole pages, so
-/// that every piece starts at one.
-constexpr unsigned int pieceBytes = 256 * 1024;
+/// that every piece starts at one: the system copies them fastest so.
+constexpr unsigned int pieceBytes = 1024 * 1024;
 constexpr unsigned int piecePixels = pieceBytes / sizeof(unsigned short);
 
 constexpr const char* formatComment =
@@ -391,7 +392,7 @@ int CFitsInterface::AllocateImageCopy(unsigned int uiNumPixels, unsigned int uiH
   const std::size_t size = sizeof(unsigned short) * std::size_t{uiNumPixels} + uiHeaderBytes;
   if (m_pImageCopy != nullptr && size <= m_ulImageCopySize) return 0;
   FreeAll();
-  m_pImageCopy = static_cast<unsigned char*>(std::malloc(size));
+  m_pImageCopy = orvacam::allocateAligned(size);
   if (m_pImageCopy == nullptr) return -1;
   m_ulImageCopySize = size;
   return 0;

@@ -21,6 +21,7 @@ extern "C" {
 void* __real_malloc(std::size_t);
 void* __real_calloc(std::size_t, std::size_t);
 void* __real_realloc(void*, std::size_t);
+void* __real_aligned_alloc(std::size_t, std::size_t);
 void __real_free(void*);
 std::FILE* __real_fopen(const char*, const char*);
 std::FILE* __real_fdopen(int, const char*);
@@ -209,6 +210,9 @@ extern "C" {
 
 void* __wrap_malloc(std::size_t size) {
   return fails(Call::Malloc, ENOMEM) ? nullptr : faults::took(__real_malloc(size), size);
+}
+void* __wrap_aligned_alloc(std::size_t alignment, std::size_t size) {
+  return fails(Call::Malloc, ENOMEM) ? nullptr : faults::took(__real_aligned_alloc(alignment, size), size);
 }
 void* __wrap_calloc(std::size_t count, std::size_t size) {
   return fails(Call::Calloc, ENOMEM) ? nullptr : faults::took(__real_calloc(count, size), count * size);

@@ -14,7 +14,7 @@ namespace faults {
 /// The calls that may fail. `New` stands for every form of operator new.
 enum class Call : unsigned int {
   None,
-  Malloc,
+  Malloc,  // aligned_alloc, too
   Calloc,
   Realloc,
   New,

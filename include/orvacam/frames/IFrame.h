@@ -58,8 +58,9 @@ class ORVACAM_API IFrame {
   /// what a short read brought is kept.
   int SetSourceImage(std::FILE* pStream);
   int ReadSourceImage(std::FILE* pStream);
-  /// Memory from malloc, one byte more than ulLength, now the frame's: a stream of just this length is read
-  /// into it. And the memory that a stream was read into, now the caller's (free); null when there is none.
+  /// Memory that free takes, one byte more than ulLength, now the frame's: a stream of just this length is
+  /// read into it. And the memory that a stream was read into, now the caller's (free); null when there is
+  /// none.
   void AdoptSourceBuffer(unsigned char* pBuffer, unsigned long ulLength);
   unsigned char* ReleaseSourceBuffer(unsigned long& ulLength);
   /// Frees the raw frame where this object read it itself.
