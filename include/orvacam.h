@@ -23,8 +23,9 @@
 /// \endcode
 ///
 /// Statuses are ints: 0 or more is success, a negative value is failure. Nothing throws except where an
-/// operation's documentation says so. The library starts no threads; an object is used by one thread at a
-/// time, and two threads may each use their own. Only the log (CLog) is shared.
+/// operation's documentation says so; constructors may throw std::bad_alloc, as the expressions that call
+/// them may. The library starts no threads; an object is used by one thread at a time, and two threads may
+/// each use their own. Only the log (CLog) is shared.
 
 // The caller's records and enumerations.
 #include <orvacam/types/conv_info.h>

@@ -406,16 +406,23 @@ ORVACAM_FAIL_EVERY_CALL(PartsWithFaults, subjects());
 TEST(WritesWithFaults, AreTakenUpAgainWhereTheyWereInterrupted) {
   const faults::StoppedClock clock;
   const std::vector<unsigned short> pixels = ramp(60 * 60);
-  const SettableHeader header = frameHeader(60, 60);
+  SettableHeader header = frameHeader(60, 60);
   const TestFolder folder;
-  CFitsInterface fits;
-  ASSERT_EQ(fits.CreateImageFile(folder.file("whole.fit"), pixels.data(), header), 0);
+  const auto write = [&](const std::string& name) {
+    CFitsInterface fits;
+    CTiffMaker tiff;
+    EXPECT_EQ(fits.CreateImageFile(folder.file(name + ".fit"), pixels.data(), header), 0);
+    EXPECT_EQ(tiff.CreateImageFile(folder.file(name + ".tiff"), pixels.data(), header), 656 + 384);
+  };
+  write("whole");
   {
     const faults::InterruptedWrites interrupted;
-    EXPECT_EQ(fits.CreateImageFile(folder.file("parts.fit"), pixels.data(), header), 0);
+    write("parts");
   }
   EXPECT_EQ(folder.read("parts.fit").size(), 7200u);
   EXPECT_EQ(folder.read("parts.fit"), folder.read("whole.fit"));
+  EXPECT_EQ(folder.read("parts.tiff").size(), 656u + 384 + 7200);
+  EXPECT_EQ(folder.read("parts.tiff"), folder.read("whole.tiff"));
 }
 
 // ---- Utilities, whose only calls are their own

@@ -28,9 +28,9 @@ class IFrame;
 /// are the caller's (see unpacked_images_t).
 ///
 /// Statuses: 0 or more is success. The library's own failures are -1 (null input, a file that cannot be
-/// opened, a header or frame that does not parse or is cut off, a buffer that is too small, no memory); a
-/// failing part's status is passed on. One object is used by one thread at a time; several threads may each
-/// have their own.
+/// opened or is no regular file, a header or frame that does not parse or is cut off, a buffer that is too
+/// small, no memory); a failing part's status is passed on. One object is used by one thread at a time;
+/// several threads may each have their own.
 class ORVACAM_API CAlgo {
  public:
   CAlgo();

@@ -57,8 +57,8 @@ class ORVACAM_API CFitsInterface {
   /// Writes a frame as a file of mode 0600; pPixels holds the whole frame at the metadata's binned size, in
   /// the machine's order, and is left alone. The file is pixels x 2 bytes long in all, header included, so
   /// that the last 5760 bytes of the pixels are missing; an existing file that is longer keeps its end. -1
-  /// for null, for a frame without a size or of 4 GiB and more, when memory runs out and when the file cannot
-  /// be written whole.
+  /// for null, for a frame without a size or of 4 GiB and more, for a FIFO, when memory runs out and when the
+  /// file cannot be written whole.
   int CreateImageFile(const std::string& path, const unsigned short* pPixels, const CFrameMetaData& meta);
 
   /// Makes sure of an image-copy buffer of at least uiNumPixels x 2 + uiHeaderBytes bytes; a larger one is

@@ -96,8 +96,8 @@ class ORVACAM_API CTiffMaker {
   int WriteHeader(unsigned char* pBuffer, unsigned int uiSize, CFrameMetaData& meta, bool bBigEndian);
   /// Writes a frame as a file, little-endian when the metadata's pixel order flag is set; pPixels holds the
   /// whole frame at the metadata's binned size. -1 for null, for a frame without a size or of 4 GiB and more,
-  /// for a metadata length that no header has, and when the file cannot be written; what was written then
-  /// stays on disk.
+  /// for a metadata length that no header has, for a FIFO, and when the file cannot be written; what was
+  /// written then stays on disk.
   int CreateImageFile(const std::string& path, const unsigned short* pPixels, CFrameMetaData& meta);
 
  protected:

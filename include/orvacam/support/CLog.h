@@ -43,7 +43,7 @@ class ORVACAM_API CLog {
   /// Closes the file with "(Shutting Down)".
   virtual ~CLog();
 
-  /// The log, made on the first call.
+  /// The log, made on the first call, which may throw std::bad_alloc.
   static CLog* getInstance();
   /// Deletes the log; the next getInstance makes a new one.
   static void release();
