@@ -98,7 +98,11 @@ void frameSeeds(const fs::path& folder) {
         const std::string name = std::string(camera.name) + "-" + mode + "-" + std::to_string(version);
         write(folder / familyOf(camera) / name, joined(frameOptions(version % 3), frame));
         write(folder / "header" / name, sim::writeHeader(f, version));
-        if (version == 3) continue;
+        for (unsigned char command = 0; command < 4; ++command) {
+          Bytes called{command};
+          appendWord(called, frame.size());
+          write(folder / "orvacam" / (name + "-" + std::to_string(command)), joined(called, frame));
+        }
         Bytes file{static_cast<unsigned char>(3 | version % 3 << 3)};
         appendWord(file, frame.size());
         appendWord(file, 0);
@@ -163,6 +167,9 @@ void headerSeeds(const fs::path& folder) {
     write(folder / "header" / ("plain-" + std::to_string(version)), header);
     write(folder / "tiff" / ("header-" + std::to_string(version)), joined(Bytes(15, 3), header));
     write(folder / "nv_block" / std::to_string(version), calibration(version));
+    for (unsigned char command = 8; command < 10; ++command)
+      write(folder / "orvacam" / ("gains-" + std::to_string(command) + "-" + std::to_string(version)),
+            joined({command, 0, 0}, calibration(version)));
     // Two frames of 4 pixels, then the header of the result.
     Bytes steps = {0, 4, 2, 1, 1, 2, 3, 4, 8, 9};
     appendWord(steps, header.size());
@@ -190,6 +197,13 @@ void referenceSeeds(const fs::path& folder) {
     appendWord(files, dsnu.size());
     for (const Bytes* bytes : {&frame, &dsnu, &prnu})
       append(files, *bytes);
+    for (const auto& [command, second] :
+         {std::pair(4, dsnu), std::pair(5, prnu), std::pair(6, frame), std::pair(7, frame)}) {
+      Bytes called{static_cast<unsigned char>(command)};
+      appendWord(called, frame.size());
+      append(called, frame);
+      write(folder / "orvacam" / (std::string(name) + "-" + std::to_string(command)), joined(called, second));
+    }
     write(folder / "frame_files" / (std::string(name) + "-corrected"), files);
   }
 }
