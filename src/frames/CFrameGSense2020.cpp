@@ -1,6 +1,8 @@
 #include <orvacam/frames/CFrameGSense2020.h>
 #include <orvacam/metadata/CFrameMetaData.h>
 
+#include <typeinfo>
+
 #include "frames/RowInterleavedStream.h"
 #include "merge/FrameRegions.h"
 #include "support/ByteReader.h"
@@ -48,40 +50,47 @@ unsigned int cmsBytes(const CmsPixel& pixel) {
 }  // namespace
 
 int CFrameGSense2020::Unpack(unpacked_images_t* pImages) {
-  if (DoPrepare(pImages) != 0) return -1;
+  if (DoPrepareUncleared(pImages) != 0) return -1;
   unsigned int pixels = 0;
   m_pMetaData->GetImageSizePixelsBinned(pixels);
   if (DoCheckPlanes(pixels) != 0) return -1;
   DoResetStatistics();
 
-  const unpacked_images_t& planes = m_UserMergeBuffers;
-  int result = 0;
+  int result = -1;
   if (m_pMetaData->Value(ORVA_META_KEY_HDR_MODE).GetValueBool()) {
-    result = DoUnpack(planes.pLowImage, planes.ulLowImagePixels, planes.pHighImage, planes.ulHighImagePixels);
+    result = DoDecodePair(DoLayout());
     if (result >= 0) {
       DoApplyBias(false);
       DoApplyBias(true);
     }
   } else {
-    result = DoUnpackSingleImage(planes.pLowImage, planes.ulLowImagePixels);  // intended: without bias
+    unsigned int bits = 0;
+    const bool wide = m_pMetaData->GetPixelSize(bits) >= 0 && bits == 16;
+    const bool sampled = m_pMetaData->Value(ORVA_META_KEY_CORRELATED_MULTIPLE_SAMPLE).GetValueBool();
+    const unsigned long brought = wide ? DoSingleImagePixels(16) : sampled ? 0 : DoSingleImagePixels(12);
+    if (DoReadyPlanes(brought, 0) == 0)
+      result = DoUnpackSingleImage(m_UserMergeBuffers.pLowImage,
+                                   m_UserMergeBuffers.ulLowImagePixels);  // intended: without bias
   }
   DoComputeStatistics();
   return result;
 }
 
+orvacam::StreamLayout CFrameGSense2020::DoLayout() const {
+  const orvacam::FrameRegions frame(*m_pMetaData);
+  return {{{2 * frame.preRows, 0, frame.frameWidth, 0, 0, false},
+           {2 * frame.imageHeight, 0, frame.imageWidth, frame.postPixels, 0, m_bMergeStatistics},
+           {2 * frame.postRows, 0, frame.frameWidth, 0, 0, false}}};
+}
+
 int CFrameGSense2020::DoUnpack(unsigned short* pLow, unsigned long ulLowSize, unsigned short* pHigh,
                                unsigned long ulHighSize) {
   if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
-  const orvacam::FrameRegions frame(*m_pMetaData);
-  const orvacam::StreamSection sections[] = {
-      {2 * frame.preRows, 0, frame.frameWidth, 0, 0, false},
-      {2 * frame.imageHeight, 0, frame.imageWidth, frame.postPixels, 0, m_bMergeStatistics},
-      {2 * frame.postRows, 0, frame.frameWidth, 0, 0, false}};
   unsigned long length = 0;
   const unsigned char* const pixels = DoPixelData(length);
   orvacam::PlaneCursor planes[] = {{pLow, ulLowSize, &m_LowStatistics},
                                    {pHigh, ulHighSize, &m_HighStatistics}};
-  return orvacam::decodeStream({pixels, length}, sections, planes, 2);
+  return orvacam::decodeStream({pixels, length}, DoLayout(), planes);
 }
 
 int CFrameGSense2020::DoUnpackSingleImage(unsigned short* pOut, unsigned long ulPixels) {
@@ -121,5 +130,5 @@ int CFrameGSense2020::DoUnpackSingle13to16(unsigned short* pOut, unsigned long u
 }
 
 int CFrameGSense2020::Merge(unpacked_images_t* pImages) {
-  return DoMerge(pImages);
+  return DoMerge(pImages, typeid(*this) == typeid(CFrameGSense2020));
 }

@@ -2,11 +2,13 @@
 #include <orvacam/metadata/CFrameMetaData.h>
 #include <orvacam/support/CLog.h>
 
+#include <typeinfo>
+
 #include "frames/RowInterleavedStream.h"
 
 int CFrameGSense400::Unpack(unpacked_images_t* pImages) {
   constexpr const char* name = "Unpack";
-  if (DoPrepare(pImages) != 0) return -1;
+  if (DoPrepareUncleared(pImages) != 0) return -1;
   unsigned int pixels = 0;
   unsigned int width = 0;
   unsigned int height = 0;
@@ -17,11 +19,8 @@ int CFrameGSense400::Unpack(unpacked_images_t* pImages) {
   if (DoCheckPlanes(pixels) != 0) return -1;
   DoResetStatistics();
 
-  const unpacked_images_t& planes = m_UserMergeBuffers;
   const bool hdr = m_pMetaData->Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
-  const int result = hdr ? DoUnpackHDR(planes.pLowImage, planes.ulLowImagePixels, planes.pHighImage,
-                                       planes.ulHighImagePixels)
-                         : UnpackImage12to16(planes.pLowImage, planes.ulLowImagePixels);
+  const int result = hdr ? DoDecodePair(DoLayout()) : DoUnpackSingle();
   // Intended: this sensor's single images are corrected, too.
   if (result >= 0) DoApplyBias(false);
   if (result >= 0 && hdr) DoApplyBias(true);
@@ -32,10 +31,8 @@ int CFrameGSense400::Unpack(unpacked_images_t* pImages) {
   return result;
 }
 
-int CFrameGSense400::DoUnpackHDR(unsigned short* pLow, unsigned long ulLowSize, unsigned short* pHigh,
-                                 unsigned long ulHighSize) {
+orvacam::StreamLayout CFrameGSense400::DoLayout() const {
   constexpr const char* name = "DoUnpackHDR";
-  if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
   unsigned int frameWidth = 0;
   unsigned int frameHeight = 0;
   unsigned int width = 0;
@@ -50,16 +47,27 @@ int CFrameGSense400::DoUnpackHDR(unsigned short* pLow, unsigned long ulLowSize, 
   const unsigned int postRows = m_pMetaData->Value(ORVA_META_KEY_POST_REFERENCE_ROWS).GetValueUint();
   const unsigned int shared = m_pMetaData->Value(ORVA_META_KEY_POST_ROW_REF_PIXELS).GetValueUint();
   // Intended: the rows behind the image are a frame wide, those ahead of it an image.
-  const orvacam::StreamSection sections[] = {{2 * preRows, 0, width, 0, shared, false},
-                                             {2 * height, 0, width, 0, shared, m_bMergeStatistics},
-                                             {2 * postRows, 0, frameWidth, 0, shared, false}};
+  return {{{2 * preRows, 0, width, 0, shared, false},
+           {2 * height, 0, width, 0, shared, m_bMergeStatistics},
+           {2 * postRows, 0, frameWidth, 0, shared, false}}};
+}
+
+int CFrameGSense400::DoUnpackHDR(unsigned short* pLow, unsigned long ulLowSize, unsigned short* pHigh,
+                                 unsigned long ulHighSize) {
+  if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
+  const orvacam::StreamLayout layout = DoLayout();
   unsigned long length = 0;
   const unsigned char* const pixels = DoPixelData(length);
   orvacam::PlaneCursor planes[] = {{pLow, ulLowSize, &m_LowStatistics},
                                    {pHigh, ulHighSize, &m_HighStatistics}};
-  return orvacam::decodeStream({pixels, length}, sections, planes, 2);
+  return orvacam::decodeStream({pixels, length}, layout, planes);
+}
+
+int CFrameGSense400::DoUnpackSingle() {
+  if (DoReadyPlanes(DoSingleImagePixels(12), 0) != 0) return -1;
+  return UnpackImage12to16(m_UserMergeBuffers.pLowImage, m_UserMergeBuffers.ulLowImagePixels);
 }
 
 int CFrameGSense400::Merge(unpacked_images_t* pImages) {
-  return DoMerge(pImages);
+  return DoMerge(pImages, typeid(*this) == typeid(CFrameGSense400));
 }

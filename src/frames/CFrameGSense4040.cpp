@@ -2,6 +2,7 @@
 #include <orvacam/metadata/CFrameMetaData.h>
 
 #include <cstring>
+#include <typeinfo>
 
 namespace {
 
@@ -11,6 +12,10 @@ constexpr unsigned long packedBytes(unsigned long n) {
 }
 
 }  // namespace
+
+int CFrameGSense4040::Merge(unpacked_images_t* pImages) {
+  return DoMerge(pImages, typeid(*this) == typeid(CFrameGSense4040));
+}
 
 int CFrameGSense4040::DoUnpackSingleImage(unsigned short* pOut, unsigned long ulPixels) {
   return DoUnpackSingle(pOut, ulPixels);

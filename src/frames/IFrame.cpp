@@ -11,6 +11,7 @@
 #include <limits>
 #include <new>
 
+#include "frames/OnePassMerge.h"
 #include "frames/RowInterleavedStream.h"
 #include "merge/FrameRegions.h"
 #include "support/AlignedMemory.h"
@@ -28,6 +29,14 @@ template <typename Value>
 void release(Value*& pBuffer) {
   std::free(pBuffer);
   pBuffer = nullptr;
+}
+
+/// The stream of a single packed image.
+orvacam::StreamLayout singleLayout(const CFrameMetaData& metaData) {
+  const orvacam::FrameRegions frame(metaData);
+  return {{{frame.preRows, 0, frame.frameWidth, 0, 0, false},
+           {frame.imageHeight, frame.prePixels, frame.imageWidth, frame.postPixels, 0, false},
+           {frame.postRows, 0, frame.frameWidth, 0, 0, false}}};
 }
 
 unsigned char* allocateZeroed(unsigned long size) {
@@ -60,7 +69,11 @@ IFrame::IFrame()
       m_pLog(CLog::getInstance()),
       m_pMergeAlgo(nullptr),
       m_UserMergeBuffers{},
-      m_bSourceByteSwapped(false) {}
+      m_bSourceByteSwapped(false),
+      m_uiMergeHeaderBytes(0),
+      m_Uncleared{},
+      m_bMergeOnTheWay(false),
+      m_bMerged(false) {}
 
 IFrame::~IFrame() {
   FreeAll();
@@ -248,8 +261,31 @@ bool IFrame::DoFrameSize(unsigned int& uiPixels) const {
 }
 
 int IFrame::AllocateUserMergeBuffers(unpacked_images_t* pImages) {
+  const int result = DoClaimPlanes(pImages);
+  DoClearPlanes(0, 0, 0);
+  return result == 0 ? DoMakeWorkingPlanes() : result;
+}
+
+int IFrame::DoClaimPlane(unsigned int uiSize, unsigned short** ppBuffer, unsigned long* pulCapacity,
+                         uncleared_t& uncleared) {
+  if (*ppBuffer == nullptr) return AllocateBufferPointer(uiSize, ppBuffer, pulCapacity);
+  uncleared = {reinterpret_cast<unsigned char*>(*ppBuffer), *pulCapacity};
+  return *pulCapacity < uiSize ? -1 : 0;
+}
+
+void IFrame::DoClearPlanes(unsigned long ulLowKept, unsigned long ulHighKept, unsigned long ulMergedKept) {
+  const unsigned long kept[] = {ulLowKept, ulHighKept, ulMergedKept};
+  for (unsigned int i = 0; i < 3; ++i) {
+    uncleared_t& plane = m_Uncleared[i];
+    if (plane.ulBytes > kept[i]) std::memset(plane.pBytes + kept[i], 0, plane.ulBytes - kept[i]);
+    plane = uncleared_t{};
+  }
+}
+
+int IFrame::DoClaimPlanes(unpacked_images_t* pImages) {
   m_UserMergeBuffers = unpacked_images_t{};
   m_uiMergeLeadingBytes = 0;
+  m_uiMergeHeaderBytes = 0;
   unsigned int trailing = 0;
   unsigned int pixels = 0;
   if (pImages == nullptr || !DoFrameSize(pixels)) return -1;
@@ -264,11 +300,13 @@ int IFrame::AllocateUserMergeBuffers(unpacked_images_t* pImages) {
     }
   }
   if (pImages->bLowImageRequest) {
-    if (AllocateBufferPointer(planeSize, &pImages->pLowImage, &pImages->ulLowImageSize) != 0) return -1;
+    if (DoClaimPlane(planeSize, &pImages->pLowImage, &pImages->ulLowImageSize, m_Uncleared[0]) != 0)
+      return -1;
     pImages->ulLowImagePixels = pixels;
   }
   if (pImages->bHighImageRequest) {
-    if (AllocateBufferPointer(planeSize, &pImages->pHighImage, &pImages->ulHighImageSize) != 0) return -1;
+    if (DoClaimPlane(planeSize, &pImages->pHighImage, &pImages->ulHighImageSize, m_Uncleared[1]) != 0)
+      return -1;
     pImages->ulHighImagePixels = pixels;
   }
   if (pImages->bMergedImageRequest) {
@@ -284,30 +322,47 @@ int IFrame::AllocateUserMergeBuffers(unpacked_images_t* pImages) {
     }
     const unsigned long size = planeSize + static_cast<unsigned long>(m_uiMergeLeadingBytes) + trailing;
     if (size > std::numeric_limits<unsigned int>::max() ||
-        AllocateBufferPointer(static_cast<unsigned int>(size), &pImages->pMergedImage,
-                              &pImages->ulMergedImageSize) != 0)
+        DoClaimPlane(static_cast<unsigned int>(size), &pImages->pMergedImage, &pImages->ulMergedImageSize,
+                     m_Uncleared[2]) != 0)
       return -1;
     pImages->ulMergedImagePixels = pixels;
   }
-  const int result = AllocateFrameBuffers(planeSize, m_uiMergeLeadingBytes + trailing);
-  if (result != 0) return result;
+  m_uiMergeHeaderBytes = m_uiMergeLeadingBytes + trailing;
 
   m_UserMergeBuffers = *pImages;
   unpacked_images_t& own = m_UserMergeBuffers;
   if (!own.bLowImageRequest) {
+    own.pLowImage = nullptr;
+    own.ulLowImagePixels = pixels;
+  }
+  if (!own.bHighImageRequest) {
+    own.pHighImage = nullptr;
+    own.ulHighImagePixels = pixels;
+  }
+  if (!own.bMergedImageRequest) {
+    own.pMergedImage = nullptr;
+    own.ulMergedImagePixels = pixels;
+  }
+  return 0;
+}
+
+int IFrame::DoMakeWorkingPlanes() {
+  unpacked_images_t& own = m_UserMergeBuffers;
+  unsigned int pixels = 0;
+  if (!DoFrameSize(pixels)) return -1;
+  const int result = AllocateFrameBuffers(2 * pixels, m_uiMergeHeaderBytes);
+  if (result != 0) return result;
+  if (!own.bLowImageRequest) {
     own.pLowImage = reinterpret_cast<unsigned short*>(m_pWorkBuffer1);
     own.ulLowImageSize = m_uiWorkSize;
-    own.ulLowImagePixels = pixels;
   }
   if (!own.bHighImageRequest) {
     own.pHighImage = reinterpret_cast<unsigned short*>(m_pWorkBuffer2);
     own.ulHighImageSize = m_uiWorkSize;
-    own.ulHighImagePixels = pixels;
   }
   if (!own.bMergedImageRequest) {
     own.pMergedImage = reinterpret_cast<unsigned short*>(m_pWorkBuffer3);
     own.ulMergedImageSize = m_uiWorkSizeWithHeader;
-    own.ulMergedImagePixels = pixels;
   }
   return 0;
 }
@@ -322,10 +377,63 @@ int IFrame::DoPrepare(unpacked_images_t* pImages) {
   return AllocateUserMergeBuffers(pImages);
 }
 
-int IFrame::DoCheckPlanes(unsigned int uiImagePixels) const {
-  const bool room = m_UserMergeBuffers.ulLowImagePixels >= uiImagePixels &&
-                    m_UserMergeBuffers.ulHighImagePixels >= uiImagePixels;
-  return room && m_UserMergeBuffers.pLowImage != nullptr && m_UserMergeBuffers.pHighImage != nullptr ? 0 : -1;
+int IFrame::DoPrepareUncleared(unpacked_images_t* pImages) {
+  if (m_pMetaData == nullptr || m_pSource == nullptr || pImages == nullptr) return -1;
+  const int result = DoClaimPlanes(pImages);
+  if (result != 0) DoClearPlanes(0, 0, 0);
+  return result;
+}
+
+int IFrame::DoCheckPlanes(unsigned int uiImagePixels) {
+  if (m_UserMergeBuffers.ulLowImagePixels >= uiImagePixels &&
+      m_UserMergeBuffers.ulHighImagePixels >= uiImagePixels)
+    return 0;
+  DoClearPlanes(0, 0, 0);
+  return -1;
+}
+
+int IFrame::DoReadyPlanes(unsigned long ulLowKept, unsigned long ulHighKept) {
+  DoClearPlanes(2 * ulLowKept, 2 * ulHighKept, 0);
+  // A merge of ours merges into the caller's plane alone, so that a stand-in for it would serve nobody.
+  const unpacked_images_t& own = m_UserMergeBuffers;
+  const bool allThere = own.bLowImageRequest && own.bHighImageRequest;
+  return allThere && (own.bMergedImageRequest || m_bMergeOnTheWay) ? 0 : DoMakeWorkingPlanes();
+}
+
+int IFrame::DoDecodePair(const orvacam::StreamLayout& layout) {
+  unsigned long length = 0;
+  const unsigned char* const source = DoPixelData(length);
+  const unpacked_images_t& own = m_UserMergeBuffers;
+  const std::uint64_t pixels = layout.planePixels();
+  const bool whole = source != nullptr && layout.bytes() <= length && pixels <= own.ulLowImagePixels &&
+                     pixels <= own.ulHighImagePixels;
+  if (whole && DoMergeInOnePass(layout, source)) return 0;
+  if (DoReadyPlanes(whole ? pixels : 0, whole ? pixels : 0) != 0) return -1;
+  orvacam::PlaneCursor planes[] = {
+      {own.pLowImage, own.ulLowImagePixels, m_bMergeStatistics ? &m_LowStatistics : nullptr},
+      {own.pHighImage, own.ulHighImagePixels, m_bMergeStatistics ? &m_HighStatistics : nullptr}};
+  return orvacam::decodeStream({source, length}, layout, planes);
+}
+
+/// The whole stream, where nobody wants to see its planes before they are merged. False, with nothing done,
+/// where unpacking comes first.
+bool IFrame::DoMergeInOnePass(const orvacam::StreamLayout& layout, const unsigned char* pSource) {
+  const unpacked_images_t& own = m_UserMergeBuffers;
+  if (!m_bMergeOnTheWay || !own.bMergedImageRequest || own.ulLowImagePixels != own.ulHighImagePixels ||
+      own.ulMergedImagePixels != own.ulLowImagePixels ||
+      !m_pMetaData->Value(ORVA_META_KEY_HDR_MODE).GetValueBool())
+    return false;
+  const unsigned long pixels = own.ulLowImagePixels;
+  const orvacam::PairPlanes planes = {
+      own.pLowImage, own.pHighImage,
+      reinterpret_cast<unsigned char*>(own.pMergedImage) + m_uiMergeLeadingBytes, pixels};
+  orvacam::OnePassMerge pass(m_pMergeAlgo, *m_pMetaData, layout);
+  if (!pass.fits(planes)) return false;
+  DoClearPlanes(2 * pixels, 2 * pixels, 2 * pixels + m_uiMergeLeadingBytes);
+  pass.run(pSource, planes, own.pMergedImage, m_bMergeStatistics ? &m_LowStatistics : nullptr,
+           m_bMergeStatistics ? &m_HighStatistics : nullptr);
+  m_bMerged = true;
+  return true;
 }
 
 void IFrame::DoResetStatistics() {
@@ -364,11 +472,14 @@ void IFrame::DoMergePlanes(const unpacked_images_t* pImages) {
   MergeFrame(m_UserMergeBuffers.pLowImage, m_UserMergeBuffers.pHighImage, pImages->pMergedImage, pixels);
 }
 
-int IFrame::DoMerge(unpacked_images_t* pImages) {
+int IFrame::DoMerge(unpacked_images_t* pImages, bool bInOnePass) {
   if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
   if (pImages == nullptr) return 0;
+  m_bMergeOnTheWay = bInOnePass;
+  m_bMerged = false;
   const int result = Unpack(pImages);
-  if (result >= 0) DoMergePlanes(pImages);
+  m_bMergeOnTheWay = false;
+  if (result >= 0 && !m_bMerged) DoMergePlanes(pImages);
   return result;
 }
 
@@ -403,15 +514,20 @@ void IFrame::DoCopyPlane16(unsigned short* pOut, unsigned long ulPixels) const {
 
 int IFrame::UnpackImage12to16(unsigned short* pOut, unsigned long ulSize) {
   if (m_pMetaData == nullptr || m_pSource == nullptr) return -1;
-  const orvacam::FrameRegions frame(*m_pMetaData);
-  const orvacam::StreamSection sections[] = {
-      {frame.preRows, 0, frame.frameWidth, 0, 0, false},
-      {frame.imageHeight, frame.prePixels, frame.imageWidth, frame.postPixels, 0, false},
-      {frame.postRows, 0, frame.frameWidth, 0, 0, false}};
   unsigned long length = 0;
   const unsigned char* const pixels = DoPixelData(length);
   orvacam::PlaneCursor plane(pOut, ulSize, nullptr);
-  return orvacam::decodeStream({pixels, length}, sections, &plane, 1);
+  return orvacam::decodeStream({pixels, length}, singleLayout(*m_pMetaData).sections, &plane, 1);
+}
+
+unsigned long IFrame::DoSingleImagePixels(unsigned int uiBits) const {
+  const unsigned long plane = m_UserMergeBuffers.ulLowImagePixels;
+  unsigned long length = 0;
+  DoPixelData(length);
+  if (uiBits == 16) return length / 2 >= plane ? plane : 0;
+  const orvacam::StreamLayout layout = singleLayout(*m_pMetaData);
+  const std::uint64_t pairs = layout.bytes() / 3;
+  return layout.bytes() <= length && pairs <= plane / 2 ? 2 * pairs : 0;
 }
 
 // ---- Results

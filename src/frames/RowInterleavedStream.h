@@ -4,6 +4,7 @@
 #include <orvacam/frames/CFrameStatistics.h>
 
 #include <cstddef>
+#include <cstdint>
 
 #include "support/ByteReader.h"
 
@@ -18,6 +19,18 @@ struct StreamSection {
   unsigned int after;   ///< reference pixels behind them
   unsigned int shared;  ///< pixels behind every second row that belong to both planes
   bool counted;         ///< the row's pixels go into the plane's statistics, at (column, row of the section)
+};
+
+/// The stream of a frame: reference rows, image rows, reference rows.
+struct StreamLayout {
+  StreamSection sections[3];
+
+  /// Bytes of the whole stream, and pixels that a stream of two planes brings to either; the largest number
+  /// where they are more than that.
+  std::uint64_t bytes() const;
+  std::uint64_t planePixels() const;
+  /// Whether every run has an even number of pixels, so that none shares a pair with its neighbour.
+  bool hasWholePairsOnly() const;
 };
 
 /// A plane that is written from its start to its end. Asked once per run of pixels for room, which it hands
@@ -51,6 +64,10 @@ template <std::size_t N>
 int decodeStream(ByteReader source, const StreamSection (&sections)[N], PlaneCursor* planes,
                  unsigned int planeCount) {
   return decodeStream(source, sections, N, planes, planeCount);
+}
+
+inline int decodeStream(ByteReader source, const StreamLayout& layout, PlaneCursor (&planes)[2]) {
+  return decodeStream(source, layout.sections, planes, 2);
 }
 
 }  // namespace orvacam

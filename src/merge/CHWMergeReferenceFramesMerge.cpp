@@ -13,6 +13,7 @@
 
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
+#include "merge/MergeTerms.h"
 
 namespace {
 
@@ -22,26 +23,6 @@ constexpr const char* mergeFrames = "MergeFrames";
 // Where the integer kernels are exact; other fraction bits go by the rule in doubles.
 constexpr unsigned int mostAddFracBits = 15;
 constexpr unsigned int mostMulFracBits = 16;
-
-/// One plane's terms for the kernels, from the image's first pixel on. A plane of one value lends a block of
-/// it, again and again.
-class Terms {
- public:
-  void take(const std::vector<unsigned short>& values, unsigned long start, unsigned short uniform) {
-    if (values.empty())
-      std::fill_n(m_block, orvacam::mergeBlock, uniform);
-    else
-      m_values = values.data() + std::min(start, values.size());
-  }
-  const unsigned short* at(unsigned long first) const {
-    return m_values != nullptr ? m_values + first : m_block;
-  }
-  const short* signedAt(unsigned long first) const { return reinterpret_cast<const short*>(at(first)); }
-
- private:
-  const unsigned short* m_values = nullptr;
-  unsigned short m_block[orvacam::mergeBlock];
-};
 
 /// Whether output as large as this is better written past the caches: pixels that stand in it as pixels, and
 /// none of which is read again.
@@ -113,6 +94,11 @@ unsigned long CHWMergeReferenceFrames::DoTermsAvailable() const {
   return available;
 }
 
+/// Pixels, from a start row within the frames on, that can be merged.
+unsigned long CHWMergeReferenceFrames::DoPixelsAvailable() const {
+  return std::min((m_uiHeight - m_uiMergeStartRowOffset) * m_uiWidth, DoTermsAvailable());
+}
+
 void CHWMergeReferenceFrames::DoMergeInDoubles(const unsigned short* pLow, const unsigned short* pHigh,
                                                unsigned short* pMerged, unsigned long ulFirst,
                                                unsigned long ulCount) const {
@@ -130,6 +116,32 @@ void CHWMergeReferenceFrames::DoMergeInDoubles(const unsigned short* pLow, const
   }
 }
 
+/// Whether the kernels' integers give what the rule in doubles does.
+bool CHWMergeReferenceFrames::DoFitsKernels() const {
+  return m_uiAddFracBits <= mostAddFracBits && m_uiMulFracBits <= mostMulFracBits;
+}
+
+void CHWMergeReferenceFrames::DoTakeTerms(orvacam::MergeTerms& terms) const {
+  terms.rule = {m_uiAddFracBits, m_uiMulFracBits, m_usHighThreshold, m_usDifferenceThreshold,
+                ConvertMergeType()};
+  terms.isUniform = std::all_of(std::begin(m_Planes), std::end(m_Planes),
+                                [](const Plane& plane) { return plane.values.empty(); });
+  if (terms.isUniform) {
+    terms.uniform = {static_cast<short>(DoTerm(AdditiveLow, 0)), static_cast<short>(DoTerm(AdditiveHigh, 0)),
+                     DoTerm(MultiplicativeLow, 0), DoTerm(MultiplicativeHigh, 0)};
+    return;
+  }
+  const unsigned long start = m_uiMergeStartRowOffset * m_uiWidth;
+  const auto take = [&](PlaneIndex plane, orvacam::PlaneOfTerms& target) {
+    const std::vector<unsigned short>& values = m_Planes[plane].values;
+    target.take(values, start, values.empty() ? DoTerm(plane, 0) : static_cast<unsigned short>(0));
+  };
+  take(AdditiveLow, terms.additiveLow);
+  take(AdditiveHigh, terms.additiveHigh);
+  take(MultiplicativeLow, terms.multiplicativeLow);
+  take(MultiplicativeHigh, terms.multiplicativeHigh);
+}
+
 void CHWMergeReferenceFrames::DoMerge(const unsigned short* pLow, const unsigned short* pHigh,
                                       unsigned char* pMerged, unsigned long ulNumPixels, bool bStatistics) {
   if (bStatistics) m_MergedStatistics.Reset();
@@ -141,7 +153,7 @@ void CHWMergeReferenceFrames::DoMerge(const unsigned short* pLow, const unsigned
     else
       orvacam::mergeAndCount(pMerged, 0, pixels, mergeRun, nullptr, 0, 0);
   };
-  if (m_uiAddFracBits > mostAddFracBits || m_uiMulFracBits > mostMulFracBits) {
+  if (!DoFitsKernels()) {
     mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
       DoMergeInDoubles(pLow, pHigh, target, first, count);
     });
@@ -149,29 +161,18 @@ void CHWMergeReferenceFrames::DoMerge(const unsigned short* pLow, const unsigned
   }
 
   const kernels::KernelTable& kernel = kernels::active();
-  const kernels::MergeRule rule = {m_uiAddFracBits, m_uiMulFracBits, m_usHighThreshold,
-                                   m_usDifferenceThreshold, ConvertMergeType()};
   const bool streaming = !bStatistics && isWorthStreaming(pMerged, pLow, pHigh, pixels);
-  const bool uniform = std::all_of(std::begin(m_Planes), std::end(m_Planes),
-                                   [](const Plane& plane) { return plane.values.empty(); });
-  if (uniform) {
-    const kernels::UniformTerms terms = {static_cast<short>(DoTerm(AdditiveLow, 0)),
-                                         static_cast<short>(DoTerm(AdditiveHigh, 0)),
-                                         DoTerm(MultiplicativeLow, 0), DoTerm(MultiplicativeHigh, 0)};
+  orvacam::MergeTerms terms;
+  DoTakeTerms(terms);
+  if (terms.isUniform) {
     const auto merge = streaming ? kernel.mergeUniformStreaming : kernel.mergeUniform;
     mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
-      merge(pLow + first, pHigh + first, target, count, rule, terms);
+      merge(pLow + first, pHigh + first, target, count, terms.rule, terms.uniform);
     });
   } else {
-    Terms terms[PlaneCount];
-    const unsigned long start = m_uiMergeStartRowOffset * m_uiWidth;
-    for (unsigned int i = 0; i < PlaneCount; ++i)
-      terms[i].take(m_Planes[i].values, start, DoTerm(static_cast<PlaneIndex>(i), 0));
     const auto merge = streaming ? kernel.mergePlanesStreaming : kernel.mergePlanes;
     mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
-      merge(pLow + first, pHigh + first, target, count, rule,
-            {terms[AdditiveLow].signedAt(first), terms[AdditiveHigh].signedAt(first),
-             terms[MultiplicativeLow].at(first), terms[MultiplicativeHigh].at(first)});
+      merge(pLow + first, pHigh + first, target, count, terms.rule, terms.planesAt(first));
     });
   }
   if (streaming) kernel.finishStreaming();
@@ -191,7 +192,7 @@ void CHWMergeReferenceFrames::MergeWithStats(unsigned short* pLow, unsigned shor
 // --------------------------------------------------------------------------------------------------
 
 int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
-                                         unsigned long ulNumPixels) try {
+                                         unsigned long ulNumPixels) {
   if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return -1;
   if (m_bMergedStatistics) m_MergedStatistics.Reset();  // a refused merge has none
   const auto width = static_cast<unsigned int>(m_uiWidth);
@@ -203,9 +204,7 @@ int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* p
         mergeFrames, m_uiMergeStartRowOffset, height, width);
     m_uiMergeStartRowOffset = 0;
   }
-  const unsigned long available =
-      std::min((m_uiHeight - m_uiMergeStartRowOffset) * m_uiWidth, DoTermsAvailable());
-  if (available < ulNumPixels) {
+  if (DoPixelsAvailable() < ulNumPixels) {
     // Intended: success without a merged image.
     m_pLog->log(CLOGLEVEL_ERROR,
                 L"%s: The reference frames are smaller than then recieved image. Can not merge.\n",
@@ -215,20 +214,32 @@ int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* p
                 mergeFrames, width, height, m_uiMergeStartRowOffset, static_cast<int>(ulNumPixels));
     return 0;
   }
+  DoMerge(pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged) + DoLeadingBytes(ulNumPixels), ulNumPixels,
+          m_bMergedStatistics);
+  return DoFinishFrame(pMerged, ulNumPixels);
+}
+
+/// Bytes of image file header ahead of the merged pixels.
+unsigned int CHWMergeReferenceFrames::DoLeadingBytes(unsigned long ulNumPixels) {
   unsigned int leading = 0;
   unsigned int trailing = 0;
-  const auto format = static_cast<ORVA_IMAGE_FORMAT>(m_MergeEnables.uiImageFormat);
-  GetMergeHeaderSize(format, ulNumPixels, 16, leading, trailing);
-  auto* const output = reinterpret_cast<unsigned char*>(pMerged);
-  DoMerge(pLow, pHigh, output + leading, ulNumPixels, m_bMergedStatistics);
+  GetMergeHeaderSize(static_cast<ORVA_IMAGE_FORMAT>(m_MergeEnables.uiImageFormat), ulNumPixels, 16, leading,
+                     trailing);
+  return leading;
+}
 
+/// What follows the merge of a frame's pixels: its metadata describe the merged plane, whose header is
+/// written.
+int CHWMergeReferenceFrames::DoFinishFrame(unsigned short* pMerged, unsigned long ulNumPixels) try {
+  const unsigned int leading = DoLeadingBytes(ulNumPixels);
   m_MetaData.SetBitsPerPixel(16);
   m_MetaData.SetHDRFrame(false);
   m_MetaData.SetPixelEndianFormat(!m_bByteSwapped);
   int result = 0;
-  if (format == ORVA_IMAGE_FORMAT_TIFF)
-    result = CTiffMaker().WriteHeader(output, leading, m_MetaData, m_bByteSwapped);
-  if (format == ORVA_IMAGE_FORMAT_FITS)
+  if (m_MergeEnables.uiImageFormat == ORVA_IMAGE_FORMAT_TIFF)
+    result = CTiffMaker().WriteHeader(reinterpret_cast<unsigned char*>(pMerged), leading, m_MetaData,
+                                      m_bByteSwapped);
+  if (m_MergeEnables.uiImageFormat == ORVA_IMAGE_FORMAT_FITS)
     result = CFitsInterface().CreateImageBuffer(pMerged, leading, static_cast<unsigned int>(ulNumPixels),
                                                 m_MetaData, m_bByteSwapped);
   return std::min(result, 0);

@@ -9,6 +9,7 @@
 /// One object is used by one thread at a time.
 class ORVACAM_API CFrameGSense4040 : public CFrameGSense2020 {
  public:
+  int Merge(unpacked_images_t* pImages) override;
   /// Copies the packed 12-bit bytes of a region behind MetadataLength bytes of room for a header, which the
   /// caller writes: for each row the low-gain and then the high-gain pixels of an HDR pair, or the single
   /// row's. 0; -1, with nothing written, for an odd column or width, a region that is not inside the frame or

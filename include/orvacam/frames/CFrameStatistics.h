@@ -4,6 +4,10 @@
 #include <orvacam/types/export.h>
 #include <orvacam/types/plane_stats.h>
 
+namespace orvacam {
+class PairStatistics;
+}
+
 /// Accumulates the pixels of one 16-bit plane and computes its mean, spread, mode, extremes with their
 /// positions, and two clip points of its histogram.
 ///
@@ -73,6 +77,9 @@ class ORVACAM_API CFrameStatistics {
   unsigned int m_uiMax;
   int_point_t m_MinPoint;
   unsigned int m_uiMin;
+
+  /// Counts the planes of a pair and their merge together, with fewer additions.
+  friend class orvacam::PairStatistics;
 };
 
 #endif  // ORVACAM_FRAMES_CFRAMESTATISTICS_H

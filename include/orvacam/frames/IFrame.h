@@ -15,6 +15,10 @@ class CCustomMergeAlgo;
 class CFrameMetaData;
 class CLog;
 
+namespace orvacam {
+struct StreamLayout;
+}
+
 /// One raw frame of a camera: the base of the frame classes, one per sensor family. Does what is the same for
 /// all sensors (source data, buffers, the hand-over to the merge algorithm, statistics, processed metadata);
 /// the classes unpack their sensor's pixels.
@@ -114,7 +118,19 @@ class ORVACAM_API IFrame {
   /// The start of every Unpack: metadata and source are there, buffers are prepared, each plane has room for
   /// uiImagePixels, the statistics are reset. 0, or -1.
   int DoPrepare(unpacked_images_t* pImages);
-  int DoCheckPlanes(unsigned int uiImagePixels) const;
+  /// The same, but clearing the caller's planes and making working planes is left to DoDecodePair or
+  /// DoReadyPlanes: what is written anyway need not be cleared.
+  int DoPrepareUncleared(unpacked_images_t* pImages);
+  int DoCheckPlanes(unsigned int uiImagePixels);
+  /// Clears the caller's planes from the given pixels on, and makes working planes where they are needed. 0,
+  /// or -1 without memory.
+  int DoReadyPlanes(unsigned long ulLowKept, unsigned long ulHighKept);
+  /// Pixels, from the low-gain plane's start on, that a single image of 12 or 16 bits writes; 0 where the
+  /// source or the plane is too short for all of them.
+  unsigned long DoSingleImagePixels(unsigned int uiBits) const;
+  /// Decodes a pair of row-interleaved planes after DoPrepareUncleared, and merges them on the way where
+  /// DoMerge allows it. 0; -1 when the source ends early, a plane is too small or there is no memory.
+  int DoDecodePair(const orvacam::StreamLayout& layout);
   void DoResetStatistics();
   /// Subtracts a bias frame where the merge algorithm has one.
   void DoApplyBias(bool bHigh);
@@ -123,8 +139,10 @@ class ORVACAM_API IFrame {
   /// The end of every Merge: merges where the caller has a merged plane of enough pixels and the frame is an
   /// HDR pair.
   void DoMergePlanes(const unpacked_images_t* pImages);
-  /// Unpack by way of the virtual operation, then merge. The Unpack status.
-  int DoMerge(unpacked_images_t* pImages);
+  /// Unpack by way of the virtual operation, then merge. The Unpack status. In one pass, DoDecodePair merges
+  /// each row pair as it unpacks it: only for classes whose Unpack nobody has overridden, who might want to
+  /// see the planes in between.
+  int DoMerge(unpacked_images_t* pImages, bool bInOnePass = false);
   /// Whether the frame has memory of its own that just holds a source of this length.
   bool DoFitsSource(unsigned long ulLength) const;
   /// The raw bytes behind the header; null and 0 when the source is not longer.
@@ -155,6 +173,25 @@ class ORVACAM_API IFrame {
   CCustomMergeAlgo* m_pMergeAlgo;
   unpacked_images_t m_UserMergeBuffers;  ///< the caller's record, completed with working planes
   bool m_bSourceByteSwapped;             ///< a sensor that delivers the other byte order sets it
+
+ private:
+  /// A buffer of the caller's that must be cleared where nothing is written.
+  struct uncleared_t {
+    unsigned char* pBytes;
+    unsigned long ulBytes;
+  };
+
+  int DoClaimPlanes(unpacked_images_t* pImages);
+  int DoClaimPlane(unsigned int uiSize, unsigned short** ppBuffer, unsigned long* pulCapacity,
+                   uncleared_t& uncleared);
+  void DoClearPlanes(unsigned long ulLowKept, unsigned long ulHighKept, unsigned long ulMergedKept);
+  int DoMakeWorkingPlanes();
+  bool DoMergeInOnePass(const orvacam::StreamLayout& layout, const unsigned char* pSource);
+
+  unsigned int m_uiMergeHeaderBytes;  ///< leading and trailing bytes of the merged plane
+  uncleared_t m_Uncleared[3];         ///< low, high, merged
+  bool m_bMergeOnTheWay;
+  bool m_bMerged;
 };
 
 #endif  // ORVACAM_FRAMES_IFRAME_H

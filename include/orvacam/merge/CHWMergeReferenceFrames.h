@@ -8,6 +8,11 @@
 #include <cstdio>
 #include <vector>
 
+namespace orvacam {
+class OnePassMerge;
+struct MergeTerms;
+}  // namespace orvacam
+
 /// The merge that the camera performs itself, in software. Each low-gain and high-gain pixel is corrected
 /// with an additive term (dark signal non-uniformity, DSNU) and a multiplicative term (photo response
 /// non-uniformity, PRNU), c = round(clamp(p + a, 0, max) x m), cut at 65535; then the corrected high-gain
@@ -154,6 +159,11 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   int DoHandOut(ref_frames_t& ref) const;
   bool DoReadPlane(std::FILE* pFile, PlaneIndex ePlane, unsigned short* pHandedOut);
   unsigned long DoTermsAvailable() const;
+  unsigned long DoPixelsAvailable() const;
+  bool DoFitsKernels() const;
+  void DoTakeTerms(orvacam::MergeTerms& terms) const;
+  unsigned int DoLeadingBytes(unsigned long ulNumPixels);
+  int DoFinishFrame(unsigned short* pMerged, unsigned long ulNumPixels);
   void DoMerge(const unsigned short* pLow, const unsigned short* pHigh, unsigned char* pMerged,
                unsigned long ulNumPixels, bool bStatistics);
 
@@ -170,6 +180,9 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   unsigned int m_uiMergeStartRowOffset;
   bool m_bIdentityFrames;
   bool m_bCallerFrames;
+
+  /// Merges a frame while it is unpacked, by this object's rule and terms.
+  friend class orvacam::OnePassMerge;
 };
 
 #endif  // ORVACAM_MERGE_CHWMERGEREFERENCEFRAMES_H

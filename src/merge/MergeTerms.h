@@ -1,0 +1,48 @@
+#ifndef ORVACAM_SRC_MERGE_MERGE_TERMS_H
+#define ORVACAM_SRC_MERGE_MERGE_TERMS_H
+
+#include <algorithm>
+#include <vector>
+
+#include "kernels/Kernels.h"
+#include "merge/FrameRegions.h"
+
+namespace orvacam {
+
+/// One plane's correction terms, from the image's first pixel on. A plane of one value lends a block of it,
+/// again and again.
+class PlaneOfTerms {
+ public:
+  void take(const std::vector<unsigned short>& values, unsigned long start, unsigned short uniform) {
+    if (values.empty())
+      std::fill_n(m_block, mergeBlock, uniform);
+    else
+      m_values = values.data() + std::min(start, values.size());
+  }
+  const unsigned short* at(unsigned long first) const {
+    return m_values != nullptr ? m_values + first : m_block;
+  }
+  const short* signedAt(unsigned long first) const { return reinterpret_cast<const short*>(at(first)); }
+
+ private:
+  const unsigned short* m_values = nullptr;
+  unsigned short m_block[mergeBlock];
+};
+
+/// The rule of a merge and the terms of its pixels, as the kernels take them.
+struct MergeTerms {
+  kernels::MergeRule rule;
+  bool isUniform;  ///< one term a plane for all pixels: `uniform` holds them, else the four planes do
+  kernels::UniformTerms uniform;
+  PlaneOfTerms additiveLow, additiveHigh, multiplicativeLow, multiplicativeHigh;
+
+  /// Terms of at most mergeBlock pixels from the image's pixel `first` on.
+  kernels::PlaneTerms planesAt(unsigned long first) const {
+    return {additiveLow.signedAt(first), additiveHigh.signedAt(first), multiplicativeLow.at(first),
+            multiplicativeHigh.at(first)};
+  }
+};
+
+}  // namespace orvacam
+
+#endif  // ORVACAM_SRC_MERGE_MERGE_TERMS_H
