@@ -163,7 +163,9 @@ bool OnePassMerge::fits(const PairPlanes& planes) const {
     return false;
   const bool offsetInside = m_algorithm->m_uiMergeStartRowOffset == 0 ||
                             m_algorithm->m_uiMergeStartRowOffset < m_algorithm->m_uiHeight;
-  return offsetInside && m_algorithm->DoFitsKernels() && m_algorithm->DoPixelsAvailable() >= planes.pixels &&
+  return offsetInside && m_algorithm->DoFitsKernels() &&
+         m_algorithm->m_uiAddFracBits <= kernels::packedFractionBits &&
+         m_algorithm->DoPixelsAvailable() >= planes.pixels &&
          reinterpret_cast<std::uintptr_t>(planes.merged) % alignof(unsigned short) == 0 &&
          m_layout.hasWholePairsOnly() && m_layout.planePixels() == planes.pixels &&
          imageIsWhereTheMetaDataHasIt();

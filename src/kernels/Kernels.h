@@ -35,6 +35,9 @@ struct PlaneTerms {
   const std::uint16_t* multiplicativeHigh;
 };
 
+/// Shifted by as many additive fraction bits, a packed 12-bit pixel still fits the sum's 15 bits.
+constexpr std::uint32_t packedFractionBits = 3;
+
 /// Marks, in a value to be counted, that the merge took this plane's pixel: packed pixels have 12 bits.
 constexpr std::uint16_t takenMark = 4096;
 
@@ -140,8 +143,8 @@ struct KernelTable {
                                std::size_t count, const MergeRule& rule, const PlaneTerms& terms);
   void (*finishStreaming)();
 
-  /// Unpacks and merges in one go: a pixel's corrected values never leave the registers. Terms per pixel are
-  /// those of the run's first pixel on.
+  /// Unpacks and merges in one go: a pixel's corrected values never leave the registers. For rules of at most
+  /// packedFractionBits additive fraction bits. Terms per pixel are those of the run's first pixel on.
   void (*mergePackedUniform)(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms);
   void (*mergePackedPlanes)(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms);
   /// The same, with low, high and merged written past the caches.

@@ -66,6 +66,7 @@ namespace {
 struct WideRule {
   Register additiveFactor;  // 2^f
   Register largestShiftable;
+  Bits additiveShift;    // f
   Register half;         // in 32-bit lanes
   Register resultShift;  // in 32-bit lanes
   Register belowHighThreshold;
@@ -80,11 +81,15 @@ static WideRule widened(const MergeRule& rule) {
   const bool neverLow = rule.type == 2;
   const bool alwaysLow = rule.type == 1 || (rule.highThreshold == 0 && !neverLow);
   constexpr std::uint32_t unreachable = 65535;
+  const auto belowHighThreshold = static_cast<std::uint32_t>(rule.highThreshold - 1);
   return {spread16(1U << rule.additiveFractionBits),
           spread16(65535U >> rule.additiveFractionBits),
+          _mm_cvtsi32_si128(static_cast<int>(rule.additiveFractionBits)),
           spread32(fraction > 0 ? 1U << (fraction - 1) : 0),
           spread32(fraction),
-          spread16(neverLow ? unreachable : static_cast<std::uint32_t>(rule.highThreshold - 1)),
+          spread16(neverLow    ? unreachable
+                   : alwaysLow ? 0
+                               : belowHighThreshold),
           spread16(neverLow ? unreachable : static_cast<std::uint32_t>(rule.differenceThreshold)),
           spread16(alwaysLow ? 65535 : 0)};
 }
@@ -98,15 +103,8 @@ static Register corrected(Register pixels, Register additive, Register multiplic
                        shiftRight32(add32(products.second, rule.half), rule.resultShift));
 }
 
-/// Bits in the lanes where the corrected low-gain pixel is taken.
-static Register takesLow(Register low, Register high, const WideRule& rule) {
-  const Register bright = subtractToZero16(high, rule.belowHighThreshold);
-  const Register apart = subtractToZero16(subtractToZero16(low, high), rule.differenceThreshold);
-  return eitherBits(eitherBits(bright, apart), rule.alwaysLow);
-}
-
-static Register chosen(Register low, Register high, const WideRule& rule) {
-  return whereZero16(takesLow(low, high, rule), high, low);
+static Choice takesHigh(Register low, Register high, const WideRule& rule) {
+  return takesHigh(low, high, rule.belowHighThreshold, rule.differenceThreshold, rule.alwaysLow);
 }
 
 // One set of terms for all pixels, or one for each: what the merge below asks of either.
@@ -184,9 +182,11 @@ static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint
   const std::size_t ahead = stores == streaming ? pixelsToAlignment(merged) : 0;
   std::size_t i = ahead < count ? ahead : count;
   mergePlain(low, high, merged, 0, i, rule, terms);
-  for (; i + lanes <= count; i += lanes)
-    put<stores>(merged + i, chosen(correctedLow(load(low + i), terms, i, wide),
-                                   correctedHigh(load(high + i), terms, i, wide), wide));
+  for (; i + lanes <= count; i += lanes) {
+    const Register rightLow = correctedLow(load(low + i), terms, i, wide);
+    const Register rightHigh = correctedHigh(load(high + i), terms, i, wide);
+    put<stores>(merged + i, chosen(takesHigh(rightLow, rightHigh, wide), rightHigh, rightLow));
+  }
   mergePlain(low, high, merged, i, count, rule, terms);
 }
 
@@ -241,23 +241,126 @@ static PairExtremes narrowed(const WideExtremes& wide) {
           largestLane(wide.highMaximum), smallestLane(wide.mergedMinimum), largestLane(wide.mergedMaximum)};
 }
 
+/// Fetches what lies a row pair further on: rows are too short for the processor to foresee where the next
+/// two begin. An address for the processor alone, perhaps behind the stream: nothing is read from it.
+static inline void prefetchNextRows(const PackedPair& run, std::size_t i) {
+  const std::size_t offset = 3 * (i / 2);
+  const auto low = reinterpret_cast<std::uintptr_t>(run.packedLow) + offset;
+  const auto high = reinterpret_cast<std::uintptr_t>(run.packedHigh) + offset;
+  const std::uintptr_t rowPair = 2 * (high - low);
+  __builtin_prefetch(reinterpret_cast<const void*>(low + rowPair), 0, 2);
+  __builtin_prefetch(reinterpret_cast<const void*>(high + rowPair), 0, 2);
+}
+
+// The corrections of packed pixels, by what there is to do. A shifted pixel has 15 bits, so that one
+// saturating addition and a maximum clamp the sum.
+
+static Register packedSums(Register pixels, Register additive, const WideRule& rule) {
+  return maximumSigned16(addSigned16(shiftLeft16(pixels, rule.additiveShift), additive), spread16(0));
+}
+static Register correctedPacked(Register pixels, Register additive, Register multiplicative,
+                                const WideRule& rule) {
+  const Products products = multiply16(packedSums(pixels, additive, rule), multiplicative);
+  return packToLimit16(shiftRight32(add32(products.first, rule.half), rule.resultShift),
+                       shiftRight32(add32(products.second, rule.half), rule.resultShift));
+}
+
+static Register packedLow(Register pixels, const UniformTerms& terms, std::size_t /*i*/,
+                          const WideRule& rule) {
+  return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
+                         spread16(terms.multiplicativeLow), rule);
+}
+static Register packedHigh(Register pixels, const UniformTerms& terms, std::size_t /*i*/,
+                           const WideRule& rule) {
+  return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveHigh)),
+                         spread16(terms.multiplicativeHigh), rule);
+}
+
+static Register packedLow(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
+  return correctedPacked(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
+}
+static Register packedHigh(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
+  return correctedPacked(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
+}
+
+/// Identity frames, as most merges have them: the low-gain plane is brought to the high-gain plane's scale,
+/// the latter stays as it is.
+namespace {
+
+/// By a factor below 16, held in units of 2^-12.
+struct ScaledLow {
+  std::uint32_t factor;
+};
+
+/// By any factor, held in units of 2^-g. Of 16 p * factor, the higher and the lower 16 bits are shifted to
+/// their place in the result.
+struct SteepLow {
+  std::uint32_t factor;
+  Bits higherShift;       // 16 - (g + 4)
+  Bits lowerShift;        // g + 4, less the bit that is rounded by
+  std::uint32_t largest;  // of the higher bits that does not exceed the result
+};
+
+}  // namespace
+
+constexpr std::uint32_t scaleBits = 12;
+
+static bool changesLowAlone(const MergeRule& rule, const UniformTerms& terms) {
+  return terms.additiveLow == 0 && terms.additiveHigh == 0 && rule.multiplicativeFractionBits <= scaleBits &&
+         terms.multiplicativeHigh == 1U << rule.multiplicativeFractionBits;
+}
+static ScaledLow scaledLow(const MergeRule& rule, const UniformTerms& terms) {
+  return {std::uint32_t{terms.multiplicativeLow} << (scaleBits - rule.multiplicativeFractionBits)};
+}
+static SteepLow steepLow(const MergeRule& rule, const UniformTerms& terms) {
+  const std::uint32_t fraction = rule.multiplicativeFractionBits + 4;
+  return {terms.multiplicativeLow, _mm_cvtsi32_si128(static_cast<int>(16 - fraction)),
+          _mm_cvtsi32_si128(static_cast<int>(fraction - 1)), (1U << fraction) - 1};
+}
+
+static Register packedLow(Register pixels, const ScaledLow& scaled, std::size_t /*i*/,
+                          const WideRule& /*rule*/) {
+  const Register factor = spread16(scaled.factor);
+  const Register wide = widened12(pixels);
+  return add16(multiplyHigh16(wide, factor), topBit16(multiplyLow16(wide, factor)));
+}
+static Register packedHigh(Register pixels, const ScaledLow& /*scaled*/, std::size_t /*i*/,
+                           const WideRule& /*rule*/) {
+  return pixels;
+}
+
+static Register packedLow(Register pixels, const SteepLow& steep, std::size_t /*i*/,
+                          const WideRule& /*rule*/) {
+  const Register factor = spread16(steep.factor);
+  const Register wide = widened12(pixels);
+  const Register higher = multiplyHigh16(wide, factor);
+  const Register rounded = halved16(shiftRight16(multiplyLow16(wide, factor), steep.lowerShift));
+  const Register result = addToLimit16(shiftLeft16(higher, steep.higherShift), rounded);
+  return limitWhereAbove16(result, higher, spread16(steep.largest));
+}
+static Register packedHigh(Register pixels, const SteepLow& /*steep*/, std::size_t /*i*/,
+                           const WideRule& /*rule*/) {
+  return pixels;
+}
+
 /// One register of pixels of both gains, from pixel i of the run on.
 template <Stores stores, bool counting, typename Terms>
 static inline void mergeRegister(const PackedPair& run, std::size_t i, const WideRule& rule,
                                  const Terms& terms, WideExtremes* extremes) {
+  prefetchNextRows(run, i);
   const Register low = unpacked(run.packedLow + 3 * (i / 2));
   const Register high = unpacked(run.packedHigh + 3 * (i / 2));
-  const Register rightLow = correctedLow(low, terms, i, rule);
-  const Register rightHigh = correctedHigh(high, terms, i, rule);
-  const Register lowTaken = takesLow(rightLow, rightHigh, rule);
-  const Register merged = whereZero16(lowTaken, rightHigh, rightLow);
+  const Register rightLow = packedLow(low, terms, i, rule);
+  const Register rightHigh = packedHigh(high, terms, i, rule);
+  const Choice highTaken = takesHigh(rightLow, rightHigh, rule);
+  const Register merged = chosen(highTaken, rightHigh, rightLow);
   if (run.low != nullptr) put<stores>(run.low + i, low);
   if (run.high != nullptr) put<stores>(run.high + i, high);
   put<stores>(run.merged + i, merged);
   if (!counting) return;
   const Register mark = spread16(takenMark);
-  store(run.countedLow + i, whereZero16(lowTaken, low, eitherBits(low, mark)));
-  store(run.countedHigh + i, whereZero16(lowTaken, eitherBits(high, mark), high));
+  store(run.countedLow + i, chosen(highTaken, low, eitherBits(low, mark)));
+  store(run.countedHigh + i, chosen(highTaken, eitherBits(high, mark), high));
   if (run.countedMerged != nullptr) store(run.countedMerged + i, merged);
   *extremes = {minimum16(extremes->lowMinimum, low),       maximum16(extremes->lowMaximum, low),
                minimum16(extremes->highMinimum, high),     maximum16(extremes->highMaximum, high),
@@ -305,13 +408,14 @@ static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Te
 
 template <Stores stores>
 static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
-  SmallTerms small;
   if (2 * run.pairs < lanes)
     loops::mergePacked(run, rule, terms);
-  else if (fitsSmallTerms(rule, terms, &small))
-    mergePackedBy<stores>(run, rule, small);
-  else
+  else if (!changesLowAlone(rule, terms))
     mergePackedBy<stores>(run, rule, terms);
+  else if (scaledLow(rule, terms).factor <= 65535)
+    mergePackedBy<stores>(run, rule, scaledLow(rule, terms));
+  else
+    mergePackedBy<stores>(run, rule, steepLow(rule, terms));
 }
 
 template <Stores stores>

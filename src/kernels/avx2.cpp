@@ -15,6 +15,7 @@ static bool supported() {
 }
 
 using Register = __m256i;
+using Bits = __m128i;  // a number of bits to shift by
 
 // ---- Plain operations, named by what they do to lanes of 16 or 32 bits
 
@@ -33,11 +34,41 @@ static Register spread16(std::uint32_t value) {
 static Register spread32(std::uint32_t value) {
   return _mm256_set1_epi32(static_cast<int>(value));
 }
+static Register widened12(Register pixels) {
+  return _mm256_slli_epi16(pixels, 4);  // to the top of 16 bits
+}
 static Register eitherBits(Register a, Register b) {
   return _mm256_or_si256(a, b);
 }
-static Register subtractToZero16(Register a, Register b) {
-  return _mm256_subs_epu16(a, b);
+static Register shiftLeft16(Register values, Bits bits) {
+  return _mm256_sll_epi16(values, bits);
+}
+static Register shiftRight16(Register values, Bits bits) {
+  return _mm256_srl_epi16(values, bits);
+}
+static Register halved16(Register values) {
+  return _mm256_avg_epu16(values, _mm256_setzero_si256());  // rounded up
+}
+static Register addToLimit16(Register a, Register b) {
+  return _mm256_adds_epu16(a, b);
+}
+static Register add16(Register a, Register b) {
+  return _mm256_add_epi16(a, b);
+}
+static Register addSigned16(Register a, Register b) {
+  return _mm256_adds_epi16(a, b);
+}
+static Register maximumSigned16(Register a, Register b) {
+  return _mm256_max_epi16(a, b);
+}
+static Register multiplyLow16(Register a, Register b) {
+  return _mm256_mullo_epi16(a, b);
+}
+static Register multiplyHigh16(Register a, Register b) {
+  return _mm256_mulhi_epu16(a, b);
+}
+static Register topBit16(Register values) {
+  return _mm256_srli_epi16(values, 15);
 }
 static Register minimum16(Register a, Register b) {
   return _mm256_min_epu16(a, b);
@@ -98,8 +129,21 @@ static Register sums(Register pixels, Register additive, Register factor, Regist
   return _mm256_xor_si256(_mm256_andnot_si256(sum, shiftable), spread16(32767));
 }
 
-static Register whereZero16(Register condition, Register zero, Register other) {
-  return _mm256_blendv_epi8(other, zero, _mm256_cmpeq_epi16(condition, _mm256_setzero_si256()));
+static Register limitWhereAbove16(Register result, Register values, Register largest) {
+  const Register within = _mm256_cmpeq_epi16(_mm256_min_epu16(values, largest), values);
+  return _mm256_or_si256(result, _mm256_xor_si256(within, spread16(65535)));
+}
+
+/// Which lanes take the high-gain pixel.
+using Choice = Register;
+static Choice takesHigh(Register low, Register high, Register belowHighThreshold,
+                        Register differenceThreshold, Register alwaysLow) {
+  const Register bright = _mm256_subs_epu16(_mm256_or_si256(high, alwaysLow), belowHighThreshold);
+  const Register apart = _mm256_subs_epu16(_mm256_subs_epu16(low, high), differenceThreshold);
+  return _mm256_cmpeq_epi16(_mm256_or_si256(bright, apart), _mm256_setzero_si256());
+}
+static Register chosen(Choice high, Register ifHigh, Register otherwise) {
+  return _mm256_blendv_epi8(otherwise, ifHigh, high);
 }
 
 /// Bits of the lanes that equal the value, from the lowest on, bitsOfLane for each.

@@ -16,6 +16,7 @@ static bool supported() {
 }
 
 using Register = __m512i;
+using Bits = __m128i;  // a number of bits to shift by
 
 // ---- Plain operations, named by what they do to lanes of 16 or 32 bits
 
@@ -34,11 +35,41 @@ static Register spread16(std::uint32_t value) {
 static Register spread32(std::uint32_t value) {
   return _mm512_set1_epi32(static_cast<int>(value));
 }
+static Register widened12(Register pixels) {
+  return _mm512_slli_epi16(pixels, 4);  // to the top of 16 bits
+}
 static Register eitherBits(Register a, Register b) {
   return _mm512_or_si512(a, b);
 }
-static Register subtractToZero16(Register a, Register b) {
-  return _mm512_subs_epu16(a, b);
+static Register shiftLeft16(Register values, Bits bits) {
+  return _mm512_sll_epi16(values, bits);
+}
+static Register shiftRight16(Register values, Bits bits) {
+  return _mm512_srl_epi16(values, bits);
+}
+static Register halved16(Register values) {
+  return _mm512_avg_epu16(values, _mm512_setzero_si512());  // rounded up
+}
+static Register addToLimit16(Register a, Register b) {
+  return _mm512_adds_epu16(a, b);
+}
+static Register add16(Register a, Register b) {
+  return _mm512_add_epi16(a, b);
+}
+static Register addSigned16(Register a, Register b) {
+  return _mm512_adds_epi16(a, b);
+}
+static Register maximumSigned16(Register a, Register b) {
+  return _mm512_max_epi16(a, b);
+}
+static Register multiplyLow16(Register a, Register b) {
+  return _mm512_mullo_epi16(a, b);
+}
+static Register multiplyHigh16(Register a, Register b) {
+  return _mm512_mulhi_epu16(a, b);
+}
+static Register topBit16(Register values) {
+  return _mm512_srli_epi16(values, 15);
 }
 static Register minimum16(Register a, Register b) {
   return _mm512_min_epu16(a, b);
@@ -77,22 +108,14 @@ static Products multiply16(Register a, Register b) {
 
 // ---- Where the instruction sets differ
 
-static __m128i load16Bytes(const std::uint8_t* source) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(source));
-}
-
 /// A register of pixels, from 48 bytes. Each quarter turns 12 of them into 8 words: b0 b1 for the first pixel
-/// of a pair, b1 b2 for the second. Four loads, since one of 64 bytes would nearly always lie across two
-/// cache lines; the last one 4 bytes early, so that nothing behind is read.
+/// of a pair, b1 b2 for the second. Nothing behind the 48 bytes is read.
 static Register unpacked(const std::uint8_t* packed) {
-  const __m128i quarter = _mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
+  const __m512i quarters = _mm512_setr_epi32(0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 8, 8, 9, 10, 11, 11);
   const __m512i words =
-      _mm512_inserti32x4(_mm512_broadcast_i32x4(quarter), _mm_add_epi8(quarter, _mm_set1_epi8(4)), 3);
+      _mm512_broadcast_i32x4(_mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10));
   const __m512i shifts = spread32(4);  // for the first word of each two
-  __m512i bytes = _mm512_castsi128_si512(load16Bytes(packed));
-  bytes = _mm512_inserti32x4(bytes, load16Bytes(packed + 12), 1);
-  bytes = _mm512_inserti32x4(bytes, load16Bytes(packed + 24), 2);
-  bytes = _mm512_inserti32x4(bytes, load16Bytes(packed + 32), 3);
+  const __m512i bytes = _mm512_permutexvar_epi32(quarters, _mm512_maskz_loadu_epi32(0x0FFF, packed));
   return _mm512_and_si512(_mm512_srlv_epi16(_mm512_shuffle_epi8(bytes, words), shifts), spread16(0x0FFF));
 }
 
@@ -106,8 +129,19 @@ static Register sums(Register pixels, Register additive, Register factor, Regist
   return _mm512_mask_blend_epi16(shiftable, spread16(32767), _mm512_xor_si512(sum, spread16(32768)));
 }
 
-static Register whereZero16(Register condition, Register zero, Register other) {
-  return _mm512_mask_blend_epi16(_mm512_test_epi16_mask(condition, condition), zero, other);
+static Register limitWhereAbove16(Register result, Register values, Register largest) {
+  return _mm512_mask_blend_epi16(_mm512_cmpgt_epu16_mask(values, largest), result, spread16(65535));
+}
+
+/// Which lanes take the high-gain pixel.
+using Choice = __mmask32;
+static Choice takesHigh(Register low, Register high, Register belowHighThreshold,
+                        Register differenceThreshold, Register alwaysLow) {
+  const Choice dark = _mm512_cmple_epu16_mask(_mm512_or_si512(high, alwaysLow), belowHighThreshold);
+  return _mm512_mask_cmple_epu16_mask(dark, _mm512_subs_epu16(low, high), differenceThreshold);
+}
+static Register chosen(Choice high, Register ifHigh, Register otherwise) {
+  return _mm512_mask_blend_epi16(high, otherwise, ifHigh);
 }
 
 /// Bits of the lanes that equal the value, from the lowest on, bitsOfLane for each.
