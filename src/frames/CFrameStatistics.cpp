@@ -62,6 +62,25 @@ unsigned long CFrameStatistics::counts_t::Of(unsigned int uiValue) const {
   return count;
 }
 
+void CFrameStatistics::counts_t::CopyTo(double* pHistogram, unsigned int uiFirst, unsigned int uiLast) const {
+  static_assert(s_uiBanks == 4);
+  for (unsigned int value = uiFirst; value <= uiLast; ++value) {
+    const unsigned int* const counts = m_Banks + value;
+    pHistogram[value] =
+        counts[0] + counts[s_uiBankStride] + counts[2 * s_uiBankStride] + counts[3 * s_uiBankStride];
+  }
+}
+
+const unsigned int* CFrameStatistics::counts_t::Fold(unsigned int uiFirst, unsigned int uiLast) {
+  for (unsigned int bank = 1; bank < s_uiBanks; ++bank) {
+    unsigned int* const counts = m_Banks + bank * s_uiBankStride;
+    for (unsigned int value = uiFirst; value <= uiLast; ++value)
+      m_Banks[value] += counts[value];
+    std::fill(counts + uiFirst, counts + uiLast + 1, 0U);
+  }
+  return m_Banks;
+}
+
 // ---- Statistics
 
 CFrameStatistics::CFrameStatistics()
@@ -120,19 +139,22 @@ void CFrameStatistics::AddRow(const unsigned short* pPixels, unsigned long ulCou
 }
 
 void CFrameStatistics::Compute() {
-  // Sums of integers are exact; they are rounded once, as doubles.
-  unsigned __int128 sum = 0;
-  __int128 squares = 0;
+  // Sums of integers are exact, fit 64 bits for as many pixels as the count holds, and are rounded once.
+  unsigned long sum = 0;
+  long squares = 0;
   const double count = m_uiCount;
   unsigned long passed = 0;
-  unsigned long largest = 0;
+  unsigned int largest = 0;
   m_dMode = 0.0;
+  const unsigned int* const counts = m_uiMin <= m_uiMax ? m_Counts.Fold(m_uiMin, m_uiMax) : nullptr;
   for (unsigned int value = m_uiMin; value <= m_uiMax; ++value) {
-    const unsigned long pixels = m_Counts.Of(value);
+    const unsigned int pixels = counts[value];
+    if (pixels == 0)
+      continue;  // the clip point moves on with the next value that occurs, at last the maximum
     // Intended: the square is a 32-bit product read as signed, negative from 46341 on.
     const auto square = static_cast<int>(value * value);
-    sum += static_cast<unsigned __int128>(pixels) * value;
-    squares += static_cast<__int128>(pixels) * square;
+    sum += static_cast<unsigned long>(pixels) * value;
+    squares += static_cast<long>(pixels) * square;
     if (m_dLowClipFraction * count > static_cast<double>(passed))
       m_usLowClip = static_cast<unsigned short>(value);
     if (value == s_uiHistogramSize) continue;  // has no histogram entry
@@ -151,7 +173,7 @@ void CFrameStatistics::Compute() {
   for (unsigned int value = m_uiMax + 1; value-- > m_uiMin;) {
     if (!(m_dHighClipFraction * count > static_cast<double>(passed))) break;
     m_usHighClip = static_cast<unsigned short>(value);
-    if (value < s_uiHistogramSize) passed += m_Counts.Of(value);
+    if (value < s_uiHistogramSize) passed += counts[value];
   }
 }
 
@@ -169,6 +191,6 @@ void CFrameStatistics::GetResults(image_plane_stats_t& stats) const {
   if (stats.pHistogram == nullptr) return;
   const unsigned int entries = std::min(stats.uiHistogramSize, s_uiHistogramSize);
   std::fill_n(stats.pHistogram, entries, 0.0);
-  for (unsigned int value = m_uiMin; value <= m_uiMax && value < entries; ++value)
-    stats.pHistogram[value] = static_cast<double>(m_Counts.Of(value));
+  if (m_uiMin <= m_uiMax && m_uiMin < entries)
+    m_Counts.CopyTo(stats.pHistogram, m_uiMin, std::min(m_uiMax, entries - 1));
 }

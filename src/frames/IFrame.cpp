@@ -50,6 +50,13 @@ unsigned long regularFileSize(std::FILE* pStream) {
   return status.st_size > 0 ? static_cast<unsigned long>(status.st_size) : 0;
 }
 
+/// A plane that begins on a cache line, as planes do that are written past the caches; freed with free.
+unsigned short* allocatePlane(unsigned long size) {
+  constexpr unsigned long line = 64;
+  const unsigned long lines = std::max(size + line - 1, line) / line;
+  return static_cast<unsigned short*>(std::aligned_alloc(line, lines * line));
+}
+
 }  // namespace
 
 IFrame::IFrame()
@@ -268,7 +275,11 @@ int IFrame::AllocateUserMergeBuffers(unpacked_images_t* pImages) {
 
 int IFrame::DoClaimPlane(unsigned int uiSize, unsigned short** ppBuffer, unsigned long* pulCapacity,
                          uncleared_t& uncleared) {
-  if (*ppBuffer == nullptr) return AllocateBufferPointer(uiSize, ppBuffer, pulCapacity);
+  if (*ppBuffer == nullptr) {
+    *ppBuffer = allocatePlane(uiSize);
+    if (*ppBuffer == nullptr) return -1;
+    *pulCapacity = uiSize;
+  }
   uncleared = {reinterpret_cast<unsigned char*>(*ppBuffer), *pulCapacity};
   return *pulCapacity < uiSize ? -1 : 0;
 }

@@ -384,26 +384,37 @@ static void mergeRegisters(const PackedPair& given, std::size_t ahead, const Mer
   if (counting) *run.extremes = narrowed(extremes);
 }
 
-/// Whether the outputs can be streamed to together; then how many pixels ahead of the first address for it.
-static bool alignsTogether(const PackedPair& run, std::size_t* ahead) {
-  *ahead = pixelsToAlignment(run.merged);
-  return *ahead % 2 == 0 && (run.low == nullptr || pixelsToAlignment(run.low) == *ahead) &&
-         (run.high == nullptr || pixelsToAlignment(run.high) == *ahead);
+/// Pixels ahead of the first address to which all outputs are aligned together; 0 where there is none.
+static std::size_t pixelsToCommonAlignment(const PackedPair& run) {
+  const std::size_t ahead = pixelsToAlignment(run.merged);
+  const bool together = (run.low == nullptr || pixelsToAlignment(run.low) == ahead) &&
+                        (run.high == nullptr || pixelsToAlignment(run.high) == ahead);
+  return together && ahead % 2 == 0 ? ahead : 0;
+}
+
+/// Whether the outputs are cache lines from end to end: one that is half streamed costs more than streaming
+/// saves.
+static bool fillsLines(const PackedPair& run) {
+  constexpr std::size_t line = 64;
+  const std::uintptr_t addresses = reinterpret_cast<std::uintptr_t>(run.low) |
+                                   reinterpret_cast<std::uintptr_t>(run.high) |
+                                   reinterpret_cast<std::uintptr_t>(run.merged);
+  return addresses % line == 0 && 4 * run.pairs % line == 0;
 }
 
 template <Stores stores, typename Terms>
 static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
-  std::size_t ahead = 0;
-  if (stores == streaming && alignsTogether(run, &ahead)) {
-    if (run.extremes != nullptr)
-      mergeRegisters<streaming, true>(run, ahead, rule, terms);
-    else
-      mergeRegisters<streaming, false>(run, ahead, rule, terms);
-  } else if (run.extremes != nullptr) {
-    mergeRegisters<cached, true>(run, 0, rule, terms);
-  } else {
-    mergeRegisters<cached, false>(run, 0, rule, terms);
-  }
+  const std::size_t ahead = pixelsToCommonAlignment(run);
+  const bool wholeLines = fillsLines(run);
+  const bool counting = run.extremes != nullptr;
+  if (stores == streaming && wholeLines && counting)
+    mergeRegisters<streaming, true>(run, ahead, rule, terms);
+  else if (stores == streaming && wholeLines)
+    mergeRegisters<streaming, false>(run, ahead, rule, terms);
+  else if (counting)
+    mergeRegisters<cached, true>(run, ahead, rule, terms);
+  else
+    mergeRegisters<cached, false>(run, ahead, rule, terms);
 }
 
 template <Stores stores>

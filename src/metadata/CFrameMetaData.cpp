@@ -102,11 +102,9 @@ void CFrameMetaData::DoInitialize() {
   std::memset(m_Padding, 0, sizeof m_Padding);
   std::memset(m_Reserved1, 0, sizeof m_Reserved1);
   std::memset(m_Reserved2, 0, sizeof m_Reserved2);
-  std::memset(m_Text, 0, sizeof m_Text);
   std::memset(m_RawHeader, 0, sizeof m_RawHeader);
   std::memset(m_CaptureTimeLine, 0, sizeof m_CaptureTimeLine);
   std::memset(m_ExposureClock, 0, sizeof m_ExposureClock);
-  std::memset(m_PaddingText, 0, sizeof m_PaddingText);
 }
 
 void CFrameMetaData::ReInitialize(bool bAsDefaultFrame) {

@@ -84,8 +84,8 @@ const char* CFrameMetaData::DoRenderPadding(unsigned int uiCount) {
   std::string text;
   for (unsigned int i = 0; i < uiCount; ++i)
     text += print(i == 0 ? "%02d" : ", %02d", int{m_Padding[i]});
-  deliver(text, m_PaddingText, sizeof m_PaddingText);
-  return m_PaddingText;
+  deliver(text, m_PaddingText.szText, s_uiPaddingTextSize);
+  return m_PaddingText.szText;
 }
 
 std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKey) {
@@ -154,7 +154,7 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
     case Rule::Longitude:
       return position(&value, "E", "W");
     case Rule::Padding:
-      return m_PaddingText;
+      return m_PaddingText.szText;
     case Rule::Empty:
       break;
   }
@@ -220,9 +220,9 @@ int CFrameMetaData::ToString(char* pText, unsigned int uiSize) {
 
 int CFrameMetaData::ToString(wchar_t* pText, unsigned int uiSize) {
   if (pText == nullptr) return -1;
-  const int length = DoToString(m_Text, sizeof m_Text);
+  const int length = DoToString(m_Text.szText, s_uiTextSize);
   if (length < 0) return length;
   std::wmemset(pText, L'\0', uiSize);
-  orvacam::narrowToWide(m_Text, pText, uiSize);
+  orvacam::narrowToWide(m_Text.szText, pText, uiSize);
   return length;
 }

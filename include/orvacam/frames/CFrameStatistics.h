@@ -54,6 +54,10 @@ class ORVACAM_API CFrameStatistics {
     unsigned int* GetBanks() { return m_Banks; }
     /// Of a value between the first and the last covered.
     unsigned long Of(unsigned int uiValue) const;
+    /// The counts of these values, each at its place.
+    void CopyTo(double* pHistogram, unsigned int uiFirst, unsigned int uiLast) const;
+    /// Brings the counts of values together in the first bank, and returns it.
+    const unsigned int* Fold(unsigned int uiFirst, unsigned int uiLast);
 
    private:
     void DoZero(unsigned int uiFirst, unsigned int uiLast);

@@ -204,6 +204,17 @@ class ORVACAM_API CFrameMetaData {
   static constexpr unsigned int s_uiPaddingSize = 1024;
   static constexpr unsigned int s_uiRawHeaderSize = 1024;
   static constexpr unsigned int s_uiTextSize = 32768;
+  static constexpr unsigned int s_uiPaddingTextSize = 8192;
+
+  /// A buffer whose text means nothing outside the operation that writes it: neither set nor copied with the
+  /// object.
+  template <unsigned int uiSize>
+  struct work_text_t {
+    work_text_t() { szText[0] = 0; }
+    work_text_t(const work_text_t&) { szText[0] = 0; }
+    work_text_t& operator=(const work_text_t&) { return *this; }
+    char szText[uiSize];
+  };
 
   void DoInitialize();
   int DoParse(unsigned char* pBuffer, unsigned int uiLength);
@@ -246,11 +257,11 @@ class ORVACAM_API CFrameMetaData {
   bool m_bCaptureTimeValid;
   unsigned char m_Reserved1[12];                 ///< of version 1, kept raw
   unsigned char m_Reserved2[2];                  ///< of version 2, kept raw
-  char m_Text[s_uiTextSize];                     ///< work buffer of the text rendering
+  work_text_t<s_uiTextSize> m_Text;              ///< of the text rendering
   unsigned char m_RawHeader[s_uiRawHeaderSize];  ///< the first bytes of the last header parsed
   char m_CaptureTimeLine[64];
   char m_ExposureClock[64];
-  char m_PaddingText[8192];
+  work_text_t<s_uiPaddingTextSize> m_PaddingText;
 };
 
 #endif  // ORVACAM_METADATA_CFRAMEMETADATA_H
