@@ -63,12 +63,9 @@ unsigned long CFrameStatistics::counts_t::Of(unsigned int uiValue) const {
 }
 
 void CFrameStatistics::counts_t::CopyTo(double* pHistogram, unsigned int uiFirst, unsigned int uiLast) const {
-  static_assert(s_uiBanks == 4);
-  for (unsigned int value = uiFirst; value <= uiLast; ++value) {
-    const unsigned int* const counts = m_Banks + value;
-    pHistogram[value] =
-        counts[0] + counts[s_uiBankStride] + counts[2 * s_uiBankStride] + counts[3 * s_uiBankStride];
-  }
+  static_assert(s_uiBanks == 2);
+  for (unsigned int value = uiFirst; value <= uiLast; ++value)
+    pHistogram[value] = m_Banks[value] + m_Banks[s_uiBankStride + value];
 }
 
 const unsigned int* CFrameStatistics::counts_t::Fold(unsigned int uiFirst, unsigned int uiLast) {

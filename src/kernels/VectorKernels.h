@@ -336,7 +336,7 @@ static Register packedLow(Register pixels, const SteepLow& steep, std::size_t /*
   const Register higher = multiplyHigh16(wide, factor);
   const Register rounded = halved16(shiftRight16(multiplyLow16(wide, factor), steep.lowerShift));
   const Register result = addToLimit16(shiftLeft16(higher, steep.higherShift), rounded);
-  return limitWhereAbove16(result, higher, spread16(steep.largest));
+  return whereAtMost16(higher, spread16(steep.largest), result, spread16(65535));
 }
 static Register packedHigh(Register pixels, const SteepLow& /*steep*/, std::size_t /*i*/,
                            const WideRule& /*rule*/) {
@@ -498,9 +498,8 @@ static void mergeByLine(const std::uint16_t* low, const std::uint16_t* high, std
     for (std::size_t i = 0; i < run; i += lanes) {
       const Register column = load(low + done + i);
       const Register row = load(high + done + i);
-      const Register place = whereZero16(subtractToZero16(row, lastRow), row, eitherBits(column, columns));
-      const Register outside = eitherBits(subtractToZero16(row, last), subtractToZero16(column, last));
-      store(places + i, whereZero16(outside, place, spread16(0)));
+      const Register place = whereAtMost16(row, lastRow, row, eitherBits(column, columns));
+      store(places + i, whereAtMost16(maximum16(row, column), last, place, spread16(0)));
     }
     for (std::size_t i = 0; i < run; ++i)
       merged[done + i] = values[places[i]];

@@ -129,9 +129,8 @@ static Register sums(Register pixels, Register additive, Register factor, Regist
   return _mm256_xor_si256(_mm256_andnot_si256(sum, shiftable), spread16(32767));
 }
 
-static Register limitWhereAbove16(Register result, Register values, Register largest) {
-  const Register within = _mm256_cmpeq_epi16(_mm256_min_epu16(values, largest), values);
-  return _mm256_or_si256(result, _mm256_xor_si256(within, spread16(65535)));
+static Register whereAtMost16(Register values, Register limit, Register ifAtMost, Register otherwise) {
+  return _mm256_blendv_epi8(otherwise, ifAtMost, _mm256_cmpeq_epi16(_mm256_min_epu16(values, limit), values));
 }
 
 /// Which lanes take the high-gain pixel.

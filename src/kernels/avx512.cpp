@@ -129,8 +129,8 @@ static Register sums(Register pixels, Register additive, Register factor, Regist
   return _mm512_mask_blend_epi16(shiftable, spread16(32767), _mm512_xor_si512(sum, spread16(32768)));
 }
 
-static Register limitWhereAbove16(Register result, Register values, Register largest) {
-  return _mm512_mask_blend_epi16(_mm512_cmpgt_epu16_mask(values, largest), result, spread16(65535));
+static Register whereAtMost16(Register values, Register limit, Register ifAtMost, Register otherwise) {
+  return _mm512_mask_blend_epi16(_mm512_cmple_epu16_mask(values, limit), otherwise, ifAtMost);
 }
 
 /// Which lanes take the high-gain pixel.
