@@ -7,14 +7,22 @@ namespace orvacam {
 namespace {
 
 constexpr unsigned int pixelValues = kernels::takenMark;  // of 12 bits
-constexpr unsigned int markedValues = 2 * pixelValues;
+
+/// The count of a value that may be marked.
+unsigned int countOf(const unsigned int* banks, unsigned int value) {
+  unsigned int count = 0;
+  for (unsigned int bank = 0; bank < kernels::markedBanks; ++bank)
+    count += banks[bank * kernels::markedBankStride + value];
+  return count;
+}
 
 }  // namespace
 
 PairStatistics::PairStatistics(CFrameStatistics& low, CFrameStatistics& high, CFrameStatistics& merged)
     : m_kernel(kernels::active()), m_low(low), m_high(high), m_merged(merged) {
-  m_low.m_Counts.Cover(0, markedValues - 1);
-  m_high.m_Counts.Cover(0, markedValues - 1);
+  static_assert(kernels::markedEntries <= kernels::countEntries);
+  for (CFrameStatistics* plane : {&m_low, &m_high})
+    std::fill_n(plane->m_Counts.GetBanks(), kernels::markedEntries, 0U);
 }
 
 /// Positions are looked for only where a run brings a new extreme, which few runs do.
@@ -35,8 +43,8 @@ void PairStatistics::addExtremes(CFrameStatistics& statistics, const Extremes& e
 void PairStatistics::add(const kernels::PackedPair& run, int x, int y, int mergedX, int mergedY) {
   const std::size_t pixels = 2 * run.pairs;
   if (pixels == 0) return;
-  m_kernel.countPixels(run.countedLow, pixels, m_low.m_Counts.GetBanks());
-  m_kernel.countPixels(run.countedHigh, pixels, m_high.m_Counts.GetBanks());
+  m_kernel.countMarked(run.countedLow, pixels, m_low.m_Counts.GetBanks());
+  m_kernel.countMarked(run.countedHigh, pixels, m_high.m_Counts.GetBanks());
   const kernels::PairExtremes& extremes = *run.extremes;
   if (run.countedMerged != nullptr) {
     m_merged.m_Counts.Cover(extremes.mergedMinimum, extremes.mergedMaximum);
@@ -58,22 +66,23 @@ void PairStatistics::add(const kernels::PackedPair& run, int x, int y, int merge
 }
 
 /// Puts the counts of the pixels that the merge took of a plane at their corrected values.
-void PairStatistics::putTaken(const CFrameStatistics& plane, const unsigned short* corrected) {
+void PairStatistics::putTaken(CFrameStatistics& plane, const unsigned short* corrected) {
+  const unsigned int* const marked = plane.m_Counts.GetBanks();
   unsigned int* const counts = m_merged.m_Counts.GetBanks();
   for (unsigned int value = plane.m_uiMin; value <= plane.m_uiMax; ++value)
-    if (const unsigned long taken = plane.m_Counts.Of(pixelValues + value))
-      counts[corrected[value]] += static_cast<unsigned int>(taken);
+    if (const unsigned int taken = countOf(marked, pixelValues + value)) counts[corrected[value]] += taken;
 }
 
-/// Adds the marked counts to the others.
+/// Marked and other counts become the plane's, in the order of its own banks.
 void PairStatistics::unmark(CFrameStatistics& plane) {
-  unsigned int* const banks = plane.m_Counts.GetBanks();
-  for (unsigned int bank = 0; bank < kernels::countBanks; ++bank) {
-    unsigned int* const counts = banks + bank * kernels::countBankStride;
-    for (unsigned int value = 0; value < pixelValues; ++value)
-      counts[value] += counts[pixelValues + value];
-    std::fill_n(counts + pixelValues, pixelValues, 0U);
-  }
+  if (plane.m_uiMin > plane.m_uiMax) return;
+  const unsigned int* const marked = plane.m_Counts.GetBanks();
+  unsigned int counts[pixelValues];
+  for (unsigned int value = plane.m_uiMin; value <= plane.m_uiMax; ++value)
+    counts[value] = countOf(marked, value) + countOf(marked, pixelValues + value);
+  plane.m_Counts.Clear();
+  plane.m_Counts.Cover(plane.m_uiMin, plane.m_uiMax);
+  std::copy(counts + plane.m_uiMin, counts + plane.m_uiMax + 1, plane.m_Counts.GetBanks() + plane.m_uiMin);
 }
 
 void PairStatistics::finish(const unsigned short* correctedLow, const unsigned short* correctedHigh) {

@@ -32,7 +32,7 @@ class PairStatistics {
   template <typename FindFirst>
   static void addExtremes(CFrameStatistics& statistics, const Extremes& extremes, std::size_t pixels, int x,
                           int y, const FindFirst& findFirst);
-  void putTaken(const CFrameStatistics& plane, const unsigned short* corrected);
+  void putTaken(CFrameStatistics& plane, const unsigned short* corrected);
   static void unmark(CFrameStatistics& plane);
 
   const kernels::KernelTable& m_kernel;

@@ -43,6 +43,11 @@ static void countPixels(const std::uint16_t* pixels, std::size_t count, std::uin
     ++banks[i % countBanks * countBankStride + pixels[i]];
 }
 
+static void countMarked(const std::uint16_t* values, std::size_t count, std::uint32_t* banks) {
+  for (std::size_t i = 0; i < count; ++i)
+    ++banks[i % markedBanks * markedBankStride + values[i]];
+}
+
 static void findExtremes(const std::uint16_t* pixels, std::size_t count, std::uint16_t* minimum,
                          std::uint16_t* maximum) {
   std::uint16_t smallest = pixels[0];

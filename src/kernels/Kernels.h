@@ -73,6 +73,10 @@ struct PackedPair {
 constexpr std::size_t countBanks = 2;
 constexpr std::size_t countBankStride = 65536 + 272;
 constexpr std::size_t countEntries = countBanks * countBankStride;
+/// The same of packed pixels, marked or not: fewer values, for which more banks take less room.
+constexpr std::size_t markedBanks = 4;
+constexpr std::size_t markedBankStride = 2 * takenMark + 272;
+constexpr std::size_t markedEntries = markedBanks * markedBankStride;
 
 /// Outputs of this size and more leave the caches anyway: kernels named "Streaming" then write around them,
 /// which saves reading the output's old contents. Below it they only delay who reads the output next.
@@ -95,6 +99,8 @@ struct KernelTable {
 
   /// Adds every pixel to its count in one of the banks. Only entries of values that occur are touched.
   void (*countPixels)(const std::uint16_t* pixels, std::size_t count, std::uint32_t* banks);
+  /// The same of values below 2 x takenMark that are in the cache, in markedBanks.
+  void (*countMarked)(const std::uint16_t* values, std::size_t count, std::uint32_t* banks);
   /// Smallest and largest value of a run of at least one pixel.
   void (*findExtremes)(const std::uint16_t* pixels, std::size_t count, std::uint16_t* minimum,
                        std::uint16_t* maximum);

@@ -480,6 +480,19 @@ static void countPixels(const std::uint16_t* pixels, std::size_t count, std::uin
   loops::countPixels(pixels + i, count - i, banks);
 }
 
+static void countMarked(const std::uint16_t* values, std::size_t count, std::uint32_t* banks) {
+  static_assert(markedBanks == 4);
+  std::size_t i = 0;
+  for (; i + 4 <= count; i += 4) {
+    const std::uint64_t four = load4(values + i);
+    ++banks[0 * markedBankStride + (four & 0xFFFF)];
+    ++banks[1 * markedBankStride + (four >> 16 & 0xFFFF)];
+    ++banks[2 * markedBankStride + (four >> 32 & 0xFFFF)];
+    ++banks[3 * markedBankStride + (four >> 48)];
+  }
+  loops::countMarked(values + i, count - i, banks);
+}
+
 // ---- Merge by a line
 
 /// Places in the values are worked out in registers; looking up has no vector form that is worth it. Pixels
@@ -517,6 +530,7 @@ static constexpr KernelTable vectorTable = {tableName,
                                             loops::swapBytesMirrored,
                                             loops::subtractBias,
                                             countPixels,
+                                            countMarked,
                                             loops::findExtremes,
                                             findFirst,
                                             mergeUniform<cached>,

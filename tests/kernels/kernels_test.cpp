@@ -40,18 +40,26 @@ TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
   std::vector<const void*> seen;
   for (std::size_t i = 0; i < count; ++i) {
     const kernels::KernelTable& t = *tables[i];
-    for (const void* entry :
-         {reinterpret_cast<const void*>(t.unpack12), reinterpret_cast<const void*>(t.swapBytes),
-          reinterpret_cast<const void*>(t.swapBytesMirrored), reinterpret_cast<const void*>(t.subtractBias),
-          reinterpret_cast<const void*>(t.countPixels), reinterpret_cast<const void*>(t.findExtremes),
-          reinterpret_cast<const void*>(t.findFirst), reinterpret_cast<const void*>(t.mergeUniform),
-          reinterpret_cast<const void*>(t.mergePlanes), reinterpret_cast<const void*>(t.addToSums8),
-          reinterpret_cast<const void*>(t.addToSums16), reinterpret_cast<const void*>(t.emptySums),
-          reinterpret_cast<const void*>(t.mergeByLine), reinterpret_cast<const void*>(t.startSums8),
-          reinterpret_cast<const void*>(t.startSums16), reinterpret_cast<const void*>(t.meansOfSums),
-          reinterpret_cast<const void*>(t.meansOfRecentSums),
-          reinterpret_cast<const void*>(t.mergePackedUniform),
-          reinterpret_cast<const void*>(t.mergePackedPlanes)}) {
+    for (const void* entry : {reinterpret_cast<const void*>(t.unpack12),
+                              reinterpret_cast<const void*>(t.swapBytes),
+                              reinterpret_cast<const void*>(t.swapBytesMirrored),
+                              reinterpret_cast<const void*>(t.subtractBias),
+                              reinterpret_cast<const void*>(t.countPixels),
+                              reinterpret_cast<const void*>(t.countMarked),
+                              reinterpret_cast<const void*>(t.findExtremes),
+                              reinterpret_cast<const void*>(t.findFirst),
+                              reinterpret_cast<const void*>(t.mergeUniform),
+                              reinterpret_cast<const void*>(t.mergePlanes),
+                              reinterpret_cast<const void*>(t.addToSums8),
+                              reinterpret_cast<const void*>(t.addToSums16),
+                              reinterpret_cast<const void*>(t.emptySums),
+                              reinterpret_cast<const void*>(t.mergeByLine),
+                              reinterpret_cast<const void*>(t.startSums8),
+                              reinterpret_cast<const void*>(t.startSums16),
+                              reinterpret_cast<const void*>(t.meansOfSums),
+                              reinterpret_cast<const void*>(t.meansOfRecentSums),
+                              reinterpret_cast<const void*>(t.mergePackedUniform),
+                              reinterpret_cast<const void*>(t.mergePackedPlanes)}) {
       ASSERT_NE(entry, nullptr);
       EXPECT_EQ(std::find(seen.begin(), seen.end(), entry), seen.end()) << t.name;
       seen.push_back(entry);
@@ -189,6 +197,26 @@ TEST_P(EveryTable, CountsInBanksAndTouchesOnlyTheValuesThatOccur) {
       for (std::size_t bank = 0; bank < kernels::countBanks; ++bank)
         banks[bank * kernels::countBankStride + value] = untouched;
     ASSERT_EQ(std::count(banks.begin(), banks.end(), untouched), static_cast<std::ptrdiff_t>(banks.size()));
+  }
+}
+
+TEST_P(EveryTable, CountsMarkedValuesInBanksOfTheirOwn) {
+  std::mt19937 random(seed);
+  std::vector<std::uint32_t> banks(kernels::markedEntries, 0);
+  std::vector<std::uint64_t> expected(2 * kernels::takenMark, 0);
+  for (std::size_t count = 0; count <= longest; ++count) {
+    std::vector<std::uint16_t> values = noise<std::uint16_t>(count, random);
+    for (std::uint16_t& value : values) {
+      value = static_cast<std::uint16_t>(value % (2 * kernels::takenMark));
+      ++expected[value];
+    }
+    table().countMarked(values.data(), count, banks.data());
+  }
+  for (std::size_t value = 0; value < expected.size(); ++value) {
+    std::uint64_t total = 0;
+    for (std::size_t bank = 0; bank < kernels::markedBanks; ++bank)
+      total += banks[bank * kernels::markedBankStride + value];
+    ASSERT_EQ(total, expected[value]) << "value " << value << ", seed " << seed;
   }
 }
 
