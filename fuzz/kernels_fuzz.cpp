@@ -109,6 +109,13 @@ struct Data {
   }
 };
 
+/// Packed pixels leave room for few fraction bits of additive terms.
+kernels::MergeRule packedRule(const Data& data) {
+  kernels::MergeRule rule = data.rule;
+  rule.additiveFractionBits %= kernels::packedFractionBits + 1;
+  return rule;
+}
+
 /// One merge of packed pixels: the planes that are asked for, and what is kept to be counted.
 struct PackedMerge {
   PackedMerge(const Data& data, unsigned int which, const kernels::KernelTable& table)
@@ -131,10 +138,11 @@ struct PackedMerge {
                                   wanted(countedHigh, 4),
                                   wanted(countedMerged, 12),
                                   (data.outputs & 4) != 0 ? &extremes : nullptr};
-    if (which == 0) table.mergePackedUniform(run, data.rule, data.uniform);
-    if (which == 1) table.mergePackedPlanes(run, data.rule, data.planes());
-    if (which == 2) table.mergePackedUniformStreaming(run, data.rule, data.uniform);
-    if (which == 3) table.mergePackedPlanesStreaming(run, data.rule, data.planes());
+    const kernels::MergeRule rule = packedRule(data);
+    if (which == 0) table.mergePackedUniform(run, rule, data.uniform);
+    if (which == 1) table.mergePackedPlanes(run, rule, data.planes());
+    if (which == 2) table.mergePackedUniformStreaming(run, rule, data.uniform);
+    if (which == 3) table.mergePackedPlanesStreaming(run, rule, data.planes());
     table.finishStreaming();
     if (run.pairs == 0) extremes = {};  // of no pixels there are none
   }
@@ -161,9 +169,9 @@ void requireTheMergeOfUnpacked(const Data& data) {
   Run<std::uint16_t> low(2 * pairs, 0), high(2 * pairs, 0), merged(2 * pairs, data.shift);
   table.unpack12(data.packed.data(), low.data(), pairs);
   table.unpack12((data.outputs & 16) != 0 ? data.packed.data() : data.packedHigh.data(), high.data(), pairs);
-  table.mergeUniform(low.data(), high.data(), merged.data(), 2 * pairs, data.rule, data.uniform);
+  table.mergeUniform(low.data(), high.data(), merged.data(), 2 * pairs, packedRule(data), data.uniform);
   FUZZ_REQUIRE(merged == PackedMerge(data, 0, table).merged);
-  table.mergePlanes(low.data(), high.data(), merged.data(), 2 * pairs, data.rule, data.planes());
+  table.mergePlanes(low.data(), high.data(), merged.data(), 2 * pairs, packedRule(data), data.planes());
   FUZZ_REQUIRE(merged == PackedMerge(data, 1, table).merged);
 }
 

@@ -276,6 +276,8 @@ int IFrame::AllocateUserMergeBuffers(unpacked_images_t* pImages) {
 int IFrame::DoClaimPlane(unsigned int uiSize, unsigned short** ppBuffer, unsigned long* pulCapacity,
                          uncleared_t& uncleared) {
   if (*ppBuffer == nullptr) {
+    // Memory that a short source will not fill stays untouched pages that are zero.
+    if (uiSize / 2 > m_ulSourceLength) return AllocateBufferPointer(uiSize, ppBuffer, pulCapacity);
     *ppBuffer = allocatePlane(uiSize);
     if (*ppBuffer == nullptr) return -1;
     *pulCapacity = uiSize;
@@ -390,6 +392,7 @@ int IFrame::DoPrepare(unpacked_images_t* pImages) {
 
 int IFrame::DoPrepareUncleared(unpacked_images_t* pImages) {
   if (m_pMetaData == nullptr || m_pSource == nullptr || pImages == nullptr) return -1;
+  if (m_bSourceIncomplete) return -1;
   const int result = DoClaimPlanes(pImages);
   if (result != 0) DoClearPlanes(0, 0, 0);
   return result;
