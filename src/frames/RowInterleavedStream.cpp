@@ -17,7 +17,19 @@ constexpr std::size_t bytesPerPair = 3;
 class Walk {
  public:
   Walk(ByteReader source, PlaneCursor* planes, unsigned int planeCount)
-      : m_source(source), m_planes(planes), m_planeCount(planeCount) {}
+      : m_source(source), m_planes(planes), m_planeCount(planeCount) {
+    const kernels::KernelTable& kernel = kernels::active();
+    m_streaming = true;
+    for (unsigned int i = 0; i < planeCount; ++i)
+      m_streaming = m_streaming && planes[i].statistics() == nullptr &&
+                    sizeof(unsigned short) * planes[i].room() >= kernels::streamFromBytes;
+    m_unpack = m_streaming ? kernel.unpack12Streaming : kernel.unpack12;
+  }
+  Walk(const Walk&) = delete;
+  Walk& operator=(const Walk&) = delete;
+  ~Walk() {
+    if (m_streaming) kernels::active().finishStreaming();
+  }
 
   bool sourceEnded() const { return m_sourceEnded; }
   bool whole() const { return !m_sourceEnded && !m_planeFull; }
@@ -43,7 +55,7 @@ class Walk {
     if (pairs < given) m_planeFull = true;
     const unsigned char* packed = nullptr;
     m_source.take(given * bytesPerPair, packed);
-    if (pairs > 0) kernels::active().unpack12(packed, plane.next(), pairs);
+    if (pairs > 0) m_unpack(packed, plane.next(), pairs);
     plane.advance(2 * pairs);
     if (pairs == given || plane.room() == 0) return 2 * pairs;
     // The first pixel of the next pair is the last one that fits.
@@ -69,6 +81,8 @@ class Walk {
   ByteReader m_source;
   PlaneCursor* m_planes;
   unsigned int m_planeCount;
+  bool m_streaming;  ///< past the caches: planes that are large, and not read again to be counted
+  decltype(kernels::KernelTable::unpack12) m_unpack;
   bool m_sourceEnded = false;
   bool m_planeFull = false;
 };

@@ -118,17 +118,12 @@ static void extend(std::uint16_t value, std::uint16_t* minimum, std::uint16_t* m
   if (value > *maximum) *maximum = value;
 }
 
-/// One pixel of both gains: merged, written to where it is wanted, and noted for the counts.
-static void mergePixel(const PackedPair& run, std::size_t i, std::uint16_t low, std::uint16_t high,
-                       const MergeRule& rule, const UniformTerms& terms) {
-  const std::int32_t correctedLow = corrected(low, terms.additiveLow, terms.multiplicativeLow, rule);
-  const std::int32_t correctedHigh = corrected(high, terms.additiveHigh, terms.multiplicativeHigh, rule);
-  const bool lowTaken = takesLow(correctedLow, correctedHigh, rule);
-  const auto merged = static_cast<std::uint16_t>(lowTaken ? correctedLow : correctedHigh);
-  if (run.low != nullptr) run.low[i] = low;
-  if (run.high != nullptr) run.high[i] = high;
-  run.merged[i] = merged;
-  if (run.extremes == nullptr) return;
+/// Notes a pixel of both gains for the counts.
+static void notePixel(const PackedPair& run, std::size_t i, std::uint16_t low, std::uint16_t high,
+                      const MergeRule& rule, const UniformTerms& terms) {
+  const bool lowTaken = takesLow(corrected(low, terms.additiveLow, terms.multiplicativeLow, rule),
+                                 corrected(high, terms.additiveHigh, terms.multiplicativeHigh, rule), rule);
+  const std::uint16_t merged = run.merged[i];
   run.countedLow[i] = static_cast<std::uint16_t>(lowTaken ? low | takenMark : low);
   run.countedHigh[i] = static_cast<std::uint16_t>(lowTaken ? high : high | takenMark);
   if (run.countedMerged != nullptr) run.countedMerged[i] = merged;
@@ -138,15 +133,39 @@ static void mergePixel(const PackedPair& run, std::size_t i, std::uint16_t low, 
   extend(merged, &run.extremes->mergedMinimum, &run.extremes->mergedMaximum);
 }
 
+static PlaneTerms termsFrom(const PlaneTerms& terms, std::size_t i) {
+  return {terms.additiveLow + i, terms.additiveHigh + i, terms.multiplicativeLow + i,
+          terms.multiplicativeHigh + i};
+}
+static UniformTerms termsFrom(const UniformTerms& terms, std::size_t /*i*/) {
+  return terms;
+}
+
+static void mergeBoth(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                      std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
+  mergeUniform(low, high, merged, count, rule, terms);
+}
+static void mergeBoth(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                      std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
+  mergePlanes(low, high, merged, count, rule, terms);
+}
+
+/// In blocks, whose loops the compiler vectorises where it can.
 template <typename Terms>
 static void mergePacked(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
-  for (std::size_t i = 0; i < run.pairs; ++i) {
-    std::uint16_t low[2];
-    std::uint16_t high[2];
-    unpack12(run.packedLow + 3 * i, low, 1);
-    unpack12(run.packedHigh + 3 * i, high, 1);
-    for (std::size_t j = 0; j < 2; ++j)
-      mergePixel(run, 2 * i + j, low[j], high[j], rule, termsAt(terms, 2 * i + j));
+  constexpr std::size_t block = 256;
+  std::uint16_t low[block];
+  std::uint16_t high[block];
+  for (std::size_t done = 0; done < 2 * run.pairs; done += block) {
+    const std::size_t left = 2 * run.pairs - done;
+    const std::size_t count = left < block ? left : block;
+    unpack12(run.packedLow + 3 * (done / 2), low, count / 2);
+    unpack12(run.packedHigh + 3 * (done / 2), high, count / 2);
+    mergeBoth(low, high, run.merged + done, count, rule, termsFrom(terms, done));
+    if (run.low != nullptr) __builtin_memcpy(run.low + done, low, count * sizeof *low);
+    if (run.high != nullptr) __builtin_memcpy(run.high + done, high, count * sizeof *high);
+    for (std::size_t i = 0; i < count && run.extremes != nullptr; ++i)
+      notePixel(run, done + i, low[i], high[i], rule, termsAt(terms, done + i));
   }
 }
 

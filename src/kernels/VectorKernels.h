@@ -43,9 +43,12 @@ static void unpackPairs(const std::uint8_t* packed, std::uint16_t* pixels, std::
   std::size_t pair = 0;
   for (; pair + pairsOfRegister <= pairs; pair += pairsOfRegister)
     put<stores>(pixels + 2 * pair, unpacked(packed + 3 * pair));
-  if (pair == pairs) return;
-  pair = pairs - pairsOfRegister;  // some of them once more
-  store(pixels + 2 * pair, unpacked(packed + 3 * pair));
+  if (stores == streaming) {  // what was streamed is not touched again
+    loops::unpack12(packed + 3 * pair, pixels + 2 * pair, pairs - pair);
+  } else if (pair < pairs) {
+    pair = pairs - pairsOfRegister;  // some of them once more
+    store(pixels + 2 * pair, unpacked(packed + 3 * pair));
+  }
 }
 
 static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {

@@ -220,7 +220,7 @@ int CHWMergeReferenceFrames::DoSetPlane(PlaneIndex ePlane, const unsigned short*
                                         unsigned int uiCount) {
   if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
   try {
-    std::vector<unsigned short> values(pValues, pValues + uiCount);
+    decltype(Plane::values) values(pValues, pValues + uiCount);
     Plane& plane = m_Planes[ePlane];
     plane.values.swap(values);
     plane.bLoaded = true;
@@ -302,7 +302,7 @@ bool CHWMergeReferenceFrames::DoReadPlane(std::FILE* pFile, PlaneIndex ePlane, u
   const unsigned long pixels = m_uiWidth * m_uiHeight;
   Plane& plane = m_Planes[ePlane];
   // What a short file does not bring keeps the term made before.
-  std::vector<unsigned short> values(pixels, plane.usUniform);
+  decltype(Plane::values) values(pixels, plane.usUniform);
   const unsigned long read = std::fread(values.data(), sizeof(unsigned short), pixels, pFile);
   plane.values.swap(values);
   if (pHandedOut != nullptr) std::copy(plane.values.begin(), plane.values.end(), pHandedOut);

@@ -133,7 +133,7 @@ void CHWMergeReferenceFrames::DoTakeTerms(orvacam::MergeTerms& terms) const {
   }
   const unsigned long start = m_uiMergeStartRowOffset * m_uiWidth;
   const auto take = [&](PlaneIndex plane, orvacam::PlaneOfTerms& target) {
-    const std::vector<unsigned short>& values = m_Planes[plane].values;
+    const auto& values = m_Planes[plane].values;
     target.take(values, start, values.empty() ? DoTerm(plane, 0) : static_cast<unsigned short>(0));
   };
   take(AdditiveLow, terms.additiveLow);

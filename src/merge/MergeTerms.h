@@ -2,7 +2,6 @@
 #define ORVACAM_SRC_MERGE_MERGE_TERMS_H
 
 #include <algorithm>
-#include <vector>
 
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
@@ -13,7 +12,8 @@ namespace orvacam {
 /// again and again.
 class PlaneOfTerms {
  public:
-  void take(const std::vector<unsigned short>& values, unsigned long start, unsigned short uniform) {
+  template <typename Values>
+  void take(const Values& values, unsigned long start, unsigned short uniform) {
     if (values.empty())
       std::fill_n(m_block, mergeBlock, uniform);
     else

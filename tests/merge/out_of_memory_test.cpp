@@ -29,6 +29,11 @@ void* allocateOrThrow(std::size_t size) {
 }
 }  // namespace
 
+// Planes of terms begin on a cache line.
+extern "C" void* __wrap_aligned_alloc(std::size_t /*alignment*/, std::size_t size) {
+  return allocate(size);
+}
+
 void* operator new(std::size_t size) {
   return allocateOrThrow(size);
 }

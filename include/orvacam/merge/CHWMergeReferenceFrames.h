@@ -2,6 +2,7 @@
 #define ORVACAM_MERGE_CHWMERGEREFERENCEFRAMES_H
 
 #include <orvacam/merge/CCustomMergeAlgo.h>
+#include <orvacam/support/LineAllocator.h>
 #include <orvacam/types/export.h>
 #include <orvacam/types/merge_types.h>
 
@@ -140,7 +141,8 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   struct Plane {
     bool bLoaded = false;
     unsigned short usUniform = 0;
-    std::vector<unsigned short> values;  ///< bits of the terms; empty when they are uniform
+    std::vector<unsigned short, orvacam::LineAllocator<unsigned short>>
+        values;  ///< bits of the terms; empty when they are uniform
   };
   enum PlaneIndex : unsigned int {
     AdditiveLow,
