@@ -69,6 +69,7 @@ void CFrameStatistics::counts_t::CopyTo(double* pHistogram, unsigned int uiFirst
 }
 
 const unsigned int* CFrameStatistics::counts_t::Fold(unsigned int uiFirst, unsigned int uiLast) {
+  if (uiFirst > uiLast) return m_Banks;
   for (unsigned int bank = 1; bank < s_uiBanks; ++bank) {
     unsigned int* const counts = m_Banks + bank * s_uiBankStride;
     for (unsigned int value = uiFirst; value <= uiLast; ++value)
@@ -143,7 +144,7 @@ void CFrameStatistics::Compute() {
   unsigned long passed = 0;
   unsigned int largest = 0;
   m_dMode = 0.0;
-  const unsigned int* const counts = m_uiMin <= m_uiMax ? m_Counts.Fold(m_uiMin, m_uiMax) : nullptr;
+  const unsigned int* const counts = m_Counts.Fold(m_uiMin, m_uiMax);
   for (unsigned int value = m_uiMin; value <= m_uiMax; ++value) {
     const unsigned int pixels = counts[value];
     if (pixels == 0)

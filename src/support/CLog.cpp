@@ -168,6 +168,7 @@ unsigned int CLog::logData(const char* pWord, const char* pFormat, va_list args)
                 t.month, t.day, t.hour, t.minute, t.second, t.millisecond, pWord);
   std::string message =
       formatted(pFormat, args, [](char* pText, std::size_t size, const char* pForm, va_list list) {
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it follows no va_copy
         return std::vsnprintf(pText, size, pForm, list);
       });
   makeLine(message);
@@ -181,6 +182,7 @@ unsigned int CLog::logData(const wchar_t* pWord, const wchar_t* pFormat, va_list
   if (!readyFile()) return 0;
   std::wstring message =
       formatted(pFormat, args, [](wchar_t* pText, std::size_t size, const wchar_t* pForm, va_list list) {
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it follows no va_copy
         return std::vswprintf(pText, size, pForm, list);
       });
   makeLine(message);

@@ -67,13 +67,13 @@ struct Outcome {
     status = frame.Merge(&images);
     clearDate(reinterpret_cast<char*>(merged.data() + shift), algorithm);
     histograms.assign(3, std::vector<double>(65535));
-    void (IFrame::*const getters[])(image_plane_stats_t&) = {
-        &IFrame::GetLowFrameStats, &IFrame::GetHighFrameStats, &IFrame::GetMergedFrameStats};
     for (unsigned int i = 0; i < 3; ++i) {
       stats[i].pHistogram = histograms[i].data();
       stats[i].uiHistogramSize = 65535;
-      (frame.*getters[i])(stats[i]);
     }
+    frame.GetLowFrameStats(stats[0]);
+    frame.GetHighFrameStats(stats[1]);
+    frame.GetMergedFrameStats(stats[2]);
     header.assign(512, 0);
     frame.GetProcessedMergedMetaData(header.data(), static_cast<unsigned int>(header.size()));
     algorithmHeader.assign(512, 0);

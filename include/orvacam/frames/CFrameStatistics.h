@@ -56,7 +56,8 @@ class ORVACAM_API CFrameStatistics {
     unsigned long Of(unsigned int uiValue) const;
     /// The counts of these values, each at its place.
     void CopyTo(double* pHistogram, unsigned int uiFirst, unsigned int uiLast) const;
-    /// Brings the counts of values together in the first bank, and returns it.
+    /// Brings the counts of values together in the first bank, and returns it; of no values when the first is
+    /// above the last.
     const unsigned int* Fold(unsigned int uiFirst, unsigned int uiLast);
 
    private:

@@ -212,6 +212,7 @@ class ORVACAM_API CFrameMetaData {
   struct work_text_t {
     work_text_t() { szText[0] = 0; }
     work_text_t(const work_text_t&) { szText[0] = 0; }
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): nothing is assigned
     work_text_t& operator=(const work_text_t&) { return *this; }
     char szText[uiSize];
   };
