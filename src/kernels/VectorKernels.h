@@ -27,10 +27,6 @@ static std::size_t pixelsToAlignment(const std::uint16_t* target) {
   return (0 - reinterpret_cast<std::uintptr_t>(target)) % sizeof(Register) / sizeof *target;
 }
 
-static void finishStreaming() {
-  _mm_sfence();
-}
-
 // ---- 12-bit pairs
 
 template <Stores stores>
@@ -87,7 +83,7 @@ static WideRule widened(const MergeRule& rule) {
   const auto belowHighThreshold = static_cast<std::uint32_t>(rule.highThreshold - 1);
   return {spread16(1U << rule.additiveFractionBits),
           spread16(65535U >> rule.additiveFractionBits),
-          _mm_cvtsi32_si128(static_cast<int>(rule.additiveFractionBits)),
+          shiftBy(rule.additiveFractionBits),
           spread32(fraction > 0 ? 1U << (fraction - 1) : 0),
           spread32(fraction),
           spread16(neverLow    ? unreachable
@@ -317,8 +313,7 @@ static ScaledLow scaledLow(const MergeRule& rule, const UniformTerms& terms) {
 }
 static SteepLow steepLow(const MergeRule& rule, const UniformTerms& terms) {
   const std::uint32_t fraction = rule.multiplicativeFractionBits + 4;
-  return {terms.multiplicativeLow, _mm_cvtsi32_si128(static_cast<int>(16 - fraction)),
-          _mm_cvtsi32_si128(static_cast<int>(fraction - 1)), (1U << fraction) - 1};
+  return {terms.multiplicativeLow, shiftBy(16 - fraction), shiftBy(fraction - 1), (1U << fraction) - 1};
 }
 
 static Register packedLow(Register pixels, const ScaledLow& scaled, std::size_t /*i*/,

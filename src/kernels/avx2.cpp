@@ -28,6 +28,12 @@ static void store(void* target, Register value) {
 static void stream(void* target, Register value) {
   _mm256_stream_si256(static_cast<__m256i*>(target), value);
 }
+static void finishStreaming() {
+  _mm_sfence();
+}
+static Bits shiftBy(std::uint32_t count) {
+  return _mm_cvtsi32_si128(static_cast<int>(count));
+}
 static Register spread16(std::uint32_t value) {
   return _mm256_set1_epi16(static_cast<short>(value));
 }

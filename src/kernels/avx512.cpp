@@ -29,6 +29,12 @@ static void store(void* target, Register value) {
 static void stream(void* target, Register value) {
   _mm512_stream_si512(static_cast<__m512i*>(target), value);
 }
+static void finishStreaming() {
+  _mm_sfence();
+}
+static Bits shiftBy(std::uint32_t count) {
+  return _mm_cvtsi32_si128(static_cast<int>(count));
+}
 static Register spread16(std::uint32_t value) {
   return _mm512_set1_epi16(static_cast<short>(value));
 }
