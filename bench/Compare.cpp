@@ -78,6 +78,14 @@ void require(bool right, const char* what) {
   std::exit(1);
 }
 
+bool takeSmallOption(int& argc, char** argv) {
+  const auto isSmall = [](const char* argument) { return std::strcmp(argument, "--small") == 0; };
+  char** const end = std::remove_if(argv + 1, argv + argc, isSmall);
+  const bool small = end != argv + argc;
+  argc = static_cast<int>(end - argv);
+  return small;
+}
+
 void copyPastCaches(unsigned char* target, const unsigned char* source, std::size_t bytes) {
   std::size_t i = 0;
 #if defined(__SSE2__)

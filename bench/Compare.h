@@ -33,6 +33,9 @@ void compareWithCopies(benchmark::State& state, std::size_t bytes, const std::fu
 
 void copyPastCaches(unsigned char* target, const unsigned char* source, std::size_t bytes);
 
+/// Whether "--small" was given to a program; it is taken out of its arguments.
+bool takeSmallOption(int& argc, char** argv);
+
 /// Ends the program when a result is wrong: a fast wrong answer is no measurement.
 void require(bool right, const char* what);
 

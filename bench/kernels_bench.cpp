@@ -1,23 +1,23 @@
 // Each kernel of each table over planes of 4096 x 4096 and 512 x 512 pixels, beside copies of as many bytes
 // as it moves. scripts/bench turns the output into a table of ratios.
+//
+//   kernels_bench [--small] [Google Benchmark options]      --small: tiny frames, for a test of the
+//   benchmarks
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <new>
 #include <random>
 #include <set>
 #include <string>
 #include <vector>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
+#include "Compare.h"
 #include "kernels/Kernels.h"
 
 namespace {
@@ -28,12 +28,31 @@ using kernels::KernelTable;
 /// Frames are handed to kernels row by row, as the library does.
 constexpr std::size_t rowPixels = 4096;
 
+/// Memory that begins on a cache line, where the library puts its planes and the copies have theirs.
+template <typename T>
+struct LineAllocator {
+  using value_type = T;
+  LineAllocator() = default;
+  template <typename Other>
+  LineAllocator(const LineAllocator<Other>&) {}
+  T* allocate(std::size_t count) { return static_cast<T*>(::operator new(count * sizeof(T), line)); }
+  void deallocate(T* memory, std::size_t) { ::operator delete(memory, line); }
+  bool operator==(const LineAllocator&) const { return true; }
+  bool operator!=(const LineAllocator&) const { return false; }
+  static constexpr std::align_val_t line{64};
+};
+
+template <typename T>
+using OnLines = std::vector<T, LineAllocator<T>>;
+using Plane = OnLines<std::uint16_t>;
+
 /// Planes of a frame of a star field: a narrow sky, a few bright pixels; the high gain saturates at 4095.
 struct Frame {
   std::size_t pixels;
-  std::vector<std::uint8_t> packed;
-  std::vector<std::uint16_t> low, high, wide, noise, addLow, addHigh, mulLow, mulHigh, output;
-  std::vector<std::uint32_t> sums, banks;
+  OnLines<std::uint8_t> packed;
+  Plane low, high, wide, noise, addLow, addHigh, mulLow, mulHigh, output;
+  OnLines<std::uint32_t> sums, banks;
+  std::uint16_t smallest = 0, largest = 0;
 
   explicit Frame(std::size_t count)
       : pixels(count), packed(count / 2 * 3), output(count), sums(count), banks(kernels::countEntries) {
@@ -143,14 +162,17 @@ void mergeByPlanes(Frame& frame, const Merge& merge) {
 }
 
 /// Extremes and counts of each row, as the statistics of a plane take them.
-Operation counting(const char* name, std::vector<std::uint16_t> Frame::*plane) {
+Operation counting(const char* name, Plane Frame::*plane) {
   return {name, 2,
           [plane](const KernelTable& table, Frame& frame) {
             const std::uint16_t* const pixels = (frame.*plane).data();
+            frame.smallest = frame.largest = pixels[0];
             byRows(frame, [&](std::size_t first, std::size_t count) {
-              std::uint16_t extremes[2];
-              table.findExtremes(pixels + first, count, &extremes[0], &extremes[1]);
-              benchmark::DoNotOptimize(extremes);
+              std::uint16_t smallest = 0;
+              std::uint16_t largest = 0;
+              table.findExtremes(pixels + first, count, &smallest, &largest);
+              frame.smallest = std::min(frame.smallest, smallest);
+              frame.largest = std::max(frame.largest, largest);
               table.countPixels(pixels + first, count, frame.banks.data());
             });
           },
@@ -161,7 +183,9 @@ Operation counting(const char* name, std::vector<std::uint16_t> Frame::*plane) {
             for (std::size_t i = 0; i < kernels::countBanks; ++i)
               for (std::size_t value = 0; value < 65536; ++value)
                 counted[value] += frame.banks[i * kernels::countBankStride + value];
-            return counted == expected;
+            const auto extremes = std::minmax_element((frame.*plane).begin(), (frame.*plane).end());
+            return counted == expected && frame.smallest == *extremes.first &&
+                   frame.largest == *extremes.second;
           }};
 }
 
@@ -202,6 +226,13 @@ const std::vector<Operation>& operations() {
        },
        [](const Frame& frame) {
          return outputIs(frame, [&](std::size_t i) { return swappedNaively(frame.low[i]); });
+       }},
+      {"swapBytes in place", 4,
+       [](const KernelTable& table, Frame& frame) {
+         table.swapBytes(frame.output.data(), frame.output.data(), frame.pixels);
+       },
+       [](const Frame& frame) {  // from an output that held the high-gain plane
+         return outputIs(frame, [&](std::size_t i) { return swappedNaively(frame.high[i]); });
        }},
       {"subtractBias", 6,
        [](const KernelTable& table, Frame& frame) {
@@ -247,37 +278,19 @@ void benchmarkKernel(benchmark::State& state, const Operation& operation, const 
 
 // ---- What to compare with
 
-void copyStreaming(const std::uint8_t* source, std::uint8_t* target, std::size_t bytes) {
-#if defined(__SSE2__)
-  for (std::size_t i = 0; i < bytes; i += 64) {
-    __builtin_prefetch(source + i + 1024);
-    for (std::size_t part = i; part < i + 64; part += 16)
-      _mm_stream_si128(reinterpret_cast<__m128i*>(target + part),
-                       _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + part)));
-  }
-  _mm_sfence();
-#else
-  std::memcpy(target, source, bytes);
-#endif
-}
-
 void benchmarkCopy(benchmark::State& state, bool streaming, std::size_t bytes) {
   const std::size_t half = bytes / 2 / 64 * 64;  // read once, written once
-  const std::unique_ptr<std::uint8_t, decltype(&std::free)> source(
-      static_cast<std::uint8_t*>(std::aligned_alloc(64, half)), &std::free);
-  const std::unique_ptr<std::uint8_t, decltype(&std::free)> target(
-      static_cast<std::uint8_t*>(std::aligned_alloc(64, half)), &std::free);
-  std::memset(source.get(), 1, half);
-  std::memset(target.get(), 2, half);
+  const OnLines<std::uint8_t> source(half, 1);
+  OnLines<std::uint8_t> target(half, 2);
   for (auto _ : state) {
     if (streaming)
-      copyStreaming(source.get(), target.get(), half);
+      orvacam::bench::copyPastCaches(target.data(), source.data(), half);
     else
-      std::memcpy(target.get(), source.get(), half);
+      std::memcpy(target.data(), source.data(), half);
     benchmark::ClobberMemory();
   }
   state.counters["bytes"] = static_cast<double>(bytes);
-  if (std::memcmp(source.get(), target.get(), half) != 0) fail(state);
+  if (source != target) fail(state);
 }
 
 void benchmarkRead(benchmark::State& state, const Frame& frame) {
@@ -328,10 +341,11 @@ void registerSize(std::size_t side) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  const bool small = orvacam::bench::takeSmallOption(argc, argv);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-  registerSize(4096);
-  registerSize(512);
+  for (const std::size_t side : small ? std::vector<std::size_t>{128} : std::vector<std::size_t>{4096, 512})
+    registerSize(side);
   benchmark::AddCustomContext("compiler", __VERSION__);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

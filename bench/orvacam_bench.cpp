@@ -6,10 +6,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <cstring>
-
 #include "Benchmarks.h"
+#include "Compare.h"
 #include "kernels/Kernels.h"
 
 namespace kernels = orvacam::kernels;
@@ -48,9 +46,7 @@ void orvacam::bench::addRowForTables(const std::string& name, unsigned int side,
 }
 
 int main(int argc, char** argv) {
-  const auto isSmall = [](const char* argument) { return std::strcmp(argument, "--small") == 0; };
-  const bool small = std::any_of(argv + 1, argv + argc, isSmall);
-  argc = static_cast<int>(std::remove_if(argv + 1, argv + argc, isSmall) - argv);
+  const bool small = orvacam::bench::takeSmallOption(argc, argv);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   if (small) rounds = 1;
