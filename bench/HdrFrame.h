@@ -3,12 +3,36 @@
 
 #include <orvacam.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace orvacam::bench {
 
 using Plane = std::vector<unsigned short>;
+
+/// A caller's plane: it begins on a cache line, or 16 bytes behind one, where malloc puts large blocks.
+class PlaneMemory {
+ public:
+  void resize(std::size_t pixels, bool behindALine = false) {
+    constexpr std::size_t line = 64;
+    m_pixels = pixels;
+    m_memory.resize(pixels + line);
+    const auto address = reinterpret_cast<std::uintptr_t>(m_memory.data());
+    m_start = (line - address % line) % line / sizeof(unsigned short) + (behindALine ? 8 : 0);
+  }
+  unsigned short* data() { return m_memory.data() + m_start; }
+  bool holds(const Plane& plane) const {
+    return std::equal(plane.begin(), plane.end(), m_memory.begin() + static_cast<std::ptrdiff_t>(m_start),
+                      m_memory.begin() + static_cast<std::ptrdiff_t>(m_start + m_pixels));
+  }
+
+ private:
+  std::vector<unsigned short> m_memory;
+  std::size_t m_start = 0;
+  std::size_t m_pixels = 0;
+};
 
 /// A square frame of a star field from a sensor that sends two planes of 12-bit pixels, with correction terms
 /// for every pixel of it.

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -92,10 +91,20 @@ CFrameMetaData headerOf(unsigned int side) {
   return header;
 }
 
+/// Its size and every pixel; the header of a FITS file takes the room of the last ones.
+void checkImageFile(const std::string& path, bool tiff, const Plane& plane) {
+  const std::size_t headerBytes = tiff ? 656 + 384 : 5760;
+  const std::size_t pixelBytes = 2 * plane.size() - (tiff ? 0 : headerBytes);
+  const std::vector<unsigned char> file = contentOf(path);
+  require(file.size() == headerBytes + pixelBytes, "size of an image file");
+  for (std::size_t i = 0; i < pixelBytes; ++i)
+    require(file[headerBytes + i] == (plane[i / 2] >> ((i % 2 == 0) == tiff ? 0 : 8) & 255),
+            "pixels of an image file");
+}
+
 // ---- One plane
 
 void fitsFile(benchmark::State& state, unsigned int side) {
-  constexpr std::size_t headerBytes = 5760;
   Plane plane = hdrFrame(side).high;
   const CFrameMetaData header = headerOf(side);
   const Folder folder;
@@ -105,10 +114,7 @@ void fitsFile(benchmark::State& state, unsigned int side) {
     require(CFitsInterface().CreateImageFile(path, plane.data(), header) == 0, path.c_str());
   };
   convert();
-  const std::vector<unsigned char> file = contentOf(path);
-  require(file.size() == bytes, "size of a FITS file");
-  for (std::size_t i = headerBytes; i < bytes; ++i)
-    require(file[i] == (plane[(i - headerBytes) / 2] >> (i % 2 == 0 ? 8 : 0) & 255), "pixels of a FITS file");
+  checkImageFile(path, false, plane);
 
   const std::string plain = folder.file("plain");
   const std::string other = folder.file("other.fit");
@@ -119,7 +125,6 @@ void fitsFile(benchmark::State& state, unsigned int side) {
 }
 
 void tiffFile(benchmark::State& state, unsigned int side) {
-  constexpr std::size_t headerBytes = 656 + 384;
   Plane plane = hdrFrame(side).high;
   CFrameMetaData header = headerOf(side);
   const Folder folder;
@@ -129,9 +134,7 @@ void tiffFile(benchmark::State& state, unsigned int side) {
     require(CTiffMaker().CreateImageFile(path, plane.data(), header) > 0, path.c_str());
   };
   convert();
-  const std::vector<unsigned char> file = contentOf(path);
-  require(file.size() == headerBytes + bytes, "size of a TIFF file");
-  require(std::memcmp(file.data() + headerBytes, plane.data(), bytes) == 0, "pixels of a TIFF file");
+  checkImageFile(path, true, plane);
 
   const std::string plain = folder.file("plain");
   const std::string other = folder.file("other.tiff");
@@ -163,12 +166,12 @@ void convertFile(benchmark::State& state, unsigned int side, unsigned int format
   const auto convert = [&] { convertBy(algo); };
   convert();
   const bool tiff = format == ORVA_IMAGE_FORMAT_TIFF;
-  const std::vector<unsigned char> low = contentOf(folder.file(tiff ? "out_LOW.tiff" : "out_LOW.fit"));
-  const std::size_t headerBytes = tiff ? 656 + 384 : 5760;
-  for (std::size_t i = headerBytes; i < low.size(); ++i) {
-    const unsigned int pixel = frame.low[(i - headerBytes) / 2];
-    require(low[i] == (pixel >> ((i % 2 == 0) == tiff ? 0 : 8) & 255), "pixels of a converted file");
-  }
+  PlainMerge plain(frame.pixels());
+  plain.run(frame, false);
+  const std::string ending = tiff ? ".tiff" : ".fit";
+  checkImageFile(folder.file("out_LOW" + ending), tiff, plain.low);
+  checkImageFile(folder.file("out_HIGH" + ending), tiff, plain.high);
+  checkImageFile(folder.file("out_MERGED" + ending), tiff, plain.merged);
 
   std::vector<unsigned char> bytes(frame.bytes.size());
   const auto readAndWrite = [&] {

@@ -4,7 +4,6 @@
 #include <orvacam.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -23,28 +22,6 @@ struct MergeCase {
   bool mergedOnly;
   std::size_t bytesPerPixel;  ///< read and written
   bool fromMalloc = false;    ///< planes 16 bytes behind a cache line, where malloc puts large blocks
-};
-
-/// A caller's plane: it begins on a cache line, or 16 bytes behind one.
-class PlaneMemory {
- public:
-  void resize(std::size_t pixels, bool behindALine) {
-    constexpr std::size_t line = 64;
-    m_pixels = pixels;
-    m_memory.resize(pixels + line);
-    const auto address = reinterpret_cast<std::uintptr_t>(m_memory.data());
-    m_start = (line - address % line) % line / sizeof(unsigned short) + (behindALine ? 8 : 0);
-  }
-  unsigned short* data() { return m_memory.data() + m_start; }
-  bool holds(const Plane& plane) const {
-    return std::equal(plane.begin(), plane.end(), m_memory.begin() + static_cast<std::ptrdiff_t>(m_start),
-                      m_memory.begin() + static_cast<std::ptrdiff_t>(m_start + m_pixels));
-  }
-
- private:
-  std::vector<unsigned short> m_memory;
-  std::size_t m_start = 0;
-  std::size_t m_pixels = 0;
 };
 
 constexpr MergeCase threePlanes = {"MergeImage, three planes", false, false, false, 9};

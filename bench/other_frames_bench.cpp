@@ -1,5 +1,5 @@
-// The frames and merges beside the usual ones: a CCD that is read through four corners, and the merge by
-// mapping array.
+// What is beside the usual merge: planes that are unpacked only, a CCD that is read through four corners, and
+// the merge by mapping array.
 
 #include <benchmark/benchmark.h>
 #include <orvacam.h>
@@ -17,6 +17,29 @@ namespace {
 
 using namespace orvacam::bench;
 namespace sim = orvacam::simulator;
+
+/// Both planes of an HDR frame, without a merge.
+void hdrPlanes(benchmark::State& state, unsigned int side) {
+  const HdrFrame& hdr = hdrFrame(side);
+  std::vector<unsigned char> bytes = hdr.bytes;
+  CFrameMetaData header;
+  require(header.Parse(bytes.data(), static_cast<unsigned int>(bytes.size())) >= 0, "header");
+  const std::unique_ptr<IFrame> frame(CFrameFactory::Create(header));
+  frame->Initialize(header, bytes.data(), bytes.size(), nullptr);
+  PlaneMemory low;
+  PlaneMemory high;
+  low.resize(hdr.pixels());
+  high.resize(hdr.pixels());
+  unpacked_images_t images{};
+  images.pLowImage = low.data();
+  images.pHighImage = high.data();
+  images.ulLowImageSize = images.ulHighImageSize = 2 * hdr.pixels();
+  images.bLowImageRequest = images.bHighImageRequest = true;
+  const auto unpack = [&] { require(frame->Unpack(&images) == 0, "Unpack"); };
+  unpack();
+  require(low.holds(hdr.low) && high.holds(hdr.high), "unpacked planes");
+  compareWithCopies(state, 7 * hdr.pixels(), unpack);
+}
 
 /// The planes of a CCD frame, with its statistics, which are gathered whether asked for or not.
 void ccdFrame(benchmark::State& state, unsigned int side) {
@@ -75,6 +98,8 @@ void legacyMerge(benchmark::State& state, unsigned int side) {
 
 void orvacam::bench::addOtherFrameRows(bool small) {
   const unsigned int side = fullSide(small);
+  addRowForTables("HDR frame into two planes", side,
+                  [side](benchmark::State& state) { hdrPlanes(state, side); });
   addRowForTables("legacy merge, 12-bit", side,
                   [side](benchmark::State& state) { legacyMerge(state, side); });
   addRowForTables("CCD by quadrants, with statistics", side,
