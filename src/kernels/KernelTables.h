@@ -10,6 +10,8 @@ extern const KernelTable referenceTable;
 #if defined(__x86_64__)
 extern const KernelTable avx2Table;
 extern const KernelTable avx512Table;
+#elif defined(__aarch64__)
+extern const KernelTable neonTable;
 #endif
 
 }  // namespace orvacam::kernels

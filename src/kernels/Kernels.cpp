@@ -15,6 +15,8 @@ constexpr const KernelTable* tables[] = {
 #if defined(__x86_64__)
     &avx2Table,
     &avx512Table,
+#elif defined(__aarch64__)
+    &neonTable,
 #endif
 };
 constexpr std::size_t tableCount = sizeof tables / sizeof tables[0];

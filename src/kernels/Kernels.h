@@ -83,7 +83,7 @@ constexpr std::size_t markedEntries = markedBanks * markedBankStride;
 constexpr std::size_t streamFromBytes = std::size_t{16} << 20;
 
 struct KernelTable {
-  const char* name;     ///< "reference", "avx2", "avx512"
+  const char* name;     ///< "reference", "avx2", "avx512", "neon"
   bool (*supported)();  ///< whether this processor runs it
 
   /// 12-bit pairs, 3 bytes each, to 2 x pairs pixels: b0 * 16 + (b1 >> 4), then (b1 & 15) * 256 + b2.

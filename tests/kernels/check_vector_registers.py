@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Fails when a kernel that is meant to be vectorised does not use the registers of its instruction set.
 
-usage: check_vector_registers.py OBJECT...    those of src/kernels/avx*.cpp among them are looked into
+usage: check_vector_registers.py OBJDUMP SET[,SET...] OBJECT...    those of src/kernels/SET.cpp are looked into
 """
 import re
 import subprocess
@@ -15,12 +15,14 @@ BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'findExtremes',
                'startSums8', 'startSums16', 'emptySums', 'meansOfRecentSums']
 # Not vectorised, on purpose: countPixels and mergeMapped (memory is addressed by pixel values), meansOfSums (a
 # division of 64 bits has no vector form).
-SETS = {'avx2.cpp.o': ('%ymm', '%ymm'), 'avx512.cpp.o': ('%zmm', '%[yz]mm')}
+NEON = r'\bv\d+\.(8h|16b|4s|2d)\b'
+# For each set: registers of the whole width, those that serve, too, and what streams, where anything does.
+SETS = {'avx2': ('%ymm', '%ymm', 'vmovnt'), 'avx512': ('%zmm', '%[yz]mm', 'vmovnt'), 'neon': (NEON, NEON, None)}
 
 
-def functions(path):
+def functions(objdump, path):
     """Name of each function, without namespaces and arguments, and its code; clones count as their function."""
-    text = subprocess.run(['objdump', '-dC', '--no-show-raw-insn', path], check=True, capture_output=True, text=True).stdout
+    text = subprocess.run([objdump, '-dC', '--no-show-raw-insn', path], check=True, capture_output=True, text=True).stdout
     bodies = {}
     for name, body in re.findall(r'^[0-9a-f]+ <(.*)>:\n((?:.+\n?)*)', text, re.M):
         short = re.sub(r'\(.*', '', re.sub(r'<.*', '', name)).split('::')[-1]
@@ -30,24 +32,28 @@ def functions(path):
     return bodies
 
 
+def faults_of(name, bodies):
+    whole, half, streams = SETS[name]
+    for entries, register in ((BY_HAND, whole), (BY_COMPILER, half)):
+        for entry in entries:
+            if entry not in bodies:
+                yield f'{name}: no {entry}'
+            elif not re.search(register, bodies[entry] + bodies.get(INNER.get(entry), '')):
+                yield f'{name}: {entry} uses no {register}'
+    if streams and not any(streams in body for body in bodies.values()):
+        yield f'{name}: nothing is streamed'
+
+
 def main():
-    faults, checked = [], 0
-    for path in sys.argv[1:]:
-        for suffix, (whole, half) in SETS.items():
-            if not path.endswith('kernels/' + suffix):
-                continue
-            checked += 1
-            bodies = functions(path)
-            for names, register in ((BY_HAND, whole), (BY_COMPILER, half)):
-                for name in names:
-                    body = bodies.get(name, '') + bodies.get(INNER.get(name), '')
-                    if not re.search(register, body):
-                        faults.append(f'{suffix}: {name} uses no {register}' if name in bodies else f'{suffix}: no {name}')
-            if not any('vmovnt' in body for body in bodies.values()):
-                faults.append(f'{suffix}: nothing is streamed')
-    if checked != len(SETS):
-        faults.append(f'{checked} objects looked into instead of {len(SETS)}')
-    print('\n'.join(faults) or f'{checked} objects are as they should be')
+    objdump, names, paths = sys.argv[1], sys.argv[2].split(','), sys.argv[3:]
+    faults = []
+    for name in names:
+        found = [path for path in paths if path.endswith(f'kernels/{name}.cpp.o')]
+        if len(found) != 1:
+            faults.append(f'{name}: {len(found)} objects instead of one')
+        for path in found:
+            faults += faults_of(name, functions(objdump, path))
+    print('\n'.join(faults) or f'{len(names)} objects are as they should be')
     return 1 if faults else 0
 
 

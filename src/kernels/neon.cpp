@@ -1,0 +1,163 @@
+// Kernels for 64-bit Arm, where every processor has NEON: what is particular to the instruction set.
+
+#include <arm_neon.h>
+
+#include "kernels/KernelTables.h"
+#include "kernels/Kernels.h"
+
+namespace orvacam::kernels {
+
+static constexpr const char* tableName = "neon";
+
+static bool supported() {
+  return true;
+}
+
+using Register = uint16x8_t;
+using Bits = int16x8_t;  // a number of bits to shift by, in each lane
+
+// ---- Plain operations, named by what they do to lanes of 16 or 32 bits
+
+static Register load(const void* source) {
+  return vreinterpretq_u16_u8(vld1q_u8(static_cast<const std::uint8_t*>(source)));
+}
+static void store(void* target, Register value) {
+  vst1q_u8(static_cast<std::uint8_t*>(target), vreinterpretq_u8_u16(value));
+}
+/// Stores past the caches are no more than a hint here, in pairs of registers: not worth a kernel's shape.
+static void stream(void* target, Register value) {
+  store(target, value);
+}
+static void finishStreaming() {}
+static Bits shiftBy(std::uint32_t count) {
+  return vdupq_n_s16(static_cast<std::int16_t>(count));
+}
+static Register spread16(std::uint32_t value) {
+  return vdupq_n_u16(static_cast<std::uint16_t>(value));
+}
+static Register spread32(std::uint32_t value) {
+  return vreinterpretq_u16_u32(vdupq_n_u32(value));
+}
+static Register widened12(Register pixels) {
+  return vshlq_n_u16(pixels, 4);  // to the top of 16 bits
+}
+static Register eitherBits(Register a, Register b) {
+  return vorrq_u16(a, b);
+}
+static Register shiftLeft16(Register values, Bits bits) {
+  return vshlq_u16(values, bits);
+}
+static Register shiftRight16(Register values, Bits bits) {
+  return vshlq_u16(values, vnegq_s16(bits));
+}
+static Register halved16(Register values) {
+  return vrshrq_n_u16(values, 1);  // rounded up
+}
+static Register addToLimit16(Register a, Register b) {
+  return vqaddq_u16(a, b);
+}
+static Register add16(Register a, Register b) {
+  return vaddq_u16(a, b);
+}
+static Register addSigned16(Register a, Register b) {
+  return vreinterpretq_u16_s16(vqaddq_s16(vreinterpretq_s16_u16(a), vreinterpretq_s16_u16(b)));
+}
+static Register maximumSigned16(Register a, Register b) {
+  return vreinterpretq_u16_s16(vmaxq_s16(vreinterpretq_s16_u16(a), vreinterpretq_s16_u16(b)));
+}
+static Register multiplyLow16(Register a, Register b) {
+  return vmulq_u16(a, b);
+}
+static Register multiplyHigh16(Register a, Register b) {
+  const uint32x4_t first = vmull_u16(vget_low_u16(a), vget_low_u16(b));
+  const uint32x4_t second = vmull_high_u16(a, b);
+  return vuzp2q_u16(vreinterpretq_u16_u32(first), vreinterpretq_u16_u32(second));
+}
+static Register topBit16(Register values) {
+  return vshrq_n_u16(values, 15);
+}
+static Register minimum16(Register a, Register b) {
+  return vminq_u16(a, b);
+}
+static Register maximum16(Register a, Register b) {
+  return vmaxq_u16(a, b);
+}
+static Register add32(Register a, Register b) {
+  return vreinterpretq_u16_u32(vaddq_u32(vreinterpretq_u32_u16(a), vreinterpretq_u32_u16(b)));
+}
+static Register shiftRight32(Register values, Register bits) {
+  return vreinterpretq_u16_u32(
+      vshlq_u32(vreinterpretq_u32_u16(values), vnegq_s32(vreinterpretq_s32_u16(bits))));
+}
+static Register multiplyRounded15(Register a, Register b) {
+  // (a * b + 2^14) >> 15, signed
+  return vreinterpretq_u16_s16(vqrdmulhq_s16(vreinterpretq_s16_u16(a), vreinterpretq_s16_u16(b)));
+}
+static Register packToLimit16(Register first, Register second) {
+  return vqmovn_high_u32(vqmovn_u32(vreinterpretq_u32_u16(first)), vreinterpretq_u32_u16(second));
+}
+
+namespace {
+
+/// Products of 16-bit lanes, in an order that packToLimit16 undoes.
+struct Products {
+  Register first;
+  Register second;
+};
+
+}  // namespace
+
+static Products multiply16(Register a, Register b) {
+  return {vreinterpretq_u16_u32(vmull_u16(vget_low_u16(a), vget_low_u16(b))),
+          vreinterpretq_u16_u32(vmull_high_u16(a, b))};
+}
+
+// ---- Where the instruction sets differ
+
+/// A register of pixels, from 12 bytes, as 8 words: b0 b1 for the first pixel of a pair, b1 b2 for the
+/// second. The last 8 of the bytes are loaded on their own, so that nothing behind is read: byte 8 stands
+/// at 12.
+static Register unpacked(const std::uint8_t* packed) {
+  static constexpr std::uint8_t order[] = {1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 12, 7, 14, 13, 15, 14};
+  static constexpr std::int16_t shifts[] = {-4, 0, -4, 0, -4, 0, -4, 0};
+  const uint8x16_t bytes = vcombine_u8(vld1_u8(packed), vld1_u8(packed + 4));
+  const Register words = vreinterpretq_u16_u8(vqtbl1q_u8(bytes, vld1q_u8(order)));
+  return vandq_u16(vshlq_u16(words, vld1q_s16(shifts)), spread16(0x0FFF));
+}
+
+/// s = clamp(p * 2^f + a, 0, 32767), where a pixel above the largest that can be shifted counts as 65535,
+/// which no a brings below 32767.
+static Register sums(Register pixels, Register additive, Register factor, Register largestShiftable) {
+  const Register shifted = vorrq_u16(vmulq_u16(pixels, factor), vcgtq_u16(pixels, largestShiftable));
+  return vminq_u16(vsqaddq_u16(shifted, vreinterpretq_s16_u16(additive)), spread16(32767));
+}
+
+static Register whereAtMost16(Register values, Register limit, Register ifAtMost, Register otherwise) {
+  return vbslq_u16(vcleq_u16(values, limit), ifAtMost, otherwise);
+}
+
+/// Which lanes take the high-gain pixel.
+using Choice = Register;
+static Choice takesHigh(Register low, Register high, Register belowHighThreshold,
+                        Register differenceThreshold, Register alwaysLow) {
+  const Choice dark = vcleq_u16(vorrq_u16(high, alwaysLow), belowHighThreshold);
+  return vandq_u16(dark, vcleq_u16(vqsubq_u16(low, high), differenceThreshold));
+}
+static Register chosen(Choice high, Register ifHigh, Register otherwise) {
+  return vbslq_u16(high, ifHigh, otherwise);
+}
+
+/// Bits of the lanes that equal the value, from the lowest on, bitsOfLane for each.
+constexpr unsigned bitsOfLane = 1;
+static unsigned lanesEqual16(Register pixels, Register value) {
+  static constexpr std::uint16_t bits[] = {1, 2, 4, 8, 16, 32, 64, 128};
+  return vaddvq_u16(vandq_u16(vceqq_u16(pixels, value), vld1q_u16(bits)));
+}
+
+}  // namespace orvacam::kernels
+
+#include "kernels/VectorKernels.h"
+
+namespace orvacam::kernels {
+extern const KernelTable neonTable = vectorTable;
+}
