@@ -314,6 +314,20 @@ TEST_P(EveryTable, UnpacksAndMergesInOneGoAllLengthsAlignmentsAndOutputs) {
   }
 }
 
+TEST_P(EveryTable, CutsWhatOnlyRoundingLiftsAboveTheLargestPixel) {
+  // 4095 * 16388 / 1024 is 65535.996.
+  const std::vector<std::uint8_t> packed(3 * 70, 0xFF);
+  const kernels::UniformTerms terms = {0, 0, 16388, 1024};
+  for (std::uint32_t additiveFractionBits = 0; additiveFractionBits <= 3; ++additiveFractionBits) {
+    const kernels::MergeRule lowAlone = {additiveFractionBits, 10, 0, 0, 1};
+    std::vector<std::uint16_t> merged(140);
+    table().mergePackedUniform({packed.data(), packed.data(), 70, nullptr, nullptr, merged.data(), nullptr,
+                                nullptr, nullptr, nullptr},
+                               lowAlone, terms);
+    EXPECT_EQ(merged, std::vector<std::uint16_t>(140, 65535)) << additiveFractionBits;
+  }
+}
+
 TEST_P(EveryTable, ReadsBothPlanesOfAPackedPairFromTheSameBytes) {
   std::mt19937 random(seed);
   const std::vector<std::uint8_t> packed = noise<std::uint8_t>(3 * 70, random);
