@@ -341,9 +341,34 @@ static Register packedHigh(Register pixels, const SteepLow& /*steep*/, std::size
   return pixels;
 }
 
+namespace {
+
+// How a register of an output is written.
+
+struct Cached {};
+struct Streamed {};
+struct Partly {
+  std::size_t first, end;  ///< lanes
+};
+
+}  // namespace
+
+static inline void put(Cached /*how*/, std::uint16_t* target, Register pixels) {
+  store(target, pixels);
+}
+static inline void put(Streamed /*how*/, std::uint16_t* target, Register pixels) {
+  stream(target, pixels);
+}
+static inline void put(Partly how, std::uint16_t* target, Register pixels) {
+  // By way of memory: a masked store would fetch the lines of its masked lanes, too.
+  std::uint16_t values[lanes];
+  store(values, pixels);
+  __builtin_memcpy(target + how.first, values + how.first, (how.end - how.first) * sizeof *target);
+}
+
 /// One register of pixels of both gains, from pixel i of the run on.
-template <Stores stores, bool counting, typename Terms>
-static inline void mergeRegister(const PackedPair& run, std::size_t i, const WideRule& rule,
+template <bool counting, typename How, typename Terms>
+static inline void mergeRegister(const PackedPair& run, std::size_t i, How how, const WideRule& rule,
                                  const Terms& terms, WideExtremes* extremes) {
   prefetchNextRows(run, i);
   const Register low = unpacked(run.packedLow + 3 * (i / 2));
@@ -352,9 +377,9 @@ static inline void mergeRegister(const PackedPair& run, std::size_t i, const Wid
   const Register rightHigh = packedHigh(high, terms, i, rule);
   const Choice highTaken = takesHigh(rightLow, rightHigh, rule);
   const Register merged = chosen(highTaken, rightHigh, rightLow);
-  if (run.low != nullptr) put<stores>(run.low + i, low);
-  if (run.high != nullptr) put<stores>(run.high + i, high);
-  put<stores>(run.merged + i, merged);
+  if (run.low != nullptr) put(how, run.low + i, low);
+  if (run.high != nullptr) put(how, run.high + i, high);
+  put(how, run.merged + i, merged);
   if (!counting) return;
   const Register mark = spread16(takenMark);
   store(run.countedLow + i, chosen(highTaken, low, eitherBits(low, mark)));
@@ -365,54 +390,76 @@ static inline void mergeRegister(const PackedPair& run, std::size_t i, const Wid
                minimum16(extremes->mergedMinimum, merged), maximum16(extremes->mergedMaximum, merged)};
 }
 
-template <Stores stores, bool counting, typename Terms>
-static void mergeRegisters(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
-                           const Terms& givenTerms) {
+template <bool counting, typename Terms>
+static void mergeCached(const PackedPair& given, const MergeRule& rule, const Terms& givenTerms) {
   const PackedPair run = given;  // copies that the output cannot overlap
   const Terms terms = givenTerms;
   const WideRule wide = widened(rule);
   const std::size_t pixels = 2 * run.pairs;
   WideExtremes extremes = noExtremes();
-  // What does not fill a register at either end is done once more with its neighbours.
-  if (ahead > 0) mergeRegister<cached, counting>(run, 0, wide, terms, &extremes);
-  std::size_t i = ahead;
+  std::size_t i = 0;
   for (; i + lanes <= pixels; i += lanes)
-    mergeRegister<stores, counting>(run, i, wide, terms, &extremes);
-  if (i < pixels) mergeRegister<cached, counting>(run, pixels - lanes, wide, terms, &extremes);
+    mergeRegister<counting>(run, i, Cached(), wide, terms, &extremes);
+  // What does not fill a register is done once more with its neighbours.
+  if (i < pixels) mergeRegister<counting>(run, pixels - lanes, Cached(), wide, terms, &extremes);
   if (counting) *run.extremes = narrowed(extremes);
 }
 
-/// Pixels ahead of the first address to which all outputs are aligned together; 0 where there is none.
-static std::size_t pixelsToCommonAlignment(const PackedPair& run) {
-  const std::size_t ahead = pixelsToAlignment(run.merged);
-  const bool together = (run.low == nullptr || pixelsToAlignment(run.low) == ahead) &&
-                        (run.high == nullptr || pixelsToAlignment(run.high) == ahead);
-  return together && ahead % 2 == 0 ? ahead : 0;
+constexpr std::size_t pixelsOfLine = 64 / sizeof(std::uint16_t);
+
+/// Streams whole cache lines: one that is half streamed costs more than streaming saves. Lines that the run
+/// shares with its neighbours in the planes, at both ends, are written through the cache.
+template <bool counting, typename Terms>
+static void mergeStreamed(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
+                          const Terms& givenTerms) {
+  const PackedPair run = given;
+  const Terms terms = givenTerms;
+  const WideRule wide = widened(rule);
+  const std::size_t pixels = 2 * run.pairs;
+  WideExtremes extremes = noExtremes();
+  // The shared line behind is asked for now, so that nothing waits for it then.
+  if (run.low != nullptr) __builtin_prefetch(run.low + pixels - 1, 1);
+  if (run.high != nullptr) __builtin_prefetch(run.high + pixels - 1, 1);
+  __builtin_prefetch(run.merged + pixels - 1, 1);
+  std::size_t i = 0;
+  for (; i < ahead; i += lanes)
+    mergeRegister<counting>(run, i, Partly{0, ahead - i < lanes ? ahead - i : lanes}, wide, terms, &extremes);
+  for (i = ahead; i + pixelsOfLine <= pixels; i += pixelsOfLine)
+    for (std::size_t of = 0; of < pixelsOfLine; of += lanes)
+      mergeRegister<counting>(run, i + of, Streamed(), wide, terms, &extremes);
+  for (; i + lanes <= pixels; i += lanes)
+    mergeRegister<counting>(run, i, Cached(), wide, terms, &extremes);
+  if (i < pixels)
+    mergeRegister<counting>(run, pixels - lanes, Partly{lanes - (pixels - i), lanes}, wide, terms, &extremes);
+  if (counting) *run.extremes = narrowed(extremes);
 }
 
-/// Whether the outputs are cache lines from end to end: one that is half streamed costs more than streaming
-/// saves.
-static bool fillsLines(const PackedPair& run) {
-  constexpr std::size_t line = 64;
-  const std::uintptr_t addresses = reinterpret_cast<std::uintptr_t>(run.low) |
-                                   reinterpret_cast<std::uintptr_t>(run.high) |
-                                   reinterpret_cast<std::uintptr_t>(run.merged);
-  return addresses % line == 0 && 4 * run.pairs % line == 0;
+/// Pixels ahead of the first cache line that all outputs begin together, an even number; more than the run
+/// has when they do not.
+static std::size_t pixelsToCommonLine(const PackedPair& run) {
+  const auto ahead = [](const std::uint16_t* target) {
+    return (0 - reinterpret_cast<std::uintptr_t>(target)) % 64 / sizeof *target;
+  };
+  const std::size_t pixels = ahead(run.merged);
+  const bool together =
+      (run.low == nullptr || ahead(run.low) == pixels) && (run.high == nullptr || ahead(run.high) == pixels);
+  return together && pixels % 2 == 0 ? pixels : 2 * run.pairs + 1;
 }
 
 template <Stores stores, typename Terms>
 static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
-  const std::size_t ahead = pixelsToCommonAlignment(run);
-  const bool wholeLines = fillsLines(run);
   const bool counting = run.extremes != nullptr;
-  if (stores == streaming && wholeLines && counting)
-    mergeRegisters<streaming, true>(run, ahead, rule, terms);
-  else if (stores == streaming && wholeLines)
-    mergeRegisters<streaming, false>(run, ahead, rule, terms);
-  else if (counting)
-    mergeRegisters<cached, true>(run, ahead, rule, terms);
-  else
-    mergeRegisters<cached, false>(run, ahead, rule, terms);
+  const std::size_t ahead = pixelsToCommonLine(run);
+  if (stores == streaming && ahead + 2 * pixelsOfLine <= 2 * run.pairs) {
+    if (counting)
+      mergeStreamed<true>(run, ahead, rule, terms);
+    else
+      mergeStreamed<false>(run, ahead, rule, terms);
+  } else if (counting) {
+    mergeCached<true>(run, rule, terms);
+  } else {
+    mergeCached<false>(run, rule, terms);
+  }
 }
 
 template <Stores stores>

@@ -9,8 +9,8 @@ import sys
 
 # Written with registers of the whole width; loops that the compiler vectorises may use half of it.
 BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findFirst', 'mergeByLine', 'mergePackedUniform', 'mergePackedPlanes']
-INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge', 'mergePackedUniform': 'mergeRegisters',
-         'mergePackedPlanes': 'mergeRegisters'}  # where the compiler may put the loop
+INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge', 'mergePackedUniform': 'mergeCached',
+         'mergePackedPlanes': 'mergeCached'}  # where the compiler may put the loop
 BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'findExtremes', 'addToSums8', 'addToSums16',
                'startSums8', 'startSums16', 'emptySums', 'meansOfRecentSums']
 # Not vectorised, on purpose: countPixels and mergeMapped (memory is addressed by pixel values), meansOfSums (a
