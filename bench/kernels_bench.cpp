@@ -51,11 +51,11 @@ struct Frame {
   std::size_t pixels;
   OnLines<std::uint8_t> packed;
   Plane low, high, wide, noise, addLow, addHigh, mulLow, mulHigh, output;
-  OnLines<std::uint32_t> sums, banks;
+  OnLines<std::uint32_t> sums, counts;
   std::uint16_t smallest = 0, largest = 0;
 
   explicit Frame(std::size_t count)
-      : pixels(count), packed(count / 2 * 3), output(count), sums(count), banks(kernels::countEntries) {
+      : pixels(count), packed(count / 2 * 3), output(count), sums(count), counts(65536) {
     std::mt19937 random(20240517);
     std::normal_distribution<float> sky(100.0F, 3.0F);
     for (std::uint8_t& byte : packed)
@@ -168,24 +168,21 @@ Operation counting(const char* name, Plane Frame::*plane) {
             const std::uint16_t* const pixels = (frame.*plane).data();
             frame.smallest = frame.largest = pixels[0];
             byRows(frame, [&](std::size_t first, std::size_t count) {
-              std::uint16_t smallest = 0;
-              std::uint16_t largest = 0;
-              table.findExtremes(pixels + first, count, &smallest, &largest);
-              frame.smallest = std::min(frame.smallest, smallest);
-              frame.largest = std::max(frame.largest, largest);
-              table.countPixels(pixels + first, count, frame.banks.data());
+              kernels::Extremes extremes;
+              table.findExtremes(pixels + first, count, &extremes);
+              frame.smallest = std::min(frame.smallest, extremes.minimum);
+              frame.largest = std::max(frame.largest, extremes.maximum);
+              table.countValues(pixels + first, count, frame.counts.data(), 0, pixels + first + count,
+                                2 * count);
             });
           },
           [plane](const Frame& frame) {
-            std::vector<std::uint32_t> expected(65536), counted(65536);
+            std::vector<std::uint32_t> expected(65536);
             for (const std::uint16_t pixel : frame.*plane)
               ++expected[pixel];
-            for (std::size_t i = 0; i < kernels::countBanks; ++i)
-              for (std::size_t value = 0; value < 65536; ++value)
-                counted[value] += frame.banks[i * kernels::countBankStride + value];
             const auto extremes = std::minmax_element((frame.*plane).begin(), (frame.*plane).end());
-            return counted == expected && frame.smallest == *extremes.first &&
-                   frame.largest == *extremes.second;
+            return std::equal(expected.begin(), expected.end(), frame.counts.begin()) &&
+                   frame.smallest == *extremes.first && frame.largest == *extremes.second;
           }};
 }
 
@@ -261,7 +258,7 @@ void fail(benchmark::State& state) {
 
 void benchmarkKernel(benchmark::State& state, const Operation& operation, const KernelTable& table,
                      Frame& frame) {
-  std::fill(frame.banks.begin(), frame.banks.end(), 0U);
+  std::fill(frame.counts.begin(), frame.counts.end(), 0U);
   std::fill(frame.sums.begin(), frame.sums.end(), 0U);
   frame.output = frame.high;
   operation.run(table, frame);

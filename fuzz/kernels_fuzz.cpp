@@ -84,6 +84,12 @@ struct Data {
     line[0] = 0;
     for (std::uint16_t& value : map)
       value = word();
+    for (kernels::ValueRange* range : {&where.low, &where.high, &where.merged, &where.difference})
+      *range = {word(), word()};
+    where.lowShift = take() % 16U;
+    where.highShift = take() % 16U;
+    where.withMerged = take() % 2 != 0;
+    where.withDifference = take() % 2 != 0;
   }
 
   static constexpr std::uint32_t mapWidth = 50;
@@ -103,6 +109,7 @@ struct Data {
   unsigned int outputs;
   std::vector<std::uint16_t> line;
   std::uint32_t mergeRow;
+  kernels::PairPlaces where{};
 
   kernels::PlaneTerms planes() const {
     return {additive.data(), additive.data(), multiplicative.data(), low.data()};
@@ -122,44 +129,50 @@ struct PackedMerge {
       : low(pixels(data, 1), data.shift),
         high(pixels(data, 2), 0),
         merged(pixels(data, 0), data.shift),
-        countedLow(pixels(data, 4), 0),
-        countedHigh(pixels(data, 4), data.shift),
-        countedMerged(pixels(data, 12), 0) {
+        notedLow(pixels(data, 4), 0),
+        notedHigh(pixels(data, 4), data.shift),
+        notedMerged(pixels(data, 12), 0),
+        places(pixels(data, 4), data.shift) {
     const auto wanted = [&](Run<std::uint16_t>& run, unsigned int option) {
       return (data.outputs & option) == option ? run.data() : nullptr;
     };
+    const bool inPlaces = (data.outputs & 32) != 0;
+    notes.low = inPlaces ? nullptr : wanted(notedLow, 4);
+    notes.high = inPlaces ? nullptr : wanted(notedHigh, 4);
+    notes.places = inPlaces ? wanted(places, 4) : nullptr;
+    notes.merged = wanted(notedMerged, 12);
+    notes.where = data.where;
     const kernels::PackedPair run{data.packed.data(),
                                   (data.outputs & 16) != 0 ? data.packed.data() : data.packedHigh.data(),
                                   data.count / 2,
                                   wanted(low, 1),
                                   wanted(high, 2),
                                   merged.data(),
-                                  wanted(countedLow, 4),
-                                  wanted(countedHigh, 4),
-                                  wanted(countedMerged, 12),
-                                  (data.outputs & 4) != 0 ? &extremes : nullptr};
+                                  (data.outputs & 4) != 0 ? &notes : nullptr};
     const kernels::MergeRule rule = packedRule(data);
     if (which == 0) table.mergePackedUniform(run, rule, data.uniform);
     if (which == 1) table.mergePackedPlanes(run, rule, data.planes());
     if (which == 2) table.mergePackedUniformStreaming(run, rule, data.uniform);
     if (which == 3) table.mergePackedPlanesStreaming(run, rule, data.planes());
     table.finishStreaming();
-    if (run.pairs == 0) extremes = {};  // of no pixels there are none
+    if (run.pairs == 0) notes.lowExtremes = notes.highExtremes = notes.mergedExtremes = {};  // there are none
   }
 
   static std::size_t pixels(const Data& data, unsigned int option) {
     return (data.outputs & option) == option ? data.count / 2 * 2 : 0;
   }
   bool operator==(const PackedMerge& o) const {
-    const kernels::PairExtremes &a = extremes, &b = o.extremes;
-    return low == o.low && high == o.high && merged == o.merged && countedLow == o.countedLow &&
-           countedHigh == o.countedHigh && countedMerged == o.countedMerged && a.lowMinimum == b.lowMinimum &&
-           a.lowMaximum == b.lowMaximum && a.highMinimum == b.highMinimum && a.highMaximum == b.highMaximum &&
-           a.mergedMinimum == b.mergedMinimum && a.mergedMaximum == b.mergedMaximum;
+    return low == o.low && high == o.high && merged == o.merged && notedLow == o.notedLow &&
+           notedHigh == o.notedHigh && notedMerged == o.notedMerged && places == o.places &&
+           same(notes.lowExtremes, o.notes.lowExtremes) && same(notes.highExtremes, o.notes.highExtremes) &&
+           same(notes.mergedExtremes, o.notes.mergedExtremes);
+  }
+  static bool same(const kernels::Extremes& a, const kernels::Extremes& b) {
+    return a.minimum == b.minimum && a.maximum == b.maximum;
   }
 
-  Run<std::uint16_t> low, high, merged, countedLow, countedHigh, countedMerged;
-  kernels::PairExtremes extremes{};
+  Run<std::uint16_t> low, high, merged, notedLow, notedHigh, notedMerged, places;
+  kernels::PairNotes notes{};
 };
 
 /// In one go or in two steps, the merged pixels are the same.
@@ -198,6 +211,8 @@ struct Results {
         wide(data.wide),
         means(data.count, data.shift),
         recentMeans(data.count, data.shift),
+        placesOfPairs(data.count / 2, data.shift),
+        positions(data.count, 0),
         counts(data.count, 0) {
     const std::size_t count = data.count;
     const std::uint16_t *low = data.low.data(), *high = data.high.data();
@@ -225,25 +240,28 @@ struct Results {
     table.meansOfSums(data.sums.data(), data.wide.data(), means.data(), count,
                       data.frames == 0 ? 1 : data.frames);
     if (count > 0) {
-      table.findExtremes(low, count, &smallest, &largest);
-      first = table.findFirst(low, count, largest);
-      missing = table.findFirst(low, count, static_cast<std::uint16_t>(largest + 1));
+      table.findExtremes(low, count, &extremes);
+      first = table.findFirst(low, count, extremes.maximum);
+      missing = table.findFirst(low, count, static_cast<std::uint16_t>(extremes.maximum + 1));
     }
-    countPixels(data, table);
+    if (count > 1)
+      table.placePairs(low, count / 2, data.where.low.first, placesOfPairs.data(), &extremesOfPairs);
+    if (count > 0) each = table.findEach(low, count, low[count / 2], positions.data());
+    countValues(data, table);
   }
 
-  /// Counts may lie in any bank; their sum is what counts. The banks are a megabyte, so that they are cleared
-  /// where they were used only.
-  void countPixels(const Data& data, const kernels::KernelTable& table) {
-    static std::vector<std::uint32_t> banks(kernels::countEntries);
-    table.countPixels(data.low.data(), data.count, banks.data());
-    for (std::size_t i = 0; i < data.count; ++i)
-      for (std::size_t bank = 0; bank < kernels::countBanks; ++bank) {
-        std::uint32_t& entry = banks[bank * kernels::countBankStride + data.low.data()[i]];
-        counts[i] += entry;
-        counted += entry;
-        entry = 0;  // the same value farther on finds none
-      }
+  /// The table of counts is a megabyte, so that it is cleared where it was used only.
+  void countValues(const Data& data, const kernels::KernelTable& table) {
+    constexpr std::size_t stride = 65536 + 16;
+    static std::vector<std::uint32_t> banks(kernels::countBanks * stride);
+    const std::uint16_t* const values = data.low.data();
+    table.countValues(values, data.count, banks.data(), stride, values + data.count, data.count);
+    for (std::size_t i = 0; i < data.count; ++i) {
+      std::uint32_t& entry = banks[i % kernels::countBanks * stride + values[i]];
+      counts[i] += entry;
+      counted += entry;
+      entry = 0;  // the same value farther on finds none
+    }
   }
 
   Run<std::uint16_t> unpacked, unpackedStreaming, swapped, mirrored, unbiased, uniform, planes;
@@ -251,9 +269,11 @@ struct Results {
   Run<std::uint32_t> sums8, sums16, started8, started16, emptied;
   Run<std::uint64_t> wide;
   Run<std::uint16_t> means, recentMeans;
+  Run<std::uint16_t> placesOfPairs, positions;
   Run<std::uint32_t> counts;
   std::size_t counted = 0;
-  std::uint16_t smallest = 0, largest = 0;
+  kernels::Extremes extremes{}, extremesOfPairs{};
+  std::size_t each = 0;
   std::size_t first = 0, missing = 0;
 };
 
@@ -278,8 +298,11 @@ void compare(const Results& expected, const Results& actual, const Data& data) {
   FUZZ_REQUIRE(expected.emptied == actual.emptied);
   FUZZ_REQUIRE(expected.wide == actual.wide);
   FUZZ_REQUIRE(expected.means == actual.means);
-  FUZZ_REQUIRE(expected.smallest == actual.smallest && expected.largest == actual.largest);
+  FUZZ_REQUIRE(PackedMerge::same(expected.extremes, actual.extremes));
   FUZZ_REQUIRE(expected.first == actual.first && expected.missing == actual.missing);
+  FUZZ_REQUIRE(expected.placesOfPairs == actual.placesOfPairs);
+  FUZZ_REQUIRE(PackedMerge::same(expected.extremesOfPairs, actual.extremesOfPairs));
+  FUZZ_REQUIRE(expected.each == actual.each && expected.positions == actual.positions);
   FUZZ_REQUIRE(expected.counts == actual.counts && actual.counted == data.count);
 }
 

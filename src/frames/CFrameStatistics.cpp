@@ -3,13 +3,32 @@
 #include <algorithm>
 #include <cmath>
 
+#include "frames/CountWindows.h"
 #include "kernels/Kernels.h"
 
 namespace kernels = orvacam::kernels;
 
 // ---- Counts
 
-CFrameStatistics::counts_t::counts_t() : m_uiFirst(1), m_uiLast(0) {}
+namespace {
+
+/// Pixels that are added at once: what is noted of them stays in the cache.
+constexpr unsigned long blockPixels = 8192;
+/// Shorter runs, and smaller planes, are not worth looking for a window.
+constexpr unsigned long shortestOfPairs = 256;
+constexpr unsigned long smallestPlane = 65536;
+/// A window that soon fits no more is not followed at once: the plane has too much in it.
+constexpr unsigned long shortLife = 65536;
+constexpr unsigned long pauseAfterShortLife = 262144;
+
+constexpr unsigned int windowValues = 1U << kernels::pairWindowBits;
+
+}  // namespace
+
+CFrameStatistics::counts_t::counts_t() {
+  static_assert(kernels::pairEntries <= s_uiSpareEntries);
+  Clear();
+}
 
 CFrameStatistics::counts_t::counts_t(const counts_t& other) : counts_t() {
   *this = other;
@@ -19,71 +38,142 @@ CFrameStatistics::counts_t& CFrameStatistics::counts_t::operator=(const counts_t
   if (this == &other) return *this;
   m_uiFirst = other.m_uiFirst;
   m_uiLast = other.m_uiLast;
-  if (m_uiFirst > m_uiLast) return *this;
-  for (unsigned int bank = 0; bank < s_uiBanks; ++bank) {
-    const unsigned int start = bank * s_uiBankStride;
-    std::copy(other.m_Banks + start + m_uiFirst, other.m_Banks + start + m_uiLast + 1,
-              m_Banks + start + m_uiFirst);
-  }
+  m_bPairs = other.m_bPairs;
+  m_usWindow = other.m_usWindow;
+  m_ulPixelsOfWindow = other.m_ulPixelsOfWindow;
+  m_ulUntilChoice = other.m_ulUntilChoice;
+  if (m_uiFirst <= m_uiLast)
+    std::copy(other.m_Entries + m_uiFirst, other.m_Entries + m_uiLast + 1, m_Entries + m_uiFirst);
+  if (m_bPairs) std::copy_n(other.m_Entries + s_uiValues, kernels::pairEntries, m_Entries + s_uiValues);
   return *this;
 }
 
 void CFrameStatistics::counts_t::Clear() {
   m_uiFirst = 1;
   m_uiLast = 0;
-}
-
-void CFrameStatistics::counts_t::DoZero(unsigned int uiFirst, unsigned int uiLast) {
-  for (unsigned int bank = 0; bank < s_uiBanks; ++bank)
-    std::fill(m_Banks + bank * s_uiBankStride + uiFirst, m_Banks + bank * s_uiBankStride + uiLast + 1, 0U);
+  m_bPairs = false;
+  m_usWindow = 0;
+  m_ulPixelsOfWindow = 0;
+  m_ulUntilChoice = smallestPlane;
 }
 
 void CFrameStatistics::counts_t::Cover(unsigned int uiFirst, unsigned int uiLast) {
   if (m_uiFirst > m_uiLast) {
-    DoZero(uiFirst, uiLast);
+    std::fill(m_Entries + uiFirst, m_Entries + uiLast + 1, 0U);
     m_uiFirst = uiFirst;
     m_uiLast = uiLast;
     return;
   }
   if (uiFirst < m_uiFirst) {
-    DoZero(uiFirst, m_uiFirst - 1);
+    std::fill(m_Entries + uiFirst, m_Entries + m_uiFirst, 0U);
     m_uiFirst = uiFirst;
   }
   if (uiLast > m_uiLast) {
-    DoZero(m_uiLast + 1, uiLast);
+    std::fill(m_Entries + m_uiLast + 1, m_Entries + uiLast + 1, 0U);
     m_uiLast = uiLast;
   }
 }
 
-unsigned long CFrameStatistics::counts_t::Of(unsigned int uiValue) const {
-  unsigned long count = 0;
-  for (unsigned int bank = 0; bank < s_uiBanks; ++bank)
-    count += m_Banks[bank * s_uiBankStride + uiValue];
-  return count;
+/// Takes each pair of values that occurs, and how often. A place of 0 says nothing: it is also that of the
+/// pairs outside the window.
+template <typename Take>
+void CFrameStatistics::counts_t::DoForEachPair(const Take& take) const {
+  const unsigned int* const banks = m_Entries + s_uiValues;
+  for (unsigned int place = 1; place < windowValues * windowValues; ++place) {
+    unsigned int pairs = 0;
+    for (unsigned int bank = 0; bank < kernels::countBanks; ++bank)
+      pairs += banks[bank * kernels::pairBankStride + place];
+    if (pairs > 0) take(m_usWindow + place % windowValues, m_usWindow + place / windowValues, pairs);
+  }
 }
 
 void CFrameStatistics::counts_t::CopyTo(double* pHistogram, unsigned int uiFirst, unsigned int uiLast) const {
-  static_assert(s_uiBanks == 2);
-  for (unsigned int value = uiFirst; value <= uiLast; ++value)
-    pHistogram[value] = m_Banks[value] + m_Banks[s_uiBankStride + value];
+  std::copy(m_Entries + uiFirst, m_Entries + uiLast + 1, pHistogram + uiFirst);
+  if (!m_bPairs) return;
+  DoForEachPair([=](unsigned int uiValue, unsigned int uiNext, unsigned int uiPairs) {
+    for (const unsigned int value : {uiValue, uiNext})
+      if (value >= uiFirst && value <= uiLast) pHistogram[value] += uiPairs;
+  });
 }
 
-const unsigned int* CFrameStatistics::counts_t::Fold(unsigned int uiFirst, unsigned int uiLast) {
-  if (uiFirst > uiLast) return m_Banks;
-  for (unsigned int bank = 1; bank < s_uiBanks; ++bank) {
-    unsigned int* const counts = m_Banks + bank * s_uiBankStride;
-    for (unsigned int value = uiFirst; value <= uiLast; ++value)
-      m_Banks[value] += counts[value];
-    std::fill(counts + uiFirst, counts + uiLast + 1, 0U);
+void CFrameStatistics::counts_t::Fold() {
+  if (!m_bPairs) return;
+  DoForEachPair([this](unsigned int uiValue, unsigned int uiNext, unsigned int uiPairs) {
+    m_Entries[uiValue] += uiPairs;
+    m_Entries[uiNext] += uiPairs;
+  });
+  m_bPairs = false;
+}
+
+CFrameStatistics::extremes_t CFrameStatistics::counts_t::Add(const unsigned short* pPixels,
+                                                             unsigned long ulCount) {
+  m_ulUntilChoice -= std::min(m_ulUntilChoice, ulCount);
+  if (!m_bPairs && m_ulUntilChoice == 0 && ulCount >= shortestOfPairs) DoChooseWindow(pPixels, ulCount);
+  return m_bPairs ? DoAddPairs(pPixels, ulCount) : DoAddOneByOne(pPixels, ulCount);
+}
+
+CFrameStatistics::extremes_t CFrameStatistics::counts_t::DoAddOneByOne(const unsigned short* pPixels,
+                                                                       unsigned long ulCount) {
+  const kernels::KernelTable& kernel = kernels::active();
+  kernels::Extremes extremes;
+  kernel.findExtremes(pPixels, ulCount, &extremes);
+  Cover(extremes.minimum, extremes.maximum);
+  kernel.countValues(pPixels, ulCount, m_Entries, 0, pPixels + ulCount, ulCount * sizeof *pPixels);
+  return {extremes.minimum, extremes.maximum};
+}
+
+CFrameStatistics::extremes_t CFrameStatistics::counts_t::DoAddPairs(const unsigned short* pPixels,
+                                                                    unsigned long ulCount) {
+  const kernels::KernelTable& kernel = kernels::active();
+  unsigned short places[blockPixels / 2];
+  unsigned short outside[blockPixels / 2];
+  unsigned long pairsOutside = 0;
+  extremes_t all = {pPixels[ulCount - 1], pPixels[ulCount - 1]};
+  for (unsigned long done = 0; done + 1 < ulCount; done += blockPixels) {
+    const unsigned short* const pixels = pPixels + done;
+    const unsigned long pairs = std::min(blockPixels, ulCount - done) / 2;
+    kernels::Extremes extremes;
+    kernel.placePairs(pixels, pairs, m_usWindow, places, &extremes);
+    all = {std::min(all.usMinimum, extremes.minimum), std::max(all.usMaximum, extremes.maximum)};
+    Cover(all.usMinimum, all.usMaximum);
+    kernel.countValues(places, pairs, m_Entries + s_uiValues, kernels::pairBankStride, pixels + 2 * pairs,
+                       2 * pairs * sizeof *pixels);
+    const unsigned long found = kernel.findEach(places, pairs, 0, outside);
+    for (unsigned long i = 0; i < found; ++i) {
+      ++m_Entries[pixels[2 * outside[i]]];
+      ++m_Entries[pixels[2 * outside[i] + 1]];
+    }
+    pairsOutside += found;
   }
-  return m_Banks;
+  if (ulCount % 2 != 0) ++m_Entries[pPixels[ulCount - 1]];
+  m_ulPixelsOfWindow += ulCount;
+  if (pairsOutside > ulCount / 16) {
+    Fold();
+    m_ulUntilChoice = m_ulPixelsOfWindow < shortLife ? pauseAfterShortLife : 0;
+  }
+  return all;
+}
+
+/// A window around most of these pixels, if one is wide enough.
+void CFrameStatistics::counts_t::DoChooseWindow(const unsigned short* pPixels, unsigned long ulCount) {
+  constexpr unsigned long samples = 256;
+  int sample[samples];
+  for (unsigned long i = 0; i < samples; ++i)
+    sample[i] = pPixels[i * ulCount / samples];
+  const orvacam::Spread spread = orvacam::spreadOf(sample);
+  const orvacam::CountWindow window =
+      movedWithin(windowAround(spread, kernels::pairWindowBits), s_uiValues - 1);
+  m_bPairs = spread.bits() <= kernels::pairWindowBits;
+  m_usWindow = static_cast<unsigned short>(window.first);
+  m_ulPixelsOfWindow = 0;
+  m_ulUntilChoice = pauseAfterShortLife;
+  if (m_bPairs) std::fill_n(m_Entries + s_uiValues, kernels::pairEntries, 0U);
 }
 
 // ---- Statistics
 
 CFrameStatistics::CFrameStatistics()
     : m_dLowClipFraction(0.05), m_dHighClipFraction(0.001), m_usLowClip(0), m_usHighClip(0) {
-  static_assert(s_uiBanks == kernels::countBanks && s_uiBankStride == kernels::countBankStride);
   Reset();
 }
 
@@ -98,7 +188,7 @@ void CFrameStatistics::Reset() {
 
 void CFrameStatistics::AddPixel(unsigned short usValue, const int_point_t& position) {
   m_Counts.Cover(usValue, usValue);
-  ++m_Counts.GetBanks()[usValue];
+  ++m_Counts.GetEntries()[usValue];
   ++m_uiCount;
   if (usValue > m_uiMax) {
     m_uiMax = usValue;
@@ -119,21 +209,10 @@ void CFrameStatistics::AddPixels(unsigned short usFirst, const int_point_t& firs
 void CFrameStatistics::AddRow(const unsigned short* pPixels, unsigned long ulCount, int x, int y) {
   if (pPixels == nullptr || ulCount == 0) return;
   const kernels::KernelTable& kernel = kernels::active();
-  unsigned short minimum = 0;
-  unsigned short maximum = 0;
-  kernel.findExtremes(pPixels, ulCount, &minimum, &maximum);
-  m_Counts.Cover(minimum, maximum);
-  kernel.countPixels(pPixels, ulCount, m_Counts.GetBanks());
+  const extremes_t extremes = m_Counts.Add(pPixels, ulCount);
   m_uiCount += static_cast<unsigned int>(ulCount);
-  // Positions are looked for only where a row brings a new extreme, which few rows do.
-  if (maximum > m_uiMax) {
-    m_uiMax = maximum;
-    m_MaxPoint = {x + static_cast<int>(kernel.findFirst(pPixels, ulCount, maximum)), y};
-  }
-  if (minimum < m_uiMin) {
-    m_uiMin = minimum;
-    m_MinPoint = {x + static_cast<int>(kernel.findFirst(pPixels, ulCount, minimum)), y};
-  }
+  DoExtend(extremes, {x, y},
+           [&](unsigned short usValue) { return kernel.findFirst(pPixels, ulCount, usValue); });
 }
 
 void CFrameStatistics::Compute() {
@@ -144,7 +223,8 @@ void CFrameStatistics::Compute() {
   unsigned long passed = 0;
   unsigned int largest = 0;
   m_dMode = 0.0;
-  const unsigned int* const counts = m_Counts.Fold(m_uiMin, m_uiMax);
+  m_Counts.Fold();
+  const unsigned int* const counts = m_Counts.GetEntries();
   for (unsigned int value = m_uiMin; value <= m_uiMax; ++value) {
     const unsigned int pixels = counts[value];
     if (pixels == 0)

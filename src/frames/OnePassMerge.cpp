@@ -3,7 +3,6 @@
 #include <orvacam/merge/CHWMergeReferenceFrames.h>
 
 #include <algorithm>
-#include <numeric>
 #include <optional>
 #include <typeinfo>
 
@@ -14,7 +13,6 @@ namespace orvacam {
 
 namespace {
 
-constexpr unsigned int pixelValues = 4096;
 constexpr std::size_t bytesPerPair = 3;
 
 constexpr std::size_t packedBytes(std::size_t pixels) {
@@ -32,9 +30,8 @@ CHWMergeReferenceFrames* asCamerasOwn(CCustomMergeAlgo* algorithm) {
 /// One frame on its way.
 class OnePassMerge::Pass {
  public:
-  Pass(const CHWMergeReferenceFrames& algorithm, const unsigned char* source, const PairPlanes& planes,
-       PairStatistics* statistics)
-      : m_source(source), m_planes(planes), m_statistics(statistics) {
+  Pass(const CHWMergeReferenceFrames& algorithm, const unsigned char* source, const PairPlanes& planes)
+      : m_source(source), m_planes(planes) {
     algorithm.DoTakeTerms(m_terms);
     const kernels::KernelTable& kernel = kernels::active();
     m_streaming = 2 * planes.pixels >= kernels::streamFromBytes;
@@ -42,15 +39,21 @@ class OnePassMerge::Pass {
     m_mergePlanes = m_streaming ? kernel.mergePackedPlanesStreaming : kernel.mergePackedPlanes;
   }
 
+  void gather(CFrameStatistics& low, CFrameStatistics& high, CFrameStatistics& merged) {
+    m_statistics.emplace(low, high, merged, m_terms, m_planes.pixels);
+  }
+
   void section(const StreamSection& section, const FrameRegions& regions) {
     const std::size_t row = std::size_t{section.before} + section.pixels + section.after;
-    const bool counted = section.counted && m_statistics != nullptr;
+    m_rowPairBytes = 2 * packedBytes(row) + packedBytes(section.shared);
+    const bool counted = section.counted && m_statistics;
     for (unsigned int y = 0; 2 * y < section.rows; ++y) {
       const unsigned char* const low = m_source;
       const unsigned char* const high = low + packedBytes(row);
       if (counted) {
         pixels(low, high, section.before, nullptr);
-        const Position place = {y, regions.prePixels, regions.preRows + y};
+        const RunPlace place = {0, static_cast<int>(y), static_cast<int>(regions.prePixels),
+                                static_cast<int>(regions.preRows + y)};
         pixels(low + packedBytes(section.before), high + packedBytes(section.before), section.pixels, &place);
         const std::size_t done = packedBytes(section.before) + packedBytes(section.pixels);
         pixels(low + done, high + done, section.after, nullptr);
@@ -65,23 +68,11 @@ class OnePassMerge::Pass {
 
   void finish() {
     if (m_streaming) kernels::active().finishStreaming();
-    if (m_statistics == nullptr) return;
-    if (!m_terms.isUniform) {
-      m_statistics->finish(nullptr, nullptr);
-      return;
-    }
-    correctEachValue(1, m_countedLow);
-    correctEachValue(2, m_countedHigh);
-    m_statistics->finish(m_countedLow, m_countedHigh);
+    if (m_statistics) m_statistics->finish();
   }
 
  private:
-  /// Where a run of image pixels lies: its row in the stream's section, and its place in the merged plane.
-  struct Position {
-    unsigned int row, mergedX, mergedY;
-  };
-
-  void pixels(const unsigned char* low, const unsigned char* high, std::size_t count, const Position* place) {
+  void pixels(const unsigned char* low, const unsigned char* high, std::size_t count, const RunPlace* place) {
     for (std::size_t done = 0; done < count;) {
       const std::size_t now = std::min<std::size_t>(count - done, mergeBlock);
       block(low + packedBytes(done), high + packedBytes(done), now, place, static_cast<int>(done));
@@ -89,55 +80,34 @@ class OnePassMerge::Pass {
     }
   }
 
-  void block(const unsigned char* low, const unsigned char* high, std::size_t count, const Position* place,
+  void block(const unsigned char* low, const unsigned char* high, std::size_t count, const RunPlace* place,
              int column) {
-    kernels::PackedPair run = {low,
-                               high,
-                               count / 2,
-                               m_planes.low != nullptr ? m_planes.low + m_done : nullptr,
-                               m_planes.high != nullptr ? m_planes.high + m_done : nullptr,
-                               reinterpret_cast<unsigned short*>(m_planes.merged) + m_done,
-                               nullptr,
-                               nullptr,
-                               nullptr,
-                               nullptr};
-    kernels::PairExtremes extremes;
-    if (place != nullptr) {
-      run.countedLow = m_countedLow;
-      run.countedHigh = m_countedHigh;
-      run.countedMerged = m_terms.isUniform ? nullptr : m_countedMerged;
-      run.extremes = &extremes;
-    }
+    const kernels::PackedPair run = {low,
+                                     high,
+                                     count / 2,
+                                     m_planes.low != nullptr ? m_planes.low + m_done : nullptr,
+                                     m_planes.high != nullptr ? m_planes.high + m_done : nullptr,
+                                     reinterpret_cast<unsigned short*>(m_planes.merged) + m_done,
+                                     place != nullptr ? &m_statistics->notes() : nullptr};
     if (m_terms.isUniform)
       m_mergeUniform(run, m_terms.rule, m_terms.uniform);
     else
       m_mergePlanes(run, m_terms.rule, m_terms.planesAt(m_done));
     if (place != nullptr)
-      m_statistics->add(run, column, static_cast<int>(place->row), static_cast<int>(place->mergedX) + column,
-                        static_cast<int>(place->mergedY));
+      m_statistics->add(run, {place->x + column, place->y, place->mergedX + column, place->mergedY},
+                        {m_source + m_rowPairBytes, m_rowPairBytes});
     m_done += count;
   }
 
-  /// What becomes of each 12-bit pixel when the merge takes one plane's only (type 1 low, 2 high gain).
-  void correctEachValue(unsigned int type, unsigned short (&values)[mergeBlock]) const {
-    static_assert(mergeBlock >= pixelValues);
-    std::iota(values, values + pixelValues, static_cast<unsigned short>(0));
-    kernels::MergeRule rule = m_terms.rule;
-    rule.type = type;
-    kernels::active().mergeUniform(values, values, values, pixelValues, rule, m_terms.uniform);
-  }
-
-  const unsigned char* m_source;
+  const unsigned char* m_source;  ///< of the row pair
+  std::size_t m_rowPairBytes = 0;
   PairPlanes m_planes;
-  PairStatistics* m_statistics;
   MergeTerms m_terms;
   bool m_streaming;
   decltype(kernels::KernelTable::mergePackedUniform) m_mergeUniform;
   decltype(kernels::KernelTable::mergePackedPlanes) m_mergePlanes;
   std::size_t m_done = 0;  ///< pixels of each plane
-  unsigned short m_countedLow[mergeBlock];
-  unsigned short m_countedHigh[mergeBlock];
-  unsigned short m_countedMerged[mergeBlock];
+  std::optional<PairStatistics> m_statistics;
 };
 
 OnePassMerge::OnePassMerge(CCustomMergeAlgo* algorithm, const CFrameMetaData& metaData,
@@ -175,12 +145,11 @@ int OnePassMerge::run(const unsigned char* source, const PairPlanes& planes, uns
                       CFrameStatistics* lowStatistics, CFrameStatistics* highStatistics) {
   const bool counting = lowStatistics != nullptr && highStatistics != nullptr;
   m_algorithm->EnableStatistics(counting);
-  std::optional<PairStatistics> statistics;
+  Pass pass(*m_algorithm, source, planes);
   if (counting) {
     m_algorithm->m_MergedStatistics.Reset();
-    statistics.emplace(*lowStatistics, *highStatistics, m_algorithm->m_MergedStatistics);
+    pass.gather(*lowStatistics, *highStatistics, m_algorithm->m_MergedStatistics);
   }
-  Pass pass(*m_algorithm, source, planes, counting ? &*statistics : nullptr);
   for (const StreamSection& section : m_layout.sections)
     pass.section(section, m_regions);
   pass.finish();

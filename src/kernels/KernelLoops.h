@@ -38,26 +38,31 @@ static void subtractBias(std::uint16_t* plane, const std::uint16_t* bias, std::s
     plane[i] = static_cast<std::uint16_t>(plane[i] > bias[i] ? plane[i] - bias[i] : 0);
 }
 
-static void countPixels(const std::uint16_t* pixels, std::size_t count, std::uint32_t* banks) {
+static void countValues(const std::uint16_t* values, std::size_t count, std::uint32_t* counts,
+                        std::size_t stride, const void* /*next*/, std::size_t /*nextBytes*/) {
   for (std::size_t i = 0; i < count; ++i)
-    ++banks[i % countBanks * countBankStride + pixels[i]];
+    ++counts[i % countBanks * stride + values[i]];
 }
 
-static void countMarked(const std::uint16_t* values, std::size_t count, std::uint32_t* banks) {
-  for (std::size_t i = 0; i < count; ++i)
-    ++banks[i % markedBanks * markedBankStride + values[i]];
-}
-
-static void findExtremes(const std::uint16_t* pixels, std::size_t count, std::uint16_t* minimum,
-                         std::uint16_t* maximum) {
+static void findExtremes(const std::uint16_t* pixels, std::size_t count, Extremes* extremes) {
   std::uint16_t smallest = pixels[0];
   std::uint16_t largest = pixels[0];
   for (std::size_t i = 1; i < count; ++i) {
     smallest = pixels[i] < smallest ? pixels[i] : smallest;
     largest = pixels[i] > largest ? pixels[i] : largest;
   }
-  *minimum = smallest;
-  *maximum = largest;
+  *extremes = {smallest, largest};
+}
+
+static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint16_t first,
+                       std::uint16_t* places, Extremes* extremes) {
+  for (std::size_t i = 0; i < pairs; ++i) {
+    const auto a = static_cast<std::uint16_t>(pixels[2 * i] - first);
+    const auto b = static_cast<std::uint16_t>(pixels[2 * i + 1] - first);
+    const bool inside = (a | b) >> pairWindowBits == 0;
+    places[i] = static_cast<std::uint16_t>(inside ? a | b << pairWindowBits : 0);
+  }
+  findExtremes(pixels, 2 * pairs, extremes);
 }
 
 static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std::uint16_t value) {
@@ -65,6 +70,14 @@ static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std
   while (i < count && pixels[i] != value)
     ++i;
   return i;
+}
+
+static std::size_t findEach(const std::uint16_t* values, std::size_t count, std::uint16_t value,
+                            std::uint16_t* positions) {
+  std::size_t found = 0;
+  for (std::size_t i = 0; i < count; ++i)
+    if (values[i] == value) positions[found++] = static_cast<std::uint16_t>(i);
+  return found;
 }
 
 /// One corrected pixel: the fixed-point form of round(clamp(p + a, 0, max) * m), cut at 65535. All of it fits
@@ -113,24 +126,52 @@ static UniformTerms termsAt(const PlaneTerms& terms, std::size_t i) {
           terms.multiplicativeHigh[i]};
 }
 
-static void extend(std::uint16_t value, std::uint16_t* minimum, std::uint16_t* maximum) {
-  if (value < *minimum) *minimum = value;
-  if (value > *maximum) *maximum = value;
+static void extend(std::uint16_t value, Extremes* extremes) {
+  if (value < extremes->minimum) extremes->minimum = value;
+  if (value > extremes->maximum) extremes->maximum = value;
+}
+
+static std::uint16_t distanceFrom(std::uint16_t first, int value) {
+  return static_cast<std::uint16_t>(value - first);
+}
+static bool within(int value, const ValueRange& range) {
+  return distanceFrom(range.first, value) <= distanceFrom(range.first, range.last);
+}
+
+static std::uint16_t placeOf(std::uint16_t low, std::uint16_t high, std::uint16_t merged,
+                             const PairPlaces& where) {
+  const int difference = merged - high;
+  if (!within(low, where.low) || !within(high, where.high)) return 0;
+  if (where.withMerged && !within(merged, where.merged)) return 0;
+  if (where.withDifference && !within(difference, where.difference)) return 0;
+  const std::uint32_t place = (std::uint32_t{distanceFrom(where.low.first, low)} << where.lowShift) +
+                              (std::uint32_t{distanceFrom(where.high.first, high)} << where.highShift);
+  return static_cast<std::uint16_t>(
+      where.withDifference ? place + distanceFrom(where.difference.first, difference) : place);
 }
 
 /// Notes a pixel of both gains for the counts.
 static void notePixel(const PackedPair& run, std::size_t i, std::uint16_t low, std::uint16_t high,
                       const MergeRule& rule, const UniformTerms& terms) {
+  PairNotes& notes = *run.notes;
+  const std::uint16_t merged = run.merged[i];
+  if (notes.merged != nullptr) notes.merged[i] = merged;
+  if (notes.places != nullptr) {
+    notes.places[i] = placeOf(low, high, merged, notes.where);
+    return;
+  }
   const bool lowTaken = takesLow(corrected(low, terms.additiveLow, terms.multiplicativeLow, rule),
                                  corrected(high, terms.additiveHigh, terms.multiplicativeHigh, rule), rule);
-  const std::uint16_t merged = run.merged[i];
-  run.countedLow[i] = static_cast<std::uint16_t>(lowTaken ? low | takenMark : low);
-  run.countedHigh[i] = static_cast<std::uint16_t>(lowTaken ? high : high | takenMark);
-  if (run.countedMerged != nullptr) run.countedMerged[i] = merged;
-  if (i == 0) *run.extremes = {low, low, high, high, merged, merged};
-  extend(low, &run.extremes->lowMinimum, &run.extremes->lowMaximum);
-  extend(high, &run.extremes->highMinimum, &run.extremes->highMaximum);
-  extend(merged, &run.extremes->mergedMinimum, &run.extremes->mergedMaximum);
+  notes.low[i] = static_cast<std::uint16_t>(lowTaken ? low | takenMark : low);
+  notes.high[i] = static_cast<std::uint16_t>(lowTaken ? high : high | takenMark);
+  if (i == 0) {
+    notes.lowExtremes = {low, low};
+    notes.highExtremes = {high, high};
+    notes.mergedExtremes = {merged, merged};
+  }
+  extend(low, &notes.lowExtremes);
+  extend(high, &notes.highExtremes);
+  extend(merged, &notes.mergedExtremes);
 }
 
 static PlaneTerms termsFrom(const PlaneTerms& terms, std::size_t i) {
@@ -164,7 +205,7 @@ static void mergePacked(const PackedPair& run, const MergeRule& rule, const Term
     mergeBoth(low, high, run.merged + done, count, rule, termsFrom(terms, done));
     if (run.low != nullptr) __builtin_memcpy(run.low + done, low, count * sizeof *low);
     if (run.high != nullptr) __builtin_memcpy(run.high + done, high, count * sizeof *high);
-    for (std::size_t i = 0; i < count && run.extremes != nullptr; ++i)
+    for (std::size_t i = 0; i < count && run.notes != nullptr; ++i)
       notePixel(run, done + i, low[i], high[i], rule, termsAt(terms, done + i));
   }
 }

@@ -41,11 +41,37 @@ constexpr std::uint32_t packedFractionBits = 3;
 /// Marks, in a value to be counted, that the merge took this plane's pixel: packed pixels have 12 bits.
 constexpr std::uint16_t takenMark = 4096;
 
-/// Smallest and largest values of a run.
-struct PairExtremes {
-  std::uint16_t lowMinimum, lowMaximum;
-  std::uint16_t highMinimum, highMaximum;
-  std::uint16_t mergedMinimum, mergedMaximum;
+/// Smallest and largest value of a run.
+struct Extremes {
+  std::uint16_t minimum, maximum;
+};
+
+/// Values from the first to the last, which may be the smaller one: then they go on at 0 after 65535.
+struct ValueRange {
+  std::uint16_t first, last;
+};
+
+/// Pixels of both gains whose values are within ranges are counted together, one count for both, at the place
+/// ((low - its first) << lowShift) + ((high - its first) << highShift), and plus the difference minus its
+/// first where that matters. Other pairs have the place 0.
+struct PairPlaces {
+  ValueRange low, high;
+  ValueRange merged;      ///< looked at only where it matters
+  ValueRange difference;  ///< of merged - high; the same
+  std::uint32_t lowShift, highShift;
+  bool withMerged, withDifference;
+};
+
+/// What is noted of a run, to count its pixels while they are in the cache: either the places of its pairs,
+/// or the low-gain and high-gain pixels, with takenMark on the one that the merge took, and the extremes (of
+/// a run without pixels, none).
+struct PairNotes {
+  std::uint16_t* low;     ///< null where places are wanted
+  std::uint16_t* high;    ///< the same
+  std::uint16_t* places;  ///< null where the pixels themselves are wanted
+  std::uint16_t* merged;  ///< null where they are not wanted once more
+  PairPlaces where;       ///< the places
+  Extremes lowExtremes, highExtremes, mergedExtremes;
 };
 
 /// A run of packed 12-bit pixels of both gains, and where its pixels go. Low and high may be read from the
@@ -57,26 +83,21 @@ struct PackedPair {
   std::uint16_t* low;   ///< null where the plane is not wanted
   std::uint16_t* high;  ///< the same
   std::uint16_t* merged;
-  /// Only where the pixels are to be counted, else null: the low-gain and high-gain pixels, with takenMark on
-  /// the one that the merge took, once more in memory that stays in the cache; the merged pixels there, too,
-  /// unless null; their extremes (of a run without pixels, none).
-  std::uint16_t* countedLow;
-  std::uint16_t* countedHigh;
-  std::uint16_t* countedMerged;
-  PairExtremes* extremes;
+  PairNotes* notes;  ///< null where nothing is counted
 };
 
-/// Counts of the values 0 to 65535, spread over banks: neighbouring pixels are often equal, and a count that
-/// was just written cannot be added to again at once. The sum of the banks' entries is the count. More than
-/// two banks would make the objects that hold them too large for a caller's stack. The stride keeps equal
+/// Values are counted in four banks in turn, as neighbours are often equal, and a count that was just written
+/// cannot be added to again at once; the sum of the banks' entries is the count. The strides keep equal
 /// values of two banks from colliding in the cache.
-constexpr std::size_t countBanks = 2;
-constexpr std::size_t countBankStride = 65536 + 272;
-constexpr std::size_t countEntries = countBanks * countBankStride;
-/// The same of packed pixels, marked or not: fewer values, for which more banks take less room.
-constexpr std::size_t markedBanks = 4;
+constexpr std::size_t countBanks = 4;
+/// The stride of banks of packed pixels, marked or not.
 constexpr std::size_t markedBankStride = 2 * takenMark + 272;
-constexpr std::size_t markedEntries = markedBanks * markedBankStride;
+constexpr std::size_t markedEntries = countBanks * markedBankStride;
+
+/// Neighbouring pixels of a plane within a window of so many bits are counted together.
+constexpr std::uint32_t pairWindowBits = 6;
+constexpr std::size_t pairBankStride = (std::size_t{1} << 2 * pairWindowBits) + 272;
+constexpr std::size_t pairEntries = countBanks * pairBankStride;
 
 /// Outputs of this size and more leave the caches anyway: kernels named "Streaming" then write around them,
 /// which saves reading the output's old contents. Below it they only delay who reads the output next.
@@ -97,15 +118,22 @@ struct KernelTable {
   /// plane = max(plane - bias, 0), in place.
   void (*subtractBias)(std::uint16_t* plane, const std::uint16_t* bias, std::size_t count);
 
-  /// Adds every pixel to its count in one of the banks. Only entries of values that occur are touched.
-  void (*countPixels)(const std::uint16_t* pixels, std::size_t count, std::uint32_t* banks);
-  /// The same of values below 2 x takenMark that are in the cache, in markedBanks.
-  void (*countMarked)(const std::uint16_t* values, std::size_t count, std::uint32_t* banks);
+  /// Adds every value to its count: value i to bank i % countBanks, which are stride entries apart (0 = one
+  /// bank). Only entries of values that occur are touched. Counting leaves memory idle: meanwhile it may be
+  /// asked for the bytes that are needed next, an address for the processor alone, of which nothing is read.
+  void (*countValues)(const std::uint16_t* values, std::size_t count, std::uint32_t* counts,
+                      std::size_t stride, const void* next, std::size_t nextBytes);
+  /// The places of pairs of neighbours, a + 2^pairWindowBits * b where a and b are the distances of the
+  /// pixels from the window's first value; 0 where either is outside. Then the extremes of at least one pair.
+  void (*placePairs)(const std::uint16_t* pixels, std::size_t pairs, std::uint16_t first,
+                     std::uint16_t* places, Extremes* extremes);
   /// Smallest and largest value of a run of at least one pixel.
-  void (*findExtremes)(const std::uint16_t* pixels, std::size_t count, std::uint16_t* minimum,
-                       std::uint16_t* maximum);
+  void (*findExtremes)(const std::uint16_t* pixels, std::size_t count, Extremes* extremes);
   /// First position of a value; count when it is not there.
   std::size_t (*findFirst)(const std::uint16_t* pixels, std::size_t count, std::uint16_t value);
+  /// All positions of a value in a run of at most 65536, in order; how many.
+  std::size_t (*findEach)(const std::uint16_t* values, std::size_t count, std::uint16_t value,
+                          std::uint16_t* positions);
 
   /// s = clamp((p << f) + a, 0, 32767); c = min((s * m + half) >> (f + g), 65535) for both planes, then the
   /// thresholds choose. Output may be one of the inputs.

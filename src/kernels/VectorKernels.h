@@ -211,33 +211,77 @@ namespace {
 
 /// Smallest and largest pixels of each lane.
 struct WideExtremes {
-  Register lowMinimum, lowMaximum, highMinimum, highMaximum, mergedMinimum, mergedMaximum;
+  Register minimum, maximum;
+};
+
+/// The places of pairs, for all lanes.
+struct WideRange {
+  Register first, distance;  // to the last
+};
+struct WidePlaces {
+  WideRange low, high, merged, difference;
+  Bits lowShift, highShift;
+  bool withMerged, withDifference;
+};
+
+/// What a run of registers notes.
+struct WideNotes {
+  WideExtremes low, high, merged;
+  WidePlaces where;
 };
 
 }  // namespace
 
 static WideExtremes noExtremes() {
-  const Register smallest = spread16(0);
-  const Register largest = spread16(65535);
-  return {largest, smallest, largest, smallest, largest, smallest};
+  return {spread16(65535), spread16(0)};
 }
 
-static std::uint16_t smallestLane(Register pixels) {
-  std::uint16_t values[lanes], minimum, maximum;
-  store(values, pixels);
-  loops::findExtremes(values, lanes, &minimum, &maximum);
-  return minimum;
-}
-static std::uint16_t largestLane(Register pixels) {
-  std::uint16_t values[lanes], minimum, maximum;
-  store(values, pixels);
-  loops::findExtremes(values, lanes, &minimum, &maximum);
-  return maximum;
+static void extend(Register pixels, WideExtremes* extremes) {
+  *extremes = {minimum16(extremes->minimum, pixels), maximum16(extremes->maximum, pixels)};
 }
 
-static PairExtremes narrowed(const WideExtremes& wide) {
-  return {smallestLane(wide.lowMinimum), largestLane(wide.lowMaximum),     smallestLane(wide.highMinimum),
-          largestLane(wide.highMaximum), smallestLane(wide.mergedMinimum), largestLane(wide.mergedMaximum)};
+/// By itself, so that its use of memory does not keep the callers' registers there.
+[[gnu::noinline]] static Extremes narrowed(Register minimum, Register maximum) {
+  std::uint16_t smallest[lanes], largest[lanes];
+  store(smallest, minimum);
+  store(largest, maximum);
+  Extremes ofSmallest, ofLargest;
+  loops::findExtremes(smallest, lanes, &ofSmallest);
+  loops::findExtremes(largest, lanes, &ofLargest);
+  return {ofSmallest.minimum, ofLargest.maximum};
+}
+
+static WideRange widened(const ValueRange& range) {
+  return {spread16(range.first), spread16(static_cast<std::uint16_t>(range.last - range.first))};
+}
+static WidePlaces widened(const PairPlaces& where) {
+  return {widened(where.low),      widened(where.high),      widened(where.merged), widened(where.difference),
+          shiftBy(where.lowShift), shiftBy(where.highShift), where.withMerged,      where.withDifference};
+}
+
+static WideNotes noNotes(const PairNotes& notes) {
+  return {noExtremes(), noExtremes(), noExtremes(), widened(notes.where)};
+}
+
+static Register placesOf(Register low, Register high, Register merged, const WidePlaces& where) {
+  const Register l = subtract16(low, where.low.first);
+  const Register h = subtract16(high, where.high.first);
+  Register place = shiftLeft16(l, where.lowShift);
+  // Bits only in lanes that are beyond a range.
+  Register beyond =
+      eitherBits(subtractToZero16(l, where.low.distance), subtractToZero16(h, where.high.distance));
+  if (where.withMerged) {
+    const Register m = subtract16(merged, where.merged.first);
+    beyond = eitherBits(beyond, subtractToZero16(m, where.merged.distance));
+  }
+  if (where.withDifference) {
+    const Register d = subtract16(subtract16(merged, high), where.difference.first);
+    place = add16(place, add16(shiftLeft16(h, where.highShift), d));
+    beyond = eitherBits(beyond, subtractToZero16(d, where.difference.distance));
+  } else {
+    place = add16(place, shiftLeft16(h, where.highShift));
+  }
+  return keepWhereNone16(place, beyond);
 }
 
 /// Fetches what lies a row pair further on: rows are too short for the processor to foresee where the next
@@ -291,13 +335,10 @@ struct ScaledLow {
   std::uint32_t factor;
 };
 
-/// By any factor, held in units of 2^-g. Of 16 p * factor, the higher and the lower 16 bits are shifted to
-/// their place in the result.
+/// By any factor below 2^15, held in units of 2^-g, by way of 32 bits.
 struct SteepLow {
-  std::uint32_t factor;
-  Bits higherShift;       // 16 - (g + 4)
-  Bits lowerShift;        // g + 4, less the bit that is rounded by
-  std::uint32_t largest;  // of the higher bits that does not exceed the result
+  std::uint32_t factorAndHalf;  // 2^(g - 1) in the upper 16 bits
+  std::uint32_t shift;          // g
 };
 
 }  // namespace
@@ -312,8 +353,9 @@ static ScaledLow scaledLow(const MergeRule& rule, const UniformTerms& terms) {
   return {std::uint32_t{terms.multiplicativeLow} << (scaleBits - rule.multiplicativeFractionBits)};
 }
 static SteepLow steepLow(const MergeRule& rule, const UniformTerms& terms) {
-  const std::uint32_t fraction = rule.multiplicativeFractionBits + 4;
-  return {terms.multiplicativeLow, shiftBy(16 - fraction), shiftBy(fraction - 1), (1U << fraction) - 1};
+  const std::uint32_t half =
+      rule.multiplicativeFractionBits > 0 ? 1U << (rule.multiplicativeFractionBits - 1) : 0;
+  return {terms.multiplicativeLow | half << 16, rule.multiplicativeFractionBits};
 }
 
 static Register packedLow(Register pixels, const ScaledLow& scaled, std::size_t /*i*/,
@@ -329,12 +371,9 @@ static Register packedHigh(Register pixels, const ScaledLow& /*scaled*/, std::si
 
 static Register packedLow(Register pixels, const SteepLow& steep, std::size_t /*i*/,
                           const WideRule& /*rule*/) {
-  const Register factor = spread16(steep.factor);
-  const Register wide = widened12(pixels);
-  const Register higher = multiplyHigh16(wide, factor);
-  const Register rounded = halved16(shiftRight16(multiplyLow16(wide, factor), steep.lowerShift));
-  const Register result = addToLimit16(shiftLeft16(higher, steep.higherShift), rounded);
-  return whereAtMost16(higher, spread16(steep.largest), result, spread16(65535));
+  const Products products = multiplyAndAdd16(pixels, spread32(steep.factorAndHalf));
+  const Register shift = spread32(steep.shift);
+  return packToLimit16(shiftRight32(products.first, shift), shiftRight32(products.second, shift));
 }
 static Register packedHigh(Register pixels, const SteepLow& /*steep*/, std::size_t /*i*/,
                            const WideRule& /*rule*/) {
@@ -366,72 +405,135 @@ static inline void put(Partly how, std::uint16_t* target, Register pixels) {
   __builtin_memcpy(target + how.first, values + how.first, (how.end - how.first) * sizeof *target);
 }
 
-/// One register of pixels of both gains, from pixel i of the run on.
-template <bool counting, typename How, typename Terms>
-static inline void mergeRegister(const PackedPair& run, std::size_t i, How how, const WideRule& rule,
-                                 const Terms& terms, WideExtremes* extremes) {
-  prefetchNextRows(run, i);
+constexpr std::size_t pixelsOfLine = 64 / sizeof(std::uint16_t);
+
+/// What is noted of a run.
+enum Noting { nothing, markedPixels, places };
+
+namespace {
+
+/// A register of each output.
+struct WidePair {
+  Register low, high, merged;
+};
+
+}  // namespace
+
+/// One register of pixels of both gains, from pixel i of the run on, with its notes.
+template <Noting noting, typename Terms>
+static inline WidePair mergedPair(const PackedPair& run, std::size_t i, const WideRule& rule,
+                                  const Terms& terms, const PairNotes& notes, WideNotes* wide) {
+  if (noting == nothing) prefetchNextRows(run, i);  // else counting does
   const Register low = unpacked(run.packedLow + 3 * (i / 2));
   const Register high = unpacked(run.packedHigh + 3 * (i / 2));
   const Register rightLow = packedLow(low, terms, i, rule);
   const Register rightHigh = packedHigh(high, terms, i, rule);
   const Choice highTaken = takesHigh(rightLow, rightHigh, rule);
   const Register merged = chosen(highTaken, rightHigh, rightLow);
-  if (run.low != nullptr) put(how, run.low + i, low);
-  if (run.high != nullptr) put(how, run.high + i, high);
-  put(how, run.merged + i, merged);
-  if (!counting) return;
-  const Register mark = spread16(takenMark);
-  store(run.countedLow + i, chosen(highTaken, low, eitherBits(low, mark)));
-  store(run.countedHigh + i, chosen(highTaken, eitherBits(high, mark), high));
-  if (run.countedMerged != nullptr) store(run.countedMerged + i, merged);
-  *extremes = {minimum16(extremes->lowMinimum, low),       maximum16(extremes->lowMaximum, low),
-               minimum16(extremes->highMinimum, high),     maximum16(extremes->highMaximum, high),
-               minimum16(extremes->mergedMinimum, merged), maximum16(extremes->mergedMaximum, merged)};
+  if (noting != nothing && notes.merged != nullptr) store(notes.merged + i, merged);
+  if (noting == places) store(notes.places + i, placesOf(low, high, merged, wide->where));
+  if (noting == markedPixels) {
+    const Register mark = spread16(takenMark);
+    store(notes.low + i, chosen(highTaken, low, eitherBits(low, mark)));
+    store(notes.high + i, chosen(highTaken, eitherBits(high, mark), high));
+    extend(low, &wide->low);
+    extend(high, &wide->high);
+    extend(merged, &wide->merged);
+  }
+  return {low, high, merged};
 }
 
-template <bool counting, typename Terms>
+template <typename How>
+static inline void putPair(const PackedPair& run, std::size_t i, How how, const WidePair& pair) {
+  if (run.low != nullptr) put(how, run.low + i, pair.low);
+  if (run.high != nullptr) put(how, run.high + i, pair.high);
+  put(how, run.merged + i, pair.merged);
+}
+
+template <typename Terms>
+static inline void prefetchTerms(const Terms& /*terms*/, std::size_t /*i*/) {}
+/// Registers of less than a cache line come back to each line while the other six streams pass: there it pays
+/// to ask early.
+static inline void prefetchTerms(const PlaneTerms& terms, std::size_t i) {
+  if (lanes >= pixelsOfLine) return;
+  // Addresses for the processor alone, perhaps behind the terms.
+  constexpr std::size_t ahead = 2048;
+  const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeLow + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeHigh + i)};
+  for (const std::uintptr_t plane : planes)
+    __builtin_prefetch(reinterpret_cast<const void*>(plane + ahead));
+}
+
+/// A cache line of each output at once: one that waits half streamed costs time.
+template <Noting noting, typename Terms>
+static inline void streamLine(const PackedPair& run, std::size_t i, const WideRule& rule, const Terms& terms,
+                              const PairNotes& notes, WideNotes* wide) {
+  constexpr std::size_t registers = pixelsOfLine / lanes;
+  prefetchTerms(terms, i);
+  WidePair pairs[registers];
+  for (std::size_t r = 0; r < registers; ++r)
+    pairs[r] = mergedPair<noting>(run, i + r * lanes, rule, terms, notes, wide);
+  for (std::size_t r = 0; r < registers && run.low != nullptr; ++r)
+    stream(run.low + i + r * lanes, pairs[r].low);
+  for (std::size_t r = 0; r < registers && run.high != nullptr; ++r)
+    stream(run.high + i + r * lanes, pairs[r].high);
+  for (std::size_t r = 0; r < registers; ++r)
+    stream(run.merged + i + r * lanes, pairs[r].merged);
+}
+
+static void finishNotes(const WideNotes& wide, PairNotes* notes) {
+  notes->lowExtremes = narrowed(wide.low.minimum, wide.low.maximum);
+  notes->highExtremes = narrowed(wide.high.minimum, wide.high.maximum);
+  notes->mergedExtremes = narrowed(wide.merged.minimum, wide.merged.maximum);
+}
+
+template <Noting noting, typename Terms>
 static void mergeCached(const PackedPair& given, const MergeRule& rule, const Terms& givenTerms) {
   const PackedPair run = given;  // copies that the output cannot overlap
   const Terms terms = givenTerms;
   const WideRule wide = widened(rule);
   const std::size_t pixels = 2 * run.pairs;
-  WideExtremes extremes = noExtremes();
+  const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
+  WideNotes wideNotes = noNotes(notes);
+  const auto merge = [&](std::size_t i) {
+    putPair(run, i, Cached(), mergedPair<noting>(run, i, wide, terms, notes, &wideNotes));
+  };
   std::size_t i = 0;
   for (; i + lanes <= pixels; i += lanes)
-    mergeRegister<counting>(run, i, Cached(), wide, terms, &extremes);
-  // What does not fill a register is done once more with its neighbours.
-  if (i < pixels) mergeRegister<counting>(run, pixels - lanes, Cached(), wide, terms, &extremes);
-  if (counting) *run.extremes = narrowed(extremes);
+    merge(i);
+  if (i < pixels) merge(pixels - lanes);  // some of them once more
+  if (noting == markedPixels) finishNotes(wideNotes, run.notes);
 }
 
-constexpr std::size_t pixelsOfLine = 64 / sizeof(std::uint16_t);
-
-/// Streams whole cache lines: one that is half streamed costs more than streaming saves. Lines that the run
-/// shares with its neighbours in the planes, at both ends, are written through the cache.
-template <bool counting, typename Terms>
+/// Streams whole cache lines. Those that the run shares with its neighbours in the planes, at both ends, are
+/// written through the cache.
+template <Noting noting, typename Terms>
 static void mergeStreamed(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
                           const Terms& givenTerms) {
   const PackedPair run = given;
   const Terms terms = givenTerms;
   const WideRule wide = widened(rule);
   const std::size_t pixels = 2 * run.pairs;
-  WideExtremes extremes = noExtremes();
+  const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
+  WideNotes wideNotes = noNotes(notes);
+  const auto merge = [&](std::size_t i, std::size_t firstLane, std::size_t endLane) {
+    putPair(run, i, Partly{firstLane, endLane}, mergedPair<noting>(run, i, wide, terms, notes, &wideNotes));
+  };
   // The shared line behind is asked for now, so that nothing waits for it then.
   if (run.low != nullptr) __builtin_prefetch(run.low + pixels - 1, 1);
   if (run.high != nullptr) __builtin_prefetch(run.high + pixels - 1, 1);
   __builtin_prefetch(run.merged + pixels - 1, 1);
   std::size_t i = 0;
   for (; i < ahead; i += lanes)
-    mergeRegister<counting>(run, i, Partly{0, ahead - i < lanes ? ahead - i : lanes}, wide, terms, &extremes);
+    merge(i, 0, ahead - i < lanes ? ahead - i : lanes);
   for (i = ahead; i + pixelsOfLine <= pixels; i += pixelsOfLine)
-    for (std::size_t of = 0; of < pixelsOfLine; of += lanes)
-      mergeRegister<counting>(run, i + of, Streamed(), wide, terms, &extremes);
+    streamLine<noting>(run, i, wide, terms, notes, &wideNotes);
   for (; i + lanes <= pixels; i += lanes)
-    mergeRegister<counting>(run, i, Cached(), wide, terms, &extremes);
-  if (i < pixels)
-    mergeRegister<counting>(run, pixels - lanes, Partly{lanes - (pixels - i), lanes}, wide, terms, &extremes);
-  if (counting) *run.extremes = narrowed(extremes);
+    merge(i, 0, lanes);
+  if (i < pixels) merge(pixels - lanes, lanes - (pixels - i), lanes);
+  if (noting == markedPixels) finishNotes(wideNotes, run.notes);
 }
 
 /// Pixels ahead of the first cache line that all outputs begin together, an even number; more than the run
@@ -446,20 +548,23 @@ static std::size_t pixelsToCommonLine(const PackedPair& run) {
   return together && pixels % 2 == 0 ? pixels : 2 * run.pairs + 1;
 }
 
+template <Stores stores, Noting noting, typename Terms>
+static void mergeNoting(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
+  const std::size_t ahead = pixelsToCommonLine(run);
+  if (stores == streaming && ahead + 2 * pixelsOfLine <= 2 * run.pairs)
+    mergeStreamed<noting>(run, ahead, rule, terms);
+  else
+    mergeCached<noting>(run, rule, terms);
+}
+
 template <Stores stores, typename Terms>
 static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
-  const bool counting = run.extremes != nullptr;
-  const std::size_t ahead = pixelsToCommonLine(run);
-  if (stores == streaming && ahead + 2 * pixelsOfLine <= 2 * run.pairs) {
-    if (counting)
-      mergeStreamed<true>(run, ahead, rule, terms);
-    else
-      mergeStreamed<false>(run, ahead, rule, terms);
-  } else if (counting) {
-    mergeCached<true>(run, rule, terms);
-  } else {
-    mergeCached<false>(run, rule, terms);
-  }
+  if (run.notes == nullptr)
+    mergeNoting<stores, nothing>(run, rule, terms);
+  else if (run.notes->places == nullptr)
+    mergeNoting<stores, markedPixels>(run, rule, terms);
+  else
+    mergeNoting<stores, places>(run, rule, terms);
 }
 
 template <Stores stores>
@@ -470,8 +575,10 @@ static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, con
     mergePackedBy<stores>(run, rule, terms);
   else if (scaledLow(rule, terms).factor <= 65535)
     mergePackedBy<stores>(run, rule, scaledLow(rule, terms));
-  else
+  else if (terms.multiplicativeLow <= 32767)
     mergePackedBy<stores>(run, rule, steepLow(rule, terms));
+  else
+    mergePackedBy<stores>(run, rule, terms);
 }
 
 template <Stores stores>
@@ -484,6 +591,22 @@ static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, cons
 
 // ---- Statistics
 
+/// Two of each, because the next register of one waits for the one before.
+static void findExtremes(const std::uint16_t* pixels, std::size_t count, Extremes* extremes) {
+  if (count < 2 * lanes) {
+    loops::findExtremes(pixels, count, extremes);
+    return;
+  }
+  WideExtremes some = noExtremes();
+  WideExtremes others = noExtremes();
+  for (std::size_t i = 0; i < count; i += 2 * lanes) {
+    const std::size_t at = i + 2 * lanes <= count ? i : count - 2 * lanes;  // some of them once more
+    extend(load(pixels + at), &some);
+    extend(load(pixels + at + lanes), &others);
+  }
+  *extremes = narrowed(minimum16(some.minimum, others.minimum), maximum16(some.maximum, others.maximum));
+}
+
 static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std::uint16_t value) {
   const Register wanted = spread16(value);
   std::size_t i = 0;
@@ -493,8 +616,36 @@ static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std
   return i + loops::findFirst(pixels + i, count - i, value);
 }
 
-/// So far ahead that the next row of a frame is on its way while this one is counted.
-constexpr std::size_t prefetchBytes = 8192;
+static std::size_t findEach(const std::uint16_t* values, std::size_t count, std::uint16_t value,
+                            std::uint16_t* positions) {
+  constexpr unsigned firstBits = ~0U / ((1U << bitsOfLane) - 1);  // one for each lane
+  constexpr std::size_t blockRegisters = 64;
+  const Register wanted = spread16(value);
+  std::size_t found = 0;
+  std::size_t i = 0;
+  // First the registers that have any: which ones cannot be foreseen, and nothing waits for it so.
+  while (i + lanes <= count) {
+    const std::size_t registers = (count - i) / lanes < blockRegisters ? (count - i) / lanes : blockRegisters;
+    std::uint8_t some[blockRegisters];
+    std::size_t having = 0;
+    for (std::size_t r = 0; r < registers; ++r) {
+      some[having] = static_cast<std::uint8_t>(r);
+      having += lanesEqual16(load(values + i + r * lanes), wanted) != 0 ? 1U : 0U;
+    }
+    for (std::size_t k = 0; k < having; ++k) {
+      const std::size_t first = i + some[k] * lanes;
+      for (unsigned equal = lanesEqual16(load(values + first), wanted) & firstBits; equal != 0;
+           equal &= equal - 1)
+        positions[found++] =
+            static_cast<std::uint16_t>(first + static_cast<unsigned>(__builtin_ctz(equal)) / bitsOfLane);
+    }
+    i += registers * lanes;
+  }
+  const std::size_t behind = loops::findEach(values + i, count - i, value, positions + found);
+  for (const std::size_t end = found + behind; found < end; ++found)
+    positions[found] = static_cast<std::uint16_t>(positions[found] + i);
+  return found;
+}
 
 static std::uint64_t load4(const std::uint16_t* pixels) {
   std::uint64_t four;
@@ -502,40 +653,55 @@ static std::uint64_t load4(const std::uint16_t* pixels) {
   return four;
 }
 
-static void count4(std::uint64_t four, std::uint32_t* banks) {
-  static_assert(countBanks == 2);
-  ++banks[0 * countBankStride + (four & 0xFFFF)];
-  ++banks[1 * countBankStride + (four >> 16 & 0xFFFF)];
-  ++banks[0 * countBankStride + (four >> 32 & 0xFFFF)];
-  ++banks[1 * countBankStride + (four >> 48)];
+/// A histogram has no vector form: one addition a value is the floor.
+static void countValues(const std::uint16_t* values, std::size_t count, std::uint32_t* counts,
+                        std::size_t stride, const void* next, std::size_t nextBytes) {
+  static_assert(countBanks == 4);
+  constexpr std::size_t valuesOfTurn = 16, bytesOfTurn = 64;
+  const auto ahead = reinterpret_cast<std::uintptr_t>(next);
+  std::uint32_t* const second = counts + stride;
+  std::uint32_t* const third = second + stride;
+  std::uint32_t* const fourth = third + stride;
+  std::size_t i = 0;
+  for (std::size_t asked = 0; i + valuesOfTurn <= count; i += valuesOfTurn, asked += bytesOfTurn) {
+    if (asked < nextBytes) __builtin_prefetch(reinterpret_cast<const void*>(ahead + asked));
+    for (std::size_t of = 0; of < valuesOfTurn; of += 4) {
+      const std::uint64_t four = load4(values + i + of);
+      ++counts[four & 0xFFFF];
+      ++second[four >> 16 & 0xFFFF];
+      ++third[four >> 32 & 0xFFFF];
+      ++fourth[four >> 48];
+    }
+  }
+  loops::countValues(values + i, count - i, counts, stride, nullptr, 0);
 }
 
-/// A histogram has no vector form: one addition a pixel is the floor.
-static void countPixels(const std::uint16_t* pixels, std::size_t count, std::uint32_t* banks) {
-  std::size_t i = 0;
-  for (; i + 8 <= count; i += 8) {
-    // An address for the processor alone, perhaps behind the plane: nothing is read from it.
-    const std::uintptr_t later = reinterpret_cast<std::uintptr_t>(pixels + i) + prefetchBytes;
-    __builtin_prefetch(reinterpret_cast<const void*>(later));
-    const std::uint64_t first = load4(pixels + i);
-    const std::uint64_t second = load4(pixels + i + 4);
-    count4(first, banks);
-    count4(second, banks);
-  }
-  loops::countPixels(pixels + i, count - i, banks);
+static Register pairPlaces(Register pixels, Register first) {
+  const Register distances = subtract16(pixels, first);
+  const Register together = eitherBits(distances, shiftRight32(distances, spread32(16 - pairWindowBits)));
+  constexpr std::uint32_t outside = 0xFFFFU >> pairWindowBits << pairWindowBits;
+  return keepWhereNone32(bothBits(together, spread32((1U << 2 * pairWindowBits) - 1)),
+                         bothBits(distances, spread16(outside)));
 }
 
-static void countMarked(const std::uint16_t* values, std::size_t count, std::uint32_t* banks) {
-  static_assert(markedBanks == 4);
-  std::size_t i = 0;
-  for (; i + 4 <= count; i += 4) {
-    const std::uint64_t four = load4(values + i);
-    ++banks[0 * markedBankStride + (four & 0xFFFF)];
-    ++banks[1 * markedBankStride + (four >> 16 & 0xFFFF)];
-    ++banks[2 * markedBankStride + (four >> 32 & 0xFFFF)];
-    ++banks[3 * markedBankStride + (four >> 48)];
+static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint16_t first,
+                       std::uint16_t* places, Extremes* extremes) {
+  if (pairs < lanes) {
+    loops::placePairs(pixels, pairs, first, places, extremes);
+    return;
   }
-  loops::countMarked(values + i, count - i, banks);
+  const Register wideFirst = spread16(first);
+  Register smallest = spread16(65535);
+  Register largest = spread16(0);
+  for (std::size_t pair = 0; pair < pairs; pair += lanes) {
+    const std::size_t at = pair + lanes <= pairs ? pair : pairs - lanes;  // some of them once more
+    const Register some = load(pixels + 2 * at);
+    const Register others = load(pixels + 2 * at + lanes);
+    store(places + at, narrowed32(pairPlaces(some, wideFirst), pairPlaces(others, wideFirst)));
+    smallest = minimum16(smallest, minimum16(some, others));
+    largest = maximum16(largest, maximum16(some, others));
+  }
+  *extremes = narrowed(smallest, largest);
 }
 
 // ---- Merge by a line
@@ -574,10 +740,11 @@ static constexpr KernelTable vectorTable = {tableName,
                                             loops::swapBytes,
                                             loops::swapBytesMirrored,
                                             loops::subtractBias,
-                                            countPixels,
-                                            countMarked,
-                                            loops::findExtremes,
+                                            countValues,
+                                            placePairs,
+                                            findExtremes,
                                             findFirst,
+                                            findEach,
                                             mergeUniform<cached>,
                                             mergePlanes<cached>,
                                             loops::mergeMapped,

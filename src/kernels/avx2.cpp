@@ -46,20 +46,20 @@ static Register widened12(Register pixels) {
 static Register eitherBits(Register a, Register b) {
   return _mm256_or_si256(a, b);
 }
+static Register bothBits(Register a, Register b) {
+  return _mm256_and_si256(a, b);
+}
 static Register shiftLeft16(Register values, Bits bits) {
   return _mm256_sll_epi16(values, bits);
 }
-static Register shiftRight16(Register values, Bits bits) {
-  return _mm256_srl_epi16(values, bits);
-}
-static Register halved16(Register values) {
-  return _mm256_avg_epu16(values, _mm256_setzero_si256());  // rounded up
-}
-static Register addToLimit16(Register a, Register b) {
-  return _mm256_adds_epu16(a, b);
-}
 static Register add16(Register a, Register b) {
   return _mm256_add_epi16(a, b);
+}
+static Register subtract16(Register a, Register b) {
+  return _mm256_sub_epi16(a, b);
+}
+static Register subtractToZero16(Register a, Register b) {
+  return _mm256_subs_epu16(a, b);
 }
 static Register addSigned16(Register a, Register b) {
   return _mm256_adds_epi16(a, b);
@@ -111,6 +111,13 @@ static Products multiply16(Register a, Register b) {
   return {_mm256_unpacklo_epi16(low, high), _mm256_unpackhi_epi16(low, high)};
 }
 
+/// a times the lower 16 bits of a lane of 32, plus the upper ones, all signed and a positive.
+static Products multiplyAndAdd16(Register a, Register factorAndAddend) {
+  const Register one = spread16(1);
+  return {_mm256_madd_epi16(_mm256_unpacklo_epi16(a, one), factorAndAddend),
+          _mm256_madd_epi16(_mm256_unpackhi_epi16(a, one), factorAndAddend)};
+}
+
 // ---- Where the instruction sets differ
 
 /// A register of pixels, from 24 bytes. Each half turns 12 of them into 8 words: b0 b1 for the first pixel of
@@ -121,7 +128,8 @@ static Register unpacked(const std::uint8_t* packed) {
   const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packed));
   const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packed + 8));
   const __m256i both = _mm256_shuffle_epi8(_mm256_set_m128i(second, first), words);
-  return _mm256_blend_epi16(_mm256_srli_epi16(both, 4), _mm256_and_si256(both, spread16(0x0FFF)), 0xAA);
+  // The first pixel of a pair is the upper 12 bits; the second, the lower ones, is brought there.
+  return _mm256_srli_epi16(_mm256_mullo_epi16(both, spread32(1 | 16 << 16)), 4);
 }
 
 /// s = clamp(p * 2^f + a, 0, 32767), where a pixel above the largest that can be shifted gives 32767 with
@@ -137,6 +145,19 @@ static Register sums(Register pixels, Register additive, Register factor, Regist
 
 static Register whereAtMost16(Register values, Register limit, Register ifAtMost, Register otherwise) {
   return _mm256_blendv_epi8(otherwise, ifAtMost, _mm256_cmpeq_epi16(_mm256_min_epu16(values, limit), values));
+}
+
+/// The values where what is tested has no bits, else 0.
+static Register keepWhereNone16(Register values, Register tested) {
+  return _mm256_and_si256(values, _mm256_cmpeq_epi16(tested, _mm256_setzero_si256()));
+}
+/// The same of 32 bits.
+static Register keepWhereNone32(Register values, Register tested) {
+  return _mm256_and_si256(values, _mm256_cmpeq_epi32(tested, _mm256_setzero_si256()));
+}
+/// The values of 32 bits, all below 65536, of one register and then of the other, in order.
+static Register narrowed32(Register first, Register second) {
+  return _mm256_permute4x64_epi64(_mm256_packus_epi32(first, second), 0xD8);
 }
 
 /// Which lanes take the high-gain pixel.

@@ -47,20 +47,20 @@ static Register widened12(Register pixels) {
 static Register eitherBits(Register a, Register b) {
   return _mm512_or_si512(a, b);
 }
+static Register bothBits(Register a, Register b) {
+  return _mm512_and_si512(a, b);
+}
 static Register shiftLeft16(Register values, Bits bits) {
   return _mm512_sll_epi16(values, bits);
 }
-static Register shiftRight16(Register values, Bits bits) {
-  return _mm512_srl_epi16(values, bits);
-}
-static Register halved16(Register values) {
-  return _mm512_avg_epu16(values, _mm512_setzero_si512());  // rounded up
-}
-static Register addToLimit16(Register a, Register b) {
-  return _mm512_adds_epu16(a, b);
-}
 static Register add16(Register a, Register b) {
   return _mm512_add_epi16(a, b);
+}
+static Register subtract16(Register a, Register b) {
+  return _mm512_sub_epi16(a, b);
+}
+static Register subtractToZero16(Register a, Register b) {
+  return _mm512_subs_epu16(a, b);
 }
 static Register addSigned16(Register a, Register b) {
   return _mm512_adds_epi16(a, b);
@@ -112,6 +112,13 @@ static Products multiply16(Register a, Register b) {
   return {_mm512_unpacklo_epi16(low, high), _mm512_unpackhi_epi16(low, high)};
 }
 
+/// a times the lower 16 bits of a lane of 32, plus the upper ones, all signed and a positive.
+static Products multiplyAndAdd16(Register a, Register factorAndAddend) {
+  const Register one = spread16(1);
+  return {_mm512_madd_epi16(_mm512_unpacklo_epi16(a, one), factorAndAddend),
+          _mm512_madd_epi16(_mm512_unpackhi_epi16(a, one), factorAndAddend)};
+}
+
 // ---- Where the instruction sets differ
 
 /// A register of pixels, from 48 bytes. Each quarter turns 12 of them into 8 words: b0 b1 for the first pixel
@@ -137,6 +144,20 @@ static Register sums(Register pixels, Register additive, Register factor, Regist
 
 static Register whereAtMost16(Register values, Register limit, Register ifAtMost, Register otherwise) {
   return _mm512_mask_blend_epi16(_mm512_cmple_epu16_mask(values, limit), otherwise, ifAtMost);
+}
+
+/// The values where what is tested has no bits, else 0.
+static Register keepWhereNone16(Register values, Register tested) {
+  return _mm512_maskz_mov_epi16(_mm512_testn_epi16_mask(tested, tested), values);
+}
+/// The same of 32 bits.
+static Register keepWhereNone32(Register values, Register tested) {
+  return _mm512_maskz_mov_epi32(_mm512_testn_epi32_mask(tested, tested), values);
+}
+/// The values of 32 bits, all below 65536, of one register and then of the other, in order.
+static Register narrowed32(Register first, Register second) {
+  return _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvtepi32_epi16(first)),
+                            _mm512_cvtepi32_epi16(second), 1);
 }
 
 /// Which lanes take the high-gain pixel.

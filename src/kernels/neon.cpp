@@ -44,20 +44,20 @@ static Register widened12(Register pixels) {
 static Register eitherBits(Register a, Register b) {
   return vorrq_u16(a, b);
 }
+static Register bothBits(Register a, Register b) {
+  return vandq_u16(a, b);
+}
 static Register shiftLeft16(Register values, Bits bits) {
   return vshlq_u16(values, bits);
 }
-static Register shiftRight16(Register values, Bits bits) {
-  return vshlq_u16(values, vnegq_s16(bits));
-}
-static Register halved16(Register values) {
-  return vrshrq_n_u16(values, 1);  // rounded up
-}
-static Register addToLimit16(Register a, Register b) {
-  return vqaddq_u16(a, b);
-}
 static Register add16(Register a, Register b) {
   return vaddq_u16(a, b);
+}
+static Register subtract16(Register a, Register b) {
+  return vsubq_u16(a, b);
+}
+static Register subtractToZero16(Register a, Register b) {
+  return vqsubq_u16(a, b);
 }
 static Register addSigned16(Register a, Register b) {
   return vreinterpretq_u16_s16(vqaddq_s16(vreinterpretq_s16_u16(a), vreinterpretq_s16_u16(b)));
@@ -112,6 +112,14 @@ static Products multiply16(Register a, Register b) {
           vreinterpretq_u16_u32(vmull_high_u16(a, b))};
 }
 
+/// a times the lower 16 bits of a lane of 32, plus the upper ones, all signed and a positive.
+static Products multiplyAndAdd16(Register a, Register factorAndAddend) {
+  const Register factors = vuzp1q_u16(factorAndAddend, factorAndAddend);
+  const uint32x4_t addend = vshrq_n_u32(vreinterpretq_u32_u16(factorAndAddend), 16);
+  return {vreinterpretq_u16_u32(vmlal_u16(addend, vget_low_u16(a), vget_low_u16(factors))),
+          vreinterpretq_u16_u32(vmlal_high_u16(addend, a, factors))};
+}
+
 // ---- Where the instruction sets differ
 
 /// A register of pixels, from 12 bytes, as 8 words: b0 b1 for the first pixel of a pair, b1 b2 for the
@@ -134,6 +142,19 @@ static Register sums(Register pixels, Register additive, Register factor, Regist
 
 static Register whereAtMost16(Register values, Register limit, Register ifAtMost, Register otherwise) {
   return vbslq_u16(vcleq_u16(values, limit), ifAtMost, otherwise);
+}
+
+/// The values where what is tested has no bits, else 0.
+static Register keepWhereNone16(Register values, Register tested) {
+  return vandq_u16(values, vceqzq_u16(tested));
+}
+/// The same of 32 bits.
+static Register keepWhereNone32(Register values, Register tested) {
+  return vandq_u16(values, vreinterpretq_u16_u32(vceqzq_u32(vreinterpretq_u32_u16(tested))));
+}
+/// The values of 32 bits, all below 65536, of one register and then of the other, in order.
+static Register narrowed32(Register first, Register second) {
+  return vuzp1q_u16(first, second);
 }
 
 /// Which lanes take the high-gain pixel.

@@ -37,6 +37,15 @@ struct RawFrame {
       const std::uint32_t bits = random();
       return static_cast<std::uint16_t>(bits % 5 == 0 ? largest : bits >> 8 & largest);
     });
+    encode(version);
+  }
+  /// A frame of these planes.
+  RawFrame(const sim::HeaderFields& header, std::vector<sim::Plane> given)
+      : fields(header), layout(sim::layoutOf(header)), planes(std::move(given)) {
+    encode(3);
+  }
+
+  void encode(unsigned int version) {
     bytes = sim::encodeFrame(fields, version, planes);
     Bytes copy = bytes;  // the parser clears sign bits in what it reads
     if (metaData.Parse(copy.data(), static_cast<unsigned int>(copy.size())) < 0)

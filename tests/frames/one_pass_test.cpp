@@ -249,6 +249,106 @@ TEST_P(MergeInOnePass, MergesLargeFramesPastTheCachesAllTheSame) {
   }
 }
 
+// ---- Frames large enough that pixels of both gains are counted together, where most of them are close to a
+// sky
+
+enum Scene {
+  Sky,
+  Dark,
+  RisingSky,
+  WideSky,
+  SkyAndNoise,
+  SkyAndSaturation,
+  SkyWithLateExtremes,  ///< of a plane, a little beyond what came before
+  LateMergedMinimum,    ///< of pixels that came before, but not together
+  LateMergedMaximum,    ///< the same
+  Noise,
+  scenes
+};
+
+/// The low-gain and the high-gain pixel of a place, from random bits of its own.
+std::pair<unsigned int, unsigned int> exposed(Scene scene, const sim::PixelPlace& place, unsigned int height,
+                                              std::uint32_t bits) {
+  const unsigned int noise = bits % 8 + (bits >> 3) % 8;
+  const auto shot = [&](unsigned int level) {
+    return std::pair(level / 20 + 20 + noise / 5, level + 8 * noise);
+  };
+  const bool lowerHalf = place.y > height / 2;
+  switch (scene) {
+    case Dark:
+      return {noise / 4, noise / 4};
+    case RisingSky:
+      return shot(200 + 3000 * place.y / height);
+    case SkyAndNoise:
+      return lowerHalf ? std::pair(bits >> 8 & 4095, bits >> 20) : shot(500);
+    case SkyAndSaturation:
+      return lowerHalf && place.x % 300 > 100 ? std::pair(4095u, 4095u) : shot(500);
+    case WideSky:
+      return {20 + bits % 16, 500 + (bits >> 8) % 512};
+    case SkyWithLateExtremes: {
+      const std::pair<unsigned int, unsigned int> late[] = {{43, 520}, {46, 480}, {50, 560}, {46, 640}};
+      return place.y > height / 3 && bits % 5000 < 4 ? late[bits % 5000] : shot(500);
+    }
+    case LateMergedMinimum:
+    case LateMergedMaximum: {
+      // Of the smallest high-gain pixel the low-gain one is taken at first.
+      using Pair = std::pair<unsigned int, unsigned int>;
+      const Pair early[] = {{33, 400}, scene == LateMergedMinimum ? Pair{100, 4095} : Pair{20, 400}};
+      const Pair late = scene == LateMergedMinimum ? Pair{21, 400} : Pair{35, 420};
+      if (bits % 300 < 4) return lowerHalf ? late : early[bits % 2];
+      return {20 + (bits >> 12) % 16, 420 + 22 * ((bits >> 12) % 16)};
+    }
+    case Noise:
+      return {bits >> 8 & 4095, bits >> 20};
+    default:
+      return bits % 70 == 0 ? shot(bits >> 20) : shot(500);
+  }
+}
+
+RawFrame frameOf(Scene scene, const char* camera) {
+  sim::HeaderFields fields = hdrHeader(camera);
+  fields.width = 1024;
+  fields.height = 256;
+  return RawFrame(fields, sim::makePlanes(sim::layoutOf(fields), [&](const sim::PixelPlace& place) {
+                    std::minstd_rand random(place.y * 8192 + place.x + 1);
+                    random.discard(3);  // seeds are alike, what follows is not
+                    const auto [low, high] = exposed(scene, place, fields.height,
+                                                     static_cast<std::uint32_t>(random() ^ random() << 16));
+                    return static_cast<std::uint16_t>(std::min(place.plane == 0 ? low : high, 4095u));
+                  }));
+}
+
+TEST_P(MergeInOnePass, CountsScenesOfAllKindsLikeTheGeneralWay) {
+  std::mt19937 random(91);
+  for (unsigned int scene = 0; scene < scenes; ++scene) {
+    RawFrame raw = frameOf(static_cast<Scene>(scene), GetParam().camera);
+    const NaiveStatistics naive[] = {streamStatistics(raw, 0), streamStatistics(raw, 1)};
+    unsigned int width = 0, height = 0;
+    raw.metaData.GetFrameDimensions(width, height);
+    unpacked_images_t wanted{};
+    wanted.bLowImageRequest = wanted.bMergedImageRequest = true;
+    for (const Terms kind : {Identity, SmallRatio, LargeRatio, Uniform, AdditivePlanes, AllPlanes}) {
+      SCOPED_TRACE(::testing::Message() << "scene " << scene << ", terms " << kind);
+      CHWMergeReferenceFrames algorithm;
+      setTerms(algorithm, kind, width, height, random);
+      // Both planes' pixels at least once, for combinations of them.
+      algorithm.SetMergeEnables({0, ORVA_IMAGE_FORMAT_RAW, kind == LargeRatio ? 0 : random() % 3});
+      CHWMergeReferenceFrames other(algorithm);
+      const std::unique_ptr<IFrame> ours(CFrameFactory::Create(raw.metaData));
+      const std::unique_ptr<IFrame> theirs = GetParam().ofOthers();
+      const Outcome inOnePass(*ours, raw, algorithm, wanted, 8, true);
+      const Outcome oneAfterTheOther(*theirs, raw, other, wanted, 8, true);
+      expectSame(inOnePass, oneAfterTheOther);
+      // Worked out pixel by pixel, from the simulator's own planes.
+      for (unsigned int gain = 0; gain < 2; ++gain) {
+        SCOPED_TRACE(::testing::Message() << "plane " << gain);
+        frame_testing::expectSame(inOnePass.stats[gain], naive[gain]);
+      }
+      if (HasFailure()) return;
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Frames, MergeInOnePass, ::testing::ValuesIn(sensors),
                          [](const auto& info) { return std::string(info.param.camera); });
 

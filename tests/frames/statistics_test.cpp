@@ -255,6 +255,95 @@ TEST_F(Statistics, OfLongRunsOfOneValueAreExact) {
   expectSame(resultsOf(statistics), naive);
 }
 
+// ---- Long rows with little noise: neighbours are counted in pairs, in a window that follows the plane
+
+/// A plane whose level, noise and share of bright pixels change from rows to rows.
+struct Level {
+  unsigned int rows;
+  unsigned int around, noise;
+  unsigned int brightOneIn;  ///< 0 = none
+};
+
+unsigned short pixelOf(const Level& level, std::mt19937& random) {
+  const auto bits = static_cast<std::uint32_t>(random());
+  if (level.brightOneIn != 0 && bits % level.brightOneIn == 0) return static_cast<unsigned short>(random());
+  const unsigned int noise = level.noise == 0 ? 0 : (bits >> 8) % level.noise + (bits >> 20) % level.noise;
+  return static_cast<unsigned short>(std::min(level.around + noise, 65535u));
+}
+
+const Level quiet = {80, 1000, 8, 0};
+const std::vector<std::vector<Level>> planesWithLittleNoise = {
+    {quiet},
+    {{100, 500, 6, 60}},                                                        // stars
+    {{90, 65500, 10, 50}},                                                      // next to the largest value
+    {{90, 0, 3, 50}},                                                           // next to the smallest
+    {{70, 100, 10, 0}, {70, 140, 10, 0}, {70, 3000, 10, 0}, {70, 100, 10, 0}},  // steps
+    {{60, 700, 9, 0}, {10, 0, 30000, 0}, {200, 700, 9, 0}},                     // rows of anything in between
+    {{60, 700, 9, 0}, {60, 700, 9, 3}, {120, 700, 9, 20}},  // too many outside, then fewer
+    {{90, 2000, 33, 0}},                                    // a little too wide
+    {{150, 4095, 0, 0}},                                    // one value
+};
+
+TEST_F(Statistics, OfPlanesWithLittleNoiseAreThoseOfPixelByPixelSums) {
+  std::mt19937 random(11);
+  for (std::size_t plane = 0; plane < planesWithLittleNoise.size(); ++plane)
+    for (const unsigned int width : {255u, 256u, 1024u, 1027u, 8192u + 3}) {
+      SCOPED_TRACE(::testing::Message() << "plane " << plane << ", width " << width);
+      NaiveStatistics naive;
+      std::vector<unsigned short> row(width);
+      statistics.Reset();
+      int y = 0;
+      for (const Level& level : planesWithLittleNoise[plane])
+        for (const int end = y + static_cast<int>(level.rows); y < end; ++y) {
+          for (unsigned short& pixel : row)
+            pixel = pixelOf(level, random);
+          statistics.AddRow(row.data(), width, 7, y);
+          for (unsigned int x = 0; x < width; ++x)
+            naive.add(row[x], 7 + static_cast<int>(x), y);
+          if (y % 37 != 36) continue;
+          statistics.AddPixel(row[1], {1, y});  // and one by itself
+          naive.add(row[1], 1, y);
+        }
+      std::vector<double> expected = naive.histogram;
+      expected.resize(65535);
+      EXPECT_EQ(histogramOf(statistics), expected) << "not yet computed";
+      statistics.Compute();
+      EXPECT_EQ(histogramOf(statistics), expected);
+      expectSame(resultsOf(statistics), naive);
+      if (HasFailure()) return;
+    }
+}
+
+TEST_F(Statistics, GoOnAfterResultsAndInCopiesWhilePairsAreCounted) {
+  std::mt19937 random(12);
+  NaiveStatistics naive;
+  std::vector<unsigned short> row(2048);
+  const auto addRow = [&](int y) {
+    for (unsigned short& pixel : row)
+      pixel = pixelOf(quiet, random);
+    statistics.AddRow(row.data(), row.size(), 0, y);
+    for (std::size_t x = 0; x < row.size(); ++x)
+      naive.add(row[x], static_cast<int>(x), y);
+  };
+  for (int y = 0; y < 60; ++y)
+    addRow(y);
+  const auto copy = std::make_unique<CFrameStatistics>(statistics);
+  copy->Compute();
+  expectSame(resultsOf(*copy), naive);
+  const NaiveStatistics atCopy = naive;
+  statistics.Compute();
+  expectSame(resultsOf(statistics), naive);
+  for (int y = 60; y < 90; ++y)
+    addRow(y);
+  statistics.Compute();
+  expectSame(resultsOf(statistics), naive);
+  copy->Compute();
+  expectSame(resultsOf(*copy), atCopy);
+  *copy = statistics;
+  copy->Compute();
+  expectSame(resultsOf(*copy), naive);
+}
+
 TEST_F(Statistics, ARowOfNothingAddsNothing) {
   statistics.AddRow(nullptr, 5, 0, 0);
   const unsigned short pixel = 1;

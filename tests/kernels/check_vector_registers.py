@@ -8,12 +8,13 @@ import subprocess
 import sys
 
 # Written with registers of the whole width; loops that the compiler vectorises may use half of it.
-BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findFirst', 'mergeByLine', 'mergePackedUniform', 'mergePackedPlanes']
+BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findExtremes', 'findFirst', 'findEach', 'placePairs', 'mergeByLine',
+           'mergePackedUniform', 'mergePackedPlanes']
 INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge', 'mergePackedUniform': 'mergeCached',
          'mergePackedPlanes': 'mergeCached'}  # where the compiler may put the loop
-BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'findExtremes', 'addToSums8', 'addToSums16',
+BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'addToSums8', 'addToSums16',
                'startSums8', 'startSums16', 'emptySums', 'meansOfRecentSums']
-# Not vectorised, on purpose: countPixels and mergeMapped (memory is addressed by pixel values), meansOfSums (a
+# Not vectorised, on purpose: countValues and mergeMapped (memory is addressed by pixel values), meansOfSums (a
 # division of 64 bits has no vector form).
 NEON = r'\bv\d+\.(8h|16b|4s|2d)\b'
 # For each set: registers of the whole width, those that serve, too, and what streams, where anything does.

@@ -44,8 +44,8 @@ TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
                               reinterpret_cast<const void*>(t.swapBytes),
                               reinterpret_cast<const void*>(t.swapBytesMirrored),
                               reinterpret_cast<const void*>(t.subtractBias),
-                              reinterpret_cast<const void*>(t.countPixels),
-                              reinterpret_cast<const void*>(t.countMarked),
+                              reinterpret_cast<const void*>(t.countValues),
+                              reinterpret_cast<const void*>(t.placePairs),
                               reinterpret_cast<const void*>(t.findExtremes),
                               reinterpret_cast<const void*>(t.findFirst),
                               reinterpret_cast<const void*>(t.mergeUniform),
@@ -164,60 +164,90 @@ TEST_P(EveryTable, FindsExtremesAndFirstPositions) {
       const std::vector<std::uint16_t> pixels(padded.begin() + static_cast<std::ptrdiff_t>(shift),
                                               padded.end());
       const std::uint16_t* const run = padded.data() + shift;
-      std::uint16_t minimum = 1, maximum = 1;
-      table().findExtremes(run, count, &minimum, &maximum);
-      ASSERT_EQ(minimum, *std::min_element(pixels.begin(), pixels.end())) << "seed " << seed;
-      ASSERT_EQ(maximum, *std::max_element(pixels.begin(), pixels.end()));
-      for (const std::uint16_t value : {minimum, maximum, pixels.back(), std::uint16_t{0x1234}})
+      kernels::Extremes extremes = {1, 1};
+      table().findExtremes(run, count, &extremes);
+      ASSERT_EQ(extremes.minimum, *std::min_element(pixels.begin(), pixels.end())) << "seed " << seed;
+      ASSERT_EQ(extremes.maximum, *std::max_element(pixels.begin(), pixels.end()));
+      for (const std::uint16_t value :
+           {extremes.minimum, extremes.maximum, pixels.back(), std::uint16_t{0x1234}})
         ASSERT_EQ(table().findFirst(run, count, value),
                   static_cast<std::size_t>(std::find(pixels.begin(), pixels.end(), value) - pixels.begin()));
     }
   EXPECT_EQ(table().findFirst(nullptr, 0, 5), 0u);
 }
 
-TEST_P(EveryTable, CountsInBanksAndTouchesOnlyTheValuesThatOccur) {
+TEST_P(EveryTable, CountsInBanksInTurnAndTouchesOnlyTheValuesThatOccur) {
   std::mt19937 random(seed);
   constexpr std::uint32_t untouched = 0xDEADBEEF;
-  std::vector<std::uint32_t> banks(kernels::countEntries, untouched);
-  for (std::size_t count = 0; count <= longest; ++count) {
-    const std::vector<std::uint16_t> pixels = noise<std::uint16_t>(count, random);
-    for (const std::uint16_t value : pixels)
-      for (std::size_t bank = 0; bank < kernels::countBanks; ++bank)
-        banks[bank * kernels::countBankStride + value] = 7;  // counts are added to
-    table().countPixels(pixels.data(), count, banks.data());
-    for (const std::uint16_t value : pixels) {
-      std::uint64_t total = 0;
-      for (std::size_t bank = 0; bank < kernels::countBanks; ++bank)
-        total += banks[bank * kernels::countBankStride + value];
-      ASSERT_EQ(total, 7 * kernels::countBanks +
-                           static_cast<std::uint64_t>(std::count(pixels.begin(), pixels.end(), value)))
-          << "seed " << seed;
+  for (const std::size_t stride : {std::size_t{0}, std::size_t{65536 + 16}}) {
+    std::vector<std::uint32_t> counts(65536 + 3 * stride, untouched);
+    for (std::size_t count = 0; count <= longest; ++count) {
+      const std::vector<std::uint16_t> values = noise<std::uint16_t>(count, random);
+      std::map<std::size_t, std::uint32_t> expected;
+      for (std::size_t i = 0; i < count; ++i)
+        ++expected[i % 4 * stride + values[i]];
+      for (const auto& [entry, times] : expected)
+        counts[entry] = 7;  // counts are added to
+      // What is needed next is an address that nothing is read from.
+      table().countValues(values.data(), count, counts.data(), stride, reinterpret_cast<const void*>(0x40),
+                          4096);
+      for (const auto& [entry, times] : expected) {
+        ASSERT_EQ(counts[entry], 7 + times) << "entry " << entry << ", seed " << seed;
+        counts[entry] = untouched;
+      }
+      ASSERT_EQ(std::count(counts.begin(), counts.end(), untouched),
+                static_cast<std::ptrdiff_t>(counts.size()));
     }
-    for (const std::uint16_t value : pixels)
-      for (std::size_t bank = 0; bank < kernels::countBanks; ++bank)
-        banks[bank * kernels::countBankStride + value] = untouched;
-    ASSERT_EQ(std::count(banks.begin(), banks.end(), untouched), static_cast<std::ptrdiff_t>(banks.size()));
   }
 }
 
-TEST_P(EveryTable, CountsMarkedValuesInBanksOfTheirOwn) {
+TEST_P(EveryTable, FindsEachPositionOfAValueInOrder) {
   std::mt19937 random(seed);
-  std::vector<std::uint32_t> banks(kernels::markedEntries, 0);
-  std::vector<std::uint64_t> expected(2 * kernels::takenMark, 0);
-  for (std::size_t count = 0; count <= longest; ++count) {
-    std::vector<std::uint16_t> values = noise<std::uint16_t>(count, random);
-    for (std::uint16_t& value : values) {
-      value = static_cast<std::uint16_t>(value % (2 * kernels::takenMark));
-      ++expected[value];
+  for (std::size_t count = 0; count < 3000; count += count < 2 * longest ? 1 : 371)
+    for (const std::uint32_t oneIn : {1u, 2u, 40u, 100000u}) {
+      std::vector<std::uint16_t> values(count), expected;
+      for (std::size_t i = 0; i < count; ++i) {
+        values[i] = static_cast<std::uint16_t>(random() % oneIn == 0 ? 0x1234 : random() | 1);
+        if (values[i] == 0x1234) expected.push_back(static_cast<std::uint16_t>(i));
+      }
+      Guarded<std::uint16_t> positions(expected.size(), count % 16);
+      ASSERT_EQ(table().findEach(values.data(), count, 0x1234, positions.data()), expected.size()) << count;
+      ASSERT_EQ(positions.values(), expected) << count;
+      ASSERT_TRUE(positions.intact()) << count;
+      ASSERT_EQ(table().findEach(values.data(), count, 0x1234, values.data()), expected.size());
+      values.resize(expected.size());
+      ASSERT_EQ(values, expected) << "over the values themselves, count " << count;
     }
-    table().countMarked(values.data(), count, banks.data());
-  }
-  for (std::size_t value = 0; value < expected.size(); ++value) {
-    std::uint64_t total = 0;
-    for (std::size_t bank = 0; bank < kernels::markedBanks; ++bank)
-      total += banks[bank * kernels::markedBankStride + value];
-    ASSERT_EQ(total, expected[value]) << "value " << value << ", seed " << seed;
-  }
+}
+
+TEST_P(EveryTable, PlacesPairsOfNeighboursWithinAWindowOf64Values) {
+  std::mt19937 random(seed);
+  for (std::size_t pairs = 1; pairs <= 2 * longest; ++pairs)
+    for (const std::uint32_t first : {0u, 19u, 4090u, 32760u, 65472u}) {
+      std::vector<std::uint16_t> pixels(2 * pairs), expected;
+      for (std::uint16_t& pixel : pixels) {
+        // Mostly inside, often next to the window's edges.
+        const std::uint32_t kind = random() % 8;
+        pixel = static_cast<std::uint16_t>(kind == 0   ? random()
+                                           : kind == 1 ? first - 1
+                                           : kind == 2 ? first + 64
+                                           : kind == 3 ? first + 63
+                                                       : first + random() % 64);
+      }
+      for (std::size_t i = 0; i < pixels.size(); i += 2) {
+        const int a = pixels[i] - static_cast<int>(first);
+        const int b = pixels[i + 1] - static_cast<int>(first);
+        const bool inside = a >= 0 && a < 64 && b >= 0 && b < 64;
+        expected.push_back(static_cast<std::uint16_t>(inside ? a + 64 * b : 0));
+      }
+      Guarded<std::uint16_t> places(pairs, pairs % 16);
+      kernels::Extremes extremes = {1, 1};
+      table().placePairs(pixels.data(), pairs, static_cast<std::uint16_t>(first), places.data(), &extremes);
+      ASSERT_EQ(places.values(), expected) << pairs << " from " << first << ", seed " << seed;
+      ASSERT_TRUE(places.intact()) << pairs;
+      ASSERT_EQ(extremes.minimum, *std::min_element(pixels.begin(), pixels.end()));
+      ASSERT_EQ(extremes.maximum, *std::max_element(pixels.begin(), pixels.end()));
+    }
 }
 
 TEST_P(EveryTable, AddsEmptiesAndAveragesSums) {

@@ -185,7 +185,7 @@ TEST_P(EveryTable, MergesIntoOneOfItsInputs) {
 
 /// What a run of packed pairs gives, worked out pixel by pixel in doubles.
 struct PackedExpectation {
-  std::vector<std::uint16_t> low, high, merged, countedLow, countedHigh;
+  std::vector<std::uint16_t> low, high, merged, markedLow, markedHigh;
 
   PackedExpectation(const std::vector<std::uint8_t>& packedLow, const std::vector<std::uint8_t>& packedHigh,
                     const kernels::MergeRule& rule, const std::vector<kernels::UniformTerms>& terms)
@@ -199,9 +199,29 @@ struct PackedExpectation {
       merged.push_back(mergedInDoubles(l, h, rule));
       const bool lowTaken =
           rule.type == 1 || (rule.type != 2 && (h >= rule.highThreshold || l - h > rule.differenceThreshold));
-      countedLow.push_back(static_cast<std::uint16_t>(low[i] + (lowTaken ? 4096 : 0)));
-      countedHigh.push_back(static_cast<std::uint16_t>(high[i] + (lowTaken ? 0 : 4096)));
+      markedLow.push_back(static_cast<std::uint16_t>(low[i] + (lowTaken ? 4096 : 0)));
+      markedHigh.push_back(static_cast<std::uint16_t>(high[i] + (lowTaken ? 0 : 4096)));
     }
+  }
+
+  /// Where its pairs are counted.
+  std::vector<std::uint16_t> places(const kernels::PairPlaces& where) const {
+    const auto distance = [](int value, const kernels::ValueRange& range) {
+      const int beyond = (range.last - range.first + 65536) % 65536;
+      const int steps = (value - range.first + 2 * 65536) % 65536;
+      return steps <= beyond ? steps : -1;
+    };
+    std::vector<std::uint16_t> places;
+    for (std::size_t i = 0; i < low.size(); ++i) {
+      const int l = distance(low[i], where.low);
+      const int h = distance(high[i], where.high);
+      const int m = where.withMerged ? distance(merged[i], where.merged) : 0;
+      const int d = where.withDifference ? distance(merged[i] - high[i], where.difference) : 0;
+      const bool inside = l >= 0 && h >= 0 && m >= 0 && d >= 0;
+      places.push_back(static_cast<std::uint16_t>(
+          inside ? l * (1 << where.lowShift) + h * (1 << where.highShift) + d : 0));
+    }
+    return places;
   }
 
   static std::vector<std::uint16_t> pixelsOf(const std::vector<std::uint8_t>& packed) {
@@ -221,17 +241,30 @@ struct PackedOutputs {
       : low(pixels, lowShift),
         high(pixels, highShift),
         merged(pixels, mergedShift),
-        countedLow(pixels, 1),
-        countedHigh(pixels, 2),
-        countedMerged(pixels, 3) {}
+        notedLow(pixels, 1),
+        notedHigh(pixels, 2),
+        notedMerged(pixels, 3),
+        places(pixels, 4) {}
 
   bool intact() const {
-    return low.intact() && high.intact() && merged.intact() && countedLow.intact() && countedHigh.intact() &&
-           countedMerged.intact();
+    return low.intact() && high.intact() && merged.intact() && notedLow.intact() && notedHigh.intact() &&
+           notedMerged.intact() && places.intact();
   }
 
-  Guarded<std::uint16_t> low, high, merged, countedLow, countedHigh, countedMerged;
+  Guarded<std::uint16_t> low, high, merged, notedLow, notedHigh, notedMerged, places;
 };
+
+enum class Noted { nothing, pixels, places };
+
+/// Ranges that have some of the values, often not all; a place may be any number of 16 bits.
+kernels::PairPlaces somePlaces(std::mt19937& random) {
+  const auto range = [&](std::uint32_t most) -> kernels::ValueRange {
+    const std::uint32_t first = random() % 4 == 0 ? 0 : random() % most;
+    return {static_cast<std::uint16_t>(first), static_cast<std::uint16_t>(first + random() % most)};
+  };
+  return {range(4096),   range(4096),  range(65536),      range(65536),
+          random() % 12, random() % 5, random() % 2 == 0, random() % 2 == 0};
+}
 
 TEST_P(EveryTable, UnpacksAndMergesInOneGoAllLengthsAlignmentsAndOutputs) {
   std::mt19937 random(seed);
@@ -269,19 +302,24 @@ TEST_P(EveryTable, UnpacksAndMergesInOneGoAllLengthsAlignmentsAndOutputs) {
         const bool together = random() % 2 == 0;
         PackedOutputs out(pixels, shift, together ? shift : random() % 40, together ? shift : random() % 40);
         const bool wantsLow = random() % 4 != 0, wantsHigh = random() % 4 != 0;
-        const bool counts = random() % 2 == 0, countsMerged = random() % 2 == 0;
-        const kernels::PairExtremes untouched = {1, 2, 3, 4, 5, 6};
-        kernels::PairExtremes extremes = untouched;
+        const auto noted = static_cast<Noted>(random() % 3);
+        const bool notesMerged = noted != Noted::nothing && random() % 2 == 0;
+        const kernels::Extremes untouched = {1, 2};
+        kernels::PairNotes notes = {noted == Noted::pixels ? out.notedLow.data() : nullptr,
+                                    noted == Noted::pixels ? out.notedHigh.data() : nullptr,
+                                    noted == Noted::places ? out.places.data() : nullptr,
+                                    notesMerged ? out.notedMerged.data() : nullptr,
+                                    somePlaces(random),
+                                    untouched,
+                                    untouched,
+                                    untouched};
         const kernels::PackedPair run = {packedLow.data(),
                                          packedHigh.data(),
                                          pairs,
                                          wantsLow ? out.low.data() : nullptr,
                                          wantsHigh ? out.high.data() : nullptr,
                                          out.merged.data(),
-                                         counts ? out.countedLow.data() : nullptr,
-                                         counts ? out.countedHigh.data() : nullptr,
-                                         counts && countsMerged ? out.countedMerged.data() : nullptr,
-                                         counts ? &extremes : nullptr};
+                                         noted != Noted::nothing ? &notes : nullptr};
         if (isUniform)
           (streaming ? table().mergePackedUniformStreaming : table().mergePackedUniform)(run, rule, uniform);
         else
@@ -294,37 +332,27 @@ TEST_P(EveryTable, UnpacksAndMergesInOneGoAllLengthsAlignmentsAndOutputs) {
         ASSERT_EQ(out.low.values(), wantsLow ? expected.low : nothing) << where;
         ASSERT_EQ(out.high.values(), wantsHigh ? expected.high : nothing) << where;
         ASSERT_EQ(out.merged.values(), expected.merged) << where;
-        ASSERT_EQ(out.countedLow.values(), counts ? expected.countedLow : nothing) << where;
-        ASSERT_EQ(out.countedHigh.values(), counts ? expected.countedHigh : nothing) << where;
-        ASSERT_EQ(out.countedMerged.values(), counts && countsMerged ? expected.merged : nothing) << where;
+        ASSERT_EQ(out.notedLow.values(), noted == Noted::pixels ? expected.markedLow : nothing) << where;
+        ASSERT_EQ(out.notedHigh.values(), noted == Noted::pixels ? expected.markedHigh : nothing) << where;
+        ASSERT_EQ(out.notedMerged.values(), notesMerged ? expected.merged : nothing) << where;
+        ASSERT_EQ(out.places.values(), noted == Noted::places ? expected.places(notes.where) : nothing)
+            << where;
         ASSERT_TRUE(out.intact()) << where;
-        if (!counts || pairs == 0) {
-          ASSERT_EQ(std::memcmp(&extremes, &untouched, sizeof extremes), 0) << where;
+        if (noted != Noted::pixels || pairs == 0) {
+          for (const kernels::Extremes& extremes :
+               {notes.lowExtremes, notes.highExtremes, notes.mergedExtremes})
+            ASSERT_TRUE(extremes.minimum == 1 && extremes.maximum == 2) << where;
           continue;
         }
-        const auto smallest = [](const auto& v) { return *std::min_element(v.begin(), v.end()); };
-        const auto largest = [](const auto& v) { return *std::max_element(v.begin(), v.end()); };
-        ASSERT_EQ(extremes.lowMinimum, smallest(expected.low)) << where;
-        ASSERT_EQ(extremes.lowMaximum, largest(expected.low)) << where;
-        ASSERT_EQ(extremes.highMinimum, smallest(expected.high)) << where;
-        ASSERT_EQ(extremes.highMaximum, largest(expected.high)) << where;
-        ASSERT_EQ(extremes.mergedMinimum, smallest(expected.merged)) << where;
-        ASSERT_EQ(extremes.mergedMaximum, largest(expected.merged)) << where;
+        const auto requireExtremes = [&](const kernels::Extremes& extremes,
+                                         const std::vector<std::uint16_t>& of) {
+          ASSERT_EQ(extremes.minimum, *std::min_element(of.begin(), of.end())) << where;
+          ASSERT_EQ(extremes.maximum, *std::max_element(of.begin(), of.end())) << where;
+        };
+        requireExtremes(notes.lowExtremes, expected.low);
+        requireExtremes(notes.highExtremes, expected.high);
+        requireExtremes(notes.mergedExtremes, expected.merged);
       }
-  }
-}
-
-TEST_P(EveryTable, CutsWhatOnlyRoundingLiftsAboveTheLargestPixel) {
-  // 4095 * 16388 / 1024 is 65535.996.
-  const std::vector<std::uint8_t> packed(3 * 70, 0xFF);
-  const kernels::UniformTerms terms = {0, 0, 16388, 1024};
-  for (std::uint32_t additiveFractionBits = 0; additiveFractionBits <= 3; ++additiveFractionBits) {
-    const kernels::MergeRule lowAlone = {additiveFractionBits, 10, 0, 0, 1};
-    std::vector<std::uint16_t> merged(140);
-    table().mergePackedUniform({packed.data(), packed.data(), 70, nullptr, nullptr, merged.data(), nullptr,
-                                nullptr, nullptr, nullptr},
-                               lowAlone, terms);
-    EXPECT_EQ(merged, std::vector<std::uint16_t>(140, 65535)) << additiveFractionBits;
   }
 }
 
@@ -335,9 +363,8 @@ TEST_P(EveryTable, ReadsBothPlanesOfAPackedPairFromTheSameBytes) {
   const kernels::UniformTerms terms = {-40, 16, 6448, 1024};
   const PackedExpectation expected(packed, packed, rule, {terms});
   std::vector<std::uint16_t> low(140), high(140), merged(140);
-  table().mergePackedUniform({packed.data(), packed.data(), 70, low.data(), high.data(), merged.data(),
-                              nullptr, nullptr, nullptr, nullptr},
-                             rule, terms);
+  table().mergePackedUniform(
+      {packed.data(), packed.data(), 70, low.data(), high.data(), merged.data(), nullptr}, rule, terms);
   EXPECT_EQ(low, expected.low);
   EXPECT_EQ(high, expected.low);
   EXPECT_EQ(merged, expected.merged);
