@@ -9,14 +9,31 @@
 
 namespace orvacam::kernels::loops {
 
+static void unpackPair(const std::uint8_t* packed, std::uint16_t* pixels) {
+  const std::uint32_t both = std::uint32_t{packed[0]} << 16 | std::uint32_t{packed[1]} << 8 | packed[2];
+  pixels[0] = static_cast<std::uint16_t>(both >> 12);
+  pixels[1] = static_cast<std::uint16_t>(both & 4095);
+}
+
+/// Written so that compilers make one load of it.
+static std::uint64_t bigEndian64(const std::uint8_t* bytes) {
+  return std::uint64_t{bytes[0]} << 56 | std::uint64_t{bytes[1]} << 48 | std::uint64_t{bytes[2]} << 40 |
+         std::uint64_t{bytes[3]} << 32 | std::uint64_t{bytes[4]} << 24 | std::uint64_t{bytes[5]} << 16 |
+         std::uint64_t{bytes[6]} << 8 | bytes[7];
+}
+
+/// Two pairs from a word of 64 bits, as long as so many bytes are there.
 static void unpack12(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
-  for (std::size_t i = 0; i < pairs; ++i) {
-    const std::uint32_t b0 = packed[3 * i];
-    const std::uint32_t b1 = packed[3 * i + 1];
-    const std::uint32_t b2 = packed[3 * i + 2];
-    pixels[2 * i] = static_cast<std::uint16_t>(b0 << 4 | b1 >> 4);
-    pixels[2 * i + 1] = static_cast<std::uint16_t>((b1 & 15) << 8 | b2);
+  std::size_t i = 0;
+  for (; i + 3 <= pairs; i += 2) {
+    const std::uint64_t word = bigEndian64(packed + 3 * i);
+    pixels[2 * i] = static_cast<std::uint16_t>(word >> 52);
+    pixels[2 * i + 1] = static_cast<std::uint16_t>(word >> 40 & 4095);
+    pixels[2 * i + 2] = static_cast<std::uint16_t>(word >> 28 & 4095);
+    pixels[2 * i + 3] = static_cast<std::uint16_t>(word >> 16 & 4095);
   }
+  for (; i < pairs; ++i)
+    unpackPair(packed + 3 * i, pixels + 2 * i);
 }
 
 static std::uint16_t swapped(std::uint16_t value) {
