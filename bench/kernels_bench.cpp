@@ -224,6 +224,14 @@ const std::vector<Operation>& operations() {
        [](const Frame& frame) {
          return outputIs(frame, [&](std::size_t i) { return swappedNaively(frame.low[i]); });
        }},
+      {"swapBytesStreaming", 4,
+       [](const KernelTable& table, Frame& frame) {
+         table.swapBytesStreaming(frame.low.data(), frame.output.data(), frame.pixels);
+         table.finishStreaming();
+       },
+       [](const Frame& frame) {
+         return outputIs(frame, [&](std::size_t i) { return swappedNaively(frame.low[i]); });
+       }},
       {"swapBytes in place", 4,
        [](const KernelTable& table, Frame& frame) {
          table.swapBytes(frame.output.data(), frame.output.data(), frame.pixels);

@@ -19,17 +19,23 @@ enum Amplifier : unsigned int {
   All = 0x3C
 };
 
-void swapPixels(const unsigned short* pSource, unsigned short* pTarget, unsigned long count, bool bMirrored) {
-  if (bMirrored)
-    kernels::active().swapBytesMirrored(pSource, pTarget, count);
-  else
-    kernels::active().swapBytes(pSource, pTarget, count);
+enum Stores { Cached, Streamed };
+
+void swapPixels(const unsigned short* pSource, unsigned short* pTarget, unsigned long count, bool bMirrored,
+                Stores stores) {
+  const kernels::KernelTable& kernel = kernels::active();
+  const auto swap = bMirrored
+                        ? stores == Streamed ? kernel.swapBytesMirroredStreaming : kernel.swapBytesMirrored
+                    : stores == Streamed ? kernel.swapBytesStreaming
+                                         : kernel.swapBytes;
+  swap(pSource, pTarget, count);
 }
 
 /// Big-endian pixels, at any address, into a run of the plane, mirrored or not.
-void readPixels(const unsigned char* pSource, unsigned short* pTarget, unsigned long count, bool bMirrored) {
+void readPixels(const unsigned char* pSource, unsigned short* pTarget, unsigned long count, bool bMirrored,
+                Stores stores = Cached) {
   if (reinterpret_cast<std::uintptr_t>(pSource) % alignof(unsigned short) == 0) {
-    swapPixels(reinterpret_cast<const unsigned short*>(pSource), pTarget, count, bMirrored);
+    swapPixels(reinterpret_cast<const unsigned short*>(pSource), pTarget, count, bMirrored, stores);
     return;
   }
   constexpr unsigned long block = 1024;
@@ -37,7 +43,7 @@ void readPixels(const unsigned char* pSource, unsigned short* pTarget, unsigned 
   for (unsigned long done = 0; done < count;) {
     const unsigned long n = std::min(block, count - done);
     std::memcpy(aligned, pSource + 2 * done, 2 * n);
-    swapPixels(aligned, bMirrored ? pTarget + count - done - n : pTarget + done, n, bMirrored);
+    swapPixels(aligned, bMirrored ? pTarget + count - done - n : pTarget + done, n, bMirrored, stores);
     done += n;
   }
 }
@@ -84,7 +90,6 @@ int CFrameArgent23084::DoUnpackFourQuadrantRead(unsigned short* pOut, unsigned l
   const unsigned char* const source = DoPixelDataOfAnySource(length);
   const unsigned long lineBytes = 2UL * width;
   const unsigned long half = width / 2 + width % 2;
-  const unsigned long otherHalf = width - half;
   const unsigned long pairs = height / 2;
   const unsigned long wholePairs = lineBytes == 0 ? pairs : std::min(pairs, length / (2 * lineBytes));
   // Rows in the order of the plane, each counted while it is in the cache: the upper ones come from every
@@ -94,19 +99,33 @@ int CFrameArgent23084::DoUnpackFourQuadrantRead(unsigned short* pOut, unsigned l
     const unsigned long pair = upper ? y : height - 1 - y;
     return pair < wholePairs ? source + (2 * pair + (upper ? 0 : 1)) * lineBytes : nullptr;
   };
+  // Pixels x to x + count of a row; the second half of a line is mirrored.
+  const auto readRun = [&](const unsigned char* line, unsigned long x, unsigned long count,
+                           unsigned short* target, Stores stores) {
+    const unsigned long inFirst = x < half ? std::min(count, half - x) : 0;
+    const unsigned long mirrored =
+        width - (x + count);  // pixels that the line has ahead of these, behind half
+    if (inFirst > 0) readPixels(line + 2 * x, target, inFirst, false, stores);
+    if (inFirst < count)
+      readPixels(line + 2 * (half + mirrored), target + inFirst, count - inFirst, true, stores);
+  };
+  // A large plane is written past the caches, and its pixels are made once more to be counted.
+  const Stores stores = 2UL * width * height >= kernels::streamFromBytes ? Streamed : Cached;
+  unsigned short again[countedAtOnce];
   for (unsigned long y = 0; y < height; ++y) {
     unsigned short* const row = pOut + y * width;
-    if (const unsigned char* const line = lineOf(y)) {
-      readPixels(line, row, half, false);
-      readPixels(line + 2 * half, row + half, otherHalf, true);
-    }
+    const unsigned char* const line = lineOf(y);
+    const bool streamed = line != nullptr && stores == Streamed;
+    if (line != nullptr) readRun(line, 0, width, row, stores);
     const unsigned char* const next = y + 1 < height ? lineOf(y + 1) : nullptr;
     for (unsigned long x = 0; x < width; x += countedAtOnce) {
       const unsigned long count = std::min(countedAtOnce, width - x);
       if (next != nullptr) fetchAhead(next + 2 * x, 2 * count);
-      m_LowStatistics.AddRow(row + x, count, static_cast<int>(x), static_cast<int>(y));
+      if (streamed) readRun(line, x, count, again, Cached);
+      m_LowStatistics.AddRow(streamed ? again : row + x, count, static_cast<int>(x), static_cast<int>(y));
     }
   }
+  if (stores == Streamed) kernels::active().finishStreaming();
   return wholePairs == pairs ? 0 : -1;
 }
 

@@ -171,6 +171,9 @@ struct KernelTable {
   /// output, finishStreaming is due, once. Runs of a row and more are worth it; their output is none of
   /// their inputs.
   void (*unpack12Streaming)(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs);
+  void (*swapBytesStreaming)(const std::uint16_t* source, std::uint16_t* destination, std::size_t count);
+  void (*swapBytesMirroredStreaming)(const std::uint16_t* source, std::uint16_t* destination,
+                                     std::size_t count);
   void (*mergeUniformStreaming)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                                 std::size_t count, const MergeRule& rule, const UniformTerms& terms);
   void (*mergePlanesStreaming)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,

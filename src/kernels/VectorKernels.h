@@ -57,6 +57,28 @@ static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels,
   unpackPairs<streaming>(packed + 3 * (ahead / 2), pixels + ahead, pairs - ahead / 2);
 }
 
+// ---- Byte order
+
+static void swapBytesStreaming(const std::uint16_t* source, std::uint16_t* destination, std::size_t count) {
+  const std::size_t ahead = pixelsToAlignment(destination);
+  std::size_t i = ahead < count ? ahead : count;
+  loops::swapBytes(source, destination, i);
+  for (; i + lanes <= count; i += lanes)
+    stream(destination + i, bytesSwapped16(load(source + i)));
+  loops::swapBytes(source + i, destination + i, count - i);
+}
+
+/// From the first destination element on, unlike the plain version.
+static void swapBytesMirroredStreaming(const std::uint16_t* source, std::uint16_t* destination,
+                                       std::size_t count) {
+  const std::size_t ahead = pixelsToAlignment(destination);
+  std::size_t i = ahead < count ? ahead : count;
+  loops::swapBytesMirrored(source + count - i, destination, i);
+  for (; i + lanes <= count; i += lanes)  // all bytes the other way round: lanes and the bytes in them
+    stream(destination + i, bytesReversed(load(source + count - i - lanes)));
+  loops::swapBytesMirrored(source, destination + i, count - i);
+}
+
 // ---- Merge
 
 namespace {
@@ -240,15 +262,10 @@ static void extend(Register pixels, WideExtremes* extremes) {
   *extremes = {minimum16(extremes->minimum, pixels), maximum16(extremes->maximum, pixels)};
 }
 
-/// By itself, so that its use of memory does not keep the callers' registers there.
-[[gnu::noinline]] static Extremes narrowed(Register minimum, Register maximum) {
-  std::uint16_t smallest[lanes], largest[lanes];
-  store(smallest, minimum);
-  store(largest, maximum);
-  Extremes ofSmallest, ofLargest;
-  loops::findExtremes(smallest, lanes, &ofSmallest);
-  loops::findExtremes(largest, lanes, &ofLargest);
-  return {ofSmallest.minimum, ofLargest.maximum};
+static Extremes narrowed(const WideExtremes& wide) {
+  const Register all = spread16(65535);
+  const auto largest = static_cast<std::uint16_t>(65535 - smallestLane16(subtract16(all, wide.maximum)));
+  return {smallestLane16(wide.minimum), largest};
 }
 
 static WideRange widened(const ValueRange& range) {
@@ -484,9 +501,9 @@ static inline void streamLine(const PackedPair& run, std::size_t i, const WideRu
 }
 
 static void finishNotes(const WideNotes& wide, PairNotes* notes) {
-  notes->lowExtremes = narrowed(wide.low.minimum, wide.low.maximum);
-  notes->highExtremes = narrowed(wide.high.minimum, wide.high.maximum);
-  notes->mergedExtremes = narrowed(wide.merged.minimum, wide.merged.maximum);
+  notes->lowExtremes = narrowed(wide.low);
+  notes->highExtremes = narrowed(wide.high);
+  notes->mergedExtremes = narrowed(wide.merged);
 }
 
 template <Noting noting, typename Terms>
@@ -569,13 +586,12 @@ static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Te
 
 template <Stores stores>
 static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
+  const bool lowAlone = changesLowAlone(rule, terms);
   if (2 * run.pairs < lanes)
     loops::mergePacked(run, rule, terms);
-  else if (!changesLowAlone(rule, terms))
-    mergePackedBy<stores>(run, rule, terms);
-  else if (scaledLow(rule, terms).factor <= 65535)
+  else if (lowAlone && scaledLow(rule, terms).factor <= 65535)
     mergePackedBy<stores>(run, rule, scaledLow(rule, terms));
-  else if (terms.multiplicativeLow <= 32767)
+  else if (lowAlone && terms.multiplicativeLow <= 32767)
     mergePackedBy<stores>(run, rule, steepLow(rule, terms));
   else
     mergePackedBy<stores>(run, rule, terms);
@@ -604,7 +620,7 @@ static void findExtremes(const std::uint16_t* pixels, std::size_t count, Extreme
     extend(load(pixels + at), &some);
     extend(load(pixels + at + lanes), &others);
   }
-  *extremes = narrowed(minimum16(some.minimum, others.minimum), maximum16(some.maximum, others.maximum));
+  *extremes = narrowed({minimum16(some.minimum, others.minimum), maximum16(some.maximum, others.maximum)});
 }
 
 static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std::uint16_t value) {
@@ -701,7 +717,7 @@ static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint
     smallest = minimum16(smallest, minimum16(some, others));
     largest = maximum16(largest, maximum16(some, others));
   }
-  *extremes = narrowed(smallest, largest);
+  *extremes = narrowed({smallest, largest});
 }
 
 // ---- Merge by a line
@@ -757,6 +773,8 @@ static constexpr KernelTable vectorTable = {tableName,
                                             loops::meansOfSums,
                                             loops::meansOfRecentSums,
                                             unpack12Streaming,
+                                            swapBytesStreaming,
+                                            swapBytesMirroredStreaming,
                                             mergeUniform<streaming>,
                                             mergePlanes<streaming>,
                                             finishStreaming,

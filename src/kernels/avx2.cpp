@@ -132,6 +132,20 @@ static Register unpacked(const std::uint8_t* packed) {
   return _mm256_srli_epi16(_mm256_mullo_epi16(both, spread32(1 | 16 << 16)), 4);
 }
 
+static std::uint16_t smallestLane16(Register values) {
+  const __m128i halves = _mm_min_epu16(_mm256_castsi256_si128(values), _mm256_extracti128_si256(values, 1));
+  return static_cast<std::uint16_t>(_mm_cvtsi128_si32(_mm_minpos_epu16(halves)));
+}
+static Register bytesSwapped16(Register values) {
+  return _mm256_or_si256(_mm256_slli_epi16(values, 8), _mm256_srli_epi16(values, 8));
+}
+/// All bytes of the register in the opposite order.
+static Register bytesReversed(Register values) {
+  const __m256i backwards = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0,  //
+                                             15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  return _mm256_permute4x64_epi64(_mm256_shuffle_epi8(values, backwards), 0x4E);
+}
+
 /// s = clamp(p * 2^f + a, 0, 32767), where a pixel above the largest that can be shifted gives 32767 with
 /// every a. In between, values are kept 32768 lower than they are: there a saturating signed addition clamps
 /// them at 0.

@@ -132,6 +132,22 @@ static Register unpacked(const std::uint8_t* packed) {
   return _mm512_and_si512(_mm512_srlv_epi16(_mm512_shuffle_epi8(bytes, words), shifts), spread16(0x0FFF));
 }
 
+static std::uint16_t smallestLane16(Register values) {
+  const __m256i half = _mm256_min_epu16(_mm512_castsi512_si256(values), _mm512_extracti64x4_epi64(values, 1));
+  const __m128i quarter = _mm_min_epu16(_mm256_castsi256_si128(half), _mm256_extracti128_si256(half, 1));
+  return static_cast<std::uint16_t>(_mm_cvtsi128_si32(_mm_minpos_epu16(quarter)));
+}
+static Register bytesSwapped16(Register values) {
+  return _mm512_or_si512(_mm512_slli_epi16(values, 8), _mm512_srli_epi16(values, 8));
+}
+/// All bytes of the register in the opposite order.
+static Register bytesReversed(Register values) {
+  const __m512i backwards =
+      _mm512_broadcast_i32x4(_mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
+  const __m512i quarters = _mm512_shuffle_epi8(values, backwards);
+  return _mm512_shuffle_i64x2(quarters, quarters, 0x1B);
+}
+
 /// s = clamp(p * 2^f + a, 0, 32767), where a pixel above the largest that can be shifted gives 32767 with
 /// every a. In between, values are kept 32768 lower than they are: there a saturating signed addition clamps
 /// them at 0.

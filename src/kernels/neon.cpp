@@ -133,6 +133,18 @@ static Register unpacked(const std::uint8_t* packed) {
   return vandq_u16(vshlq_u16(words, vld1q_s16(shifts)), spread16(0x0FFF));
 }
 
+static std::uint16_t smallestLane16(Register values) {
+  return vminvq_u16(values);
+}
+static Register bytesSwapped16(Register values) {
+  return vreinterpretq_u16_u8(vrev16q_u8(vreinterpretq_u8_u16(values)));
+}
+/// All bytes of the register in the opposite order.
+static Register bytesReversed(Register values) {
+  const uint8x16_t halves = vrev64q_u8(vreinterpretq_u8_u16(values));
+  return vreinterpretq_u16_u8(vextq_u8(halves, halves, 8));
+}
+
 /// s = clamp(p * 2^f + a, 0, 32767), where a pixel above the largest that can be shifted counts as 65535,
 /// which no a brings below 32767.
 static Register sums(Register pixels, Register additive, Register factor, Register largestShiftable) {

@@ -31,7 +31,8 @@ TEST(SingleAmplifier, PutsTheImageInItsNaturalOrientation) {
 }
 
 TEST(FourAmplifiers, PutTheQuadrantsInPlace) {
-  for (const auto& [width, height] : {std::pair{8u, 6u}, std::pair{6u, 2u}, std::pair{2050u, 4u}}) {
+  for (const auto& [width, height] : {std::pair{8u, 6u}, std::pair{6u, 2u}, std::pair{2050u, 4u},
+                                      std::pair{3001u, 2800u}}) {  // the last is written past the caches
     RawFrame raw(ccd(0x3C, width, height));
     Bench bench(raw);
     Images images;

@@ -8,8 +8,8 @@ import subprocess
 import sys
 
 # Written with registers of the whole width; loops that the compiler vectorises may use half of it.
-BY_HAND = ['unpackPairs', 'mergeUniform', 'mergePlanes', 'findExtremes', 'findFirst', 'findEach', 'placePairs', 'mergeByLine',
-           'mergePackedUniform', 'mergePackedPlanes']
+BY_HAND = ['unpackPairs', 'swapBytesStreaming', 'swapBytesMirroredStreaming', 'mergeUniform', 'mergePlanes',
+           'findExtremes', 'findFirst', 'findEach', 'placePairs', 'mergeByLine', 'mergePackedUniform', 'mergePackedPlanes']
 INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge', 'mergePackedUniform': 'mergeCached',
          'mergePackedPlanes': 'mergeCached'}  # where the compiler may put the loop
 BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'addToSums8', 'addToSums16',

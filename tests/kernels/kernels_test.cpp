@@ -48,6 +48,7 @@ TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
                               reinterpret_cast<const void*>(t.placePairs),
                               reinterpret_cast<const void*>(t.findExtremes),
                               reinterpret_cast<const void*>(t.findFirst),
+                              reinterpret_cast<const void*>(t.findEach),
                               reinterpret_cast<const void*>(t.mergeUniform),
                               reinterpret_cast<const void*>(t.mergePlanes),
                               reinterpret_cast<const void*>(t.addToSums8),
@@ -66,6 +67,8 @@ TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
     }
     // The reference has nothing to stream with; the others have functions of their own.
     EXPECT_EQ(t.unpack12Streaming == t.unpack12, i == 0) << t.name;
+    EXPECT_EQ(t.swapBytesStreaming == t.swapBytes, i == 0) << t.name;
+    EXPECT_EQ(t.swapBytesMirroredStreaming == t.swapBytesMirrored, i == 0) << t.name;
     EXPECT_EQ(t.mergeUniformStreaming == t.mergeUniform, i == 0) << t.name;
     EXPECT_EQ(t.mergePlanesStreaming == t.mergePlanes, i == 0) << t.name;
     EXPECT_EQ(t.mergePackedUniformStreaming == t.mergePackedUniform, i == 0) << t.name;
@@ -123,8 +126,8 @@ TEST_P(EveryTable, UnpacksAllLengthsAtAllAlignmentsAndWritesNoFurther) {
 TEST_P(EveryTable, SwapsMirrorsAndSubtractsAtAllLengths) {
   std::mt19937 random(seed);
   for (std::size_t count = 0; count <= longest; ++count)
-    for (std::size_t shift = 0; shift < 16; ++shift) {
-      Guarded<std::uint16_t> held(count, 15 - shift), subtracted(count, (shift + 3) % 16);
+    for (std::size_t shift = 0; shift < 32; ++shift) {
+      Guarded<std::uint16_t> held(count, 31 - shift), subtracted(count, (shift + 3) % 16);
       const std::vector<std::uint16_t> values = noise<std::uint16_t>(count, random);
       const std::vector<std::uint16_t> biases = noise<std::uint16_t>(count, random);
       std::copy(values.begin(), values.end(), held.data());
@@ -134,6 +137,10 @@ TEST_P(EveryTable, SwapsMirrorsAndSubtractsAtAllLengths) {
       Guarded<std::uint16_t> swapped(count, shift), mirrored(count, shift), corrected(count, shift);
       table().swapBytes(source, swapped.data(), count);
       table().swapBytesMirrored(source, mirrored.data(), count);
+      Guarded<std::uint16_t> around(count, shift), mirroredAround(count, shift);
+      table().swapBytesStreaming(source, around.data(), count);
+      table().swapBytesMirroredStreaming(source, mirroredAround.data(), count);
+      table().finishStreaming();
       std::copy(source, source + count, corrected.data());
       table().subtractBias(corrected.data(), bias, count);
       for (std::size_t i = 0; i < count; ++i) {
@@ -141,9 +148,12 @@ TEST_P(EveryTable, SwapsMirrorsAndSubtractsAtAllLengths) {
         const unsigned int turned = value % 256 * 256 + value / 256;
         ASSERT_EQ(swapped.data()[i], turned) << "seed " << seed;
         ASSERT_EQ(mirrored.data()[count - 1 - i], turned);
+        ASSERT_EQ(around.data()[i], turned) << count << ", shift " << shift;
+        ASSERT_EQ(mirroredAround.data()[count - 1 - i], turned) << count << ", shift " << shift;
         ASSERT_EQ(corrected.data()[i], value > bias[i] ? value - bias[i] : 0u);
       }
       ASSERT_TRUE(swapped.intact() && mirrored.intact() && corrected.intact()) << count;
+      ASSERT_TRUE(around.intact() && mirroredAround.intact()) << count;
     }
 }
 
