@@ -22,9 +22,12 @@ static void put(std::uint16_t* target, Register pixels) {
     store(target, pixels);
 }
 
-/// Pixels ahead of the first address that can be streamed to.
-static std::size_t pixelsToAlignment(const std::uint16_t* target) {
-  return (0 - reinterpret_cast<std::uintptr_t>(target)) % sizeof(Register) / sizeof *target;
+constexpr std::size_t lineBytes = 64;
+constexpr std::size_t pixelsOfLine = lineBytes / sizeof(std::uint16_t);
+
+/// Pixels ahead of the first cache line: what is streamed begins there.
+static std::size_t pixelsToLine(const std::uint16_t* target) {
+  return (0 - reinterpret_cast<std::uintptr_t>(target)) % lineBytes / sizeof *target;
 }
 
 // ---- 12-bit pairs
@@ -48,7 +51,7 @@ static void unpackPairs(const std::uint8_t* packed, std::uint16_t* pixels, std::
 }
 
 static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
-  const std::size_t ahead = pixelsToAlignment(pixels);
+  const std::size_t ahead = pixelsToLine(pixels);
   if (ahead % 2 != 0 || ahead / 2 > pairs) {  // whole pairs never meet the alignment
     unpackPairs<cached>(packed, pixels, pairs);
     return;
@@ -60,7 +63,7 @@ static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels,
 // ---- Byte order
 
 static void swapBytesStreaming(const std::uint16_t* source, std::uint16_t* destination, std::size_t count) {
-  const std::size_t ahead = pixelsToAlignment(destination);
+  const std::size_t ahead = pixelsToLine(destination);
   std::size_t i = ahead < count ? ahead : count;
   loops::swapBytes(source, destination, i);
   for (; i + lanes <= count; i += lanes)
@@ -71,7 +74,7 @@ static void swapBytesStreaming(const std::uint16_t* source, std::uint16_t* desti
 /// From the first destination element on, unlike the plain version.
 static void swapBytesMirroredStreaming(const std::uint16_t* source, std::uint16_t* destination,
                                        std::size_t count) {
-  const std::size_t ahead = pixelsToAlignment(destination);
+  const std::size_t ahead = pixelsToLine(destination);
   std::size_t i = ahead < count ? ahead : count;
   loops::swapBytesMirrored(source + count - i, destination, i);
   for (; i + lanes <= count; i += lanes)  // all bytes the other way round: lanes and the bytes in them
@@ -200,7 +203,7 @@ static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint
                   std::size_t count, const MergeRule& rule, const Terms& given) {
   const WideRule wide = widened(rule);
   const Terms terms = given;  // a copy that the output cannot overlap
-  const std::size_t ahead = stores == streaming ? pixelsToAlignment(merged) : 0;
+  const std::size_t ahead = stores == streaming ? pixelsToLine(merged) : 0;
   std::size_t i = ahead < count ? ahead : count;
   mergePlain(low, high, merged, 0, i, rule, terms);
   for (; i + lanes <= count; i += lanes) {
@@ -422,8 +425,6 @@ static inline void put(Partly how, std::uint16_t* target, Register pixels) {
   __builtin_memcpy(target + how.first, values + how.first, (how.end - how.first) * sizeof *target);
 }
 
-constexpr std::size_t pixelsOfLine = 64 / sizeof(std::uint16_t);
-
 /// What is noted of a run.
 enum Noting { nothing, markedPixels, places };
 
@@ -556,12 +557,9 @@ static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Merg
 /// Pixels ahead of the first cache line that all outputs begin together, an even number; more than the run
 /// has when they do not.
 static std::size_t pixelsToCommonLine(const PackedPair& run) {
-  const auto ahead = [](const std::uint16_t* target) {
-    return (0 - reinterpret_cast<std::uintptr_t>(target)) % 64 / sizeof *target;
-  };
-  const std::size_t pixels = ahead(run.merged);
-  const bool together =
-      (run.low == nullptr || ahead(run.low) == pixels) && (run.high == nullptr || ahead(run.high) == pixels);
+  const std::size_t pixels = pixelsToLine(run.merged);
+  const bool together = (run.low == nullptr || pixelsToLine(run.low) == pixels) &&
+                        (run.high == nullptr || pixelsToLine(run.high) == pixels);
   return together && pixels % 2 == 0 ? pixels : 2 * run.pairs + 1;
 }
 
