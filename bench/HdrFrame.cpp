@@ -29,6 +29,15 @@ Plane tiled(const Plane& tile, unsigned int tileSize, unsigned int side) {
   return plane;
 }
 
+void fillWithNoise(Plane& low, Plane& high) {
+  unsigned int bits = 54321;
+  for (std::size_t i = 0; i < low.size(); ++i) {
+    bits = bits * 1664525 + 1013904223;
+    low[i] = static_cast<unsigned short>(bits >> 20);
+    high[i] = static_cast<unsigned short>(bits >> 8 & 4095);
+  }
+}
+
 double corrected(unsigned short pixel, double additive, double multiplicative) {
   const double sum = std::max(std::min(pixel + additive, 32767.0 / 8), 0.0);
   return std::min(std::round(sum * multiplicative), 65535.0);
@@ -36,7 +45,8 @@ double corrected(unsigned short pixel, double additive, double multiplicative) {
 
 }  // namespace
 
-HdrFrame::HdrFrame(unsigned int frameSide) : side(frameSide), headerBytes(0), gainRatio(1.0) {
+HdrFrame::HdrFrame(unsigned int frameSide, Scene itsScene)
+    : side(frameSide), scene(itsScene), headerBytes(0), gainRatio(1.0) {
   const sim::Camera& camera = *sim::findCamera("GSENSE4040");
   sim::HeaderFields fields = *sim::headerFor(camera, "hdr");
   const unsigned int tile = std::min(tileSide, side);
@@ -45,6 +55,7 @@ HdrFrame::HdrFrame(unsigned int frameSide) : side(frameSide), headerBytes(0), ga
   fields.width = fields.height = side;
   low = tiled(sky[0], tile, side);
   high = tiled(sky[1], tile, side);
+  if (scene == Scene::RandomPixels) fillWithNoise(low, high);
   bytes = sim::encodeFrame(fields, 3, {low, high});
   headerBytes = sim::writeHeader(fields, 3).size();
 
@@ -66,11 +77,11 @@ HdrFrame::HdrFrame(unsigned int frameSide) : side(frameSide), headerBytes(0), ga
   }
 }
 
-const HdrFrame& hdrFrame(unsigned int side) {
+const HdrFrame& hdrFrame(unsigned int side, Scene scene) {
   static std::unique_ptr<const HdrFrame> frame;
-  if (frame == nullptr || frame->side != side) {
+  if (frame == nullptr || frame->side != side || frame->scene != scene) {
     frame.reset();
-    frame = std::make_unique<const HdrFrame>(side);
+    frame = std::make_unique<const HdrFrame>(side, scene);
   }
   return *frame;
 }

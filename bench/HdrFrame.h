@@ -34,14 +34,17 @@ class PlaneMemory {
   std::size_t m_pixels = 0;
 };
 
-/// A square frame of a star field from a sensor that sends two planes of 12-bit pixels, with correction terms
-/// for every pixel of it.
+enum class Scene { Stars, RandomPixels };
+
+/// A square frame, of a star field unless said otherwise, from a sensor that sends two planes of 12-bit
+/// pixels, with correction terms for every pixel of it.
 struct HdrFrame {
-  explicit HdrFrame(unsigned int side);
+  explicit HdrFrame(unsigned int side, Scene scene = Scene::Stars);
 
   std::size_t pixels() const { return std::size_t{side} * side; }
 
   unsigned int side;
+  Scene scene;
   std::vector<unsigned char> bytes;  ///< header and packed pixels
   std::size_t headerBytes;
   Plane low, high;
@@ -50,8 +53,8 @@ struct HdrFrame {
   double gainRatio;  ///< of its two gains; what the low-gain plane is multiplied with when no terms are given
 };
 
-/// The frame of this size; one at a time is kept.
-const HdrFrame& hdrFrame(unsigned int side);
+/// The frame of this size and scene; one at a time is kept.
+const HdrFrame& hdrFrame(unsigned int side, Scene scene = Scene::Stars);
 
 /// What a user would write: pixel by pixel, in doubles.
 struct PlainMerge {

@@ -22,6 +22,7 @@ struct MergeCase {
   bool mergedOnly;
   std::size_t bytesPerPixel;  ///< read and written
   bool fromMalloc = false;    ///< planes 16 bytes behind a cache line, where malloc puts large blocks
+  Scene scene = Scene::Stars;
 };
 
 constexpr MergeCase threePlanes = {"MergeImage, three planes", false, false, false, 9};
@@ -29,6 +30,8 @@ constexpr MergeCase threePlanesCounted = {"MergeImage, three planes, statistics"
 constexpr MergeCase otherCases[] = {
     {"MergeImage, three planes from malloc", false, false, false, 9, true},
     {"MergeImage, three planes from malloc, statistics", true, false, false, 9, true},
+    {"MergeImage, three planes, statistics, random pixels", true, false, false, 9, false,
+     Scene::RandomPixels},
     {"MergeImage, three planes, terms per pixel", false, true, false, 17},
     {"MergeImage, three planes, terms per pixel, statistics", true, true, false, 17},
     {"MergeImage, merged plane alone", false, false, true, 5},
@@ -100,7 +103,7 @@ class Merging {
 };
 
 void mergeImage(benchmark::State& state, const MergeCase& what, unsigned int side, bool comparePlain) {
-  const HdrFrame& frame = hdrFrame(side);
+  const HdrFrame& frame = hdrFrame(side, what.scene);
   Merging merging(frame, what);
   PlainMerge plain(frame.pixels());
   merging.run();

@@ -17,16 +17,6 @@ namespace {
 
 using namespace orvacam::bench;
 
-Plane noise(std::size_t count) {
-  Plane plane(count);
-  unsigned int bits = 12345;
-  for (unsigned short& pixel : plane) {
-    bits = bits * 1664525 + 1013904223;
-    pixel = static_cast<unsigned short>(bits >> 20);
-  }
-  return plane;
-}
-
 /// What a user would write: histogram, sums and extremes with their places, pixel by pixel.
 struct PlainStatistics {
   void run(const Plane& plane, unsigned int side) {
@@ -77,7 +67,7 @@ unsigned long readOnce(const Plane& plane) {
 }
 
 void statistics(benchmark::State& state, unsigned int side, bool random) {
-  Plane plane = random ? noise(std::size_t{side} * side) : hdrFrame(side).low;
+  Plane plane = hdrFrame(side, random ? Scene::RandomPixels : Scene::Stars).low;
   const auto stats = std::make_unique<CFrameStatistics>();
   const auto gather = [&] {
     stats->Reset();

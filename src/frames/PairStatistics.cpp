@@ -15,10 +15,12 @@ constexpr unsigned int largestValue = 65535;
 constexpr std::size_t smallestPlane = 131072;
 constexpr unsigned int windowBits = 16;  // together
 constexpr unsigned int mostSpareBits = 3;
+/// Whether windows fit is looked at after so many pixels; then at most a quarter of these are outside.
+constexpr std::size_t pixelsOfJudgement = 2048;
 /// Windows that soon fit no more are not followed at once: the frame has too much in it.
-constexpr unsigned int shortLife = 8;
-constexpr unsigned int pauseAfterShortLife = 32;
-constexpr unsigned int never = ~0U;
+constexpr std::size_t shortLife = 32768;
+constexpr std::size_t pauseAfterShortLife = 131072;
+constexpr std::size_t never = ~std::size_t{0};
 
 /// The count of a value that may be marked.
 unsigned int countOf(const unsigned int* banks, unsigned int value) {
@@ -45,7 +47,7 @@ PairStatistics::PairStatistics(CFrameStatistics& low, CFrameStatistics& high, CF
       m_merged(merged),
       m_terms(terms),
       m_notes(),
-      m_runsUntilChoice(pixels >= smallestPlane ? 1 : never) {
+      m_pixelsUntilChoice(pixels >= smallestPlane ? 0 : never) {
   static_assert(kernels::markedEntries + (std::size_t{1} << windowBits) <=
                 CFrameStatistics::s_uiValues + CFrameStatistics::s_uiSpareEntries);
   for (CFrameStatistics* plane : {&m_low, &m_high})
@@ -112,7 +114,9 @@ void PairStatistics::countMarked(const kernels::PackedPair& run, const RunPlace&
   m_merged.DoExtend({m_notes.mergedExtremes.minimum, m_notes.mergedExtremes.maximum},
                     {place.mergedX, place.mergedY},
                     [&](std::uint16_t value) { return m_kernel.findFirst(run.merged, pixels, value); });
-  if (m_runsUntilChoice != never && --m_runsUntilChoice == 0) chooseWindows(pixels);
+  if (m_pixelsUntilChoice == never) return;
+  m_pixelsUntilChoice -= std::min(m_pixelsUntilChoice, pixels);
+  if (m_pixelsUntilChoice == 0) chooseWindows(pixels);
 }
 
 /// What becomes of pixels when the merge takes one plane's only (type 1 low, 2 high gain).
@@ -152,7 +156,7 @@ void PairStatistics::chooseWindows(std::size_t pixels) {
     const std::size_t at = i * pixels / samples;
     low[i] = m_lowPixels[at] % pixelValues;
     high[i] = m_highPixels[at] % pixelValues;
-    difference[i] = m_mergedPixels[at] - high[i];
+    difference[i] = m_terms.isUniform ? 0 : m_mergedPixels[at] - high[i];
   }
   const Spread ofLow = spreadOf(low);
   const Spread ofHigh = spreadOf(high);
@@ -167,8 +171,8 @@ void PairStatistics::chooseWindows(std::size_t pixels) {
   m_windows.low.first = std::max(m_windows.low.first, static_cast<int>(m_low.m_uiMin));
   m_windows.high.first = std::max(m_windows.high.first, static_cast<int>(m_high.m_uiMin));
   m_inWindows = m_windows.bits() <= windowBits;
-  m_runsInWindows = 0;
-  m_runsUntilChoice = pauseAfterShortLife;
+  m_pixelsInWindows = m_pixelsToJudge = m_outsideToJudge = 0;
+  m_pixelsUntilChoice = pauseAfterShortLife;
   if (!m_inWindows) return;
   std::fill_n(together(), std::size_t{1} << m_windows.bits(), 0U);
   placeWithinExtremes();
@@ -207,10 +211,15 @@ void PairStatistics::countPlaces(const kernels::PackedPair& run, const RunPlace&
   m_kernel.countValues(m_places, pixels, together(), 0, ahead.first, ahead.count);
   const std::size_t outside = m_kernel.findEach(m_places, pixels, 0, m_places);
   if (outside > 0) countOutside(run, outside, place);
-  ++m_runsInWindows;
-  if (outside <= pixels / 4) return;
-  leaveWindows();
-  m_runsUntilChoice = m_runsInWindows < shortLife ? pauseAfterShortLife : 1;
+  m_pixelsInWindows += pixels;
+  m_pixelsToJudge += pixels;
+  m_outsideToJudge += outside;
+  if (m_pixelsToJudge < pixelsOfJudgement) return;
+  if (m_outsideToJudge > m_pixelsToJudge / 4) {
+    leaveWindows();
+    m_pixelsUntilChoice = m_pixelsInWindows < shortLife ? pauseAfterShortLife : 0;
+  }
+  m_pixelsToJudge = m_outsideToJudge = 0;
 }
 
 /// Counts the pixels of a run that are at m_places.

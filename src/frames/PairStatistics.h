@@ -79,8 +79,10 @@ class PairStatistics {
   kernels::PairNotes m_notes;
   Windows m_windows{};
   bool m_inWindows = false;  ///< whether pixels are counted together now
-  unsigned int m_runsInWindows = 0;
-  unsigned int m_runsUntilChoice;  ///< before windows are looked for
+  std::size_t m_pixelsInWindows = 0;
+  std::size_t m_pixelsToJudge = 0;  ///< since it was last seen whether the windows fit
+  std::size_t m_outsideToJudge = 0;
+  std::size_t m_pixelsUntilChoice;  ///< before windows are looked for
   unsigned short m_lowPixels[mergeBlock];
   unsigned short m_highPixels[mergeBlock];
   unsigned short m_mergedPixels[mergeBlock];

@@ -263,6 +263,7 @@ enum Scene {
   LateMergedMinimum,    ///< of pixels that came before, but not together
   LateMergedMaximum,    ///< the same
   Noise,
+  NarrowFrame,  ///< of a sky that rises; its runs have few pixels
   scenes
 };
 
@@ -277,6 +278,7 @@ std::pair<unsigned int, unsigned int> exposed(Scene scene, const sim::PixelPlace
   switch (scene) {
     case Dark:
       return {noise / 4, noise / 4};
+    case NarrowFrame:
     case RisingSky:
       return shot(200 + 3000 * place.y / height);
     case SkyAndNoise:
@@ -307,8 +309,9 @@ std::pair<unsigned int, unsigned int> exposed(Scene scene, const sim::PixelPlace
 
 RawFrame frameOf(Scene scene, const char* camera) {
   sim::HeaderFields fields = hdrHeader(camera);
-  fields.width = 1024;
-  fields.height = 256;
+  const bool narrow = scene == NarrowFrame;
+  fields.width = narrow ? 6 : 1024;
+  fields.height = narrow ? 30000 : 256;
   return RawFrame(fields, sim::makePlanes(sim::layoutOf(fields), [&](const sim::PixelPlace& place) {
                     std::minstd_rand random(place.y * 8192 + place.x + 1);
                     random.discard(3);  // seeds are alike, what follows is not
