@@ -739,8 +739,13 @@ static void mergeByLine(const std::uint16_t* low, const std::uint16_t* high, std
       const Register place = whereAtMost16(row, lastRow, row, eitherBits(column, columns));
       store(places + i, whereAtMost16(maximum16(row, column), last, place, spread16(0)));
     }
-    for (std::size_t i = 0; i < run; ++i)
-      merged[done + i] = values[places[i]];
+    for (std::size_t i = 0; i < run; i += 4) {
+      const std::uint64_t four = load4(places + i);
+      merged[done + i] = values[four & 0xFFFF];
+      merged[done + i + 1] = values[four >> 16 & 0xFFFF];
+      merged[done + i + 2] = values[four >> 32 & 0xFFFF];
+      merged[done + i + 3] = values[four >> 48];
+    }
     done += run;
   }
   loops::mergeByLine(low + done, high + done, merged + done, count - done, values, size, mergeRow);
