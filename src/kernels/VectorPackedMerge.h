@@ -1,0 +1,365 @@
+#ifndef ORVACAM_SRC_KERNELS_VECTOR_PACKED_MERGE_H
+#define ORVACAM_SRC_KERNELS_VECTOR_PACKED_MERGE_H
+
+// A part of VectorKernels.h: unpacking and merging in one go, with notes for the counts.
+
+#include "kernels/VectorMerge.h"
+#include "kernels/VectorRegisters.h"
+
+namespace orvacam::kernels {
+
+namespace {
+
+/// A range, and the places of pairs, for all lanes.
+struct WideRange {
+  Register first, distance;  // to the last
+};
+struct WidePlaces {
+  WideRange low, high, merged, difference;
+  Bits lowShift, highShift;
+  bool withMerged, withDifference;
+};
+
+/// What a run of registers notes.
+struct WideNotes {
+  WideExtremes low, high, merged;
+  WidePlaces where;
+};
+
+}  // namespace
+
+static WideRange widened(const ValueRange& range) {
+  return {spread16(range.first), spread16(static_cast<std::uint16_t>(range.last - range.first))};
+}
+static WidePlaces widened(const PairPlaces& where) {
+  return {widened(where.low),      widened(where.high),      widened(where.merged), widened(where.difference),
+          shiftBy(where.lowShift), shiftBy(where.highShift), where.withMerged,      where.withDifference};
+}
+
+static WideNotes noNotes(const PairNotes& notes) {
+  return {noExtremes(), noExtremes(), noExtremes(), widened(notes.where)};
+}
+
+static Register placesOf(Register low, Register high, Register merged, const WidePlaces& where) {
+  const Register l = subtract16(low, where.low.first);
+  const Register h = subtract16(high, where.high.first);
+  Register place = shiftLeft16(l, where.lowShift);
+  // Bits only in lanes that are beyond a range.
+  Register beyond =
+      eitherBits(subtractToZero16(l, where.low.distance), subtractToZero16(h, where.high.distance));
+  if (where.withMerged) {
+    const Register m = subtract16(merged, where.merged.first);
+    beyond = eitherBits(beyond, subtractToZero16(m, where.merged.distance));
+  }
+  if (where.withDifference) {
+    const Register d = subtract16(subtract16(merged, high), where.difference.first);
+    place = add16(place, add16(shiftLeft16(h, where.highShift), d));
+    beyond = eitherBits(beyond, subtractToZero16(d, where.difference.distance));
+  } else {
+    place = add16(place, shiftLeft16(h, where.highShift));
+  }
+  return keepWhereNone16(place, beyond);
+}
+
+/// Fetches what lies a row pair further on: rows are too short for the processor to foresee where the next
+/// two begin. An address for the processor alone, perhaps behind the stream: nothing is read from it.
+static inline void prefetchNextRows(const PackedPair& run, std::size_t i) {
+  const std::size_t offset = 3 * (i / 2);
+  const auto low = reinterpret_cast<std::uintptr_t>(run.packedLow) + offset;
+  const auto high = reinterpret_cast<std::uintptr_t>(run.packedHigh) + offset;
+  const std::uintptr_t rowPair = 2 * (high - low);
+  __builtin_prefetch(reinterpret_cast<const void*>(low + rowPair), 0, 2);
+  __builtin_prefetch(reinterpret_cast<const void*>(high + rowPair), 0, 2);
+}
+
+// The corrections of packed pixels, by what there is to do. A shifted pixel has 15 bits, so that one
+// saturating addition and a maximum clamp the sum.
+
+static Register packedSums(Register pixels, Register additive, const WideRule& rule) {
+  return maximumSigned16(addSigned16(shiftLeft16(pixels, rule.additiveShift), additive), spread16(0));
+}
+static Register correctedPacked(Register pixels, Register additive, Register multiplicative,
+                                const WideRule& rule) {
+  const Products products = multiply16(packedSums(pixels, additive, rule), multiplicative);
+  return packToLimit16(shiftRight32(add32(products.first, rule.half), rule.resultShift),
+                       shiftRight32(add32(products.second, rule.half), rule.resultShift));
+}
+
+static Register packedLow(Register pixels, const UniformTerms& terms, std::size_t /*i*/,
+                          const WideRule& rule) {
+  return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
+                         spread16(terms.multiplicativeLow), rule);
+}
+static Register packedHigh(Register pixels, const UniformTerms& terms, std::size_t /*i*/,
+                           const WideRule& rule) {
+  return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveHigh)),
+                         spread16(terms.multiplicativeHigh), rule);
+}
+
+static Register packedLow(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
+  return correctedPacked(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
+}
+static Register packedHigh(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
+  return correctedPacked(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
+}
+
+/// Identity frames, as most merges have them: the low-gain plane is brought to the high-gain plane's scale,
+/// the latter stays as it is.
+namespace {
+
+/// By a factor below 16, held in units of 2^-12.
+struct ScaledLow {
+  std::uint32_t factor;
+};
+
+/// By any factor below 2^15, held in units of 2^-g, by way of 32 bits.
+struct SteepLow {
+  std::uint32_t factorAndHalf;  // 2^(g - 1) in the upper 16 bits
+  std::uint32_t shift;          // g
+};
+
+}  // namespace
+
+constexpr std::uint32_t scaleBits = 12;
+
+static bool changesLowAlone(const MergeRule& rule, const UniformTerms& terms) {
+  return terms.additiveLow == 0 && terms.additiveHigh == 0 && rule.multiplicativeFractionBits <= scaleBits &&
+         terms.multiplicativeHigh == 1U << rule.multiplicativeFractionBits;
+}
+static ScaledLow scaledLow(const MergeRule& rule, const UniformTerms& terms) {
+  return {std::uint32_t{terms.multiplicativeLow} << (scaleBits - rule.multiplicativeFractionBits)};
+}
+static SteepLow steepLow(const MergeRule& rule, const UniformTerms& terms) {
+  const std::uint32_t half =
+      rule.multiplicativeFractionBits > 0 ? 1U << (rule.multiplicativeFractionBits - 1) : 0;
+  return {terms.multiplicativeLow | half << 16, rule.multiplicativeFractionBits};
+}
+
+static Register packedLow(Register pixels, const ScaledLow& scaled, std::size_t /*i*/,
+                          const WideRule& /*rule*/) {
+  const Register factor = spread16(scaled.factor);
+  const Register wide = widened12(pixels);
+  return add16(multiplyHigh16(wide, factor), topBit16(multiplyLow16(wide, factor)));
+}
+static Register packedHigh(Register pixels, const ScaledLow& /*scaled*/, std::size_t /*i*/,
+                           const WideRule& /*rule*/) {
+  return pixels;
+}
+
+static Register packedLow(Register pixels, const SteepLow& steep, std::size_t /*i*/,
+                          const WideRule& /*rule*/) {
+  const Products products = multiplyAndAdd16(pixels, spread32(steep.factorAndHalf));
+  const Register shift = spread32(steep.shift);
+  return packToLimit16(shiftRight32(products.first, shift), shiftRight32(products.second, shift));
+}
+static Register packedHigh(Register pixels, const SteepLow& /*steep*/, std::size_t /*i*/,
+                           const WideRule& /*rule*/) {
+  return pixels;
+}
+
+namespace {
+
+// How a register of an output is written.
+
+struct Cached {};
+struct Streamed {};
+struct Partly {
+  std::size_t first, end;  ///< lanes
+};
+
+}  // namespace
+
+static inline void put(Cached /*how*/, std::uint16_t* target, Register pixels) {
+  store(target, pixels);
+}
+static inline void put(Streamed /*how*/, std::uint16_t* target, Register pixels) {
+  stream(target, pixels);
+}
+static inline void put(Partly how, std::uint16_t* target, Register pixels) {
+  // By way of memory: a masked store would fetch the lines of its masked lanes, too.
+  std::uint16_t values[lanes];
+  store(values, pixels);
+  __builtin_memcpy(target + how.first, values + how.first, (how.end - how.first) * sizeof *target);
+}
+
+/// What is noted of a run.
+enum Noting { nothing, markedPixels, places };
+
+namespace {
+
+/// A register of each output.
+struct WidePair {
+  Register low, high, merged;
+};
+
+}  // namespace
+
+/// One register of pixels of both gains, from pixel i of the run on, with its notes.
+template <Noting noting, typename Terms>
+static inline WidePair mergedPair(const PackedPair& run, std::size_t i, const WideRule& rule,
+                                  const Terms& terms, const PairNotes& notes, WideNotes* wide) {
+  if (noting == nothing) prefetchNextRows(run, i);  // else counting does
+  const Register low = unpacked(run.packedLow + 3 * (i / 2));
+  const Register high = unpacked(run.packedHigh + 3 * (i / 2));
+  const Register rightLow = packedLow(low, terms, i, rule);
+  const Register rightHigh = packedHigh(high, terms, i, rule);
+  const Choice highTaken = takesHigh(rightLow, rightHigh, rule);
+  const Register merged = chosen(highTaken, rightHigh, rightLow);
+  if (noting != nothing && notes.merged != nullptr) store(notes.merged + i, merged);
+  if (noting == places) store(notes.places + i, placesOf(low, high, merged, wide->where));
+  if (noting == markedPixels) {
+    const Register mark = spread16(takenMark);
+    store(notes.low + i, chosen(highTaken, low, eitherBits(low, mark)));
+    store(notes.high + i, chosen(highTaken, eitherBits(high, mark), high));
+    extend(low, &wide->low);
+    extend(high, &wide->high);
+    extend(merged, &wide->merged);
+  }
+  return {low, high, merged};
+}
+
+template <typename How>
+static inline void putPair(const PackedPair& run, std::size_t i, How how, const WidePair& pair) {
+  if (run.low != nullptr) put(how, run.low + i, pair.low);
+  if (run.high != nullptr) put(how, run.high + i, pair.high);
+  put(how, run.merged + i, pair.merged);
+}
+
+template <typename Terms>
+static inline void prefetchTerms(const Terms& /*terms*/, std::size_t /*i*/) {}
+/// Registers of less than a cache line come back to each line while the other six streams pass: there it pays
+/// to ask early.
+static inline void prefetchTerms(const PlaneTerms& terms, std::size_t i) {
+  if (lanes >= pixelsOfLine) return;
+  // Addresses for the processor alone, perhaps behind the terms.
+  constexpr std::size_t ahead = 2048;
+  const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeLow + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeHigh + i)};
+  for (const std::uintptr_t plane : planes)
+    __builtin_prefetch(reinterpret_cast<const void*>(plane + ahead));
+}
+
+/// A cache line of each output at once: one that waits half streamed costs time.
+template <Noting noting, typename Terms>
+static inline void streamLine(const PackedPair& run, std::size_t i, const WideRule& rule, const Terms& terms,
+                              const PairNotes& notes, WideNotes* wide) {
+  constexpr std::size_t registers = pixelsOfLine / lanes;
+  prefetchTerms(terms, i);
+  WidePair pairs[registers];
+  for (std::size_t r = 0; r < registers; ++r)
+    pairs[r] = mergedPair<noting>(run, i + r * lanes, rule, terms, notes, wide);
+  for (std::size_t r = 0; r < registers && run.low != nullptr; ++r)
+    stream(run.low + i + r * lanes, pairs[r].low);
+  for (std::size_t r = 0; r < registers && run.high != nullptr; ++r)
+    stream(run.high + i + r * lanes, pairs[r].high);
+  for (std::size_t r = 0; r < registers; ++r)
+    stream(run.merged + i + r * lanes, pairs[r].merged);
+}
+
+static void finishNotes(const WideNotes& wide, PairNotes* notes) {
+  notes->lowExtremes = narrowed(wide.low);
+  notes->highExtremes = narrowed(wide.high);
+  notes->mergedExtremes = narrowed(wide.merged);
+}
+
+template <Noting noting, typename Terms>
+static void mergeCached(const PackedPair& given, const MergeRule& rule, const Terms& givenTerms) {
+  const PackedPair run = given;  // copies that the output cannot overlap
+  const Terms terms = givenTerms;
+  const WideRule wide = widened(rule);
+  const std::size_t pixels = 2 * run.pairs;
+  const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
+  WideNotes wideNotes = noNotes(notes);
+  const auto merge = [&](std::size_t i) {
+    putPair(run, i, Cached(), mergedPair<noting>(run, i, wide, terms, notes, &wideNotes));
+  };
+  std::size_t i = 0;
+  for (; i + lanes <= pixels; i += lanes)
+    merge(i);
+  if (i < pixels) merge(pixels - lanes);  // some of them once more
+  if (noting == markedPixels) finishNotes(wideNotes, run.notes);
+}
+
+/// Streams whole cache lines. Those that the run shares with its neighbours in the planes, at both ends, are
+/// written through the cache.
+template <Noting noting, typename Terms>
+static void mergeStreamed(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
+                          const Terms& givenTerms) {
+  const PackedPair run = given;
+  const Terms terms = givenTerms;
+  const WideRule wide = widened(rule);
+  const std::size_t pixels = 2 * run.pairs;
+  const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
+  WideNotes wideNotes = noNotes(notes);
+  const auto merge = [&](std::size_t i, std::size_t firstLane, std::size_t endLane) {
+    putPair(run, i, Partly{firstLane, endLane}, mergedPair<noting>(run, i, wide, terms, notes, &wideNotes));
+  };
+  // The shared line behind is asked for now, so that nothing waits for it then.
+  if (run.low != nullptr) __builtin_prefetch(run.low + pixels - 1, 1);
+  if (run.high != nullptr) __builtin_prefetch(run.high + pixels - 1, 1);
+  __builtin_prefetch(run.merged + pixels - 1, 1);
+  std::size_t i = 0;
+  for (; i < ahead; i += lanes)
+    merge(i, 0, ahead - i < lanes ? ahead - i : lanes);
+  for (i = ahead; i + pixelsOfLine <= pixels; i += pixelsOfLine)
+    streamLine<noting>(run, i, wide, terms, notes, &wideNotes);
+  for (; i + lanes <= pixels; i += lanes)
+    merge(i, 0, lanes);
+  if (i < pixels) merge(pixels - lanes, lanes - (pixels - i), lanes);
+  if (noting == markedPixels) finishNotes(wideNotes, run.notes);
+}
+
+/// Pixels ahead of the first cache line that all outputs begin together, an even number; more than the run
+/// has when they do not.
+static std::size_t pixelsToCommonLine(const PackedPair& run) {
+  const std::size_t pixels = pixelsToLine(run.merged);
+  const bool together = (run.low == nullptr || pixelsToLine(run.low) == pixels) &&
+                        (run.high == nullptr || pixelsToLine(run.high) == pixels);
+  return together && pixels % 2 == 0 ? pixels : 2 * run.pairs + 1;
+}
+
+template <Stores stores, Noting noting, typename Terms>
+static void mergeNoting(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
+  const std::size_t ahead = pixelsToCommonLine(run);
+  if (stores == streaming && ahead + 2 * pixelsOfLine <= 2 * run.pairs)
+    mergeStreamed<noting>(run, ahead, rule, terms);
+  else
+    mergeCached<noting>(run, rule, terms);
+}
+
+template <Stores stores, typename Terms>
+static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
+  if (run.notes == nullptr)
+    mergeNoting<stores, nothing>(run, rule, terms);
+  else if (run.notes->places == nullptr)
+    mergeNoting<stores, markedPixels>(run, rule, terms);
+  else
+    mergeNoting<stores, places>(run, rule, terms);
+}
+
+template <Stores stores>
+static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
+  const bool lowAlone = changesLowAlone(rule, terms);
+  if (2 * run.pairs < lanes)
+    loops::mergePacked(run, rule, terms);
+  else if (lowAlone && scaledLow(rule, terms).factor <= 65535)
+    mergePackedBy<stores>(run, rule, scaledLow(rule, terms));
+  else if (lowAlone && terms.multiplicativeLow <= 32767)
+    mergePackedBy<stores>(run, rule, steepLow(rule, terms));
+  else
+    mergePackedBy<stores>(run, rule, terms);
+}
+
+template <Stores stores>
+static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
+  if (2 * run.pairs < lanes)
+    loops::mergePacked(run, rule, terms);
+  else
+    mergePackedBy<stores>(run, rule, terms);
+}
+
+}  // namespace orvacam::kernels
+
+#endif  // ORVACAM_SRC_KERNELS_VECTOR_PACKED_MERGE_H

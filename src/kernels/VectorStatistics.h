@@ -1,0 +1,119 @@
+#ifndef ORVACAM_SRC_KERNELS_VECTOR_STATISTICS_H
+#define ORVACAM_SRC_KERNELS_VECTOR_STATISTICS_H
+
+// A part of VectorKernels.h: extremes, positions and counts.
+
+#include "kernels/VectorRegisters.h"
+
+namespace orvacam::kernels {
+
+/// Two of each, because the next register of one waits for the one before.
+static void findExtremes(const std::uint16_t* pixels, std::size_t count, Extremes* extremes) {
+  if (count < 2 * lanes) {
+    loops::findExtremes(pixels, count, extremes);
+    return;
+  }
+  WideExtremes some = noExtremes();
+  WideExtremes others = noExtremes();
+  for (std::size_t i = 0; i < count; i += 2 * lanes) {
+    const std::size_t at = i + 2 * lanes <= count ? i : count - 2 * lanes;  // some of them once more
+    extend(load(pixels + at), &some);
+    extend(load(pixels + at + lanes), &others);
+  }
+  *extremes = narrowed({minimum16(some.minimum, others.minimum), maximum16(some.maximum, others.maximum)});
+}
+
+static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std::uint16_t value) {
+  const Register wanted = spread16(value);
+  std::size_t i = 0;
+  for (; i + lanes <= count; i += lanes)
+    if (const unsigned found = lanesEqual16(load(pixels + i), wanted))
+      return i + static_cast<unsigned>(__builtin_ctz(found)) / bitsOfLane;
+  return i + loops::findFirst(pixels + i, count - i, value);
+}
+
+static std::size_t findEach(const std::uint16_t* values, std::size_t count, std::uint16_t value,
+                            std::uint16_t* positions) {
+  constexpr unsigned firstBits = ~0U / ((1U << bitsOfLane) - 1);  // one for each lane
+  constexpr std::size_t blockRegisters = 64;
+  const Register wanted = spread16(value);
+  std::size_t found = 0;
+  std::size_t i = 0;
+  // First the registers that have any: which ones cannot be foreseen, and nothing waits for it so.
+  while (i + lanes <= count) {
+    const std::size_t registers = (count - i) / lanes < blockRegisters ? (count - i) / lanes : blockRegisters;
+    std::uint8_t some[blockRegisters];
+    std::size_t having = 0;
+    for (std::size_t r = 0; r < registers; ++r) {
+      some[having] = static_cast<std::uint8_t>(r);
+      having += lanesEqual16(load(values + i + r * lanes), wanted) != 0 ? 1U : 0U;
+    }
+    for (std::size_t k = 0; k < having; ++k) {
+      const std::size_t first = i + some[k] * lanes;
+      for (unsigned equal = lanesEqual16(load(values + first), wanted) & firstBits; equal != 0;
+           equal &= equal - 1)
+        positions[found++] =
+            static_cast<std::uint16_t>(first + static_cast<unsigned>(__builtin_ctz(equal)) / bitsOfLane);
+    }
+    i += registers * lanes;
+  }
+  const std::size_t behind = loops::findEach(values + i, count - i, value, positions + found);
+  for (const std::size_t end = found + behind; found < end; ++found)
+    positions[found] = static_cast<std::uint16_t>(positions[found] + i);
+  return found;
+}
+
+/// A histogram has no vector form: one addition a value is the floor.
+static void countValues(const std::uint16_t* values, std::size_t count, std::uint32_t* counts,
+                        std::size_t stride, const void* next, std::size_t nextBytes) {
+  static_assert(countBanks == 4);
+  constexpr std::size_t valuesOfTurn = 16, bytesOfTurn = 64;
+  const auto ahead = reinterpret_cast<std::uintptr_t>(next);
+  std::uint32_t* const second = counts + stride;
+  std::uint32_t* const third = second + stride;
+  std::uint32_t* const fourth = third + stride;
+  std::size_t i = 0;
+  for (std::size_t asked = 0; i + valuesOfTurn <= count; i += valuesOfTurn, asked += bytesOfTurn) {
+    if (asked < nextBytes) __builtin_prefetch(reinterpret_cast<const void*>(ahead + asked));
+    for (std::size_t of = 0; of < valuesOfTurn; of += 4) {
+      const std::uint64_t four = load4(values + i + of);
+      ++counts[four & 0xFFFF];
+      ++second[four >> 16 & 0xFFFF];
+      ++third[four >> 32 & 0xFFFF];
+      ++fourth[four >> 48];
+    }
+  }
+  loops::countValues(values + i, count - i, counts, stride, nullptr, 0);
+}
+
+static Register pairPlaces(Register pixels, Register first) {
+  const Register distances = subtract16(pixels, first);
+  const Register together = eitherBits(distances, shiftRight32(distances, spread32(16 - pairWindowBits)));
+  constexpr std::uint32_t outside = 0xFFFFU >> pairWindowBits << pairWindowBits;
+  return keepWhereNone32(bothBits(together, spread32((1U << 2 * pairWindowBits) - 1)),
+                         bothBits(distances, spread16(outside)));
+}
+
+static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint16_t first,
+                       std::uint16_t* places, Extremes* extremes) {
+  if (pairs < lanes) {
+    loops::placePairs(pixels, pairs, first, places, extremes);
+    return;
+  }
+  const Register wideFirst = spread16(first);
+  Register smallest = spread16(65535);
+  Register largest = spread16(0);
+  for (std::size_t pair = 0; pair < pairs; pair += lanes) {
+    const std::size_t at = pair + lanes <= pairs ? pair : pairs - lanes;  // some of them once more
+    const Register some = load(pixels + 2 * at);
+    const Register others = load(pixels + 2 * at + lanes);
+    store(places + at, narrowed32(pairPlaces(some, wideFirst), pairPlaces(others, wideFirst)));
+    smallest = minimum16(smallest, minimum16(some, others));
+    largest = maximum16(largest, maximum16(some, others));
+  }
+  *extremes = narrowed({smallest, largest});
+}
+
+}  // namespace orvacam::kernels
+
+#endif  // ORVACAM_SRC_KERNELS_VECTOR_STATISTICS_H
