@@ -79,18 +79,26 @@ class Merging {
     if (!m_what.mergedOnly)
       require(m_low.holds(m_frame.low) && m_high.holds(m_frame.high), "unpacked planes");
     if (!m_what.statistics) return;
-    checkMean(m_stats.statsMerged, expected.merged);
+    checkStatistics(m_stats.statsMerged, expected.merged);
     if (m_what.mergedOnly) return;
-    checkMean(m_stats.statsLow, m_frame.low);
-    checkMean(m_stats.statsHigh, m_frame.high);
+    checkStatistics(m_stats.statsLow, m_frame.low);
+    checkStatistics(m_stats.statsHigh, m_frame.high);
   }
 
  private:
-  static void checkMean(const image_plane_stats_t& stats, const Plane& plane) {
+  static void checkStatistics(const image_plane_stats_t& stats, const Plane& plane) {
+    std::vector<double> histogram(65536);
     double sum = 0;
-    for (const unsigned short pixel : plane)
+    for (const unsigned short pixel : plane) {
       sum += pixel;
+      histogram[pixel] += 1;
+    }
     require(stats.dMean == sum / static_cast<double>(plane.size()), "mean");
+    require(stats.uiMin == *std::min_element(plane.begin(), plane.end()), "smallest pixel");
+    require(stats.uiMax == *std::max_element(plane.begin(), plane.end()), "largest pixel");
+    require(stats.pHistogram != nullptr &&
+                std::equal(stats.pHistogram, stats.pHistogram + stats.uiHistogramSize, histogram.begin()),
+            "histogram");
   }
 
   const HdrFrame& m_frame;
