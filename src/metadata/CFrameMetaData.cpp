@@ -125,11 +125,11 @@ int CFrameMetaData::GetValue(ORVA_META_KEYS eKey, meta_data_value_t& value) {
   if (eKey >= ORVA_META_KEY_COUNT) return -1;
   const CMetaValues& stored = m_Values[eKey];
   if (stored.IsStringValue()) {
-    value.iLength = sizeof value.szText;
-    stored.GetValue(value.szText, value.iLength);
+    value.length = sizeof value.text;
+    stored.GetValue(value.text, value.length);
   } else {
-    value.dValue = stored.GetValueDouble();
-    value.iLength = -1;
+    value.value = stored.GetValueDouble();
+    value.length = -1;
   }
   m_uiCursor = eKey + 1;
   return static_cast<int>(eKey);

@@ -100,7 +100,7 @@ TEST(Records, OfMergesAndConversions) {
 TEST(Records, OfOneMetadataValue) {
   const meta_data_value_t record{};
   [[maybe_unused]] const auto& [number, length, text] = record;
-  expectFields<Fields<double, int, char[64]>>(record.dValue, record.iLength, record.szText);
+  expectFields<Fields<double, int, char[64]>>(record.value, record.length, record.text);
 }
 
 TEST(Enumerations, Take32Bits) {

@@ -462,21 +462,21 @@ TEST(HeaderValues, HandOutNumbersAsDoubles) {
   header.SetBitsPerPixel(12);
   meta_data_value_t value{};
   EXPECT_EQ(header.GetValue(ORVA_META_KEY_SENSOR_PIXEL_BIT_DEPTH, value), 72);
-  EXPECT_EQ(value.dValue, 12.0);
-  EXPECT_EQ(value.iLength, -1);
+  EXPECT_EQ(value.value, 12.0);
+  EXPECT_EQ(value.length, -1);
   header.SetHDRFrame(true);
   EXPECT_EQ(header.GetValue(ORVA_META_KEY_HDR_MODE, value), 40);
-  EXPECT_EQ(value.dValue, 1.0);
+  EXPECT_EQ(value.value, 1.0);
 }
 
 TEST(HeaderValues, HandOutTextsZeroFilled) {
   CFrameMetaData header;
   header.SetModelName("VS400", 5);
   meta_data_value_t value{};
-  std::memset(value.szText, 'x', sizeof value.szText);
+  std::memset(value.text, 'x', sizeof value.text);
   EXPECT_EQ(header.GetValue(ORVA_META_KEY_CAMERA_MODEL, value), 11);
-  EXPECT_EQ(value.iLength, 5);
-  EXPECT_EQ(std::string(value.szText, 64), "VS400" + std::string(59, '\0'));
+  EXPECT_EQ(value.length, 5);
+  EXPECT_EQ(std::string(value.text, 64), "VS400" + std::string(59, '\0'));
 }
 
 TEST(HeaderValues, CutTextsAt64BytesWithoutATerminator) {
@@ -484,8 +484,8 @@ TEST(HeaderValues, CutTextsAt64BytesWithoutATerminator) {
   header.SetValue(ORVA_META_KEY_APP_INFO_STRING, std::string(70, 'a'));
   meta_data_value_t value{};
   EXPECT_EQ(header.GetValue(ORVA_META_KEY_APP_INFO_STRING, value), 88);
-  EXPECT_EQ(value.iLength, 64);
-  EXPECT_EQ(std::string(value.szText, 64), std::string(64, 'a'));
+  EXPECT_EQ(value.length, 64);
+  EXPECT_EQ(std::string(value.text, 64), std::string(64, 'a'));
 }
 
 TEST(HeaderValues, AreWalkedOneByOne) {
@@ -511,9 +511,9 @@ TEST(HeaderValues, OfAKeyAbove99AreNoneAndLeaveTheCursorAlone) {
   value = {5.0, 6, "text"};
   EXPECT_EQ(header.GetValue(static_cast<ORVA_META_KEYS>(100), value), -1);
   EXPECT_EQ(header.GetValue(static_cast<ORVA_META_KEYS>(0xFFFFFFFFu), value), -1);
-  EXPECT_EQ(value.dValue, 5.0);
-  EXPECT_EQ(value.iLength, 6);
-  EXPECT_STREQ(value.szText, "text");
+  EXPECT_EQ(value.value, 5.0);
+  EXPECT_EQ(value.length, 6);
+  EXPECT_STREQ(value.text, "text");
   EXPECT_EQ(header.GetValueNext(value), 41);
 }
 

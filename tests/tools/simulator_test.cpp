@@ -258,20 +258,20 @@ TEST_P(SimulatedHeader, SaysToTheParserWhatItWasGiven) {
   for (const Said& field : said) {
     if (field.first > version) continue;
     ASSERT_GE(header.GetValue(field.key, value), 0);
-    EXPECT_EQ(value.iLength, -1) << field.key;
-    EXPECT_NEAR(value.dValue, field.value, field.tolerance) << "key " << field.key;
+    EXPECT_EQ(value.length, -1) << field.key;
+    EXPECT_NEAR(value.value, field.value, field.tolerance) << "key " << field.key;
   }
   header.GetValue(ORVA_META_KEY_METADATA_VERSION, value);
-  EXPECT_EQ(value.dValue, version);
+  EXPECT_EQ(value.value, version);
   header.GetValue(ORVA_META_KEY_CAMERA_MODEL, value);
-  EXPECT_STREQ(value.szText, "VESTRA VS4040 BSI");
+  EXPECT_STREQ(value.text, "VESTRA VS4040 BSI");
   header.GetValue(ORVA_META_KEY_CAMERA_SERIAL_NUMBER, value);
-  EXPECT_STREQ(value.szText, "SN 0815-4711");
+  EXPECT_STREQ(value.text, "SN 0815-4711");
   if (version == 1) return;
   header.GetValue(ORVA_META_KEY_APP_INFO_STRING, value);
-  EXPECT_STREQ(value.szText, "app 1.0");
+  EXPECT_STREQ(value.text, "app 1.0");
   header.GetValue(ORVA_META_KEY_LIB_INFO_STRING, value);
-  EXPECT_STREQ(value.szText, "lib 1.0");
+  EXPECT_STREQ(value.text, "lib 1.0");
   EXPECT_DOUBLE_EQ(header.GetGPSLatitude(), 48.0);
   EXPECT_DOUBLE_EQ(header.GetGPSLongitude(), -16.0);
 }

@@ -87,7 +87,7 @@ sim::HeaderFields fieldsOf(CFrameMetaData& header) {
   sim::HeaderFields f;
   meta_data_value_t model{};
   header.GetValue(ORVA_META_KEY_CAMERA_MODEL, model);
-  f.model.assign(model.szText, strnlen(model.szText, sizeof model.szText));
+  f.model.assign(model.text, strnlen(model.text, sizeof model.text));
   f.dataBits = number(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
   f.hdr = header.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
   f.correlatedMultipleSampling = header.Value(ORVA_META_KEY_CORRELATED_MULTIPLE_SAMPLE).GetValueBool();

@@ -18,12 +18,12 @@ nlohmann::ordered_json valuesOf(CFrameMetaData& header) {
     const KeyInfo& info = keyInfo(key);
     if (*info.name == '\0' || header.GetValue(static_cast<ORVA_META_KEYS>(key), value) < 0) continue;
     nlohmann::ordered_json entry{{"key", key}, {"name", info.name}};
-    if (value.iLength >= 0)
-      entry["value"] = std::string(value.szText, strnlen(value.szText, sizeof value.szText));
-    else if (std::floor(value.dValue) == value.dValue && std::fabs(value.dValue) < 1e15)
-      entry["value"] = static_cast<long>(value.dValue);
+    if (value.length >= 0)
+      entry["value"] = std::string(value.text, strnlen(value.text, sizeof value.text));
+    else if (std::floor(value.value) == value.value && std::fabs(value.value) < 1e15)
+      entry["value"] = static_cast<long>(value.value);
     else
-      entry["value"] = value.dValue;
+      entry["value"] = value.value;
     entry["unit"] = info.unit;
     values.push_back(entry);
   }

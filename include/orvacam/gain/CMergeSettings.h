@@ -42,9 +42,9 @@ class ORVACAM_API CMergeSettings {
   merge_line_offsets_t& GetGainOffsetPair(unsigned int uiLow, unsigned int uiHigh);
   /// That record's gain ratio.
   double GetGainOffsetPairGainRatio(unsigned int uiLow, unsigned int uiHigh);
-  /// Whether there are records, and for how many gains of either channel.
   /// Whether the sensor's gain tables are there: after Initialize, unless memory ran out.
   bool HasGainTables() const { return m_pGainTables != nullptr; }
+  /// Whether there are records, and for how many gains of either channel.
   bool HasGainOffsetPairs() const { return m_ppGainOffsetPairs != nullptr; }
   unsigned int GetNumLowGains() const { return m_uiNumLowGains; }
   unsigned int GetNumHighGains() const { return m_uiNumHighGains; }

@@ -116,9 +116,9 @@ constexpr unsigned int ORVA_META_KEY_COUNT = 100;
 
 /// A caller's view of one metadata value, filled by CFrameMetaData::GetValue.
 struct meta_data_value_t {
-  double dValue;    ///< the numeric value as a double; not set for texts
-  int iLength;      ///< -1 for a numeric value, else the number of bytes of text
-  char szText[64];  ///< the text, zero-filled; not terminated when it is 64 bytes long
+  double value;   ///< the numeric value as a double; not set for texts
+  int length;     ///< -1 for a numeric value, else the number of bytes of text
+  char text[64];  ///< the text, zero-filled; not terminated when it is 64 bytes long
 };
 
 #endif  // ORVACAM_TYPES_META_KEYS_H
