@@ -12,6 +12,11 @@
 
 #include <new>
 
+#include "sensors/Sensors.h"
+#include "support/KeyedTable.h"
+
+using orvacam::FrameClass;
+
 namespace {
 
 template <typename Frame>
@@ -19,27 +24,27 @@ IFrame* make() {
   return new (std::nothrow) Frame;
 }
 
-constexpr struct {
-  unsigned int device;
+struct Maker {
+  FrameClass frame;
   IFrame* (*make)();
-} makers[] = {
-    {ORVA_DEVICE_GSENSE400, make<CFrameGSense400>},
-    {ORVA_DEVICE_GSENSE2020, make<CFrameGSense2020>},
-    {ORVA_DEVICE_GSENSE4040, make<CFrameGSense4040>},
-    {ORVA_DEVICE_GSENSE6060, make<CFrameGSense6060>},
-    {ORVA_DEVICE_ARGENT_4320, make<CFrameArgent23084>},
-    {ORVA_DEVICE_ARGENT_23042, make<CFrameArgent23084>},
-    {ORVA_DEVICE_ARGENT_23084, make<CFrameArgent23084>},
-    {ORVA_DEVICE_IMX183, make<CFrameIMX183>},
-    {ORVA_DEVICE_LSGEN, make<CFrameLSGEN>},
 };
+
+constexpr Maker makers[] = {
+    {FrameClass::GSense400, make<CFrameGSense400>},
+    {FrameClass::GSense2020, make<CFrameGSense2020>},
+    {FrameClass::GSense4040, make<CFrameGSense4040>},
+    {FrameClass::GSense6060, make<CFrameGSense6060>},
+    {FrameClass::Argent23084, make<CFrameArgent23084>},
+    {FrameClass::IMX183, make<CFrameIMX183>},
+    {FrameClass::LSGEN, make<CFrameLSGEN>},
+    {FrameClass::Generic, make<CFrameGeneric>},
+};
+static_assert(orvacam::hasARowForEach(orvacam::frameClassCount, makers, &Maker::frame));
 
 }  // namespace
 
 IFrame* CFrameFactory::Create(unsigned int uiDeviceType) {
-  for (const auto& maker : makers)
-    if (maker.device == uiDeviceType) return maker.make();
-  return make<CFrameGeneric>();
+  return makers[static_cast<unsigned int>(orvacam::sensorOf(uiDeviceType).frame)].make();
 }
 
 IFrame* CFrameFactory::Create(const CFrameMetaData& metaData) {

@@ -5,32 +5,17 @@
 #include <orvacam/types/device_types.h>
 #include <orvacam/types/gain_types.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string_view>
 
+#include "sensors/Sensors.h"
 #include "support/CheckedMath.h"
 
 namespace {
 
 using orvacam::ceilDivide;
-
-struct Model {
-  const char* designation;
-  unsigned int device;
-  bool argent;  ///< the model also contains "ARGENT", whatever its case
-};
-
-/// In the order in which they are tried.
-constexpr Model models[] = {
-    {"VS400", ORVA_DEVICE_GSENSE400, false},    {"VS2020", ORVA_DEVICE_GSENSE2020, false},
-    {"VS4040", ORVA_DEVICE_GSENSE4040, false},  {"VS6060", ORVA_DEVICE_GSENSE6060, false},
-    {"230-42", ORVA_DEVICE_ARGENT_23042, true}, {"230-84", ORVA_DEVICE_ARGENT_23084, true},
-    {"4320", ORVA_DEVICE_ARGENT_4320, true},
-};
-constexpr const char* unlessArgent = "IMX183";
 
 /// The text of a stored value up to its first zero byte; it stays the value's. Nothing here takes memory: a
 /// camera is the same one also when there is none.
@@ -40,19 +25,6 @@ std::string_view textOf(const CMetaValues& value) {
   return bytes == nullptr || length <= 0
              ? std::string_view()
              : std::string_view(bytes, strnlen(bytes, static_cast<unsigned>(length)));
-}
-
-bool contains(std::string_view text, std::string_view part) {
-  return text.find(part) != text.npos;
-}
-
-/// The same for a part in upper case, whatever the case of the text's ASCII letters, whatever the program's
-/// locale.
-bool containsInAnyCase(std::string_view text, std::string_view part) {
-  const auto same = [](char c, char wanted) {
-    return (c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c) == wanted;
-  };
-  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
 unsigned int binned(unsigned int size, unsigned int factor) {
@@ -68,15 +40,9 @@ int CFrameMetaData::GetDeviceType(unsigned int& uiType) const {
 }
 
 int CFrameMetaData::DoGetDeviceType(unsigned int& uiType) const {
-  const std::string_view text = textOf(m_Values[ORVA_META_KEY_CAMERA_MODEL]);
-  const bool argent = containsInAnyCase(text, "ARGENT");
-  for (const Model& model : models) {
-    if ((model.argent && !argent) || !contains(text, model.designation)) continue;
-    uiType = model.device;
-    return 0;
-  }
-  if (argent || !contains(text, unlessArgent)) return -1;
-  uiType = ORVA_DEVICE_IMX183;
+  const orvacam::Sensor* const sensor = orvacam::sensorOfModel(textOf(m_Values[ORVA_META_KEY_CAMERA_MODEL]));
+  if (sensor == nullptr) return -1;
+  uiType = sensor->device;
   return 0;
 }
 
@@ -210,24 +176,16 @@ int CFrameMetaData::GetImageSizeBytes(unsigned int& uiBytes) const {
   const unsigned int bin = DoUint(ORVA_META_KEY_HORIZONTAL_BINNING) * DoUint(ORVA_META_KEY_VERTICAL_BINNING);
   if (bin == 0) return 0;
 
-  switch (device) {
-    case ORVA_DEVICE_GSENSE400:
-    case ORVA_DEVICE_GSENSE2020:
-    case ORVA_DEVICE_GSENSE4040: {
-      // Image and reference pixels are separate blocks, each rounded up to whole bytes; doubled before
-      // binning.
-      const bool pairedRows = device == ORVA_DEVICE_GSENSE400;
-      const unsigned int total =
-          DoComputeFrameSizeFromPixelSize(bits, width, rows) +
-          DoComputeFrameSizeFromPixelSize(bits, refPixels, pairedRows ? rows / 2 : rows);
-      uiBytes = (hdr || !pairedRows ? 2 : 1) * total / bin;
-      return 0;
-    }
-    default:
-      uiBytes = DoComputeFrameSizeFromPixelSize(bits, width + refPixels, rows) / bin;
-      if (device == ORVA_DEVICE_GSENSE6060 && hdr) uiBytes *= 2;
-      return 0;
-  }
+  const orvacam::SizeRule& rule = orvacam::sensorOf(device).size;
+  const unsigned int times = rule.doubled == rule.Always || (rule.doubled == rule.InHdr && hdr) ? 2 : 1;
+  if (rule.apart)
+    uiBytes = times *
+              (DoComputeFrameSizeFromPixelSize(bits, width, rows) +
+               DoComputeFrameSizeFromPixelSize(bits, refPixels, rows / rule.rowsPerReferenceRow)) /
+              bin;
+  else
+    uiBytes = DoComputeFrameSizeFromPixelSize(bits, width + refPixels, rows) / bin * times;
+  return 0;
 }
 
 // ---- Temperatures, positions, times -----------------------------------------------------------------------

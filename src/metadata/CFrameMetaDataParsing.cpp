@@ -10,6 +10,7 @@
 
 #include "metadata/FitsCards.h"
 #include "metadata/HeaderFields.h"
+#include "sensors/Sensors.h"
 #include "support/ByteReader.h"
 
 using namespace orvacam::header;
@@ -220,25 +221,15 @@ void CFrameMetaData::DoDeriveFlags(unsigned int uiVersion) {
 
 void CFrameMetaData::FixRefPixels() {
   if (setOf(DoUint(ORVA_META_KEY_METADATA_VERSION)) == V34) return;
-  // What cameras of these headers have and do not say.
-  constexpr int unchanged = -1;
-  static constexpr struct {
-    unsigned int device;
-    int pre, post;
-  } fixes[] = {
-      {ORVA_DEVICE_GSENSE6060, 32, 24},       {ORVA_DEVICE_ARGENT_23042, 50, 50},
-      {ORVA_DEVICE_ARGENT_23084, 50, 50},     {ORVA_DEVICE_ARGENT_4320, 50, 50},
-      {ORVA_DEVICE_GSENSE400, unchanged, 0},  {ORVA_DEVICE_GSENSE2020, unchanged, 0},
-      {ORVA_DEVICE_GSENSE4040, unchanged, 0},
-  };
   unsigned int device = ORVA_DEVICE_UNKNOWN;
   DoGetDeviceType(device);
-  for (const auto& fix : fixes) {
-    if (fix.device != device) continue;
-    if (fix.pre != unchanged)
-      m_Values[ORVA_META_KEY_PRE_ROW_REF_PIXELS].SetValueUint(static_cast<unsigned>(fix.pre));
-    m_Values[ORVA_META_KEY_POST_ROW_REF_PIXELS].SetValueUint(static_cast<unsigned>(fix.post));
-  }
+  const auto fix = [this](ORVA_META_KEYS key, int pixels) {
+    if (pixels != orvacam::ReferencePixels::asStated)
+      m_Values[key].SetValueUint(static_cast<unsigned int>(pixels));
+  };
+  const orvacam::ReferencePixels& known = orvacam::sensorOf(device).referencePixels;
+  fix(ORVA_META_KEY_PRE_ROW_REF_PIXELS, known.pre);
+  fix(ORVA_META_KEY_POST_ROW_REF_PIXELS, known.post);
 }
 
 // ---- Field and byte readers ------------------------------------------------------------------------------

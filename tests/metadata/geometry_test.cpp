@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "metadata/SettableHeader.h"
+#include "support/Cameras.h"
 
 namespace {
 
@@ -62,15 +63,18 @@ unsigned int ask(const CFrameMetaData& header, CountQuery query, int status = 0)
 // ----------------------------------------------------------------------------------------------------
 
 TEST(DeviceType, FollowsFromTheModelText) {
-  const struct {
-    const char* model;
-    unsigned int type;
-  } cameras[] = {{"VESTRA VS400", 0x01000400},   {"VS2020-FSI", 0x01002020},
-                 {"VS4040-BSI", 0x01004040},     {"VESTRA VS6060", 0x01006060},
-                 {"ARGENT 230-42", 0x03023042},  {"argent 230-84 mono", 0x03023084},
-                 {"My Argent 4320", 0x03004320}, {"cam IMX183 color", 0x04000183}};
-  for (const auto& camera : cameras)
-    EXPECT_EQ(typeOf(camera.model), camera.type) << camera.model;
+  for (const cameras::Camera& camera : cameras::all)
+    if (camera.model != nullptr) {
+      EXPECT_EQ(typeOf(camera.model), camera.device) << camera.model;
+    }
+}
+
+TEST(DeviceType, FollowsFromAPartOfTheModelText) {
+  EXPECT_EQ(typeOf("VS2020-FSI"), cameras::of("GSENSE2020").device);
+  EXPECT_EQ(typeOf("VS4040-BSI"), cameras::of("GSENSE4040").device);
+  EXPECT_EQ(typeOf("argent 230-84 mono"), cameras::of("CCD230-84").device);
+  EXPECT_EQ(typeOf("My Argent 4320"), cameras::of("CCD4320").device);
+  EXPECT_EQ(typeOf("cam IMX183 color"), cameras::of("IMX183").device);
 }
 
 TEST(DeviceType, OfAnUnknownModelFailsAndLeavesTheTypeAlone) {

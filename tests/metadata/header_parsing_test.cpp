@@ -8,6 +8,7 @@
 #include <set>
 
 #include "metadata/HeaderBytes.h"
+#include "support/Cameras.h"
 
 namespace {
 
@@ -477,24 +478,18 @@ TEST(HeaderVersion4, OfNoBlockLengthLeavesTheBlockAlone) {
 }
 
 TEST(HeaderVersions1And2, CorrectTheReferencePixelsOfKnownSensors) {
-  const struct {
-    const char* model;
-    double pre, post;
-  } rows[] = {{"VS6060", 32, 24},      {"ARGENT 230-42", 50, 50}, {"ARGENT 230-84", 50, 50},
-              {"ARGENT 4320", 50, 50}, {"VS400", 7, 0},           {"VS2020", 7, 0},
-              {"VS4040", 7, 0},        {"IMX183", 7, 9},          {"UNKNOWN", 7, 9}};
-  for (const auto& row : rows) {
+  for (const cameras::Camera& camera : cameras::all) {
+    const char* const model = camera.model != nullptr ? camera.model : "UNKNOWN";
     for (const unsigned int version : versions) {
       OpenHeader header;
-      ASSERT_EQ(HeaderBytes(version)
-                    .fill(8, 48, 0)
-                    .text(8, row.model)
-                    .put(96, 1, 9)
-                    .put(97, 1, 7)
-                    .parseInto(header),
-                0);
-      EXPECT_EQ(header.number(71), version <= 2 ? row.pre : 7) << row.model << ", version " << version;
-      EXPECT_EQ(header.number(70), version <= 2 ? row.post : 9) << row.model << ", version " << version;
+      ASSERT_EQ(
+          HeaderBytes(version).fill(8, 48, 0).text(8, model).put(96, 1, 9).put(97, 1, 7).parseInto(header),
+          0);
+      const auto expected = [version](int known, double stated) {
+        return version <= 2 && known != cameras::asStated ? known : stated;
+      };
+      EXPECT_EQ(header.number(71), expected(camera.pre, 7)) << model << ", version " << version;
+      EXPECT_EQ(header.number(70), expected(camera.post, 9)) << model << ", version " << version;
     }
   }
 }
