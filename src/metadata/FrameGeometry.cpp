@@ -1,0 +1,130 @@
+#include "metadata/FrameGeometry.h"
+
+#include "metadata/HeaderFields.h"
+#include "support/CheckedMath.h"
+
+namespace orvacam {
+
+namespace {
+
+/// The keys of one direction.
+struct AxisKeys {
+  ORVA_META_KEYS start, stop, before, after, binning;
+};
+constexpr AxisKeys columnKeys = {ORVA_META_KEY_IMAGE_START_COLUMN, ORVA_META_KEY_IMAGE_STOP_COLUMN,
+                                 ORVA_META_KEY_PRE_ROW_REF_PIXELS, ORVA_META_KEY_POST_ROW_REF_PIXELS,
+                                 ORVA_META_KEY_HORIZONTAL_BINNING};
+constexpr AxisKeys rowKeys = {ORVA_META_KEY_IMAGE_START_ROW, ORVA_META_KEY_IMAGE_STOP_ROW,
+                              ORVA_META_KEY_PRE_REFERENCE_ROWS, ORVA_META_KEY_POST_REFERENCE_ROWS,
+                              ORVA_META_KEY_VERTICAL_BINNING};
+
+/// What a processed header holds of the values that sizes follow from.
+struct HeldField {
+  ORVA_META_KEYS key;
+  unsigned int bits;
+  const char* name;
+};
+constexpr HeldField heldFields[] = {
+    {ORVA_META_KEY_IMAGE_START_COLUMN, 16, "image start column"},
+    {ORVA_META_KEY_IMAGE_STOP_COLUMN, 16, "image stop column"},
+    {ORVA_META_KEY_IMAGE_START_ROW, 16, "image start row"},
+    {ORVA_META_KEY_IMAGE_STOP_ROW, 16, "image stop row"},
+    {ORVA_META_KEY_PRE_ROW_REF_PIXELS, 8, "number of reference pixels ahead of a row"},
+    {ORVA_META_KEY_POST_ROW_REF_PIXELS, 8, "number of reference pixels behind a row"},
+    {ORVA_META_KEY_PRE_REFERENCE_ROWS, 12, "number of reference rows ahead of the image"},
+    {ORVA_META_KEY_POST_REFERENCE_ROWS, 12, "number of reference rows behind the image"},
+    {ORVA_META_KEY_HORIZONTAL_BINNING, 16, "horizontal binning"},
+    {ORVA_META_KEY_VERTICAL_BINNING, 16, "vertical binning"},
+};
+
+/// The table of header fields is where the widths stand.
+constexpr unsigned int writtenBits(unsigned int key) {
+  for (const header::Field& field : header::fields) {
+    if ((field.versions & header::V34) == 0) continue;
+    if (field.read == header::Encoding::ReferenceRows) {
+      if (field.key == key || field.key + 1u == key) return 8 * field.width / 2;
+    } else if (field.read == header::Encoding::Unsigned && field.key == key) {
+      return 8 * field.width;
+    }
+  }
+  return 0;
+}
+constexpr bool widthsAreThoseOfTheHeader() {
+  for (const HeldField& held : heldFields)
+    if (writtenBits(held.key) != held.bits) return false;
+  return true;
+}
+static_assert(widthsAreThoseOfTheHeader());
+
+std::uint64_t binnedSize(std::uint64_t size, std::uint64_t factor) {
+  return factor > 1 ? ceilDivide(size, factor) : size;
+}
+
+std::string range(const char* what, std::uint64_t start, std::uint64_t stop) {
+  return std::string(what) + " " + std::to_string(start) + " to " + std::to_string(stop);
+}
+
+}  // namespace
+
+FrameGeometry::FrameGeometry(const CFrameMetaData& metaData) {
+  take(metaData, m_columns, m_binnedColumns, true);
+  take(metaData, m_rows, m_binnedRows, false);
+  m_headerLength = metaData.GetBinarizeSize();
+  if (!m_fault) m_fault = headerLengthFault(metaData);
+}
+
+void FrameGeometry::take(const CFrameMetaData& metaData, Axis& axis, Axis& binned, bool columns) {
+  const AxisKeys& keys = columns ? columnKeys : rowKeys;
+  const auto value = [&](ORVA_META_KEYS key) { return std::uint64_t{metaData.Value(key).GetValueUint()}; };
+  const std::uint64_t start = value(keys.start);
+  const std::uint64_t stop = value(keys.stop);
+  const std::uint64_t factor = value(keys.binning);
+  axis = {value(keys.before), stop >= start ? stop + 1 - start : 0, value(keys.after)};
+  binned = {binnedSize(axis.before, factor), binnedSize(axis.image, factor), binnedSize(axis.after, factor)};
+  if (m_fault) return;
+  if (stop < start)
+    m_fault = {GeometryFault::ImageEndsBeforeItStarts, keys.stop, stop, start};
+  else if (axis.frame() > longestAxis)
+    m_fault = {GeometryFault::FrameTooLarge, keys.stop, axis.frame(), longestAxis};
+}
+
+GeometryFault headerLengthFault(const CFrameMetaData& metaData) {
+  const std::uint64_t length = metaData.GetBinarizeSize();
+  if (length <= longestHeader) return {};
+  return {GeometryFault::HeaderTooLong, ORVA_META_KEY_METADATA_LENGTH, length, longestHeader};
+}
+
+GeometryFault processedHeaderFault(const CFrameMetaData& metaData) {
+  for (const HeldField& field : heldFields) {
+    const std::uint64_t value = metaData.Value(field.key).GetValueUint();
+    const std::uint64_t limit = (std::uint64_t{1} << field.bits) - 1;
+    if (value > limit) return {GeometryFault::FieldTooLarge, field.key, value, limit};
+  }
+  // A header that starts with something else is none, and gives none of its sizes back.
+  const std::uint64_t magic = metaData.Value(ORVA_META_KEY_MAGIC_NUMBER).GetValueUint();
+  if (magic == header::magic) return {};
+  return {GeometryFault::FieldTooLarge, ORVA_META_KEY_MAGIC_NUMBER, magic, header::magic};
+}
+
+std::string GeometryFault::text() const {
+  const bool ofColumns = key == ORVA_META_KEY_IMAGE_STOP_COLUMN;
+  switch (kind) {
+    case ImageEndsBeforeItStarts:
+      return "its image ends before it starts: " + range(ofColumns ? "columns" : "rows", limit, value);
+    case FrameTooLarge:
+      return "its frame has " + std::to_string(value) + (ofColumns ? " columns" : " rows") + ", more than " +
+             std::to_string(limit);
+    case HeaderTooLong:
+      return "its header claims " + std::to_string(value) + " bytes, more than " + std::to_string(limit);
+    case FieldTooLarge:
+      for (const HeldField& field : heldFields)
+        if (field.key == key)
+          return std::string("its ") + field.name + " is " + std::to_string(value) +
+                 ", and a processed header holds no more than " + std::to_string(limit);
+      return "its header starts with " + std::to_string(value) + " and not with \"Meta\"";
+    default:
+      return {};
+  }
+}
+
+}  // namespace orvacam
