@@ -57,8 +57,9 @@ LocalTime localTime() {
   return t;
 }
 
-/// The whole formatted text; formatters that need a buffer of the right size are asked with growing ones. A
-/// text that cannot be formatted yields its format, so that the line is not lost.
+/// The formatted text, whole or cut far behind what a line holds. Formatters that need a buffer of the right
+/// size are asked with growing ones. A text that cannot be formatted yields its format, so that the line is
+/// not lost.
 template <typename Character, typename Print>
 std::basic_string<Character> formatted(const Character* pFormat, va_list args, Print print) {
   constexpr std::size_t largest = 1 << 20;
@@ -74,6 +75,10 @@ std::basic_string<Character> formatted(const Character* pFormat, va_list args, P
       return text;
     }
     if (errno == EILSEQ) break;
+    if (capacity == largest) {
+      text.back() = Character(0);
+      return text;  // what fits, up to a zero character
+    }
   }
   return pFormat;
 }

@@ -238,7 +238,8 @@ TEST_F(Log, CutsLinesAt1023CharactersWithALineFeedAtTheEnd) {
   for (const Row& row :
        {Row{1021, false, 1021}, Row{1022, false, 1022}, Row{1023, false, 1022}, Row{1024, false, 1022},
         Row{5000, false, 1022}, Row{300000, false, 1022}, Row{1022, true, 1021}, Row{1023, true, 1022},
-        Row{1024, true, 1022}, Row{5000, true, 1022}}) {
+        Row{1024, true, 1022}, Row{5000, true, 1022}, Row{(1 << 20) - 1, false, 1022},
+        Row{1 << 20, false, 1022}, Row{(1 << 20) + 1, true, 1022}, Row{5000000, false, 1022}}) {
     std::string message(row.length, 'm');
     if (row.feed) message.back() = '\n';
     const std::string expected = "ERROR, " + std::string(row.kept, 'm') + "\n";
