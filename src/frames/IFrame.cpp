@@ -1,5 +1,4 @@
 #include <orvacam/frames/IFrame.h>
-#include <orvacam/imagefiles/CFitsInterface.h>
 #include <orvacam/merge/CCustomMergeAlgo.h>
 #include <orvacam/metadata/CFrameMetaData.h>
 #include <orvacam/support/CLog.h>
@@ -13,6 +12,7 @@
 
 #include "frames/OnePassMerge.h"
 #include "frames/RowInterleavedStream.h"
+#include "imagefiles/ImageFormats.h"
 #include "merge/FrameRegions.h"
 #include "support/AlignedMemory.h"
 #include "support/CheckedMath.h"
@@ -22,8 +22,6 @@ namespace {
 // What a header can make us allocate: see the class's documentation.
 constexpr unsigned long alwaysAllowedPlane = 8UL << 20;
 constexpr unsigned long largestPlaneToSource = 64;
-
-constexpr unsigned int tiffHeaderSize = 656;
 
 template <typename Value>
 void release(Value*& pBuffer) {
@@ -328,10 +326,10 @@ int IFrame::DoClaimPlanes(unpacked_images_t* pImages) {
       m_pMergeAlgo->GetMergeHeaderSize(format, pixels, 16, m_uiMergeLeadingBytes, trailing);
       m_pMergeAlgo->SetStartRowOffset(
           static_cast<unsigned int>(m_pMetaData->Value(ORVA_META_KEY_IMAGE_START_ROW).GetValueInt()));
-    } else if (format == ORVA_IMAGE_FORMAT_TIFF) {
-      m_uiMergeLeadingBytes = tiffHeaderSize + m_pMetaData->GetBinarizeSize();
-    } else if (format == ORVA_IMAGE_FORMAT_FITS) {
-      CFitsInterface::ExtraBytes(pixels, 16, m_uiMergeLeadingBytes, trailing);
+    } else {
+      const orvacam::Surroundings bytes = orvacam::imageFormatOf(format).around(*m_pMetaData, pixels, 16);
+      m_uiMergeLeadingBytes = bytes.leading;
+      trailing = bytes.trailing;
     }
     const unsigned long size = planeSize + static_cast<unsigned long>(m_uiMergeLeadingBytes) + trailing;
     if (size > std::numeric_limits<unsigned int>::max() ||

@@ -16,6 +16,7 @@
 
 #include "imagefiles/FileWriting.h"
 #include "imagefiles/FramePixels.h"
+#include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
 #include "metadata/FitsCards.h"
 #include "metadata/FitsKeywords.h"
@@ -27,7 +28,6 @@ using namespace orvacam::fits;
 
 namespace {
 
-constexpr unsigned int headerSize = 2 * blockSize;
 constexpr unsigned int valueColumn = 10;
 constexpr unsigned int lastValueColumn = 77;  // a value that ends here leaves no room for a comment
 constexpr std::size_t longestText = 68;
@@ -144,7 +144,8 @@ constexpr Card cards[] = {
     {End, U, Source::None},
 };
 // Each row is a card, but for the second of the two gains and for the text of two cards.
-static_assert((sizeof cards / sizeof cards[0]) * cardSize <= headerSize, "the header has room for all cards");
+static_assert((sizeof cards / sizeof cards[0]) * cardSize <= orvacam::fitsHeaderSize,
+              "the header has room for all cards");
 
 /// The values that one frame's cards show.
 class CardValues {
@@ -374,13 +375,13 @@ void CFitsInterface::ExtraBytes(unsigned long ulNumPixels, unsigned int uiBitsPe
                                 unsigned int& uiHeaderBytes, unsigned int& uiTrailerBytes) {
   const unsigned long bytes = orvacam::ceilDivide(ulNumPixels * uiBitsPerPixel, 8UL);
   const auto excess = static_cast<unsigned int>(bytes % blockSize);
-  uiHeaderBytes = headerSize;
+  uiHeaderBytes = orvacam::fitsHeaderSize;
   uiTrailerBytes = excess != 0 ? blockSize - excess : 0;
 }
 
 int CFitsInterface::CreateImageBuffer(unsigned short* pBuffer, unsigned int uiHeaderBytes,
                                       unsigned int uiNumPixels, const CFrameMetaData& meta, bool bSwapped) {
-  if (pBuffer == nullptr || uiHeaderBytes < headerSize) return -1;
+  if (pBuffer == nullptr || uiHeaderBytes < orvacam::fitsHeaderSize) return -1;
   auto* const bytes = reinterpret_cast<unsigned char*>(pBuffer);
   const int result = DoWriteHeader(bytes, uiHeaderBytes, meta);
   // Intended: 32768 is not subtracted, although the header declares it.
@@ -406,10 +407,10 @@ void CFitsInterface::FreeAll() {
 
 int CFitsInterface::DoWriteImage(int iFile, const unsigned short* pPixels, unsigned int uiNumPixels,
                                  const CFrameMetaData& meta) {
-  if (DoWriteHeader(m_pImageCopy, headerSize, meta) != 0) return -1;
+  if (DoWriteHeader(m_pImageCopy, orvacam::fitsHeaderSize, meta) != 0) return -1;
   // Intended: the length counts the pixels alone, so that the header displaces the last of them.
   std::size_t left = sizeof *pPixels * std::size_t{uiNumPixels};
-  std::size_t filled = std::min<std::size_t>(left, headerSize);
+  std::size_t filled = std::min<std::size_t>(left, orvacam::fitsHeaderSize);
   while (left > 0) {
     const std::size_t piece = std::min<std::size_t>(left, pieceBytes);
     const std::size_t pixels = (piece - filled) / sizeof *pPixels;
@@ -429,7 +430,7 @@ int CFitsInterface::CreateImageFile(const std::string& path, const unsigned shor
   CLog* const log = CLog::getInstance();  // before there is a file: it may be made here, and find no memory
   unsigned int pixels = 0;
   if (pPixels == nullptr || !orvacam::framePixels(meta, pixels)) return -1;
-  if (AllocateImageCopy(std::min(pixels, piecePixels), headerSize) != 0) return -1;
+  if (AllocateImageCopy(std::min(pixels, piecePixels), orvacam::fitsHeaderSize) != 0) return -1;
 
   // Intended: an existing file is not truncated.
   const int file = orvacam::openOutput(path, O_WRONLY, S_IRUSR | S_IWUSR);

@@ -9,6 +9,7 @@
 
 #include "imagefiles/FileWriting.h"
 #include "imagefiles/FramePixels.h"
+#include "imagefiles/ImageFormats.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ namespace {
 constexpr unsigned int directoryOffset = 14;
 constexpr unsigned int entrySize = 12;
 constexpr unsigned int dataOffset = 400;
-constexpr unsigned int blockSize = 656;
+using orvacam::tiffBlockSize;
 constexpr unsigned int tagLimit = 30;  // one more is added while the list does not hold more than this
 static_assert(directoryOffset + 2 + (tagLimit + 1) * entrySize + 4 <= dataOffset,
               "the directory ends before its data");
@@ -77,7 +78,7 @@ unsigned int valueSize(const _tiff_tag_complete_t& node) {
 
 bool liesInBlock(const _tiff_tag_complete_t& node) {
   if (node.pData == nullptr) return true;
-  return node.tag.uiValue >= dataOffset && node.tag.uiValue + dataSize(node) <= blockSize;
+  return node.tag.uiValue >= dataOffset && node.tag.uiValue + dataSize(node) <= tiffBlockSize;
 }
 
 /// Writes integers one after the other in the file's byte order. What is written lies in the block: the
@@ -134,7 +135,7 @@ int CTiffMaker::InitTags(unsigned int uiMetaDataLength) {
                    SetTag(Compression, TIFF_TAGTYPE_SHORT, uncompressed) == 0 &&
                    SetTag(PhotometricInterpretation, TIFF_TAGTYPE_SHORT, blackIsZero) == 0 &&
                    SetTag(SamplesPerPixel, TIFF_TAGTYPE_SHORT, 1) == 0 &&
-                   SetTag(StripOffsets, TIFF_TAGTYPE_LONG, uiMetaDataLength + blockSize) == 0;
+                   SetTag(StripOffsets, TIFF_TAGTYPE_LONG, uiMetaDataLength + tiffBlockSize) == 0;
   return all ? 0 : -1;
 }
 
@@ -234,11 +235,11 @@ int CTiffMaker::DoSetResolution(unsigned short usTag, unsigned int uiSize) {
 // -------------------------------------------------------------------------------------------------
 
 int CTiffMaker::Binarize(unsigned char* pBuffer, unsigned int uiSize, bool bBigEndian) const {
-  if (pBuffer == nullptr || uiSize < blockSize) return -1;
+  if (pBuffer == nullptr || uiSize < tiffBlockSize) return -1;
   for (const _tiff_tag_complete_t* node = m_pTags; node != nullptr; node = node->pNext)
     if (!liesInBlock(*node)) return -1;
 
-  std::memset(pBuffer, 0, blockSize);
+  std::memset(pBuffer, 0, tiffBlockSize);
   pBuffer[0] = pBuffer[1] = bBigEndian ? 'M' : 'I';
   Writer writer(pBuffer + 2, bBigEndian);
   writer.put(42, 2);
@@ -249,13 +250,13 @@ int CTiffMaker::Binarize(unsigned char* pBuffer, unsigned int uiSize, bool bBigE
     putEntry(writer, *node);
     if (node->pData != nullptr) putData(Writer(pBuffer + node->tag.uiValue, bBigEndian), *node);
   }
-  return blockSize;
+  return tiffBlockSize;
 }
 
 int CTiffMaker::WriteHeader(unsigned char* pBuffer, unsigned int uiSize, CFrameMetaData& meta,
                             bool bBigEndian) {
   const unsigned int metaSize = meta.GetBinarizeSize();
-  const std::uint64_t size = std::uint64_t{metaSize} + blockSize;
+  const std::uint64_t size = std::uint64_t{metaSize} + tiffBlockSize;
   if (size > uiSize || size > INT_MAX) return -1;
   unsigned int width = 0;
   unsigned int height = 0;
@@ -268,7 +269,7 @@ int CTiffMaker::WriteHeader(unsigned char* pBuffer, unsigned int uiSize, CFrameM
       Binarize(pBuffer, uiSize, bBigEndian) < 0)
     return -1;
   // Intended: a header too short for the one layout that is written (version 1) is left out.
-  if (meta.Binarize(pBuffer + blockSize, metaSize) < 0) std::memset(pBuffer + blockSize, 0, metaSize);
+  if (meta.Binarize(pBuffer + tiffBlockSize, metaSize) < 0) std::memset(pBuffer + tiffBlockSize, 0, metaSize);
   return static_cast<int>(size);
 }
 
@@ -277,7 +278,7 @@ int CTiffMaker::CreateImageFile(const std::string& path, const unsigned short* p
   unsigned int pixels = 0;
   if (pPixels == nullptr || meta.GetBinarizeSize() > longestMetaData || !orvacam::framePixels(meta, pixels))
     return -1;
-  const unsigned int headerSize = meta.GetBinarizeSize() + blockSize;
+  const unsigned int headerSize = meta.GetBinarizeSize() + tiffBlockSize;
   const std::unique_ptr<unsigned char[]> header(new (std::nothrow) unsigned char[headerSize]);
   if (header == nullptr) return -1;
 

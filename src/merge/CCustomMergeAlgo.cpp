@@ -1,15 +1,8 @@
-#include <orvacam/imagefiles/CFitsInterface.h>
 #include <orvacam/merge/CCustomMergeAlgo.h>
 #include <orvacam/support/CLog.h>
 
+#include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
-
-namespace {
-
-// The TIFF header block that precedes the metadata.
-constexpr unsigned int tiffHeaderSize = 656;
-
-}  // namespace
 
 CCustomMergeAlgo::CCustomMergeAlgo()
     : m_bMergedStatistics(false),
@@ -26,11 +19,10 @@ CCustomMergeAlgo::~CCustomMergeAlgo() = default;
 void CCustomMergeAlgo::GetMergeHeaderSize(ORVA_IMAGE_FORMAT eFormat, unsigned long ulNumPixels,
                                           unsigned int uiBitsPerPixel, unsigned int& uiLeading,
                                           unsigned int& uiTrailing) {
-  uiLeading = 0;
-  uiTrailing = 0;
-  if (eFormat == ORVA_IMAGE_FORMAT_TIFF) uiLeading = tiffHeaderSize + m_MetaData.GetBinarizeSize();
-  if (eFormat == ORVA_IMAGE_FORMAT_FITS)
-    CFitsInterface::ExtraBytes(ulNumPixels, uiBitsPerPixel, uiLeading, uiTrailing);
+  const orvacam::Surroundings bytes =
+      orvacam::imageFormatOf(eFormat).around(m_MetaData, ulNumPixels, uiBitsPerPixel);
+  uiLeading = bytes.leading;
+  uiTrailing = bytes.trailing;
 }
 
 void CCustomMergeAlgo::SetStartRowOffset(unsigned int /*uiRow*/) {}

@@ -1,7 +1,5 @@
 // The merge by the camera's own rule.
 
-#include <orvacam/imagefiles/CFitsInterface.h>
-#include <orvacam/imagefiles/CTiffMaker.h>
 #include <orvacam/merge/CHWMergeReferenceFrames.h>
 #include <orvacam/support/CLog.h>
 
@@ -11,6 +9,7 @@
 #include <limits>
 #include <new>
 
+#include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
 #include "merge/MergeTerms.h"
@@ -235,14 +234,8 @@ int CHWMergeReferenceFrames::DoFinishFrame(unsigned short* pMerged, unsigned lon
   m_MetaData.SetBitsPerPixel(16);
   m_MetaData.SetHDRFrame(false);
   m_MetaData.SetPixelEndianFormat(!m_bByteSwapped);
-  int result = 0;
-  if (m_MergeEnables.uiImageFormat == ORVA_IMAGE_FORMAT_TIFF)
-    result = CTiffMaker().WriteHeader(reinterpret_cast<unsigned char*>(pMerged), leading, m_MetaData,
-                                      m_bByteSwapped);
-  if (m_MergeEnables.uiImageFormat == ORVA_IMAGE_FORMAT_FITS)
-    result = CFitsInterface().CreateImageBuffer(pMerged, leading, static_cast<unsigned int>(ulNumPixels),
-                                                m_MetaData, m_bByteSwapped);
-  return std::min(result, 0);
+  const orvacam::ImageFormat& format = orvacam::imageFormatOf(m_MergeEnables.uiImageFormat);
+  return std::min(format.finish(pMerged, leading, ulNumPixels, m_MetaData, m_bByteSwapped), 0);
 } catch (const std::bad_alloc&) {
   return -1;
 }

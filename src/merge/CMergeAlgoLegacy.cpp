@@ -1,10 +1,10 @@
-#include <orvacam/imagefiles/CTiffMaker.h>
 #include <orvacam/merge/CMergeAlgoLegacy.h>
 #include <orvacam/support/CLog.h>
 
 #include <algorithm>
 #include <new>
 
+#include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
 
@@ -48,7 +48,8 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
   metaData.SetBitsPerPixel(16);
   metaData.SetHDRFrame(false);
   metaData.SetPixelEndianFormat(!m_bByteSwapped);
-  return std::min(CTiffMaker().WriteHeader(output, leading, metaData, m_bByteSwapped), 0);
+  return std::min(
+      orvacam::imageFormatOf(format).finish(pMerged, leading, ulNumPixels, metaData, m_bByteSwapped), 0);
 } catch (const std::bad_alloc&) {
   return -1;
 }
