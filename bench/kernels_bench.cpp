@@ -7,7 +7,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -18,6 +17,7 @@
 #include <vector>
 
 #include "Compare.h"
+#include "Tables.h"
 #include "kernels/Kernels.h"
 
 namespace {
@@ -315,21 +315,13 @@ void registerSize(std::size_t side) {
   const auto frame = std::make_shared<Frame>(side * side);
   const std::string size = "/" + std::to_string(side);
   std::set<std::size_t> copies;
-  std::size_t count = 0;
-  const KernelTable* const* tables = kernels::allTables(count);
   for (const Operation& operation : operations()) {
-    for (std::size_t i = 0; i < count; ++i) {
-      const KernelTable* const table = tables[i];
-      if (!table->supported()) {
-        std::fprintf(stderr, "this processor does not run the kernels '%s'\n", table->name);
-        continue;
-      }
-      benchmark::RegisterBenchmark((operation.name + ("/" + std::string(table->name)) + size).c_str(),
-                                   [&operation, table, frame](benchmark::State& state) {
-                                     benchmarkKernel(state, operation, *table, *frame);
+    for (const auto& [name, table] : orvacam::bench::tablesToCompare())
+      benchmark::RegisterBenchmark((operation.name + ("/" + name) + size).c_str(),
+                                   [&operation, &table = *table, frame](benchmark::State& state) {
+                                     benchmarkKernel(state, operation, table, *frame);
                                    })
           ->Unit(benchmark::kMicrosecond);
-    }
     copies.insert(static_cast<std::size_t>(operation.bytesPerPixel * static_cast<double>(frame->pixels)));
   }
   for (const std::size_t bytes : copies)
@@ -351,7 +343,7 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   for (const std::size_t side : small ? std::vector<std::size_t>{128} : std::vector<std::size_t>{4096, 512})
     registerSize(side);
-  benchmark::AddCustomContext("compiler", __VERSION__);
+  orvacam::bench::addContext();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return allRight ? 0 : 1;

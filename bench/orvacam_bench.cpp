@@ -8,11 +8,12 @@
 
 #include "Benchmarks.h"
 #include "Compare.h"
-#include "kernels/Kernels.h"
-
-namespace kernels = orvacam::kernels;
+#include "Tables.h"
 
 namespace {
+
+/// The kernels of the row that runs; null for those that the library chooses.
+const orvacam::kernels::KernelTable* tableOfRow = nullptr;
 
 /// Rounds of each row. A fixed number: to find one by trying would set every row up again and again.
 int rounds = 15;
@@ -26,22 +27,23 @@ void registerRow(const std::string& name, const orvacam::bench::Run& run) {
 
 }  // namespace
 
+/// The library is linked without its own definition, so that each row brings its kernels.
+const orvacam::kernels::KernelTable& orvacam::kernels::active() {
+  return tableOfRow != nullptr ? *tableOfRow : bench::chosenTable();
+}
+
 void orvacam::bench::addRow(const std::string& name, unsigned int side, const Run& run) {
   registerRow(name + "/chosen/" + std::to_string(side), run);
 }
 
 void orvacam::bench::addRowForTables(const std::string& name, unsigned int side, const Run& run) {
-  std::size_t count = 0;
-  const kernels::KernelTable* const* tables = kernels::allTables(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    const kernels::KernelTable* const table = tables[i];
-    if (!table->supported()) continue;
-    const auto runWithTable = [table, run](benchmark::State& state) {
-      kernels::setActive(table);
+  for (const auto& [tableName, table] : tablesToCompare()) {
+    const auto runWithTable = [&table = *table, run](benchmark::State& state) {
+      tableOfRow = &table;
       run(state);
-      kernels::setActive(nullptr);
+      tableOfRow = nullptr;
     };
-    registerRow(name + "/" + table->name + "/" + std::to_string(side), runWithTable);
+    registerRow(name + "/" + tableName + "/" + std::to_string(side), runWithTable);
   }
 }
 
@@ -54,7 +56,7 @@ int main(int argc, char** argv) {
        {orvacam::bench::addMergeImageRows, orvacam::bench::addOtherFrameRows,
         orvacam::bench::addStatisticsRows, orvacam::bench::addStackRows, orvacam::bench::addFileRows})
     addRows(small);
-  benchmark::AddCustomContext("compiler", __VERSION__);
+  orvacam::bench::addContext();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

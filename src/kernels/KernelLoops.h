@@ -5,6 +5,7 @@
 // compiler vectorises as well as a hand would are written once. Everything is static: a function built for a
 // new processor must not be linked into code for an old one.
 
+#include "kernels/KernelTables.h"
 #include "kernels/Kernels.h"
 
 namespace orvacam::kernels::loops {
@@ -124,27 +125,59 @@ static std::uint16_t chosen(std::int32_t low, std::int32_t high, const MergeRule
   return static_cast<std::uint16_t>(takesLow(low, high, rule) ? low : high);
 }
 
-static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                         std::size_t count, const MergeRule& rule, const UniformTerms& given) {
-  const UniformTerms terms = given;  // a copy that the output cannot overlap
+namespace {
+
+// What the correction of a pixel needs, from the first pixel of a run on: `low` and `high` correct pixel i of
+// their plane; `from` is the same for a run that begins at pixel i of this one.
+
+struct UniformCorrector {
+  MergeRule rule;
+  UniformTerms terms;
+
+  std::int32_t low(std::int32_t pixel, std::size_t /*i*/) const {
+    return corrected(pixel, terms.additiveLow, terms.multiplicativeLow, rule);
+  }
+  std::int32_t high(std::int32_t pixel, std::size_t /*i*/) const {
+    return corrected(pixel, terms.additiveHigh, terms.multiplicativeHigh, rule);
+  }
+  UniformCorrector from(std::size_t /*i*/) const { return *this; }
+};
+
+struct PlanesCorrector {
+  MergeRule rule;
+  PlaneTerms terms;
+
+  std::int32_t low(std::int32_t pixel, std::size_t i) const {
+    return corrected(pixel, terms.additiveLow[i], terms.multiplicativeLow[i], rule);
+  }
+  std::int32_t high(std::int32_t pixel, std::size_t i) const {
+    return corrected(pixel, terms.additiveHigh[i], terms.multiplicativeHigh[i], rule);
+  }
+  PlanesCorrector from(std::size_t i) const {
+    return {rule,
+            {terms.additiveLow + i, terms.additiveHigh + i, terms.multiplicativeLow + i,
+             terms.multiplicativeHigh + i}};
+  }
+};
+
+}  // namespace
+
+template <typename Corrector>
+static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                  std::size_t count, const Corrector& given) {
+  const Corrector corrector = given;  // a copy that the output cannot overlap
   for (std::size_t i = 0; i < count; ++i)
-    merged[i] = chosen(corrected(low[i], terms.additiveLow, terms.multiplicativeLow, rule),
-                       corrected(high[i], terms.additiveHigh, terms.multiplicativeHigh, rule), rule);
+    merged[i] = chosen(corrector.low(low[i], i), corrector.high(high[i], i), corrector.rule);
+}
+
+static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                         std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
+  merge(low, high, merged, count, UniformCorrector{rule, terms});
 }
 
 static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                         std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
-  for (std::size_t i = 0; i < count; ++i)
-    merged[i] = chosen(corrected(low[i], terms.additiveLow[i], terms.multiplicativeLow[i], rule),
-                       corrected(high[i], terms.additiveHigh[i], terms.multiplicativeHigh[i], rule), rule);
-}
-
-static UniformTerms termsAt(const UniformTerms& terms, std::size_t /*i*/) {
-  return terms;
-}
-static UniformTerms termsAt(const PlaneTerms& terms, std::size_t i) {
-  return {terms.additiveLow[i], terms.additiveHigh[i], terms.multiplicativeLow[i],
-          terms.multiplicativeHigh[i]};
+  merge(low, high, merged, count, PlanesCorrector{rule, terms});
 }
 
 static void extend(std::uint16_t value, Extremes* extremes) {
@@ -171,9 +204,10 @@ static std::uint16_t placeOf(std::uint16_t low, std::uint16_t high, std::uint16_
       where.withDifference ? place + distanceFrom(where.difference.first, difference) : place);
 }
 
-/// Notes a pixel of both gains for the counts.
+/// Notes pixel i of the run.
+template <typename Corrector>
 static void notePixel(const PackedPair& run, std::size_t i, std::uint16_t low, std::uint16_t high,
-                      const MergeRule& rule, const UniformTerms& terms) {
+                      const Corrector& corrector) {
   PairNotes& notes = *run.notes;
   const std::uint16_t merged = run.merged[i];
   if (notes.merged != nullptr) notes.merged[i] = merged;
@@ -181,8 +215,7 @@ static void notePixel(const PackedPair& run, std::size_t i, std::uint16_t low, s
     notes.places[i] = placeOf(low, high, merged, notes.where);
     return;
   }
-  const bool lowTaken = takesLow(corrected(low, terms.additiveLow, terms.multiplicativeLow, rule),
-                                 corrected(high, terms.additiveHigh, terms.multiplicativeHigh, rule), rule);
+  const bool lowTaken = takesLow(corrector.low(low, i), corrector.high(high, i), corrector.rule);
   notes.low[i] = static_cast<std::uint16_t>(lowTaken ? low | takenMark : low);
   notes.high[i] = static_cast<std::uint16_t>(lowTaken ? high : high | takenMark);
   if (i == 0) {
@@ -195,26 +228,9 @@ static void notePixel(const PackedPair& run, std::size_t i, std::uint16_t low, s
   extend(merged, &notes.mergedExtremes);
 }
 
-static PlaneTerms termsFrom(const PlaneTerms& terms, std::size_t i) {
-  return {terms.additiveLow + i, terms.additiveHigh + i, terms.multiplicativeLow + i,
-          terms.multiplicativeHigh + i};
-}
-static UniformTerms termsFrom(const UniformTerms& terms, std::size_t /*i*/) {
-  return terms;
-}
-
-static void mergeBoth(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                      std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
-  mergeUniform(low, high, merged, count, rule, terms);
-}
-static void mergeBoth(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                      std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
-  mergePlanes(low, high, merged, count, rule, terms);
-}
-
 /// In blocks, whose loops the compiler vectorises where it can.
-template <typename Terms>
-static void mergePacked(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
+template <typename Corrector>
+static void mergePacked(const PackedPair& run, const Corrector& corrector) {
   constexpr std::size_t block = 256;
   std::uint16_t low[block];
   std::uint16_t high[block];
@@ -223,12 +239,20 @@ static void mergePacked(const PackedPair& run, const MergeRule& rule, const Term
     const std::size_t count = left < block ? left : block;
     unpack12(run.packedLow + 3 * (done / 2), low, count / 2);
     unpack12(run.packedHigh + 3 * (done / 2), high, count / 2);
-    mergeBoth(low, high, run.merged + done, count, rule, termsFrom(terms, done));
+    merge(low, high, run.merged + done, count, corrector.from(done));
     if (run.low != nullptr) __builtin_memcpy(run.low + done, low, count * sizeof *low);
     if (run.high != nullptr) __builtin_memcpy(run.high + done, high, count * sizeof *high);
     for (std::size_t i = 0; i < count && run.notes != nullptr; ++i)
-      notePixel(run, done + i, low[i], high[i], rule, termsAt(terms, done + i));
+      notePixel(run, done + i, low[i], high[i], corrector);
   }
+}
+
+static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
+  mergePacked(run, UniformCorrector{rule, terms});
+}
+
+static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
+  mergePacked(run, PlanesCorrector{rule, terms});
 }
 
 static void mergeMapped(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
@@ -291,6 +315,54 @@ static void meansOfRecentSums(const std::uint32_t* sums, std::uint16_t* means, s
     const double halfMore = static_cast<std::int32_t>(sums[i] ^ 0x80000000U) + 2147483648.5;
     means[i] = static_cast<std::uint16_t>(static_cast<std::int32_t>(halfMore * reciprocal));
   }
+}
+
+// Plain loops do not stream.
+static constexpr auto unpack12Streaming = unpack12;
+static constexpr auto swapBytesStreaming = swapBytes;
+static constexpr auto swapBytesMirroredStreaming = swapBytesMirrored;
+static constexpr auto mergeUniformStreaming = mergeUniform;
+static constexpr auto mergePlanesStreaming = mergePlanes;
+static constexpr auto mergePackedUniformStreaming = mergePackedUniform;
+static constexpr auto mergePackedPlanesStreaming = mergePackedPlanes;
+static void finishStreaming() {}
+
+/// The loops above, as the including source is compiled.
+static constexpr KernelTable table(const char* name, std::uint32_t needs) {
+  KernelTable table{};
+  table.name = name;
+  table.needs = needs;
+  ORVACAM_PUT(table, loops, unpack12);
+  ORVACAM_PUT(table, loops, swapBytes);
+  ORVACAM_PUT(table, loops, swapBytesMirrored);
+  ORVACAM_PUT(table, loops, subtractBias);
+  ORVACAM_PUT(table, loops, countValues);
+  ORVACAM_PUT(table, loops, placePairs);
+  ORVACAM_PUT(table, loops, findExtremes);
+  ORVACAM_PUT(table, loops, findFirst);
+  ORVACAM_PUT(table, loops, findEach);
+  ORVACAM_PUT(table, loops, mergeUniform);
+  ORVACAM_PUT(table, loops, mergePlanes);
+  ORVACAM_PUT(table, loops, mergeMapped);
+  ORVACAM_PUT(table, loops, mergeByLine);
+  ORVACAM_PUT(table, loops, addToSums8);
+  ORVACAM_PUT(table, loops, addToSums16);
+  ORVACAM_PUT(table, loops, startSums8);
+  ORVACAM_PUT(table, loops, startSums16);
+  ORVACAM_PUT(table, loops, emptySums);
+  ORVACAM_PUT(table, loops, meansOfSums);
+  ORVACAM_PUT(table, loops, meansOfRecentSums);
+  ORVACAM_PUT(table, loops, unpack12Streaming);
+  ORVACAM_PUT(table, loops, swapBytesStreaming);
+  ORVACAM_PUT(table, loops, swapBytesMirroredStreaming);
+  ORVACAM_PUT(table, loops, mergeUniformStreaming);
+  ORVACAM_PUT(table, loops, mergePlanesStreaming);
+  ORVACAM_PUT(table, loops, finishStreaming);
+  ORVACAM_PUT(table, loops, mergePackedUniform);
+  ORVACAM_PUT(table, loops, mergePackedPlanes);
+  ORVACAM_PUT(table, loops, mergePackedUniformStreaming);
+  ORVACAM_PUT(table, loops, mergePackedPlanesStreaming);
+  return table;
 }
 
 }  // namespace orvacam::kernels::loops

@@ -5,8 +5,8 @@
 
 namespace orvacam::kernels {
 
-// One source each; where a table has no faster version of a kernel, it names another table's.
-extern const KernelTable referenceTable;
+// One source each.
+extern const KernelTable plainTable;
 #if defined(__x86_64__)
 extern const KernelTable avx2Table;
 extern const KernelTable avx512Table;
@@ -15,5 +15,9 @@ extern const KernelTable neonTable;
 #endif
 
 }  // namespace orvacam::kernels
+
+/// Puts a function into a table's entry of the same name. The name stands once, so that no two entries can be
+/// mixed up.
+#define ORVACAM_PUT(table, scope, kernel) ((table).kernel = scope::kernel)
 
 #endif  // ORVACAM_SRC_KERNELS_KERNEL_TABLES_H

@@ -1,8 +1,6 @@
-// The list of tables, and the one choice for the processor that runs.
+// The list of tables.
 
 #include "kernels/Kernels.h"
-
-#include <atomic>
 
 #include "kernels/KernelTables.h"
 
@@ -11,7 +9,7 @@ namespace orvacam::kernels {
 namespace {
 
 constexpr const KernelTable* tables[] = {
-    &referenceTable,
+    &plainTable,
 #if defined(__x86_64__)
     &avx2Table,
     &avx512Table,
@@ -19,37 +17,16 @@ constexpr const KernelTable* tables[] = {
     &neonTable,
 #endif
 };
-constexpr std::size_t tableCount = sizeof tables / sizeof tables[0];
-
-/// The last one that the processor runs: later tables are faster.
-const KernelTable& choose() {
-  std::size_t best = tableCount;
-  while (--best > 0 && !tables[best]->supported()) {
-  }
-  return *tables[best];
-}
-
-std::atomic<const KernelTable*> given{nullptr};
 
 }  // namespace
 
 const KernelTable* const* allTables(std::size_t& count) {
-  count = tableCount;
+  count = sizeof tables / sizeof tables[0];
   return tables;
 }
 
-const KernelTable& reference() {
-  return referenceTable;
-}
-
-const KernelTable& active() {
-  if (const KernelTable* const table = given.load(std::memory_order_relaxed)) return *table;
-  static const KernelTable& chosen = choose();
-  return chosen;
-}
-
-void setActive(const KernelTable* table) {
-  given.store(table, std::memory_order_relaxed);
+const KernelTable& plain() {
+  return plainTable;
 }
 
 }  // namespace orvacam::kernels

@@ -4,9 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The loops that touch every pixel, as plain functions over pointers and counts. The reference table is the
+/// The loops that touch every pixel, as functions over pointers and counts. The plain table is the
 /// definition; every other table gives the same bits. Pointers need no alignment beyond their type's; source
-/// and destination do not overlap unless a kernel says so; counts of 0 touch nothing.
+/// and destination do not overlap unless a kernel says so; a count of 0 touches nothing. In which order a
+/// kernel stores is its own affair. docs/adding-a-kernel.md says how a kernel gets in here.
 namespace orvacam::kernels {
 
 /// The rule of the hardware-style merge in fixed point. Valid for additiveFractionBits <= 15,
@@ -35,10 +36,10 @@ struct PlaneTerms {
   const std::uint16_t* multiplicativeHigh;
 };
 
-/// Shifted by as many additive fraction bits, a packed 12-bit pixel still fits the sum's 15 bits.
+/// The most additive fraction bits of the packed merge: pixel << 3 of a 12-bit pixel fits the sum's 15 bits.
 constexpr std::uint32_t packedFractionBits = 3;
 
-/// Marks, in a value to be counted, that the merge took this plane's pixel: packed pixels have 12 bits.
+/// Added to a noted pixel that the merge took. Packed pixels have 12 bits, so that bit 12 is free.
 constexpr std::uint16_t takenMark = 4096;
 
 /// Smallest and largest value of a run.
@@ -46,32 +47,35 @@ struct Extremes {
   std::uint16_t minimum, maximum;
 };
 
-/// Values from the first to the last, which may be the smaller one: then they go on at 0 after 65535.
+/// The values first, first + 1, ... last. They go on at 0 after 65535, so that last may be below first.
 struct ValueRange {
   std::uint16_t first, last;
 };
 
-/// Pixels of both gains whose values are within ranges are counted together, one count for both, at the place
-/// ((low - its first) << lowShift) + ((high - its first) << highShift), and plus the difference minus its
-/// first where that matters. Other pairs have the place 0.
+/// Where a pair of pixels, one of each gain, is counted: one place, one count for both. With
+///
+///     l = low - low.first          h = high - high.first          d = merged - high - difference.first
+///
+/// the place is (l << lowShift) + (h << highShift), plus d if withDifference, modulo 65536. It is 0 if low or
+/// high is out of its range, if withMerged and merged is, or if withDifference and merged - high is.
 struct PairPlaces {
   ValueRange low, high;
-  ValueRange merged;      ///< looked at only where it matters
-  ValueRange difference;  ///< of merged - high; the same
+  ValueRange merged;      ///< used if withMerged
+  ValueRange difference;  ///< of merged - high; used if withDifference
   std::uint32_t lowShift, highShift;
   bool withMerged, withDifference;
 };
 
-/// What is noted of a run, to count its pixels while they are in the cache: either the places of its pairs,
-/// or the low-gain and high-gain pixels, with takenMark on the one that the merge took, and the extremes (of
-/// a run without pixels, none).
+/// What a merge notes of a run, so that its pixels are counted while they are in the cache. Either the places
+/// of its pairs (`places`), or its pixels (`low` and `high`, with takenMark added to the one that the merge
+/// took) and their extremes.
 struct PairNotes {
-  std::uint16_t* low;     ///< null where places are wanted
-  std::uint16_t* high;    ///< the same
-  std::uint16_t* places;  ///< null where the pixels themselves are wanted
-  std::uint16_t* merged;  ///< null where they are not wanted once more
-  PairPlaces where;       ///< the places
-  Extremes lowExtremes, highExtremes, mergedExtremes;
+  std::uint16_t* low;                                  ///< null: places are noted
+  std::uint16_t* high;                                 ///< null: places are noted
+  std::uint16_t* places;                               ///< null: pixels are noted
+  std::uint16_t* merged;                               ///< the merged pixels once more; null: not wanted
+  PairPlaces where;                                    ///< read if places are noted
+  Extremes lowExtremes, highExtremes, mergedExtremes;  ///< written if pixels are noted and there are any
 };
 
 /// A run of packed 12-bit pixels of both gains, and where its pixels go. Low and high may be read from the
@@ -80,96 +84,112 @@ struct PackedPair {
   const std::uint8_t* packedLow;
   const std::uint8_t* packedHigh;
   std::size_t pairs;
-  std::uint16_t* low;   ///< null where the plane is not wanted
-  std::uint16_t* high;  ///< the same
+  std::uint16_t* low;   ///< null: not wanted
+  std::uint16_t* high;  ///< null: not wanted
   std::uint16_t* merged;
-  PairNotes* notes;  ///< null where nothing is counted
+  PairNotes* notes;  ///< null: nothing is noted
 };
 
-/// Values are counted in four banks in turn, as neighbours are often equal, and a count that was just written
-/// cannot be added to again at once; the sum of the banks' entries is the count. The strides keep equal
-/// values of two banks from colliding in the cache.
+/// Value i is counted in bank i % countBanks; the count of a value is the sum over the banks. Neighbours are
+/// often equal, and adding to a count that was written just before waits for that store: with banks it rarely
+/// happens. Strides are no powers of two, so that the counts of one value in two banks use different cache
+/// sets.
 constexpr std::size_t countBanks = 4;
 /// The stride of banks of packed pixels, marked or not.
 constexpr std::size_t markedBankStride = 2 * takenMark + 272;
 constexpr std::size_t markedEntries = countBanks * markedBankStride;
 
-/// Neighbouring pixels of a plane within a window of so many bits are counted together.
+/// Neighbours of a plane are counted in pairs if both lie in a window of 2^pairWindowBits values.
 constexpr std::uint32_t pairWindowBits = 6;
 constexpr std::size_t pairBankStride = (std::size_t{1} << 2 * pairWindowBits) + 272;
 constexpr std::size_t pairEntries = countBanks * pairBankStride;
 
-/// Outputs of this size and more leave the caches anyway: kernels named "Streaming" then write around them,
-/// which saves reading the output's old contents. Below it they only delay who reads the output next.
+/// From this size on an output does not stay in the caches: use the kernels named "Streaming", which store
+/// past them and so save the reading of the output's old contents. Below it they only delay the output's next
+/// reader.
 constexpr std::size_t streamFromBytes = std::size_t{16} << 20;
 
-struct KernelTable {
-  const char* name;     ///< "reference", "avx2", "avx512", "neon"
-  bool (*supported)();  ///< whether this processor runs it
+/// What a processor must have to run a table's kernels. Bits.
+enum Feature : std::uint32_t {
+  featureAvx2 = 1,
+  featureAvx512 = 2,  ///< F, BW and VL
+};
 
-  /// 12-bit pairs, 3 bytes each, to 2 x pairs pixels: b0 * 16 + (b1 >> 4), then (b1 & 15) * 256 + b2.
+struct KernelTable {
+  const char* name;     ///< "plain", "avx2", "avx512", "neon"
+  std::uint32_t needs;  ///< features
+
+  /// Unpacks 12-bit pixels, 3 bytes b0 b1 b2 a pair: (b0 << 4) + (b1 >> 4) and ((b1 & 15) << 8) + b2.
   void (*unpack12)(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs);
 
-  /// Swaps the two bytes of each value; source and destination may be the same.
+  /// destination[i] = source[i] with its two bytes swapped. Source and destination may be the same.
   void (*swapBytes)(const std::uint16_t* source, std::uint16_t* destination, std::size_t count);
-  /// The same, written from the last destination element to the first (mirrored).
+  /// destination[count - 1 - i] = source[i] with its two bytes swapped.
   void (*swapBytesMirrored)(const std::uint16_t* source, std::uint16_t* destination, std::size_t count);
 
-  /// plane = max(plane - bias, 0), in place.
+  /// plane[i] = max(plane[i] - bias[i], 0).
   void (*subtractBias)(std::uint16_t* plane, const std::uint16_t* bias, std::size_t count);
 
-  /// Adds every value to its count: value i to bank i % countBanks, which are stride entries apart (0 = one
-  /// bank). Only entries of values that occur are touched. Counting leaves memory idle: meanwhile it may be
-  /// asked for the bytes that are needed next, an address for the processor alone, of which nothing is read.
+  /// ++counts[i % countBanks * stride + values[i]]; with stride 0 there is one bank. No other entry is
+  /// touched. next and nextBytes are a prefetch hint: the bytes that the caller needs next. They are never
+  /// read.
   void (*countValues)(const std::uint16_t* values, std::size_t count, std::uint32_t* counts,
                       std::size_t stride, const void* next, std::size_t nextBytes);
-  /// The places of pairs of neighbours, a + 2^pairWindowBits * b where a and b are the distances of the
-  /// pixels from the window's first value; 0 where either is outside. Then the extremes of at least one pair.
+  /// With a = pixels[2 i] - first and b = pixels[2 i + 1] - first: places[i] = a + (b << pairWindowBits), or
+  /// 0 where a or b is not in 0 ... 2^pairWindowBits - 1. Also the extremes of the pixels. At least one pair.
   void (*placePairs)(const std::uint16_t* pixels, std::size_t pairs, std::uint16_t first,
                      std::uint16_t* places, Extremes* extremes);
-  /// Smallest and largest value of a run of at least one pixel.
+  /// Smallest and largest of at least one pixel.
   void (*findExtremes)(const std::uint16_t* pixels, std::size_t count, Extremes* extremes);
-  /// First position of a value; count when it is not there.
+  /// First position of a value, or count.
   std::size_t (*findFirst)(const std::uint16_t* pixels, std::size_t count, std::uint16_t value);
-  /// All positions of a value in a run of at most 65536, in order; how many.
+  /// All positions of a value among at most 65536, in ascending order; returns how many. The positions may go
+  /// over the values themselves.
   std::size_t (*findEach)(const std::uint16_t* values, std::size_t count, std::uint16_t value,
                           std::uint16_t* positions);
 
-  /// s = clamp((p << f) + a, 0, 32767); c = min((s * m + half) >> (f + g), 65535) for both planes, then the
-  /// thresholds choose. Output may be one of the inputs.
+  /// Corrects both pixels p with their plane's terms a and m, where f and g are the rule's additive and
+  /// multiplicative fraction bits, then takes one of them:
+  ///
+  ///     s = clamp((p << f) + a, 0, 32767)          c = min((s * m + half) >> (f + g), 65535)
+  ///     half = f + g > 0 ? 1 << (f + g - 1) : 0
+  ///     merged = high c < highThreshold and low c - high c <= differenceThreshold ? high c : low c
+  ///
+  /// The rule's type may override the last line. merged may be one of the inputs.
   void (*mergeUniform)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                        std::size_t count, const MergeRule& rule, const UniformTerms& terms);
   void (*mergePlanes)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                       std::size_t count, const MergeRule& rule, const PlaneTerms& terms);
 
-  /// merged = map[high * width + low], 0 outside the map.
+  /// merged[i] = map[high[i] * width + low[i]], or 0 outside the map.
   void (*mergeMapped)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                       std::size_t count, const std::uint16_t* map, std::uint32_t width, std::uint32_t height);
 
-  /// The same for a square map of `size`, a power of two up to 16384, whose rows below mergeRow (1 to size)
-  /// have one value each, 0 in row 0, and are alike from there on: the rows' values, then the columns'.
+  /// merged[i] = high[i] < mergeRow ? values[high[i]] : values[size + low[i]], or 0 if either pixel is not
+  /// below size. This is mergeMapped for a map whose rows below mergeRow have one value each and whose other
+  /// rows are alike. size is a power of two up to 16384, mergeRow is in 1 ... size, values[0] is 0.
   void (*mergeByLine)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                       std::size_t count, const std::uint16_t* values, std::uint32_t size,
                       std::uint32_t mergeRow);
 
-  /// sums += pixels. The caller empties 32-bit sums before they can overflow.
+  /// sums[i] += pixels[i]. The caller empties the sums before they can overflow.
   void (*addToSums8)(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count);
   void (*addToSums16)(const std::uint16_t* pixels, std::uint32_t* sums, std::size_t count);
-  /// sums = pixels, whatever they were.
+  /// sums[i] = pixels[i].
   void (*startSums8)(const std::uint8_t* pixels, std::uint32_t* sums, std::size_t count);
   void (*startSums16)(const std::uint16_t* pixels, std::uint32_t* sums, std::size_t count);
-  /// wide += sums; sums = 0.
+  /// wide[i] += sums[i], then sums[i] = 0.
   void (*emptySums)(std::uint32_t* sums, std::uint64_t* wide, std::size_t count);
-  /// means = (wide + sums) / frames, rounded down, low 16 bits; frames is not 0.
+  /// means[i] = low 16 bits of floor((wide[i] + sums[i]) / frames); frames is not 0.
   void (*meansOfSums)(const std::uint32_t* sums, const std::uint64_t* wide, std::uint16_t* means,
                       std::size_t count, std::uint32_t frames);
-  /// means = sums / frames, rounded down, for sums up to 65535 x frames; frames is not 0.
+  /// means[i] = floor(sums[i] / frames), for sums up to 65535 * frames; frames is not 0.
   void (*meansOfRecentSums)(const std::uint32_t* sums, std::uint16_t* means, std::size_t count,
                             std::uint32_t frames);
 
-  /// The same as their namesakes, past the caches. After the last of them and before anyone else reads the
-  /// output, finishStreaming is due, once. Runs of a row and more are worth it; their output is none of
-  /// their inputs.
+  /// As their namesakes, with stores past the caches. Call finishStreaming once after the last of them,
+  /// before another thread reads the output. Worth it for runs of a row and more. The output is none of the
+  /// inputs.
   void (*unpack12Streaming)(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs);
   void (*swapBytesStreaming)(const std::uint16_t* source, std::uint16_t* destination, std::size_t count);
   void (*swapBytesMirroredStreaming)(const std::uint16_t* source, std::uint16_t* destination,
@@ -180,28 +200,26 @@ struct KernelTable {
                                std::size_t count, const MergeRule& rule, const PlaneTerms& terms);
   void (*finishStreaming)();
 
-  /// Unpacks and merges in one go: a pixel's corrected values never leave the registers. For rules of at most
-  /// packedFractionBits additive fraction bits. Terms per pixel are those of the run's first pixel on.
+  /// unpack12 of both gains and the merge in one go, so that corrected values stay in registers. The rule has
+  /// at most packedFractionBits additive fraction bits. Planes of terms begin with the run's first pixel.
   void (*mergePackedUniform)(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms);
   void (*mergePackedPlanes)(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms);
-  /// The same, with low, high and merged written past the caches.
+  /// The same, with low, high and merged stored past the caches.
   void (*mergePackedUniformStreaming)(const PackedPair& run, const MergeRule& rule,
                                       const UniformTerms& terms);
   void (*mergePackedPlanesStreaming)(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms);
 };
 
-/// Every table that this build holds, the reference first.
+/// Every table that this build holds, the plain one first, faster ones behind slower ones.
 const KernelTable* const* allTables(std::size_t& count);
 
-/// The plain definition of every kernel.
-const KernelTable& reference();
+/// The definition of every kernel.
+const KernelTable& plain();
 
-/// The table that the library works with: chosen for this processor, once, unless one was set.
+/// The kernels that the library works with, chosen once for this processor (Choice.h). The definition stands
+/// alone in Active.cpp: a test or benchmark that wants to run the library with other kernels links its own
+/// instead.
 const KernelTable& active();
-
-/// Makes the library work with this table, which the processor must support; null goes back to the choice.
-/// For tests and benchmarks.
-void setActive(const KernelTable* table);
 
 }  // namespace orvacam::kernels
 

@@ -34,6 +34,10 @@ static void unpackPairs(const std::uint8_t* packed, std::uint16_t* pixels, std::
   }
 }
 
+static void unpack12(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
+  unpackPairs<cached>(packed, pixels, pairs);
+}
+
 static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
   const std::size_t ahead = pixelsToLine(pixels);
   if (ahead % 2 != 0 || ahead / 2 > pairs) {  // whole pairs never meet the alignment
@@ -55,7 +59,6 @@ static void swapBytesStreaming(const std::uint16_t* source, std::uint16_t* desti
   loops::swapBytes(source + i, destination + i, count - i);
 }
 
-/// From the first destination element on, unlike the plain version.
 static void swapBytesMirroredStreaming(const std::uint16_t* source, std::uint16_t* destination,
                                        std::size_t count) {
   const std::size_t ahead = pixelsToLine(destination);
@@ -99,40 +102,21 @@ static void mergeByLine(const std::uint16_t* low, const std::uint16_t* high, std
   loops::mergeByLine(low + done, high + done, merged + done, count - done, values, size, mergeRow);
 }
 
-// The loops are those that the compiler vectorises as well as a hand would, for the set that this source is
-// built for; only the look-up in a map gains nothing from any.
-static constexpr KernelTable vectorTable = {tableName,
-                                            supported,
-                                            unpackPairs<cached>,
-                                            loops::swapBytes,
-                                            loops::swapBytesMirrored,
-                                            loops::subtractBias,
-                                            countValues,
-                                            placePairs,
-                                            findExtremes,
-                                            findFirst,
-                                            findEach,
-                                            mergeUniform<cached>,
-                                            mergePlanes<cached>,
-                                            loops::mergeMapped,
-                                            mergeByLine,
-                                            loops::addToSums8,
-                                            loops::addToSums16,
-                                            loops::startSums8,
-                                            loops::startSums16,
-                                            loops::emptySums,
-                                            loops::meansOfSums,
-                                            loops::meansOfRecentSums,
-                                            unpack12Streaming,
-                                            swapBytesStreaming,
-                                            swapBytesMirroredStreaming,
-                                            mergeUniform<streaming>,
-                                            mergePlanes<streaming>,
-                                            finishStreaming,
-                                            mergePackedUniform<cached>,
-                                            mergePackedPlanes<cached>,
-                                            mergePackedUniform<streaming>,
-                                            mergePackedPlanes<streaming>};
+/// The loops that the compiler vectorises as well as a hand would are compiled for the set, too; the others
+/// are replaced.
+static constexpr KernelTable vectorTable() {
+  KernelTable table = loops::table(tableName, tableNeeds);
+  ORVACAM_PUT(table, kernels, unpack12);
+  ORVACAM_PUT(table, kernels, unpack12Streaming);
+  ORVACAM_PUT(table, kernels, swapBytesStreaming);
+  ORVACAM_PUT(table, kernels, swapBytesMirroredStreaming);
+  ORVACAM_PUT(table, kernels, mergeByLine);
+  ORVACAM_PUT(table, kernels, finishStreaming);
+  putStatistics(table);
+  putMerges(table);
+  putPackedMerges(table);
+  return table;
+}
 
 }  // namespace orvacam::kernels
 

@@ -54,103 +54,122 @@ static Choice takesHigh(Register low, Register high, const WideRule& rule) {
   return takesHigh(low, high, rule.belowHighThreshold, rule.differenceThreshold, rule.alwaysLow);
 }
 
-// One set of terms for all pixels, or one for each: what the merge below asks of either.
-
-static Register correctedLow(Register pixels, const UniformTerms& terms, std::size_t /*i*/,
-                             const WideRule& rule) {
-  return corrected(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
-                   spread16(terms.multiplicativeLow), rule);
-}
-static Register correctedHigh(Register pixels, const UniformTerms& terms, std::size_t /*i*/,
-                              const WideRule& rule) {
-  return corrected(pixels, spread16(static_cast<std::uint16_t>(terms.additiveHigh)),
-                   spread16(terms.multiplicativeHigh), rule);
-}
-static void mergePlain(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                       std::size_t first, std::size_t end, const MergeRule& rule, const UniformTerms& terms) {
-  loops::mergeUniform(low + first, high + first, merged + first, end - first, rule, terms);
-}
-
-/// Uniform terms whose results stay below 32768: one rounding multiplication does the rest. Its factors are
-/// 2^15 instead of 2^(f + g) times what they stand for.
 namespace {
 
-struct SmallTerms {
+// What the correction of a register of pixels needs: `low` and `high` correct the pixels from i on of their
+// plane.
+
+struct WideUniform {
+  WideRule rule;
+  UniformTerms terms;
+
+  Register low(Register pixels, std::size_t /*i*/) const {
+    return corrected(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
+                     spread16(terms.multiplicativeLow), rule);
+  }
+  Register high(Register pixels, std::size_t /*i*/) const {
+    return corrected(pixels, spread16(static_cast<std::uint16_t>(terms.additiveHigh)),
+                     spread16(terms.multiplicativeHigh), rule);
+  }
+};
+
+/// Uniform terms whose results stay below 32768: one rounding multiplication does the rest. Its factors are
+/// m << (15 - f - g).
+struct SmallUniform {
+  WideRule rule;
   UniformTerms terms;
   std::uint32_t factorLow;
   std::uint32_t factorHigh;
+
+  Register low(Register pixels, std::size_t /*i*/) const {
+    const Register additive = spread16(static_cast<std::uint16_t>(terms.additiveLow));
+    return multiplyRounded15(sums(pixels, additive, rule.additiveFactor, rule.largestShiftable),
+                             spread16(factorLow));
+  }
+  Register high(Register pixels, std::size_t /*i*/) const {
+    const Register additive = spread16(static_cast<std::uint16_t>(terms.additiveHigh));
+    return multiplyRounded15(sums(pixels, additive, rule.additiveFactor, rule.largestShiftable),
+                             spread16(factorHigh));
+  }
+};
+
+struct WidePlanes {
+  WideRule rule;
+  PlaneTerms terms;
+
+  Register low(Register pixels, std::size_t i) const {
+    return corrected(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
+  }
+  Register high(Register pixels, std::size_t i) const {
+    return corrected(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
+  }
 };
 
 }  // namespace
 
-static bool fitsSmallTerms(const MergeRule& rule, const UniformTerms& terms, SmallTerms* small) {
+static bool fitsSmallUniform(const MergeRule& rule, const UniformTerms& terms) {
   const std::uint32_t fraction = rule.additiveFractionBits + rule.multiplicativeFractionBits;
-  if (fraction > 15) return false;
-  *small = {terms, std::uint32_t{terms.multiplicativeLow} << (15 - fraction),
-            std::uint32_t{terms.multiplicativeHigh} << (15 - fraction)};
-  return small->factorLow <= 32767 && small->factorHigh <= 32767;
+  return fraction <= 15 && std::uint32_t{terms.multiplicativeLow} << (15 - fraction) <= 32767 &&
+         std::uint32_t{terms.multiplicativeHigh} << (15 - fraction) <= 32767;
 }
 
-static Register correctedLow(Register pixels, const SmallTerms& small, std::size_t /*i*/,
-                             const WideRule& rule) {
-  const Register additive = spread16(static_cast<std::uint16_t>(small.terms.additiveLow));
-  return multiplyRounded15(sums(pixels, additive, rule.additiveFactor, rule.largestShiftable),
-                           spread16(small.factorLow));
-}
-static Register correctedHigh(Register pixels, const SmallTerms& small, std::size_t /*i*/,
-                              const WideRule& rule) {
-  const Register additive = spread16(static_cast<std::uint16_t>(small.terms.additiveHigh));
-  return multiplyRounded15(sums(pixels, additive, rule.additiveFactor, rule.largestShiftable),
-                           spread16(small.factorHigh));
-}
-static void mergePlain(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                       std::size_t first, std::size_t end, const MergeRule& rule, const SmallTerms& small) {
-  mergePlain(low, high, merged, first, end, rule, small.terms);
+static SmallUniform smallUniform(const MergeRule& rule, const UniformTerms& terms) {
+  const std::uint32_t shift = 15 - rule.additiveFractionBits - rule.multiplicativeFractionBits;
+  return {widened(rule), terms, std::uint32_t{terms.multiplicativeLow} << shift,
+          std::uint32_t{terms.multiplicativeHigh} << shift};
 }
 
-static Register correctedLow(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
-  return corrected(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
-}
-static Register correctedHigh(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
-  return corrected(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
-}
-static void mergePlain(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                       std::size_t first, std::size_t end, const MergeRule& rule, const PlaneTerms& terms) {
-  loops::mergePlanes(low + first, high + first, merged + first, end - first, rule,
-                     {terms.additiveLow + first, terms.additiveHigh + first, terms.multiplicativeLow + first,
-                      terms.multiplicativeHigh + first});
-}
-
-template <Stores stores, typename Terms>
+/// The plain corrector is that of the ends, which are no whole registers.
+template <Stores stores, typename Corrector, typename PlainCorrector>
 static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                  std::size_t count, const MergeRule& rule, const Terms& given) {
-  const WideRule wide = widened(rule);
-  const Terms terms = given;  // a copy that the output cannot overlap
+                  std::size_t count, const Corrector& given, const PlainCorrector& plain) {
+  const Corrector corrector = given;  // a copy that the output cannot overlap
   const std::size_t ahead = stores == streaming ? pixelsToLine(merged) : 0;
   std::size_t i = ahead < count ? ahead : count;
-  mergePlain(low, high, merged, 0, i, rule, terms);
+  loops::merge(low, high, merged, i, plain);
   for (; i + lanes <= count; i += lanes) {
-    const Register rightLow = correctedLow(load(low + i), terms, i, wide);
-    const Register rightHigh = correctedHigh(load(high + i), terms, i, wide);
-    put<stores>(merged + i, chosen(takesHigh(rightLow, rightHigh, wide), rightHigh, rightLow));
+    const Register rightLow = corrector.low(load(low + i), i);
+    const Register rightHigh = corrector.high(load(high + i), i);
+    put<stores>(merged + i, chosen(takesHigh(rightLow, rightHigh, corrector.rule), rightHigh, rightLow));
   }
-  mergePlain(low, high, merged, i, count, rule, terms);
+  loops::merge(low + i, high + i, merged + i, count - i, plain.from(i));
 }
 
 template <Stores stores>
+static void mergeUniformBy(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                           std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
+  const loops::UniformCorrector plain = {rule, terms};
+  if (fitsSmallUniform(rule, terms))
+    merge<stores>(low, high, merged, count, smallUniform(rule, terms), plain);
+  else
+    merge<stores>(low, high, merged, count, WideUniform{widened(rule), terms}, plain);
+}
+
 static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                          std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
-  SmallTerms small;
-  if (fitsSmallTerms(rule, terms, &small))
-    merge<stores>(low, high, merged, count, rule, small);
-  else
-    merge<stores>(low, high, merged, count, rule, terms);
+  mergeUniformBy<cached>(low, high, merged, count, rule, terms);
+}
+static void mergeUniformStreaming(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                                  std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
+  mergeUniformBy<streaming>(low, high, merged, count, rule, terms);
 }
 
-template <Stores stores>
 static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                         std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
-  merge<stores>(low, high, merged, count, rule, terms);
+  merge<cached>(low, high, merged, count, WidePlanes{widened(rule), terms},
+                loops::PlanesCorrector{rule, terms});
+}
+static void mergePlanesStreaming(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                                 std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
+  merge<streaming>(low, high, merged, count, WidePlanes{widened(rule), terms},
+                   loops::PlanesCorrector{rule, terms});
+}
+
+static constexpr void putMerges(KernelTable& table) {
+  ORVACAM_PUT(table, kernels, mergeUniform);
+  ORVACAM_PUT(table, kernels, mergeUniformStreaming);
+  ORVACAM_PUT(table, kernels, mergePlanes);
+  ORVACAM_PUT(table, kernels, mergePlanesStreaming);
 }
 
 }  // namespace orvacam::kernels

@@ -85,76 +85,105 @@ static Register correctedPacked(Register pixels, Register additive, Register mul
                        shiftRight32(add32(products.second, rule.half), rule.resultShift));
 }
 
-static Register packedLow(Register pixels, const UniformTerms& terms, std::size_t /*i*/,
-                          const WideRule& rule) {
-  return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
-                         spread16(terms.multiplicativeLow), rule);
-}
-static Register packedHigh(Register pixels, const UniformTerms& terms, std::size_t /*i*/,
-                           const WideRule& rule) {
-  return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveHigh)),
-                         spread16(terms.multiplicativeHigh), rule);
-}
-
-static Register packedLow(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
-  return correctedPacked(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
-}
-static Register packedHigh(Register pixels, const PlaneTerms& terms, std::size_t i, const WideRule& rule) {
-  return correctedPacked(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
-}
-
-/// Identity frames, as most merges have them: the low-gain plane is brought to the high-gain plane's scale,
-/// the latter stays as it is.
 namespace {
 
-/// By a factor below 16, held in units of 2^-12.
-struct ScaledLow {
+// Correctors as those of planes in VectorMerge.h. `prefetch` asks for the terms that follow those of pixel i.
+
+struct NoTermsInMemory {
+  static void prefetch(std::size_t /*i*/) {}
+};
+
+struct PackedUniform : NoTermsInMemory {
+  PackedUniform(const WideRule& wide, const UniformTerms& uniform) : rule(wide), terms(uniform) {}
+
+  Register low(Register pixels, std::size_t /*i*/) const {
+    return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
+                           spread16(terms.multiplicativeLow), rule);
+  }
+  Register high(Register pixels, std::size_t /*i*/) const {
+    return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveHigh)),
+                           spread16(terms.multiplicativeHigh), rule);
+  }
+
+  WideRule rule;
+  UniformTerms terms;
+};
+
+struct PackedPlanes {
+  Register low(Register pixels, std::size_t i) const {
+    return correctedPacked(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
+  }
+  Register high(Register pixels, std::size_t i) const {
+    return correctedPacked(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
+  }
+
+  /// Registers of less than a cache line come back to each line while the other six streams pass: there it
+  /// pays to ask early. The addresses may be behind the terms; nothing is read.
+  void prefetch(std::size_t i) const {
+    if (lanes >= pixelsOfLine) return;
+    constexpr std::size_t ahead = 2048;
+    const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
+                                     reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),
+                                     reinterpret_cast<std::uintptr_t>(terms.multiplicativeLow + i),
+                                     reinterpret_cast<std::uintptr_t>(terms.multiplicativeHigh + i)};
+    for (const std::uintptr_t plane : planes)
+      __builtin_prefetch(reinterpret_cast<const void*>(plane + ahead));
+  }
+
+  WideRule rule;
+  PlaneTerms terms;
+};
+
+constexpr std::uint32_t scaleBits = 12;
+
+// Identity frames, as most merges have them: the low-gain plane is brought to the high-gain plane's scale,
+// and the high-gain plane stays as it is.
+
+/// By a factor below 16, in units of 2^-scaleBits.
+struct ScaledLow : NoTermsInMemory {
+  ScaledLow(const MergeRule& narrow, const UniformTerms& terms)
+      : rule(widened(narrow)), factor(factorOf(narrow, terms)) {}
+
+  static std::uint32_t factorOf(const MergeRule& rule, const UniformTerms& terms) {
+    return std::uint32_t{terms.multiplicativeLow} << (scaleBits - rule.multiplicativeFractionBits);
+  }
+
+  Register low(Register pixels, std::size_t /*i*/) const {
+    const Register wide = widened12(pixels);
+    return add16(multiplyHigh16(wide, spread16(factor)), topBit16(multiplyLow16(wide, spread16(factor))));
+  }
+  static Register high(Register pixels, std::size_t /*i*/) { return pixels; }
+
+  WideRule rule;
   std::uint32_t factor;
 };
 
-/// By any factor below 2^15, held in units of 2^-g, by way of 32 bits.
-struct SteepLow {
-  std::uint32_t factorAndHalf;  // 2^(g - 1) in the upper 16 bits
-  std::uint32_t shift;          // g
+/// By any factor below 2^15, in units of 2^-g, by way of 32 bits.
+struct SteepLow : NoTermsInMemory {
+  SteepLow(const MergeRule& narrow, const UniformTerms& terms)
+      : rule(widened(narrow)),
+        factorAndHalf(terms.multiplicativeLow | half(narrow.multiplicativeFractionBits) << 16),
+        shift(narrow.multiplicativeFractionBits) {}
+
+  static std::uint32_t half(std::uint32_t g) { return g > 0 ? 1U << (g - 1) : 0; }
+
+  Register low(Register pixels, std::size_t /*i*/) const {
+    const Products products = multiplyAndAdd16(pixels, spread32(factorAndHalf));
+    return packToLimit16(shiftRight32(products.first, spread32(shift)),
+                         shiftRight32(products.second, spread32(shift)));
+  }
+  static Register high(Register pixels, std::size_t /*i*/) { return pixels; }
+
+  WideRule rule;
+  std::uint32_t factorAndHalf;  ///< m + (half << 16), half = 2^(g - 1)
+  std::uint32_t shift;          ///< g
 };
 
 }  // namespace
 
-constexpr std::uint32_t scaleBits = 12;
-
 static bool changesLowAlone(const MergeRule& rule, const UniformTerms& terms) {
   return terms.additiveLow == 0 && terms.additiveHigh == 0 && rule.multiplicativeFractionBits <= scaleBits &&
          terms.multiplicativeHigh == 1U << rule.multiplicativeFractionBits;
-}
-static ScaledLow scaledLow(const MergeRule& rule, const UniformTerms& terms) {
-  return {std::uint32_t{terms.multiplicativeLow} << (scaleBits - rule.multiplicativeFractionBits)};
-}
-static SteepLow steepLow(const MergeRule& rule, const UniformTerms& terms) {
-  const std::uint32_t half =
-      rule.multiplicativeFractionBits > 0 ? 1U << (rule.multiplicativeFractionBits - 1) : 0;
-  return {terms.multiplicativeLow | half << 16, rule.multiplicativeFractionBits};
-}
-
-static Register packedLow(Register pixels, const ScaledLow& scaled, std::size_t /*i*/,
-                          const WideRule& /*rule*/) {
-  const Register factor = spread16(scaled.factor);
-  const Register wide = widened12(pixels);
-  return add16(multiplyHigh16(wide, factor), topBit16(multiplyLow16(wide, factor)));
-}
-static Register packedHigh(Register pixels, const ScaledLow& /*scaled*/, std::size_t /*i*/,
-                           const WideRule& /*rule*/) {
-  return pixels;
-}
-
-static Register packedLow(Register pixels, const SteepLow& steep, std::size_t /*i*/,
-                          const WideRule& /*rule*/) {
-  const Products products = multiplyAndAdd16(pixels, spread32(steep.factorAndHalf));
-  const Register shift = spread32(steep.shift);
-  return packToLimit16(shiftRight32(products.first, shift), shiftRight32(products.second, shift));
-}
-static Register packedHigh(Register pixels, const SteepLow& /*steep*/, std::size_t /*i*/,
-                           const WideRule& /*rule*/) {
-  return pixels;
 }
 
 namespace {
@@ -162,7 +191,6 @@ namespace {
 // How a register of an output is written.
 
 struct Cached {};
-struct Streamed {};
 struct Partly {
   std::size_t first, end;  ///< lanes
 };
@@ -171,9 +199,6 @@ struct Partly {
 
 static inline void put(Cached /*how*/, std::uint16_t* target, Register pixels) {
   store(target, pixels);
-}
-static inline void put(Streamed /*how*/, std::uint16_t* target, Register pixels) {
-  stream(target, pixels);
 }
 static inline void put(Partly how, std::uint16_t* target, Register pixels) {
   // By way of memory: a masked store would fetch the lines of its masked lanes, too.
@@ -195,15 +220,15 @@ struct WidePair {
 }  // namespace
 
 /// One register of pixels of both gains, from pixel i of the run on, with its notes.
-template <Noting noting, typename Terms>
-static inline WidePair mergedPair(const PackedPair& run, std::size_t i, const WideRule& rule,
-                                  const Terms& terms, const PairNotes& notes, WideNotes* wide) {
+template <Noting noting, typename Corrector>
+static inline WidePair mergedPair(const PackedPair& run, std::size_t i, const Corrector& corrector,
+                                  const PairNotes& notes, WideNotes* wide) {
   if (noting == nothing) prefetchNextRows(run, i);  // else counting does
   const Register low = unpacked(run.packedLow + 3 * (i / 2));
   const Register high = unpacked(run.packedHigh + 3 * (i / 2));
-  const Register rightLow = packedLow(low, terms, i, rule);
-  const Register rightHigh = packedHigh(high, terms, i, rule);
-  const Choice highTaken = takesHigh(rightLow, rightHigh, rule);
+  const Register rightLow = corrector.low(low, i);
+  const Register rightHigh = corrector.high(high, i);
+  const Choice highTaken = takesHigh(rightLow, rightHigh, corrector.rule);
   const Register merged = chosen(highTaken, rightHigh, rightLow);
   if (noting != nothing && notes.merged != nullptr) store(notes.merged + i, merged);
   if (noting == places) store(notes.places + i, placesOf(low, high, merged, wide->where));
@@ -225,31 +250,15 @@ static inline void putPair(const PackedPair& run, std::size_t i, How how, const 
   put(how, run.merged + i, pair.merged);
 }
 
-template <typename Terms>
-static inline void prefetchTerms(const Terms& /*terms*/, std::size_t /*i*/) {}
-/// Registers of less than a cache line come back to each line while the other six streams pass: there it pays
-/// to ask early.
-static inline void prefetchTerms(const PlaneTerms& terms, std::size_t i) {
-  if (lanes >= pixelsOfLine) return;
-  // Addresses for the processor alone, perhaps behind the terms.
-  constexpr std::size_t ahead = 2048;
-  const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
-                                   reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),
-                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeLow + i),
-                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeHigh + i)};
-  for (const std::uintptr_t plane : planes)
-    __builtin_prefetch(reinterpret_cast<const void*>(plane + ahead));
-}
-
 /// A cache line of each output at once: one that waits half streamed costs time.
-template <Noting noting, typename Terms>
-static inline void streamLine(const PackedPair& run, std::size_t i, const WideRule& rule, const Terms& terms,
+template <Noting noting, typename Corrector>
+static inline void streamLine(const PackedPair& run, std::size_t i, const Corrector& corrector,
                               const PairNotes& notes, WideNotes* wide) {
   constexpr std::size_t registers = pixelsOfLine / lanes;
-  prefetchTerms(terms, i);
+  corrector.prefetch(i);
   WidePair pairs[registers];
   for (std::size_t r = 0; r < registers; ++r)
-    pairs[r] = mergedPair<noting>(run, i + r * lanes, rule, terms, notes, wide);
+    pairs[r] = mergedPair<noting>(run, i + r * lanes, corrector, notes, wide);
   for (std::size_t r = 0; r < registers && run.low != nullptr; ++r)
     stream(run.low + i + r * lanes, pairs[r].low);
   for (std::size_t r = 0; r < registers && run.high != nullptr; ++r)
@@ -264,16 +273,15 @@ static void finishNotes(const WideNotes& wide, PairNotes* notes) {
   notes->mergedExtremes = narrowed(wide.merged);
 }
 
-template <Noting noting, typename Terms>
-static void mergeCached(const PackedPair& given, const MergeRule& rule, const Terms& givenTerms) {
+template <Noting noting, typename Corrector>
+static void mergeCached(const PackedPair& given, const Corrector& givenCorrector) {
   const PackedPair run = given;  // copies that the output cannot overlap
-  const Terms terms = givenTerms;
-  const WideRule wide = widened(rule);
+  const Corrector corrector = givenCorrector;
   const std::size_t pixels = 2 * run.pairs;
   const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
   WideNotes wideNotes = noNotes(notes);
   const auto merge = [&](std::size_t i) {
-    putPair(run, i, Cached(), mergedPair<noting>(run, i, wide, terms, notes, &wideNotes));
+    putPair(run, i, Cached(), mergedPair<noting>(run, i, corrector, notes, &wideNotes));
   };
   std::size_t i = 0;
   for (; i + lanes <= pixels; i += lanes)
@@ -284,17 +292,15 @@ static void mergeCached(const PackedPair& given, const MergeRule& rule, const Te
 
 /// Streams whole cache lines. Those that the run shares with its neighbours in the planes, at both ends, are
 /// written through the cache.
-template <Noting noting, typename Terms>
-static void mergeStreamed(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
-                          const Terms& givenTerms) {
+template <Noting noting, typename Corrector>
+static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Corrector& givenCorrector) {
   const PackedPair run = given;
-  const Terms terms = givenTerms;
-  const WideRule wide = widened(rule);
+  const Corrector corrector = givenCorrector;
   const std::size_t pixels = 2 * run.pairs;
   const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
   WideNotes wideNotes = noNotes(notes);
   const auto merge = [&](std::size_t i, std::size_t firstLane, std::size_t endLane) {
-    putPair(run, i, Partly{firstLane, endLane}, mergedPair<noting>(run, i, wide, terms, notes, &wideNotes));
+    putPair(run, i, Partly{firstLane, endLane}, mergedPair<noting>(run, i, corrector, notes, &wideNotes));
   };
   // The shared line behind is asked for now, so that nothing waits for it then.
   if (run.low != nullptr) __builtin_prefetch(run.low + pixels - 1, 1);
@@ -304,7 +310,7 @@ static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Merg
   for (; i < ahead; i += lanes)
     merge(i, 0, ahead - i < lanes ? ahead - i : lanes);
   for (i = ahead; i + pixelsOfLine <= pixels; i += pixelsOfLine)
-    streamLine<noting>(run, i, wide, terms, notes, &wideNotes);
+    streamLine<noting>(run, i, corrector, notes, &wideNotes);
   for (; i + lanes <= pixels; i += lanes)
     merge(i, 0, lanes);
   if (i < pixels) merge(pixels - lanes, lanes - (pixels - i), lanes);
@@ -320,44 +326,66 @@ static std::size_t pixelsToCommonLine(const PackedPair& run) {
   return together && pixels % 2 == 0 ? pixels : 2 * run.pairs + 1;
 }
 
-template <Stores stores, Noting noting, typename Terms>
-static void mergeNoting(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
+template <Stores stores, Noting noting, typename Corrector>
+static void mergeNoting(const PackedPair& run, const Corrector& corrector) {
   const std::size_t ahead = pixelsToCommonLine(run);
   if (stores == streaming && ahead + 2 * pixelsOfLine <= 2 * run.pairs)
-    mergeStreamed<noting>(run, ahead, rule, terms);
+    mergeStreamed<noting>(run, ahead, corrector);
   else
-    mergeCached<noting>(run, rule, terms);
+    mergeCached<noting>(run, corrector);
 }
 
-template <Stores stores, typename Terms>
-static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
+template <Stores stores, typename Corrector>
+static void mergePackedBy(const PackedPair& run, const Corrector& corrector) {
   if (run.notes == nullptr)
-    mergeNoting<stores, nothing>(run, rule, terms);
+    mergeNoting<stores, nothing>(run, corrector);
   else if (run.notes->places == nullptr)
-    mergeNoting<stores, markedPixels>(run, rule, terms);
+    mergeNoting<stores, markedPixels>(run, corrector);
   else
-    mergeNoting<stores, places>(run, rule, terms);
+    mergeNoting<stores, places>(run, corrector);
 }
 
 template <Stores stores>
-static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
+static void mergePackedUniformBy(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
   const bool lowAlone = changesLowAlone(rule, terms);
   if (2 * run.pairs < lanes)
-    loops::mergePacked(run, rule, terms);
-  else if (lowAlone && scaledLow(rule, terms).factor <= 65535)
-    mergePackedBy<stores>(run, rule, scaledLow(rule, terms));
+    loops::mergePackedUniform(run, rule, terms);
+  else if (lowAlone && ScaledLow::factorOf(rule, terms) <= 65535)
+    mergePackedBy<stores>(run, ScaledLow(rule, terms));
   else if (lowAlone && terms.multiplicativeLow <= 32767)
-    mergePackedBy<stores>(run, rule, steepLow(rule, terms));
+    mergePackedBy<stores>(run, SteepLow(rule, terms));
   else
-    mergePackedBy<stores>(run, rule, terms);
+    mergePackedBy<stores>(run, PackedUniform(widened(rule), terms));
 }
 
 template <Stores stores>
-static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
+static void mergePackedPlanesBy(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
   if (2 * run.pairs < lanes)
-    loops::mergePacked(run, rule, terms);
+    loops::mergePackedPlanes(run, rule, terms);
   else
-    mergePackedBy<stores>(run, rule, terms);
+    mergePackedBy<stores>(run, PackedPlanes{widened(rule), terms});
+}
+
+static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
+  mergePackedUniformBy<cached>(run, rule, terms);
+}
+static void mergePackedUniformStreaming(const PackedPair& run, const MergeRule& rule,
+                                        const UniformTerms& terms) {
+  mergePackedUniformBy<streaming>(run, rule, terms);
+}
+static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
+  mergePackedPlanesBy<cached>(run, rule, terms);
+}
+static void mergePackedPlanesStreaming(const PackedPair& run, const MergeRule& rule,
+                                       const PlaneTerms& terms) {
+  mergePackedPlanesBy<streaming>(run, rule, terms);
+}
+
+static constexpr void putPackedMerges(KernelTable& table) {
+  ORVACAM_PUT(table, kernels, mergePackedUniform);
+  ORVACAM_PUT(table, kernels, mergePackedUniformStreaming);
+  ORVACAM_PUT(table, kernels, mergePackedPlanes);
+  ORVACAM_PUT(table, kernels, mergePackedPlanesStreaming);
 }
 
 }  // namespace orvacam::kernels

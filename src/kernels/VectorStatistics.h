@@ -114,6 +114,14 @@ static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint
   *extremes = narrowed({smallest, largest});
 }
 
+static constexpr void putStatistics(KernelTable& table) {
+  ORVACAM_PUT(table, kernels, findExtremes);
+  ORVACAM_PUT(table, kernels, findFirst);
+  ORVACAM_PUT(table, kernels, findEach);
+  ORVACAM_PUT(table, kernels, countValues);
+  ORVACAM_PUT(table, kernels, placePairs);
+}
+
 }  // namespace orvacam::kernels
 
 #endif  // ORVACAM_SRC_KERNELS_VECTOR_STATISTICS_H

@@ -9,10 +9,7 @@
 namespace orvacam::kernels {
 
 static constexpr const char* tableName = "avx2";
-
-static bool supported() {
-  return __builtin_cpu_supports("avx2") != 0;
-}
+static constexpr std::uint32_t tableNeeds = featureAvx2;
 
 using Register = __m256i;
 using Bits = __m128i;  // a number of bits to shift by
@@ -197,5 +194,5 @@ static unsigned lanesEqual16(Register pixels, Register value) {
 #include "kernels/VectorKernels.h"
 
 namespace orvacam::kernels {
-extern const KernelTable avx2Table = vectorTable;
+constexpr KernelTable avx2Table = vectorTable();
 }

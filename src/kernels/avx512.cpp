@@ -9,11 +9,7 @@
 namespace orvacam::kernels {
 
 static constexpr const char* tableName = "avx512";
-
-static bool supported() {
-  return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
-         __builtin_cpu_supports("avx512vl") != 0;
-}
+static constexpr std::uint32_t tableNeeds = featureAvx512;
 
 using Register = __m512i;
 using Bits = __m128i;  // a number of bits to shift by
@@ -198,5 +194,5 @@ static unsigned lanesEqual16(Register pixels, Register value) {
 #include "kernels/VectorKernels.h"
 
 namespace orvacam::kernels {
-extern const KernelTable avx512Table = vectorTable;
+constexpr KernelTable avx512Table = vectorTable();
 }

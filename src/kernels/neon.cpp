@@ -8,10 +8,7 @@
 namespace orvacam::kernels {
 
 static constexpr const char* tableName = "neon";
-
-static bool supported() {
-  return true;
-}
+static constexpr std::uint32_t tableNeeds = 0;
 
 using Register = uint16x8_t;
 using Bits = int16x8_t;  // a number of bits to shift by, in each lane
@@ -192,5 +189,5 @@ static unsigned lanesEqual16(Register pixels, Register value) {
 #include "kernels/VectorKernels.h"
 
 namespace orvacam::kernels {
-extern const KernelTable neonTable = vectorTable;
+constexpr KernelTable neonTable = vectorTable();
 }

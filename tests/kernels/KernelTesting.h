@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "kernels/Choice.h"
 #include "kernels/Kernels.h"
 
 namespace kernel_testing {
@@ -24,7 +25,7 @@ inline std::vector<const kernels::KernelTable*> runnableTables() {
   std::size_t count = 0;
   const kernels::KernelTable* const* all = kernels::allTables(count);
   for (std::size_t i = 0; i < count; ++i) {
-    if (all[i]->supported())
+    if (kernels::runs(kernels::thisProcessor(), *all[i]))
       tables.push_back(all[i]);
     else
       std::cerr << "NOT TESTED: this processor does not run the kernels '" << all[i]->name << "'\n";
@@ -35,7 +36,7 @@ inline std::vector<const kernels::KernelTable*> runnableTables() {
 class EveryTable : public ::testing::TestWithParam<const kernels::KernelTable*> {
  protected:
   const kernels::KernelTable& table() const { return *GetParam(); }
-  const kernels::KernelTable& reference() const { return kernels::reference(); }
+  const kernels::KernelTable& plain() const { return kernels::plain(); }
 };
 
 inline std::string tableName(const ::testing::TestParamInfo<const kernels::KernelTable*>& info) {

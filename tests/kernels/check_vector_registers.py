@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Fails when a kernel that is meant to be vectorised does not use the registers of its instruction set.
+"""Fails when a kernel that is meant to be vectorised does not use the registers of its instruction set, or when one
+stores past the caches that should not, or does not although it is named "Streaming".
 
 usage: check_vector_registers.py OBJDUMP SET[,SET...] OBJECT...    those of src/kernels/SET.cpp are looked into
 """
@@ -8,10 +9,10 @@ import subprocess
 import sys
 
 # Written with registers of the whole width; loops that the compiler vectorises may use half of it.
-BY_HAND = ['unpackPairs', 'swapBytesStreaming', 'swapBytesMirroredStreaming', 'mergeUniform', 'mergePlanes',
+STREAMING = ['unpack12', 'swapBytes', 'swapBytesMirrored', 'mergeUniform', 'mergePlanes', 'mergePackedUniform',
+             'mergePackedPlanes']  # beside each there is one that stores past the caches
+BY_HAND = ['unpack12', 'swapBytesStreaming', 'swapBytesMirroredStreaming', 'mergeUniform', 'mergePlanes',
            'findExtremes', 'findFirst', 'findEach', 'placePairs', 'mergeByLine', 'mergePackedUniform', 'mergePackedPlanes']
-INNER = {'mergeUniform': 'merge', 'mergePlanes': 'merge', 'mergePackedUniform': 'mergeCached',
-         'mergePackedPlanes': 'mergeCached'}  # where the compiler may put the loop
 BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'addToSums8', 'addToSums16',
                'startSums8', 'startSums16', 'emptySums', 'meansOfRecentSums']
 # Not vectorised, on purpose: countValues and mergeMapped (memory is addressed by pixel values), meansOfSums (a
@@ -22,27 +23,43 @@ SETS = {'avx2': ('%ymm', '%ymm', 'vmovnt'), 'avx512': ('%zmm', '%[yz]mm', 'vmovn
 
 
 def functions(objdump, path):
-    """Name of each function, without namespaces and arguments, and its code; clones count as their function."""
+    """Code of each function by its whole name; a clone's code is its function's."""
     text = subprocess.run([objdump, '-dC', '--no-show-raw-insn', path], check=True, capture_output=True, text=True).stdout
     bodies = {}
     for name, body in re.findall(r'^[0-9a-f]+ <(.*)>:\n((?:.+\n?)*)', text, re.M):
-        short = re.sub(r'\(.*', '', re.sub(r'<.*', '', name)).split('::')[-1]
-        if '::loops::' in name and short in BY_HAND:
-            continue  # the plain loop for the ends of a run
-        bodies[short] = bodies.get(short, '') + body
+        name = name.split(' [clone')[0]
+        bodies[name] = bodies.get(name, '') + body
     return bodies
 
 
+def code_of(entry, scope, bodies):
+    """The code of a table's entry and of all that it calls, but for the plain loops, which do the ends of runs."""
+    plain = 'orvacam::kernels::loops::'
+    found, waiting = set(), [name for name in bodies if name.startswith(f'{scope}{entry}(')]
+    while waiting:
+        name = waiting.pop()
+        found.add(name)
+        called = {re.sub(r'\+0x[0-9a-f]+$', '', target).split(' [clone')[0]
+                  for target in re.findall(r'<(.*)>$', bodies[name], re.M)}
+        waiting += [target for target in called - found if target in bodies and not target.startswith(plain)]
+    return ''.join(bodies[name] for name in sorted(found))
+
+
 def faults_of(name, bodies):
+    own = 'orvacam::kernels::'
     whole, half, streams = SETS[name]
-    for entries, register in ((BY_HAND, whole), (BY_COMPILER, half)):
+    for entries, scope, register in ((BY_HAND, own, whole), (BY_COMPILER, own + 'loops::', half)):
         for entry in entries:
-            if entry not in bodies:
+            code = code_of(entry, scope, bodies)
+            if not code:
                 yield f'{name}: no {entry}'
-            elif not re.search(register, bodies[entry] + bodies.get(INNER.get(entry), '')):
+            elif not re.search(register, code):
                 yield f'{name}: {entry} uses no {register}'
-    if streams and not any(streams in body for body in bodies.values()):
-        yield f'{name}: nothing is streamed'
+    for entry in STREAMING if streams else []:
+        if streams not in code_of(entry + 'Streaming', own, bodies):
+            yield f'{name}: {entry}Streaming does not stream'
+        if streams in code_of(entry, own, bodies) + code_of(entry, own + 'loops::', bodies):
+            yield f'{name}: {entry} streams'
 
 
 def main():

@@ -1,4 +1,4 @@
-// Every table of kernels against the reference, and the reference against values worked out here.
+// Every table of kernels against the plain one, and the plain one against values worked out here.
 
 #include "kernels/KernelTesting.h"
 
@@ -11,70 +11,6 @@ using namespace kernel_testing;
 constexpr std::size_t longest = 100;  // several vector widths
 
 INSTANTIATE_TEST_SUITE_P(Kernels, EveryTable, ::testing::ValuesIn(runnableTables()), tableName);
-
-TEST(KernelTables, StartWithTheReferenceAndChooseOneThatRuns) {
-  std::size_t count = 0;
-  const kernels::KernelTable* const* tables = kernels::allTables(count);
-  ASSERT_GE(count, 1u);
-  EXPECT_EQ(tables[0], &kernels::reference());
-  EXPECT_TRUE(kernels::active().supported());
-  EXPECT_EQ(&kernels::active(), &kernels::active());
-}
-
-TEST(KernelTables, CanBeSetAndGoBackToTheChoice) {
-  const kernels::KernelTable& chosen = kernels::active();
-  for (const kernels::KernelTable* const table : runnableTables()) {
-    kernels::setActive(table);
-    EXPECT_EQ(&kernels::active(), table);
-  }
-  kernels::setActive(nullptr);
-  EXPECT_EQ(&kernels::active(), &chosen);
-}
-
-TEST(KernelTables, VectorTablesDoNotRenameTheReference) {
-  // Every entry is built for its instruction set, even the loops that tables share in the source, so that
-  // none is another table's function. That the vector entries use the set's registers is checked on the
-  // object files.
-  std::size_t count = 0;
-  const kernels::KernelTable* const* tables = kernels::allTables(count);
-  std::vector<const void*> seen;
-  for (std::size_t i = 0; i < count; ++i) {
-    const kernels::KernelTable& t = *tables[i];
-    for (const void* entry : {reinterpret_cast<const void*>(t.unpack12),
-                              reinterpret_cast<const void*>(t.swapBytes),
-                              reinterpret_cast<const void*>(t.swapBytesMirrored),
-                              reinterpret_cast<const void*>(t.subtractBias),
-                              reinterpret_cast<const void*>(t.countValues),
-                              reinterpret_cast<const void*>(t.placePairs),
-                              reinterpret_cast<const void*>(t.findExtremes),
-                              reinterpret_cast<const void*>(t.findFirst),
-                              reinterpret_cast<const void*>(t.findEach),
-                              reinterpret_cast<const void*>(t.mergeUniform),
-                              reinterpret_cast<const void*>(t.mergePlanes),
-                              reinterpret_cast<const void*>(t.addToSums8),
-                              reinterpret_cast<const void*>(t.addToSums16),
-                              reinterpret_cast<const void*>(t.emptySums),
-                              reinterpret_cast<const void*>(t.mergeByLine),
-                              reinterpret_cast<const void*>(t.startSums8),
-                              reinterpret_cast<const void*>(t.startSums16),
-                              reinterpret_cast<const void*>(t.meansOfSums),
-                              reinterpret_cast<const void*>(t.meansOfRecentSums),
-                              reinterpret_cast<const void*>(t.mergePackedUniform),
-                              reinterpret_cast<const void*>(t.mergePackedPlanes)}) {
-      ASSERT_NE(entry, nullptr);
-      EXPECT_EQ(std::find(seen.begin(), seen.end(), entry), seen.end()) << t.name;
-      seen.push_back(entry);
-    }
-    // The reference has nothing to stream with; the others have functions of their own.
-    EXPECT_EQ(t.unpack12Streaming == t.unpack12, i == 0) << t.name;
-    EXPECT_EQ(t.swapBytesStreaming == t.swapBytes, i == 0) << t.name;
-    EXPECT_EQ(t.swapBytesMirroredStreaming == t.swapBytesMirrored, i == 0) << t.name;
-    EXPECT_EQ(t.mergeUniformStreaming == t.mergeUniform, i == 0) << t.name;
-    EXPECT_EQ(t.mergePlanesStreaming == t.mergePlanes, i == 0) << t.name;
-    EXPECT_EQ(t.mergePackedUniformStreaming == t.mergePackedUniform, i == 0) << t.name;
-    EXPECT_EQ(t.mergePackedPlanesStreaming == t.mergePackedPlanes, i == 0) << t.name;
-  }
-}
 
 TEST_P(EveryTable, UnpacksEveryTripleOfBytes) {
   // All 2^24 triples, 2^16 pairs at a time.

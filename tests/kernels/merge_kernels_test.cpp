@@ -1,4 +1,4 @@
-// The integer merge against the documented rule in doubles, and every table against the reference.
+// The integer merge against the documented rule in doubles, and every table against the plain one.
 
 #include "kernels/KernelTesting.h"
 
@@ -160,7 +160,7 @@ TEST_P(EveryTable, FollowsTheRuleForAllTypesThresholdsAndTerms) {
     if (count == 0) continue;
     const kernels::UniformTerms uniform = {*term(addLow), *term(addHigh), mulLow[0], mulHigh[0]};
     Guarded<std::uint16_t> expected(count, 3), actual(count, round % 37), around(count, round % 37);
-    reference().mergeUniform(low.data(), high.data(), expected.data(), count, rule, uniform);
+    plain().mergeUniform(low.data(), high.data(), expected.data(), count, rule, uniform);
     table().mergeUniform(low.data(), high.data(), actual.data(), count, rule, uniform);
     ASSERT_EQ(expected.values(), actual.values()) << "round " << round << ", seed " << seed;
     ASSERT_TRUE(actual.intact());
@@ -178,7 +178,7 @@ TEST_P(EveryTable, MergesIntoOneOfItsInputs) {
   const kernels::MergeRule rule = {3, 10, 3700, 128, 0};
   const kernels::UniformTerms terms = {-40, 16, 6448, 1024};
   std::vector<std::uint16_t> expected(50);
-  reference().mergeUniform(low.data(), high.data(), expected.data(), 50, rule, terms);
+  plain().mergeUniform(low.data(), high.data(), expected.data(), 50, rule, terms);
   table().mergeUniform(low.data(), high.data(), high.data(), 50, rule, terms);
   EXPECT_EQ(high, expected);
 }
