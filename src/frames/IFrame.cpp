@@ -14,8 +14,8 @@
 #include "frames/RowInterleavedStream.h"
 #include "imagefiles/ImageFormats.h"
 #include "merge/FrameRegions.h"
+#include "metadata/FrameGeometry.h"
 #include "support/AlignedMemory.h"
-#include "support/CheckedMath.h"
 
 namespace {
 
@@ -253,15 +253,12 @@ void IFrame::FreeAll() {
 
 /// The pixels of the binned frame, when the metadata has a size that the source bears out.
 bool IFrame::DoFrameSize(unsigned int& uiPixels) const {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  if (m_pMetaData == nullptr || m_pMetaData->GetFrameDimensionsBinned(width, height) != 0) return false;
-  // The documented queries wrap at 32 bits; memory does not follow them.
-  std::uint64_t bytes = 0;
-  if (!orvacam::checkedMultiply(std::uint64_t{width} * height, 2, bytes)) return false;
-  if (bytes > std::numeric_limits<unsigned int>::max()) return false;
+  if (m_pMetaData == nullptr) return false;
+  const orvacam::FrameGeometry geometry(*m_pMetaData);
+  const std::uint64_t bytes = 2 * geometry.planePixels();
+  if (geometry.fault() || bytes > std::numeric_limits<unsigned int>::max()) return false;
   if (bytes > alwaysAllowedPlane && bytes / largestPlaneToSource > m_ulSourceLength) return false;
-  uiPixels = width * height;
+  uiPixels = static_cast<unsigned int>(geometry.planePixels());
   return true;
 }
 
@@ -416,7 +413,7 @@ int IFrame::DoDecodePair(const orvacam::StreamLayout& layout) {
   unsigned long length = 0;
   const unsigned char* const source = DoPixelData(length);
   const unpacked_images_t& own = m_UserMergeBuffers;
-  const std::uint64_t pixels = layout.planePixels();
+  const std::uint64_t pixels = layout.pixelsOfEach();
   const bool whole = source != nullptr && layout.bytes() <= length && pixels <= own.ulLowImagePixels &&
                      pixels <= own.ulHighImagePixels;
   if (whole && DoMergeInOnePass(layout, source)) return 0;

@@ -13,8 +13,6 @@ namespace orvacam {
 
 namespace {
 
-constexpr std::size_t bytesPerPair = 3;
-
 constexpr std::size_t packedBytes(std::size_t pixels) {
   return pixels / 2 * bytesPerPair;
 }
@@ -137,7 +135,7 @@ bool OnePassMerge::fits(const PairPlanes& planes) const {
          m_algorithm->m_uiAddFracBits <= kernels::packedFractionBits &&
          m_algorithm->DoPixelsAvailable() >= planes.pixels &&
          reinterpret_cast<std::uintptr_t>(planes.merged) % alignof(unsigned short) == 0 &&
-         m_layout.hasWholePairsOnly() && m_layout.planePixels() == planes.pixels &&
+         m_layout.hasWholePairsOnly() && m_layout.pixelsOfEach() == planes.pixels &&
          imageIsWhereTheMetaDataHasIt();
 }
 

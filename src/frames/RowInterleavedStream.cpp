@@ -2,17 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
-#include <limits>
 
 #include "kernels/Kernels.h"
-#include "support/CheckedMath.h"
 
 namespace orvacam {
 
 namespace {
-
-constexpr std::size_t bytesPerPair = 3;
 
 class Walk {
  public:
@@ -48,7 +43,7 @@ class Walk {
  private:
   /// Decodes a run of pixels; the number of pixels written.
   std::size_t run(PlaneCursor& plane, unsigned int pixels) {
-    const std::size_t wanted = ceilDivide<std::size_t>(pixels, 2);
+    const std::size_t wanted = pairsOf(pixels);
     const std::size_t given = std::min(wanted, m_source.remaining() / bytesPerPair);
     const std::size_t pairs = std::min(given, plane.room() / 2);
     if (given < wanted) m_sourceEnded = true;
@@ -87,48 +82,7 @@ class Walk {
   bool m_planeFull = false;
 };
 
-/// Pairs in a run of pixels.
-std::uint64_t pairsOf(unsigned int pixels) {
-  return ceilDivide<std::uint64_t>(pixels, 2);
-}
-
-/// The sum over all sections of rows times what a row of one plane has, and of row pairs times what both
-/// share.
-template <typename OfRow, typename OfPair>
-std::uint64_t total(const StreamSection (&sections)[3], const OfRow& ofRow, const OfPair& ofPair) {
-  unsigned __int128 sum = 0;
-  for (const StreamSection& section : sections) {
-    sum += static_cast<unsigned __int128>(section.rows) * ofRow(section);
-    sum += static_cast<unsigned __int128>(section.rows / 2) * ofPair(section);
-  }
-  constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
-  return sum > largest ? largest : static_cast<std::uint64_t>(sum);
-}
-
-std::uint64_t pairsOfRow(const StreamSection& section) {
-  return pairsOf(section.before) + pairsOf(section.pixels) + pairsOf(section.after);
-}
-
 }  // namespace
-
-std::uint64_t StreamLayout::bytes() const {
-  return total(
-      sections, [](const StreamSection& section) { return bytesPerPair * pairsOfRow(section); },
-      [](const StreamSection& section) { return bytesPerPair * pairsOf(section.shared); });
-}
-
-std::uint64_t StreamLayout::planePixels() const {
-  // Two pixels a pair, and every second row.
-  return total(
-      sections, [](const StreamSection& section) { return pairsOfRow(section); },
-      [](const StreamSection& section) { return 2 * pairsOf(section.shared); });
-}
-
-bool StreamLayout::hasWholePairsOnly() const {
-  return std::all_of(std::begin(sections), std::end(sections), [](const StreamSection& section) {
-    return (section.before | section.pixels | section.after | section.shared) % 2 == 0;
-  });
-}
 
 int decodeStream(ByteReader source, const StreamSection* sections, std::size_t sectionCount,
                  PlaneCursor* planes, unsigned int planeCount) {

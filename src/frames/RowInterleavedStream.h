@@ -4,34 +4,11 @@
 #include <orvacam/frames/CFrameStatistics.h>
 
 #include <cstddef>
-#include <cstdint>
 
+#include "frames/StreamLayout.h"
 #include "support/ByteReader.h"
 
 namespace orvacam {
-
-/// A part of a stream of packed 12-bit pixels whose rows are alike. Of two planes, even rows belong to the
-/// first (low gain), odd rows to the second (high gain).
-struct StreamSection {
-  unsigned int rows;    ///< of all planes together
-  unsigned int before;  ///< reference pixels ahead of the row's pixels
-  unsigned int pixels;
-  unsigned int after;   ///< reference pixels behind them
-  unsigned int shared;  ///< pixels behind every second row that belong to both planes
-  bool counted;         ///< the row's pixels go into the plane's statistics, at (column, row of the section)
-};
-
-/// The stream of a frame: reference rows, image rows, reference rows.
-struct StreamLayout {
-  StreamSection sections[3];
-
-  /// Bytes of the whole stream, and pixels that a stream of two planes brings to either; the largest number
-  /// where they are more than that.
-  std::uint64_t bytes() const;
-  std::uint64_t planePixels() const;
-  /// Whether every run has an even number of pixels, so that none shares a pair with its neighbour.
-  bool hasWholePairsOnly() const;
-};
 
 /// A plane that is written from its start to its end. Asked once per run of pixels for room, which it hands
 /// out or refuses: nothing is ever written outside.
