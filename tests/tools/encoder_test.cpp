@@ -177,24 +177,23 @@ TEST(OldHeader, LeavesTheReferencePixelsOfSomeSensorsToTheReader) {
     }
 }
 
-TEST(SimulatedGains, AreThoseOfTheSensorsTables) {
-  for (const sim::Camera& camera : sim::cameras()) {
-    if (camera.electronsHigh <= 0) continue;
-    Bytes bytes = sim::writeHeader(sim::headerFor(camera, "hdr").value(), 3);
-    CFrameMetaData header;
-    ASSERT_GE(header.Parse(bytes.data(), static_cast<unsigned int>(bytes.size())), 0);
-    gain_type_info_t info{0, false};
-    ASSERT_EQ(header.GetDeviceType(info.uiDeviceType), 0);
-    const std::unique_ptr<IDeviceGainTables> tables(
-        CDeviceGainTablesFactory::IDeviceGainTables_Create(info, nullptr));
-    const unsigned int settings = tables->GetDNETableNumEntries(ORVA_GAIN_TABLE_LOW_CHANNEL);
-    ASSERT_GE(settings, 8u);
-    for (unsigned int i = 0; i < settings; ++i) {
-      const unsigned int index = tables->GetDNETableDeviceIndex(ORVA_GAIN_TABLE_LOW_CHANNEL, i);
-      SCOPED_TRACE(std::string(camera.name) + " " + std::to_string(index));
-      EXPECT_EQ(camera.lowAt(index), tables->GetDNETableValue(ORVA_GAIN_TABLE_LOW_CHANNEL, index));
-      EXPECT_EQ(camera.highAt(index), tables->GetDNETableValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, index));
-    }
+TEST(SimulatedGains, AreThoseOfTheSensors) {
+  const struct {
+    const char* camera;
+    std::size_t settings;
+    unsigned int index;
+    double low, high;
+  } rows[] = {{"GSENSE400", 8, 0, 47.8469, 7.5988},     {"GSENSE400", 8, 7, 4.8544, 0.5549},
+              {"GSENSE400", 8, 8, 47.8469, 7.5988},     {"GSENSE2020", 64, 0, 18.6916, 0.8194},
+              {"GSENSE2020", 64, 49, 10.0, 10.0},       {"GSENSE4040", 58, 62, 0.8194, 0.8194},
+              {"GSENSE4040", 58, 200, 18.6916, 0.8194}, {"GSENSE6060", 58, 0, 12.5, 2.494},
+              {"GSENSE6060", 58, 37, 35.714, 2.494},    {"IMX183", 0, 0, 2.0, 0.0}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.camera) + " " + std::to_string(row.index));
+    const sim::Camera& camera = *sim::findCamera(row.camera);
+    EXPECT_EQ(camera.gains.size(), row.settings);
+    EXPECT_EQ(camera.lowAt(row.index), row.low);
+    EXPECT_EQ(camera.highAt(row.index), row.high);
   }
 }
 

@@ -1,5 +1,7 @@
 #include "Header.h"
 
+#include <orvacam.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -134,18 +136,26 @@ std::vector<unsigned char> writeHeader(const HeaderFields& fields, unsigned int 
 }
 
 Sensor sensorOf(const std::string& model) {
-  const auto has = [](const std::string& text, const char* part) {
-    return text.find(part) != std::string::npos;
-  };
-  if (has(model, "VS400")) return Sensor::Gsense400;
-  if (has(model, "VS2020")) return Sensor::Gsense2020;
-  if (has(model, "VS4040")) return Sensor::Gsense4040;
-  if (has(model, "VS6060")) return Sensor::Gsense6060;
-  std::string lower = model;
-  for (char& c : lower)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  const bool designated = has(model, "230-42") || has(model, "230-84") || has(model, "4320");
-  return has(lower, "argent") && designated ? Sensor::Ccd : Sensor::Other;
+  CFrameMetaData header;
+  header.SetModelName(model.data(), static_cast<unsigned int>(model.size()));
+  unsigned int device = ORVA_DEVICE_UNKNOWN;
+  header.GetDeviceType(device);
+  switch (device) {
+    case ORVA_DEVICE_GSENSE400:
+      return Sensor::Gsense400;
+    case ORVA_DEVICE_GSENSE2020:
+      return Sensor::Gsense2020;
+    case ORVA_DEVICE_GSENSE4040:
+      return Sensor::Gsense4040;
+    case ORVA_DEVICE_GSENSE6060:
+      return Sensor::Gsense6060;
+    case ORVA_DEVICE_ARGENT_23042:
+    case ORVA_DEVICE_ARGENT_23084:
+    case ORVA_DEVICE_ARGENT_4320:
+      return Sensor::Ccd;
+    default:
+      return Sensor::Other;
+  }
 }
 
 HeaderFields asVersion(const HeaderFields& fields, unsigned int version) {
@@ -153,19 +163,14 @@ HeaderFields asVersion(const HeaderFields& fields, unsigned int version) {
   if (version > 2) return f;
   f.quadrants = 0;
   f.correlatedMultipleSampling = false;
-  switch (sensorOf(f.model)) {
-    case Sensor::Gsense6060:
-      f.preRefPixels = 32;
-      f.postRefPixels = 24;
-      break;
-    case Sensor::Ccd:
-      f.preRefPixels = f.postRefPixels = 50;
-      break;
-    case Sensor::Other:
-      break;
-    default:
-      f.postRefPixels = 0;
-  }
+  CFrameMetaData reader;
+  reader.SetModelName(f.model.data(), static_cast<unsigned int>(f.model.size()));
+  reader.SetValue(ORVA_META_KEY_METADATA_VERSION, std::to_string(version));
+  reader.SetValue(ORVA_META_KEY_PRE_ROW_REF_PIXELS, std::to_string(f.preRefPixels));
+  reader.SetValue(ORVA_META_KEY_POST_ROW_REF_PIXELS, std::to_string(f.postRefPixels));
+  reader.FixRefPixels();
+  f.preRefPixels = reader.Value(ORVA_META_KEY_PRE_ROW_REF_PIXELS).GetValueUint();
+  f.postRefPixels = reader.Value(ORVA_META_KEY_POST_ROW_REF_PIXELS).GetValueUint();
   return f;
 }
 

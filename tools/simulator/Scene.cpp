@@ -1,7 +1,12 @@
 #include "Scene.h"
 
+#include <orvacam.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <memory>
+#include <new>
 
 namespace orvacam::simulator {
 
@@ -115,6 +120,33 @@ std::string lower(std::string text) {
   return text;
 }
 
+/// A camera with two channels of 12 bits, and what one count means at each setting of its sensor. At settings
+/// that it does not have, it counts as at the first one.
+Camera twoGains(const char* name, const char* model) {
+  CFrameMetaData header;
+  header.SetModelName(model, static_cast<unsigned int>(std::strlen(model)));
+  gain_type_info_t type{ORVA_DEVICE_UNKNOWN, false};
+  header.GetDeviceType(type.uiDeviceType);
+  const std::unique_ptr<IDeviceGainTables> tables(
+      CDeviceGainTablesFactory::IDeviceGainTables_Create(type, nullptr));
+  if (tables == nullptr) throw std::bad_alloc();
+  Camera camera{name, model, 0, 0, 12, false, {}};
+  const unsigned int settings = tables->GetDNETableNumEntries(ORVA_GAIN_TABLE_LOW_CHANNEL);
+  for (unsigned int i = 0; i < settings; ++i) {
+    const unsigned int index = tables->GetDNETableDeviceIndex(ORVA_GAIN_TABLE_LOW_CHANNEL, i);
+    camera.gains.push_back({index, tables->GetDNETableValue(ORVA_GAIN_TABLE_LOW_CHANNEL, index),
+                            tables->GetDNETableValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, index)});
+  }
+  camera.electronsLow = camera.gains.at(0).electronsLow;
+  camera.electronsHigh = camera.gains.at(0).electronsHigh;
+  return camera;
+}
+
+/// A camera with one channel of 16 bits.
+Camera oneGain(const char* name, const char* model) {
+  return {name, model, 2.0, 0, 16, sensorOf(model) == Sensor::Ccd, {}};
+}
+
 }  // namespace
 
 double Camera::lowAt(unsigned int index) const {
@@ -130,38 +162,12 @@ double Camera::highAt(unsigned int index) const {
 }
 
 const std::vector<Camera>& cameras() {
-  // The GSENSE2020 and the GSENSE4040 share one curve, the same for both channels.
-  static const std::vector<GainSetting> curve = {
-      {25, 18.6916, 18.6916}, {49, 10, 10}, {63, 8, 8}, {50, 1, 1}, {52, 4, 4}, {62, 0.8194, 0.8194}};
   static const std::vector<Camera> all = {
-      {"GSENSE400",
-       "VESTRA VS400",
-       47.8469,
-       7.5988,
-       12,
-       false,
-       {{0, 47.8469, 7.5988},
-        {1, 17.3611, 2.5661},
-        {2, 12.6904, 1.7492},
-        {3, 8.6059, 1.0896},
-        {4, 24.9377, 3.7979},
-        {5, 8.8652, 1.1004},
-        {6, 6.5789, 0.8109},
-        {7, 4.8544, 0.5549}}},
-      {"GSENSE2020", "VESTRA VS2020", 18.6916, 0.8194, 12, false, curve},
-      {"GSENSE4040", "VESTRA VS4040", 18.6916, 0.8194, 12, false, curve},
-      {"GSENSE6060",
-       "VESTRA VS6060",
-       12.5,
-       2.494,
-       12,
-       false,
-       {{3, 12.5, 12.5}, {21, 3.226, 3.226}, {33, 2.174, 2.174}, {37, 35.714, 2.494}}},
-      {"CCD230-42", "ARGENT 230-42", 2.0, 0, 16, true, {}},
-      {"CCD230-84", "ARGENT 230-84", 2.0, 0, 16, true, {}},
-      {"CCD4320", "ARGENT 4320", 2.0, 0, 16, true, {}},
-      {"IMX183", "VESTRA IMX183", 2.0, 0, 16, false, {}},
-      {"GENERIC", "VESTRA PLAIN", 2.0, 0, 16, false, {}},
+      twoGains("GSENSE400", "VESTRA VS400"),   twoGains("GSENSE2020", "VESTRA VS2020"),
+      twoGains("GSENSE4040", "VESTRA VS4040"), twoGains("GSENSE6060", "VESTRA VS6060"),
+      oneGain("CCD230-42", "ARGENT 230-42"),   oneGain("CCD230-84", "ARGENT 230-84"),
+      oneGain("CCD4320", "ARGENT 4320"),       oneGain("IMX183", "VESTRA IMX183"),
+      oneGain("GENERIC", "VESTRA PLAIN"),
   };
   return all;
 }
@@ -176,23 +182,23 @@ std::optional<HeaderFields> headerFor(const Camera& camera, const std::string& m
   HeaderFields f;
   f.model = camera.model;
   f.dataBits = f.sensorBits = camera.bits;
-  const std::string name = camera.name;
+  const Sensor sensor = sensorOf(camera.model);
   const bool gsense = camera.electronsHigh > 0;
   if (camera.ccd) f.quadrants = 0x3C;
   if (mode == "single") {
     // The GSENSE6060 sends its 12-bit data as two planes always: its single images have 16 bits.
-    if (name == "GSENSE6060") f.dataBits = 16;
+    if (sensor == Sensor::Gsense6060) f.dataBits = 16;
     return f;
   }
   if (mode == "hdr" && gsense) {
     f.hdr = true;
     return f;
   }
-  if (mode == "16bit" && (!gsense || name != "GSENSE400")) {
+  if (mode == "16bit" && sensor != Sensor::Gsense400) {
     f.dataBits = 16;
     return f;
   }
-  if (mode == "cms" && name == "GSENSE2020") {
+  if (mode == "cms" && sensor == Sensor::Gsense2020) {
     f.correlatedMultipleSampling = true;
     return f;
   }
