@@ -9,9 +9,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <memory>
-#include <new>
 
+#include "metadata/FrameGeometry.h"
 #include "support/OpenFile.h"
 
 namespace {
@@ -96,10 +97,10 @@ int CAlgo::MergeImage(unsigned char* pFrame, unsigned long ulLength, unpacked_im
   if (parsed < 0) return parsed;
 
   if (!m_HWMerge.HasCallerFrames()) {
-    unsigned int width = 0;
-    unsigned int height = 0;
-    m_MetaData.GetFrameDimensions(width, height);
-    m_HWMerge.CreateIdentityFrames(width, height, DoGainRatio(m_MetaData), 1.0, nullptr);
+    const orvacam::FrameGeometry geometry(m_MetaData);
+    m_HWMerge.CreateIdentityFrames(static_cast<unsigned int>(geometry.columns().frame()),
+                                   static_cast<unsigned int>(geometry.rows().frame()),
+                                   DoGainRatio(m_MetaData), 1.0, nullptr);
   }
   const std::unique_ptr<IFrame> frame(InitFrame(&m_MetaData, pFrame, ulLength, pImages));
   if (frame == nullptr) return parsed;
@@ -114,7 +115,7 @@ int CAlgo::MergeImage(unsigned char* pFrame, unsigned long ulLength, unpacked_im
       result = frame->GetProcessedMergedMetaData(pImages->pMergedMetaData, pImages->uiMetaDataSize);
   }
   return result;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 
@@ -126,7 +127,7 @@ int CAlgo::MergeFile(const wchar_t* pFileName, unpacked_images_t* pImages, unpac
   const File file(orvacam::openRegularFile(pFileName, "rb"));
   if (file == nullptr) return -1;
   return DoMergeStream(file.get(), pImages, pStats, pDSNUFileName, pPRNUFileName);
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 
@@ -139,9 +140,9 @@ int CAlgo::DoMergeStream(std::FILE* pStream, unpacked_images_t* pImages, unpacke
   // Every camera has tables: without them memory ran out, and the ratio would be another camera's.
   if (!m_MergeSettings.HasGainTables()) return -1;
 
-  unsigned int width = 0;
-  unsigned int height = 0;
-  m_MetaData.GetFrameDimensions(width, height);
+  const orvacam::FrameGeometry geometry(m_MetaData);
+  const auto width = static_cast<unsigned int>(geometry.columns().frame());
+  const auto height = static_cast<unsigned int>(geometry.rows().frame());
   result = DoCreateReferenceFrames(pDSNUFileName, pPRNUFileName, DoGainRatio(m_MetaData), width, height);
   if (result < 0) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error allocating reference frames w: %d h: %d\n", name,
@@ -177,7 +178,7 @@ int CAlgo::DoCreateReferenceFrames(const wchar_t* pDSNUFileName, const wchar_t* 
 bool CAlgo::DoLendMetaData(const CFrameMetaData& metaData, IFrame& frame) try {
   m_HWMerge.SetMetaData(metaData);
   return true;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   frame.FreeAll();
   return false;
 }

@@ -13,9 +13,10 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
-#include <new>
+#include <stdexcept>
 #include <utility>
 
+#include "metadata/FrameGeometry.h"
 #include "support/OpenFile.h"
 #include "support/WideText.h"
 
@@ -60,11 +61,8 @@ void lendPlane(bool requested, unsigned long size, unsigned short*& kept, unsign
   kept = nullptr;
 }
 
-void lendPlanes(const CFrameMetaData& metaData, unpacked_images_t& kept, unpacked_images_t& images) {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  metaData.GetFrameDimensionsBinned(width, height);
-  const unsigned long size = sizeof *kept.pLowImage * width * height;
+void lendPlanes(const orvacam::FrameGeometry& geometry, unpacked_images_t& kept, unpacked_images_t& images) {
+  const unsigned long size = sizeof *kept.pLowImage * geometry.planePixels();
   lendPlane(images.bLowImageRequest, size, kept.pLowImage, kept.ulLowImageSize, images.pLowImage,
             images.ulLowImageSize);
   lendPlane(images.bHighImageRequest, size, kept.pHighImage, kept.ulHighImageSize, images.pHighImage,
@@ -75,8 +73,8 @@ void lendPlanes(const CFrameMetaData& metaData, unpacked_images_t& kept, unpacke
 
 /// Headers of versions 1 and 2 state fewer bytes than a processed header takes, and a metadata buffer of
 /// their own size would stay unwritten: these are made here, large enough for every version.
-int makeMetaDataBuffers(const CFrameMetaData& metaData, unpacked_images_t& images) {
-  images.uiMetaDataSize = std::max(metaData.GetBinarizeSize(), processedHeaderSize);
+int makeMetaDataBuffers(const orvacam::FrameGeometry& geometry, unpacked_images_t& images) {
+  images.uiMetaDataSize = std::max(static_cast<unsigned int>(geometry.headerLength()), processedHeaderSize);
   for (unsigned char** buffer : {&images.pLowMetaData, &images.pHighMetaData, &images.pMergedMetaData}) {
     *buffer = static_cast<unsigned char*>(std::calloc(images.uiMetaDataSize, 1));
     if (*buffer == nullptr) return -1;
@@ -147,7 +145,9 @@ int CAlgo::ConvertFile(const wchar_t* pSource, const conv_info_t* pInfo, const w
     default:
       return utilOSWideCopyFile(pSource, pDestination);
   }
-} catch (const std::bad_alloc&) {
+} catch (const std::out_of_range&) {
+  throw;  // a destination without a dot, as documented
+} catch (const std::exception&) {
   return -1;
 }
 
@@ -163,25 +163,27 @@ int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacke
                            conversion_memory_t* pMemory) {
   const int parsed = m_MetaData.Parse(pStream);
   if (parsed < 0) return parsed;
+  // Planes are as large as this header says, files as the processed one does: they must say the same.
+  const orvacam::FrameGeometry geometry(m_MetaData);
+  if (geometry.fault() || orvacam::processedHeaderFault(m_MetaData)) return -1;
 
   *pImages = unpacked_images_t{};
   pImages->bMetaDataRequest = true;
   pImages->bLowImageRequest = true;
   pImages->bHighImageRequest = pImages->bMergedImageRequest =
       m_MetaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
-  if (pMemory != nullptr) lendPlanes(m_MetaData, pMemory->planes, *pImages);
-  if (makeMetaDataBuffers(m_MetaData, *pImages) < 0) return -1;
+  if (pMemory != nullptr) lendPlanes(geometry, pMemory->planes, *pImages);
+  if (makeMetaDataBuffers(geometry, *pImages) < 0) return -1;
 
   gain_type_info_t camera{ORVA_DEVICE_UNKNOWN,
                           m_MetaData.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
   m_MetaData.GetDeviceType(camera.uiDeviceType);
   DoInitialize(camera, nullptr);
   if (!m_MergeSettings.HasGainTables()) return -1;  // no memory
-  unsigned int width = 0;
-  unsigned int height = 0;
-  m_MetaData.GetFrameDimensions(width, height);
   int result = DoCreateReferenceFrames(pInfo->pDSNUFileName, pInfo->pPRNUFileName,
-                                       DeriveGainRatioFromMetaData(m_MetaData), width, height);
+                                       DeriveGainRatioFromMetaData(m_MetaData),
+                                       static_cast<unsigned int>(geometry.columns().frame()),
+                                       static_cast<unsigned int>(geometry.rows().frame()));
 
   const PixelsOnly pixelsOnly(m_HWMerge);
   const std::unique_ptr<IFrame> frame(DoInitFrame(&m_MetaData, pStream, pImages, pMemory));

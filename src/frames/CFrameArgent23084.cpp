@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kernels/Kernels.h"
+#include "metadata/FrameGeometry.h"
 
 namespace {
 
@@ -18,6 +19,18 @@ enum Amplifier : unsigned int {
   LowerRight = 0x04,
   All = 0x3C
 };
+
+/// Columns and rows as they were read off the sensor; no columns where they are more than the plane's pixels,
+/// or none at all.
+struct ReadSize {
+  unsigned long width = 0, height = 0;
+};
+
+ReadSize readSize(const CFrameMetaData& metaData, unsigned long planePixels) {
+  const orvacam::FrameGeometry geometry(metaData);
+  if (geometry.fault() || geometry.framePixels() > planePixels) return {};
+  return {geometry.columns().frame(), geometry.rows().frame()};
+}
 
 enum Stores { Cached, Streamed };
 
@@ -81,17 +94,14 @@ int CFrameArgent23084::Merge(unpacked_images_t* pImages) {
 }
 
 int CFrameArgent23084::DoUnpackFourQuadrantRead(unsigned short* pOut, unsigned long ulPixels) {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  if (pOut == nullptr || m_pMetaData->GetFrameDimensions(width, height) != 0 ||
-      static_cast<unsigned long>(width) * height > ulPixels)
-    return -1;
+  const auto [width, height] = readSize(*m_pMetaData, ulPixels);
+  if (pOut == nullptr || width == 0) return -1;
   unsigned long length = 0;
   const unsigned char* const source = DoPixelDataOfAnySource(length);
-  const unsigned long lineBytes = 2UL * width;
+  const unsigned long lineBytes = 2 * width;
   const unsigned long half = width / 2 + width % 2;
   const unsigned long pairs = height / 2;
-  const unsigned long wholePairs = lineBytes == 0 ? pairs : std::min(pairs, length / (2 * lineBytes));
+  const unsigned long wholePairs = std::min(pairs, length / (2 * lineBytes));
   // Rows in the order of the plane, each counted while it is in the cache: the upper ones come from every
   // other line, the lower ones from the lines between, backwards.
   const auto lineOf = [&](unsigned long y) -> const unsigned char* {
@@ -159,15 +169,11 @@ void CFrameArgent23084::DoUnpackSingleLowerRight(unsigned short* pOut, unsigned 
 
 int CFrameArgent23084::DoUnpackSingle(unsigned short* pOut, unsigned long ulPixels, bool bMirrorColumns,
                                       bool bMirrorRows) {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  if (pOut == nullptr || m_pMetaData->GetFrameDimensions(width, height) != 0 ||
-      static_cast<unsigned long>(width) * height > ulPixels)
-    return -1;
+  const auto [width, height] = readSize(*m_pMetaData, ulPixels);
+  if (pOut == nullptr || width == 0) return -1;
   unsigned long length = 0;
   const unsigned char* const source = DoPixelDataOfAnySource(length);
-  const unsigned long wholeRows =
-      width == 0 ? height : std::min<unsigned long>(height, length / (2UL * width));
+  const unsigned long wholeRows = std::min(height, length / (2 * width));
   for (unsigned long y = 0; y < wholeRows; ++y) {
     const unsigned long row = bMirrorRows ? height - 1 - y : y;
     unsigned short* const target = pOut + row * width;

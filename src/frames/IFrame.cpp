@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <limits>
-#include <new>
 
 #include "frames/OnePassMerge.h"
 #include "frames/RowInterleavedStream.h"
@@ -39,6 +39,17 @@ orvacam::StreamLayout singleLayout(const CFrameMetaData& metaData) {
 
 unsigned char* allocateZeroed(unsigned long size) {
   return static_cast<unsigned char*>(std::calloc(std::max(size, 1UL), 1));
+}
+
+/// The three buffers share one capacity. Those that are given hold what it was when it came in: it is not
+/// raised for a new buffer while a given one is smaller.
+int claimMetaData(IFrame& frame, unsigned int size, unpacked_images_t& images) {
+  unsigned char** const buffers[] = {&images.pLowMetaData, &images.pHighMetaData, &images.pMergedMetaData};
+  for (unsigned char* const* buffer : buffers)
+    if (*buffer != nullptr && images.uiMetaDataSize < size) return -1;
+  for (unsigned char** buffer : buffers)
+    if (frame.AllocateMetaDataPointer(size, buffer, &images.uiMetaDataSize) != 0) return -1;
+  return 0;
 }
 
 /// 0 for what is not a regular file with at least one byte.
@@ -120,7 +131,7 @@ int IFrame::DoInitialize(const CFrameMetaData& metaData, CCustomMergeAlgo* pMerg
   m_pMetaData = nullptr;
   try {
     m_pMetaData = new CFrameMetaData(metaData);
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     return -1;
   }
   if (pMergeAlgo != nullptr) {
@@ -299,14 +310,8 @@ int IFrame::DoClaimPlanes(unpacked_images_t* pImages) {
   if (pImages == nullptr || !DoFrameSize(pixels)) return -1;
   const unsigned int planeSize = 2 * pixels;
 
-  if (pImages->bMetaDataRequest) {
-    const unsigned int metaDataSize = m_pMetaData->GetBinarizeSize();
-    for (unsigned char** buffer :
-         {&pImages->pLowMetaData, &pImages->pHighMetaData, &pImages->pMergedMetaData}) {
-      const int result = AllocateMetaDataPointer(metaDataSize, buffer, &pImages->uiMetaDataSize);
-      if (result != 0) return result;
-    }
-  }
+  if (pImages->bMetaDataRequest && claimMetaData(*this, m_pMetaData->GetBinarizeSize(), *pImages) != 0)
+    return -1;
   if (pImages->bLowImageRequest) {
     if (DoClaimPlane(planeSize, &pImages->pLowImage, &pImages->ulLowImageSize, m_Uncleared[0]) != 0)
       return -1;

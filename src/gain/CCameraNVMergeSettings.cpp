@@ -2,6 +2,7 @@
 #include <orvacam/support/CLog.h>
 #include <orvacam/support/util.h>
 
+#include <exception>
 #include <new>
 
 #include "support/ByteReader.h"
@@ -195,7 +196,7 @@ int CCameraNVMergeSettings::DoParseBody(const unsigned char* pBody, unsigned int
     m_vExtraLineOffsets.push_back(record);
   }
   return 0;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 

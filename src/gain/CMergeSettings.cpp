@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <limits>
 #include <new>
 
@@ -179,7 +180,7 @@ bool CMergeSettings::GenerateMergeLine(unsigned int uiBits, unsigned int uiLow, 
     line.values[size + column] = static_cast<unsigned short>(std::min(std::max<int>(value, last), 65535));
   }
   return true;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return false;
 }
 

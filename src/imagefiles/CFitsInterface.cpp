@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <new>
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -445,7 +445,7 @@ int CFitsInterface::CreateImageFile(const std::string& path, const unsigned shor
       result == 0 ? L"%s: Successfully wrote file %s, size %d\n" : L"%s: Error writing file %s, size %d\n",
       operation, path.c_str(), static_cast<int>(pixels * sizeof(unsigned short)));
   return result;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 

@@ -22,9 +22,6 @@ constexpr unsigned int tagLimit = 30;  // one more is added while the list does 
 static_assert(directoryOffset + 2 + (tagLimit + 1) * entrySize + 4 <= dataOffset,
               "the directory ends before its data");
 
-/// A header states its length in 16 bits.
-constexpr unsigned int longestMetaData = 0xFFFF;
-
 enum Tag : unsigned short {
   NewSubfileType = 254,
   ImageWidth = 256,
@@ -276,8 +273,7 @@ int CTiffMaker::WriteHeader(unsigned char* pBuffer, unsigned int uiSize, CFrameM
 int CTiffMaker::CreateImageFile(const std::string& path, const unsigned short* pPixels,
                                 CFrameMetaData& meta) {
   unsigned int pixels = 0;
-  if (pPixels == nullptr || meta.GetBinarizeSize() > longestMetaData || !orvacam::framePixels(meta, pixels))
-    return -1;
+  if (pPixels == nullptr || !orvacam::framePixels(meta, pixels)) return -1;
   const unsigned int headerSize = meta.GetBinarizeSize() + tiffBlockSize;
   const std::unique_ptr<unsigned char[]> header(new (std::nothrow) unsigned char[headerSize]);
   if (header == nullptr) return -1;

@@ -69,6 +69,7 @@ void CCustomMergeAlgo::ApplyBiasFrame(unsigned short* pPlane, unsigned int uiWid
   const unsigned short* const bias = bHigh ? m_pBiasHigh : m_pBiasLow;
   if (pPlane == nullptr || bias == nullptr) return;
   statistics.Reset();
+  if (uiWidth == 0) return;  // rows of nothing, however many
   const unsigned long biasPixels = static_cast<unsigned long>(m_uiBiasWidth) * m_uiBiasHeight;
   for (unsigned int y = 0; y < uiHeight; ++y) {
     const unsigned long start = static_cast<unsigned long>(y) * uiWidth;

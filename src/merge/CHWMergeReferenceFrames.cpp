@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <memory>
 #include <new>
 
+#include "metadata/FrameGeometry.h"
 #include "support/CheckedMath.h"
 #include "support/OpenFile.h"
 
@@ -40,11 +42,14 @@ void freePlane(Value*& pPlane) {
 
 /// Whether a file's two planes of this many pixels are more than its bytes justify: a header alone never
 /// makes us hold much memory, a file that was cut is still read.
-bool outOfProportion(unsigned long pixels, unsigned long fileBytes) {
-  constexpr unsigned long alwaysAllowed = 8UL << 20;
-  constexpr unsigned long largestRatio = 8;
-  const unsigned long planesBytes = 2 * sizeof(unsigned short) * pixels;
-  return planesBytes > alwaysAllowed && planesBytes / largestRatio > fileBytes;
+bool outOfProportion(std::uint64_t width, std::uint64_t height, std::uint64_t fileBytes) {
+  constexpr std::uint64_t alwaysAllowed = 8UL << 20;
+  constexpr std::uint64_t largestRatio = 8;
+  std::uint64_t bytes = 0;
+  if (!orvacam::checkedMultiply(width, height, bytes) ||
+      !orvacam::checkedMultiply(bytes, 2 * sizeof(unsigned short), bytes))
+    return true;
+  return bytes > alwaysAllowed && bytes / largestRatio > fileBytes;
 }
 
 void freePlanes(ref_frames_t& ref) {
@@ -224,7 +229,7 @@ int CHWMergeReferenceFrames::DoSetPlane(PlaneIndex ePlane, const unsigned short*
     Plane& plane = m_Planes[ePlane];
     plane.values.swap(values);
     plane.bLoaded = true;
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     return -1;
   }
   m_bIdentityFrames = false;
@@ -249,6 +254,7 @@ int CHWMergeReferenceFrames::SetMultiplicativeHighFromBuffer(const unsigned shor
 
 int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE* pPRNU, unsigned int& uiWidth,
                                                     unsigned int& uiHeight) {
+  using orvacam::FrameGeometry;
   constexpr const char* name = "CheckReferenceMetaData";
   if (pDSNU == nullptr && pPRNU == nullptr) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Both file pointers are null.  One must be valid!\n", name);
@@ -257,8 +263,14 @@ int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE*
   const auto parse = [](std::FILE* pFile, CFrameMetaData& metaData) {
     // A length of 0 is what a file leaves that is no frame; a header that could not be read to its end leaves
     // the sizes of an empty one.
-    return metaData.Parse(pFile) >= 0 && metaData.IsValid() && metaData.GetBinarizeSize() != 0 &&
+    return metaData.Parse(pFile) >= 0 && metaData.IsValid() && !FrameGeometry(metaData).fault() &&
+           metaData.GetBinarizeSize() != 0 &&
            std::ftell(pFile) >= static_cast<long>(metaData.GetBinarizeSize());
+  };
+  const auto takeSize = [](const CFrameMetaData& metaData, unsigned int& width, unsigned int& height) {
+    const FrameGeometry geometry(metaData);
+    width = static_cast<unsigned int>(geometry.columns().frame());
+    height = static_cast<unsigned int>(geometry.rows().frame());
   };
   const auto moveToPlanes = [](std::FILE* pFile, const CFrameMetaData& metaData) {
     return std::fseek(pFile, static_cast<long>(metaData.GetBinarizeSize()), SEEK_SET) == 0 ? 0 : -1;
@@ -270,14 +282,14 @@ int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE*
       return -1;
     }
     // Intended: a PRNU file that comes alone stays where the parse left it.
-    metaData.GetFrameDimensions(uiWidth, uiHeight);
+    takeSize(metaData, uiWidth, uiHeight);
     return 0;
   }
   if (!parse(pDSNU, metaData)) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error parsing DSNU File Meta Data\n", name);
     return -1;
   }
-  metaData.GetFrameDimensions(uiWidth, uiHeight);
+  takeSize(metaData, uiWidth, uiHeight);
   m_pLog->log(CLOGLEVEL_DEBUG, L"%s: DSNU File size w: %d, h: %d.\n", name, uiWidth, uiHeight);
   if (moveToPlanes(pDSNU, metaData) != 0) return -1;
   if (pPRNU == nullptr) return 0;
@@ -289,7 +301,7 @@ int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE*
   }
   unsigned int width = 0;
   unsigned int height = 0;
-  prnu.GetFrameDimensions(width, height);
+  takeSize(prnu, width, height);
   if (width != uiWidth || height != uiHeight) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: PRNU File size w: %d, h: %d does not match DSNU size w: %d, h: %d\n",
                 name, width, height, uiWidth, uiHeight);
@@ -338,7 +350,7 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
   const wchar_t* noMemory = nullptr;
   for (const auto& source : sources)
     if (source.file != nullptr && noMemory == nullptr &&
-        outOfProportion(static_cast<unsigned long>(width) * height, bytesLeft(source.file)))
+        outOfProportion(width, height, bytesLeft(source.file)))
       noMemory = source.noMemory;
   // Planes that are handed out are as large as the header claims, so that then there are none.
   if (pRef != nullptr) *pRef = ref_frames_t{};
@@ -363,6 +375,6 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
       if (!DoReadPlane(source.file, plane, handedOut[plane])) result = -1;
   }
   return result;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {  // no memory, or a size beyond any memory
   return -1;
 }

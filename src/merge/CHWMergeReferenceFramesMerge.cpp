@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <exception>
 #include <limits>
-#include <new>
 
 #include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
@@ -236,7 +236,7 @@ int CHWMergeReferenceFrames::DoFinishFrame(unsigned short* pMerged, unsigned lon
   m_MetaData.SetPixelEndianFormat(!m_bByteSwapped);
   const orvacam::ImageFormat& format = orvacam::imageFormatOf(m_MergeEnables.uiImageFormat);
   return std::min(format.finish(pMerged, leading, ulNumPixels, m_MetaData, m_bByteSwapped), 0);
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 

@@ -2,7 +2,7 @@
 #include <orvacam/support/CLog.h>
 
 #include <algorithm>
-#include <new>
+#include <exception>
 
 #include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
@@ -50,7 +50,7 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
   metaData.SetPixelEndianFormat(!m_bByteSwapped);
   return std::min(
       orvacam::imageFormatOf(format).finish(pMerged, leading, ulNumPixels, metaData, m_bByteSwapped), 0);
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 

@@ -2,27 +2,33 @@
 #define ORVACAM_SRC_MERGE_FRAME_REGIONS_H
 
 #include <orvacam/frames/CFrameStatistics.h>
-#include <orvacam/metadata/CFrameMetaData.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
+#include "metadata/FrameGeometry.h"
+
 namespace orvacam {
 
-/// Where a binned frame's image pixels lie, as the metadata says.
+/// Where a plane's image pixels lie. Of metadata that contradict themselves this is what fits 32 bits of it:
+/// nobody makes planes for them, and whoever walks through a plane ends where the plane does.
 struct FrameRegions {
   unsigned int frameWidth = 0, frameHeight = 0;
   unsigned int imageWidth = 0, imageHeight = 0;
   unsigned int prePixels = 0, postPixels = 0;
   unsigned int preRows = 0, postRows = 0;
 
-  explicit FrameRegions(const CFrameMetaData& metaData) {
-    metaData.GetFrameDimensionsBinned(frameWidth, frameHeight);
-    metaData.GetImageDimensionsBinned(imageWidth, imageHeight);
-    metaData.GetRefPixelsBinned(prePixels, postPixels);
-    metaData.GetRefRowsBinned(preRows, postRows);
-  }
+  explicit FrameRegions(const CFrameMetaData& metaData) : FrameRegions(FrameGeometry(metaData)) {}
+  explicit FrameRegions(const FrameGeometry& geometry)
+      : frameWidth(static_cast<unsigned int>(geometry.binnedColumns().frame())),
+        frameHeight(static_cast<unsigned int>(geometry.binnedRows().frame())),
+        imageWidth(static_cast<unsigned int>(geometry.binnedColumns().image)),
+        imageHeight(static_cast<unsigned int>(geometry.binnedRows().image)),
+        prePixels(static_cast<unsigned int>(geometry.binnedColumns().before)),
+        postPixels(static_cast<unsigned int>(geometry.binnedColumns().after)),
+        preRows(static_cast<unsigned int>(geometry.binnedRows().before)),
+        postRows(static_cast<unsigned int>(geometry.binnedRows().after)) {}
 
   /// Rows that hold pixels at all.
   unsigned int imageRows() const { return (prePixels | imageWidth | postPixels) != 0 ? imageHeight : 0; }

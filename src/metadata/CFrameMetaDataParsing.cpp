@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <new>
+#include <exception>
 
 #include "metadata/FitsCards.h"
 #include "metadata/HeaderFields.h"
@@ -45,7 +45,7 @@ int CFrameMetaData::Parse(unsigned char* pBuffer, unsigned int uiLength) try {
   return orvacam::fits::isFitsFrame(pBuffer, uiLength)
              ? orvacam::fits::parseMetaData(pBuffer, uiLength, *this, end)
              : -1;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 
@@ -72,7 +72,7 @@ int CFrameMetaData::Parse(std::FILE* pStream) try {
   const unsigned int rest = length > prefixSize ? length - prefixSize : 0;
   if (std::fread(m_RawHeader + prefixSize, 1, rest, pStream) != rest) return 0;
   return DoParse(m_RawHeader, length);
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
-#include <new>
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -210,7 +210,7 @@ int CFrameMetaData::DoToString(char* pText, unsigned int uiSize) try {
     default:
       return DoToString4(pText, uiSize);
   }
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return -1;
 }
 

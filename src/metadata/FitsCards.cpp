@@ -3,7 +3,7 @@
 #include <orvacam/metadata/CFrameMetaData.h>
 
 #include <algorithm>
-#include <new>
+#include <exception>
 
 #include "metadata/FitsKeywords.h"
 
@@ -108,7 +108,7 @@ int parseMetaData(const unsigned char* bytes, unsigned int length, CFrameMetaDat
   int result = -1;
   try {
     parseCards(view(bytes, length), meta, end, result);
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     return -1;
   }
   return result;
@@ -120,7 +120,7 @@ int parseMetaData(std::FILE* stream, CFrameMetaData& meta) {
   int result = -1;
   try {
     parseBlocks(stream, meta, end, result);
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     return -1;
   }
   return end ? result : -1;

@@ -1,6 +1,6 @@
 #include <orvacam/gain/CDeviceGainTablesFactory.h>
 
-#include <new>
+#include <exception>
 
 #include "sensors/Sensors.h"
 
@@ -10,6 +10,6 @@ IDeviceGainTables* CDeviceGainTablesFactory::IDeviceGainTables_Create(const gain
   IDeviceGainTables* const tables = info.bBSI ? sensor.backSideGains() : sensor.gains();
   tables->InitializeMergeSettings(pNV);  // does nothing for sensors without curves
   return tables;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {
   return nullptr;
 }

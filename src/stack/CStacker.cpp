@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "kernels/Kernels.h"
+#include "metadata/FrameGeometry.h"
 
 namespace {
 
@@ -146,12 +147,14 @@ int CStacker::GetStackedMetaData(unsigned char* pBaseMeta, unsigned int uiLength
                                  unsigned int* puiLength) {
   if (ppMeta == nullptr || pBaseMeta == nullptr) return 0;
   const int result = m_MetaData.Parse(pBaseMeta, uiLength);
-  if (result < 0) {
+  if (result < 0 || orvacam::headerLengthFault(m_MetaData)) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Invalid base meta data provided!\n", "GetStackedMetaData");
     return -1;
   }
-  // A header of an earlier version states fewer bytes than it takes when it is written.
+  // A header of an earlier version states fewer bytes than it takes when it is written. The length has a
+  // limit, and the block came with the bytes that were parsed.
   const unsigned int size = std::max(m_MetaData.GetBinarizeSizeEx(), smallestHeader);
+  if (size < m_MetaData.GetBinarizeSize()) return -1;  // 4 GiB of block
   if (m_pMetaDataBuffer == nullptr || m_uiMetaDataBufferSize < size) {
     release(m_pMetaDataBuffer);
     m_pMetaDataBuffer = allocateZeroed<unsigned char>(size);
