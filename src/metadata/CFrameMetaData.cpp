@@ -3,6 +3,7 @@
 #include <orvacam/metadata/CFrameMetaData.h>
 #include <orvacam/support/util.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -239,12 +240,14 @@ void CFrameMetaData::SetBitsPerPixel(unsigned int uiBits) {
 
 void CFrameMetaData::SetModelName(const char* pText, unsigned int uiLength) {
   if (pText != nullptr)
-    m_Values[ORVA_META_KEY_CAMERA_MODEL].SetValueByte(pText, uiLength < 40 ? uiLength : 40);
+    m_Values[ORVA_META_KEY_CAMERA_MODEL].SetValueByte(
+        pText, std::min(uiLength, widthOf(ORVA_META_KEY_CAMERA_MODEL)));
 }
 
 void CFrameMetaData::SetSerialNumber(const char* pText, unsigned int uiLength) {
   if (pText != nullptr)
-    m_Values[ORVA_META_KEY_CAMERA_SERIAL_NUMBER].SetValueByte(pText, uiLength < 24 ? uiLength : 24);
+    m_Values[ORVA_META_KEY_CAMERA_SERIAL_NUMBER].SetValueByte(
+        pText, std::min(uiLength, widthOf(ORVA_META_KEY_CAMERA_SERIAL_NUMBER)));
 }
 
 void CFrameMetaData::SetDimensions(unsigned int uiStartColumn, unsigned int uiStartRow, unsigned int uiWidth,

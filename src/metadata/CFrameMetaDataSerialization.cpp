@@ -16,7 +16,7 @@ using orvacam::ByteWriter;
 namespace {
 
 constexpr unsigned int writtenPadding(unsigned int version) {
-  return version == 2 ? 25 : version == 3 ? 152 : 0;
+  return version == 2 || version == 3 ? widthOf(Kept::Padding, setOf(version)) : 0;
 }
 
 void putText(ByteWriter& writer, const Field& field, const CMetaValues& value) {

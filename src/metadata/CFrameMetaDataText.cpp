@@ -9,10 +9,12 @@
 #include <string>
 #include <string_view>
 
+#include "metadata/HeaderFields.h"
 #include "metadata/TextLines.h"
 #include "support/NumberText.h"
 #include "support/WideText.h"
 
+using namespace orvacam::header;
 using orvacam::fixedText;
 using orvacam::text::Line;
 using orvacam::text::Rule;
@@ -166,7 +168,7 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
 
 std::string CFrameMetaData::DoRenderLines(unsigned int uiVersion, bool bPadding) {
   const bool longPadding = uiVersion > 2 && DoUint(ORVA_META_KEY_METADATA_VERSION) == 3;
-  DoRenderPadding(longPadding ? 152 : 25);
+  DoRenderPadding(widthOf(Kept::Padding, longPadding ? V34 : V2));
   std::string text;
   for (const Line& line : orvacam::text::lines) {
     const char* const label = line.labels[uiVersion - 1];

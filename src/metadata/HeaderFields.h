@@ -5,15 +5,19 @@
 
 #include <cstddef>
 
+#include "support/KeyedTable.h"
+
 /// The layout of the frame header, as tables: reading and writing both work through them.
 namespace orvacam::header {
 
 constexpr unsigned int magic = 0x4D657461;  // "Meta"
 constexpr unsigned int prefixSize = 8;
 constexpr unsigned int commonBlock = 79;  // where the block that all versions share begins
-constexpr unsigned int forgivenFrom =
-    48;  // failures from here to the common block do not stop versions 3 and 4
-constexpr unsigned int writtenSize = 384;  // of every header that is written
+// Failures from here to the common block do not stop versions 3 and 4.
+constexpr unsigned int forgivenFrom = 48;
+constexpr unsigned int sizeOfVersion1 = 156;
+constexpr unsigned int sizeOfVersion2 = 246;
+constexpr unsigned int writtenSize = 384;  // of versions 3 and 4, and of every header that is written
 constexpr unsigned int writtenVersion = 4;
 
 /// Header versions, as a set. Versions 3 and 4 have the same fields; version 4 carries more of them in what
@@ -200,6 +204,25 @@ constexpr Versions setOf(unsigned int version) {
   return version == 1 ? V1 : version == 2 ? V2 : V34;
 }
 
+/// The bytes of a version's header, without an other-type block.
+constexpr unsigned int sizeOf(unsigned int version) {
+  return version == 1 ? sizeOfVersion1 : version == 2 ? sizeOfVersion2 : writtenSize;
+}
+
+/// The bytes of the field that fills a key, as written.
+constexpr unsigned int widthOf(unsigned int key) {
+  for (const Field& field : fields)
+    if (field.key == key && field.kept == Kept::None && (field.versions & V34) != 0) return field.width;
+  return 0;
+}
+
+/// The bytes of a raw area.
+constexpr unsigned int widthOf(Kept area, Versions version) {
+  for (const Field& field : fields)
+    if (field.kept == area && (field.versions & version) != 0) return field.width;
+  return 0;
+}
+
 /// Fields follow each other without a gap.
 template <unsigned int count>
 constexpr bool areContiguous(const Field (&rows)[count], Versions version, unsigned int begin,
@@ -212,10 +235,20 @@ constexpr bool areContiguous(const Field (&rows)[count], Versions version, unsig
   }
   return offset == end;
 }
-static_assert(areContiguous(fields, V1, prefixSize, 156));
-static_assert(areContiguous(fields, V2, prefixSize, 246));
-static_assert(areContiguous(fields, V34, prefixSize, writtenSize));
+static_assert(areContiguous(fields, V1, prefixSize, sizeOf(1)));
+static_assert(areContiguous(fields, V2, prefixSize, sizeOf(2)));
+static_assert(areContiguous(fields, V34, prefixSize, sizeOf(3)));
 static_assert(areContiguous(version4Fields, V34, 236, 252));
+
+// Fields that fill several keys, and lines of the text that show several, take neighbours.
+static_assert(areNeighbours(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH, ORVA_META_KEY_DATA_ZERO_POINT));
+static_assert(areNeighbours(ORVA_META_KEY_POST_REFERENCE_ROWS, ORVA_META_KEY_PRE_REFERENCE_ROWS));
+static_assert(areNeighbours(ORVA_META_KEY_CAPTURE_DATE, ORVA_META_KEY_CAPTURE_TIME,
+                            ORVA_META_KEY_CAPTURE_TIME_NSECS));
+static_assert(areNeighbours(ORVA_META_KEY_GPS_LATITUDE_RAW, ORVA_META_KEY_GPS_LATITUDE_DEGREES,
+                            ORVA_META_KEY_GPS_LATITUDE_MINUTES, ORVA_META_KEY_GPS_LATITUDE_HEMISPHERE));
+static_assert(areNeighbours(ORVA_META_KEY_GPS_LONGITUDE_RAW, ORVA_META_KEY_GPS_LONGITUDE_DEGREES,
+                            ORVA_META_KEY_GPS_LONGITUDE_MINUTES, ORVA_META_KEY_GPS_LONGITUDE_HEMISPHERE));
 
 /// How many neighbouring keys a field fills.
 constexpr unsigned int keyCount(const Field& field) {

@@ -6,6 +6,7 @@
 
 #include "kernels/Kernels.h"
 #include "metadata/FrameGeometry.h"
+#include "metadata/HeaderFields.h"
 
 namespace {
 
@@ -14,7 +15,6 @@ namespace kernels = orvacam::kernels;
 constexpr const char* stackNextFrame = "StackNextFrame";
 // As many frames of the largest pixel value as 32 bits hold.
 constexpr unsigned int mostRecentFrames = 65536;
-constexpr unsigned int smallestHeader = 384;  // what a header takes when it is written
 
 template <typename Element>
 Element* allocateZeroed(unsigned long count) {
@@ -153,7 +153,7 @@ int CStacker::GetStackedMetaData(unsigned char* pBaseMeta, unsigned int uiLength
   }
   // A header of an earlier version states fewer bytes than it takes when it is written. The length has a
   // limit, and the block came with the bytes that were parsed.
-  const unsigned int size = std::max(m_MetaData.GetBinarizeSizeEx(), smallestHeader);
+  const unsigned int size = std::max(m_MetaData.GetBinarizeSizeEx(), orvacam::header::writtenSize);
   if (size < m_MetaData.GetBinarizeSize()) return -1;  // 4 GiB of block
   if (m_pMetaDataBuffer == nullptr || m_uiMetaDataBufferSize < size) {
     release(m_pMetaDataBuffer);

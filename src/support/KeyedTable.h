@@ -20,6 +20,13 @@ constexpr bool hasARowForEach(std::size_t keys, const Row (&rows)[count], Key Ro
   return count == keys && standsAtItsKeys(rows, key);
 }
 
+/// Whether each key follows the one before.
+template <typename Key, typename... Keys>
+constexpr bool areNeighbours(Key first, Keys... others) {
+  std::size_t next = first;
+  return ((static_cast<std::size_t>(others) == ++next) && ...);
+}
+
 }  // namespace orvacam
 
 #endif  // ORVACAM_SRC_SUPPORT_KEYED_TABLE_H
