@@ -36,3 +36,8 @@ if(ORVACAM_FUZZ)
   target_compile_options(orvacam_compile INTERFACE -fsanitize=fuzzer-no-link)
   target_link_options(orvacam_compile INTERFACE -fsanitize=fuzzer-no-link)
 endif()
+
+# Compiling the tests takes several times as long as running them. So they are not optimised, and their debug
+# information is what a stack trace needs; the library that they test keeps the flags of its build. Under an emulator
+# running them takes longer.
+set(ORVACAM_TEST_OPTIONS $<IF:$<BOOL:${CMAKE_CROSSCOMPILING}>,-O1,-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
