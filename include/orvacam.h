@@ -57,8 +57,10 @@
 #include <orvacam/frames/CFrameGeneric.h>
 #include <orvacam/frames/CFrameIMX183.h>
 #include <orvacam/frames/CFrameLSGEN.h>
-#include <orvacam/frames/CFrameStatistics.h>
 #include <orvacam/frames/IFrame.h>
+
+// What a plane's pixels amount to.
+#include <orvacam/statistics/CFrameStatistics.h>
 
 // Merging two gains into one image.
 #include <orvacam/merge/CCustomMergeAlgo.h>

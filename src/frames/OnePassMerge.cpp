@@ -6,8 +6,8 @@
 #include <optional>
 #include <typeinfo>
 
-#include "frames/PairStatistics.h"
 #include "kernels/Kernels.h"
+#include "statistics/JointHistogram.h"
 
 namespace orvacam {
 
@@ -38,7 +38,9 @@ class OnePassMerge::Pass {
   }
 
   void gather(CFrameStatistics& low, CFrameStatistics& high, CFrameStatistics& merged) {
-    m_statistics.emplace(low, high, merged, m_terms, m_planes.pixels);
+    static_assert(mergeBlock <= JointHistogram::mostPixels);
+    m_statistics.emplace(low, high, merged, m_terms.rule, m_terms.isUniform ? &m_terms.uniform : nullptr,
+                         m_planes.pixels);
   }
 
   void section(const StreamSection& section, const FrameRegions& regions) {
@@ -105,7 +107,7 @@ class OnePassMerge::Pass {
   decltype(kernels::KernelTable::mergePackedUniform) m_mergeUniform;
   decltype(kernels::KernelTable::mergePackedPlanes) m_mergePlanes;
   std::size_t m_done = 0;  ///< pixels of each plane
-  std::optional<PairStatistics> m_statistics;
+  std::optional<JointHistogram> m_statistics;
 };
 
 OnePassMerge::OnePassMerge(CCustomMergeAlgo* algorithm, const CFrameMetaData& metaData,

@@ -1,7 +1,7 @@
 #ifndef ORVACAM_SRC_FRAMES_ONE_PASS_MERGE_H
 #define ORVACAM_SRC_FRAMES_ONE_PASS_MERGE_H
 
-#include <orvacam/frames/CFrameStatistics.h>
+#include <orvacam/statistics/CFrameStatistics.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #ifndef ORVACAM_SRC_FRAMES_ROW_INTERLEAVED_STREAM_H
 #define ORVACAM_SRC_FRAMES_ROW_INTERLEAVED_STREAM_H
 
-#include <orvacam/frames/CFrameStatistics.h>
+#include <orvacam/statistics/CFrameStatistics.h>
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
 #ifndef ORVACAM_SRC_MERGE_FRAME_REGIONS_H
 #define ORVACAM_SRC_MERGE_FRAME_REGIONS_H
 
-#include <orvacam/frames/CFrameStatistics.h>
+#include <orvacam/statistics/CFrameStatistics.h>
 
 #include <algorithm>
 #include <cstdint>

@@ -13,10 +13,10 @@
 #include <random>
 #include <vector>
 
-#include "frames/NaiveStatistics.h"
 #include "simulator/Encoder.h"
 #include "simulator/Header.h"
 #include "simulator/Scene.h"
+#include "statistics/NaiveStatistics.h"
 
 namespace frame_testing {
 

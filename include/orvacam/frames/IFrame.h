@@ -1,8 +1,8 @@
 #ifndef ORVACAM_FRAMES_IFRAME_H
 #define ORVACAM_FRAMES_IFRAME_H
 
-#include <orvacam/frames/CFrameStatistics.h>
 #include <orvacam/imagefiles/CTiffMaker.h>
+#include <orvacam/statistics/CFrameStatistics.h>
 #include <orvacam/types/export.h>
 #include <orvacam/types/frame_roi.h>
 #include <orvacam/types/image_format.h>

@@ -1,8 +1,8 @@
 #ifndef ORVACAM_MERGE_CCUSTOMMERGEALGO_H
 #define ORVACAM_MERGE_CCUSTOMMERGEALGO_H
 
-#include <orvacam/frames/CFrameStatistics.h>
 #include <orvacam/metadata/CFrameMetaData.h>
+#include <orvacam/statistics/CFrameStatistics.h>
 #include <orvacam/types/export.h>
 #include <orvacam/types/image_format.h>
 #include <orvacam/types/merge_types.h>

@@ -1,7 +1,7 @@
 // Statistics of a plane against sums worked out pixel by pixel.
 
 #include <gtest/gtest.h>
-#include <orvacam/frames/CFrameStatistics.h>
+#include <orvacam/statistics/CFrameStatistics.h>
 
 #include <cmath>
 #include <cstring>
@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "frames/NaiveStatistics.h"
+#include "statistics/NaiveStatistics.h"
 
 namespace {
 

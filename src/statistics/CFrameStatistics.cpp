@@ -1,0 +1,182 @@
+#include <orvacam/statistics/CFrameStatistics.h>
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+#include "statistics/Histogram.h"
+#include "statistics/NeighbourCounts.h"
+
+using orvacam::Histogram;
+using orvacam::HistogramReader;
+using orvacam::NeighbourCounts;
+
+namespace kernels = orvacam::kernels;
+
+namespace {
+
+constexpr unsigned int histogramEntries = 65535;
+
+}  // namespace
+
+// ---- Life
+
+CFrameStatistics::CFrameStatistics()
+    : m_dLowClipFraction(0.05), m_dHighClipFraction(0.001), m_usLowClip(0), m_usHighClip(0) {
+  Reset();
+}
+
+CFrameStatistics::CFrameStatistics(const CFrameStatistics& other) : CFrameStatistics() {
+  *this = other;
+}
+
+CFrameStatistics& CFrameStatistics::operator=(const CFrameStatistics& other) {
+  if (this == &other) return *this;
+  Reset();
+  m_dLowClipFraction = other.m_dLowClipFraction;
+  m_dHighClipFraction = other.m_dHighClipFraction;
+  m_usLowClip = other.m_usLowClip;
+  m_usHighClip = other.m_usHighClip;
+  m_dMean = other.m_dMean;
+  m_dMidpoint = other.m_dMidpoint;
+  m_dMode = other.m_dMode;
+  m_dStdDev = other.m_dStdDev;
+  m_uiCount = other.m_uiCount;
+  m_MaxPoint = other.m_MaxPoint;
+  m_uiMax = other.m_uiMax;
+  m_MinPoint = other.m_MinPoint;
+  m_uiMin = other.m_uiMin;
+  Histogram histogram(m_Histogram, &m_ulUsedBlocks);
+  const auto add = [&](unsigned int value, std::uint32_t times) { histogram.add(value, times); };
+  HistogramReader(other.m_Histogram, other.m_ulUsedBlocks).forEach(add);
+  if (other.m_pNeighbours != nullptr) other.m_pNeighbours->forEach(add);
+  return *this;
+}
+
+CFrameStatistics::~CFrameStatistics() = default;
+
+void CFrameStatistics::Reset() {
+  if (m_pNeighbours != nullptr) m_pNeighbours->reset();
+  m_ulUsedBlocks = 0;
+  m_dMean = m_dMidpoint = m_dMode = m_dStdDev = 0.0;
+  m_uiCount = 0;
+  m_MaxPoint = m_MinPoint = int_point_t{0, 0};
+  m_uiMax = 0;
+  m_uiMin = 65535;
+}
+
+// ---- Pixels
+
+void CFrameStatistics::AddPixel(unsigned short usValue, const int_point_t& position) {
+  Histogram(m_Histogram, &m_ulUsedBlocks).add(usValue, 1);
+  ++m_uiCount;
+  if (usValue > m_uiMax) {
+    m_uiMax = usValue;
+    m_MaxPoint = position;
+  }
+  if (usValue < m_uiMin) {
+    m_uiMin = usValue;
+    m_MinPoint = position;
+  }
+}
+
+void CFrameStatistics::AddPixels(unsigned short usFirst, const int_point_t& firstPosition,
+                                 unsigned short usSecond, const int_point_t& secondPosition) {
+  AddPixel(usFirst, firstPosition);
+  AddPixel(usSecond, secondPosition);
+}
+
+void CFrameStatistics::AddRow(const unsigned short* pPixels, unsigned long ulCount, int x, int y) {
+  if (pPixels == nullptr || ulCount == 0) return;
+  const Histogram histogram(m_Histogram, &m_ulUsedBlocks);
+  const bool isSmall = m_uiCount < NeighbourCounts::smallestPlane;
+  const bool inPairs = !isSmall && ulCount >= NeighbourCounts::shortestRow;
+  if (inPairs && m_pNeighbours == nullptr) m_pNeighbours.reset(new (std::nothrow) NeighbourCounts());
+  const kernels::Extremes extremes = inPairs && m_pNeighbours != nullptr
+                                         ? m_pNeighbours->addRow(pPixels, ulCount, histogram)
+                                         : orvacam::countRow(pPixels, ulCount, histogram, isSmall);
+  m_uiCount += static_cast<unsigned int>(ulCount);
+  // Positions are looked for only where a row brings a new extreme, which few rows do.
+  const auto pointOf = [&](unsigned short usValue) {
+    return int_point_t{x + static_cast<int>(kernels::active().findFirst(pPixels, ulCount, usValue)), y};
+  };
+  if (extremes.maximum > m_uiMax) {
+    m_uiMax = extremes.maximum;
+    m_MaxPoint = pointOf(extremes.maximum);
+  }
+  if (extremes.minimum < m_uiMin) {
+    m_uiMin = extremes.minimum;
+    m_MinPoint = pointOf(extremes.minimum);
+  }
+}
+
+void CFrameStatistics::AddCounted(const orvacam::CountedPixels& pixels) {
+  Histogram histogram(m_Histogram, &m_ulUsedBlocks);
+  for (std::size_t i = 0; i < pixels.count; ++i) {
+    const std::uint32_t times = pixels.times != nullptr ? pixels.times[i] : 1;
+    if (times == 0) continue;
+    histogram.add(pixels.values[i], times);
+    m_uiCount += times;
+  }
+}
+
+// ---- Results
+
+void CFrameStatistics::Compute() {
+  if (m_pNeighbours != nullptr) m_pNeighbours->fold(Histogram(m_Histogram, &m_ulUsedBlocks));
+  const HistogramReader histogram(m_Histogram, m_ulUsedBlocks);
+  // Sums of integers are exact, fit 64 bits for as many pixels as the count holds, and are rounded once.
+  unsigned long sum = 0;
+  long squares = 0;
+  const double count = m_uiCount;
+  unsigned long passed = 0;
+  unsigned int largest = 0;
+  m_dMode = 0.0;
+  // Only values that occur: a clip point moves on with the next of them, at last the extreme.
+  histogram.forEach([&](unsigned int value, std::uint32_t pixels) {
+    // Intended: the square is a 32-bit product read as signed, negative from 46341 on.
+    const auto square = static_cast<int>(value * value);
+    sum += static_cast<unsigned long>(pixels) * value;
+    squares += static_cast<long>(pixels) * square;
+    if (m_dLowClipFraction * count > static_cast<double>(passed))
+      m_usLowClip = static_cast<unsigned short>(value);
+    if (value == histogramEntries) return;  // has no histogram entry
+    if (pixels > largest) {
+      largest = pixels;
+      m_dMode = value;
+    }
+    passed += pixels;
+  });
+  const auto total = static_cast<double>(sum);
+  m_dMean = total / count;
+  m_dMidpoint = m_uiMin + ((m_uiMax + 1 - m_uiMin) >> 1);
+  m_dStdDev = std::sqrt((static_cast<double>(squares) - total * total / count) / count);
+
+  passed = 0;
+  histogram.forEachDown([&](unsigned int value, std::uint32_t pixels) {
+    if (!(m_dHighClipFraction * count > static_cast<double>(passed))) return false;
+    m_usHighClip = static_cast<unsigned short>(value);
+    if (value < histogramEntries) passed += pixels;
+    return true;
+  });
+}
+
+void CFrameStatistics::GetResults(image_plane_stats_t& stats) const {
+  stats.uiLowClip = m_usLowClip;
+  stats.uiHighClip = m_usHighClip;
+  stats.dMean = m_dMean;
+  stats.dMidpoint = m_dMidpoint;
+  stats.dMode = m_dMode;
+  stats.dStdDev = m_dStdDev;
+  stats.maxPoint = m_MaxPoint;
+  stats.uiMax = m_uiMax;
+  stats.minPoint = m_MinPoint;
+  stats.uiMin = m_uiMin;
+  if (stats.pHistogram == nullptr) return;
+  const unsigned int entries = std::min(stats.uiHistogramSize, histogramEntries);
+  HistogramReader(m_Histogram, m_ulUsedBlocks).copyTo(stats.pHistogram, entries);
+  if (m_pNeighbours == nullptr) return;
+  m_pNeighbours->forEach([&](unsigned int value, std::uint32_t times) {
+    if (value < entries) stats.pHistogram[value] += times;
+  });
+}
