@@ -94,7 +94,9 @@ int CFrameArgent23084::Merge(unpacked_images_t* pImages) {
 }
 
 int CFrameArgent23084::DoUnpackFourQuadrantRead(unsigned short* pOut, unsigned long ulPixels) {
-  const auto [width, height] = readSize(*m_pMetaData, ulPixels);
+  const ReadSize size = readSize(*m_pMetaData, ulPixels);
+  const unsigned long width = size.width;
+  const unsigned long height = size.height;
   if (pOut == nullptr || width == 0) return -1;
   unsigned long length = 0;
   const unsigned char* const source = DoPixelDataOfAnySource(length);
@@ -169,7 +171,9 @@ void CFrameArgent23084::DoUnpackSingleLowerRight(unsigned short* pOut, unsigned 
 
 int CFrameArgent23084::DoUnpackSingle(unsigned short* pOut, unsigned long ulPixels, bool bMirrorColumns,
                                       bool bMirrorRows) {
-  const auto [width, height] = readSize(*m_pMetaData, ulPixels);
+  const ReadSize size = readSize(*m_pMetaData, ulPixels);
+  const unsigned long width = size.width;
+  const unsigned long height = size.height;
   if (pOut == nullptr || width == 0) return -1;
   unsigned long length = 0;
   const unsigned char* const source = DoPixelDataOfAnySource(length);
