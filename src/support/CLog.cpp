@@ -6,11 +6,13 @@
 #include <cstring>
 #include <cwchar>
 #include <exception>
+#include <mutex>
 #include <new>
 #include <string>
 #include <system_error>
 #include <type_traits>
 
+#include "support/QuietLog.h"
 #include "support/WideText.h"
 
 namespace {
@@ -101,7 +103,12 @@ void append(wchar_t* pTarget, std::size_t capacity, const wchar_t* pText) {
 
 CLog* CLog::m_pInstance = nullptr;
 
-CLog::CLog()
+CLog::CLog() : CLog(quiet_t()) {
+  m_bDirectoryDue = false;
+  makeLogDirectory();
+}
+
+CLog::CLog(quiet_t /*quiet*/)
     : m_Mutex{},
       m_pFile(nullptr),
       m_LineBuffer{},
@@ -110,11 +117,11 @@ CLog::CLog()
       m_FileName{},
       m_Directory{},
       m_FilePrefix{L"Log"},
+      m_bDirectoryDue(true),
       m_eLogLevel(CLOGLEVEL_OFF) {
   utilOSPathGet(m_Directory, 4096);
   // Intended: the working directory already ends in "/".
   append(m_Directory, 4096, L"/MarloLogs");
-  makeLogDirectory();
 }
 
 CLog::~CLog() {
@@ -126,6 +133,15 @@ CLog::~CLog() {
 CLog* CLog::getInstance() {
   if (m_pInstance == nullptr) m_pInstance = new CLog;
   return m_pInstance;
+}
+
+void orvacam::makeLogQuietly() {
+  struct QuietLog : CLog {
+    QuietLog() : CLog(quiet_t()) {}
+  };
+  static std::mutex making;
+  const std::lock_guard<std::mutex> lock(making);
+  if (CLog::m_pInstance == nullptr) CLog::m_pInstance = new QuietLog;
 }
 
 void CLog::release() {
@@ -208,6 +224,8 @@ unsigned int CLog::logData(const wchar_t* pWord, const wchar_t* pFormat, va_list
 }
 
 void CLog::openNewFile() {
+  if (m_bDirectoryDue) makeLogDirectory();
+  m_bDirectoryDue = false;
   closeLogFile(nullptr);
   const LocalTime t = localTime();
   wchar_t name[64];

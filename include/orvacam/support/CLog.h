@@ -93,6 +93,10 @@ class ORVACAM_API CLog {
   unsigned int put(const char* pText);
   bool readyFile();
 
+  /// Without the directory, which is made with the first line; for programs that never log one.
+  struct quiet_t {};
+  __attribute__((visibility("hidden"))) explicit CLog(quiet_t quiet);
+
   pthread_mutex_t m_Mutex;
   std::FILE* m_pFile;
   char m_LineBuffer[1024];
@@ -101,6 +105,7 @@ class ORVACAM_API CLog {
   wchar_t m_FileName[4096];
   wchar_t m_Directory[4096];
   wchar_t m_FilePrefix[4096];
+  bool m_bDirectoryDue;  ///< not made yet, and to be made for the next file
 
  public:
   /// The threshold; 0 (off) from construction. Set it directly.

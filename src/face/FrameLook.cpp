@@ -1,0 +1,87 @@
+#include "face/FrameLook.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "face/GainRatio.h"
+
+namespace orvacam::face {
+
+namespace {
+
+constexpr std::uint64_t allThere = std::numeric_limits<std::uint64_t>::max() / 2;
+
+const Check* firstErrorOf(const FrameLook& look) {
+  for (const Check& check : checks())
+    if (check.severity == ORVA_ERROR && check.applies(look)) return &check;
+  return nullptr;
+}
+
+}  // namespace
+
+FrameLook::FrameLook(const HeaderValues& header, const unsigned char* bytes, std::uint64_t length)
+    : m_header(&header),
+      m_bytes(bytes),
+      m_length(length),
+      m_plan(makePlan(planMakerOf(header.device()), header, length)),
+      m_firstError(firstErrorOf(*this)) {}
+
+FrameLook lookAtHeader(const HeaderValues& header) {
+  return {header, nullptr, allThere};
+}
+
+orva_geometry FrameLook::geometry() const {
+  if (!hasGeometry()) throw failureOf(*this, *m_firstError);
+  const FrameGeometry& all = m_plan.facts.geometry;
+  const auto narrow = [](std::uint64_t size) { return static_cast<std::uint32_t>(size); };
+  return {sizeof(orva_geometry),
+          narrow(all.binnedColumns().frame()),
+          narrow(all.binnedRows().frame()),
+          narrow(all.binnedColumns().before),
+          narrow(all.binnedRows().before),
+          narrow(all.binnedColumns().image),
+          narrow(all.binnedRows().image),
+          m_header->number(ORVA_META_KEY_IMAGE_START_ROW)};
+}
+
+void FrameLook::requireDecodable() const {
+  if (m_firstError != nullptr) throw failureOf(*this, *m_firstError);
+}
+
+unsigned int FrameLook::planes() const {
+  if (!isDecodable()) return 0;
+  if (!isPair()) return imagePlane;
+  return wantsMerge() && isMergeable(gainRatioOf(*m_header, nullptr)) ? mergedPlanes : pairPlanes;
+}
+
+std::uint64_t FrameLook::end() const {
+  return std::max<std::uint64_t>(m_plan.firstByte, m_plan.bytesNeeded);
+}
+
+std::uint64_t FrameLook::trailing() const {
+  return m_length > end() ? m_length - end() : 0;
+}
+
+bool FrameLook::isFollowedByFrame() const {
+  constexpr char magic[] = {'M', 'e', 't', 'a'};
+  return trailing() >= sizeof magic && std::memcmp(m_bytes + end(), magic, sizeof magic) == 0;
+}
+
+std::vector<FindingText> findingsOf(const FrameLook& look) {
+  std::vector<FindingText> findings;
+  for (const Check& check : checks())
+    if (check.applies(look)) findings.push_back({&check, check.say(look)});
+  return findings;
+}
+
+Failure failureOf(const FrameLook& look, const Check& error) {
+  Failure failure{error.reason, error.say(look)};
+  if (error.reason == ORVA_TRUNCATED) {
+    failure.needed = look.plan().bytesNeeded;
+    failure.available = look.plan().bytesGiven;
+  }
+  return failure;
+}
+
+}  // namespace orvacam::face
