@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "imagefiles/ImageFileTesting.h"
-#include "integration/Program.h"
+#include "support/RunProgram.h"
 
 namespace {
 
@@ -190,7 +190,8 @@ TEST_F(WholeFile, GivesCfitsioThePixelsAsTheyAreWhereBzeroIsNotApplied) {
 /// The lines in which fitsverify complains.
 std::vector<std::string> complaintsAbout(const std::string& path) {
   std::vector<std::string> complaints;
-  const std::string output = runProgram(ORVACAM_FITSVERIFY " -e '" + path + "'").output;
+  const Ran ran = runProgram(ORVACAM_FITSVERIFY, ".", {"-e", path});
+  const std::string output = ran.out + ran.err;
   for (std::size_t at = output.find("*** "); at != output.npos; at = output.find("*** ", at + 1)) {
     const std::string line = output.substr(at, output.find('\n', at) - at);
     if (line.find("Error:") != line.npos || line.find("Warning:") != line.npos) complaints.push_back(line);
@@ -226,19 +227,19 @@ TEST_F(ShortFile, AlsoLacksItsLastByteForFitsverify) {
 // ---- astropy
 // ---------------------------------------------------------------------------------------------------
 
-ProgramResult readWithAstropy(const std::string& kind, const std::string& path) {
-  return runProgram(ORVACAM_PYTHON " " ORVACAM_ASTROPY_READER " " + kind + " '" + path + "' " +
-                    std::to_string(width) + " " + std::to_string(height));
+Ran readWithAstropy(const std::string& kind, const std::string& path) {
+  return runProgram(ORVACAM_PYTHON, ".",
+                    {ORVACAM_ASTROPY_READER, kind, path, std::to_string(width), std::to_string(height)});
 }
 
 TEST_F(WholeFile, IsReadByAstropyWithEveryPixelPlus32768) {
-  const ProgramResult result = readWithAstropy("whole", path);
-  EXPECT_EQ(result.exitCode, 0) << result.output;
+  const Ran ran = readWithAstropy("whole", path);
+  EXPECT_EQ(ran.exitCode, 0) << ran.out << ran.err;
 }
 
 TEST_F(ShortFile, HasAHeaderForAstropyAndTooFewPixels) {
-  const ProgramResult result = readWithAstropy("short", path);
-  EXPECT_EQ(result.exitCode, 0) << result.output;
+  const Ran ran = readWithAstropy("short", path);
+  EXPECT_EQ(ran.exitCode, 0) << ran.out << ran.err;
 }
 
 TEST_F(ShortFile, IsNotTakenForAWholeOneByTheAstropyScript) {

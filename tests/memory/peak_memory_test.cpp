@@ -4,13 +4,14 @@
 #include <gtest/gtest.h>
 #include <orvacam/types/image_format.h>
 
-#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "TestFolder.h"
 #include "simulator/Header.h"
+#include "support/RunProgram.h"
 
 namespace {
 
@@ -41,13 +42,11 @@ class PeakMemory : public ::testing::Test {
 
   std::string frame() const { return folder.file("frame.raw"); }
 
-  /// The most bytes that were resident; 0 when the operation failed.
-  static unsigned long run(const std::string& arguments) {
-    std::FILE* const output = popen((ORVACAM_MEMORY_PROBE " " + arguments).c_str(), "r");
-    unsigned long bytes = 0;
-    const bool read = output != nullptr && std::fscanf(output, "%lu", &bytes) == 1;
-    const bool ended = output != nullptr && pclose(output) == 0;
-    return read && ended ? bytes : 0;
+  /// The most bytes that were resident.
+  static unsigned long run(const std::vector<std::string>& arguments) {
+    const Ran ran = runProgram(ORVACAM_MEMORY_PROBE, ".", arguments);
+    EXPECT_EQ(ran.exitCode, 0) << ran.err;
+    return std::strtoul(ran.out.c_str(), nullptr, 10);
   }
 
   TestFolder folder;
@@ -55,8 +54,8 @@ class PeakMemory : public ::testing::Test {
 };
 
 TEST_F(PeakMemory, OfMergeImageIntoTheCallersPlanesIsTheFrameAndALittle) {
-  for (const char* const statistics : {" plain", " statistics"}) {
-    const unsigned long peak = run("merge " + frame() + " " + std::to_string(side) + statistics);
+  for (const char* const statistics : {"plain", "statistics"}) {
+    const unsigned long peak = run({"merge", frame(), std::to_string(side), statistics});
     EXPECT_GT(peak, frameBytes + 3 * planeBytes);
     EXPECT_LT(peak, frameBytes + 3 * planeBytes + 16 * mebibyte) << statistics;
   }
@@ -64,8 +63,7 @@ TEST_F(PeakMemory, OfMergeImageIntoTheCallersPlanesIsTheFrameAndALittle) {
 
 TEST_F(PeakMemory, OfConvertFileIsTheFileThreePlanesAndALittle) {
   for (const unsigned int format : {ORVA_IMAGE_FORMAT_TIFF, ORVA_IMAGE_FORMAT_FITS}) {
-    const unsigned long peak =
-        run("convert " + frame() + " " + folder.file("out.raw") + " " + std::to_string(format));
+    const unsigned long peak = run({"convert", frame(), folder.file("out.raw"), std::to_string(format)});
     EXPECT_GT(peak, frameBytes);
     EXPECT_LT(peak, frameBytes + 3 * planeBytes + 32 * mebibyte) << format;
   }

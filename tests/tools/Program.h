@@ -1,89 +1,34 @@
 #ifndef ORVACAM_TESTS_TOOLS_PROGRAM_H
 #define ORVACAM_TESTS_TOOLS_PROGRAM_H
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
+#include <map>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "TestFolder.h"
 #include "simulator/Scene.h"
+#include "support/RunProgram.h"
 
 namespace program_testing {
 
+namespace fs = std::filesystem;
 namespace sim = orvacam::simulator;
 using Bytes = std::vector<unsigned char>;
 using Pixels = std::vector<unsigned short>;
+using Names = std::set<std::string>;
+using Arguments = std::vector<std::string>;
 
-/// How the program ended and what it said.
-struct Ran {
-  int exitCode = -1;  ///< -1 when it did not end by itself
-  std::string out, err;
-  long peakKilobytes = 0;
-};
-
-/// What is special about a run.
-struct Surroundings {
-  std::vector<std::pair<std::string, std::string>> environment;
-  unsigned long longestFile = 0;  ///< bytes after which writing fails, as on a full disk; 0 without limit
-  std::string standardOutput;     ///< where it goes instead of to `out`
-};
-
-inline std::string contentOf(std::FILE* file) {
-  std::string text;
-  std::rewind(file);
-  char part[4096];
-  for (std::size_t count = 0; (count = std::fread(part, 1, sizeof part, file)) > 0;)
-    text.append(part, count);
-  std::fclose(file);
-  return text;
+inline std::string textOf(const Bytes& bytes) {
+  return {bytes.begin(), bytes.end()};
 }
 
-/// Runs the program in a folder.
-inline Ran run(const std::filesystem::path& folder, const std::vector<std::string>& arguments,
-               const Surroundings& surroundings = {}) {
-  std::vector<char*> argv = {const_cast<char*>("orvacam")};
-  for (const std::string& argument : arguments)
-    argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  std::FILE* const out = std::tmpfile();
-  std::FILE* const err = std::tmpfile();
-  const pid_t child = fork();
-  if (child == 0) {
-    const int output = surroundings.standardOutput.empty()
-                           ? fileno(out)
-                           : open(surroundings.standardOutput.c_str(), O_WRONLY);
-    if (dup2(output, STDOUT_FILENO) < 0 || dup2(fileno(err), STDERR_FILENO) < 0 || chdir(folder.c_str()) != 0)
-      _exit(120);
-    for (const auto& [name, value] : surroundings.environment)
-      setenv(name.c_str(), value.c_str(), 1);
-    if (surroundings.longestFile > 0) {
-      signal(SIGXFSZ, SIG_IGN);
-      const rlimit limit{surroundings.longestFile, surroundings.longestFile};
-      setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    execv(ORVACAM_TOOL, argv.data());
-    _exit(121);
-  }
-  Ran ran;
-  int status = 0;
-  rusage usage{};
-  if (child > 0 && wait4(child, &status, 0, &usage) == child && WIFEXITED(status))
-    ran.exitCode = WEXITSTATUS(status);
-  ran.peakKilobytes = usage.ru_maxrss;
-  ran.out = contentOf(out);
-  ran.err = contentOf(err);
-  return ran;
+/// Runs orvacam in a folder.
+inline Ran run(const fs::path& folder, const Arguments& arguments, const Surroundings& surroundings = {}) {
+  return runProgram(ORVACAM_TOOL, folder, arguments, surroundings);
 }
 
 /// A raw frame of random pixels and the planes that are in it.
@@ -117,23 +62,107 @@ inline sim::HeaderFields fieldsOf(const char* camera, const char* mode, unsigned
   return fields;
 }
 
+/// A calibration block of version 1 with electrons per count of setting 1: 3 (high gain), 15 (low gain).
+inline Bytes blockOfASetting() {
+  Bytes block = {'M', 'e', 't', 'a', 0, 44, 0, 1};
+  const auto number = [&block](int bytes, unsigned int value) {
+    while (bytes-- > 0)
+      block.push_back(static_cast<unsigned char>(value >> 8 * bytes));
+  };
+  for (const unsigned int ratio : {1000u, 1000u, 5000u, 40000u})
+    number(4, ratio);
+  for (const unsigned int count : {1u, 1u, 0u, 0u})
+    number(2, count);
+  number(2, 1), number(4, 30000);
+  number(2, 1), number(4, 150000);
+  return block;
+}
+
 /// A folder to run the program in.
 class Program : public ::testing::Test {
  protected:
-  Ran orvacam(const std::vector<std::string>& arguments, const Surroundings& surroundings = {}) const {
+  Ran orvacam(const Arguments& arguments, const Surroundings& surroundings = {}) const {
     return run(folder.path(), arguments, surroundings);
   }
+  /// A run that works and has nothing to complain of; what it prints.
+  std::string good(const Arguments& arguments, const Surroundings& surroundings = {}) const {
+    const Ran ran = orvacam(arguments, surroundings);
+    EXPECT_EQ(ran.exitCode, 0) << ran.err;
+    EXPECT_THAT(ran.err, ::testing::IsEmpty());
+    return ran.out;
+  }
+  /// A run that fails with one sentence about a file and leaves the folder as it was.
+  void bad(const Arguments& arguments, const std::string& about, const std::string& what) const {
+    const auto before = contents();
+    const Ran ran = orvacam(arguments);
+    EXPECT_EQ(ran.exitCode, 1);
+    EXPECT_THAT(ran.err, ::testing::StartsWith("orvacam: " + about + ": "));
+    EXPECT_THAT(ran.err, ::testing::HasSubstr(what));
+    EXPECT_EQ(lines(ran.err), 1u) << ran.err;
+    EXPECT_EQ(contents(), before) << "something was left behind";
+  }
+  /// A run that is refused for its options.
+  void refused(const Arguments& arguments, const std::string& what) const {
+    const auto before = contents();
+    const Ran ran = orvacam(arguments);
+    EXPECT_GT(ran.exitCode, 0) << ::testing::PrintToString(arguments);
+    EXPECT_THAT(ran.err, ::testing::HasSubstr(what));
+    EXPECT_THAT(ran.out, ::testing::IsEmpty());
+    EXPECT_EQ(contents(), before);
+  }
+
   /// The names in the folder or one in it, hidden ones included, the log's aside.
-  std::set<std::string> files(const std::string& name = "") const {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path() / name))
+  Names files(const std::string& name = "") const {
+    Names names;
+    for (const auto& entry : fs::directory_iterator(folder.path() / name))
       if (entry.path().filename() != "MarloLogs") names.insert(entry.path().filename().string());
     return names;
+  }
+  /// Everything below the folder, but for the library's log.
+  std::map<std::string, Bytes> contents() const {
+    std::map<std::string, Bytes> all;
+    for (const auto& entry : fs::recursive_directory_iterator(folder.path())) {
+      const std::string name = fs::relative(entry.path(), folder.path()).string();
+      if (name.rfind("MarloLogs", 0) == 0) continue;
+      all[name] = entry.is_regular_file() ? folder.read(name) : Bytes();
+    }
+    return all;
+  }
+  Names allNames() const {
+    Names all;
+    for (const auto& [name, bytes] : contents())
+      all.insert(name);
+    return all;
   }
   /// The pixels of a TIFF file: behind the 656 bytes of its own header and the frame's 384.
   Pixels tiff(const std::string& name) const { return pixels(folder.read(name), 656 + 384, false); }
   /// The pixels of a FITS file as far as it goes: behind two blocks of header.
   Pixels fits(const std::string& name) const { return pixels(folder.read(name), 5760, true); }
+
+  /// A 16-bit frame of a plain sensor, its pixels given by column and row.
+  template <typename Value>
+  void writePlain(const std::string& name, unsigned int width, unsigned int height, Value value) const {
+    const sim::HeaderFields fields = fieldsOf("GENERIC", "single", width, height);
+    const auto planes = sim::makePlanes(sim::layoutOf(fields), [&](const sim::PixelPlace& p) {
+      return static_cast<std::uint16_t>(value(p.x, p.y));
+    });
+    folder.write(name, sim::encodeFrame(fields, 3, planes));
+  }
+  /// The same of 6 x 4 pixels of one value.
+  void writeFlat(const std::string& name, unsigned int value) const {
+    writePlain(name, 6, 4, [value](unsigned int, unsigned int) { return value; });
+  }
+  /// A packed HDR frame: the low-gain plane counts pixels up to 159, the high-gain plane has 3500 more.
+  std::vector<sim::Plane> writeHdr(const std::string& name, unsigned int width, unsigned int height,
+                                   unsigned int preRows = 0) const {
+    sim::HeaderFields fields = fieldsOf("GSENSE4040", "hdr", width, height);
+    fields.preRefRows = preRows;
+    const auto planes = sim::makePlanes(sim::layoutOf(fields), [&](const sim::PixelPlace& p) {
+      return static_cast<std::uint16_t>((p.y * width + p.x) % 160 + 3500 * p.plane + (p.image ? 0 : 200));
+    });
+    folder.write(name, sim::encodeFrame(fields, 3, planes));
+    return planes;
+  }
 
   static Pixels pixels(const Bytes& bytes, std::size_t from, bool bigEndian) {
     Pixels result;

@@ -1,24 +1,26 @@
-// orvacam stats, stack, roi and gains, where frames are not the plainest.
+// orvacam stats, stack, roi and gains.
 
-#include <gmock/gmock.h>
 #include <orvacam.h>
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "Program.h"
 
 namespace {
 
 using namespace program_testing;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 using Stats = Program;
 using Stack = Program;
 using Gains = Program;
 
-// ---- stats ------------------------------------------------------------------------------------------------
+// ---- stats
 
 struct Naive {
   double mean = 0;
@@ -64,15 +66,64 @@ TEST_F(Stats, LeaveOutReferencePixelsAndRows) {
   }
 }
 
-TEST_F(Stats, SayThatAHistogramCannotBeWrittenAndStillPrint) {
-  folder.write("a.raw", Sample(fieldsOf("IMX183", "single", 8, 8), 1).bytes);
+TEST_F(Stats, OfKnownPixels) {
+  // 1 to 8, but for one 1000: sum 36 - 7 + 1000, mean 1029 / 8.
+  writePlain("a.raw", 4, 2,
+             [](unsigned int x, unsigned int y) { return x == 2 && y == 1 ? 1000 : y * 4 + x + 1; });
+  const auto all = nlohmann::json::parse(good({"stats", "--json", "a.raw"}));
+  ASSERT_EQ(all.at(0).at("planes").size(), 1u);
+  const auto& plane = all[0]["planes"][0];
+  EXPECT_EQ(plane["plane"], "image");
+  EXPECT_DOUBLE_EQ(plane["mean"], 128.625);
+  double squares = 0;
+  for (const double v : {1., 2., 3., 4., 5., 6., 1000., 8.})
+    squares += (v - 128.625) * (v - 128.625);
+  EXPECT_NEAR(plane["deviation"], std::sqrt(squares / 8), 1e-9);
+  EXPECT_EQ(plane["mode"], 1);
+  EXPECT_EQ(plane["midpoint"], 501);
+  EXPECT_EQ(plane["minimum"], (nlohmann::json{{"value", 1}, {"x", 0}, {"y", 0}}));
+  EXPECT_EQ(plane["maximum"], (nlohmann::json{{"value", 1000}, {"x", 2}, {"y", 1}}));
+  EXPECT_THAT(good({"stats", "a.raw"}),
+              AllOf(StartsWith("a.raw:\n"), HasSubstr("mean    128.625"), HasSubstr("max  1000 at (2, 1)")));
+}
+
+TEST_F(Stats, CountTheImageOfEachPlane) {
+  writeHdr("a.raw", 8, 4, 3);
+  const auto all = nlohmann::json::parse(good({"stats", "--json", "a.raw"}));
+  ASSERT_EQ(all.at(0).at("planes").size(), 3u);
+  EXPECT_EQ(all[0]["planes"][0]["plane"], "low");
+  EXPECT_DOUBLE_EQ(all[0]["planes"][0]["mean"], 15.5);
+  EXPECT_EQ(all[0]["planes"][1]["plane"], "high");
+  EXPECT_DOUBLE_EQ(all[0]["planes"][1]["mean"], 3515.5);
+  EXPECT_EQ(all[0]["planes"][2]["plane"], "merged");
+  EXPECT_DOUBLE_EQ(all[0]["planes"][2]["mean"], 3515.5);  // the high-gain channel is far from its end
+}
+
+TEST_F(Stats, WriteAHistogramOfEveryPixelOrSayWhyNot) {
+  writeHdr("a.raw", 8, 4);
+  good({"stats", "a.raw", "--histogram-csv", "h.csv"});
+  std::istringstream csv(textOf(folder.read("h.csv")));
+  std::string line;
+  std::getline(csv, line);
+  EXPECT_EQ(line, "value,low,high,merged");
+  unsigned int sums[3] = {}, value = 0, counts[3] = {};
+  int count = 0;
+  for (char comma = 0; std::getline(csv, line); ++count) {
+    std::istringstream fields(line);
+    ASSERT_TRUE(fields >> value >> comma >> counts[0] >> comma >> counts[1] >> comma >> counts[2]) << line;
+    EXPECT_EQ(counts[0], value < 32 ? 1u : 0u) << line;
+    for (int i = 0; i < 3; ++i)
+      sums[i] += counts[i];
+  }
+  EXPECT_EQ(count, 64);
+  EXPECT_THAT(sums, ::testing::Each(32u));
   const Ran ran = orvacam({"stats", "a.raw", "--histogram-csv", "none/h.csv"});
   EXPECT_EQ(ran.exitCode, 1);
   EXPECT_EQ(ran.err, "orvacam: none/h.csv: cannot be written: No such file or directory\n");
-  EXPECT_THAT(ran.out, HasSubstr("image"));
+  EXPECT_THAT(ran.out, HasSubstr("low"));
 }
 
-// ---- stack ------------------------------------------------------------------------------------------------
+// ---- stack
 
 TEST_F(Stack, BlamesTheInputThatFailsAndLeavesTheOldOutput) {
   const Sample sample(fieldsOf("GSENSE400", "single", 20, 10), 1);
@@ -111,6 +162,34 @@ TEST_F(Stack, HasTheFirstFramesHeaderMarkedAsStacked) {
   EXPECT_EQ(header.Value(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH).GetValueUint(), 16u);
 }
 
+TEST_F(Stack, MakesTheExactMean) {
+  Pixels expected;
+  for (unsigned int i = 0; i < 24; ++i)
+    expected.push_back(static_cast<unsigned short>((100 + i + 65000 + 3 * i) / 3));  // rounded down
+  writePlain("a.raw", 6, 4, [](unsigned int x, unsigned int y) { return 100 + y * 6 + x; });
+  writePlain("b.raw", 6, 4, [](unsigned int, unsigned int) { return 65000; });
+  writePlain("c.raw", 6, 4, [](unsigned int x, unsigned int y) { return 3 * (y * 6 + x); });
+  good({"stack", "a.raw", "b.raw", "c.raw", "-o", "mean.tiff"});
+  EXPECT_EQ(tiff("mean.tiff"), expected);
+}
+
+TEST_F(Stack, TakesTheMergedPlanesOfHdrFrames) {
+  const std::vector<sim::Plane> planes = writeHdr("a.raw", 40, 80);
+  for (const char* name : {"mean.fit", "mean.fits"}) {
+    good({"stack", "a.raw", "a.raw", "-o", name});
+    EXPECT_THAT(textOf(folder.read(name)), HasSubstr("VESTRA VS4040"));
+    EXPECT_EQ(fits(name), Pixels(planes[1].begin(), planes[1].begin() + (40 * 80 - 2880)));
+  }
+}
+
+TEST_F(Stack, TakesOnlyFramesThatAreAlike) {
+  writeFlat("a.raw", 1);
+  writePlain("wide.raw", 8, 3, [](unsigned int, unsigned int) { return 1; });
+  writeHdr("hdr.raw", 6, 4);
+  bad({"stack", "a.raw", "wide.raw", "-o", "mean.fit"}, "wide.raw", "another kind of frame than the first");
+  bad({"stack", "a.raw", "hdr.raw", "-o", "mean.fit"}, "hdr.raw", "another kind of frame than the first");
+}
+
 // A sanitizer keeps freed memory: what a process takes then means nothing.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(Stack, TakesNoMoreMemoryForMoreFrames) {
@@ -128,7 +207,7 @@ TEST_F(Stack, TakesNoMoreMemoryForMoreFrames) {
 }
 #endif
 
-// ---- roi --------------------------------------------------------------------------------------------------
+// ---- roi
 
 class Roi : public Program {
  protected:
@@ -172,6 +251,15 @@ TEST_F(Roi, CutsTheSamePixelsOutOfEveryKindOfFrame) {
     }
 }
 
+TEST_F(Roi, IsAFrameWithPlacesOfItsOwn) {
+  writeHdr("a.raw", 16, 10);
+  ASSERT_EQ(cut(4, 3, 6, 2).exitCode, 0);
+  EXPECT_EQ(folder.read("cut.raw").size(), 384u + 6 * 2 * 2 * 3 / 2);
+  const auto stats = nlohmann::json::parse(good({"stats", "--json", "cut.raw"}));
+  EXPECT_EQ(stats.at(0)["planes"][0]["minimum"], (nlohmann::json{{"value", 52}, {"x", 0}, {"y", 0}}));
+  EXPECT_EQ(stats.at(0)["planes"][0]["maximum"], (nlohmann::json{{"value", 73}, {"x", 5}, {"y", 1}}));
+}
+
 TEST_F(Roi, CutsBinnedFrames) {
   sim::HeaderFields fields = fieldsOf("GSENSE4040", "single", 80, 60);
   fields.horizontalBinning = 2, fields.verticalBinning = 3;
@@ -204,7 +292,63 @@ TEST_F(Roi, RefusesFramesWhosePackedRowsCannotBeCut) {
   }
 }
 
-// ---- gains ------------------------------------------------------------------------------------------------
+TEST_F(Roi, CutsNoRegionThatIsNotThere) {
+  writeHdr("a.raw", 16, 10);
+  writeFlat("plain.raw", 1);
+  const auto refuses = [this](const char* file, const char* x, const char* y, const char* width,
+                              const char* height, const char* what) {
+    bad({"roi", file, "-o", "b.raw", "--x", x, "--y", y, "--width", width, "--height", height}, file, what);
+  };
+  refuses("a.raw", "1", "0", "2", "1", "column and width are even");
+  refuses("a.raw", "0", "0", "3", "1", "column and width are even");
+  refuses("a.raw", "12", "0", "6", "1", "does not lie inside the image of 16 x 10 pixels");
+  refuses("a.raw", "0", "9", "2", "2", "does not lie inside the image of 16 x 10 pixels");
+  refuses("a.raw", "4294967294", "0", "2", "1", "does not lie inside the image of 16 x 10 pixels");
+  refuses("plain.raw", "0", "0", "2", "1", "GSENSE4040 frames only");
+}
+
+// ---- gains
+
+/// The numbers of a table's line that starts with a setting.
+std::vector<double> gainLine(const std::string& table, int setting) {
+  std::istringstream lines(table);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::vector<double> numbers;
+    for (double number = 0; words >> number;)
+      numbers.push_back(number);
+    if (!numbers.empty() && numbers[0] == setting) return numbers;
+  }
+  return {};
+}
+
+TEST_F(Gains, OfEverySensorAreShown) {
+  // Data sheet of the GSENSE400: gain setting 1.
+  const std::vector<double> line = gainLine(good({"gains", "gsense400"}), 1);
+  ASSERT_EQ(line.size(), 6u);
+  EXPECT_EQ(line[1], 1.85);
+  EXPECT_EQ(line[3], 17.3611);
+  EXPECT_EQ(line[4], 2.5661);
+  EXPECT_NEAR(line[5], 17.3611 / 2.5661, 0.0001);
+  for (const char* sensor : {"GSENSE2020", "GSENSE4040", "GSENSE6060", "IMX183", "LUMORA420", "LUMORA533",
+                             "LUMORA571", "LSGEN", "GENERIC"}) {
+    EXPECT_THAT(good({"gains", sensor}), StartsWith("device ")) << sensor;
+    EXPECT_THAT(good({"gains", sensor, "--bsi"}), StartsWith("device ")) << sensor;
+  }
+}
+
+TEST_F(Gains, AreShownWithACamerasOwnValues) {
+  folder.write("nv", blockOfASetting());
+  const std::string table = good({"gains", "GSENSE4040", "--nv", "nv"});
+  EXPECT_THAT(table, HasSubstr("built in"));
+  const std::vector<double> line = gainLine(table, 1);
+  ASSERT_EQ(line.size(), 7u);
+  EXPECT_EQ(line[3], 15);
+  EXPECT_EQ(line[4], 3);
+  EXPECT_EQ(line[5], 5);
+  EXPECT_NEAR(line[6], 18.6916 / 0.8194, 0.0001);
+  EXPECT_EQ(gainLine(table, 2)[3], 18.6916) << "settings that the camera does not store stay";
+}
 
 TEST_F(Gains, ShowTheRatioOfEachSettingBesideTheBuiltInOne) {
   // A version 1 block: ratios 1.1, 1.1, 40 and 40; 2.5 electrons per count at high gain 25, 50 at low
@@ -243,6 +387,18 @@ TEST_F(Gains, RefuseABlockThatIsNotOrNotWhollyThere) {
     EXPECT_THAT(ran.err, HasSubstr(why));
     EXPECT_THAT(ran.out, IsEmpty());
   }
+}
+
+TEST_F(Gains, AreNotShownOfUnknownSensorsOrFromForeignBlocks) {
+  bad({"gains", "FILM"}, "FILM", "is no sensor; there are GSENSE400, ");
+  bad({"gains", "GSENSE400", "--nv", "none"}, "none", "cannot be opened");
+  folder.write("text", Bytes(100, 'x'));
+  bad({"gains", "GSENSE400", "--nv", "text"}, "text", "is not a camera's calibration block");
+  Bytes block = blockOfASetting();
+  block.pop_back();
+  folder.write("cut", block);
+  bad({"gains", "GSENSE400", "--nv", "cut"}, "cut",
+      "is truncated: it needs 44 bytes for its settings, and ends at byte 43");
 }
 
 }  // namespace
