@@ -1,4 +1,4 @@
-// What the merge does when memory runs out. A program of its own, as it replaces operator new.
+// What the merge does when memory runs out.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,82 +6,21 @@
 #include <orvacam/merge/CMergeAlgoLegacy.h>
 #include <orvacam/types/device_types.h>
 
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include "TestFolder.h"
 #include "simulator/Header.h"
-
-namespace {
-long allocationsUntilFailure = -1;  // none fails
-
-void* allocate(std::size_t size) noexcept {
-  if (allocationsUntilFailure == 0) return nullptr;
-  if (allocationsUntilFailure > 0) --allocationsUntilFailure;
-  return std::malloc(size > 0 ? size : 1);
-}
-void* allocateOrThrow(std::size_t size) {
-  void* const memory = allocate(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-}  // namespace
-
-// Planes of terms begin on a cache line.
-extern "C" void* __wrap_aligned_alloc(std::size_t /*alignment*/, std::size_t size) {
-  return allocate(size);
-}
-
-void* operator new(std::size_t size) {
-  return allocateOrThrow(size);
-}
-void* operator new[](std::size_t size) {
-  return allocateOrThrow(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
-}
+#include "support/Failures.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 
-/// Lets the first, the second, ... allocation of an action and all later ones fail until it succeeds; how
-/// often it failed. What must hold after each failure is checked by the second action.
-template <typename Action, typename Check>
-int failures(Action action, Check check) {
-  for (int count = 0; count < 1000; ++count) {
-    allocationsUntilFailure = count;
-    const int status = action();
-    allocationsUntilFailure = -1;
-    if (status == 0) return count;
-    EXPECT_EQ(status, -1);
-    check();
-  }
-  return -1;
+/// Calls of any kind fail: the merge takes memory by operator new and by aligned_alloc.
+template <typename... Actions>
+int failures(Actions... actions) {
+  return faults::failures(faults::Call::None, actions...);
 }
 
 class MergeWithoutMemory : public ::testing::Test {
@@ -127,7 +66,7 @@ TEST_F(MergeWithoutMemory, HandsOutNoPlanesAndHasNoFrames) {
 }
 
 TEST_F(MergeWithoutMemory, NeedsNoneForFramesOfOneValue) {
-  EXPECT_EQ(failures([&] { return merge.CreateIdentityFrames(60000, 60000, 3.0, 1.0, nullptr); }, [] {}), 0);
+  EXPECT_EQ(failures([&] { return merge.CreateIdentityFrames(60000, 60000, 3.0, 1.0, nullptr); }), 0);
 }
 
 TEST_F(MergeWithoutMemory, MakesNoRamps) {
@@ -164,7 +103,7 @@ TEST_F(MergeWithoutMemory, FailsToLoadReferenceFilesAndLeaksNothing) {
     freePlanes();
     return merge.CreateReferenceFrames(file.c_str(), file.c_str(), 1.0, 1.0, &planes);
   };
-  EXPECT_GT(failures(load, [] {}), 8);
+  EXPECT_GT(failures(load), 8);
   EXPECT_EQ(planes.pAdditiveLow[1], 16);
   EXPECT_EQ(planes.pMultiplicativeLow[0], 8);
   EXPECT_EQ(planes.pMultiplicativeHigh[1], 0);
@@ -186,7 +125,7 @@ TEST_F(MergeWithoutMemory, FailsAMergeWhoseHeaderCannotBeWritten) {
   merge.SetMergeEnables({0, ORVA_IMAGE_FORMAT_TIFF, 0});
   unsigned short low[] = {1, 2}, high[] = {3, 4};
   std::vector<unsigned short> out((656 + 384) / 2 + 2);
-  EXPECT_GT(failures([&] { return merge.MergeFrames(low, high, out.data(), 2); }, [] {}), 0);
+  EXPECT_GT(failures([&] { return merge.MergeFrames(low, high, out.data(), 2); }), 0);
   EXPECT_EQ(out.back(), 4);
 
   CMergeSettings settings;
@@ -196,7 +135,7 @@ TEST_F(MergeWithoutMemory, FailsAMergeWhoseHeaderCannotBeWritten) {
   header.SetBitsPerPixel(12);
   legacy->SetMetaData(header);
   legacy->SetMergeEnables({0, ORVA_IMAGE_FORMAT_TIFF, 0});
-  EXPECT_GT(failures([&] { return legacy->MergeFrames(low, high, out.data(), 2); }, [] {}), 0);
+  EXPECT_GT(failures([&] { return legacy->MergeFrames(low, high, out.data(), 2); }), 0);
 }
 
 TEST_F(MergeWithoutMemory, ThrowsFromACopyAndStaysUsable) {

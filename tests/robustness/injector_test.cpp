@@ -54,6 +54,17 @@ TEST(FaultInjector, FailsThatCallAndAllThatFollow) {
   }
 }
 
+TEST(FaultInjector, CountsAndFailsCallsOfOneKindAlone) {
+  for (const Call kind : {Call::Malloc, Call::Calloc, Call::New}) {
+    const faults::Failing failing(0, Extent::FromThenOn, kind);
+    EXPECT_EQ(allocateThree(), 2);
+    EXPECT_EQ(failing.first(), kind);
+  }
+  const faults::Failing failing(1, Extent::Once, Call::Calloc);
+  EXPECT_EQ(allocateThree(), 3);
+  EXPECT_EQ(allocateThree(), 2);
+}
+
 TEST(FaultInjector, ThrowsWhereAnAllocationIsNotAskedForAStatus) {
   const faults::Failing failing(0, Extent::Once);
   EXPECT_THROW(delete seen(new int(1)), std::bad_alloc);

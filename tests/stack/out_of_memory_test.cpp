@@ -1,39 +1,23 @@
-// What the stacker does when memory runs out. A program of its own, as it replaces calloc.
+// What the stacker does when memory runs out.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvacam/stack/CStacker.h>
 
-#include <cstdlib>
 #include <vector>
 
 #include "simulator/Header.h"
-
-namespace {
-long allocationsUntilFailure = -1;  // none fails
-}
-
-// The linker sends the calls of calloc here.
-// NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" void* __real_calloc(std::size_t count, std::size_t size);
-extern "C" void* __wrap_calloc(std::size_t count, std::size_t size) {
-  if (allocationsUntilFailure == 0) return nullptr;
-  if (allocationsUntilFailure > 0) --allocationsUntilFailure;
-  return __real_calloc(count, size);
-}
-// NOLINTEND(bugprone-reserved-identifier)
+#include "support/FaultInjector.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 
-/// Runs an action while its allocation of that number (from 0) and every later one fail.
+/// Runs an action while its call of calloc of that number (from 0) and every later one fail.
 template <typename Action>
 int withFailing(long allocation, Action action) {
-  allocationsUntilFailure = allocation;
-  const int status = action();
-  allocationsUntilFailure = -1;
-  return status;
+  const faults::Failing failing(allocation, faults::Extent::FromThenOn, faults::Call::Calloc);
+  return action();
 }
 
 void expectUsable(CStacker& stacker) {

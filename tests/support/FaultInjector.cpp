@@ -52,6 +52,7 @@ namespace {
 struct State {
   bool active = false;
   Extent extent = Extent::Once;
+  Call only = Call::None;
   long untilFailure = 0;
   Call first = Call::None;
   bool had[static_cast<unsigned int>(Call::Count)] = {};
@@ -63,7 +64,7 @@ bool nextWriteIsInterrupted = false;
 
 /// Counts the call; whether it fails.
 bool fails(Call call, int error) {
-  if (!state.active) return false;
+  if (!state.active || (state.only != Call::None && state.only != call)) return false;
   const long left = state.untilFailure--;
   if (left > 0 || (left < 0 && state.extent == Extent::Once)) return false;
   if (state.first == Call::None) state.first = call;
@@ -144,9 +145,10 @@ const char* nameOf(Call call) {
   return names[static_cast<unsigned int>(call)];
 }
 
-Failing::Failing(long number, Extent extent) {
+Failing::Failing(long number, Extent extent, Call only) {
   state = State();
   state.extent = extent;
+  state.only = only;
   state.untilFailure = number;
   state.active = true;
 }

@@ -40,10 +40,10 @@ const char* nameOf(Call call);
 /// Whether one call fails or that one and all that follow, as memory that ran out and full disks have it.
 enum class Extent { Once, FromThenOn };
 
-/// While it lives, the call of that number (from 0, all kinds counted together) fails.
+/// While it lives, the call of that number (from 0) fails: of all kinds, counted together, or of one kind.
 class Failing {
  public:
-  Failing(long number, Extent extent);
+  Failing(long number, Extent extent, Call only = Call::None);
   Failing(const Failing&) = delete;
   Failing& operator=(const Failing&) = delete;
   ~Failing();

@@ -1,42 +1,12 @@
-// What the log does when memory runs out. A program of its own, as it replaces operator new.
+// What the log does when memory runs out.
 
 #include <gtest/gtest.h>
 #include <orvacam/support/CLog.h>
 
 #include <cstdarg>
-#include <cstdlib>
-#include <new>
 
 #include "TestFolder.h"
-
-namespace {
-bool allocationsFail = false;
-
-void* allocate(std::size_t size) {
-  void* const memory = allocationsFail ? nullptr : std::malloc(size > 0 ? size : 1);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return allocate(size);
-}
-void* operator new[](std::size_t size) {
-  return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+#include "support/FaultInjector.h"
 
 namespace {
 
@@ -44,9 +14,10 @@ namespace {
 template <typename Action>
 std::string shownWithoutMemory(Action action) {
   ::testing::internal::CaptureStderr();
-  allocationsFail = true;
-  action();
-  allocationsFail = false;
+  {
+    const faults::Failing failing(0, faults::Extent::FromThenOn, faults::Call::New);
+    action();
+  }
   const std::string shown = ::testing::internal::GetCapturedStderr();
   return shown.substr(0, shown.find("error"));
 }
