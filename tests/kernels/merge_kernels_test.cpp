@@ -10,8 +10,6 @@ namespace {
 
 using namespace kernel_testing;
 
-INSTANTIATE_TEST_SUITE_P(Merge, EveryTable, ::testing::ValuesIn(runnableTables()), tableName);
-
 /// One pixel by the rule as it is documented: double terms, a clamp, a product, rounding half away from zero,
 /// a cut.
 struct CorrectionInDoubles {
