@@ -32,7 +32,6 @@ struct gsense2020 : CFrameGSense2020 {
     DoUnpackSingle(p.low.data(), p.low.size());
     DoUnpackCMS(p.high.data(), p.high.size());
     DoUnpackSingle13to16(p.low.data(), p.low.size());
-    DoUnpackSingleImage(p.low.data(), p.low.size());
   }
 };
 
@@ -41,7 +40,7 @@ struct gsense4040 : CFrameGSense4040 {
   void decode(Input& input) {
     Planes p(input);
     DoUnpack(p.low.data(), p.low.size(), p.high.data(), p.high.size());
-    DoUnpackSingleImage(p.low.data(), p.low.size());
+    DoUnpackSingle(p.low.data(), p.low.size());
   }
 };
 
@@ -71,7 +70,7 @@ struct plain : CFrameGeneric {
   static constexpr std::array models = {"IMX183", "PLAIN", "", "\xFF"};
   void decode(Input& input) {
     Planes p(input);
-    DoCopyPlane16(p.low.data(), p.low.size());
+    UnpackImage12to16(p.low.data(), p.low.size());
   }
 };
 

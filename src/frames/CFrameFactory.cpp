@@ -7,11 +7,16 @@
 #include <orvacam/frames/CFrameGeneric.h>
 #include <orvacam/frames/CFrameIMX183.h>
 #include <orvacam/frames/CFrameLSGEN.h>
+#include <orvacam/merge/CHWMergeReferenceFrames.h>
 #include <orvacam/metadata/CFrameMetaData.h>
 #include <orvacam/types/device_types.h>
 
+#include <algorithm>
+#include <iterator>
 #include <new>
+#include <typeinfo>
 
+#include "frames/OwnClasses.h"
 #include "sensors/Sensors.h"
 #include "support/KeyedTable.h"
 
@@ -27,17 +32,18 @@ IFrame* make() {
 struct Maker {
   FrameClass frame;
   IFrame* (*make)();
+  const std::type_info* type;
 };
 
 constexpr Maker makers[] = {
-    {FrameClass::GSense400, make<CFrameGSense400>},
-    {FrameClass::GSense2020, make<CFrameGSense2020>},
-    {FrameClass::GSense4040, make<CFrameGSense4040>},
-    {FrameClass::GSense6060, make<CFrameGSense6060>},
-    {FrameClass::Argent23084, make<CFrameArgent23084>},
-    {FrameClass::IMX183, make<CFrameIMX183>},
-    {FrameClass::LSGEN, make<CFrameLSGEN>},
-    {FrameClass::Generic, make<CFrameGeneric>},
+    {FrameClass::GSense400, make<CFrameGSense400>, &typeid(CFrameGSense400)},
+    {FrameClass::GSense2020, make<CFrameGSense2020>, &typeid(CFrameGSense2020)},
+    {FrameClass::GSense4040, make<CFrameGSense4040>, &typeid(CFrameGSense4040)},
+    {FrameClass::GSense6060, make<CFrameGSense6060>, &typeid(CFrameGSense6060)},
+    {FrameClass::Argent23084, make<CFrameArgent23084>, &typeid(CFrameArgent23084)},
+    {FrameClass::IMX183, make<CFrameIMX183>, &typeid(CFrameIMX183)},
+    {FrameClass::LSGEN, make<CFrameLSGEN>, &typeid(CFrameLSGEN)},
+    {FrameClass::Generic, make<CFrameGeneric>, &typeid(CFrameGeneric)},
 };
 static_assert(orvacam::hasARowForEach(orvacam::frameClassCount, makers, &Maker::frame));
 
@@ -54,4 +60,14 @@ IFrame* CFrameFactory::Create(const CFrameMetaData& metaData) {
   // Takes the metadata; fails for want of a stream, which does not matter here.
   if (frame != nullptr) frame->Initialize(metaData, static_cast<std::FILE*>(nullptr), nullptr);
   return frame;
+}
+
+bool orvacam::isOwnClass(const IFrame& frame) {
+  return std::any_of(std::begin(makers), std::end(makers),
+                     [&](const Maker& maker) { return *maker.type == typeid(frame); });
+}
+
+CHWMergeReferenceFrames* orvacam::asOwnMerge(CCustomMergeAlgo* algorithm) {
+  if (algorithm == nullptr || typeid(*algorithm) != typeid(CHWMergeReferenceFrames)) return nullptr;
+  return static_cast<CHWMergeReferenceFrames*>(algorithm);
 }

@@ -2,23 +2,23 @@
 #include <orvacam/metadata/CFrameMetaData.h>
 
 #include <cstring>
-#include <typeinfo>
 
-namespace {
+#include "frames/Decoding.h"
 
-/// The bytes that n packed 12-bit pixels take.
-constexpr unsigned long packedBytes(unsigned long n) {
-  return (3 * n >> 1) + (n & 1);
+using namespace orvacam;
+
+DecodePlan orvacam::planGSense4040(const FrameFacts& facts) {
+  if (facts.hdr) return packedPair(facts, pairStreamGSense2020(facts));
+  if (facts.bits == 16) return plain16(facts, facts.geometry.planePixels(), WhenShort::IsLeftUncopied);
+  return packedSingle(facts);
 }
 
-}  // namespace
+int CFrameGSense4040::Unpack(unpacked_images_t* pImages) {
+  return unpackFrame(*this, planGSense4040, pImages);
+}
 
 int CFrameGSense4040::Merge(unpacked_images_t* pImages) {
-  return DoMerge(pImages, typeid(*this) == typeid(CFrameGSense4040));
-}
-
-int CFrameGSense4040::DoUnpackSingleImage(unsigned short* pOut, unsigned long ulPixels) {
-  return DoUnpackSingle(pOut, ulPixels);
+  return mergeFrame(*this, planGSense4040, pImages);
 }
 
 int CFrameGSense4040::CopyROIToBuffer(frame_roi_t& roi, unsigned char* pBuffer, unsigned int uiBufferSize) {

@@ -1,34 +1,23 @@
 #include <orvacam/frames/CFramePlain.h>
-#include <orvacam/metadata/CFrameMetaData.h>
 
-#include <algorithm>
-#include <cstring>
+#include "frames/Decoding.h"
+
+using namespace orvacam;
+
+DecodePlan orvacam::planPlain(const FrameFacts& facts) {
+  // Intended: reference pixels and rows are not sent.
+  DecodePlan plan = facts.bits == 16
+                        ? plain16(facts, facts.geometry.binnedImagePixels(), WhenShort::FillsWhatIsThere)
+                        : undecoded(facts, Refusal::PixelSize);
+  plan.biased = BothPlanes;  // intended: of the high-gain plane whatever it holds
+  plan.takesBarePixels = true;
+  return plan;
+}
 
 int CFramePlain::Unpack(unpacked_images_t* pImages) {
-  if (DoPrepare(pImages) != 0) return -1;
-  unsigned int pixels = 0;
-  m_pMetaData->GetImageSizePixelsBinned(pixels);
-  if (DoCheckPlanes(pixels) != 0) return -1;
-  DoResetStatistics();
-
-  unsigned int bits = 0;
-  m_pMetaData->GetPixelSize(bits);
-  int result = -1;
-  if (bits == 16) {
-    unsigned long length = 0;
-    const unsigned char* const source = DoPixelDataOfAnySource(length);
-    const unsigned long count = std::min<unsigned long>(pixels, length / 2);
-    if (count > 0) std::memcpy(m_UserMergeBuffers.pLowImage, source, 2 * count);
-    result = count == pixels ? 0 : -1;
-  }
-  if (result == 0) {
-    DoApplyBias(false);
-    DoApplyBias(true);  // intended: over whatever the high-gain plane holds
-  }
-  DoComputeStatistics();
-  return result;
+  return unpackFrame(*this, planPlain, pImages);
 }
 
 int CFramePlain::Merge(unpacked_images_t* pImages) {
-  return DoMerge(pImages);
+  return mergeFrame(*this, planPlain, pImages);
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "frames/Quadrants.h"
 #include "frames/StreamLayout.h"
 #include "metadata/FrameGeometry.h"
 
@@ -31,16 +32,6 @@ enum class Refusal : unsigned int {
   StreamExceedsPlane,  ///< streamPixels > planePixels: runs of odd numbers of pixels, reference pixels that
                        ///< come twice, a binned CCD
   SourceEnds           ///< bytesNeeded > bytesGiven
-};
-
-/// The amplifiers at a CCD's corners, as the header has them. Each alone reads the whole sensor; all together
-/// read a quarter each.
-enum Amplifier : unsigned int {
-  UpperLeft = 0x20,
-  UpperRight = 0x10,
-  LowerLeft = 0x08,
-  LowerRight = 0x04,
-  AllAmplifiers = 0x3C
 };
 
 /// What a header says that decides how its frame is decoded.
@@ -130,7 +121,25 @@ DecodePlan makePlan(PlanMaker maker, const CFrameMetaData& metaData, std::uint64
 /// The same by the class that CFrameFactory picks for the metadata.
 DecodePlan makePlan(const CFrameMetaData& metaData, std::uint64_t bytesGiven, bool hasHeader = true);
 
+/// Why planes of this size are not made for so many bytes: the first reasons of a plan.
+Refusal refusalOfPlanes(const FrameGeometry& geometry, std::uint64_t bytesGiven);
+
+// ---- What plans are made of
+
+/// The size of an axis, which is short enough for 31 bits.
+constexpr unsigned int narrow(std::uint64_t size) {
+  return static_cast<unsigned int>(size);
+}
+
+/// A plan that says nothing of the stream yet.
+DecodePlan planOf(const FrameFacts& facts);
+DecodePlan packedPair(const FrameFacts& facts, const StreamLayout& stream);
+DecodePlan packedSingle(const FrameFacts& facts);
+DecodePlan plain16(const FrameFacts& facts, std::uint64_t pixels, WhenShort whenShort);
+DecodePlan undecoded(const FrameFacts& facts, Refusal refusal);
+
 /// The streams of packed pixels, whatever the frame's mode.
+using StreamMaker = StreamLayout (*)(const FrameFacts& facts);
 StreamLayout pairStreamGSense400(const FrameFacts& facts);
 StreamLayout pairStreamGSense2020(const FrameFacts& facts);
 StreamLayout pairStreamGSense6060(const FrameFacts& facts);

@@ -3,68 +3,43 @@
 #include <orvacam/merge/CHWMergeReferenceFrames.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
-#include <typeinfo>
 
+#include "frames/OwnClasses.h"
 #include "kernels/Kernels.h"
+#include "merge/ReferenceMerge.h"
 #include "statistics/JointHistogram.h"
 
 namespace orvacam {
 
 namespace {
 
-constexpr std::size_t packedBytes(std::size_t pixels) {
-  return pixels / 2 * bytesPerPair;
-}
-
-/// Null unless the algorithm is exactly the camera's own: a class derived from it may merge by another rule.
-CHWMergeReferenceFrames* asCamerasOwn(CCustomMergeAlgo* algorithm) {
-  if (algorithm == nullptr || typeid(*algorithm) != typeid(CHWMergeReferenceFrames)) return nullptr;
-  return static_cast<CHWMergeReferenceFrames*>(algorithm);
-}
-
-}  // namespace
-
-/// One frame on its way.
-class OnePassMerge::Pass {
+/// The sink of planes, their merge and their counts.
+class MergeSink {
  public:
-  Pass(const CHWMergeReferenceFrames& algorithm, const unsigned char* source, const PairPlanes& planes)
-      : m_source(source), m_planes(planes) {
-    algorithm.DoTakeTerms(m_terms);
+  MergeSink(const ReferenceMerge& merge, const PairPlanes& planes, const FrameRegions& regions)
+      : m_planes(planes), m_regions(regions) {
+    merge.takeTerms(m_terms);
     const kernels::KernelTable& kernel = kernels::active();
     m_streaming = 2 * planes.pixels >= kernels::streamFromBytes;
     m_mergeUniform = m_streaming ? kernel.mergePackedUniformStreaming : kernel.mergePackedUniform;
     m_mergePlanes = m_streaming ? kernel.mergePackedPlanesStreaming : kernel.mergePackedPlanes;
   }
 
-  void gather(CFrameStatistics& low, CFrameStatistics& high, CFrameStatistics& merged) {
+  void count(CFrameStatistics& low, CFrameStatistics& high, CFrameStatistics& merged) {
     static_assert(mergeBlock <= JointHistogram::mostPixels);
     m_statistics.emplace(low, high, merged, m_terms.rule, m_terms.isUniform ? &m_terms.uniform : nullptr,
                          m_planes.pixels);
   }
+  bool counts() const { return m_statistics.has_value(); }
 
-  void section(const StreamSection& section, const FrameRegions& regions) {
-    const std::size_t row = std::size_t{section.before} + section.pixels + section.after;
-    m_rowPairBytes = 2 * packedBytes(row) + packedBytes(section.shared);
-    const bool counted = section.counted && m_statistics;
-    for (unsigned int y = 0; 2 * y < section.rows; ++y) {
-      const unsigned char* const low = m_source;
-      const unsigned char* const high = low + packedBytes(row);
-      if (counted) {
-        pixels(low, high, section.before, nullptr);
-        const RunPlace place = {0, static_cast<int>(y), static_cast<int>(regions.prePixels),
-                                static_cast<int>(regions.preRows + y)};
-        pixels(low + packedBytes(section.before), high + packedBytes(section.before), section.pixels, &place);
-        const std::size_t done = packedBytes(section.before) + packedBytes(section.pixels);
-        pixels(low + done, high + done, section.after, nullptr);
-      } else {
-        pixels(low, high, row, nullptr);
-      }
-      const unsigned char* const shared = high + packedBytes(row);
-      pixels(shared, shared, section.shared, nullptr);
-      m_source = shared + packedBytes(section.shared);
-    }
+  void run(const StreamRun& run) {
+    const RunPlace place = {0, static_cast<int>(run.row), static_cast<int>(m_regions.prePixels),
+                            static_cast<int>(m_regions.preRows + run.row)};
+    merge(run.packed[0], run.packed[1], run.pairs[0], run.counted ? &place : nullptr, run.ahead);
   }
+  void share(const std::uint8_t* packed, std::size_t pairs) { merge(packed, packed, pairs, nullptr, {}); }
 
   void finish() {
     if (m_streaming) kernels::active().finishStreaming();
@@ -72,19 +47,21 @@ class OnePassMerge::Pass {
   }
 
  private:
-  void pixels(const unsigned char* low, const unsigned char* high, std::size_t count, const RunPlace* place) {
-    for (std::size_t done = 0; done < count;) {
-      const std::size_t now = std::min<std::size_t>(count - done, mergeBlock);
-      block(low + packedBytes(done), high + packedBytes(done), now, place, static_cast<int>(done));
-      done += now;
+  void merge(const std::uint8_t* low, const std::uint8_t* high, std::size_t pairs, const RunPlace* place,
+             const SourceBytes& ahead) {
+    constexpr std::size_t most = mergeBlock / 2;
+    for (std::size_t done = 0; done < pairs; done += most) {
+      const std::size_t bytes = bytesPerPair * done;
+      block(low + bytes, high + bytes, std::min(pairs - done, most), place, static_cast<int>(2 * done),
+            ahead);
     }
   }
 
-  void block(const unsigned char* low, const unsigned char* high, std::size_t count, const RunPlace* place,
-             int column) {
+  void block(const std::uint8_t* low, const std::uint8_t* high, std::size_t pairs, const RunPlace* place,
+             int column, const SourceBytes& ahead) {
     const kernels::PackedPair run = {low,
                                      high,
-                                     count / 2,
+                                     pairs,
                                      m_planes.low != nullptr ? m_planes.low + m_done : nullptr,
                                      m_planes.high != nullptr ? m_planes.high + m_done : nullptr,
                                      reinterpret_cast<unsigned short*>(m_planes.merged) + m_done,
@@ -95,13 +72,12 @@ class OnePassMerge::Pass {
       m_mergePlanes(run, m_terms.rule, m_terms.planesAt(m_done));
     if (place != nullptr)
       m_statistics->add(run, {place->x + column, place->y, place->mergedX + column, place->mergedY},
-                        {m_source + m_rowPairBytes, m_rowPairBytes});
-    m_done += count;
+                        {ahead.bytes, ahead.length});
+    m_done += 2 * pairs;
   }
 
-  const unsigned char* m_source;  ///< of the row pair
-  std::size_t m_rowPairBytes = 0;
   PairPlanes m_planes;
+  const FrameRegions& m_regions;
   MergeTerms m_terms;
   bool m_streaming;
   decltype(kernels::KernelTable::mergePackedUniform) m_mergeUniform;
@@ -110,9 +86,11 @@ class OnePassMerge::Pass {
   std::optional<JointHistogram> m_statistics;
 };
 
+}  // namespace
+
 OnePassMerge::OnePassMerge(CCustomMergeAlgo* algorithm, const CFrameMetaData& metaData,
                            const StreamLayout& layout)
-    : m_algorithm(asCamerasOwn(algorithm)), m_layout(layout), m_regions(metaData) {}
+    : m_algorithm(asOwnMerge(algorithm)), m_layout(layout), m_regions(metaData) {}
 
 /// A sensor's stream may differ from the regions that its metadata states; merged statistics follow the
 /// latter.
@@ -129,32 +107,30 @@ bool OnePassMerge::imageIsWhereTheMetaDataHasIt() const {
 }
 
 bool OnePassMerge::fits(const PairPlanes& planes) const {
-  if (m_algorithm == nullptr || m_algorithm->m_pBiasLow != nullptr || m_algorithm->m_pBiasHigh != nullptr)
-    return false;
-  const bool offsetInside = m_algorithm->m_uiMergeStartRowOffset == 0 ||
-                            m_algorithm->m_uiMergeStartRowOffset < m_algorithm->m_uiHeight;
-  return offsetInside && m_algorithm->DoFitsKernels() &&
-         m_algorithm->m_uiAddFracBits <= kernels::packedFractionBits &&
-         m_algorithm->DoPixelsAvailable() >= planes.pixels &&
+  if (m_algorithm == nullptr) return false;
+  const ReferenceMerge merge = handOut(*m_algorithm);
+  return !merge.hasBias && (merge.startRow == 0 || merge.startRow < merge.height) && merge.fitsKernels() &&
+         merge.rule.additiveFractionBits <= kernels::packedFractionBits &&
+         merge.pixelsAvailable() >= planes.pixels &&
          reinterpret_cast<std::uintptr_t>(planes.merged) % alignof(unsigned short) == 0 &&
          m_layout.hasWholePairsOnly() && m_layout.pixelsOfEach() == planes.pixels &&
          imageIsWhereTheMetaDataHasIt();
 }
 
-int OnePassMerge::run(const unsigned char* source, const PairPlanes& planes, unsigned short* mergedBuffer,
+int OnePassMerge::run(SourceBytes source, const PairPlanes& planes, unsigned short* mergedBuffer,
                       CFrameStatistics* lowStatistics, CFrameStatistics* highStatistics) {
   const bool counting = lowStatistics != nullptr && highStatistics != nullptr;
   m_algorithm->EnableStatistics(counting);
-  Pass pass(*m_algorithm, source, planes);
+  const ReferenceMerge merge = handOut(*m_algorithm);
+  MergeSink sink(merge, planes, m_regions);
   if (counting) {
-    m_algorithm->m_MergedStatistics.Reset();
-    pass.gather(*lowStatistics, *highStatistics, m_algorithm->m_MergedStatistics);
+    merge.statistics->Reset();
+    sink.count(*lowStatistics, *highStatistics, *merge.statistics);
   }
-  for (const StreamSection& section : m_layout.sections)
-    pass.section(section, m_regions);
-  pass.finish();
-  if (counting) m_algorithm->m_MergedStatistics.Compute();
-  return m_algorithm->DoFinishFrame(mergedBuffer, planes.pixels);
+  StreamWalk(source, 2).walk(m_layout.sections, std::size(m_layout.sections), sink);
+  sink.finish();
+  if (counting) merge.statistics->Compute();
+  return finishMergedFrame(*m_algorithm, mergedBuffer, planes.pixels);
 }
 
 }  // namespace orvacam

@@ -39,12 +39,10 @@ class OnePassMerge {
   bool fits(const PairPlanes& planes) const;
   /// Does it, from the stream's first byte on; the status of the merge. With statistics, which were reset,
   /// the merged ones are the algorithm's own.
-  int run(const unsigned char* source, const PairPlanes& planes, unsigned short* mergedBuffer,
+  int run(SourceBytes source, const PairPlanes& planes, unsigned short* mergedBuffer,
           CFrameStatistics* lowStatistics, CFrameStatistics* highStatistics);
 
  private:
-  class Pass;
-
   bool imageIsWhereTheMetaDataHasIt() const;
 
   CHWMergeReferenceFrames* m_algorithm;  ///< null when it is another

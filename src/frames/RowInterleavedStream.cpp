@@ -1,6 +1,5 @@
 #include "frames/RowInterleavedStream.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "kernels/Kernels.h"
@@ -9,50 +8,57 @@ namespace orvacam {
 
 namespace {
 
-class Walk {
+/// The sink of planes alone.
+class PlaneSink {
  public:
-  Walk(ByteReader source, PlaneCursor* planes, unsigned int planeCount)
-      : m_source(source), m_planes(planes), m_planeCount(planeCount) {
-    const kernels::KernelTable& kernel = kernels::active();
-    m_streaming = true;
-    for (unsigned int i = 0; i < planeCount; ++i)
-      m_streaming = m_streaming && planes[i].statistics() == nullptr &&
-                    sizeof(unsigned short) * planes[i].room() >= kernels::streamFromBytes;
-    m_unpack = m_streaming ? kernel.unpack12Streaming : kernel.unpack12;
+  PlaneSink(PlaneCursor* planes, unsigned int planeCount) : m_planes(planes), m_planeCount(planeCount) {
+    for (unsigned int i = 0; i < planeCount; ++i) {
+      m_counts = m_counts || planes[i].statistics() != nullptr;
+      m_streaming =
+          m_streaming && sizeof(unsigned short) * planes[i].room() >= kernels::streamFromBytes && !m_counts;
+    }
+    m_unpack = m_streaming ? kernels::active().unpack12Streaming : kernels::active().unpack12;
   }
-  Walk(const Walk&) = delete;
-  Walk& operator=(const Walk&) = delete;
-  ~Walk() {
+  PlaneSink(const PlaneSink&) = delete;
+  PlaneSink& operator=(const PlaneSink&) = delete;
+  ~PlaneSink() {
     if (m_streaming) kernels::active().finishStreaming();
   }
 
-  bool sourceEnded() const { return m_sourceEnded; }
-  bool whole() const { return !m_sourceEnded && !m_planeFull; }
+  bool counts() const { return m_counts; }
+  bool fits() const { return m_fits; }
 
-  void row(const StreamSection& section, unsigned int row) {
-    const unsigned int index = row % m_planeCount;
-    PlaneCursor& plane = m_planes[index];
-    run(plane, section.before);
-    const std::size_t count = run(plane, section.pixels);
-    if (section.counted && plane.statistics() != nullptr)
-      plane.statistics()->AddRow(plane.next() - count, count, 0, static_cast<int>(row));
-    run(plane, section.after);
-    if (section.shared > 0 && index + 1 == m_planeCount) runShared(section.shared);
+  void run(const StreamRun& run) {
+    for (unsigned int i = 0; i < m_planeCount; ++i) {
+      PlaneCursor& plane = m_planes[i];
+      const std::size_t count = unpack(plane, run.packed[i], run.pairs[i]);
+      if (run.counted && plane.statistics() != nullptr)
+        plane.statistics()->AddRow(plane.next() - count, count, 0,
+                                   static_cast<int>(m_planeCount * run.row + i));
+    }
+  }
+
+  /// Unpacks into the last plane and repeats that in the others.
+  void share(const std::uint8_t* packed, std::size_t pairs) {
+    PlaneCursor& last = m_planes[m_planeCount - 1];
+    const std::size_t count = unpack(last, packed, pairs);
+    for (unsigned int i = 0; i + 1 < m_planeCount; ++i) {
+      const std::size_t fits = std::min(count, m_planes[i].room());
+      if (fits < count) m_fits = false;
+      if (fits > 0) std::memcpy(m_planes[i].next(), last.next() - count, fits * sizeof(unsigned short));
+      m_planes[i].advance(fits);
+    }
   }
 
  private:
-  /// Decodes a run of pixels; the number of pixels written.
-  std::size_t run(PlaneCursor& plane, unsigned int pixels) {
-    const std::size_t wanted = pairsOf(pixels);
-    const std::size_t given = std::min(wanted, m_source.remaining() / bytesPerPair);
+  /// As much as fits; the number of pixels written.
+  std::size_t unpack(PlaneCursor& plane, const std::uint8_t* packed, std::size_t given) {
     const std::size_t pairs = std::min(given, plane.room() / 2);
-    if (given < wanted) m_sourceEnded = true;
-    if (pairs < given) m_planeFull = true;
-    const unsigned char* packed = nullptr;
-    m_source.take(given * bytesPerPair, packed);
     if (pairs > 0) m_unpack(packed, plane.next(), pairs);
     plane.advance(2 * pairs);
-    if (pairs == given || plane.room() == 0) return 2 * pairs;
+    if (pairs == given) return 2 * pairs;
+    m_fits = false;
+    if (plane.room() == 0) return 2 * pairs;
     // The first pixel of the next pair is the last one that fits.
     unsigned short pair[2];
     kernels::active().unpack12(packed + pairs * bytesPerPair, pair, 1);
@@ -61,39 +67,21 @@ class Walk {
     return 2 * pairs + 1;
   }
 
-  /// Decodes pixels into the last plane and repeats them in the others.
-  void runShared(unsigned int pixels) {
-    PlaneCursor& last = m_planes[m_planeCount - 1];
-    const std::size_t count = run(last, pixels);
-    for (unsigned int i = 0; i + 1 < m_planeCount; ++i) {
-      const std::size_t fits = std::min(count, m_planes[i].room());
-      if (fits < count) m_planeFull = true;
-      if (fits > 0) std::memcpy(m_planes[i].next(), last.next() - count, fits * sizeof(unsigned short));
-      m_planes[i].advance(fits);
-    }
-  }
-
-  ByteReader m_source;
   PlaneCursor* m_planes;
   unsigned int m_planeCount;
-  bool m_streaming;  ///< past the caches: planes that are large, and not read again to be counted
+  bool m_counts = false;
+  bool m_streaming = true;  ///< past the caches: planes that are large, and not read again to be counted
+  bool m_fits = true;
   decltype(kernels::KernelTable::unpack12) m_unpack;
-  bool m_sourceEnded = false;
-  bool m_planeFull = false;
 };
 
 }  // namespace
 
-int decodeStream(ByteReader source, const StreamSection* sections, std::size_t sectionCount,
+int decodeStream(SourceBytes source, const StreamSection* sections, std::size_t sectionCount,
                  PlaneCursor* planes, unsigned int planeCount) {
-  Walk walk(source, planes, planeCount);
-  for (std::size_t i = 0; i < sectionCount; ++i) {
-    const StreamSection& section = sections[i];
-    if ((section.before | section.pixels | section.after | section.shared) == 0) continue;
-    for (unsigned int row = 0; row < section.rows && !walk.sourceEnded(); ++row)
-      walk.row(section, row);
-  }
-  return walk.whole() ? 0 : -1;
+  PlaneSink sink(planes, planeCount);
+  const bool whole = StreamWalk(source, planeCount).walk(sections, sectionCount, sink);
+  return whole && sink.fits() ? 0 : -1;
 }
 
 }  // namespace orvacam

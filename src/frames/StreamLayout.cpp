@@ -21,10 +21,6 @@ std::uint64_t total(const StreamSection (&sections)[3], const OfRow& ofRow, cons
   return sum > largest ? largest : static_cast<std::uint64_t>(sum);
 }
 
-std::uint64_t pairsOfRow(const StreamSection& section) {
-  return pairsOf(section.before) + pairsOf(section.pixels) + pairsOf(section.after);
-}
-
 std::uint64_t none(const StreamSection& /*section*/) {
   return 0;
 }
@@ -33,19 +29,19 @@ std::uint64_t none(const StreamSection& /*section*/) {
 
 std::uint64_t StreamLayout::bytes() const {
   return total(
-      sections, [](const StreamSection& section) { return bytesPerPair * pairsOfRow(section); },
+      sections, [](const StreamSection& section) { return bytesPerPair * section.pairsOfRow(); },
       [](const StreamSection& section) { return bytesPerPair * pairsOf(section.shared); });
 }
 
 std::uint64_t StreamLayout::pixelsOfOne() const {
   return total(
-      sections, [](const StreamSection& section) { return 2 * pairsOfRow(section); }, none);
+      sections, [](const StreamSection& section) { return 2 * section.pairsOfRow(); }, none);
 }
 
 std::uint64_t StreamLayout::pixelsOfEach() const {
   // Two pixels a pair, and every second row.
   return total(
-      sections, [](const StreamSection& section) { return pairsOfRow(section); },
+      sections, [](const StreamSection& section) { return section.pairsOfRow(); },
       [](const StreamSection& section) { return 2 * pairsOf(section.shared); });
 }
 

@@ -13,6 +13,11 @@ constexpr std::uint64_t pairsOf(std::uint64_t pixels) {
   return pixels / 2 + pixels % 2;
 }
 
+/// Bytes of so many pixels in a row, without the rest of the last pair.
+constexpr std::uint64_t packedBytes(std::uint64_t pixels) {
+  return bytesPerPair * (pixels / 2) + 2 * (pixels % 2);
+}
+
 /// A part of a stream of packed 12-bit pixels whose rows are alike. Of two planes, even rows belong to the
 /// first (low gain), odd rows to the second (high gain).
 struct StreamSection {
@@ -22,6 +27,9 @@ struct StreamSection {
   unsigned int after;   ///< reference pixels behind them
   unsigned int shared;  ///< pixels behind every second row that belong to both planes
   bool counted;         ///< the row's pixels go into the plane's statistics, at (column, row of the section)
+
+  bool isEmpty() const { return (before | pixels | after | shared) == 0; }
+  std::uint64_t pairsOfRow() const { return pairsOf(before) + pairsOf(pixels) + pairsOf(after); }
 };
 
 /// The stream of a frame: reference rows, image rows, reference rows. Sums are the largest number where they

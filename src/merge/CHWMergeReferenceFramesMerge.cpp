@@ -12,17 +12,14 @@
 #include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
-#include "merge/MergeTerms.h"
+#include "merge/ReferenceMerge.h"
 
 namespace {
 
 namespace kernels = orvacam::kernels;
+using orvacam::ReferenceMerge;
 
 constexpr const char* mergeFrames = "MergeFrames";
-// Where the integer kernels are exact; other fraction bits go by the rule in doubles.
-constexpr unsigned int mostAddFracBits = 15;
-constexpr unsigned int mostMulFracBits = 16;
-
 /// Whether output as large as this is better written past the caches: pixels that stand in it as pixels, and
 /// none of which is read again.
 bool isWorthStreaming(const unsigned char* output, const void* low, const void* high, unsigned long pixels) {
@@ -83,108 +80,85 @@ unsigned short CHWMergeReferenceFrames::DoTerm(PlaneIndex ePlane, unsigned long 
 // ---- Runs of pixels
 // ------------------------------------------------------------------------------------------
 
-/// Pixels, from the start row on, for which every plane has terms.
-unsigned long CHWMergeReferenceFrames::DoTermsAvailable() const {
-  const unsigned long start = m_uiMergeStartRowOffset * m_uiWidth;
-  unsigned long available = std::numeric_limits<unsigned long>::max();
-  for (const Plane& plane : m_Planes)
-    if (!plane.values.empty())
-      available = std::min(available, plane.values.size() > start ? plane.values.size() - start : 0);
-  return available;
-}
+namespace {
 
-/// Pixels, from a start row within the frames on, that can be merged.
-unsigned long CHWMergeReferenceFrames::DoPixelsAvailable() const {
-  return std::min((m_uiHeight - m_uiMergeStartRowOffset) * m_uiWidth, DoTermsAvailable());
-}
+/// What a merge takes and where it goes.
+struct MergePlanes {
+  const unsigned short* low;
+  const unsigned short* high;
+  unsigned char* merged;
+  unsigned long pixels;
+};
 
-void CHWMergeReferenceFrames::DoMergeInDoubles(const unsigned short* pLow, const unsigned short* pHigh,
-                                               unsigned short* pMerged, unsigned long ulFirst,
-                                               unsigned long ulCount) const {
-  const double max = PositiveIntMax(m_uiAddFracBits);
-  const unsigned int type = ConvertMergeType();
-  const unsigned long offset = m_uiMergeStartRowOffset * m_uiWidth;
-  for (unsigned long i = ulFirst; i < ulFirst + ulCount; ++i) {
-    const int low = CorrectPixel(pLow[i], static_cast<short>(DoTerm(AdditiveLow, i + offset)),
-                                 DoTerm(MultiplicativeLow, i + offset), max);
-    const int high = CorrectPixel(pHigh[i], static_cast<short>(DoTerm(AdditiveHigh, i + offset)),
-                                  DoTerm(MultiplicativeHigh, i + offset), max);
+void mergeInDoubles(const CHWMergeReferenceFrames& algorithm, const ReferenceMerge& by,
+                    const MergePlanes& planes, unsigned short* target, unsigned long first,
+                    unsigned long count) {
+  const double max = CHWMergeReferenceFrames::PositiveIntMax(by.rule.additiveFractionBits);
+  const unsigned long offset = by.startRow * by.width;
+  for (unsigned long i = first; i < first + count; ++i) {
+    const int low = algorithm.CorrectPixel(planes.low[i], static_cast<short>(by.additiveLow.at(i + offset)),
+                                           by.multiplicativeLow.at(i + offset), max);
+    const int high =
+        algorithm.CorrectPixel(planes.high[i], static_cast<short>(by.additiveHigh.at(i + offset)),
+                               by.multiplicativeHigh.at(i + offset), max);
     const bool takeLow =
-        type == 1 || (type != 2 && (high >= m_usHighThreshold || low - high > m_usDifferenceThreshold));
-    pMerged[i - ulFirst] = static_cast<unsigned short>(takeLow ? low : high);
+        by.rule.type == 1 ||
+        (by.rule.type != 2 && (high >= by.rule.highThreshold || low - high > by.rule.differenceThreshold));
+    target[i - first] = static_cast<unsigned short>(takeLow ? low : high);
   }
 }
 
-/// Whether the kernels' integers give what the rule in doubles does.
-bool CHWMergeReferenceFrames::DoFitsKernels() const {
-  return m_uiAddFracBits <= mostAddFracBits && m_uiMulFracBits <= mostMulFracBits;
-}
-
-void CHWMergeReferenceFrames::DoTakeTerms(orvacam::MergeTerms& terms) const {
-  terms.rule = {m_uiAddFracBits, m_uiMulFracBits, m_usHighThreshold, m_usDifferenceThreshold,
-                ConvertMergeType()};
-  terms.isUniform = std::all_of(std::begin(m_Planes), std::end(m_Planes),
-                                [](const Plane& plane) { return plane.values.empty(); });
-  if (terms.isUniform) {
-    terms.uniform = {static_cast<short>(DoTerm(AdditiveLow, 0)), static_cast<short>(DoTerm(AdditiveHigh, 0)),
-                     DoTerm(MultiplicativeLow, 0), DoTerm(MultiplicativeHigh, 0)};
-    return;
-  }
-  const unsigned long start = m_uiMergeStartRowOffset * m_uiWidth;
-  const auto take = [&](PlaneIndex plane, orvacam::PlaneOfTerms& target) {
-    const auto& values = m_Planes[plane].values;
-    target.take(values, start, values.empty() ? DoTerm(plane, 0) : static_cast<unsigned short>(0));
-  };
-  take(AdditiveLow, terms.additiveLow);
-  take(AdditiveHigh, terms.additiveHigh);
-  take(MultiplicativeLow, terms.multiplicativeLow);
-  take(MultiplicativeHigh, terms.multiplicativeHigh);
-}
-
-void CHWMergeReferenceFrames::DoMerge(const unsigned short* pLow, const unsigned short* pHigh,
-                                      unsigned char* pMerged, unsigned long ulNumPixels, bool bStatistics) {
-  if (bStatistics) m_MergedStatistics.Reset();
-  if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return;
-  const unsigned long pixels = std::min(ulNumPixels, DoTermsAvailable());
+/// Merges, no farther than there are terms. With metadata, statistics are gathered of their image region.
+void mergePlanes(const CHWMergeReferenceFrames& algorithm, const ReferenceMerge& by, MergePlanes planes,
+                 const CFrameMetaData* counted) {
+  planes.pixels = std::min<unsigned long>(planes.pixels, by.termsAvailable());
   const auto mergeAll = [&](const auto& mergeRun) {
-    if (bStatistics)
-      orvacam::mergeRegions(orvacam::FrameRegions(m_MetaData), pMerged, pixels, mergeRun, m_MergedStatistics);
+    if (counted != nullptr)
+      orvacam::mergeRegions(orvacam::FrameRegions(*counted), planes.merged, planes.pixels, mergeRun,
+                            *by.statistics);
     else
-      orvacam::mergeAndCount(pMerged, 0, pixels, mergeRun, nullptr, 0, 0);
+      orvacam::mergeAndCount(planes.merged, 0, planes.pixels, mergeRun, nullptr, 0, 0);
   };
-  if (!DoFitsKernels()) {
+  if (!by.fitsKernels()) {
     mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
-      DoMergeInDoubles(pLow, pHigh, target, first, count);
+      mergeInDoubles(algorithm, by, planes, target, first, count);
     });
     return;
   }
-
   const kernels::KernelTable& kernel = kernels::active();
-  const bool streaming = !bStatistics && isWorthStreaming(pMerged, pLow, pHigh, pixels);
+  const bool streaming =
+      counted == nullptr && isWorthStreaming(planes.merged, planes.low, planes.high, planes.pixels);
   orvacam::MergeTerms terms;
-  DoTakeTerms(terms);
+  by.takeTerms(terms);
   if (terms.isUniform) {
     const auto merge = streaming ? kernel.mergeUniformStreaming : kernel.mergeUniform;
     mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
-      merge(pLow + first, pHigh + first, target, count, terms.rule, terms.uniform);
+      merge(planes.low + first, planes.high + first, target, count, terms.rule, terms.uniform);
     });
   } else {
     const auto merge = streaming ? kernel.mergePlanesStreaming : kernel.mergePlanes;
     mergeAll([&](unsigned long first, unsigned long count, unsigned short* target) {
-      merge(pLow + first, pHigh + first, target, count, terms.rule, terms.planesAt(first));
+      merge(planes.low + first, planes.high + first, target, count, terms.rule, terms.planesAt(first));
     });
   }
   if (streaming) kernel.finishStreaming();
 }
 
+}  // namespace
+
 void CHWMergeReferenceFrames::MergeNoStats(unsigned short* pLow, unsigned short* pHigh,
                                            unsigned short* pMerged, unsigned long ulNumPixels) {
-  DoMerge(pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged), ulNumPixels, false);
+  if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return;
+  mergePlanes(*this, orvacam::handOut(*this),
+              {pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged), ulNumPixels}, nullptr);
 }
 
 void CHWMergeReferenceFrames::MergeWithStats(unsigned short* pLow, unsigned short* pHigh,
                                              unsigned short* pMerged, unsigned long ulNumPixels) {
-  DoMerge(pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged), ulNumPixels, true);
+  m_MergedStatistics.Reset();
+  if (pLow == nullptr || pHigh == nullptr || pMerged == nullptr) return;
+  mergePlanes(*this, orvacam::handOut(*this),
+              {pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged), ulNumPixels}, &m_MetaData);
 }
 
 // ---- Frames
@@ -203,7 +177,8 @@ int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* p
         mergeFrames, m_uiMergeStartRowOffset, height, width);
     m_uiMergeStartRowOffset = 0;
   }
-  if (DoPixelsAvailable() < ulNumPixels) {
+  const ReferenceMerge by = orvacam::handOut(*this);
+  if (by.pixelsAvailable() < ulNumPixels) {
     // Intended: success without a merged image.
     m_pLog->log(CLOGLEVEL_ERROR,
                 L"%s: The reference frames are smaller than then recieved image. Can not merge.\n",
@@ -213,31 +188,13 @@ int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* p
                 mergeFrames, width, height, m_uiMergeStartRowOffset, static_cast<int>(ulNumPixels));
     return 0;
   }
-  DoMerge(pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged) + DoLeadingBytes(ulNumPixels), ulNumPixels,
-          m_bMergedStatistics);
-  return DoFinishFrame(pMerged, ulNumPixels);
-}
-
-/// Bytes of image file header ahead of the merged pixels.
-unsigned int CHWMergeReferenceFrames::DoLeadingBytes(unsigned long ulNumPixels) {
   unsigned int leading = 0;
   unsigned int trailing = 0;
   GetMergeHeaderSize(static_cast<ORVA_IMAGE_FORMAT>(m_MergeEnables.uiImageFormat), ulNumPixels, 16, leading,
                      trailing);
-  return leading;
-}
-
-/// What follows the merge of a frame's pixels: its metadata describe the merged plane, whose header is
-/// written.
-int CHWMergeReferenceFrames::DoFinishFrame(unsigned short* pMerged, unsigned long ulNumPixels) try {
-  const unsigned int leading = DoLeadingBytes(ulNumPixels);
-  m_MetaData.SetBitsPerPixel(16);
-  m_MetaData.SetHDRFrame(false);
-  m_MetaData.SetPixelEndianFormat(!m_bByteSwapped);
-  const orvacam::ImageFormat& format = orvacam::imageFormatOf(m_MergeEnables.uiImageFormat);
-  return std::min(format.finish(pMerged, leading, ulNumPixels, m_MetaData, m_bByteSwapped), 0);
-} catch (const std::exception&) {
-  return -1;
+  mergePlanes(*this, by, {pLow, pHigh, reinterpret_cast<unsigned char*>(pMerged) + leading, ulNumPixels},
+              m_bMergedStatistics ? &m_MetaData : nullptr);
+  return orvacam::finishMergedFrame(*this, pMerged, ulNumPixels);
 }
 
 int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned int uiWidth,

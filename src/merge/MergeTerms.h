@@ -2,22 +2,31 @@
 #define ORVACAM_SRC_MERGE_MERGE_TERMS_H
 
 #include <algorithm>
+#include <cstddef>
 
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
 
 namespace orvacam {
 
+/// The fixed-point terms of one plane: one each, or one for all.
+struct ReferencePlane {
+  const unsigned short* values = nullptr;  ///< bits of the terms; null when they are uniform
+  std::size_t count = 0;
+  unsigned short uniform = 0;
+
+  unsigned short at(std::size_t position) const { return values != nullptr ? values[position] : uniform; }
+};
+
 /// One plane's correction terms, from the image's first pixel on. A plane of one value lends a block of it,
 /// again and again.
 class PlaneOfTerms {
  public:
-  template <typename Values>
-  void take(const Values& values, unsigned long start, unsigned short uniform) {
-    if (values.empty())
-      std::fill_n(m_block, mergeBlock, uniform);
+  void take(const ReferencePlane& terms, std::size_t start) {
+    if (terms.values == nullptr)
+      std::fill_n(m_block, mergeBlock, terms.uniform);
     else
-      m_values = values.data() + std::min(start, values.size());
+      m_values = terms.values + std::min(start, terms.count);
   }
   const unsigned short* at(unsigned long first) const {
     return m_values != nullptr ? m_values + first : m_block;

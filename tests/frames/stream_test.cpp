@@ -45,7 +45,7 @@ TEST(PackedStream, ThatExceedsThePlaneWritesWhatFitsAndNoFurther) {
   Pixels out(6, 9);
   PlaneCursor plane(out.data(), 5, nullptr);
   const StreamSection sections[] = {{4, 0, 2, 0, 0, false}};
-  EXPECT_EQ(decodeStream({fourPairs.data(), fourPairs.size()}, sections, &plane, 1), -1);
+  EXPECT_EQ(decodeStream({fourPairs.data(), fourPairs.size()}, sections, std::size(sections), &plane, 1), -1);
   EXPECT_THAT(out, ElementsAre(0xABC, 0xDEF, 0x123, 0x456, 1, 9));
 }
 
@@ -58,7 +58,7 @@ TEST(PackedStream, AlternatesBetweenPlanesAndSharesPixelsBehindTheSecond) {
   Pixels low(4, 9), high(4, 9);
   PlaneCursor planes[] = {{low.data(), 4, nullptr}, {high.data(), 4, nullptr}};
   const StreamSection sections[] = {{2, 0, 2, 0, 2, false}};  // a low row, a high row, two shared pixels
-  EXPECT_EQ(decodeStream({fourPairs.data(), 9}, sections, planes, 2), 0);
+  EXPECT_EQ(decodeStream({fourPairs.data(), 9}, sections, std::size(sections), planes, 2), 0);
   EXPECT_THAT(low, ElementsAre(0xABC, 0xDEF, 1, 2));
   EXPECT_THAT(high, ElementsAre(0x123, 0x456, 1, 2));
 }
@@ -67,7 +67,7 @@ TEST(PackedStream, WithSharedPixelsThatFitOnePlaneOnlyFails) {
   Pixels low(3, 9), high(4, 9);
   PlaneCursor planes[] = {{low.data(), 3, nullptr}, {high.data(), 4, nullptr}};
   const StreamSection sections[] = {{2, 0, 2, 0, 2, false}};
-  EXPECT_EQ(decodeStream({fourPairs.data(), 9}, sections, planes, 2), -1);
+  EXPECT_EQ(decodeStream({fourPairs.data(), 9}, sections, std::size(sections), planes, 2), -1);
   EXPECT_THAT(low, ElementsAre(0xABC, 0xDEF, 1));
   EXPECT_THAT(high, ElementsAre(0x123, 0x456, 1, 2));
 }
@@ -75,8 +75,8 @@ TEST(PackedStream, WithSharedPixelsThatFitOnePlaneOnlyFails) {
 TEST(PackedStream, WithoutAPlaneFailsWithoutWriting) {
   PlaneCursor plane(nullptr, 100, nullptr);
   const StreamSection sections[] = {{1, 0, 2, 0, 0, false}};
-  EXPECT_EQ(decodeStream({fourPairs.data(), fourPairs.size()}, sections, &plane, 1), -1);
-  EXPECT_EQ(decodeStream({nullptr, 100}, sections, &plane, 1), -1);
+  EXPECT_EQ(decodeStream({fourPairs.data(), fourPairs.size()}, sections, std::size(sections), &plane, 1), -1);
+  EXPECT_EQ(decodeStream({nullptr, 100}, sections, std::size(sections), &plane, 1), -1);
 }
 
 }  // namespace

@@ -25,7 +25,6 @@ class ORVACAM_API CFrameArgent23084 : public IFrame {
   void DoUnpackSingleUpperRight(unsigned short* pOut, unsigned long ulPixels);
   void DoUnpackSingleLowerLeft(unsigned short* pOut, unsigned long ulPixels);
   void DoUnpackSingleLowerRight(unsigned short* pOut, unsigned long ulPixels);
-  int DoUnpackSingle(unsigned short* pOut, unsigned long ulPixels, bool bMirrorColumns, bool bMirrorRows);
 };
 
 #endif  // ORVACAM_FRAMES_CFRAMEARGENT23084_H

@@ -27,10 +27,6 @@ class ORVACAM_API CFrameGSense2020 : public IFrame {
   /// Decodes ulPixels pixels of 13 bits, whose values are made of truth values. 0; -1, with what is whole
   /// decoded, when the source ends early.
   int DoUnpackSingle13to16(unsigned short* pOut, unsigned long ulPixels);
-  /// The HDR stream as this sensor sends it.
-  orvacam::StreamLayout DoLayout() const;
-  /// A single image in the layout of the frame's mode.
-  virtual int DoUnpackSingleImage(unsigned short* pOut, unsigned long ulPixels);
 };
 
 #endif  // ORVACAM_FRAMES_CFRAMEGSENSE2020_H

@@ -17,8 +17,6 @@ class ORVACAM_API CFrameGSense400 : public IFrame {
   /// decoded, when the source ends early or a plane is too small.
   int DoUnpackHDR(unsigned short* pLow, unsigned long ulLowSize, unsigned short* pHigh,
                   unsigned long ulHighSize);
-  orvacam::StreamLayout DoLayout() const;
-  int DoUnpackSingle();
 };
 
 #endif  // ORVACAM_FRAMES_CFRAMEGSENSE400_H

@@ -10,6 +10,7 @@
 class ORVACAM_API CFrameGSense4040 : public CFrameGSense2020 {
  public:
   int Merge(unpacked_images_t* pImages) override;
+  int Unpack(unpacked_images_t* pImages) override;
   /// Copies the packed 12-bit bytes of a region behind MetadataLength bytes of room for a header, which the
   /// caller writes: for each row the low-gain and then the high-gain pixels of an HDR pair, or the single
   /// row's. 0; -1, with nothing written, for an odd column or width, a region that is not inside the frame or
@@ -17,7 +18,6 @@ class ORVACAM_API CFrameGSense4040 : public CFrameGSense2020 {
   int CopyROIToBuffer(frame_roi_t& roi, unsigned char* pBuffer, unsigned int uiBufferSize) override;
 
  protected:
-  int DoUnpackSingleImage(unsigned short* pOut, unsigned long ulPixels) override;
   /// Copy the rows of a region from the row where it starts; the caller has checked both ends.
   void DoCopyROIHDR(const unsigned char* pSource, unsigned int uiFrameWidth, unsigned int uiPreRefPixels,
                     unsigned char* pDestination, const frame_roi_t& roi);

@@ -17,7 +17,6 @@ class ORVACAM_API CFrameGSense6060 : public IFrame {
   /// source ends early or a plane is too small.
   int DoUnpack12(unsigned short* pLow, unsigned long ulLowSize, unsigned short* pHigh,
                  unsigned long ulHighSize);
-  orvacam::StreamLayout DoLayout() const;
   /// Copies a single 16-bit image, not at all when fewer than ulPixels are there. -1 for other pixel sizes.
   int DoUnpackSingle(unsigned short* pOut, unsigned long ulPixels);
 };

@@ -15,17 +15,13 @@ class CCustomMergeAlgo;
 class CFrameMetaData;
 class CLog;
 
-namespace orvacam {
-struct StreamLayout;
-}
-
 /// One raw frame of a camera: the base of the frame classes, one per sensor family. Does what is the same for
 /// all sensors (source data, buffers, the hand-over to the merge algorithm, statistics, processed metadata);
 /// the classes unpack their sensor's pixels.
 ///
 /// CFrameFactory makes the right class. Initialize it with the frame's metadata, its bytes and a merge
 /// algorithm, then call Merge or Unpack once. To support another sensor, derive from this class and override
-/// both; DoPrepare and DoMergePlanes are the steps that all classes share.
+/// both: AllocateUserMergeBuffers prepares the planes, MergeFrame merges them.
 ///
 /// What a header can make us allocate is bounded: a plane of more than 8 MiB is refused when it is more than
 /// 64 times as large as the source data. A camera sends at least 1.5 bytes for 2 bytes of plane, so that
@@ -112,45 +108,9 @@ class ORVACAM_API IFrame {
  protected:
   int DoInitialize(const CFrameMetaData& metaData, CCustomMergeAlgo* pMergeAlgo);
   void DoGetStats(const CFrameStatistics& statistics, image_plane_stats_t& stats);
-  int DoGetProcessedMetaData(unsigned char* pBuffer, unsigned int uiCapacity, bool bHigh, bool bMerged);
-  bool DoFrameSize(unsigned int& uiPixels) const;
 
-  /// The start of every Unpack: metadata and source are there, buffers are prepared, each plane has room for
-  /// uiImagePixels, the statistics are reset. 0, or -1.
-  int DoPrepare(unpacked_images_t* pImages);
-  /// The same, but clearing the caller's planes and making working planes is left to DoDecodePair or
-  /// DoReadyPlanes: what is written anyway need not be cleared.
-  int DoPrepareUncleared(unpacked_images_t* pImages);
-  int DoCheckPlanes(unsigned int uiImagePixels);
-  /// Clears the caller's planes from the given pixels on, and makes working planes where they are needed. 0,
-  /// or -1 without memory.
-  int DoReadyPlanes(unsigned long ulLowKept, unsigned long ulHighKept);
-  /// Pixels, from the low-gain plane's start on, that a single image of 12 or 16 bits writes; 0 where the
-  /// source or the plane is too short for all of them.
-  unsigned long DoSingleImagePixels(unsigned int uiBits) const;
-  /// Decodes a pair of row-interleaved planes after DoPrepareUncleared, and merges them on the way where
-  /// DoMerge allows it. 0; -1 when the source ends early, a plane is too small or there is no memory.
-  int DoDecodePair(const orvacam::StreamLayout& layout);
-  void DoResetStatistics();
-  /// Subtracts a bias frame where the merge algorithm has one.
-  void DoApplyBias(bool bHigh);
-  /// Computes the low-gain and the high-gain statistics where they are enabled.
-  void DoComputeStatistics();
-  /// The end of every Merge: merges where the caller has a merged plane of enough pixels and the frame is an
-  /// HDR pair.
-  void DoMergePlanes(const unpacked_images_t* pImages);
-  /// Unpack by way of the virtual operation, then merge. The Unpack status. In one pass, DoDecodePair merges
-  /// each row pair as it unpacks it: only for classes whose Unpack nobody has overridden, who might want to
-  /// see the planes in between.
-  int DoMerge(unpacked_images_t* pImages, bool bInOnePass = false);
   /// Whether the frame has memory of its own that just holds a source of this length.
   bool DoFitsSource(unsigned long ulLength) const;
-  /// The raw bytes behind the header; null and 0 when the source is not longer.
-  const unsigned char* DoPixelData(unsigned long& ulLength) const;
-  /// The same where the source may also be bare pixels: a header is skipped only where there is one.
-  const unsigned char* DoPixelDataOfAnySource(unsigned long& ulLength) const;
-  /// Copies a plane of 16-bit little-endian pixels; nothing when the source is shorter.
-  void DoCopyPlane16(unsigned short* pOut, unsigned long ulPixels) const;
 
   CFrameMetaData* m_pMetaData;  ///< an own copy; null before Initialize
   unsigned char* m_pSource;     ///< the raw frame, header included
@@ -173,25 +133,6 @@ class ORVACAM_API IFrame {
   CCustomMergeAlgo* m_pMergeAlgo;
   unpacked_images_t m_UserMergeBuffers;  ///< the caller's record, completed with working planes
   bool m_bSourceByteSwapped;             ///< a sensor that delivers the other byte order sets it
-
- private:
-  /// A buffer of the caller's that must be cleared where nothing is written.
-  struct uncleared_t {
-    unsigned char* pBytes;
-    unsigned long ulBytes;
-  };
-
-  int DoClaimPlanes(unpacked_images_t* pImages);
-  int DoClaimPlane(unsigned int uiSize, unsigned short** ppBuffer, unsigned long* pulCapacity,
-                   uncleared_t& uncleared);
-  void DoClearPlanes(unsigned long ulLowKept, unsigned long ulHighKept, unsigned long ulMergedKept);
-  int DoMakeWorkingPlanes();
-  bool DoMergeInOnePass(const orvacam::StreamLayout& layout, const unsigned char* pSource);
-
-  unsigned int m_uiMergeHeaderBytes;  ///< leading and trailing bytes of the merged plane
-  uncleared_t m_Uncleared[3];         ///< low, high, merged
-  bool m_bMergeOnTheWay;
-  bool m_bMerged;
 };
 
 #endif  // ORVACAM_FRAMES_IFRAME_H

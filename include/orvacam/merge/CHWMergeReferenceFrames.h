@@ -9,11 +9,6 @@
 #include <cstdio>
 #include <vector>
 
-namespace orvacam {
-class OnePassMerge;
-struct MergeTerms;
-}  // namespace orvacam
-
 /// The merge that the camera performs itself, in software. Each low-gain and high-gain pixel is corrected
 /// with an additive term (dark signal non-uniformity, DSNU) and a multiplicative term (photo response
 /// non-uniformity, PRNU), c = round(clamp(p + a, 0, max) x m), cut at 65535; then the corrected high-gain
@@ -152,22 +147,12 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
     PlaneCount
   };
 
-  void DoMergeInDoubles(const unsigned short* pLow, const unsigned short* pHigh, unsigned short* pMerged,
-                        unsigned long ulFirst, unsigned long ulCount) const;
   unsigned short DoTerm(PlaneIndex ePlane, unsigned long ulPosition) const;
   int DoSetPlane(PlaneIndex ePlane, const unsigned short* pValues, unsigned int uiCount);
   int DoMakePlane(PlaneIndex ePlane, double dStart, double dStep, unsigned int uiFracBits,
                   unsigned long ulPixels);
   int DoHandOut(ref_frames_t& ref) const;
   bool DoReadPlane(std::FILE* pFile, PlaneIndex ePlane, unsigned short* pHandedOut);
-  unsigned long DoTermsAvailable() const;
-  unsigned long DoPixelsAvailable() const;
-  bool DoFitsKernels() const;
-  void DoTakeTerms(orvacam::MergeTerms& terms) const;
-  unsigned int DoLeadingBytes(unsigned long ulNumPixels);
-  int DoFinishFrame(unsigned short* pMerged, unsigned long ulNumPixels);
-  void DoMerge(const unsigned short* pLow, const unsigned short* pHigh, unsigned char* pMerged,
-               unsigned long ulNumPixels, bool bStatistics);
 
   unsigned long m_uiWidth;
   unsigned long m_uiHeight;
@@ -182,9 +167,6 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   unsigned int m_uiMergeStartRowOffset;
   bool m_bIdentityFrames;
   bool m_bCallerFrames;
-
-  /// Merges a frame while it is unpacked, by this object's rule and terms.
-  friend class orvacam::OnePassMerge;
 };
 
 #endif  // ORVACAM_MERGE_CHWMERGEREFERENCEFRAMES_H
