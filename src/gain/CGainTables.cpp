@@ -16,7 +16,6 @@ using orvacam::GainField;
 using orvacam::SensorGains;
 
 // ---- Tables, as the sensors number their gains
-// ---------------------------------------------------------------
 
 /// Entries 0 to N - 1: value first + step x i, device index i.
 template <unsigned int N>
@@ -87,7 +86,6 @@ constexpr auto lumora533 = steps<7>(0, 6000);
 constexpr auto unity = steps<1>(1000, 0);
 
 // ---- Calibrated electrons per count, by device index
-// ---------------------------------------------------------
 
 constexpr electrons_per_count_t curve4040[] = {{25, 18.6916}, {49, 10.0}, {63, 8.0},
                                                {50, 1.0},     {52, 4.0},  {62, 0.8194}};
@@ -95,7 +93,6 @@ constexpr electrons_per_count_t curve6060Low[] = {{3, 12.5}, {21, 3.226}, {33, 2
 constexpr electrons_per_count_t curve6060High[] = {{3, 12.5}, {21, 3.226}, {33, 2.174}, {37, 2.494}};
 
 // ---- Sensors
-// -------------------------------------------------------------------------------------------------
 
 constexpr GainField fieldA = {7, 18, 0x1C0000};
 constexpr GainField fieldB = {7, 15, 0x38000};

@@ -43,7 +43,6 @@ constexpr const char* formatComment =
     "359; bibcode: 2001A&A...376..359H";
 
 // ---- The cards
-// -----------------------------------------------------------------------------------------------
 
 /// Where a card's value comes from.
 enum class Source : unsigned char {
@@ -247,7 +246,6 @@ class CardValues {
 };
 
 // ---- Pixels and files
-// ----------------------------------------------------------------------------------------
 
 /// Room of an odd size puts the pixels at odd addresses.
 void swapInPlace(unsigned char* bytes, std::size_t pixels) {
@@ -278,7 +276,6 @@ bool CFitsInterface::IsSupportIncluded() {
 }
 
 // ---- Header
-// --------------------------------------------------------------------------------------------------
 
 unsigned char* CFitsInterface::DoNextCard(unsigned char* pBuffer, unsigned int uiSize, const char* pKeyword) {
   if (pBuffer == nullptr || m_uiPosition > uiSize || uiSize - m_uiPosition < cardSize) return nullptr;
@@ -369,7 +366,6 @@ int CFitsInterface::DoWriteHeader(unsigned char* pBuffer, unsigned int uiSize, c
 }
 
 // ---- Images
-// --------------------------------------------------------------------------------------------------
 
 void CFitsInterface::ExtraBytes(unsigned long ulNumPixels, unsigned int uiBitsPerPixel,
                                 unsigned int& uiHeaderBytes, unsigned int& uiTrailerBytes) {
@@ -450,7 +446,6 @@ int CFitsInterface::CreateImageFile(const std::string& path, const unsigned shor
 }
 
 // ---- Reading back
-// --------------------------------------------------------------------------------------------
 
 int CFitsInterface::ParseMetaData(const unsigned char* pBuffer, unsigned int uiLength, CFrameMetaData& meta,
                                   bool& bEnd) {

@@ -124,7 +124,6 @@ CTiffMaker::~CTiffMaker() {
 }
 
 // ---- The list of tags
-// ----------------------------------------------------------------------------------------
 
 int CTiffMaker::InitTags(unsigned int uiMetaDataLength) {
   ClearTags();
@@ -229,7 +228,6 @@ int CTiffMaker::DoSetResolution(unsigned short usTag, unsigned int uiSize) {
 }
 
 // ---- Writing
-// -------------------------------------------------------------------------------------------------
 
 int CTiffMaker::Binarize(unsigned char* pBuffer, unsigned int uiSize, bool bBigEndian) const {
   if (pBuffer == nullptr || uiSize < tiffBlockSize) return -1;

@@ -120,7 +120,7 @@ void CFrameMetaData::ReInitialize(bool bAsDefaultFrame) {
   SetDimensions(size, size);
 }
 
-// ---- Values ----------------------------------------------------------------------------------------------
+// ---- Values
 
 int CFrameMetaData::GetValue(ORVA_META_KEYS eKey, meta_data_value_t& value) {
   if (eKey >= ORVA_META_KEY_COUNT) return -1;
@@ -190,7 +190,7 @@ bool CFrameMetaData::IsMerged() const {
   return !m_Values[ORVA_META_KEY_HDR_MODE].GetValueBool() && DoUint(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH) == 16;
 }
 
-// ---- Marking a header as processed -----------------------------------------------------------------------
+// ---- Marking a header as processed
 
 CMetaValues& CFrameMetaData::DoKeptByte(unsigned int uiByte) {
   switch (static_cast<Kept>(uiByte)) {

@@ -33,7 +33,7 @@ unsigned int binned(unsigned int size, unsigned int factor) {
 
 }  // namespace
 
-// ---- Device -----------------------------------------------------------------------------------------------
+// ---- Device
 
 int CFrameMetaData::GetDeviceType(unsigned int& uiType) const {
   return DoGetDeviceType(uiType);
@@ -63,7 +63,7 @@ double CFrameMetaData::GetHighGainValue() const {
   return DoGetGainValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, ORVA_META_KEY_HDR_GAIN);
 }
 
-// ---- Sizes. Sums and products are 32-bit and wrap, as documented ------------------------------------------
+// ---- Sizes. Sums and products are 32-bit and wrap, as documented
 
 int CFrameMetaData::GetImageDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const {
   int result = -1;
@@ -188,7 +188,7 @@ int CFrameMetaData::GetImageSizeBytes(unsigned int& uiBytes) const {
   return 0;
 }
 
-// ---- Temperatures, positions, times -----------------------------------------------------------------------
+// ---- Temperatures, positions, times
 
 double CFrameMetaData::DoGetConvertedTemperature(int iTenths) {
   return iTenths / 10.0;

@@ -32,7 +32,7 @@ unsigned char* takeBytes(unsigned char*& pPosition, unsigned int& uiRemaining, u
 
 }  // namespace
 
-// ---- Ways in ---------------------------------------------------------------------------------------------
+// ---- Ways in
 
 bool CFrameMetaData::IsRCDFrame(const unsigned char* pBuffer, unsigned int uiLength) {
   return pBuffer != nullptr && uiLength >= 4 && std::memcmp(pBuffer, "Meta", 4) == 0;
@@ -98,7 +98,7 @@ int CFrameMetaData::DoParse(unsigned char* pBuffer, unsigned int uiLength) {
   return result;
 }
 
-// ---- Fields ----------------------------------------------------------------------------------------------
+// ---- Fields
 
 int CFrameMetaData::DoParseFields(unsigned char* pPosition, unsigned int uiRemaining,
                                   unsigned int uiVersion) {
@@ -232,7 +232,7 @@ void CFrameMetaData::FixRefPixels() {
   fix(ORVA_META_KEY_POST_ROW_REF_PIXELS, known.post);
 }
 
-// ---- Field and byte readers ------------------------------------------------------------------------------
+// ---- Field and byte readers
 
 int CFrameMetaData::ParseUint(unsigned char*& pPosition, unsigned int& uiRemaining, CMetaValues& value,
                               unsigned int n) {

@@ -67,7 +67,6 @@ int deliver(std::string_view text, char* pText, unsigned int uiSize) {
 }  // namespace
 
 // ---- Values
-// --------------------------------------------------------------------------------------------------
 
 void CFrameMetaData::TimeMetaToString2(char* pText, unsigned int uiSize) const {
   if (pText == nullptr) return;
@@ -164,7 +163,6 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
 }
 
 // ---- Lines
-// ---------------------------------------------------------------------------------------------------
 
 std::string CFrameMetaData::DoRenderLines(unsigned int uiVersion, bool bPadding) {
   const bool longPadding = uiVersion > 2 && DoUint(ORVA_META_KEY_METADATA_VERSION) == 3;

@@ -166,7 +166,6 @@ void CLog::setNewFileHeader(const wchar_t* pText) {
 }
 
 // ---- Writing
-// -------------------------------------------------------------------------------------------------
 
 unsigned int CLog::put(const char* pText) {
   return static_cast<unsigned int>(std::fwrite(pText, 1, std::strlen(pText), m_pFile));
@@ -296,7 +295,6 @@ void CLog::writeLocked(const Character* pWord, const wchar_t* pExceptionMessage,
 }
 
 // ---- Entries
-// -------------------------------------------------------------------------------------------------
 
 void CLog::DoLog(CLOGLEVEL eLevel, const char* pFormat, va_list args) {
   if (m_eLogLevel == CLOGLEVEL_OFF || m_eLogLevel < eLevel) return;

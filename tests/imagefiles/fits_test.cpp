@@ -77,7 +77,6 @@ std::string written(unsigned int type, const Value* value, const char* comment,
 }
 
 // ---- Cards
-// -----------------------------------------------------------------------------------------------------
 
 TEST(FitsValueCard, OfEachTypeHasItsValueInColumn10) {
   const bool yes = true;
@@ -198,7 +197,6 @@ TEST(FitsCommentCards, StopWhereTheyDoNotFit) {
 }
 
 // ---- Header
-// ----------------------------------------------------------------------------------------------------
 
 TEST(FitsHeaderCards, AreWrittenInOrder) {
   SettableHeader meta = frameHeader(100, 50);
@@ -340,7 +338,6 @@ TEST(FitsHeaderCards, ReportOnlyTheFirstCard) {
 }
 
 // ---- Images in memory
-// ------------------------------------------------------------------------------------------
 
 TEST(FitsExtraBytes, FillUpToAWholeBlock) {
   const struct {
@@ -442,7 +439,6 @@ TEST(FitsImageCopyDeathTest, FailsWithoutMemory) {
 #endif
 
 // ---- Files
-// -----------------------------------------------------------------------------------------------------
 
 std::string bigEndian(const std::vector<unsigned short>& pixels, std::size_t count) {
   std::string bytes;
@@ -529,7 +525,6 @@ TEST(FitsFile, IsRefusedWhereTheSizeIsBeyondAllSensors) {
 }
 
 // ---- Log
-// -------------------------------------------------------------------------------------------------------
 
 /// Runs in a directory of its own with the log at a level, and yields what the log files there say.
 class LoggedRun {
@@ -611,7 +606,6 @@ TEST(FitsFileLog, IsLookedUpWhenItIsNeeded) {
 }
 
 // ---- Reading back
-// ----------------------------------------------------------------------------------------------
 
 TEST(FitsReading, RoundTripsTheHeader) {
   SettableHeader meta = frameHeader(100, 50);

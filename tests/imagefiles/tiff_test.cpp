@@ -70,7 +70,6 @@ Bytes binarized(const CTiffMaker& tiff, bool bigEndian) {
 }
 
 // ---- The list of tags
-// ------------------------------------------------------------------------------------------
 
 TEST(TiffTags, StartWithThoseOfEveryFile) {
   Tiff tiff;
@@ -165,7 +164,6 @@ TEST(TiffTags, SetToAValueLoseTheirData) {
 }
 
 // ---- Out-of-line data
-// ------------------------------------------------------------------------------------------
 
 TEST(TiffData, AdvancesTheCursorByItsLengthAndTheRestOfSixteen) {
   const struct {
@@ -274,7 +272,6 @@ TEST(TiffData, AtAnOffsetSetFromOutsideIsRefusedOutsideTheDataArea) {
 }
 
 // ---- The block
-// -------------------------------------------------------------------------------------------------
 
 TEST(TiffBlock, NeedsItsSize) {
   const Tiff tiff;
@@ -360,7 +357,6 @@ TEST(TiffPixelSize, FailsWhereAResolutionHasTooLittleData) {
 }
 
 // ---- Header of a frame
-// -----------------------------------------------------------------------------------------
 
 SettableHeader tiffFrame(unsigned int width, unsigned int height) {
   SettableHeader meta = frameHeader(width, height);
@@ -453,7 +449,6 @@ TEST(TiffHeader, CanBeWrittenAgainWithTheSameObject) {
 }
 
 // ---- Files
-// -----------------------------------------------------------------------------------------------------
 
 TEST(TiffFile, HoldsBlockMetadataAndPixelsAsInMemory) {
   for (const bool littleEndian : {false, true}) {

@@ -63,7 +63,6 @@ Stream streamOf(const std::string& content) {
 }
 
 // ---- Recognition
-// -----------------------------------------------------------------------------------------------
 
 TEST(FitsFrame, StartsWithSimpleWhateverTheCase) {
   for (const char* start : {"SIMPLE", "simple  = T", "SiMpLe="})
@@ -81,7 +80,6 @@ TEST(FitsFrame, IsRecognisedInEveryLocale) {
 }
 
 // ---- One card
-// --------------------------------------------------------------------------------------------------
 
 TEST(FitsCard, HasAKeywordAndAValue) {
   EXPECT_EQ(parse("EXPTIME = 1200 / Duration"), (Parsed{0, "EXPTIME", "1200"}));
@@ -149,7 +147,6 @@ TEST(FitsCard, OfMoreThanEightyBytesIsReadUpToTheEightieth) {
 }
 
 // ---- Keywords
-// --------------------------------------------------------------------------------------------------
 
 TEST(FitsKeywords, StandAtTheirMetadataKeys) {
   const char* const expected[] = {
@@ -220,7 +217,6 @@ TEST(FitsValues, DoNotFollowTheLocale) {
 }
 
 // ---- Headers
-// ---------------------------------------------------------------------------------------------------
 
 TEST(FitsHeader, IsReadUpToItsEnd) {
   CFrameMetaData meta;

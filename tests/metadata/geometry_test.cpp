@@ -60,7 +60,6 @@ unsigned int ask(const CFrameMetaData& header, CountQuery query, int status = 0)
 }
 
 // ---- Device
-// ----------------------------------------------------------------------------------------------------
 
 TEST(DeviceType, FollowsFromTheModelText) {
   for (const cameras::Camera& camera : cameras::all)
@@ -108,7 +107,6 @@ TEST(DeviceType, DoesNotReadBehindAModelOfFortyBytesWithoutAZero) {
 }
 
 // ---- Sizes
-// -----------------------------------------------------------------------------------------------------
 
 TEST(Dimensions, OfTheImageIncludeBothEnds) {
   SettableHeader header;
@@ -292,7 +290,6 @@ TEST(ImageSizeBytes, OfAnInvertedImageFailWithZero) {
 }
 
 // ---- Temperatures, positions, gains
-// ----------------------------------------------------------------------------
 
 TEST(Temperature, OfTheSensorIsInTenthsOfADegree) {
   SettableHeader header;
@@ -336,7 +333,6 @@ TEST(GainValues, AreOneWithoutATable) {
 }
 
 // ---- Texts
-// -----------------------------------------------------------------------------------------------------
 
 SettableHeader captured() {
   SettableHeader header;
@@ -395,7 +391,6 @@ TEST(Clock, IsCutToTheBuffer) {
 }
 
 // ---- Header as received
-// ----------------------------------------------------------------------------------------
 
 TEST(RawMetaData, CopiesAsManyBytesAsTheHeaderStates) {
   SettableHeader header;

@@ -20,7 +20,7 @@ std::string timeTextOf(const CFrameMetaData& header) {
   return text;
 }
 
-// ---- What is a frame --------------------------------------------------------------------------------------
+// ---- What is a frame
 
 TEST(FrameRecognition, NeedsTheFourLettersOfMeta) {
   const unsigned char meta[] = {'M', 'e', 't', 'a'};
@@ -72,7 +72,7 @@ TEST(HeaderMergedState, Is16BitsAndNoPair) {
   EXPECT_FALSE(header.IsMerged());
 }
 
-// ---- Fields -----------------------------------------------------------------------------------------------
+// ---- Fields
 
 TEST(HeaderFields, AllNumbersOfAllVersionsAreRead) {
   // Three patterns per field: the top bit set, clear, and nothing but the lowest bit.
@@ -181,7 +181,7 @@ TEST(HeaderSignMagnitude, Of80And05IsMinus5) {
   EXPECT_EQ(bytes[92], 0x05);
 }
 
-// ---- Flags ------------------------------------------------------------------------------------------------
+// ---- Flags
 
 struct FlagBit {
   unsigned int offset;
@@ -272,7 +272,7 @@ TEST(HeaderFlags, ReadQuadrantsAreFourBitsOfControlBlock2FromVersion3On) {
   EXPECT_EQ(header.number(73), 0);
 }
 
-// ---- Texts ------------------------------------------------------------------------------------------------
+// ---- Texts
 
 TEST(HeaderTexts, AreCopiedWithTheirZeros) {
   for (const unsigned int version : versions) {
@@ -312,7 +312,7 @@ TEST(HeaderTexts, InfoOfTheApplicationComesBeforeThatOfTheLibrary) {
   }
 }
 
-// ---- Times and positions ----------------------------------------------------------------------------------
+// ---- Times and positions
 
 TEST(HeaderVersion1, PacksTheCaptureDate) {
   // 2021-11-30: 21 in seven bits, 11 in four, 30 in five.
@@ -409,7 +409,7 @@ TEST(HeaderPosition, IsHemisphereDegreesAndMinutes) {
   }
 }
 
-// ---- Versions ---------------------------------------------------------------------------------------------
+// ---- Versions
 
 TEST(HeaderVersions, OtherThan1To3AreParsedAs4) {
   for (const unsigned int version : {0u, 4u, 5u, 7u, 0xFFFFu}) {
@@ -511,7 +511,7 @@ TEST(HeaderVersions1And2, LeaveTheReferencePixelsOfAFailedParse) {
   EXPECT_EQ(header.number(71), 7);
 }
 
-// ---- Failures ---------------------------------------------------------------------------------------------
+// ---- Failures
 
 TEST(TruncatedHeader, FailsAtEveryLength) {
   for (const unsigned int version : versions) {
@@ -658,7 +658,7 @@ TEST(HeaderVersion3, CarriesOnWithTheCommonBlockAfterAFailureBeforeIt) {
   EXPECT_EQ(cutModel.number(72), 0) << "a failure before offset 48 stops version 3 too";
 }
 
-// ---- The header as received -------------------------------------------------------------------------------
+// ---- The header as received
 
 TEST(RawHeaderStore, HoldsTheStatedLength) {
   OpenHeader header;
@@ -696,7 +696,7 @@ TEST(RawHeaderStore, IsFilledAfterTheParseSoItsSignBitsAreCleared) {
   EXPECT_EQ(header.m_RawHeader[107], 0x2C);
 }
 
-// ---- Files ------------------------------------------------------------------------------------------------
+// ---- Files
 
 class HeaderFile {
  public:
@@ -825,7 +825,7 @@ TEST(HeaderFromFile, OfANullStreamFails) {
   EXPECT_EQ(header.Parse(static_cast<std::FILE*>(nullptr)), -1);
 }
 
-// ---- Life cycle -------------------------------------------------------------------------------------------
+// ---- Life cycle
 
 void expectEmptyHeader(const OpenHeader& header, double blackLevelHigh) {
   for (int key = 0; key < 100; ++key) {
@@ -896,7 +896,7 @@ TEST(HeaderLifeCycle, ReInitializeAsDefaultFrameDescribesASyntheticOne) {
   EXPECT_TRUE(header.IsValid());
 }
 
-// ---- Field and byte readers -------------------------------------------------------------------------------
+// ---- Field and byte readers
 
 using FieldReader = int (*)(unsigned char*&, unsigned int&, CMetaValues&, unsigned int);
 

@@ -33,7 +33,7 @@ std::string padded(const std::string& text, std::size_t width) {
   return text + std::string(width - text.size(), '\0');
 }
 
-// ---- The layout -------------------------------------------------------------------------------------------
+// ---- The layout
 
 TEST(WrittenHeader, NeedsABufferOf384Bytes) {
   CFrameMetaData header;
@@ -263,7 +263,7 @@ TEST(WrittenHeader, ReadsBackAsItWas) {
   }
 }
 
-// ---- The block behind the header --------------------------------------------------------------------------
+// ---- The block behind the header
 
 TEST(WrittenHeaderWithBlock, CarriesTheGivenBlock) {
   OpenHeader header;
@@ -358,7 +358,7 @@ TEST(WrittenHeaderVersion, CanBe3Or4) {
   }
 }
 
-// ---- Marking as processed ---------------------------------------------------------------------------------
+// ---- Marking as processed
 
 TEST(HeaderMarks, KeepFlagAndByteInAgreement) {
   using Setter = void (CFrameMetaData::*)(bool);
@@ -447,7 +447,7 @@ TEST(HeaderMarks, DimensionsAreSizeAndInclusiveRegion) {
   EXPECT_EQ(header.number(52), 3);
 }
 
-// ---- Values from text -------------------------------------------------------------------------------------
+// ---- Values from text
 
 TEST(ValuesFromText, AreTextsForTheFourTextKeys) {
   OpenHeader header;
@@ -527,7 +527,7 @@ TEST(WrittenHeader, TakesNumbersThatCameAsText) {
   EXPECT_EQ(wordAt(bytes, 106, 2), 0x8000u);
 }
 
-// ---- Byte writers -----------------------------------------------------------------------------------------
+// ---- Byte writers
 
 TEST(ByteWriters, StoreTheLowBytesBigEndian) {
   for (unsigned int n = 0; n <= 9; ++n) {

@@ -68,7 +68,7 @@ constexpr int intMin = std::numeric_limits<int>::min();
 constexpr int intMax = std::numeric_limits<int>::max();
 constexpr long longMin = std::numeric_limits<long>::min();
 
-// ---- Numbers ----------------------------------------------------------------------------------------------
+// ---- Numbers
 
 TEST(MetaValue, IsTheNumberZeroAfterConstruction) {
   const OpenValue value;
@@ -202,7 +202,7 @@ TEST(MetaValue, ValuePointerIsTheNumbersAddress) {
   EXPECT_EQ(value.GetValueInt(), 7);
 }
 
-// ---- Texts ------------------------------------------------------------------------------------------------
+// ---- Texts
 
 TEST(MetaValueText, IsACopyFollowedByAZeroByte) {
   char source[] = {'a', '\0', 'b'};
@@ -285,7 +285,7 @@ TEST(MetaValueText, StaysInMemoryUnderANumber) {
   EXPECT_STREQ(reinterpret_cast<const char*>(value.m_pBytes), "kept");
 }
 
-// ---- Copies -----------------------------------------------------------------------------------------------
+// ---- Copies
 
 TEST(MetaValueCopy, HasItsOwnBytes) {
   CMetaValues original = ofText("original");
@@ -326,7 +326,7 @@ TEST(MetaValueCopy, OntoItselfChangesNothing) {
   EXPECT_EQ(textOf(value), "itself");
 }
 
-// ---- Comparisons ------------------------------------------------------------------------------------------
+// ---- Comparisons
 
 TEST(MetaValueEquality, OfBytesNeedsTheSameLengthAndContent) {
   const CMetaValues value = ofText("abc");
@@ -393,7 +393,7 @@ TEST(MetaValueEquality, NeverHoldsForFlagsAndTexts) {
   }
 }
 
-// ---- The other-type block ---------------------------------------------------------------------------------
+// ---- The other-type block
 
 std::string blockOf(const CFrameOtherMetaData& block) {
   return std::string(block.GetData(), block.GetData() + block.GetBinarizeSize());
@@ -455,7 +455,7 @@ TEST(OtherMetaData, CopiesAreDeep) {
   EXPECT_EQ(assigned.GetBinarizeSize(), 0u);
 }
 
-// ---- Values of a header -----------------------------------------------------------------------------------
+// ---- Values of a header
 
 TEST(HeaderValues, HandOutNumbersAsDoubles) {
   CFrameMetaData header;

@@ -404,7 +404,6 @@ std::string lineOf(CFrameMetaData& header, const std::string& label) {
 }
 
 // ---- The texts, to the letter
-// ----------------------------------------------------------------------------------
 
 TEST(MetaDataText, OfVersion1) {
   SettableHeader header = sampleHeader(1);
@@ -455,7 +454,6 @@ TEST(MetaDataText, OfADefaultHeaderIsRendered) {
 }
 
 // ---- Single lines
-// ----------------------------------------------------------------------------------------------
 
 TEST(MetaDataTextLine, OfEachFlagShowsItsOwnKey) {
   const std::map<std::string, int> common = {{"DeadPixelCorrection", 21},
@@ -578,7 +576,6 @@ TEST(MetaDataTextLine, OfThePaddingPrintsEveryByteWhole) {
 }
 
 // ---- Buffers
-// ---------------------------------------------------------------------------------------------------
 
 TEST(MetaDataTextBuffer, OfNullFails) {
   for (unsigned int version = 1; version <= 4; ++version) {
@@ -632,7 +629,6 @@ TEST(MetaDataTextBuffer, IsClearedBehindTheText) {
 }
 
 // ---- Wide form
-// -------------------------------------------------------------------------------------------------
 
 TEST(MetaDataTextWide, HoldsTheSameText) {
   SettableHeader header = sampleHeader(4);
@@ -681,7 +677,6 @@ TEST(MetaDataTextWide, IsLimitedByTheWorkBuffer) {
 }
 
 // ---- Capture time
-// ----------------------------------------------------------------------------------------------
 
 TEST(TimeText, IsThirtyBytesWithItsZero) {
   const SettableHeader header = sampleHeader(3);

@@ -42,7 +42,6 @@ class ORVACAM_API CFitsInterface {
   static bool IsSupportIncluded();
 
   // ---- Writing
-  // -----------------------------------------------------------------------------------------------
 
   /// Room for a header before, and the fill up to a whole block of 2880 bytes after, pixels in memory.
   static void ExtraBytes(unsigned long ulNumPixels, unsigned int uiBitsPerPixel, unsigned int& uiHeaderBytes,
@@ -78,7 +77,6 @@ class ORVACAM_API CFitsInterface {
   int RecWriteNextKey(unsigned char* pBuffer, unsigned int uiSize, const char* pText);
 
   // ---- Reading
-  // -----------------------------------------------------------------------------------------------
 
   /// Reads header cards into the metadata until "END" (bEnd is then true), a card that does not parse, or the
   /// last whole card. The result of the last card; -1 when there is none.

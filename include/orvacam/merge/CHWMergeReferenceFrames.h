@@ -36,7 +36,6 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   ~CHWMergeReferenceFrames() override;
 
   // ---- Reference frames
-  // --------------------------------------------------------------------------------------
 
   /// Make frames of uiWidth x uiHeight terms that have one value each, or a ramp that grows by a step per
   /// pixel and starts over at the end of the fixed-point range. With pRef, the planes are also handed out in
@@ -93,7 +92,6 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
                                 unsigned int uiFracBits);
 
   // ---- Merge
-  // -------------------------------------------------------------------------------------------------
 
   /// Merges the planes of a received frame. -1 for null and without memory for the header. Reference frames
   /// that are smaller than the image from the start row on are logged, nothing is merged, and the status is

@@ -39,7 +39,7 @@ class ORVACAM_API CFrameMetaData {
   /// synthetic frame: 4096 x 4096 pixels of 16 bits of a "VESTRA VS4040", version 3.
   void ReInitialize(bool bAsDefaultFrame);
 
-  // ---- Parsing -------------------------------------------------------------------------------------------
+  // ---- Parsing
 
   /// Parses a raw frame's header, or a FITS header, that starts the buffer. uiLength bytes are given and
   /// nothing beyond is read; a version 4 header's other-type block is found in them. The sign bits of the
@@ -61,7 +61,7 @@ class ORVACAM_API CFrameMetaData {
   /// parse that succeeds ends with it; nothing for other versions and other sensors.
   void FixRefPixels();
 
-  // ---- Values --------------------------------------------------------------------------------------------
+  // ---- Values
 
   /// Reads one value and sets the cursor of GetValueNext behind its key; the key number, or -1 for a key
   /// above 99.
@@ -80,7 +80,7 @@ class ORVACAM_API CFrameMetaData {
   /// (which also sets the capture time), a number for every other key. Keys above 99 are ignored.
   void SetValue(ORVA_META_KEYS eKey, const std::string& text);
 
-  // ---- Geometry ------------------------------------------------------------------------------------------
+  // ---- Geometry
 
   /// The device type (ORVADEVICETYPE) of the camera model; -1, with the type left alone, for an unknown
   /// model.
@@ -119,7 +119,7 @@ class ORVACAM_API CFrameMetaData {
   /// uiSize or than the 1024 bytes that are kept.
   int GetRawMetaData(unsigned char* pBuffer, unsigned int uiSize) const;
 
-  // ---- Writing -------------------------------------------------------------------------------------------
+  // ---- Writing
 
   /// Writes a header of version 4, 384 bytes, whatever was parsed; the rest of the uiSize bytes becomes zero.
   /// 384, or -1 for null or less than 384 bytes.
@@ -159,7 +159,7 @@ class ORVACAM_API CFrameMetaData {
   static void Uint32ToBuf(unsigned int uiValue, unsigned char* pBuffer, unsigned int n);
   static void Uint64ToBuf(unsigned long ulValue, unsigned char* pBuffer, unsigned int n);
 
-  // ---- Text ----------------------------------------------------------------------------------------------
+  // ---- Text
 
   /// The header as text, a line per field, cut at uiSize - 1 characters; the buffer is cleared first. Like
   /// snprintf, the length of the whole text; -1 for null. Numbers do not follow the program's locale.
@@ -169,7 +169,7 @@ class ORVACAM_API CFrameMetaData {
   /// "YYYY/MM/DD hh:mm:ss.nnnnnnnnn", after "ERROR: " when the capture time did not parse.
   void TimeMetaToString2(char* pText, unsigned int uiSize) const;
 
-  // ---- Byte readers --------------------------------------------------------------------------------------
+  // ---- Byte readers
 
   /// Big-endian integers of n bytes (at most 4 or 8); 0 for null or n = 0. The signed ones extend the sign.
   static unsigned int BufToUint32(const unsigned char* pBuffer, unsigned int n);

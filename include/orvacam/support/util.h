@@ -16,7 +16,6 @@
 #include <string>
 
 // ---- Time
-// ----------------------------------------------------------------------------------------------------
 
 /// Sleeps; the status of usleep.
 ORVACAM_API int utilSleep(unsigned int uiMilliseconds);
@@ -43,7 +42,6 @@ ORVACAM_API int utilParseTimeString(char* pText, unsigned int uiLength, unsigned
                                     unsigned int& uiMonth, unsigned int& uiDay, double& dSeconds);
 
 // ---- Bits, byte order and digits
-// -----------------------------------------------------------------------------
 
 /// Index (0 to 31) of the lowest set bit, 0xFFFFFFFF for 0.
 ORVACAM_API unsigned int utilBitPos(unsigned int uiValue);
@@ -70,7 +68,6 @@ ORVACAM_API int utilParseAsciiDecToNum(unsigned char*& pCursor, unsigned int uiC
 ORVACAM_API int utilParseAsciiHexToNum(unsigned char*& pCursor, unsigned int uiCount, unsigned int& uiValue);
 
 // ---- Wide and narrow text
-// ------------------------------------------------------------------------------------
 
 /// At most 1023 characters in a static buffer, which stays the library's; empty for null.
 ORVACAM_API wchar_t* utilCharToWideStrStatic(const char* pText);
@@ -81,7 +78,6 @@ ORVACAM_API char* utilWideToMbsStatic(const wchar_t* pText);
 ORVACAM_API void utilW2S(const std::wstring& wide, std::string& narrow);
 
 // ---- Files and directories
-// -----------------------------------------------------------------------------------
 
 /// fopen with wide names: at most 4095 bytes of name and 31 of mode. Null for a null argument or a failing
 /// fopen. The caller closes the stream.
