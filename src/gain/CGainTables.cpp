@@ -94,6 +94,7 @@ constexpr electrons_per_count_t curve6060High[] = {{3, 12.5}, {21, 3.226}, {33, 
 
 // ---- Sensors
 
+constexpr GainField noField = {0, 0, 0};
 constexpr GainField fieldA = {7, 18, 0x1C0000};
 constexpr GainField fieldB = {7, 15, 0x38000};
 constexpr GainField fieldC = {3, 14, 0xFC000};
@@ -103,59 +104,50 @@ constexpr ChannelGains plain(const gain_value_t* table, GainField field) {
   return {table, field, nullptr, 0, nullptr, 0};
 }
 
+constexpr ChannelGains fixed(const gain_value_t* table, GainField field, const double* electrons) {
+  return {table, field, electrons, 0, nullptr, 0};
+}
+
 template <unsigned int N>
 constexpr ChannelGains curved(const gain_value_t* table, GainField field, double electrons,
                               const electrons_per_count_t (&curve)[N]) {
   return {table, field, nullptr, electrons, curve, N};
 }
 
-/// A sensor whose channels are alike, with one gain field.
-constexpr SensorGains single(const gain_value_t* table, unsigned int entries, Dne dne, double ratio,
-                             GainField field) {
-  return {entries, dne, ratio, true, {plain(table, field), plain(table, field)}};
+constexpr SensorGains sensor(unsigned int entries, Dne dne, double ratio, ChannelGains low,
+                             ChannelGains high) {
+  return {entries, dne, ratio, {low, high}};
 }
 
-constexpr SensorGains sensor400 = {8,
-                                   Dne::Fixed,
-                                   40.0,
-                                   true,
-                                   {{gsense400.data(), fieldA, gsense400Low, 0, nullptr, 0},
-                                    {gsense400.data(), fieldB, gsense400High, 0, nullptr, 0}}};
-constexpr SensorGains sensor2020Bsi = {26,
-                                       Dne::FromGains,
-                                       40.0,
-                                       true,
-                                       {curved(gsense2020Bsi.data(), fieldC, 18.6916, curve4040),
-                                        curved(gsense2020Bsi.data(), fieldD, 0.8194, curve4040)}};
-constexpr SensorGains sensor2020Fsi = {64,
-                                       Dne::FromGains,
-                                       40.0,
-                                       true,
-                                       {curved(gsense2020FsiLow.data(), fieldC, 18.6916, curve4040),
-                                        curved(gsense2020FsiHigh.data(), fieldD, 0.8194, curve4040)}};
-constexpr SensorGains sensor4040 = {58,
-                                    Dne::FromGains,
-                                    40.0,
-                                    true,
-                                    {curved(gsense4040.data(), fieldC, 18.6916, curve4040),
-                                     curved(gsense4040.data(), fieldD, 0.8194, curve4040)}};
-constexpr SensorGains sensor6060 = {58,
-                                    Dne::FromGains,
-                                    14.32,
-                                    true,
-                                    {curved(gsense6060.data(), fieldC, 12.5, curve6060Low),
-                                     curved(gsense6060.data(), fieldD, 2.494, curve6060High)}};
-constexpr SensorGains sensorImx183 = single(imx183.data(), 4, Dne::None, 1.0, {17, 24, 0x3000000});
+/// A sensor whose channels are alike.
+constexpr SensorGains sensor(unsigned int entries, Dne dne, double ratio, ChannelGains both) {
+  return sensor(entries, dne, ratio, both, both);
+}
+
+constexpr SensorGains sensor400 = sensor(8, Dne::Fixed, 40.0, fixed(gsense400.data(), fieldA, gsense400Low),
+                                         fixed(gsense400.data(), fieldB, gsense400High));
+constexpr SensorGains sensor2020Bsi =
+    sensor(26, Dne::FromGains, 40.0, curved(gsense2020Bsi.data(), fieldC, 18.6916, curve4040),
+           curved(gsense2020Bsi.data(), fieldD, 0.8194, curve4040));
+constexpr SensorGains sensor2020Fsi =
+    sensor(64, Dne::FromGains, 40.0, curved(gsense2020FsiLow.data(), fieldC, 18.6916, curve4040),
+           curved(gsense2020FsiHigh.data(), fieldD, 0.8194, curve4040));
+constexpr SensorGains sensor4040 =
+    sensor(58, Dne::FromGains, 40.0, curved(gsense4040.data(), fieldC, 18.6916, curve4040),
+           curved(gsense4040.data(), fieldD, 0.8194, curve4040));
+constexpr SensorGains sensor6060 =
+    sensor(58, Dne::FromGains, 14.32, curved(gsense6060.data(), fieldC, 12.5, curve6060Low),
+           curved(gsense6060.data(), fieldD, 2.494, curve6060High));
+constexpr SensorGains sensorImx183 = sensor(4, Dne::None, 1.0, plain(imx183.data(), {17, 24, 0x3000000}));
 constexpr SensorGains sensorLumora420 =
-    single(lumora420.data(), 481, Dne::FromGains, 40.0, {20, 0, 0xFFFFFFFF});
+    sensor(481, Dne::FromGains, 40.0, plain(lumora420.data(), {20, 0, 0xFFFFFFFF}));
 constexpr SensorGains sensorLumora533 =
-    single(lumora533.data(), 7, Dne::FromGains, 40.0, {62, 0, 0xFFFFFFFF});
+    sensor(7, Dne::FromGains, 40.0, plain(lumora533.data(), {62, 0, 0xFFFFFFFF}));
 constexpr SensorGains sensorLumora571 =
-    single(lumora533.data(), 7, Dne::FromGains, 40.0, {64, 0, 0xFFFFFFFF});
-constexpr SensorGains sensorLsgen = {
-    1, Dne::None, 1.0, false, {plain(unity.data(), {}), plain(unity.data(), {})}};
-constexpr SensorGains sensorGeneric = {
-    1, Dne::None, 1.0, true, {plain(unity.data(), fieldA), plain(unity.data(), fieldB)}};
+    sensor(7, Dne::FromGains, 40.0, plain(lumora533.data(), {64, 0, 0xFFFFFFFF}));
+constexpr SensorGains sensorLsgen = sensor(1, Dne::None, 1.0, plain(unity.data(), noField));
+constexpr SensorGains sensorGeneric =
+    sensor(1, Dne::None, 1.0, plain(unity.data(), fieldA), plain(unity.data(), fieldB));
 
 /// The tables that the objects of a class share. One set per thread, so that cameras in different threads do
 /// not disturb each other; an object keeps its set alive wherever it goes.
@@ -191,8 +183,8 @@ CGainTablesSensor::~CGainTablesSensor() = default;
 int CGainTablesSensor::GetGainRegs(ORVAGAINTABLE eTable, unsigned int* pReg, unsigned int* pShift,
                                    unsigned int* pMask) {
   if (eTable > ORVA_GAIN_TABLE_HIGH_CHANNEL) return -1;
-  if (!m_Gains.hasGainField) return 0;
   const GainField& field = m_Gains.channels[eTable].field;
+  if (field.mask == 0) return 0;
   if (pReg != nullptr) *pReg = field.reg;
   if (pShift != nullptr) *pShift = field.shift;
   if (pMask != nullptr) *pMask = field.mask;

@@ -5,23 +5,16 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
-#include <limits>
 #include <new>
+
+#include "support/CheckedMath.h"
 
 namespace {
 
+using orvacam::truncated;
+
 // Line offsets that are made from a gain ratio, at the three default temperatures.
 constexpr double generatedOffsetScale[3] = {120.0, 125.0, 130.0};
-
-/// Toward zero, cut to the target's range; 0 for what is not a number.
-template <typename Integer>
-Integer truncate(double value) {
-  using Limits = std::numeric_limits<Integer>;
-  if (std::isnan(value)) return 0;
-  if (value <= static_cast<double>(Limits::min())) return Limits::min();
-  if (value >= static_cast<double>(Limits::max())) return Limits::max();
-  return static_cast<Integer>(value);
-}
 
 /// What a calibrated record gives to a pair; never its mapping threshold.
 void takeRecord(merge_line_offsets_t& target, const merge_line_offsets_t& record) {
@@ -36,7 +29,7 @@ merge_line_offsets_t generatedRecord(double gainRatio) {
   merge_line_offsets_t record;
   record.dGainRatio = gainRatio;
   for (int i = 0; i < 3; ++i)
-    record.iLineOffset[i] = truncate<int>(gainRatio * generatedOffsetScale[i]);
+    record.iLineOffset[i] = truncated<int>(gainRatio * generatedOffsetScale[i]);
   return record;
 }
 
@@ -55,7 +48,7 @@ unsigned int recordsToSearch(const CCameraNVMergeSettings& nv) {
 /// A point on the line through two points.
 int lineOffset(double temperature, double t0, int o0, double t1, int o1) {
   const double slope = (static_cast<double>(o1) - o0) / (t1 - t0);
-  return truncate<int>(std::fma(temperature - t0, slope, o0));
+  return truncated<int>(std::fma(temperature - t0, slope, o0));
 }
 
 }  // namespace
@@ -166,7 +159,7 @@ bool CMergeSettings::GenerateMergeLine(unsigned int uiBits, unsigned int uiLow, 
   CalculateMergeParams(uiLow, uiHigh, dTemperature, ratio, offset, threshold);
   const double adu = GetADUValue(uiHigh);
   const auto mapped = [adu](unsigned int row) {
-    return static_cast<unsigned short>(truncate<unsigned int>(row * adu));
+    return static_cast<unsigned short>(truncated<unsigned int>(row * adu));
   };
   for (unsigned int row = 1; row <= threshold && row < size; ++row)
     line.values[row] = mapped(row);
@@ -175,8 +168,8 @@ bool CMergeSettings::GenerateMergeLine(unsigned int uiBits, unsigned int uiLow, 
   line.uiMergeRow = threshold == 0 ? std::min(1u, size) : threshold < size ? threshold + 1 : size;
   if (line.uiMergeRow >= size) return true;
   for (unsigned int column = 0; column < size; ++column) {
-    const auto distance = truncate<unsigned int>(std::fabs(column * ratio - offset));
-    const int value = truncate<int>(distance * adu);
+    const auto distance = truncated<unsigned int>(std::fabs(column * ratio - offset));
+    const int value = truncated<int>(distance * adu);
     line.values[size + column] = static_cast<unsigned short>(std::min(std::max<int>(value, last), 65535));
   }
   return true;

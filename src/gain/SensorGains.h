@@ -7,7 +7,7 @@
 
 namespace orvacam {
 
-/// Where a channel's gain field sits.
+/// Where a channel's gain field sits; a mask of 0 for none.
 struct GainField {
   unsigned int reg;
   unsigned int shift;
@@ -35,7 +35,6 @@ struct SensorGains {
   unsigned int entries;
   Dne dne;
   double defaultRatio;
-  bool hasGainField;
   ChannelGains channels[2];
 };
 

@@ -1,20 +1,20 @@
 #include <orvacam/metadata/CMetaValues.h>
 
 #include <cstring>
-#include <limits>
+
+#include "support/CheckedMath.h"
 
 namespace {
 
+using orvacam::truncated;
+
 constexpr unsigned int noLength = 0xFFFFFFFFu;
 
-/// Truncated toward zero, cut to the target's range; 0 for what is not a number.
-template <typename Integer>
-Integer saturate(double value) {
-  using Limits = std::numeric_limits<Integer>;
-  if (!(value > static_cast<double>(Limits::min()))) return value != value ? Integer(0) : Limits::min();
-  // The largest 64-bit integer becomes 2^64 or 2^63 as a double, which is already beyond the range.
-  if (value >= static_cast<double>(Limits::max())) return Limits::max();
-  return static_cast<Integer>(value);
+constexpr bool isInteger(unsigned int kind) {
+  return kind <= CMetaValues::Int64;
+}
+constexpr bool isSigned(unsigned int kind) {
+  return kind == CMetaValues::Int32 || kind == CMetaValues::Int64;
 }
 
 }  // namespace
@@ -87,25 +87,12 @@ void CMetaValues::SetValueStr(const char* pText) {
 }
 
 int CMetaValues::GetValueInt() const {
-  if (m_uiKind == Double) return saturate<int>(m_Value.real);
-  return static_cast<int>(GetValueUint());
+  return m_uiKind == Double ? truncated<int>(m_Value.real) : static_cast<int>(GetValueUint64());
 }
 
 unsigned int CMetaValues::GetValueUint() const {
-  switch (m_uiKind) {
-    case Uint32:
-    case Int32:
-      return m_Value.uint32;
-    case Uint64:
-    case Int64:
-      return static_cast<unsigned int>(m_Value.uint64);
-    case Double:
-      return saturate<unsigned int>(m_Value.real);
-    case Bool:
-      return m_Value.flag ? 1 : 0;
-    default:
-      return 0;
-  }
+  return m_uiKind == Double ? truncated<unsigned int>(m_Value.real)
+                            : static_cast<unsigned int>(GetValueUint64());
 }
 
 unsigned long CMetaValues::GetValueUint64() const {
@@ -118,7 +105,7 @@ unsigned long CMetaValues::GetValueUint64() const {
     case Int64:
       return m_Value.uint64;
     case Double:
-      return saturate<unsigned long>(m_Value.real);
+      return truncated<unsigned long>(m_Value.real);
     case Bool:
       return m_Value.flag ? 1 : 0;
     default:
@@ -127,22 +114,9 @@ unsigned long CMetaValues::GetValueUint64() const {
 }
 
 double CMetaValues::GetValueDouble() const {
-  switch (m_uiKind) {
-    case Uint32:
-      return m_Value.uint32;
-    case Int32:
-      return m_Value.int32;
-    case Uint64:
-      return static_cast<double>(m_Value.uint64);
-    case Int64:
-      return static_cast<double>(m_Value.int64);
-    case Double:
-      return m_Value.real;
-    case Bool:
-      return m_Value.flag ? 1.0 : 0.0;
-    default:
-      return 0.0;
-  }
+  if (m_uiKind == Double) return m_Value.real;
+  const unsigned long bits = GetValueUint64();
+  return isSigned(m_uiKind) ? static_cast<double>(static_cast<long>(bits)) : static_cast<double>(bits);
 }
 
 bool CMetaValues::GetValueBool() const {
@@ -183,20 +157,10 @@ bool CMetaValues::IsEqual(unsigned int uiValue) const {
 }
 
 bool CMetaValues::IsEqual(unsigned long ulValue) const {
-  switch (m_uiKind) {
-    case Uint32:
-      return m_Value.uint32 == ulValue;
-    case Uint64:
-      return m_Value.uint64 == ulValue;
-    case Int32:
-      return m_Value.int32 >= 0 && static_cast<unsigned long>(m_Value.int32) == ulValue;
-    case Int64:
-      return m_Value.int64 >= 0 && static_cast<unsigned long>(m_Value.int64) == ulValue;
-    case Double:
-      return m_Value.real == static_cast<double>(ulValue);
-    default:
-      return false;
-  }
+  if (m_uiKind == Double) return m_Value.real == static_cast<double>(ulValue);
+  const unsigned long bits = GetValueUint64();
+  const bool negative = isSigned(m_uiKind) && static_cast<long>(bits) < 0;
+  return isInteger(m_uiKind) && !negative && bits == ulValue;
 }
 
 bool CMetaValues::IsEqual(int iValue) const {
@@ -204,30 +168,13 @@ bool CMetaValues::IsEqual(int iValue) const {
 }
 
 bool CMetaValues::IsEqual(long lValue) const {
-  switch (m_uiKind) {
-    case Uint32:
-    case Int32:
-    case Uint64:
-    case Int64:
-      return GetValueUint64() == static_cast<unsigned long>(lValue);
-    case Double:
-      return m_Value.real == static_cast<double>(lValue);
-    default:
-      return false;
-  }
+  if (m_uiKind == Double) return m_Value.real == static_cast<double>(lValue);
+  return isInteger(m_uiKind) && GetValueUint64() == static_cast<unsigned long>(lValue);
 }
 
 bool CMetaValues::IsEqual(double dValue) const {
-  switch (m_uiKind) {
-    case Int32:
-    case Int64:
-      // Intended: a negative integer never equals a double.
-      return static_cast<long>(GetValueUint64()) >= 0 && GetValueDouble() == dValue;
-    case Uint32:
-    case Uint64:
-    case Double:
-      return GetValueDouble() == dValue;
-    default:
-      return false;
-  }
+  if (m_uiKind == Double) return m_Value.real == dValue;
+  // Intended: a negative integer never equals a double.
+  const bool negative = isSigned(m_uiKind) && static_cast<long>(GetValueUint64()) < 0;
+  return isInteger(m_uiKind) && !negative && GetValueDouble() == dValue;
 }

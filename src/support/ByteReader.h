@@ -27,12 +27,6 @@ class ByteReader {
     return true;
   }
 
-  bool seek(std::size_t position) {
-    if (position > m_size) return false;
-    m_position = position;
-    return true;
-  }
-
   /// Hands out the next `count` bytes in place and moves behind them.
   bool take(std::size_t count, const unsigned char*& bytes) {
     if (count > remaining()) return false;
