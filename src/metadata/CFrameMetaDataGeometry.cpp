@@ -5,7 +5,6 @@
 #include <orvacam/types/device_types.h>
 #include <orvacam/types/gain_types.h>
 
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -29,6 +28,16 @@ std::string_view textOf(const CMetaValues& value) {
 
 unsigned int binned(unsigned int size, unsigned int factor) {
   return factor > 1 ? ceilDivide(size, factor) : size;
+}
+
+/// Width x height of a size, written also after a failure only where `always` says so.
+int pixelsOf(const CFrameMetaData& header, int (CFrameMetaData::*size)(unsigned int&, unsigned int&) const,
+             bool always, unsigned int& pixels) {
+  unsigned int width = 0;
+  unsigned int height = 0;
+  const int result = (header.*size)(width, height);
+  if (result == 0 || always) pixels = width * height;
+  return result;
 }
 
 }  // namespace
@@ -103,35 +112,19 @@ int CFrameMetaData::GetFrameDimensionsBinned(unsigned int& uiWidth, unsigned int
 }
 
 int CFrameMetaData::GetImageSizePixels(unsigned int& uiPixels) const {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  const int result = GetImageDimensions(width, height);
-  if (result == 0) uiPixels = width * height;
-  return result;
+  return pixelsOf(*this, &CFrameMetaData::GetImageDimensions, false, uiPixels);
 }
 
 int CFrameMetaData::GetFrameSizePixels(unsigned int& uiPixels) const {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  const int result = GetFrameDimensions(width, height);
-  if (result == 0) uiPixels = width * height;
-  return result;
+  return pixelsOf(*this, &CFrameMetaData::GetFrameDimensions, false, uiPixels);
 }
 
 int CFrameMetaData::GetImageSizePixelsBinned(unsigned int& uiPixels) const {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  const int result = GetImageDimensionsBinned(width, height);
-  uiPixels = width * height;
-  return result;
+  return pixelsOf(*this, &CFrameMetaData::GetImageDimensionsBinned, true, uiPixels);
 }
 
 int CFrameMetaData::GetFrameSizePixelsBinned(unsigned int& uiPixels) const {
-  unsigned int width = 0;
-  unsigned int height = 0;
-  const int result = GetFrameDimensionsBinned(width, height);
-  uiPixels = width * height;
-  return result;
+  return pixelsOf(*this, &CFrameMetaData::GetFrameDimensionsBinned, true, uiPixels);
 }
 
 int CFrameMetaData::GetRefPixelsBinned(unsigned int& uiPre, unsigned int& uiPost) const {
@@ -188,7 +181,7 @@ int CFrameMetaData::GetImageSizeBytes(unsigned int& uiBytes) const {
   return 0;
 }
 
-// ---- Temperatures, positions, times
+// ---- Temperatures, positions
 
 double CFrameMetaData::DoGetConvertedTemperature(int iTenths) {
   return iTenths / 10.0;
@@ -209,25 +202,6 @@ double CFrameMetaData::GetGPSLatitude() const {
 }
 double CFrameMetaData::GetGPSLongitude() const {
   return DoGetGPSLocation(DoUint(ORVA_META_KEY_GPS_LONGITUDE_RAW));
-}
-
-void CFrameMetaData::GetCaptureDate(char* pText, unsigned int uiSize) const {
-  if (pText == nullptr || uiSize == 0) return;
-  std::memset(pText, 0, uiSize);
-  const unsigned int date = DoUint(ORVA_META_KEY_CAPTURE_DATE);
-  const unsigned long seconds = m_Values[ORVA_META_KEY_CAPTURE_TIME].GetValueUint64();
-  std::snprintf(pText, uiSize, "%04d-%02d-%02dT%02d:%02d:%02d.%09d", static_cast<int>(date >> 16),
-                static_cast<int>(date >> 8 & 255), static_cast<int>(date & 255),
-                static_cast<int>(seconds / 3600), static_cast<int>(seconds / 60 % 60),
-                static_cast<int>(seconds % 60), static_cast<int>(DoUint(ORVA_META_KEY_CAPTURE_TIME_NSECS)));
-}
-
-void CFrameMetaData::GetClockFromUsecs(unsigned long ulUsecs, char* pText, unsigned int uiSize) {
-  if (pText == nullptr || uiSize == 0) return;
-  const unsigned long seconds = ulUsecs / 1000000;
-  std::snprintf(pText, uiSize, "%d:%d.%d.%06d", static_cast<int>(seconds / 3600),
-                static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60),
-                static_cast<int>(ulUsecs % 1000000));
 }
 
 int CFrameMetaData::GetRawMetaData(unsigned char* pBuffer, unsigned int uiSize) const {

@@ -30,6 +30,15 @@ unsigned char* takeBytes(unsigned char*& pPosition, unsigned int& uiRemaining, u
   return taken;
 }
 
+/// Hands the next n bytes to `use`; -1 when they are not there.
+template <typename Use>
+int parse(unsigned char*& pPosition, unsigned int& uiRemaining, unsigned int n, Use use) {
+  unsigned char* const bytes = takeBytes(pPosition, uiRemaining, n);
+  if (bytes == nullptr) return -1;
+  use(bytes);
+  return 0;
+}
+
 }  // namespace
 
 // ---- Ways in
@@ -236,34 +245,22 @@ void CFrameMetaData::FixRefPixels() {
 
 int CFrameMetaData::ParseUint(unsigned char*& pPosition, unsigned int& uiRemaining, CMetaValues& value,
                               unsigned int n) {
-  const unsigned char* const bytes = takeBytes(pPosition, uiRemaining, n);
-  if (bytes == nullptr) return -1;
-  value.SetValueUint(BufToUint32(bytes, n));
-  return 0;
+  return parse(pPosition, uiRemaining, n, [&](auto* bytes) { value.SetValueUint(BufToUint32(bytes, n)); });
 }
 
 int CFrameMetaData::ParseInt(unsigned char*& pPosition, unsigned int& uiRemaining, CMetaValues& value,
                              unsigned int n) {
-  const unsigned char* const bytes = takeBytes(pPosition, uiRemaining, n);
-  if (bytes == nullptr) return -1;
-  value.SetValueInt(BufToInt32(bytes, n));
-  return 0;
+  return parse(pPosition, uiRemaining, n, [&](auto* bytes) { value.SetValueInt(BufToInt32(bytes, n)); });
 }
 
 int CFrameMetaData::ParseUint64(unsigned char*& pPosition, unsigned int& uiRemaining, CMetaValues& value,
                                 unsigned int n) {
-  const unsigned char* const bytes = takeBytes(pPosition, uiRemaining, n);
-  if (bytes == nullptr) return -1;
-  value.SetValueUint64(BufToUint64(bytes, n));
-  return 0;
+  return parse(pPosition, uiRemaining, n, [&](auto* bytes) { value.SetValueUint64(BufToUint64(bytes, n)); });
 }
 
 int CFrameMetaData::ParseInt64(unsigned char*& pPosition, unsigned int& uiRemaining, CMetaValues& value,
                                unsigned int n) {
-  const unsigned char* const bytes = takeBytes(pPosition, uiRemaining, n);
-  if (bytes == nullptr) return -1;
-  value.SetValueInt64(BufToInt64(bytes, n));
-  return 0;
+  return parse(pPosition, uiRemaining, n, [&](auto* bytes) { value.SetValueInt64(BufToInt64(bytes, n)); });
 }
 
 int CFrameMetaData::ParseIntSignedMagnitude(unsigned char*& pPosition, unsigned int& uiRemaining,

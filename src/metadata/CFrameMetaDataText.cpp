@@ -64,36 +64,22 @@ int deliver(std::string_view text, char* pText, unsigned int uiSize) {
   return static_cast<int>(text.size());
 }
 
-}  // namespace
-
-// ---- Values
-
-void CFrameMetaData::TimeMetaToString2(char* pText, unsigned int uiSize) const {
-  if (pText == nullptr) return;
-  const unsigned int date = DoUint(ORVA_META_KEY_CAPTURE_DATE);
-  const unsigned long seconds = m_Values[ORVA_META_KEY_CAPTURE_TIME].GetValueUint64();
-  char text[96];  // headers are written also when there is no memory
-  std::snprintf(text, sizeof text, "%s%04d/%02d/%02d %02d:%02d:%02d.%09d",
-                m_bCaptureTimeValid ? "" : "ERROR: ", static_cast<int>(date >> 16),
-                static_cast<int>(date >> 8 & 255), static_cast<int>(date & 255),
-                static_cast<int>(seconds / 3600), static_cast<int>(seconds / 60 % 60),
-                static_cast<int>(seconds % 60), static_cast<int>(DoUint(ORVA_META_KEY_CAPTURE_TIME_NSECS)));
-  deliver(text, pText, uiSize);
+/// Date, time of day and nanoseconds of the capture.
+void printTime(char* pText, std::size_t size, const char* format, const CFrameMetaData& header) {
+  const unsigned int date = header.Value(ORVA_META_KEY_CAPTURE_DATE).GetValueUint();
+  const unsigned long seconds = header.Value(ORVA_META_KEY_CAPTURE_TIME).GetValueUint64();
+  const unsigned int nanoseconds = header.Value(ORVA_META_KEY_CAPTURE_TIME_NSECS).GetValueUint();
+  std::snprintf(pText, size, format, static_cast<int>(date >> 16), static_cast<int>(date >> 8 & 255),
+                static_cast<int>(date & 255), static_cast<int>(seconds / 3600),
+                static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60),
+                static_cast<int>(nanoseconds));
 }
 
-const char* CFrameMetaData::DoRenderPadding(unsigned int uiCount) {
-  std::string text;
-  for (unsigned int i = 0; i < uiCount; ++i)
-    text += print(i == 0 ? "%02d" : ", %02d", int{m_Padding[i]});
-  deliver(text, m_PaddingText.szText, s_uiPaddingTextSize);
-  return m_PaddingText.szText;
-}
-
-std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKey) {
-  const CMetaValues& value = m_Values[uiKey];
+/// A line that follows from its value alone.
+std::string render(Rule rule, const CMetaValues& value) {
   const unsigned int word = value.GetValueUint();
   const int number = value.GetValueInt();
-  switch (static_cast<Rule>(uiRule)) {
+  switch (rule) {
     case Rule::Decimal:
       return decimal(word);
     case Rule::Signed:
@@ -126,22 +112,6 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
       return decimal(word >> 8 & 255);
     case Rule::Day:
       return decimal(word & 255);
-    case Rule::Seconds:
-      return fixedText(value.GetValueDouble() + m_Values[uiKey + 1].GetValueDouble() / 1e9) + " secs";
-    case Rule::CaptureTime:
-      TimeMetaToString2(m_CaptureTimeLine, sizeof m_CaptureTimeLine);
-      return m_CaptureTimeLine;
-    case Rule::Exposure:
-      GetClockFromUsecs(word * 10UL, m_ExposureClock, sizeof m_ExposureClock);
-      return m_ExposureClock + print(", %d (10usec periods)", static_cast<int>(word));
-    case Rule::ControlBlock:
-      return decimal(m_ControlBlock.GetValueUint());
-    case Rule::ControlBlock2:
-      return decimalAndHex(m_ControlBlock2.GetValueUint());
-    case Rule::ControlBlockTest:
-      return print("0x%x", m_ControlBlockTest.GetValueUint());
-    case Rule::ReservedBytes:
-      return print("[0x%x, 0x%x]", unsigned{m_Reserved2[0]}, unsigned{m_Reserved2[1]});
     case Rule::Quadrant20:
       return flag((word & 0x20) != 0);
     case Rule::Quadrant10:
@@ -150,16 +120,77 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
       return flag((word & 0x08) != 0);
     case Rule::Quadrant04:
       return flag((word & 0x04) != 0);
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+// ---- Times
+
+void CFrameMetaData::TimeMetaToString2(char* pText, unsigned int uiSize) const {
+  if (pText == nullptr) return;
+  char text[96];  // headers are written also when there is no memory
+  const char* const format = m_bCaptureTimeValid ? "%04d/%02d/%02d %02d:%02d:%02d.%09d"
+                                                 : "ERROR: %04d/%02d/%02d %02d:%02d:%02d.%09d";
+  printTime(text, sizeof text, format, *this);
+  deliver(text, pText, uiSize);
+}
+
+void CFrameMetaData::GetCaptureDate(char* pText, unsigned int uiSize) const {
+  if (pText == nullptr || uiSize == 0) return;
+  std::memset(pText, 0, uiSize);
+  printTime(pText, uiSize, "%04d-%02d-%02dT%02d:%02d:%02d.%09d", *this);
+}
+
+void CFrameMetaData::GetClockFromUsecs(unsigned long ulUsecs, char* pText, unsigned int uiSize) {
+  if (pText == nullptr || uiSize == 0) return;
+  const unsigned long seconds = ulUsecs / 1000000;
+  std::snprintf(pText, uiSize, "%d:%d.%d.%06d", static_cast<int>(seconds / 3600),
+                static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60),
+                static_cast<int>(ulUsecs % 1000000));
+}
+
+// ---- Values
+
+const char* CFrameMetaData::DoRenderPadding(unsigned int uiCount) {
+  std::string text;
+  for (unsigned int i = 0; i < uiCount; ++i)
+    text += print(i == 0 ? "%02d" : ", %02d", int{m_Padding[i]});
+  deliver(text, m_PaddingText.szText, s_uiPaddingTextSize);
+  return m_PaddingText.szText;
+}
+
+std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKey) {
+  const CMetaValues& value = m_Values[uiKey];
+  const auto rule = static_cast<Rule>(uiRule);
+  switch (rule) {
+    case Rule::Seconds:
+      return fixedText(value.GetValueDouble() + m_Values[uiKey + 1].GetValueDouble() / 1e9) + " secs";
+    case Rule::CaptureTime:
+      TimeMetaToString2(m_CaptureTimeLine, sizeof m_CaptureTimeLine);
+      return m_CaptureTimeLine;
+    case Rule::Exposure:
+      GetClockFromUsecs(value.GetValueUint() * 10UL, m_ExposureClock, sizeof m_ExposureClock);
+      return m_ExposureClock + print(", %d (10usec periods)", static_cast<int>(value.GetValueUint()));
+    case Rule::ControlBlock:
+      return decimal(m_ControlBlock.GetValueUint());
+    case Rule::ControlBlock2:
+      return decimalAndHex(m_ControlBlock2.GetValueUint());
+    case Rule::ControlBlockTest:
+      return print("0x%x", m_ControlBlockTest.GetValueUint());
+    case Rule::ReservedBytes:
+      return print("[0x%x, 0x%x]", unsigned{m_Reserved2[0]}, unsigned{m_Reserved2[1]});
     case Rule::Latitude:
       return position(&value, "N", "S");
     case Rule::Longitude:
       return position(&value, "E", "W");
     case Rule::Padding:
       return m_PaddingText.szText;
-    case Rule::Empty:
-      break;
+    default:
+      return render(rule, value);
   }
-  return {};
 }
 
 // ---- Lines
