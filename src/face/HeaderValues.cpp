@@ -9,26 +9,19 @@
 #include "face/CaptureTime.h"
 #include "face/Failure.h"
 #include "face/Sensors.h"
+#include "metadata/HeaderFields.h"
 #include "support/ByteReader.h"
 
 namespace orvacam::face {
 
 namespace {
 
-constexpr std::size_t prefixLength = 8;
-constexpr std::size_t timeTextAt = 152;
-constexpr std::size_t blockLengthAt = 244;
-constexpr std::size_t blockOffsetAt = 248;
-constexpr std::size_t headerBeforeBlock = 384;
-constexpr std::size_t writtenLength = 384;
+constexpr std::size_t timeTextAt = header::offsetOf(ORVA_META_KEY_CAPTURE_DATE);
+constexpr std::size_t blockLengthAt = header::offsetOf(ORVA_META_KEY_OTHER_TYPE_LENGTH);
+constexpr std::size_t blockOffsetAt = header::offsetOf(ORVA_META_KEY_OTHER_TYPE_OFFSET);
 
 std::uint64_t bigEndian(const unsigned char* bytes, unsigned int count) {
   return CFrameMetaData::BufToUint64(bytes, count);
-}
-
-std::size_t lengthOfVersion(unsigned int version) {
-  static constexpr std::size_t lengths[] = {384, 156, 246, 384, 384};
-  return version < std::size(lengths) ? lengths[version] : writtenLength;
 }
 
 bool beginsWith(std::string_view bytes, std::string_view start) {
@@ -95,7 +88,7 @@ std::string cleanText(const char* bytes, std::size_t length) {
 std::unique_ptr<const HeaderValues> HeaderValues::parse(const void* bytes, std::size_t length) {
   if (length > 0) required(static_cast<const unsigned char*>(bytes), "the address of the bytes");
   requireFrame({static_cast<const char*>(bytes), length});
-  if (length < prefixLength) failTruncated(prefixLength, length);
+  if (length < header::prefixSize) failTruncated(header::prefixSize, length);
   std::unique_ptr<HeaderValues> header(new HeaderValues);
   header->take(static_cast<const unsigned char*>(bytes), length);
   return header;
@@ -104,7 +97,7 @@ std::unique_ptr<const HeaderValues> HeaderValues::parse(const void* bytes, std::
 void HeaderValues::take(const unsigned char* bytes, std::size_t length) {
   const std::size_t stated = bigEndian(bytes + 4, 2);
   const auto version = static_cast<unsigned int>(bigEndian(bytes + 6, 2));
-  const std::size_t needed = std::max(stated, lengthOfVersion(version));
+  const std::size_t needed = std::max<std::size_t>(stated, header::sizeOf(version));
   if (length < needed) failTruncated(needed, length);
   m_bytes.assign(bytes, bytes + needed);
   if (version == 1 || readTimeText(m_bytes.data() + timeTextAt))
@@ -134,7 +127,7 @@ void HeaderValues::parseWithoutTime() {
 }
 
 std::size_t HeaderValues::neededLength() const {
-  return lengthOfVersion(version());
+  return header::sizeOf(version());
 }
 
 namespace {
@@ -159,10 +152,10 @@ std::string textOf(const CMetaValues& value) {
 void HeaderValues::derive() {
   m_model = textOf(Value(ORVA_META_KEY_CAMERA_MODEL));
   m_serial = textOf(Value(ORVA_META_KEY_CAMERA_SERIAL_NUMBER));
-  const SensorName& named = sensorNamed(*this);
+  const Sensor& named = sensorNamed(*this);
   m_device = named.device;
-  m_sensor = named.name;
-  m_isKnownSensor = named.isKnown;
+  m_sensor = named.name.data();
+  m_isKnownSensor = named.device != ORVA_DEVICE_UNKNOWN;
   if (version() == 1) {
     m_time = packedTime(*this);
   } else if (const std::optional<CaptureTime> time = readTimeText(m_bytes.data() + timeTextAt)) {
@@ -171,7 +164,7 @@ void HeaderValues::derive() {
   if (version() < 1 || version() > 3) {
     const std::uint64_t blockLength = bigEndian(m_bytes.data() + blockLengthAt, 4);
     if (blockLength == 0) return;
-    m_blockBegin = headerBeforeBlock + bigEndian(m_bytes.data() + blockOffsetAt, 4);
+    m_blockBegin = header::writtenSize + bigEndian(m_bytes.data() + blockOffsetAt, 4);
     m_blockEnd = m_blockBegin + blockLength;
   }
 }
@@ -205,7 +198,7 @@ std::unique_ptr<const HeaderValues> HeaderValues::processed(const PlaneRole& rol
   plane.SetIsHighFrame(role.plane == ORVA_PLANE_HIGH);
   plane.SetIsMergedFrame(role.plane == ORVA_PLANE_MERGED);
   if (role.stacked) plane.SetIsStackedFrame(true);
-  std::vector<unsigned char> bytes(writtenLength);
+  std::vector<unsigned char> bytes(header::writtenSize);
   plane.Binarize(bytes.data(), static_cast<unsigned int>(bytes.size()));
   std::unique_ptr<HeaderValues> header(new HeaderValues);
   header->take(bytes.data(), bytes.size());

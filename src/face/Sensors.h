@@ -3,17 +3,12 @@
 
 #include <orvacam/metadata/CFrameMetaData.h>
 
+#include "sensors/Sensors.h"
+
 namespace orvacam::face {
 
-/// A sensor as users know it.
-struct SensorName {
-  unsigned int device;  ///< an ORVADEVICETYPE
-  const char* name;
-  bool isKnown;  ///< not the stand-in for models that name none
-};
-
-/// The sensor that a header names.
-const SensorName& sensorNamed(const CFrameMetaData& header);
+/// The sensor that a header names; the generic one for none.
+const Sensor& sensorNamed(const CFrameMetaData& header);
 
 }  // namespace orvacam::face
 

@@ -239,15 +239,14 @@ void CFrameMetaData::SetBitsPerPixel(unsigned int uiBits) {
 }
 
 void CFrameMetaData::SetModelName(const char* pText, unsigned int uiLength) {
-  if (pText != nullptr)
-    m_Values[ORVA_META_KEY_CAMERA_MODEL].SetValueByte(
-        pText, std::min(uiLength, widthOf(ORVA_META_KEY_CAMERA_MODEL)));
+  constexpr unsigned int width = widthOf(ORVA_META_KEY_CAMERA_MODEL);
+  if (pText != nullptr) m_Values[ORVA_META_KEY_CAMERA_MODEL].SetValueByte(pText, std::min(uiLength, width));
 }
 
 void CFrameMetaData::SetSerialNumber(const char* pText, unsigned int uiLength) {
+  constexpr unsigned int width = widthOf(ORVA_META_KEY_CAMERA_SERIAL_NUMBER);
   if (pText != nullptr)
-    m_Values[ORVA_META_KEY_CAMERA_SERIAL_NUMBER].SetValueByte(
-        pText, std::min(uiLength, widthOf(ORVA_META_KEY_CAMERA_SERIAL_NUMBER)));
+    m_Values[ORVA_META_KEY_CAMERA_SERIAL_NUMBER].SetValueByte(pText, std::min(uiLength, width));
 }
 
 void CFrameMetaData::SetDimensions(unsigned int uiStartColumn, unsigned int uiStartRow, unsigned int uiWidth,

@@ -209,11 +209,20 @@ constexpr unsigned int sizeOf(unsigned int version) {
   return version == 1 ? sizeOfVersion1 : version == 2 ? sizeOfVersion2 : writtenSize;
 }
 
-/// The bytes of the field that fills a key, as written.
-constexpr unsigned int widthOf(unsigned int key) {
+/// The field that fills a key, as written.
+constexpr const Field& fieldOf(unsigned int key) {
   for (const Field& field : fields)
-    if (field.key == key && field.kept == Kept::None && (field.versions & V34) != 0) return field.width;
-  return 0;
+    if (field.key == key && field.kept == Kept::None && (field.versions & V34) != 0) return field;
+  const Field* field = version4Fields;
+  while (field->key != key)  // does not compile for a key without a field
+    ++field;
+  return *field;
+}
+constexpr unsigned int widthOf(unsigned int key) {
+  return fieldOf(key).width;
+}
+constexpr unsigned int offsetOf(unsigned int key) {
+  return fieldOf(key).offset;
 }
 
 /// The bytes of a raw area.

@@ -1,7 +1,6 @@
 #include "sensors/Sensors.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace orvacam {
 
@@ -25,7 +24,7 @@ bool containsInAnyCase(std::string_view text, std::string_view part) {
 const Sensor& sensorOf(unsigned int device) {
   for (const Sensor& sensor : sensors)
     if (sensor.device == device) return sensor;
-  return *std::prev(std::end(sensors));
+  return genericSensor;
 }
 
 const Sensor* sensorOfModel(std::string_view model) {

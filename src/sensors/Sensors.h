@@ -4,6 +4,7 @@
 #include <orvacam/gain/CGainTables.h>
 #include <orvacam/types/device_types.h>
 
+#include <iterator>
 #include <string_view>
 
 /// What is known of each sensor by name. docs/adding-a-sensor.md says what else a new one needs.
@@ -45,7 +46,7 @@ enum class FrameClass : unsigned char {
   LSGEN,
   Generic
 };
-constexpr unsigned int frameClassCount = 8;
+constexpr unsigned int frameClassCount = static_cast<unsigned int>(FrameClass::Generic) + 1;
 
 using MakeGainTables = IDeviceGainTables* (*)();  ///< throws std::bad_alloc
 
@@ -56,7 +57,7 @@ IDeviceGainTables* makeGainTables() {
 
 struct Sensor {
   unsigned int device;    ///< an ORVADEVICETYPE
-  std::string_view name;  ///< as users write it
+  std::string_view name;  ///< as users write it; a literal
   Designation designation;
   FrameClass frame;
   MakeGainTables gains;
@@ -68,7 +69,8 @@ struct Sensor {
 constexpr ReferencePixels noneBehind = {ReferencePixels::asStated, 0};
 constexpr ReferencePixels fiftyEach = {50, 50};
 
-/// Models are tried in this order. The last row stands for every sensor that has none.
+/// In the order in which models are tried and users are shown the names. The last row stands for every sensor
+/// that has none.
 // clang-format off
 inline constexpr Sensor sensors[] = {
     {ORVA_DEVICE_GSENSE400, "GSENSE400", {"VS400"},
@@ -80,23 +82,31 @@ inline constexpr Sensor sensors[] = {
      FrameClass::GSense4040, makeGainTables<CGainTablesGSENSE4040>, noneBehind, {SizeRule::Always, true}},
     {ORVA_DEVICE_GSENSE6060, "GSENSE6060", {"VS6060"},
      FrameClass::GSense6060, makeGainTables<CGainTablesGSENSE6060>, {32, 24}, {SizeRule::InHdr}},
+    {ORVA_DEVICE_IMX183, "IMX183", {"IMX183", Designation::Without},
+     FrameClass::IMX183, makeGainTables<CGainTablesIMX183>},
+    {ORVA_DEVICE_LSGEN, "LSGEN", {}, FrameClass::LSGEN, makeGainTables<CGainTablesLSGEN>},
     {ORVA_DEVICE_ARGENT_23042, "CCD230-42", {"230-42", Designation::With},
      FrameClass::Argent23084, makeGainTables<CGainTablesGeneric>, fiftyEach},
     {ORVA_DEVICE_ARGENT_23084, "CCD230-84", {"230-84", Designation::With},
      FrameClass::Argent23084, makeGainTables<CGainTablesGeneric>, fiftyEach},
     {ORVA_DEVICE_ARGENT_4320, "CCD4320", {"4320", Designation::With},
      FrameClass::Argent23084, makeGainTables<CGainTablesGeneric>, fiftyEach},
-    {ORVA_DEVICE_IMX183, "IMX183", {"IMX183", Designation::Without},
-     FrameClass::IMX183, makeGainTables<CGainTablesIMX183>},
     {ORVA_DEVICE_LUMORA420, "LUMORA420", {}, FrameClass::Generic, makeGainTables<CGainTablesLumora420>},
     {ORVA_DEVICE_LUMORA533, "LUMORA533", {}, FrameClass::Generic, makeGainTables<CGainTablesLumora533>},
     {ORVA_DEVICE_LUMORA571, "LUMORA571", {}, FrameClass::Generic, makeGainTables<CGainTablesLumora571>},
-    {ORVA_DEVICE_LSGEN, "LSGEN", {}, FrameClass::LSGEN, makeGainTables<CGainTablesLSGEN>},
     {ORVA_DEVICE_UNKNOWN, "GENERIC", {}, FrameClass::Generic, makeGainTables<CGainTablesGeneric>},
 };
 // clang-format on
 
-/// The sensor of a device type; the last row for one that has none.
+inline constexpr const Sensor& genericSensor = *(std::end(sensors) - 1);
+static_assert(genericSensor.device == ORVA_DEVICE_UNKNOWN);
+
+/// Whether frames of the sensor are known, and not its gains alone.
+constexpr bool sendsFrames(const Sensor& sensor) {
+  return sensor.frame != FrameClass::Generic || &sensor == &genericSensor;
+}
+
+/// The sensor of a device type; the generic one for a type that has none.
 const Sensor& sensorOf(unsigned int device);
 /// The sensor that a model text names; null for none.
 const Sensor* sensorOfModel(std::string_view model);
