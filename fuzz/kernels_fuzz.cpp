@@ -248,6 +248,8 @@ struct Results {
     if (count > 1)
       table.placePairs(low, count / 2, data.where.low.first, placesOfPairs.data(), &extremesOfPairs);
     if (count > 0) each = table.findEach(low, count, low[count / 2], positions.data());
+    const std::size_t groups = count / kernels::countGroup * kernels::countGroup;
+    table.sumCounts(data.sums.data(), groups, data.mergeRow, &countSums);
     countValues(data, table);
   }
 
@@ -276,12 +278,17 @@ struct Results {
   kernels::Extremes extremes{}, extremesOfPairs{};
   std::size_t each = 0;
   std::size_t first = 0, missing = 0;
+  kernels::CountSums countSums{};
 };
 
 void compare(const Results& expected, const Results& actual, const Data& data) {
   FUZZ_REQUIRE(expected.unpacked == actual.unpacked);
   FUZZ_REQUIRE(expected.unpacked == actual.unpackedStreaming);
   FUZZ_REQUIRE(expected.swapped == actual.swapped);
+  FUZZ_REQUIRE(expected.countSums.pixels == actual.countSums.pixels);
+  FUZZ_REQUIRE(expected.countSums.values == actual.countSums.values);
+  FUZZ_REQUIRE(expected.countSums.squares == actual.countSums.squares);
+  FUZZ_REQUIRE(expected.countSums.largest == actual.countSums.largest);
   FUZZ_REQUIRE(expected.mirrored == actual.mirrored);
   FUZZ_REQUIRE(expected.unbiased == actual.unbiased);
   FUZZ_REQUIRE(expected.uniform == actual.uniform);

@@ -87,6 +87,18 @@ static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint
   findExtremes(pixels, 2 * pairs, extremes);
 }
 
+static void sumCounts(const std::uint32_t* counts, std::size_t size, std::uint32_t first, CountSums* sums) {
+  for (std::size_t i = 0; i < size; ++i) {
+    const std::uint64_t count = counts[i];
+    const std::uint64_t value = first + i;
+    if (count == 0) continue;
+    sums->pixels += count;
+    sums->values += count * value;
+    sums->squares += count * value * value;
+    if (count > sums->largest) sums->largest = counts[i];
+  }
+}
+
 static std::size_t findFirst(const std::uint16_t* pixels, std::size_t count, std::uint16_t value) {
   std::size_t i = 0;
   while (i < count && pixels[i] != value)
@@ -341,6 +353,7 @@ static constexpr KernelTable table(const char* name, std::uint32_t needs) {
   ORVACAM_PUT(table, loops, findExtremes);
   ORVACAM_PUT(table, loops, findFirst);
   ORVACAM_PUT(table, loops, findEach);
+  ORVACAM_PUT(table, loops, sumCounts);
   ORVACAM_PUT(table, loops, mergeUniform);
   ORVACAM_PUT(table, loops, mergePlanes);
   ORVACAM_PUT(table, loops, mergeMapped);

@@ -104,6 +104,17 @@ constexpr std::uint32_t pairWindowBits = 6;
 constexpr std::size_t pairBankStride = (std::size_t{1} << 2 * pairWindowBits) + 272;
 constexpr std::size_t pairEntries = countBanks * pairBankStride;
 
+/// Counts come in groups of this size.
+constexpr std::uint32_t countGroup = 16;
+
+/// What a histogram amounts to, modulo 2^64.
+struct CountSums {
+  std::uint64_t pixels;   ///< sum of the counts
+  std::uint64_t values;   ///< sum of count * value
+  std::uint64_t squares;  ///< sum of count * value^2
+  std::uint32_t largest;  ///< count
+};
+
 /// From this size on an output does not stay in the caches: use the kernels named "Streaming", which store
 /// past them and so save the reading of the output's old contents. Below it they only delay the output's next
 /// reader.
@@ -147,6 +158,10 @@ struct KernelTable {
   /// over the values themselves.
   std::size_t (*findEach)(const std::uint16_t* values, std::size_t count, std::uint16_t value,
                           std::uint16_t* positions);
+
+  /// Adds the counts of the values from `first` on to the sums. `size` is a multiple of countGroup, values
+  /// are below 65536. Groups without a count cost least.
+  void (*sumCounts)(const std::uint32_t* counts, std::size_t size, std::uint32_t first, CountSums* sums);
 
   /// Corrects both pixels p with their plane's terms a and m, where f and g are the rule's additive and
   /// multiplicative fraction bits, then takes one of them:

@@ -114,9 +114,70 @@ static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint
   *extremes = narrowed({smallest, largest});
 }
 
+namespace {
+
+/// Sums of lanes of 64 bits, and the largest counts of lanes of 32.
+struct WideSums {
+  Register pixels, values, squares, largest;
+};
+
+}  // namespace
+
+static void addLanes(Register counts, Register values, WideSums* sums) {
+  const Register oddCounts = upperHalves64(counts);
+  const Register oddValues = upperHalves64(values);
+  sums->pixels = add64(sums->pixels, add64(lowerHalves64(counts), oddCounts));
+  sums->values =
+      add64(sums->values, add64(multiplyEven32(counts, values), multiplyEven32(oddCounts, oddValues)));
+  sums->squares =
+      add64(sums->squares, add64(multiplyEven32(counts, multiplyEven32(values, values)),
+                                 multiplyEven32(oddCounts, multiplyEven32(oddValues, oddValues))));
+  sums->largest = maximum32(sums->largest, counts);
+}
+
+static std::uint64_t sumOfLanes64(Register values) {
+  constexpr std::size_t lanes64 = sizeof(Register) / sizeof(std::uint64_t);
+  std::uint64_t sums[lanes64];
+  store(sums, values);
+  for (std::size_t i = 1; i < lanes64; ++i)
+    sums[0] += sums[i];
+  return sums[0];
+}
+
+static void addNarrowed(const WideSums& wide, CountSums* sums) {
+  constexpr std::size_t lanes32 = sizeof(Register) / sizeof(std::uint32_t);
+  sums->pixels += sumOfLanes64(wide.pixels);
+  sums->values += sumOfLanes64(wide.values);
+  sums->squares += sumOfLanes64(wide.squares);
+  std::uint32_t largest[lanes32];
+  store(largest, wide.largest);
+  for (const std::uint32_t count : largest)
+    sums->largest = count > sums->largest ? count : sums->largest;
+}
+
+static void sumCounts(const std::uint32_t* counts, std::size_t size, std::uint32_t first, CountSums* sums) {
+  constexpr std::size_t lanes32 = sizeof(Register) / sizeof(std::uint32_t);
+  constexpr std::size_t registers = countGroup / lanes32;
+  constexpr unsigned allLanes = ~0U >> (32 - lanes * bitsOfLane);
+  static constexpr std::uint32_t from0[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const Register none = spread16(0);
+  const Register steps = load(from0);
+  WideSums wide = {none, none, none, none};
+  for (std::size_t i = 0; i < size; i += countGroup) {
+    Register any = load(counts + i);
+    for (std::size_t r = 1; r < registers; ++r)
+      any = eitherBits(any, load(counts + i + r * lanes32));
+    if (lanesEqual16(any, none) == allLanes) continue;
+    for (std::size_t at = i; at < i + countGroup; at += lanes32)
+      addLanes(load(counts + at), add32(steps, spread32(first + static_cast<std::uint32_t>(at))), &wide);
+  }
+  addNarrowed(wide, sums);
+}
+
 static constexpr void putStatistics(KernelTable& table) {
   ORVACAM_PUT(table, kernels, findExtremes);
   ORVACAM_PUT(table, kernels, findFirst);
+  ORVACAM_PUT(table, kernels, sumCounts);
   ORVACAM_PUT(table, kernels, findEach);
   ORVACAM_PUT(table, kernels, countValues);
   ORVACAM_PUT(table, kernels, placePairs);

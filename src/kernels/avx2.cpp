@@ -82,6 +82,22 @@ static Register maximum16(Register a, Register b) {
 static Register add32(Register a, Register b) {
   return _mm256_add_epi32(a, b);
 }
+static Register maximum32(Register a, Register b) {
+  return _mm256_max_epu32(a, b);
+}
+static Register add64(Register a, Register b) {
+  return _mm256_add_epi64(a, b);
+}
+/// Products of the lower halves of lanes of 64 bits.
+static Register multiplyEven32(Register a, Register b) {
+  return _mm256_mul_epu32(a, b);
+}
+static Register lowerHalves64(Register values) {
+  return _mm256_and_si256(values, _mm256_set1_epi64x(0xFFFFFFFF));
+}
+static Register upperHalves64(Register values) {
+  return _mm256_srli_epi64(values, 32);
+}
 static Register shiftRight32(Register values, Register bits) {
   return _mm256_srlv_epi32(values, bits);
 }

@@ -82,6 +82,22 @@ static Register maximum16(Register a, Register b) {
 static Register add32(Register a, Register b) {
   return _mm512_add_epi32(a, b);
 }
+static Register maximum32(Register a, Register b) {
+  return _mm512_max_epu32(a, b);
+}
+static Register add64(Register a, Register b) {
+  return _mm512_add_epi64(a, b);
+}
+/// Products of the lower halves of lanes of 64 bits.
+static Register multiplyEven32(Register a, Register b) {
+  return _mm512_mul_epu32(a, b);
+}
+static Register lowerHalves64(Register values) {
+  return _mm512_and_si512(values, _mm512_set1_epi64(0xFFFFFFFF));
+}
+static Register upperHalves64(Register values) {
+  return _mm512_srli_epi64(values, 32);
+}
 static Register shiftRight32(Register values, Register bits) {
   return _mm512_srlv_epi32(values, bits);
 }

@@ -82,6 +82,23 @@ static Register maximum16(Register a, Register b) {
 static Register add32(Register a, Register b) {
   return vreinterpretq_u16_u32(vaddq_u32(vreinterpretq_u32_u16(a), vreinterpretq_u32_u16(b)));
 }
+static Register maximum32(Register a, Register b) {
+  return vreinterpretq_u16_u32(vmaxq_u32(vreinterpretq_u32_u16(a), vreinterpretq_u32_u16(b)));
+}
+static Register add64(Register a, Register b) {
+  return vreinterpretq_u16_u64(vaddq_u64(vreinterpretq_u64_u16(a), vreinterpretq_u64_u16(b)));
+}
+/// Products of the lower halves of lanes of 64 bits.
+static Register multiplyEven32(Register a, Register b) {
+  return vreinterpretq_u16_u64(
+      vmull_u32(vmovn_u64(vreinterpretq_u64_u16(a)), vmovn_u64(vreinterpretq_u64_u16(b))));
+}
+static Register lowerHalves64(Register values) {
+  return vreinterpretq_u16_u64(vandq_u64(vreinterpretq_u64_u16(values), vdupq_n_u64(0xFFFFFFFF)));
+}
+static Register upperHalves64(Register values) {
+  return vreinterpretq_u16_u64(vshrq_n_u64(vreinterpretq_u64_u16(values), 32));
+}
 static Register shiftRight32(Register values, Register bits) {
   return vreinterpretq_u16_u32(
       vshlq_u32(vreinterpretq_u32_u16(values), vnegq_s32(vreinterpretq_s32_u16(bits))));

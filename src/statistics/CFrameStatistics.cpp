@@ -47,7 +47,10 @@ CFrameStatistics& CFrameStatistics::operator=(const CFrameStatistics& other) {
   m_MinPoint = other.m_MinPoint;
   m_uiMin = other.m_uiMin;
   Histogram histogram(m_Histogram, &m_ulUsedBlocks);
-  const auto add = [&](unsigned int value, std::uint32_t times) { histogram.add(value, times); };
+  const auto add = [&](unsigned int value, std::uint32_t times) {
+    histogram.add(value, times);
+    return true;
+  };
   HistogramReader(other.m_Histogram, other.m_ulUsedBlocks).forEach(add);
   if (other.m_pNeighbours != nullptr) other.m_pNeighbours->forEach(add);
   return *this;
@@ -126,39 +129,25 @@ void CFrameStatistics::Compute() {
   if (m_pNeighbours != nullptr) m_pNeighbours->fold(Histogram(m_Histogram, &m_ulUsedBlocks));
   const HistogramReader histogram(m_Histogram, m_ulUsedBlocks);
   // Sums of integers are exact, fit 64 bits for as many pixels as the count holds, and are rounded once.
-  unsigned long sum = 0;
-  long squares = 0;
+  const HistogramReader::Sums sums = histogram.sums();
   const double count = m_uiCount;
-  unsigned long passed = 0;
-  unsigned int largest = 0;
-  m_dMode = 0.0;
-  // Only values that occur: a clip point moves on with the next of them, at last the extreme.
-  histogram.forEach([&](unsigned int value, std::uint32_t pixels) {
-    // Intended: the square is a 32-bit product read as signed, negative from 46341 on.
-    const auto square = static_cast<int>(value * value);
-    sum += static_cast<unsigned long>(pixels) * value;
-    squares += static_cast<long>(pixels) * square;
-    if (m_dLowClipFraction * count > static_cast<double>(passed))
-      m_usLowClip = static_cast<unsigned short>(value);
-    if (value == histogramEntries) return;  // has no histogram entry
-    if (pixels > largest) {
-      largest = pixels;
-      m_dMode = value;
-    }
-    passed += pixels;
-  });
-  const auto total = static_cast<double>(sum);
+  const auto total = static_cast<double>(sums.values);
   m_dMean = total / count;
   m_dMidpoint = m_uiMin + ((m_uiMax + 1 - m_uiMin) >> 1);
-  m_dStdDev = std::sqrt((static_cast<double>(squares) - total * total / count) / count);
+  m_dMode = sums.mode;
+  m_dStdDev = std::sqrt((static_cast<double>(sums.squares) - total * total / count) / count);
 
-  passed = 0;
-  histogram.forEachDown([&](unsigned int value, std::uint32_t pixels) {
-    if (!(m_dHighClipFraction * count > static_cast<double>(passed))) return false;
-    m_usHighClip = static_cast<unsigned short>(value);
-    if (value < histogramEntries) passed += pixels;
-    return true;
-  });
+  // A clip point moves on to each value that occurs, at last the extreme, until enough pixels are passed.
+  const auto clipAt = [&](double fraction, unsigned short& clip) {
+    return [&clip, limit = fraction * count, passed = 0UL](unsigned int value, std::uint32_t pixels) mutable {
+      if (!(limit > static_cast<double>(passed))) return false;
+      clip = static_cast<unsigned short>(value);
+      if (value < histogramEntries) passed += pixels;
+      return true;
+    };
+  };
+  histogram.forEach(clipAt(m_dLowClipFraction, m_usLowClip));
+  histogram.forEachDown(clipAt(m_dHighClipFraction, m_usHighClip));
 }
 
 void CFrameStatistics::GetResults(image_plane_stats_t& stats) const {

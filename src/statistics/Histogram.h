@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "kernels/Kernels.h"
 
@@ -16,18 +17,27 @@ struct CountedPixels {
   std::size_t count;
 };
 
-/// take(place, count) for each count that is not 0, in order.
-template <typename Take>
-void forEachCount(const std::uint32_t* counts, std::size_t size, const Take& take) {
-  constexpr std::size_t group = 16;  // a cache line; most of them have none
-  for (std::size_t first = 0; first < size; first += group) {
-    std::uint32_t any = 0;
-    for (std::size_t i = first; i < first + group; ++i)
-      any |= counts[i];
-    if (any == 0) continue;
-    for (std::size_t i = first; i < first + group; ++i)
-      if (counts[i] != 0) take(static_cast<unsigned int>(i), counts[i]);
+/// Whether a group has any count.
+inline bool hasCount(const std::uint32_t* counts) {
+  std::uint64_t any = 0;
+  for (std::size_t i = 0; i < kernels::countGroup; i += 2) {
+    std::uint64_t two = 0;
+    std::memcpy(&two, counts + i, sizeof two);
+    any |= two;
   }
+  return any != 0;
+}
+
+/// take(place, count) for each count that is not 0, in order, as long as it returns true; whether it always
+/// did. The size is a multiple of kernels::countGroup.
+template <typename Take>
+bool forEachCount(const std::uint32_t* counts, std::size_t size, Take&& take) {
+  for (std::size_t first = 0; first < size; first += kernels::countGroup) {
+    if (!hasCount(counts + first)) continue;
+    for (std::size_t i = first; i < first + kernels::countGroup; ++i)
+      if (counts[i] != 0 && !take(static_cast<unsigned int>(i), counts[i])) return false;
+  }
+  return true;
 }
 
 /// A histogram of all 16-bit values, in memory of somebody else's. It is cleared block by block, when the
@@ -81,25 +91,35 @@ class HistogramReader {
   HistogramReader(const std::uint32_t* counts, std::uint64_t usedBlocks)
       : m_counts(counts), m_used(usedBlocks) {}
 
-  /// take(value, count) for each value that occurred, in order.
+  /// Of all pixels.
+  struct Sums {
+    std::uint64_t values;
+    std::int64_t squares;  ///< each a 32-bit product read as signed
+    unsigned int mode;     ///< the lowest of the most frequent values below 65535
+  };
+  Sums sums() const;
+
+  /// take(value, count) for each value that occurred, in order, as long as it returns true.
   template <typename Take>
-  void forEach(const Take& take) const {
+  void forEach(Take take) const {
     for (std::uint64_t left = m_used; left != 0; left &= left - 1) {
-      const unsigned int first = Histogram::blockValues * static_cast<unsigned int>(__builtin_ctzl(left));
-      forEachCount(m_counts + first, Histogram::blockValues,
-                   [&](unsigned int place, std::uint32_t count) { take(first + place, count); });
+      const unsigned int block = static_cast<unsigned int>(__builtin_ctzl(left));
+      if (!forEachCount(
+              m_counts + firstOf(block), Histogram::blockValues,
+              [&](unsigned int place, std::uint32_t count) { return take(firstOf(block) + place, count); }))
+        return;
     }
   }
-
-  /// The same from the largest value down, while it returns true.
+  /// The same from the largest value down.
   template <typename Take>
-  void forEachDown(const Take& take) const {
+  void forEachDown(Take take) const {
     for (std::uint64_t left = m_used; left != 0;) {
       const unsigned int block = 63U - static_cast<unsigned int>(__builtin_clzl(left));
       left ^= std::uint64_t{1} << block;
-      for (unsigned int place = Histogram::blockValues; place-- > 0;) {
-        const unsigned int value = block * Histogram::blockValues + place;
-        if (m_counts[value] != 0 && !take(value, m_counts[value])) return;
+      for (unsigned int end = firstOf(block + 1); end > firstOf(block); end -= kernels::countGroup) {
+        if (!hasCount(m_counts + end - kernels::countGroup)) continue;
+        for (unsigned int value = end; value-- > end - kernels::countGroup;)
+          if (m_counts[value] != 0 && !take(value, m_counts[value])) return;
       }
     }
   }
@@ -116,6 +136,8 @@ class HistogramReader {
   }
 
  private:
+  static unsigned int firstOf(unsigned int block) { return block << Histogram::blockBits; }
+
   const std::uint32_t* m_counts;
   std::uint64_t m_used;
 };

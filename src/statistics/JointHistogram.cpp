@@ -65,7 +65,8 @@ kernels::PairNotes& JointHistogram::notes() {
   m_notes.low = m_watch.inWindows() ? nullptr : m_lowPixels;
   m_notes.high = m_watch.inWindows() ? nullptr : m_highPixels;
   m_notes.places = m_watch.inWindows() ? m_places : nullptr;
-  m_notes.merged = isUniform() ? nullptr : m_mergedPixels;
+  const bool follows = isUniform() && (m_watch.inWindows() || m_marking);
+  m_notes.merged = follows ? nullptr : m_mergedPixels;
   return m_notes;
 }
 
@@ -113,7 +114,7 @@ void JointHistogram::countEach(const kernels::PackedPair& run, const RunPlace& p
 void JointHistogram::countByThemselves(std::size_t pixels, const RunPlace& place) {
   removeMarks(m_lowPixels, pixels);
   removeMarks(m_highPixels, pixels);
-  if (isUniform()) merge(m_rule.type, m_lowPixels, m_highPixels, m_mergedPixels, pixels);
+  if (m_marking) merge(m_rule.type, m_lowPixels, m_highPixels, m_mergedPixels, pixels);
   m_low.AddRow(m_lowPixels, pixels, place.x, 2 * place.y);
   m_high.AddRow(m_highPixels, pixels, place.x, 2 * place.y + 1);
   m_merged.AddRow(m_mergedPixels, pixels, place.mergedX, place.mergedY);
@@ -276,6 +277,7 @@ void JointHistogram::leaveWindows() {
                  m_mergedPixels[batch] = static_cast<std::uint16_t>(merged);
                  m_memory->times[batch] = times;
                  if (++batch == mostPixels) flush();
+                 return true;
                });
   flush();
   m_watch.left();

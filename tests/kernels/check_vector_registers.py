@@ -12,7 +12,8 @@ import sys
 STREAMING = ['unpack12', 'swapBytes', 'swapBytesMirrored', 'mergeUniform', 'mergePlanes', 'mergePackedUniform',
              'mergePackedPlanes']  # beside each there is one that stores past the caches
 BY_HAND = ['unpack12', 'swapBytesStreaming', 'swapBytesMirroredStreaming', 'mergeUniform', 'mergePlanes',
-           'findExtremes', 'findFirst', 'findEach', 'placePairs', 'mergeByLine', 'mergePackedUniform', 'mergePackedPlanes']
+           'findExtremes', 'findFirst', 'findEach', 'placePairs', 'sumCounts', 'mergeByLine', 'mergePackedUniform',
+           'mergePackedPlanes']
 BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'addToSums8', 'addToSums16',
                'startSums8', 'startSums16', 'emptySums', 'meansOfRecentSums']
 # Not vectorised, on purpose: countValues and mergeMapped (memory is addressed by pixel values), meansOfSums (a

@@ -166,6 +166,32 @@ TEST_P(EveryTable, FindsEachPositionOfAValueInOrder) {
     }
 }
 
+TEST_P(EveryTable, AddsUpWhatAHistogramAmountsTo) {
+  std::mt19937 random(seed);
+  for (const unsigned int used : {0u, 1u, 7u, 100u, 2000u})
+    for (const std::uint32_t first : {0u, 16u, 5u, 65536u - 1024u}) {
+      Guarded<std::uint32_t> counts(1024, used % 16);
+      std::fill_n(counts.data(), 1024, 0U);
+      for (unsigned int i = 0; i < used; ++i)
+        counts.data()[random() % 1024] = static_cast<std::uint32_t>(i % 3 == 0 ? random() : random() % 9);
+      for (std::uint32_t size = 0; size <= 1024; size += kernels::countGroup * 4) {
+        kernels::CountSums expected = {1, 2, 3, 4}, sums = expected;  // they are added to
+        for (std::uint32_t i = 0; i < size; ++i) {
+          const std::uint64_t count = counts.data()[i], value = first + i;
+          expected.pixels += count;
+          expected.values += count * value;
+          expected.squares += count * value * value;
+          expected.largest = std::max(expected.largest, counts.data()[i]);
+        }
+        table().sumCounts(counts.data(), size, first, &sums);
+        ASSERT_EQ(sums.pixels, expected.pixels) << used << " from " << first << ", " << size;
+        ASSERT_EQ(sums.values, expected.values) << used << " from " << first << ", " << size;
+        ASSERT_EQ(sums.squares, expected.squares) << used << " from " << first << ", " << size;
+        ASSERT_EQ(sums.largest, expected.largest) << used << " from " << first << ", " << size;
+      }
+    }
+}
+
 TEST_P(EveryTable, PlacesPairsOfNeighboursWithinAWindowOf64Values) {
   std::mt19937 random(seed);
   for (std::size_t pairs = 1; pairs <= 2 * longest; ++pairs)

@@ -29,7 +29,7 @@ class CLog;
 /// pixels does not.
 ///
 /// Statuses: 0 or more is success, -1 failure; nothing is logged on failure. One object is used by one thread
-/// at a time; it is about 1.5 MiB large.
+/// at a time; it is about 0.8 MiB large.
 class ORVACAM_API IFrame {
  public:
   IFrame();
