@@ -13,16 +13,13 @@
 #include <vector>
 
 #include "face/Failure.h"
+#include "gain/CalibrationBlock.h"
 #include "sensors/Sensors.h"
 #include "support/QuietLog.h"
 
 namespace orvacam::face {
 
 namespace {
-
-constexpr std::size_t blockHeader = 8;
-constexpr std::size_t shortestBlock = 9;
-constexpr std::size_t longestBlock = 1024;
 
 [[noreturn]] void refuse(const std::string& why) {
   fail(ORVA_BAD_ARGUMENT, "is no camera's calibration block: " + why);
@@ -35,10 +32,11 @@ BodyParser parserOf(const unsigned char* block, std::size_t length) {
   static constexpr BodyParser parsers[] = {
       &CCameraNVMergeSettings::ParseSettings1, &CCameraNVMergeSettings::ParseSettings2,
       &CCameraNVMergeSettings::ParseSettings3, &CCameraNVMergeSettings::ParseSettings4};
-  if (length < shortestBlock || std::memcmp(block, "Meta", 4) != 0) refuse("it does not start with \"Meta\"");
+  if (length < calibration::smallestBlock || std::memcmp(block, "Meta", 4) != 0)
+    refuse("it does not start with \"Meta\"");
   const std::size_t stated = utilBufToUint16(block + 4, false);
   const unsigned int version = utilBufToUint16(block + 6, false);
-  if (stated < shortestBlock || stated > longestBlock)
+  if (stated < calibration::smallestBlock || stated > calibration::largestBlock)
     refuse("its length " + std::to_string(stated) + " at byte 4 is not 9 to 1024");
   if (version < 1 || version > std::size(parsers))
     refuse("its version " + std::to_string(version) + " at byte 6 is none of 1 to 4");
@@ -89,7 +87,7 @@ std::unique_ptr<CCameraNVMergeSettings> readCalibration(const void* block, std::
   const BodyParser parse = parserOf(bytes, length);
   const auto stated = static_cast<unsigned int>(utilBufToUint16(bytes + 4, false));
   CCameraNVMergeSettings probe;
-  if ((probe.*parse)(bytes + blockHeader, stated - static_cast<unsigned int>(blockHeader)) < 0)
+  if ((probe.*parse)(bytes + calibration::headerSize, stated - calibration::headerSize) < 0)
     refuse("its settings end early");
   auto stored = std::make_unique<CCameraNVMergeSettings>();
   stored->Initialize(bytes, static_cast<unsigned int>(stated));

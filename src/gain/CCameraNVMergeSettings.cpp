@@ -3,18 +3,19 @@
 #include <orvacam/support/util.h>
 
 #include <exception>
+#include <iterator>
 #include <new>
 
+#include "gain/CalibrationBlock.h"
 #include "support/ByteReader.h"
+
+using namespace orvacam::calibration;
 
 namespace {
 
 using orvacam::ByteReader;
 
 constexpr unsigned int magic = 0x4D657461;  // "Meta"
-constexpr unsigned int headerSize = 8;
-constexpr unsigned int smallestBlock = 9;
-constexpr unsigned int largestBlock = 1024;
 
 constexpr double temperatureScale = 100.0;
 constexpr double ratioScale = 1000.0;
@@ -45,6 +46,7 @@ constexpr VersionLayout layouts[] = {
     {{false, true, true}, {false, true, true}, 24, L"%s: Version 3 NV settings failed to parse\n"},
     {{true, true, true}, {true, true, true}, 24, L"%s: Version 4 NV settings failed to parse\n"},
 };
+static_assert(std::size(layouts) == newestVersion);
 
 bool readUint(ByteReader& reader, unsigned int width, unsigned int& value) {
   std::uint64_t bits = 0;
@@ -136,7 +138,7 @@ int CCameraNVMergeSettings::DoParseSettings(const unsigned char* pBuffer, unsign
   m_uiLength = utilBufToUint16(pBuffer + 4, false);
   m_uiVersion = utilBufToUint16(pBuffer + 6, false);
 
-  if (m_uiMagic != magic || m_uiVersion < 1 || m_uiVersion > 4 || m_uiLength < smallestBlock ||
+  if (m_uiMagic != magic || m_uiVersion < 1 || m_uiVersion > newestVersion || m_uiLength < smallestBlock ||
       m_uiLength > largestBlock) {
     m_pLog->log(CLOGLEVEL_WARNING, L"%s: No NV Merge Settings detected on camera!\n", name);
     m_pLog->log(CLOGLEVEL_WARNING, L"%s:     magic= 0x%x, vers= 0x%x, length= 0x%x\n", name, m_uiMagic,

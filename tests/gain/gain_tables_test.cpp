@@ -5,7 +5,6 @@
 #include <orvacam/gain/CCameraNVMergeSettings.h>
 #include <orvacam/gain/CDeviceGainTablesFactory.h>
 #include <orvacam/gain/CGainTables.h>
-#include <orvacam/types/device_types.h>
 
 #include <algorithm>
 #include <map>
@@ -13,6 +12,7 @@
 #include <thread>
 
 #include "gain/CalibrationBlock.h"
+#include "support/Cameras.h"
 
 namespace {
 
@@ -21,10 +21,15 @@ constexpr auto low = ORVA_GAIN_TABLE_LOW_CHANNEL;
 constexpr auto high = ORVA_GAIN_TABLE_HIGH_CHANNEL;
 constexpr auto neither = static_cast<ORVAGAINTABLE>(2);
 
-std::unique_ptr<IDeviceGainTables> make(unsigned int device, bool bsi = false,
-                                        CCameraNVMergeSettings* nv = nullptr) {
+std::unique_ptr<IDeviceGainTables> makeOf(unsigned int device, bool bsi = false,
+                                          CCameraNVMergeSettings* nv = nullptr) {
   return std::unique_ptr<IDeviceGainTables>(
       CDeviceGainTablesFactory::IDeviceGainTables_Create({device, bsi}, nv));
+}
+
+std::unique_ptr<IDeviceGainTables> make(const char* sensor, bool bsi = false,
+                                        CCameraNVMergeSettings* nv = nullptr) {
+  return makeOf(cameras::of(sensor).device, bsi, nv);
 }
 
 std::vector<gain_value_t> table(IDeviceGainTables& tables, ORVAGAINTABLE channel, bool sorted = false) {
@@ -41,22 +46,23 @@ std::vector<unsigned int> values(const std::vector<gain_value_t>& entries) {
 }
 
 TEST(GainTablesFactory, KnowsEveryDevice) {
-  EXPECT_NE(dynamic_cast<CGainTablesGSENSE400*>(make(0x01000400).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesGSENSE2020_BSI*>(make(0x01002020, true).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesGSENSE2020_FSI*>(make(0x01002020, false).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesGSENSE4040*>(make(0x01004040, true).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesGSENSE6060*>(make(0x01006060).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesIMX183*>(make(0x04000183).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesLumora420*>(make(0x05000420).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesLumora533*>(make(0x05000533).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesLumora571*>(make(0x05000571).get()), nullptr);
-  EXPECT_NE(dynamic_cast<CGainTablesLSGEN*>(make(0x850F0000).get()), nullptr);
-  for (const unsigned int other : {0x03023042u, 0x03023084u, 0x03004320u, 0u, 0xFFFFFFFFu})
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE400*>(make("GSENSE400").get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE2020_BSI*>(make("GSENSE2020", true).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE2020_FSI*>(make("GSENSE2020", false).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE4040*>(make("GSENSE4040", true).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGSENSE6060*>(make("GSENSE6060").get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesIMX183*>(make("IMX183").get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesLumora420*>(make("LUMORA420").get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesLumora533*>(make("LUMORA533").get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesLumora571*>(make("LUMORA571").get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesLSGEN*>(make("LSGEN").get()), nullptr);
+  for (const char* other : {"CCD230-42", "CCD230-84", "CCD4320", "GENERIC"})
     EXPECT_NE(dynamic_cast<CGainTablesGeneric*>(make(other).get()), nullptr);
+  EXPECT_NE(dynamic_cast<CGainTablesGeneric*>(makeOf(0xFFFFFFFF).get()), nullptr);
 }
 
 struct Row {
-  unsigned int device;
+  const char* sensor;
   bool bsi;
   unsigned int entries, dne;
   double ratio;
@@ -64,22 +70,22 @@ struct Row {
 };
 
 const Row rows[] = {
-    {0x01000400, false, 8, 8, 40.0, {{7, 18, 0x1C0000}, {7, 15, 0x38000}}},
-    {0x01002020, true, 26, 26, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
-    {0x01002020, false, 64, 64, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
-    {0x01004040, false, 58, 58, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
-    {0x01006060, false, 58, 58, 14.32, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
-    {0x04000183, false, 4, 0, 1.0, {{17, 24, 0x3000000}, {17, 24, 0x3000000}}},
-    {0x05000420, false, 481, 481, 40.0, {{20, 0, 0xFFFFFFFF}, {20, 0, 0xFFFFFFFF}}},
-    {0x05000533, false, 7, 7, 40.0, {{62, 0, 0xFFFFFFFF}, {62, 0, 0xFFFFFFFF}}},
-    {0x05000571, false, 7, 7, 40.0, {{64, 0, 0xFFFFFFFF}, {64, 0, 0xFFFFFFFF}}},
-    {0, false, 1, 0, 1.0, {{7, 18, 0x1C0000}, {7, 15, 0x38000}}},
+    {"GSENSE400", false, 8, 8, 40.0, {{7, 18, 0x1C0000}, {7, 15, 0x38000}}},
+    {"GSENSE2020", true, 26, 26, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
+    {"GSENSE2020", false, 64, 64, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
+    {"GSENSE4040", false, 58, 58, 40.0, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
+    {"GSENSE6060", false, 58, 58, 14.32, {{3, 14, 0xFC000}, {163, 19, 0x1F80000}}},
+    {"IMX183", false, 4, 0, 1.0, {{17, 24, 0x3000000}, {17, 24, 0x3000000}}},
+    {"LUMORA420", false, 481, 481, 40.0, {{20, 0, 0xFFFFFFFF}, {20, 0, 0xFFFFFFFF}}},
+    {"LUMORA533", false, 7, 7, 40.0, {{62, 0, 0xFFFFFFFF}, {62, 0, 0xFFFFFFFF}}},
+    {"LUMORA571", false, 7, 7, 40.0, {{64, 0, 0xFFFFFFFF}, {64, 0, 0xFFFFFFFF}}},
+    {"GENERIC", false, 1, 0, 1.0, {{7, 18, 0x1C0000}, {7, 15, 0x38000}}},
 };
 
 TEST(GainTables, HaveTheirSizesRatiosAndRegisters) {
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.device);
-    const auto tables = make(row.device, row.bsi);
+    SCOPED_TRACE(row.sensor);
+    const auto tables = make(row.sensor, row.bsi);
     for (const ORVAGAINTABLE channel : {low, high}) {
       EXPECT_EQ(tables->GetNumEntries(channel), row.entries);
       EXPECT_EQ(tables->GetDNETableNumEntries(channel), row.dne);
@@ -95,15 +101,15 @@ TEST(GainTables, HaveTheirSizesRatiosAndRegisters) {
 }
 
 TEST(GainTables, OfTheLsgenHaveNoRegisters) {
-  const auto tables = make(0x850F0000);
+  const auto tables = make("LSGEN");
   unsigned int reg = 9, shift = 9, mask = 9;
   EXPECT_EQ(tables->GetGainRegs(low, &reg, &shift, &mask), 0);
   EXPECT_EQ(reg + shift + mask, 27u);
   EXPECT_EQ(tables->GetGainRegs(neither, &reg, &shift, &mask), -1);
   EXPECT_EQ(tables->GetDNETableGainRatio(0, 0), 1.0);
-  for (const unsigned int device : {0x850F0000u, 0u})
+  for (const char* sensor : {"LSGEN", "GENERIC"})
     for (const ORVAGAINTABLE channel : {low, high}) {
-      const std::vector<gain_value_t> entries = table(*make(device), channel);
+      const std::vector<gain_value_t> entries = table(*make(sensor), channel);
       ASSERT_EQ(entries.size(), 1u);
       EXPECT_EQ(entries[0].uiValue, 1000u);
       EXPECT_EQ(entries[0].uiDeviceIndex, 0u);
@@ -111,7 +117,7 @@ TEST(GainTables, OfTheLsgenHaveNoRegisters) {
 }
 
 TEST(GainTables, OfTheGsense400) {
-  const auto tables = make(0x01000400);
+  const auto tables = make("GSENSE400");
   EXPECT_THAT(values(table(*tables, low)), ElementsAre(660, 1850, 2490, 3680, 1290, 3700, 4950, 7250));
   EXPECT_THAT(values(table(*tables, high, true)), ElementsAre(660, 1290, 1850, 2490, 3680, 3700, 4950, 7250));
   const double lowElectrons[] = {47.8469, 17.3611, 12.6904, 8.6059, 24.9377, 8.8652, 6.5789, 4.8544};
@@ -125,7 +131,7 @@ TEST(GainTables, OfTheGsense400) {
 }
 
 TEST(GainTables, OfTheGsense4040LeaveOutTheIndicesThatRepeatAValue) {
-  const auto tables = make(0x01004040);
+  const auto tables = make("GSENSE4040");
   const std::vector<gain_value_t> entries = table(*tables, low);
   EXPECT_THAT(values({entries.begin(), entries.begin() + 9}),
               ElementsAre(1000, 400, 1500, 600, 2000, 800, 2500, 3000, 1200));
@@ -142,8 +148,8 @@ TEST(GainTables, OfTheGsense4040LeaveOutTheIndicesThatRepeatAValue) {
 }
 
 TEST(GainTables, OfTheGsense6060AreThoseOfThe4040Ascending) {
-  std::vector<unsigned int> expected = values(table(*make(0x01004040), low, true));
-  const auto tables = make(0x01006060);
+  std::vector<unsigned int> expected = values(table(*make("GSENSE4040"), low, true));
+  const auto tables = make("GSENSE6060");
   const std::vector<gain_value_t> entries = table(*tables, high);
   EXPECT_EQ(values(entries), expected);
   for (unsigned int i = 0; i < 58; ++i)
@@ -155,9 +161,9 @@ TEST(GainTables, OfTheGsense6060AreThoseOfThe4040Ascending) {
 }
 
 TEST(GainTables, OfTheGsense2020KeepTheirUnevenValues) {
-  const auto bsi = make(0x01002020, true);
+  const auto bsi = make("GSENSE2020", true);
   EXPECT_EQ(table(*bsi, low)[25].uiValue, 13500u);
-  const auto fsi = make(0x01002020, false);
+  const auto fsi = make("GSENSE2020", false);
   const std::vector<unsigned int> lowValues = values(table(*fsi, low)),
                                   highValues = values(table(*fsi, high));
   std::vector<unsigned int> expected = {
@@ -173,11 +179,12 @@ TEST(GainTables, OfTheGsense2020KeepTheirUnevenValues) {
 }
 
 TEST(GainTables, OfTheOtherSensorsFollowTheirSteps) {
-  EXPECT_THAT(values(table(*make(0x04000183), low)), ElementsAre(0, 6000, 12000, 18000));
-  EXPECT_EQ(table(*make(0x05000420), high)[480].uiValue, 48000u);
-  EXPECT_THAT(values(table(*make(0x05000533), low)), ElementsAre(0, 6000, 12000, 18000, 24000, 30000, 36000));
-  EXPECT_EQ(make(0x05000571)->GetDNETableValue(low, 2), 12.0);    // the plain gain
-  EXPECT_EQ(make(0x05000571)->GetDNETableGainRatio(0, 0), 40.0);  // a high value of 0
+  EXPECT_THAT(values(table(*make("IMX183"), low)), ElementsAre(0, 6000, 12000, 18000));
+  EXPECT_EQ(table(*make("LUMORA420"), high)[480].uiValue, 48000u);
+  EXPECT_THAT(values(table(*make("LUMORA533"), low)),
+              ElementsAre(0, 6000, 12000, 18000, 24000, 30000, 36000));
+  EXPECT_EQ(make("LUMORA571")->GetDNETableValue(low, 2), 12.0);    // the plain gain
+  EXPECT_EQ(make("LUMORA571")->GetDNETableGainRatio(0, 0), 40.0);  // a high value of 0
 }
 
 TEST(GainTables, TakeElectronsFromCurvesDefaultsAndTheCamera) {
@@ -186,16 +193,16 @@ TEST(GainTables, TakeElectronsFromCurvesDefaultsAndTheCamera) {
   const Curve largeLow = {{3, 12.5}, {21, 3.226}, {33, 2.174}, {37, 35.714}};
   const Curve largeHigh = {{3, 12.5}, {21, 3.226}, {33, 2.174}, {37, 2.494}};
   const struct {
-    unsigned int device;
+    const char* name;
     bool bsi;
     const Curve* curves[2];
     double defaults[2];
-  } sensors[] = {{0x01002020, true, {&common, &common}, {18.6916, 0.8194}},
-                 {0x01002020, false, {&common, &common}, {18.6916, 0.8194}},
-                 {0x01004040, false, {&common, &common}, {18.6916, 0.8194}},
-                 {0x01006060, false, {&largeLow, &largeHigh}, {12.5, 2.494}}};
+  } sensors[] = {{"GSENSE2020", true, {&common, &common}, {18.6916, 0.8194}},
+                 {"GSENSE2020", false, {&common, &common}, {18.6916, 0.8194}},
+                 {"GSENSE4040", false, {&common, &common}, {18.6916, 0.8194}},
+                 {"GSENSE6060", false, {&largeLow, &largeHigh}, {12.5, 2.494}}};
   for (const auto& sensor : sensors) {
-    const auto tables = make(sensor.device, sensor.bsi);
+    const auto tables = make(sensor.name, sensor.bsi);
     for (const ORVAGAINTABLE channel : {low, high})
       for (unsigned int i = 0; i < tables->GetDNETableNumEntries(channel); ++i) {
         const unsigned int device = tables->GetDNETableDeviceIndex(channel, i);
@@ -203,7 +210,7 @@ TEST(GainTables, TakeElectronsFromCurvesDefaultsAndTheCamera) {
         const auto point = sensor.curves[channel]->find(device);
         EXPECT_EQ(tables->GetDNETableValue(channel, device),
                   point == sensor.curves[channel]->end() ? sensor.defaults[channel] : point->second)
-            << sensor.device << ", channel " << channel << ", " << device;
+            << sensor.name << ", channel " << channel << ", " << device;
       }
   }
 
@@ -215,20 +222,20 @@ TEST(GainTables, TakeElectronsFromCurvesDefaultsAndTheCamera) {
   const CalibrationBlock::Bytes block = b.block(1);
   CCameraNVMergeSettings nv;
   nv.Initialize(block.data(), block.size());
-  const auto plain = make(0x01004040);
-  const auto calibrated = make(0x01004040, false, &nv);
+  const auto plain = make("GSENSE4040");
+  const auto calibrated = make("GSENSE4040", false, &nv);
   EXPECT_EQ(calibrated->GetDNETableValue(high, 25), 3.5);
   EXPECT_EQ(calibrated->GetDNETableValue(low, 25), 18.6916);
   EXPECT_EQ(calibrated->GetDNETableValue(low, 3), 7.25);
   EXPECT_EQ(calibrated->GetDNETableGainRatio(3, 25), 7.25 / 3.5);
   // The tables of a class are shared: the first object now sees the second one's values.
   EXPECT_EQ(plain->GetDNETableValue(high, 25), 3.5);
-  make(0x01004040);
+  make("GSENSE4040");
   EXPECT_EQ(calibrated->GetDNETableValue(high, 25), 18.6916);
 }
 
 TEST(GainTables, OfTwoThreadsDoNotDisturbEachOther) {
-  const auto mine = make(0x01004040);
+  const auto mine = make("GSENSE4040");
   std::unique_ptr<IDeviceGainTables> theirs;
   std::thread([&theirs] {
     CalibrationBlock b;
@@ -238,14 +245,14 @@ TEST(GainTables, OfTwoThreadsDoNotDisturbEachOther) {
     const CalibrationBlock::Bytes block = b.block(1);
     CCameraNVMergeSettings nv;
     nv.Initialize(block.data(), block.size());
-    theirs = make(0x01004040, false, &nv);
+    theirs = make("GSENSE4040", false, &nv);
   }).join();
   EXPECT_EQ(mine->GetDNETableValue(low, 0), 18.6916);
   EXPECT_EQ(theirs->GetDNETableValue(low, 0), 99.0);  // also after its thread has ended
 }
 
 TEST(GainTables, FallBackForWhatTheyDoNotHave) {
-  const auto tables = make(0x01000400);
+  const auto tables = make("GSENSE400");
   EXPECT_EQ(tables->GetDeviceValueFromTableIndex(low, 8), 1000u);
   EXPECT_EQ(tables->GetDeviceValueFromTableIndex(neither, 0), 1000u);
   EXPECT_EQ(tables->GetDeviceValueFromTableIndex(low, 7), 7250u);
@@ -259,9 +266,9 @@ TEST(GainTables, FallBackForWhatTheyDoNotHave) {
   EXPECT_EQ(tables->GetDNETableValue(low, 99), 1.0);
   EXPECT_EQ(tables->GetDNETableDeviceIndex(neither, 5), 5u);
   EXPECT_EQ(tables->GetDNETableDeviceIndex(low, 8), 8u);
-  EXPECT_EQ(make(0)->GetDNETableDeviceIndex(low, 3), 3u);
-  EXPECT_EQ(make(0)->GetDNETableValue(low, 0), 1.0);
-  EXPECT_EQ(make(0)->InitializeMergeSettings(nullptr), 0);
+  EXPECT_EQ(make("GENERIC")->GetDNETableDeviceIndex(low, 3), 3u);
+  EXPECT_EQ(make("GENERIC")->GetDNETableValue(low, 0), 1.0);
+  EXPECT_EQ(make("GENERIC")->InitializeMergeSettings(nullptr), 0);
   gain_value_t entries[8] = {};
   EXPECT_EQ(tables->GetTable(low, entries, 7, false), -1);
   EXPECT_EQ(entries[0].uiValue, 0u);
@@ -269,7 +276,7 @@ TEST(GainTables, FallBackForWhatTheyDoNotHave) {
 }
 
 TEST(GainTables, AreReplacedByTheCallersOwn) {
-  const auto tables = make(0x01000400);
+  const auto tables = make("GSENSE400");
   const gain_value_t own[] = {{300, 2}, {100, 1}, {300, 0}, {200, 9}};
   EXPECT_EQ(tables->SetGainTable(low, nullptr, 4), -1);
   EXPECT_EQ(tables->SetGainTable(neither, own, 4), -1);
