@@ -79,7 +79,7 @@ void writeCards(fuzz::Input input) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   Bytes bytes = fuzz::copyOf(data, size);
   CFrameMetaData header;
   bool end = false;

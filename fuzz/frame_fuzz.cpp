@@ -1,5 +1,6 @@
 // Whole frames of one family of sensors (FUZZ_FAMILY) through the façade: two bytes of options, four of a
-// region, then the frame. The model text is overwritten, so that every input belongs to the family.
+// region, then the frame, whose header is binary or FITS text. The model text is overwritten, so that every
+// input belongs to the family.
 
 #include <orvacam.h>
 
@@ -7,8 +8,10 @@
 #include <cmath>
 #include <memory>
 
+#include "caller_buffers.h"
 #include "frame_families.h"
 #include "fuzz_support.h"
+#include "header_mutator.h"
 #include "simulator/Encoder.h"
 
 namespace {
@@ -49,18 +52,13 @@ struct Family : fuzz::families::FUZZ_FAMILY {
 
 void setModel(Bytes& frame, unsigned int choice) {
   const char* const model = Family::models[choice % Family::models.size()];
+  if (CFitsInterface::IsFitsFrame(frame.data(), fuzz::length(frame))) {
+    fuzz::setFitsCard(frame, 0, "INSTRUME", "'" + std::string(model) + "'", frame.size() + 80);
+    return;
+  }
   if (frame.size() < 48) return;
   std::memset(frame.data() + 8, 0, 40);
   std::memcpy(frame.data() + 8, model, std::strlen(model));
-}
-
-/// What a header claims, in bytes of a plane; 0 when it does not say.
-std::uint64_t claimedBytes(Bytes frame) {
-  CFrameMetaData metaData;
-  unsigned int width = 0, height = 0;
-  if (metaData.Parse(frame.data(), fuzz::length(frame)) < 0) return 0;
-  if (metaData.GetFrameDimensionsBinned(width, height) < 0) return 0;
-  return std::uint64_t{2} * width * height;
 }
 
 /// Options that ask for statistics: a quarter of all, as they take most of the time.
@@ -201,6 +199,36 @@ void mergeIntoOwnBuffers(const Run& first, Bytes& frame, unsigned int options) {
   }
 }
 
+/// Any mixture of requests and buffers: what is given is kept to, what is too small fails, and nothing else
+/// does.
+void mergeIntoAnyBuffers(CAlgo& algo, Bytes& frame, unsigned int options) {
+  constexpr unsigned int layout = 0x01E0, withHeaders = 8;
+  Run whole(algo, (options & layout) | withHeaders);
+  whole.merge(frame, options);
+  const unpacked_images_t& all = whole.images;
+  for (const unsigned int turn : {1u, 2u, 3u}) {
+    const Bytes choices = fuzz::choicesOf(frame, options + turn, 64);
+    Input input(choices.data(), choices.size());
+    fuzz::NeededSizes needed{input.word(), input.word(), input.word() % 1200};
+    if (whole.status >= 0) needed = {all.ulLowImageSize, all.ulMergedImageSize, all.uiMetaDataSize};
+    fuzz::CallerBuffers own(needed, input);
+    const int status = algo.MergeImage(frame.data(), frame.size(), &own.images, nullptr);
+    own.check();
+    FUZZ_REQUIRE((status >= 0) == (whole.status >= 0 && own.suffice()));
+    if (status < 0) continue;
+    const unsigned long stamped = whole.format == ORVA_IMAGE_FORMAT_FITS ? 5760 : 0;  // holds the time of day
+    const auto same = [](const unsigned short* a, const unsigned short* b, unsigned long from,
+                         unsigned long to) {
+      return std::memcmp(reinterpret_cast<const char*>(a) + from, reinterpret_cast<const char*>(b) + from,
+                         to - from) == 0;
+    };
+    const unpacked_images_t& x = own.images;
+    if (x.bLowImageRequest) FUZZ_REQUIRE(same(x.pLowImage, all.pLowImage, 0, needed.plane));
+    if (x.bHighImageRequest) FUZZ_REQUIRE(same(x.pHighImage, all.pHighImage, 0, needed.plane));
+    if (x.bMergedImageRequest) FUZZ_REQUIRE(same(x.pMergedImage, all.pMergedImage, stamped, needed.merged));
+  }
+}
+
 /// Pixels of a region that was copied packed, against the unpacked plane. Told apart only where all runs of a
 /// row are even, as only then rows lie where a region looks for them.
 void compareRegion(const CFrameMetaData& metaData, const frame_roi_t& roi, const Bytes& copied,
@@ -238,7 +266,7 @@ void copyRegion(Bytes& frame, const frame_roi_t& region, unsigned int room, cons
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   Input input(data, size);
   const unsigned int options = input.word();
   frame_roi_t region{};
@@ -251,7 +279,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   setModel(frame, options >> 9);
   // Planes of some megabytes take the time of a thousand small ones and differ in nothing else; larger ones
   // are out of proportion to the input and must be refused.
-  const std::uint64_t claimed = claimedBytes(frame);
+  const std::uint64_t claimed = fuzz::claimedPlane(frame, true);
   if (claimed > 128 << 10 && claimed <= 8 << 20) return 0;
 
   const Bytes original = frame;
@@ -276,6 +304,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   third.merge(frame, options);
   requireSame(first, third);
   mergeIntoOwnBuffers(first, frame, options);
+  mergeIntoAnyBuffers(algo, frame, options);
   copyRegion(frame, region, room, first);
 
   CFrameMetaData metaData;

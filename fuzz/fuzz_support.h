@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "ceilings.h"
+
 /// Stops the run when something that must hold does not.
 #define FUZZ_REQUIRE(condition)                                                       \
   do {                                                                                \
@@ -35,6 +37,19 @@ inline Bytes copyOf(const std::uint8_t* data, std::size_t size) {
 
 inline unsigned int length(const Bytes& bytes) {
   return static_cast<unsigned int>(bytes.size());
+}
+
+/// Bytes that look random and are the same for the same bytes: choices that an input makes without spending
+/// bytes of its own on them.
+inline Bytes choicesOf(const Bytes& bytes, unsigned int seed, std::size_t count) {
+  for (const unsigned char byte : bytes)
+    seed = (seed ^ byte) * 16777619u;
+  Bytes choices(count);
+  for (unsigned char& choice : choices) {
+    seed = seed * 1664525u + 1013904223u;
+    choice = static_cast<unsigned char>(seed >> 24);
+  }
+  return choices;
 }
 
 /// The input, taken from its front. Behind its end there are zeros, so that a short input means something.

@@ -6,6 +6,7 @@
 #include <array>
 
 #include "fuzz_support.h"
+#include "metadata/FrameGeometry.h"
 
 namespace {
 
@@ -50,18 +51,34 @@ void askValues(CFrameMetaData& header) {
   FUZZ_REQUIRE(header.GetLowGainValue() > 0 && header.GetHighGainValue() > 0);
 }
 
+/// What a frame's sizes are taken from: bounded or refused, and what the widest arithmetic gives.
+void requireSoundGeometry(const CFrameMetaData& header) {
+  const orvacam::FrameGeometry geometry(header);
+  const bool refused = static_cast<bool>(geometry.fault());
+  FUZZ_REQUIRE(refused == !geometry.fault().text().empty());
+  FUZZ_REQUIRE(2 * geometry.planePixels() == (refused ? 0 : fuzz::claimedPlane(header, true)));
+  FUZZ_REQUIRE(2 * geometry.framePixels() == (refused ? 0 : fuzz::claimedPlane(header, false)));
+  FUZZ_REQUIRE(geometry.headerLength() <= 65535);
+  if (refused) return;
+  FUZZ_REQUIRE(geometry.columns().frame() <= 0x7FFFFFFF && geometry.rows().frame() <= 0x7FFFFFFF);
+  FUZZ_REQUIRE(geometry.binnedImagePixels() > 0 && geometry.binnedImagePixels() <= geometry.planePixels());
+  unsigned int width = 0, height = 0;
+  FUZZ_REQUIRE(header.GetFrameDimensionsBinned(width, height) == 0);
+  FUZZ_REQUIRE(geometry.binnedColumns().frame() == width && geometry.binnedRows().frame() == height);
+  FUZZ_REQUIRE(header.GetFrameDimensions(width, height) == 0);
+  FUZZ_REQUIRE(geometry.columns().frame() == width && geometry.rows().frame() == height);
+}
+
 void askGeometry(const CFrameMetaData& header) {
+  requireSoundGeometry(header);
+  // The documented queries wrap at 32 bits.
   unsigned int width = 0, height = 0, pixels = 0, bytes = 0;
   const int image = header.GetImageDimensionsBinned(width, height);
-  if (image == 0) {
-    FUZZ_REQUIRE(header.GetImageSizePixelsBinned(pixels) == 0 && pixels == width * height);
-    FUZZ_REQUIRE(width > 0 && height > 0);
-  }
+  if (image == 0) FUZZ_REQUIRE(header.GetImageSizePixelsBinned(pixels) == 0 && pixels == width * height);
   unsigned int frameWidth = 0, frameHeight = 0;
-  if (header.GetFrameDimensionsBinned(frameWidth, frameHeight) == 0) {
-    FUZZ_REQUIRE(image == 0 && frameWidth >= width && frameHeight >= height);
-    FUZZ_REQUIRE(header.GetFrameSizePixelsBinned(pixels) == 0 && pixels == frameWidth * frameHeight);
-  }
+  if (header.GetFrameDimensionsBinned(frameWidth, frameHeight) == 0)
+    FUZZ_REQUIRE(image == 0 && header.GetFrameSizePixelsBinned(pixels) == 0 &&
+                 pixels == frameWidth * frameHeight);
   header.GetImageSizePixels(pixels);
   header.GetFrameSizePixels(pixels);
   header.GetPixelSize(bytes);
@@ -106,6 +123,10 @@ void writeBack(CFrameMetaData& header) {
   Bytes first = written(header);
   CFrameMetaData again;
   again.Parse(first.data(), 384);
+  // Files are as large as what is read back, planes as what was written.
+  const orvacam::FrameGeometry geometry(header);
+  if (!geometry.fault() && !orvacam::processedHeaderFault(header))
+    FUZZ_REQUIRE(orvacam::FrameGeometry(again).planePixels() == geometry.planePixels());
   Bytes second = written(again);
   CFrameMetaData third;
   third.Parse(second.data(), 384);
@@ -157,7 +178,7 @@ void readFields(Bytes& bytes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   const Bytes original = fuzz::copyOf(data, size);
   Bytes bytes = original;
   CFrameMetaData header;

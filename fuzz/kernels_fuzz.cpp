@@ -316,7 +316,7 @@ void compare(const Results& expected, const Results& actual, const Data& data) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   Input input(data, size);
   const Data given(input);
   const Results expected(given, kernels::plain());

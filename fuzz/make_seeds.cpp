@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/FitsHeader.h"
 #include "simulator/Scene.h"
 
 namespace {
@@ -87,9 +88,51 @@ Bytes frameOptions(unsigned int format) {
   return options;
 }
 
+/// The options of a converted file: no reference files, this format.
+Bytes fileOptions(unsigned int format, const Bytes& frame) {
+  Bytes options{static_cast<unsigned char>(3 | format << 3)};
+  appendWord(options, frame.size());
+  appendWord(options, 0);
+  return options;
+}
+
+/// A frame whose header is FITS text, for every target that takes a frame.
+void fitsFrameSeeds(const fs::path& folder, const sim::Camera& camera, const char* mode) {
+  const auto usual = sim::headerFor(camera, mode);
+  if (!usual) return;
+  const sim::HeaderFields f = small(*usual, true);
+  const Bytes frame = sim::inFitsForm(f, sim::encodeFrame(f, 3, sim::exposeSky(camera, f, sim::Sky())));
+  const std::string name = std::string(camera.name) + "-" + mode + "-fits";
+  const Bytes text(frame.begin(), frame.begin() + 2880);
+  write(folder / "header" / name, text);
+  for (unsigned int format = 0; format < 3; ++format) {
+    const std::string numbered = name + "-" + std::to_string(format);
+    write(folder / familyOf(camera) / numbered, joined(frameOptions(format), frame));
+    write(folder / "face" / numbered, joined({0, 3}, frame));
+    write(folder / "frame_files" / numbered, joined(fileOptions(format, frame), frame));
+  }
+  for (unsigned char command = 0; command < 5; ++command) {
+    Bytes called{command};
+    appendWord(called, frame.size());
+    write(folder / "orvacam" / (name + "-" + std::to_string(command)), joined(called, frame));
+  }
+  // Two frames of 4 pixels, then the header of the result.
+  Bytes steps = {0, 4, 2, 1, 1, 2, 3, 4, 8, 9};
+  appendWord(steps, text.size());
+  write(folder / "stacker" / name, joined(steps, text));
+  // A reference file is a header and two planes.
+  const Bytes planes(4 * f.frameWidth() * f.frameHeight(), 9);
+  const Bytes reference = joined(text, planes);
+  Bytes pair;
+  appendWord(pair, reference.size());
+  pair.push_back(0);
+  write(folder / "reference_files" / name, joined(joined(pair, reference), reference));
+}
+
 void frameSeeds(const fs::path& folder) {
   for (const sim::Camera& camera : sim::cameras())
     for (const char* mode : {"single", "hdr", "16bit", "cms"}) {
+      fitsFrameSeeds(folder, camera, mode);
       const auto usual = sim::headerFor(camera, mode);
       if (!usual) continue;
       for (unsigned int version = 1; version <= 4; ++version) {
@@ -97,16 +140,14 @@ void frameSeeds(const fs::path& folder) {
         const Bytes frame = sim::encodeFrame(f, version, sim::exposeSky(camera, f, sim::Sky()));
         const std::string name = std::string(camera.name) + "-" + mode + "-" + std::to_string(version);
         write(folder / familyOf(camera) / name, joined(frameOptions(version % 3), frame));
+        write(folder / "face" / name, joined({0, static_cast<unsigned char>(version)}, frame));
         write(folder / "header" / name, sim::writeHeader(f, version));
         for (unsigned char command = 0; command < 4; ++command) {
           Bytes called{command};
           appendWord(called, frame.size());
           write(folder / "orvacam" / (name + "-" + std::to_string(command)), joined(called, frame));
         }
-        Bytes file{static_cast<unsigned char>(3 | version % 3 << 3)};
-        appendWord(file, frame.size());
-        appendWord(file, 0);
-        write(folder / "frame_files" / name, joined(file, frame));
+        write(folder / "frame_files" / name, joined(fileOptions(version % 3, frame), frame));
       }
     }
 }

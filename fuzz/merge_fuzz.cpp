@@ -243,7 +243,7 @@ void legacyMerge(Input& input) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   Input input(data, size);
   switch (input.upTo(2)) {
     case 0:

@@ -87,7 +87,7 @@ void useSettings(const gain_type_info_t& camera, CCameraNVMergeSettings& calibra
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   const Bytes bytes = fuzz::copyOf(data, size);
   CCameraNVMergeSettings calibration;
   FUZZ_REQUIRE(calibration.Initialize(bytes.data(), fuzz::length(bytes)) == 0);

@@ -95,7 +95,7 @@ int run(const Command& command) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   fuzz::Input input(data, size);
   const unsigned int choice = input.byte(), firstLength = input.word();
   const Surroundings surroundings;

@@ -1,4 +1,5 @@
-// A pair of reference files: two bytes say how long the first one is, one byte which of them are given.
+// A pair of reference files, whose headers are binary or FITS text: two bytes say how long the first one is,
+// one byte which of them are given.
 
 #include <orvacam.h>
 
@@ -8,24 +9,36 @@ namespace {
 
 using fuzz::Bytes;
 
-/// Position of a term in its file: behind the header, low-gain plane first.
-unsigned int termAt(const Bytes& file, std::size_t plane, std::size_t pixels, std::size_t i) {
-  const std::size_t at = (std::size_t{file[4]} << 8 | file[5]) + 2 * (plane * pixels + i);
+/// The length that a header states.
+std::size_t headerOf(Bytes file) {
+  CFrameMetaData metaData;
+  metaData.Parse(file.data(), fuzz::length(file));
+  return metaData.GetBinarizeSize();
+}
+
+/// A term of a file: behind the header, low-gain plane first.
+unsigned int termAt(const Bytes& file, std::size_t header, std::size_t plane, std::size_t pixels,
+                    std::size_t i) {
+  const std::size_t at = header + 2 * (plane * pixels + i);
   return file.at(at) + file.at(at + 1) * 256u;
 }
 
 void compareTerms(const ref_frames_t& planes, const Bytes* dsnu, const Bytes* prnu) {
   const std::size_t pixels = std::size_t{planes.uiWidth} * planes.uiHeight;
+  const std::size_t dsnuHeader = dsnu != nullptr ? headerOf(*dsnu) : 0;
+  const std::size_t prnuHeader = prnu != nullptr ? headerOf(*prnu) : 0;
   for (std::size_t i = 0; i < pixels; ++i) {
     if (dsnu != nullptr) {
-      FUZZ_REQUIRE(static_cast<unsigned short>(planes.pAdditiveLow[i]) == termAt(*dsnu, 0, pixels, i));
-      FUZZ_REQUIRE(static_cast<unsigned short>(planes.pAdditiveHigh[i]) == termAt(*dsnu, 1, pixels, i));
+      FUZZ_REQUIRE(static_cast<unsigned short>(planes.pAdditiveLow[i]) ==
+                   termAt(*dsnu, dsnuHeader, 0, pixels, i));
+      FUZZ_REQUIRE(static_cast<unsigned short>(planes.pAdditiveHigh[i]) ==
+                   termAt(*dsnu, dsnuHeader, 1, pixels, i));
     } else {
       FUZZ_REQUIRE(planes.pAdditiveLow[i] == 0 && planes.pAdditiveHigh[i] == 0);
     }
     if (prnu != nullptr && dsnu != nullptr) {
-      FUZZ_REQUIRE(planes.pMultiplicativeLow[i] == termAt(*prnu, 0, pixels, i));
-      FUZZ_REQUIRE(planes.pMultiplicativeHigh[i] == termAt(*prnu, 1, pixels, i));
+      FUZZ_REQUIRE(planes.pMultiplicativeLow[i] == termAt(*prnu, prnuHeader, 0, pixels, i));
+      FUZZ_REQUIRE(planes.pMultiplicativeHigh[i] == termAt(*prnu, prnuHeader, 1, pixels, i));
     }
     if (prnu == nullptr) FUZZ_REQUIRE(planes.pMultiplicativeLow[i] == 10240);
   }
@@ -57,7 +70,7 @@ void free(ref_frames_t& planes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   fuzz::Input input(data, size);
   const unsigned int firstLength = input.word();
   const unsigned int given = input.byte();

@@ -79,7 +79,7 @@ void compareStatistics(const image_plane_stats_t& stats, const std::vector<std::
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   Input input(data, size);
   const unsigned int version = 1 + input.upTo(3);
   const sim::HeaderFields fields = sim::asVersion(fieldsOf(input), version);

@@ -84,13 +84,14 @@ void stack(CStacker& stacker, Model& model, fuzz::Input& input, unsigned int kin
 }
 
 void describe(CStacker& stacker, fuzz::Input& input) {
-  Bytes header = input.bytes(input.word() % 1200);
+  Bytes header = input.bytes(input.word() % 4000);  // a FITS header takes 2880
   unsigned char* stacked = nullptr;
   unsigned int length = 0;
   const int status = stacker.GetStackedMetaData(header.data(), fuzz::length(header), &stacked, &length);
   if (status < 0 || stacked == nullptr) return;
   CFrameMetaData metaData;
-  FUZZ_REQUIRE(length >= 384);
+  // What the longest header takes, and the block that came with one.
+  FUZZ_REQUIRE(length >= 384 && length <= 65535 + 4000);
   metaData.Parse(stacked, length);
   FUZZ_REQUIRE(metaData.Value(ORVA_META_KEY_TEST_IS_STACKED_FRAME).GetValueBool());
   FUZZ_REQUIRE(!metaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool());
@@ -98,7 +99,7 @@ void describe(CStacker& stacker, fuzz::Input& input) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   fuzz::Input input(data, size);
   CStacker stacker;
   Model model;

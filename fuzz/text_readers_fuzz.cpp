@@ -110,7 +110,7 @@ void setValues(const Bytes& bytes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   Bytes bytes = fuzz::copyOf(data, size);
   compareNumber(bytes, 10);
   compareNumber(bytes, 16);

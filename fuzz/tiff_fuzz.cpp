@@ -34,7 +34,7 @@ void binarize(const CTiffMaker& maker) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+FUZZ_TARGET(data, size) {
   fuzz::Input input(data, size);
   CTiffMaker maker;
   const auto tag = static_cast<unsigned short>(input.word());

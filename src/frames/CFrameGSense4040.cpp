@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "frames/Decoding.h"
+#include "merge/FrameRegions.h"
 
 using namespace orvacam;
 
@@ -24,15 +25,17 @@ int CFrameGSense4040::Merge(unpacked_images_t* pImages) {
 int CFrameGSense4040::CopyROIToBuffer(frame_roi_t& roi, unsigned char* pBuffer, unsigned int uiBufferSize) {
   if (m_pMetaData == nullptr || m_pSource == nullptr || m_bSourceIncomplete || pBuffer == nullptr) return -1;
   if (roi.uiX % 2 != 0 || roi.uiWidth % 2 != 0) return -1;
-  unsigned int frameWidth = 0, frameHeight = 0, prePixels = 0, postPixels = 0, preRows = 0, postRows = 0;
-  if (m_pMetaData->GetFrameDimensionsBinned(frameWidth, frameHeight) != 0) return -1;
-  m_pMetaData->GetRefPixelsBinned(prePixels, postPixels);
-  m_pMetaData->GetRefRowsBinned(preRows, postRows);
+  // All that follows fits 64 bits: an axis has at most 2^31 - 1 pixels, a row of both gains twice 1.5 bytes
+  // for each.
+  const orvacam::FrameGeometry geometry(*m_pMetaData);
+  if (geometry.fault()) return -1;
+  const orvacam::FrameRegions frame(geometry);
+  const unsigned int frameWidth = frame.frameWidth, prePixels = frame.prePixels, preRows = frame.preRows;
   const bool hdr = m_pMetaData->Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
 
   const unsigned long firstColumn = static_cast<unsigned long>(prePixels) + roi.uiX;
   const unsigned long firstRow = static_cast<unsigned long>(preRows) + roi.uiY;
-  if (firstColumn + roi.uiWidth > frameWidth || firstRow + roi.uiHeight > frameHeight) return -1;
+  if (firstColumn + roi.uiWidth > frameWidth || firstRow + roi.uiHeight > frame.frameHeight) return -1;
 
   const unsigned long header = m_pMetaData->GetBinarizeSize();
   const unsigned long rowsPerRow = hdr ? 2 : 1;

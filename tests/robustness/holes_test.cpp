@@ -169,6 +169,35 @@ TEST(Holes, AFitsSourceThatAProcessedHeaderHoldsIsConverted) {
   EXPECT_TRUE(std::equal(file.begin() + 1040, file.begin() + 1040 + 2 * 4 * 4, source.begin()));
 }
 
+// ---- Regions
+// -------------------------------------------------------------------------------------------------
+
+TEST(Holes, ARegionWhoseBytesWrapAt64BitsIsNotCopied) {
+  // 1.5 x width x (rows ahead of the region + 1) is 2^64 + 452: the region seemed to end within the source,
+  // and its first row lay gigabytes ahead of it.
+  constexpr unsigned int width = 3201754728, rows = 1920482739;
+  const Bytes source = fitsFrame({{"INSTRUME", "'VESTRA VS4040'"},
+                                  {"MDLENGTH", "384"},
+                                  {"DPIXDEP", "12"},
+                                  {"IMGSTPCL", std::to_string(width - 1)},
+                                  {"IMGSTPRW", "2000000000"},
+                                  {"PREREFRW", std::to_string(rows)}});
+  EXPECT_EQ(
+      inChild([&]() -> std::string {
+        Bytes bytes = source;
+        CAlgo algo;
+        CFrameMetaData metaData;
+        metaData.Parse(bytes.data(), static_cast<unsigned int>(bytes.size()));
+        const std::unique_ptr<IFrame> frame(algo.InitFrame(&metaData, bytes.data(), bytes.size(), nullptr));
+        Bytes copied(384 + 6);
+        frame_roi_t region{};
+        region.uiY = rows;
+        region.uiWidth = region.uiHeight = 2;
+        return frame->CopyROIToBuffer(region, copied.data(), 390) == -1 ? "" : "it is copied";
+      }),
+      "");
+}
+
 // ---- Memory
 // --------------------------------------------------------------------------------------------------
 

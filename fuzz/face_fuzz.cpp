@@ -1,0 +1,215 @@
+// The C interface: two bytes of options, then a frame. What the findings say of it is what decoding does, and
+// its planes are those of the documented classes.
+
+#include <orvacam.h>
+#include <orvacam_c.h>
+
+#include <memory>
+
+#include "fuzz_support.h"
+
+namespace {
+
+using fuzz::Bytes;
+using fuzz::Input;
+
+/// A status is good or has a reason, which is none of the library's own faults.
+void requireReasoned(orva_status status) {
+  FUZZ_REQUIRE(status <= 0 && status > -ORVA_INTERNAL);
+  if (status == 0) return;
+  const orva_error* const error = orva_last_error();
+  FUZZ_REQUIRE(error->kind == -status && error->text[0] != '\0' && orva_reason_name(error->kind)[0] != '\0');
+  FUZZ_REQUIRE(std::strchr(error->text, '\n') == nullptr);
+}
+
+/// A text that is copied out is the beginning of the whole one, whatever the room.
+template <typename Copy>
+void requireText(const Copy& copy) {
+  std::size_t length = 0;
+  const orva_status status = copy(nullptr, 0, &length);
+  requireReasoned(status);
+  if (status != 0) return;
+  std::string whole(length + 1, 'x');
+  FUZZ_REQUIRE(copy(whole.data(), whole.size(), nullptr) == 0 &&
+               whole.size() == std::strlen(whole.c_str()) + 1);
+  for (const std::size_t room : {std::size_t{1}, length / 2 + 1, length}) {
+    if (room > length) continue;
+    Bytes part(room);
+    std::size_t said = 0;
+    auto* const text = reinterpret_cast<char*>(part.data());
+    FUZZ_REQUIRE(copy(text, room, &said) == 0 && said == length);
+    if (room > 0) FUZZ_REQUIRE(std::strlen(text) == room - 1 && whole.compare(0, room - 1, text) == 0);
+  }
+}
+
+void askHeader(const orva_header* header) {
+  orva_header_info info{};
+  info.size = sizeof info;
+  FUZZ_REQUIRE(orva_header_get_info(header, &info) == 0 && info.sensor != nullptr && info.model != nullptr);
+  orva_geometry geometry{};
+  geometry.size = sizeof geometry;
+  const orva_status status = orva_header_get_geometry(header, &geometry);
+  requireReasoned(status);
+  if (status == 0)
+    FUZZ_REQUIRE(geometry.x + std::uint64_t{geometry.image_width} <= geometry.width &&
+                 geometry.y + std::uint64_t{geometry.image_height} <= geometry.height);
+  for (std::size_t i = 0; i < orva_key_count(); ++i) {
+    const orva_key* const key = orva_key_at(i);
+    double number = 0;
+    const orva_status got = orva_header_get_number(header, key->name, &number);
+    FUZZ_REQUIRE((got == 0) == (key->kind != ORVA_KEY_TEXT));
+    requireText([&](char* text, std::size_t room, std::size_t* length) {
+      return orva_header_get_text(header, key->name, text, room, length);
+    });
+  }
+  requireText([&](char* text, std::size_t room, std::size_t* length) {
+    return orva_header_to_text(header, text, room, length);
+  });
+  requireText([&](char* text, std::size_t room, std::size_t* length) {
+    return orva_header_to_json(header, text, room, length);
+  });
+}
+
+/// The reason of the first finding that is an error; 0 without one.
+int firstError(const orva_frame* frame) {
+  std::size_t count = 0;
+  FUZZ_REQUIRE(orva_frame_finding_count(frame, &count) == 0 && count < 50);
+  int reason = 0;
+  bool others = false;
+  for (std::size_t i = 0; i < count; ++i) {
+    orva_finding finding{};
+    finding.size = sizeof finding;
+    FUZZ_REQUIRE(orva_frame_get_finding(frame, i, &finding) == 0);
+    FUZZ_REQUIRE(finding.id[0] != '\0' && finding.text[0] != '\0');
+    const bool error = finding.severity == ORVA_ERROR;
+    FUZZ_REQUIRE(error == (finding.reason != 0) && !(error && others));  // errors first
+    if (error && reason == 0) reason = finding.reason;
+    others = others || !error;
+  }
+  return reason;
+}
+
+orva_image_info infoOf(const orva_image* image) {
+  orva_image_info info{};
+  info.size = sizeof info;
+  FUZZ_REQUIRE(orva_image_get_info(image, &info) == 0);
+  return info;
+}
+
+/// An image against the plane that the documented classes give.
+void requirePlane(const orva_image* image, const unsigned short* plane, unsigned long pixels) {
+  if (image == nullptr) return;
+  const orva_image_info info = infoOf(image);
+  FUZZ_REQUIRE(info.type == ORVA_PIXEL_U16 && std::uint64_t{info.width} * info.height == pixels);
+  FUZZ_REQUIRE(pixels == 0 || std::memcmp(info.pixels, plane, 2 * pixels) == 0);
+  const orva_header* header = nullptr;
+  FUZZ_REQUIRE(orva_image_get_header(image, &header) == 0 && header != nullptr);
+}
+
+/// The same frame by CAlgo; it parses in the bytes, which are a copy.
+void compareWithClasses(Bytes frame, const orva_decoded& decoded) {
+  CFrameMetaData metaData;
+  Bytes parsed = frame;
+  FUZZ_REQUIRE(metaData.Parse(parsed.data(), fuzz::length(parsed)) >= 0);
+  gain_type_info_t camera{ORVA_DEVICE_UNKNOWN,
+                          metaData.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
+  metaData.GetDeviceType(camera.uiDeviceType);
+  const auto algo = std::make_unique<CAlgo>();
+  algo->Initialize(camera, nullptr);
+  unpacked_images_t images{};
+  images.bLowImageRequest = images.bHighImageRequest = images.bMergedImageRequest = true;
+  FUZZ_REQUIRE(algo->MergeImage(frame.data(), frame.size(), &images, nullptr) >= 0);
+  requirePlane(decoded.image, images.pLowImage, images.ulLowImagePixels);
+  requirePlane(decoded.low, images.pLowImage, images.ulLowImagePixels);
+  requirePlane(decoded.high, images.pHighImage, images.ulHighImagePixels);
+  requirePlane(decoded.merged, images.pMergedImage, images.ulMergedImagePixels);
+  algo->FreeFramePointers(&images);
+}
+
+/// Decodes into a target that is a pixel too small, which writes nothing, and into one that just fits.
+void decodeIntoTarget(orva_decoder* decoder, const orva_frame* frame, std::uint64_t pixels) {
+  for (const std::uint64_t room : {pixels - 1, pixels}) {
+    fuzz::Pixels memory(room, 0x5A5A);
+    orva_request request{};
+    request.size = sizeof request;
+    request.planes = ORVA_PLANE_LOW | ORVA_PLANE_IMAGE;
+    request.low = request.image = {memory.data(), room};
+    orva_decoded decoded{};
+    decoded.size = sizeof decoded;
+    const orva_status status = orva_decoder_decode(decoder, frame, &request, &decoded);
+    if (room > 0) FUZZ_REQUIRE(status == (room == pixels ? 0 : -ORVA_BAD_ARGUMENT));
+    if (room < pixels && room > 0) FUZZ_REQUIRE(memory == fuzz::Pixels(room, 0x5A5A));
+    orva_decoded_free(&decoded);
+  }
+}
+
+void stackTwice(const orva_frame* frame, const orva_image* plane) {
+  orva_stack* stack = nullptr;
+  FUZZ_REQUIRE(orva_stack_create(ORVA_STACK_MEAN, &stack) == 0);
+  FUZZ_REQUIRE(orva_stack_add(stack, frame) == 0 && orva_stack_add(stack, frame) == 0);
+  FUZZ_REQUIRE(orva_stack_count(stack) == 2);
+  orva_image* mean = nullptr;
+  FUZZ_REQUIRE(orva_stack_result_u16(stack, &mean) == 0);
+  const orva_image_info a = infoOf(mean), b = infoOf(plane);
+  const std::uint64_t pixels = std::uint64_t{a.width} * a.height;
+  FUZZ_REQUIRE(a.width == b.width && a.height == b.height &&
+               std::memcmp(a.pixels, b.pixels, 2 * pixels) == 0);
+  orva_image_free(mean);
+  orva_stack_free(stack);
+}
+
+void decode(const orva_frame* frame, const Bytes& bytes, int expected, unsigned int flags) {
+  orva_decoder* decoder = nullptr;
+  FUZZ_REQUIRE(orva_decoder_create(&decoder) == 0);
+  orva_request request{};
+  request.size = sizeof request;
+  request.planes = ORVA_PLANE_LOW | ORVA_PLANE_HIGH | ORVA_PLANE_MERGED | ORVA_PLANE_IMAGE;
+  request.flags = flags;
+  orva_decoded decoded{};
+  decoded.size = sizeof decoded;
+  const orva_status status = orva_decoder_decode(decoder, frame, &request, &decoded);
+  requireReasoned(status);
+  FUZZ_REQUIRE(status == -expected);
+  const auto bit = [](const orva_image* image, orva_plane plane) {
+    return image != nullptr ? unsigned{plane} : 0;
+  };
+  const unsigned int planes = bit(decoded.low, ORVA_PLANE_LOW) | bit(decoded.high, ORVA_PLANE_HIGH) |
+                              bit(decoded.merged, ORVA_PLANE_MERGED) | bit(decoded.image, ORVA_PLANE_IMAGE);
+  FUZZ_REQUIRE(planes == orva_frame_planes(frame));
+  if (status == 0) {
+    compareWithClasses(bytes, decoded);
+    const orva_image* const first = decoded.image != nullptr ? decoded.image : decoded.low;
+    const orva_image* const stacked = decoded.merged != nullptr ? decoded.merged : first;
+    const orva_image_info info = infoOf(first);
+    decodeIntoTarget(decoder, frame, std::uint64_t{info.width} * info.height);
+    stackTwice(frame, stacked);
+  }
+  orva_decoded_free(&decoded);
+  orva_decoder_free(decoder);
+}
+
+}  // namespace
+
+FUZZ_TARGET(data, size) {
+  Input input(data, size);
+  const unsigned int options = input.word();
+  const Bytes bytes = input.rest();
+  const std::uint64_t claimed = fuzz::claimedPlane(bytes, true);
+  if (claimed > 128 << 10 && claimed <= 8 << 20) return 0;  // takes its time and is nothing new
+
+  orva_frame* frame = nullptr;
+  const orva_status status = (options & 4) != 0 ? orva_frame_copy(bytes.data(), bytes.size(), &frame)
+                                                : orva_frame_view(bytes.data(), bytes.size(), &frame);
+  requireReasoned(status);
+  FUZZ_REQUIRE((status == 0) == (frame != nullptr));
+  orva_header* header = nullptr;
+  FUZZ_REQUIRE(orva_header_parse(bytes.data(), bytes.size(), &header) == status);
+  orva_header_free(header);
+  if (frame == nullptr) return 0;
+  askHeader(orva_frame_header(frame));
+  const int expected = firstError(frame);
+  FUZZ_REQUIRE((orva_frame_planes(frame) == 0) == (expected != 0));
+  decode(frame, bytes, expected, options & 3);
+  orva_frame_free(frame);
+  return 0;
+}
