@@ -14,12 +14,15 @@
 
 #include "face/Failure.h"
 #include "gain/CalibrationBlock.h"
+#include "gain/SensorGains.h"
 #include "sensors/Sensors.h"
 #include "support/QuietLog.h"
 
 namespace orvacam::face {
 
 namespace {
+
+constexpr double largestRatio = 65535;  // a frame's header, which begins alike, has text there
 
 [[noreturn]] void refuse(const std::string& why) {
   fail(ORVA_BAD_ARGUMENT, "is no camera's calibration block: " + why);
@@ -89,6 +92,8 @@ std::unique_ptr<CCameraNVMergeSettings> readCalibration(const void* block, std::
   CCameraNVMergeSettings probe;
   if ((probe.*parse)(bytes + calibration::headerSize, stated - calibration::headerSize) < 0)
     refuse("its settings end early");
+  if (probe.GetGainRatio() > largestRatio || probe.GetDefaultGainRatio() > largestRatio)
+    refuse("its gain ratio is above 65535");
   auto stored = std::make_unique<CCameraNVMergeSettings>();
   stored->Initialize(bytes, static_cast<unsigned int>(stated));
   return stored;
@@ -105,6 +110,7 @@ extern "C" orva_status orva_gains(const char* sensor, int back_side_illuminated,
     const std::unique_ptr<CCameraNVMergeSettings> stored =
         calibration != nullptr ? readCalibration(calibration, length) : nullptr;
     const gain_type_info_t camera{known.device, back_side_illuminated != 0};
+    const orvacam::GainTablesApart apart;
     const std::unique_ptr<IDeviceGainTables> tables(
         CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, stored.get()));
     if (tables == nullptr) throw std::bad_alloc();

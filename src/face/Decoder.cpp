@@ -321,16 +321,6 @@ orva_request everything() {
   return all;
 }
 
-/// Decodes a frame; what it throws names the frame's file.
-DecodedImages decodeNamed(orva_decoder& decoder, const orva_frame& frame, const orva_request& request) {
-  try {
-    return decoder.decode(frame, request);
-  } catch (Failure& failure) {
-    failure.path = frame.path;
-    throw;
-  }
-}
-
 }  // namespace
 
 extern "C" {
@@ -379,8 +369,10 @@ orva_status orva_decoder_decode(orva_decoder* decoder, const orva_frame* frame, 
   return guarded([&] {
     give(decoded, orva_decoded{}, "the planes");
     const orva_request wanted = request != nullptr ? taken(request, "the request") : everything();
-    DecodedImages images =
-        decodeNamed(required(decoder, "the decoder"), required(frame, "the frame"), wanted);
+    orva_decoder& d = required(decoder, "the decoder");
+    const orva_frame& f = required(frame, "the frame");
+    DecodedImages images;
+    withFrame(f, [&] { images = d.decode(f, wanted); });
     give(decoded,
          orva_decoded{sizeof(orva_decoded), images.low.release(), images.high.release(),
                       images.merged.release(), images.image.release()},

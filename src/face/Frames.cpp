@@ -31,17 +31,6 @@ void requireHeader(const unsigned char* bytes, std::size_t length) {
   HeaderValues::parse(bytes, length);
 }
 
-/// Runs a step on a file; what it throws names the file.
-template <typename Step>
-void withPath(const char* path, const Step& step) {
-  try {
-    step(&required(path, "the path"));
-  } catch (Failure& failure) {
-    if (path != nullptr) failure.path = path;
-    throw;
-  }
-}
-
 /// Copies a text out, as much of it as there is room for.
 void giveText(const std::string& whole, char* text, std::size_t capacity, std::size_t* length) {
   if (capacity > 0) {
@@ -73,6 +62,15 @@ const std::vector<FindingText>& orva_frame::findings() const {
   return m_findings;
 }
 
+std::unique_ptr<orva_frame> orvacam::face::readFrame(const char* path) {
+  std::unique_ptr<orva_frame> frame;
+  withPath(path, [&] {
+    const char* const name = &required(path, "the path");
+    frame = std::make_unique<orva_frame>(readFile(name, requireHeader), name);
+  });
+  return frame;
+}
+
 extern "C" {
 
 // ---- Headers
@@ -87,8 +85,8 @@ orva_status orva_header_parse(const void* bytes, size_t length, orva_header** ou
 orva_status orva_header_read(const char* path, orva_header** out) {
   return guarded([&] {
     required(out, "out") = nullptr;
-    withPath(path, [&](const char* name) {
-      const FileBytes start = readStart(name);
+    withPath(path, [&] {
+      const FileBytes start = readStart(&required(path, "the path"));
       *out = new orva_header(HeaderValues::parse(start.bytes.get(), start.length));
     });
   });
@@ -162,7 +160,7 @@ orva_status orva_header_get_bytes(const orva_header* header, const void** bytes,
 orva_status orva_frame_read(const char* path, orva_frame** out) {
   return guarded([&] {
     required(out, "out") = nullptr;
-    withPath(path, [&](const char* name) { *out = new orva_frame(readFile(name, requireHeader), name); });
+    *out = readFrame(path).release();
   });
 }
 

@@ -3,6 +3,7 @@
 
 #include <orvacam_c.h>
 
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -30,5 +31,29 @@ struct orva_frame : orvacam::face::Counted {
   mutable std::once_flag m_looked;
   mutable std::vector<orvacam::face::FindingText> m_findings;
 };
+
+namespace orvacam::face {
+
+/// Runs a step on a file; what it throws names the file.
+template <typename Step>
+void withPath(const char* path, const Step& step) {
+  try {
+    step();
+  } catch (Failure& failure) {
+    if (path != nullptr) failure.path = path;
+    throw;
+  }
+}
+
+/// The same on a frame, which knows the file that it is from.
+template <typename Step>
+void withFrame(const orva_frame& frame, const Step& step) {
+  withPath(frame.path.c_str(), step);
+}
+
+/// Reads a frame. Throws Failure.
+std::unique_ptr<orva_frame> readFrame(const char* path);
+
+}  // namespace orvacam::face
 
 #endif  // ORVACAM_SRC_FACE_FRAMES_H

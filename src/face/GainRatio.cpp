@@ -8,12 +8,13 @@
 #include <memory>
 #include <new>
 
+#include "gain/SensorGains.h"
+
 namespace orvacam::face {
 
-// The tables of a class are shared by its objects that one thread makes. Nobody keeps these here: they are
-// made, asked and given up, so that no decoder sees another one's.
 double gainRatioOf(const HeaderValues& header, CCameraNVMergeSettings* stored) {
   const gain_type_info_t camera{header.device(), header.flag(ORVA_META_KEY_BACK_SIDE_ILLUMINATED)};
+  const GainTablesApart apart;
   const std::unique_ptr<IDeviceGainTables> tables(
       CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, stored));
   if (tables == nullptr) throw std::bad_alloc();

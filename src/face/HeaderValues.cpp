@@ -123,6 +123,7 @@ void HeaderValues::parseWithoutTime() {
   std::memcpy(m_CaptureTimeText, m_bytes.data() + timeTextAt, timeTextLength);
   std::memcpy(m_RawHeader + timeTextAt, m_bytes.data() + timeTextAt, timeTextLength);
   m_bCaptureTimeValid = false;
+  m_hasReadableTime = false;
   m_Values[ORVA_META_KEY_CAPTURE_DATE].SetValueUint(0);
 }
 

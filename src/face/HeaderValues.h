@@ -52,6 +52,8 @@ class HeaderValues : public CFrameMetaData {
   double temperature() const { return GetSensorTemperature(); }
   double setPoint() const;
   double exposureSeconds() const;
+  /// Whether the documented parser reads the header's time.
+  bool hasReadableTime() const { return m_hasReadableTime; }
   /// Nanoseconds since 1970; none where the header's time cannot be read or does not exist.
   const std::optional<std::int64_t>& time() const { return m_time; }
   /// The block that a version 4 header describes: its bytes from the header's first byte on; 0 for none.
@@ -73,6 +75,7 @@ class HeaderValues : public CFrameMetaData {
   unsigned int m_device = 0;
   const char* m_sensor = "";
   bool m_isKnownSensor = false;
+  bool m_hasReadableTime = true;
   std::optional<std::int64_t> m_time;
   std::uint64_t m_blockBegin = 0, m_blockEnd = 0;
 };

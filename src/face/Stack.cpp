@@ -268,12 +268,7 @@ orva_status orva_stack_add(orva_stack* stack, const orva_frame* frame) {
   return guarded([&] {
     orva_stack& s = required(stack, "the stack");
     const orva_frame& f = required(frame, "the frame");
-    try {
-      s.addFrame(f);
-    } catch (Failure& failure) {
-      failure.path = f.path;
-      throw;
-    }
+    withFrame(f, [&] { s.addFrame(f); });
   });
 }
 

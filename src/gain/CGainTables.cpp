@@ -154,10 +154,33 @@ constexpr SensorGains sensorGeneric =
 template <typename Class>
 std::shared_ptr<DneTables>& tablesOf() {
   thread_local std::shared_ptr<DneTables> tables;
+  std::shared_ptr<DneTables>* const apart = orvacam::GainTablesApart::tables();
+  return apart != nullptr ? *apart : tables;
+}
+
+}  // namespace
+
+namespace {
+
+/// The tables of what lives apart in this thread.
+std::shared_ptr<DneTables>*& apartTables() {
+  thread_local std::shared_ptr<DneTables>* tables = nullptr;
   return tables;
 }
 
 }  // namespace
+
+orvacam::GainTablesApart::GainTablesApart() {
+  apartTables() = &m_tables;
+}
+
+orvacam::GainTablesApart::~GainTablesApart() {
+  apartTables() = nullptr;
+}
+
+std::shared_ptr<DneTables>* orvacam::GainTablesApart::tables() {
+  return apartTables();
+}
 
 CGainTablesSensor::CGainTablesSensor(const SensorGains& gains, std::shared_ptr<DneTables>& tablesOfClass)
     : m_Gains(gains) {

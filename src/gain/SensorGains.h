@@ -3,6 +3,7 @@
 
 #include <orvacam/types/gain_types.h>
 
+#include <memory>
 #include <vector>
 
 namespace orvacam {
@@ -41,6 +42,22 @@ struct SensorGains {
 /// The electrons-per-count tables of one class.
 struct DneTables {
   std::vector<merge_gain_t> channels[2];
+};
+
+/// While it lives, the gain tables that this thread makes share their electrons per count with one another
+/// alone, not with those that it made before or makes later.
+class GainTablesApart {
+ public:
+  GainTablesApart();
+  GainTablesApart(const GainTablesApart&) = delete;
+  GainTablesApart& operator=(const GainTablesApart&) = delete;
+  ~GainTablesApart();
+
+  /// Of this thread; null where none lives.
+  static std::shared_ptr<DneTables>* tables();
+
+ private:
+  std::shared_ptr<DneTables> m_tables;
 };
 
 }  // namespace orvacam
