@@ -7,50 +7,14 @@
 
 #include "TestFolder.h"
 #include "frames/FrameTesting.h"
+#include "support/Cameras.h"
 
 namespace {
 
 using namespace frame_testing;
 
-enum Family { Packed, Wide, Sampled, Ccd, Plain };
-
-struct Mode {
-  const char* name;
-  const char* model;
-  unsigned int device;
-  Family family;
-  unsigned int bits;
-  bool hdr;
-  double ratio;  ///< of the high to the low gain at settings 1 and 2, from the sensors' data sheets
-  unsigned int quadrants = 0;
-};
-
-constexpr double ratio400 = 17.3611 / 1.7492;
-constexpr double ratio4040 = 18.6916 / 0.8194;
-constexpr double ratio6060 = 12.5 / 2.494;
-
-const Mode modes[] = {
-    {"GSense400Single", "VESTRA VS400", 0x01000400, Packed, 12, false, ratio400},
-    {"GSense400Hdr", "VESTRA VS400", 0x01000400, Packed, 12, true, ratio400},
-    {"GSense2020Single", "VESTRA VS2020", 0x01002020, Packed, 12, false, ratio4040},
-    {"GSense2020Sixteen", "VESTRA VS2020", 0x01002020, Wide, 16, false, ratio4040},
-    {"GSense2020Hdr", "VESTRA VS2020", 0x01002020, Packed, 12, true, ratio4040},
-    {"GSense2020Sampled", "VESTRA VS2020", 0x01002020, Sampled, 12, false, ratio4040},
-    {"GSense4040Single", "VESTRA VS4040", 0x01004040, Packed, 12, false, ratio4040},
-    {"GSense4040Sixteen", "VESTRA VS4040", 0x01004040, Wide, 16, false, ratio4040},
-    {"GSense4040Hdr", "VESTRA VS4040", 0x01004040, Packed, 12, true, ratio4040},
-    {"GSense6060Twelve", "VESTRA VS6060", 0x01006060, Packed, 12, false, ratio6060},
-    {"GSense6060Hdr", "VESTRA VS6060", 0x01006060, Packed, 12, true, ratio6060},
-    {"GSense6060Sixteen", "VESTRA VS6060", 0x01006060, Wide, 16, false, ratio6060},
-    {"FourAmplifiers", "ARGENT 230-42", 0x03023042, Ccd, 16, false, 1, 0x3C},
-    {"UpperLeftAmplifier", "ARGENT 230-84", 0x03023084, Ccd, 16, false, 1, 0x20},
-    {"UpperRightAmplifier", "ARGENT 4320", 0x03004320, Ccd, 16, false, 1, 0x10},
-    {"LowerLeftAmplifier", "ARGENT 230-42", 0x03023042, Ccd, 16, false, 1, 0x08},
-    {"LowerRightAmplifier", "ARGENT 230-84", 0x03023084, Ccd, 16, false, 1, 0x04},
-    {"Imx183", "VESTRA IMX183", 0x04000183, Plain, 16, false, 1},
-    {"Generic", "VESTRA PLAIN", 0, Plain, 16, false, 1},
-    {"GenericHdr", "VESTRA PLAIN", 0, Plain, 16, true, 1},
-};
+using cameras::Mode;
+using cameras::Stream;
 
 /// What the frame of a mode must come out as.
 struct Expected {
@@ -96,18 +60,18 @@ Expected expectedOf(const Mode& mode, const RawFrame& raw, std::size_t headerSiz
   expected.low = raw.plane(0);
   expected.high = raw.plane(1);
   expected.merged.assign(pixels, 0);
-  switch (mode.family) {
-    case Packed:
+  switch (mode.stream) {
+    case Stream::Packed:
       expected.decodes = raw.planes[0].size() <= pixels;
       if (raw.planes.size() == 2) {
         expected.lowStats = streamStatistics(raw, 0);
         expected.highStats = streamStatistics(raw, 1);
       }
       break;
-    case Sampled:
+    case Stream::Sampled:
       expected.low = sampledPixels(raw.bytes.data() + headerSize, pixels);
       break;
-    case Ccd:
+    case Stream::Ccd:
       if (mode.quadrants == 0x3C) {
         if (f.frameHeight() % 2 != 0)  // nobody reads the middle row
           std::fill_n(expected.low.begin() + f.frameHeight() / 2 * f.frameWidth(), f.frameWidth(), 0);
@@ -121,7 +85,7 @@ Expected expectedOf(const Mode& mode, const RawFrame& raw, std::size_t headerSiz
     default:
       break;
   }
-  if (mode.hdr) expectMerge(expected, raw, mode.ratio);
+  if (mode.hdr) expectMerge(expected, raw, mode.camera().ratio);
   return expected;
 }
 
@@ -129,7 +93,7 @@ Expected expectedOf(const Mode& mode, const RawFrame& raw, std::size_t headerSiz
 std::vector<sim::HeaderFields> framesOf(const Mode& mode) {
   sim::HeaderFields base = header(mode.model, mode.bits, mode.hdr, 8, 4);
   base.quadrants = mode.quadrants;
-  base.correlatedMultipleSampling = mode.family == Sampled;
+  base.correlatedMultipleSampling = mode.stream == Stream::Sampled;
   base.lowGain = 1;
   base.highGain = 2;
   std::vector<sim::HeaderFields> frames;
@@ -143,7 +107,7 @@ std::vector<sim::HeaderFields> framesOf(const Mode& mode) {
     frames.back().height = height;
   }
   // These send the image alone, unbinned.
-  if (mode.family == Plain) return frames;
+  if (mode.stream == Stream::Plain) return frames;
   base.width = 70;
   base.height = 50;
   for (const unsigned int pre : {0u, 3u, 4u})
@@ -157,7 +121,7 @@ std::vector<sim::HeaderFields> framesOf(const Mode& mode) {
         frames.back().postRefRows = below;
       }
   // A binned GSENSE400 or CCD frame is refused, which other tests show.
-  if (mode.family == Ccd || mode.device == 0x01000400) return frames;
+  if (mode.stream == Stream::Ccd || mode.camera().device == 0x01000400) return frames;
   for (const auto& [x, y] : {std::pair{2u, 1u}, std::pair{1u, 2u}, std::pair{2u, 2u}, std::pair{3u, 4u}}) {
     frames.push_back(base);
     frames.back().horizontalBinning = x;
@@ -318,7 +282,7 @@ class WholeFrames : public ::testing::TestWithParam<Mode> {
   template <typename Merge>
   void checkMerge(const RawFrame& raw, const Expected& expected, unsigned int version, const Merge& merge) {
     CAlgo algo;
-    algo.Initialize({GetParam().device, false}, nullptr);
+    algo.Initialize({GetParam().camera().device, false}, nullptr);
     Images images;
     Images::all(images);
     unpacked_stats_t stats{};
@@ -345,7 +309,8 @@ class WholeFrames : public ::testing::TestWithParam<Mode> {
       EXPECT_EQ(plane->uiHistogramSize, 65535u);
     // Single images of most sensors are computed without having been counted.
     expectSame(stats.statsLow, expected.lowStats);
-    const bool onlyLow = GetParam().family == Ccd || (GetParam().device == 0x01000400 && !GetParam().hdr);
+    const bool onlyLow =
+        GetParam().stream == Stream::Ccd || (GetParam().camera().device == 0x01000400 && !GetParam().hdr);
     if (onlyLow)
       expectReset(stats.statsHigh);
     else
@@ -396,7 +361,7 @@ class WholeFrames : public ::testing::TestWithParam<Mode> {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Modes, WholeFrames, ::testing::ValuesIn(modes),
+INSTANTIATE_TEST_SUITE_P(Modes, WholeFrames, ::testing::ValuesIn(cameras::modes),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_P(WholeFrames, InMemory) {

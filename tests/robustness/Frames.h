@@ -6,52 +6,38 @@
 
 #include "simulator/Encoder.h"
 #include "simulator/Header.h"
+#include "support/Cameras.h"
 
 namespace robustness {
 
 namespace sim = orvacam::simulator;
 using Bytes = std::vector<unsigned char>;
 
-/// A small frame of each way in which a sensor sends its pixels.
-struct Family {
-  const char* name;
-  const char* model;
-  unsigned int bits;
-  bool hdr;
-  bool correlatedMultipleSampling;
-  /// A source that is cut leaves 16-bit pixels uncopied without an error; the other readers say so.
-  bool cutIsSilent;
-};
+using cameras::Mode;
+using cameras::modeNamed;
+using cameras::Stream;
 
-inline constexpr Family families[] = {
-    {"GSense400Hdr", "VESTRA VS400", 12, true, false, false},
-    {"GSense400Single", "VESTRA VS400", 12, false, false, false},
-    {"GSense2020Hdr", "VESTRA VS2020", 12, true, false, false},
-    {"GSense2020Single", "VESTRA VS2020", 12, false, false, false},
-    {"GSense2020Sixteen", "VESTRA VS2020", 16, false, false, true},
-    {"GSense2020Cms", "VESTRA VS2020", 12, false, true, false},
-    {"GSense4040Hdr", "VESTRA VS4040", 12, true, false, false},
-    {"GSense4040Sixteen", "VESTRA VS4040", 16, false, false, true},
-    {"GSense6060Hdr", "VESTRA VS6060", 12, true, false, false},
-    {"GSense6060Sixteen", "VESTRA VS6060", 16, false, false, true},
-    {"CcdFour", "ARGENT 230-42", 16, false, false, false},
-    {"Imx183", "VESTRA IMX183", 16, false, false, false},
-    {"Generic", "VESTRA PLAIN", 16, false, false, false},
-};
+/// A mode for each way through the code: the others are a CCD's single amplifiers and what a plain camera
+/// ignores.
+inline const std::vector<Mode> families = cameras::modesThat([](const Mode& mode) {
+  return (mode.stream != Stream::Ccd || mode.quadrants == 0x3C) &&
+         (mode.stream != Stream::Plain || !mode.hdr);
+});
 
-inline sim::HeaderFields fieldsOf(const Family& family, unsigned int width = 10, unsigned int height = 4) {
+/// A small frame.
+inline sim::HeaderFields fieldsOf(const Mode& mode, unsigned int width = 10, unsigned int height = 4) {
   sim::HeaderFields fields;
-  fields.model = std::string(family.model) + ", longer than a short text";
-  fields.dataBits = family.bits;
-  fields.sensorBits = family.bits;
-  fields.hdr = family.hdr;
-  fields.correlatedMultipleSampling = family.correlatedMultipleSampling;
+  fields.model = std::string(mode.model) + ", longer than a short text";
+  fields.dataBits = mode.bits;
+  fields.sensorBits = mode.bits;
+  fields.hdr = mode.hdr;
+  fields.correlatedMultipleSampling = mode.stream == Stream::Sampled;
   fields.width = width;
   fields.height = height;
-  fields.quadrants = 0x3C;
+  fields.quadrants = mode.quadrants;
   fields.lowGain = 1;
   fields.highGain = 2;
-  if (family.bits == 12 && !family.correlatedMultipleSampling) {
+  if (mode.stream == Stream::Packed) {
     fields.preRefRows = 1;
     fields.postRefPixels = 2;
   }

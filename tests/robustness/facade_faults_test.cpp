@@ -12,15 +12,16 @@ namespace {
 
 using namespace fault_testing;
 using robustness::families;
-using robustness::Family;
 using robustness::fieldsOf;
 using robustness::frameOf;
+using robustness::Mode;
+using robustness::modeNamed;
 using robustness::referenceOf;
 
 /// What all merges deliver.
 class Merge : public Operation {
  public:
-  explicit Merge(const Family& family, bool statistics) : m_withStatistics(statistics) {
+  explicit Merge(const Mode& family, bool statistics) : m_withStatistics(statistics) {
     const auto fields = fieldsOf(family);
     m_frame = m_source = frameOf(fields);
     m_width = fields.frameWidth();
@@ -87,7 +88,7 @@ class MergeImage : public Merge {
 
 class MergeWithCallersTerms : public MergeImage {
  public:
-  explicit MergeWithCallersTerms(const Family& family)
+  explicit MergeWithCallersTerms(const Mode& family)
       : MergeImage(family, false), m_add(m_width * m_height, 8), m_mul(m_width * m_height, 2048) {}
   int run() override {
     ref_frames_t terms{m_width, m_height, m_add.data(), m_add.data(), m_mul.data(), m_mul.data()};
@@ -105,7 +106,7 @@ class MergeWithCallersTerms : public MergeImage {
 /// Into the layouts of image files in memory.
 class MergeIntoLayout : public MergeImage {
  public:
-  MergeIntoLayout(const Family& family, ORVA_IMAGE_FORMAT format) : MergeImage(family, false) {
+  MergeIntoLayout(const Mode& family, ORVA_IMAGE_FORMAT format) : MergeImage(family, false) {
     m_algo.SetHWMergeEnables({0, static_cast<unsigned int>(format), 0});
   }
   Bytes result() override {
@@ -122,7 +123,7 @@ class MergeIntoLayout : public MergeImage {
 
 class MergeFile : public Merge {
  public:
-  MergeFile(const Family& family, bool references) : Merge(family, false), m_references(references) {
+  MergeFile(const Mode& family, bool references) : Merge(family, false), m_references(references) {
     const std::string name = family.name;
     m_name = commonFile(name + ".raw", m_frame);
     m_dsnu = commonFile(name + ".dsnu", referenceOf(m_width, m_height, 8, 16));
@@ -140,7 +141,7 @@ class MergeFile : public Merge {
 
 class ConvertFile : public Operation {
  public:
-  ConvertFile(const Family& family, unsigned int format, bool references) : m_severalPlanes(family.hdr) {
+  ConvertFile(const Mode& family, unsigned int format, bool references) : m_severalPlanes(family.hdr) {
     auto fields = fieldsOf(family, 60, 60);  // more pixels than the header of a FITS file displaces
     fields.highGain = 0xFFFFFFFF;            // a number that takes memory to print
     m_name = commonFile(std::string("large") + family.name, frameOf(fields));
@@ -188,8 +189,9 @@ class ConvertFile : public Operation {
 /// A file after one of another size, whose memory is kept for the next.
 class ConvertFilesOfTwoSizes : public ConvertFile {
  public:
-  explicit ConvertFilesOfTwoSizes(unsigned int format) : ConvertFile(families[4], format, false) {
-    m_other = commonFile("other", frameOf(fieldsOf(families[0], 70, 60)));
+  explicit ConvertFilesOfTwoSizes(unsigned int format)
+      : ConvertFile(modeNamed("GSense2020Sixteen"), format, false) {
+    m_other = commonFile("other", frameOf(fieldsOf(modeNamed("GSense400Hdr"), 70, 60)));
     m_otherOut = commonFolder().wideFile("outother.raw");
   }
   int run() override {
@@ -230,7 +232,8 @@ class SetUp : public Operation {
 /// A frame object for callers that merge step by step.
 class MakeFrame : public Operation {
  public:
-  explicit MakeFrame(bool fromFile) : m_fromFile(fromFile), m_bytes(frameOf(fieldsOf(families[0]))) {
+  explicit MakeFrame(bool fromFile)
+      : m_fromFile(fromFile), m_bytes(frameOf(fieldsOf(modeNamed("GSense400Hdr")))) {
     Bytes copy = m_bytes;
     m_header.Parse(copy.data(), static_cast<unsigned int>(copy.size()));
     commonFile("hdr.raw", m_bytes);
@@ -281,29 +284,34 @@ std::vector<Subject> subjects() {
   makeEveryGainTable();
   std::vector<Subject> all;
   const auto add = [&all](const std::string& name, auto make) { all.push_back({name, make}); };
-  for (const Family& family : families) {
+  for (const Mode& family : families) {
     const std::string name = family.name;
     add("MergeImage_" + name, [&] { return std::make_unique<MergeImage>(family, false); });
     add("MergeFile_" + name, [&] { return std::make_unique<MergeFile>(family, false); });
   }
-  for (const Family* family : {&families[0], &families[8], &families[10], &families[12]})
+  for (const Mode* family : {&modeNamed("GSense400Hdr"), &modeNamed("GSense6060Hdr"),
+                             &modeNamed("FourAmplifiers"), &modeNamed("Generic")})
     add(std::string("MergeImageWithStatistics_") + family->name,
         [family] { return std::make_unique<MergeImage>(*family, true); });
-  add("MergeImageWithCallersTerms", [] { return std::make_unique<MergeWithCallersTerms>(families[0]); });
+  add("MergeImageWithCallersTerms",
+      [] { return std::make_unique<MergeWithCallersTerms>(modeNamed("GSense400Hdr")); });
   add("MergeImageIntoTiff",
-      [] { return std::make_unique<MergeIntoLayout>(families[0], ORVA_IMAGE_FORMAT_TIFF); });
+      [] { return std::make_unique<MergeIntoLayout>(modeNamed("GSense400Hdr"), ORVA_IMAGE_FORMAT_TIFF); });
   add("MergeImageIntoFits",
-      [] { return std::make_unique<MergeIntoLayout>(families[0], ORVA_IMAGE_FORMAT_FITS); });
-  add("MergeFileWithReferences", [] { return std::make_unique<MergeFile>(families[0], true); });
-  for (const Family* family : {&families[0], &families[4], &families[10]})
+      [] { return std::make_unique<MergeIntoLayout>(modeNamed("GSense400Hdr"), ORVA_IMAGE_FORMAT_FITS); });
+  add("MergeFileWithReferences", [] { return std::make_unique<MergeFile>(modeNamed("GSense400Hdr"), true); });
+  for (const Mode* family :
+       {&modeNamed("GSense400Hdr"), &modeNamed("GSense2020Sixteen"), &modeNamed("FourAmplifiers")})
     for (const auto& [format, formatName] : {std::pair(1u, "ToTiff_"), std::pair(2u, "ToFits_")})
       add(std::string("ConvertFile") + formatName + family->name,
           [family, format = format] { return std::make_unique<ConvertFile>(*family, format, false); });
-  add("ConvertFileWithReferences", [] { return std::make_unique<ConvertFile>(families[0], 2, true); });
+  add("ConvertFileWithReferences",
+      [] { return std::make_unique<ConvertFile>(modeNamed("GSense400Hdr"), 2, true); });
   for (const auto& [format, formatName] : {std::pair(1u, "ToTiff"), std::pair(2u, "ToFits")})
     add(std::string("ConvertFilesOfTwoSizes") + formatName,
         [format = format] { return std::make_unique<ConvertFilesOfTwoSizes>(format); });
-  add("ConvertFileByCopying", [] { return std::make_unique<ConvertFile>(families[4], 0, false); });
+  add("ConvertFileByCopying",
+      [] { return std::make_unique<ConvertFile>(modeNamed("GSense2020Sixteen"), 0, false); });
   add("SetUp", [] { return std::make_unique<SetUp>(); });
   add("InitFrame", [] { return std::make_unique<MakeFrame>(false); });
   add("InitFrameFromFile", [] { return std::make_unique<MakeFrame>(true); });

@@ -49,7 +49,7 @@ std::string inLittleMemory(const std::function<std::string()>& body) {
 
 /// A raw frame whose header states this many bytes.
 Bytes frameWithHeaderOf(unsigned int length) {
-  sim::HeaderFields fields = fieldsOf({"", "VESTRA PLAIN", 16, false, false, false}, 4, 2);
+  sim::HeaderFields fields = fieldsOf(modeNamed("Generic"), 4, 2);
   Bytes frame = frameOf(fields);
   frame.insert(frame.begin() + 384, length - 384, 0);
   frame[4] = static_cast<unsigned char>(length >> 8);
@@ -292,7 +292,7 @@ TEST(Holes, ABiasOfNoColumnsIsNotWalked) {
 
 TEST(Holes, AReferenceFileWhoseBytesWrapAt64BitsIsRefusedWithoutAnException) {
   const TestFolder folder;
-  const std::wstring frame = folder.write("frame.raw", frameOf(fieldsOf(families[0])));
+  const std::wstring frame = folder.write("frame.raw", frameOf(fieldsOf(modeNamed("GSense400Hdr"))));
   for (const auto& [width, height] : {std::pair("2147483648", "2147483648"),
                                       {"2147483647", "2147483647"},
                                       {"4294967296", "4294967296"},

@@ -118,7 +118,7 @@ std::size_t framePixels(const sim::HeaderFields& fields) {
   return std::size_t{fields.frameWidth()} * fields.frameHeight();
 }
 
-class EveryFamily : public ::testing::TestWithParam<Family> {
+class EveryFamily : public ::testing::TestWithParam<Mode> {
  protected:
   EveryFamily() : fields(fieldsOf(GetParam())), frame(frameOf(fields)), caller(framePixels(fields)) {
     algo = std::make_unique<CAlgo>();
@@ -129,7 +129,7 @@ class EveryFamily : public ::testing::TestWithParam<Family> {
   Caller caller;
   std::unique_ptr<CAlgo> algo;
 };
-INSTANTIATE_TEST_SUITE_P(All, EveryFamily, ::testing::ValuesIn(families),
+INSTANTIATE_TEST_SUITE_P(All, EveryFamily, ::testing::ValuesIn(cameras::modes),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_P(EveryFamily, CutAnywhereDecodesWhatIsWholeAndLeavesTheRestZero) {
@@ -137,13 +137,14 @@ TEST_P(EveryFamily, CutAnywhereDecodesWhatIsWholeAndLeavesTheRestZero) {
   const std::vector<unsigned short> whole[] = {caller.plane(0), caller.plane(1)};
   // Bytes that a cut may take along: a pair of pixels, a group of the 13-bit packing, a pair of a CCD's
   // lines.
-  const bool ccd = std::string(GetParam().name) == "CcdFour";
-  const std::size_t group = ccd ? 4 * fields.frameWidth() : GetParam().correlatedMultipleSampling ? 13 : 3;
+  const bool ccd = GetParam().stream == Stream::Ccd, sampled = GetParam().stream == Stream::Sampled;
+  const std::size_t group = ccd ? 4 * fields.frameWidth() : sampled ? 13 : 3;
 
   std::size_t decodedBefore = 0;
   for (std::size_t length = 0; length < frame.size(); ++length) {
     const bool headerIsWhole = length >= headerLength;
-    ASSERT_EQ(caller.merge(*algo, frame, length), headerIsWhole && GetParam().cutIsSilent ? 0 : -1) << length;
+    ASSERT_EQ(caller.merge(*algo, frame, length), headerIsWhole && GetParam().cutIsSilent() ? 0 : -1)
+        << length;
     ASSERT_TRUE(caller.intact()) << length;
     if (!headerIsWhole) continue;
     std::size_t decoded = 0;
@@ -157,14 +158,14 @@ TEST_P(EveryFamily, CutAnywhereDecodesWhatIsWholeAndLeavesTheRestZero) {
     }
     ASSERT_GE(decoded, decodedBefore) << length;
     decodedBefore = decoded;
-    if (GetParam().cutIsSilent) {
+    if (GetParam().cutIsSilent()) {
       ASSERT_EQ(decoded, 0u) << length;
       continue;
     }
     // Every whole group of the stream is there.
-    const std::size_t bits = GetParam().correlatedMultipleSampling ? 13 : GetParam().bits;
+    const std::size_t bits = sampled ? 13 : GetParam().bits;
     ASSERT_GE(decoded * bits / 8 + group, length - headerLength) << length;
-    ASSERT_LT(decoded, framePixels(fields) * (GetParam().hdr ? 2 : 1)) << length;
+    ASSERT_LT(decoded, framePixels(fields) * sim::layoutOf(fields).planes) << length;
   }
   EXPECT_EQ(caller.merge(*algo, frame, frame.size()), 0) << "not usable afterwards";
   EXPECT_EQ(caller.plane(0), whole[0]);

@@ -12,9 +12,10 @@ namespace {
 
 using namespace fault_testing;
 using robustness::families;
-using robustness::Family;
 using robustness::fieldsOf;
 using robustness::frameOf;
+using robustness::Mode;
+using robustness::modeNamed;
 using robustness::referenceOf;
 
 constexpr unsigned int width = 6, height = 4, pixels = width * height;
@@ -31,7 +32,7 @@ std::vector<unsigned short> ramp(unsigned int first) {
 /// A frame object that is initialized and merged again and again.
 class FrameObject : public Operation {
  public:
-  FrameObject(const Family& family, bool fromFile, bool planesAskedFor)
+  FrameObject(const Mode& family, bool fromFile, bool planesAskedFor)
       : m_fromFile(fromFile), m_bytes(frameOf(fieldsOf(family))), m_planesAskedFor(planesAskedFor) {
     Bytes copy = m_bytes;
     m_header.Parse(copy.data(), static_cast<unsigned int>(copy.size()));
@@ -97,7 +98,7 @@ class FrameObject : public Operation {
 
 std::unique_ptr<Operation> copyRegion() {
   struct State {
-    Bytes bytes = frameOf(fieldsOf(families[6]));
+    Bytes bytes = frameOf(fieldsOf(modeNamed("GSense4040Hdr")));
     CFrameMetaData header;
     CFrameGSense4040 frame;
     Bytes region = Bytes(384 + 12);
@@ -232,7 +233,7 @@ std::unique_ptr<Operation> copyMerge() {
 std::unique_ptr<Operation> stack() {
   struct State {
     CStacker stacker;
-    const Bytes frame = frameOf(fieldsOf(families[0]));
+    const Bytes frame = frameOf(fieldsOf(modeNamed("GSense400Hdr")));
     Bytes base = frame, header;
     std::vector<unsigned short> low = ramp(1), high = ramp(50), means;
   };
@@ -265,7 +266,7 @@ std::unique_ptr<Operation> stack() {
 std::vector<Subject> subjects() {
   std::vector<Subject> all;
   const auto add = [&all](const std::string& name, auto make) { all.push_back({name, make}); };
-  for (const Family& family : families) {
+  for (const Mode& family : families) {
     add(std::string("Frame_") + family.name,
         [&] { return std::make_unique<FrameObject>(family, false, true); });
     add(std::string("FrameFromFile_") + family.name,

@@ -16,14 +16,14 @@
 namespace {
 
 using namespace fault_testing;
-using robustness::families;
 using robustness::fieldsOf;
 using robustness::frameOf;
+using robustness::modeNamed;
 
 // ---- Headers
 
 Bytes headerBytes(unsigned int version) {
-  robustness::sim::HeaderFields fields = fieldsOf(families[0]);
+  robustness::sim::HeaderFields fields = fieldsOf(modeNamed("GSense400Hdr"));
   fields.model = "VESTRA VS400 with a text that no small buffer holds";
   if (version == 4) fields.otherBlock = {1, 2, 3, 4, 5};
   return robustness::sim::writeHeader(fields, version);

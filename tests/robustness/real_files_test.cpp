@@ -41,7 +41,7 @@ struct Planes {
 class RealFiles : public ::testing::Test {
  protected:
   RealFiles() {
-    const sim::HeaderFields fields = fieldsOf(families[0]);
+    const sim::HeaderFields fields = fieldsOf(modeNamed("GSense400Hdr"));
     bytes = frameOf(fields);
     good = folder.write("good.raw", bytes);
     reference = referenceOf(fields.frameWidth(), fields.frameHeight(), 8, 16);
@@ -177,7 +177,7 @@ TEST_F(RealFiles, AFileThatShrinksAfterItsHeaderWasReadIsACutFrame) {
 class Outputs : public RealFiles {
  protected:
   Outputs() {
-    large = folder.write("large.raw", frameOf(fieldsOf(families[4], 200, 200)));
+    large = folder.write("large.raw", frameOf(fieldsOf(modeNamed("GSense2020Sixteen"), 200, 200)));
     header.ReInitialize(true);
     header.SetDimensions(200, 200);
   }

@@ -34,7 +34,7 @@ INSTANTIATE_TEST_SUITE_P(All, ToolInputs, ::testing::ValuesIn(robustness::obstac
                          [](const auto& info) { return nameOf(info.param); });
 
 TEST_P(ToolInputs, AreNamedInOneSentenceAndLeaveNothingBehind) {
-  const auto fields = robustness::fieldsOf(robustness::families[6]);
+  const auto fields = robustness::fieldsOf(robustness::modeNamed("GSense4040Hdr"));
   folder.write("good.raw", robustness::frameOf(fields));
   put(GetParam(), folder.file("bad.raw"), robustness::frameOf(fields));
   std::filesystem::create_directory(folder.file("out"));
@@ -72,7 +72,8 @@ const Writer writers[] = {
 class ToolOutputs : public Program {
  protected:
   ToolOutputs() {
-    folder.write("good.raw", robustness::frameOf(robustness::fieldsOf(robustness::families[6], 200, 200)));
+    folder.write("good.raw",
+                 robustness::frameOf(robustness::fieldsOf(robustness::modeNamed("GSense4040Hdr"), 200, 200)));
     std::filesystem::create_directory(folder.file("out"));
   }
 };
