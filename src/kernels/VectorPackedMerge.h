@@ -117,10 +117,9 @@ struct PackedPlanes {
     return correctedPacked(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
   }
 
-  /// Registers of less than a cache line come back to each line while the other six streams pass: there it
-  /// pays to ask early. The addresses may be behind the terms; nothing is read.
+  /// With its four planes of terms a run has more streams than the processor foresees. The addresses may be
+  /// behind the terms; nothing is read.
   void prefetch(std::size_t i) const {
-    if (lanes >= pixelsOfLine) return;
     constexpr std::size_t ahead = 2048;
     const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
                                      reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),

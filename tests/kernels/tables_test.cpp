@@ -119,12 +119,14 @@ TEST(KernelChoice, IsTheLastTableWhoseFeaturesThereAre) {
     }
 }
 
-TEST(KernelChoice, TakesUnpackingOfAvx2OnAmdFamily26) {
+TEST(KernelChoice, TakesWhatIsBoundByMemoryFromAvx2OnAmdFamily26) {
   const Processor processor = {Maker::amd, 26, everyFeature};
   expectMixed(processor, *tableNamed("avx512"),
-              {placeOf<&KernelTable::unpack12>(), placeOf<&KernelTable::unpack12Streaming>()},
+              {placeOf<&KernelTable::unpack12>(), placeOf<&KernelTable::unpack12Streaming>(),
+               placeOf<&KernelTable::mergePackedPlanesStreaming>()},
               *tableNamed("avx2"));
-  EXPECT_EQ(kernels::choiceInWords(processor), "avx512 with avx2's unpack12, unpack12Streaming");
+  EXPECT_EQ(kernels::choiceInWords(processor),
+            "avx512 with avx2's unpack12, unpack12Streaming, mergePackedPlanesStreaming");
 }
 
 TEST(KernelChoice, NeverTakesWhatTheProcessorDoesNotRun) {
