@@ -12,6 +12,7 @@
 #include <exception>
 #include <memory>
 
+#include "facade/Pipeline.h"
 #include "metadata/FrameGeometry.h"
 #include "support/OpenFile.h"
 
@@ -19,26 +20,20 @@ namespace {
 
 constexpr unsigned int histogramEntries = 65535;
 
-struct FileCloser {
-  void operator()(std::FILE* pFile) const { std::fclose(pFile); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
-
-gain_type_info_t cameraOf(const CFrameMetaData& metaData) {
-  gain_type_info_t camera{ORVA_DEVICE_UNKNOWN,
-                          metaData.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
-  metaData.GetDeviceType(camera.uiDeviceType);
-  return camera;
-}
-
 template <typename Pointer>
 void release(Pointer& pBuffer) {
   std::free(pBuffer);
   pBuffer = nullptr;
 }
 
-bool wantsStatistics(const unpacked_stats_t& stats) {
-  return stats.statsLow.bRequest || stats.statsHigh.bRequest || stats.statsMerged.bRequest;
+/// Gives the merge its copy of the metadata. Without memory for it the frame has no metadata either, so that
+/// its operations fail.
+bool lendMetaData(CHWMergeReferenceFrames& merge, const CFrameMetaData& metaData, IFrame& frame) try {
+  merge.SetMetaData(metaData);
+  return true;
+} catch (const std::exception&) {
+  frame.FreeAll();
+  return false;
 }
 
 void makeHistogram(image_plane_stats_t& stats) {
@@ -49,11 +44,10 @@ void makeHistogram(image_plane_stats_t& stats) {
 
 }  // namespace
 
-CAlgo::CAlgo() : m_FileName{}, m_ConversionMemory{}, m_pLog(CLog::getInstance()) {}
+CAlgo::CAlgo() : m_FileName{}, m_pLog(CLog::getInstance()), m_pConversionMemory(nullptr) {}
 
 CAlgo::~CAlgo() {
-  FreeFramePointers(&m_ConversionMemory.planes);
-  release(m_ConversionMemory.pSource);
+  delete m_pConversionMemory;
 }
 
 int CAlgo::Initialize(const gain_type_info_t& info, CCameraNVMergeSettings* pNVMergeSettings) {
@@ -72,15 +66,10 @@ int CAlgo::DeInitialize() {
   return 0;
 }
 
-double CAlgo::DoGainRatio(const CFrameMetaData& metaData) const {
-  return m_MergeSettings.GetGainRatio(metaData.Value(ORVA_META_KEY_LDR_GAIN).GetValueUint(),
-                                      metaData.Value(ORVA_META_KEY_HDR_GAIN).GetValueUint());
-}
-
 double CAlgo::DeriveGainRatioFromMetaData(CFrameMetaData& metaData) {
   const std::unique_ptr<IDeviceGainTables> tables(
-      CDeviceGainTablesFactory::IDeviceGainTables_Create(cameraOf(metaData), nullptr));
-  if (tables == nullptr) return DoGainRatio(metaData);
+      CDeviceGainTablesFactory::IDeviceGainTables_Create(orvacam::cameraOf(metaData), nullptr));
+  if (tables == nullptr) return orvacam::gainRatio(m_MergeSettings, metaData);
   return tables->GetDNETableGainRatio(metaData.Value(ORVA_META_KEY_LDR_GAIN).GetValueUint(),
                                       metaData.Value(ORVA_META_KEY_HDR_GAIN).GetValueUint());
 }
@@ -96,91 +85,43 @@ int CAlgo::MergeImage(unsigned char* pFrame, unsigned long ulLength, unpacked_im
   const int parsed = m_MetaData.Parse(pFrame, static_cast<unsigned int>(std::min(ulLength, 0xFFFFFFFFUL)));
   if (parsed < 0) return parsed;
 
-  if (!m_HWMerge.HasCallerFrames()) {
-    const orvacam::FrameGeometry geometry(m_MetaData);
-    m_HWMerge.CreateIdentityFrames(static_cast<unsigned int>(geometry.columns().frame()),
-                                   static_cast<unsigned int>(geometry.rows().frame()),
-                                   DoGainRatio(m_MetaData), 1.0, nullptr);
-  }
+  if (!m_HWMerge.HasCallerFrames())
+    orvacam::takeReferences(m_HWMerge, m_MetaData, nullptr, nullptr,
+                            orvacam::gainRatio(m_MergeSettings, m_MetaData));
   const std::unique_ptr<IFrame> frame(InitFrame(&m_MetaData, pFrame, ulLength, pImages));
   if (frame == nullptr) return parsed;
-  frame->EnableMergeStatistics(pStats != nullptr && wantsStatistics(*pStats));
-  int result = frame->Merge(pImages);
-  GetStats(frame.get(), pStats);
-  if (result >= 0 && pImages->bMetaDataRequest) {
-    result = frame->GetProcessedLowMetaData(pImages->pLowMetaData, pImages->uiMetaDataSize);
-    if (result >= 0)
-      result = frame->GetProcessedHighMetaData(pImages->pHighMetaData, pImages->uiMetaDataSize);
-    if (result >= 0)
-      result = frame->GetProcessedMergedMetaData(pImages->pMergedMetaData, pImages->uiMetaDataSize);
-  }
-  return result;
+  return orvacam::mergeAndDeliver(*this, *frame, *pImages, pStats, orvacam::Headers::WhereAskedFor);
 } catch (const std::exception&) {
   return -1;
 }
 
 int CAlgo::MergeFile(const wchar_t* pFileName, unpacked_images_t* pImages, unpacked_stats_t* pStats,
                      const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName) try {
+  constexpr const char* name = "MergeFile";
   if (pFileName == nullptr) return -1;
   if (pImages == nullptr) return 0;
   m_MetaData.ReInitialize(false);
-  const File file(orvacam::openRegularFile(pFileName, "rb"));
+  const orvacam::OpenFile file(orvacam::openRegularFile(pFileName, "rb"));
   if (file == nullptr) return -1;
-  return DoMergeStream(file.get(), pImages, pStats, pDSNUFileName, pPRNUFileName);
-} catch (const std::exception&) {
-  return -1;
-}
-
-int CAlgo::DoMergeStream(std::FILE* pStream, unpacked_images_t* pImages, unpacked_stats_t* pStats,
-                         const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName) {
-  constexpr const char* name = "MergeFile";
-  int result = m_MetaData.Parse(pStream);
+  int result = m_MetaData.Parse(file.get());
   if (result < 0) return result;
-  DoInitialize(cameraOf(m_MetaData), nullptr);
-  // Every camera has tables: without them memory ran out, and the ratio would be another camera's.
-  if (!m_MergeSettings.HasGainTables()) return -1;
-
-  const orvacam::FrameGeometry geometry(m_MetaData);
-  const auto width = static_cast<unsigned int>(geometry.columns().frame());
-  const auto height = static_cast<unsigned int>(geometry.rows().frame());
-  result = DoCreateReferenceFrames(pDSNUFileName, pPRNUFileName, DoGainRatio(m_MetaData), width, height);
+  if (!orvacam::takeGains(m_MergeSettings, m_MetaData)) return -1;
+  result = orvacam::takeReferences(m_HWMerge, m_MetaData, pDSNUFileName, pPRNUFileName,
+                                   orvacam::gainRatio(m_MergeSettings, m_MetaData));
   if (result < 0) {
+    const orvacam::FrameGeometry geometry(m_MetaData);
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error allocating reference frames w: %d h: %d\n", name,
-                static_cast<int>(width), static_cast<int>(height));
+                static_cast<int>(geometry.columns().frame()), static_cast<int>(geometry.rows().frame()));
     return result;
   }
-  const std::unique_ptr<IFrame> frame(InitFrame(&m_MetaData, pStream, pImages));
+  const std::unique_ptr<IFrame> frame(InitFrame(&m_MetaData, file.get(), pImages));
   if (frame == nullptr) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error allocating frame object.\n", name);
     return result;
   }
-  if (pStats != nullptr) frame->EnableMergeStatistics(wantsStatistics(*pStats));
-  result = frame->Merge(pImages);
-  GetStats(frame.get(), pStats);
-  if (result >= 0 && pImages->pLowMetaData != nullptr)
-    result = frame->GetProcessedLowMetaData(pImages->pLowMetaData, pImages->uiMetaDataSize);
-  if (result >= 0 && pImages->pHighMetaData != nullptr)
-    result = frame->GetProcessedHighMetaData(pImages->pHighMetaData, pImages->uiMetaDataSize);
-  if (result >= 0 && pImages->pMergedMetaData != nullptr)
-    result = frame->GetProcessedMergedMetaData(pImages->pMergedMetaData, pImages->uiMetaDataSize);
-  return result;
-}
-
-int CAlgo::DoCreateReferenceFrames(const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName,
-                                   double dGainRatio, unsigned int uiWidth, unsigned int uiHeight) {
-  if (pDSNUFileName != nullptr || pPRNUFileName != nullptr)
-    return m_HWMerge.CreateReferenceFrames(pDSNUFileName, pPRNUFileName, dGainRatio, 1.0, nullptr);
-  return m_HWMerge.CreateIdentityFrames(uiWidth, uiHeight, dGainRatio, 1.0, nullptr);
-}
-
-/// Gives the merge its copy of the metadata. Without memory for it the frame has no metadata either, so that
-/// its operations fail.
-bool CAlgo::DoLendMetaData(const CFrameMetaData& metaData, IFrame& frame) try {
-  m_HWMerge.SetMetaData(metaData);
-  return true;
+  return orvacam::mergeAndDeliver(*this, *frame, *pImages, pStats, orvacam::Headers::WhereGiven);
 } catch (const std::exception&) {
-  frame.FreeAll();
-  return false;
+  return -1;
 }
 
 IFrame* CAlgo::InitFrame(CFrameMetaData* pMetaData, unsigned char* pFrame, unsigned long ulLength,
@@ -189,25 +130,17 @@ IFrame* CAlgo::InitFrame(CFrameMetaData* pMetaData, unsigned char* pFrame, unsig
   IFrame* const frame = CFrameFactory::Create(*pMetaData);
   if (frame == nullptr) return nullptr;
   m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiSourceSize= %d\n", "InitFrame", static_cast<int>(ulLength));
-  if (DoLendMetaData(*pMetaData, *frame)) frame->Initialize(*pMetaData, pFrame, ulLength, &m_HWMerge);
+  if (lendMetaData(m_HWMerge, *pMetaData, *frame))
+    frame->Initialize(*pMetaData, pFrame, ulLength, &m_HWMerge);
   return frame;
 }
 
 IFrame* CAlgo::InitFrame(CFrameMetaData* pMetaData, std::FILE* pStream, unpacked_images_t* pImages) {
-  return DoInitFrame(pMetaData, pStream, pImages, nullptr);
-}
-
-IFrame* CAlgo::DoInitFrame(CFrameMetaData* pMetaData, std::FILE* pStream, unpacked_images_t* pImages,
-                           conversion_memory_t* pMemory) {
   if (pMetaData == nullptr) return nullptr;
   IFrame* const frame = CFrameFactory::Create(*pMetaData);
   if (frame == nullptr) return nullptr;
   m_pLog->log(CLOGLEVEL_ENTRY, L"%s: (file)\n", "InitFrame");
-  if (pMemory != nullptr) {
-    frame->AdoptSourceBuffer(pMemory->pSource, pMemory->ulSourceLength);
-    pMemory->pSource = nullptr;
-  }
-  if (pImages == nullptr || DoLendMetaData(*pMetaData, *frame))
+  if (pImages == nullptr || lendMetaData(m_HWMerge, *pMetaData, *frame))
     frame->Initialize(*pMetaData, pStream, &m_HWMerge);
   return frame;
 }

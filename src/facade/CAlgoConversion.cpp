@@ -16,6 +16,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "facade/Pipeline.h"
+#include "frames/FrameParts.h"
 #include "metadata/FrameGeometry.h"
 #include "support/OpenFile.h"
 #include "support/WideText.h"
@@ -25,61 +27,33 @@ namespace {
 // What a processed header takes when it is written.
 constexpr unsigned int processedHeaderSize = 384;
 
-struct FileCloser {
-  void operator()(std::FILE* pFile) const { std::fclose(pFile); }
-};
-
-/// The planes of one conversion. At its end the images go back to the memory that lent them, or will.
-struct Planes {
-  Planes(CAlgo& owner, unpacked_images_t& lender) : algo(owner), kept(lender) {}
-  Planes(const Planes&) = delete;
-  Planes& operator=(const Planes&) = delete;
-  ~Planes() {
-    std::swap(kept.pLowImage, images.pLowImage);
-    std::swap(kept.pHighImage, images.pHighImage);
-    std::swap(kept.pMergedImage, images.pMergedImage);
-    kept.ulLowImageSize = images.ulLowImageSize;
-    kept.ulHighImageSize = images.ulHighImageSize;
-    kept.ulMergedImageSize = images.ulMergedImageSize;
-    algo.FreeFramePointers(&images);
-  }
-
-  CAlgo& algo;
-  unpacked_images_t& kept;
-  unpacked_images_t images{};
-};
-
-/// Lends a plane that was kept when it is asked for and has just the size, else frees it.
-void lendPlane(bool requested, unsigned long size, unsigned short*& kept, unsigned long keptSize,
-               unsigned short*& image, unsigned long& imageSize) {
-  if (requested && kept != nullptr && keptSize == size) {
-    image = kept;
-    imageSize = size;
-  } else {
-    std::free(kept);
-  }
-  kept = nullptr;
+/// Keeps a plane that is wanted and has just the size, else frees it.
+void keepPlane(bool wanted, unsigned long size, unsigned short*& image, unsigned long& imageSize) {
+  if (wanted && imageSize == size) return;
+  std::free(image);
+  image = nullptr;
+  imageSize = 0;
 }
 
-void lendPlanes(const orvacam::FrameGeometry& geometry, unpacked_images_t& kept, unpacked_images_t& images) {
-  const unsigned long size = sizeof *kept.pLowImage * geometry.planePixels();
-  lendPlane(images.bLowImageRequest, size, kept.pLowImage, kept.ulLowImageSize, images.pLowImage,
-            images.ulLowImageSize);
-  lendPlane(images.bHighImageRequest, size, kept.pHighImage, kept.ulHighImageSize, images.pHighImage,
-            images.ulHighImageSize);
-  lendPlane(images.bMergedImageRequest, size, kept.pMergedImage, kept.ulMergedImageSize, images.pMergedImage,
-            images.ulMergedImageSize);
-}
-
+/// Asks for the planes that the frame has. Of the buffers that the record holds, planes of the right size are
+/// used again. False without memory.
+///
 /// Headers of versions 1 and 2 state fewer bytes than a processed header takes, and a metadata buffer of
 /// their own size would stay unwritten: these are made here, large enough for every version.
-int makeMetaDataBuffers(const orvacam::FrameGeometry& geometry, unpacked_images_t& images) {
+bool prepareImages(const orvacam::FrameGeometry& geometry, bool hdr, unpacked_images_t& images) {
+  const unsigned long size = sizeof *images.pLowImage * geometry.planePixels();
+  keepPlane(true, size, images.pLowImage, images.ulLowImageSize);
+  keepPlane(hdr, size, images.pHighImage, images.ulHighImageSize);
+  keepPlane(hdr, size, images.pMergedImage, images.ulMergedImageSize);
+  images.bMetaDataRequest = images.bLowImageRequest = true;
+  images.bHighImageRequest = images.bMergedImageRequest = hdr;
   images.uiMetaDataSize = std::max(static_cast<unsigned int>(geometry.headerLength()), processedHeaderSize);
   for (unsigned char** buffer : {&images.pLowMetaData, &images.pHighMetaData, &images.pMergedMetaData}) {
+    std::free(*buffer);
     *buffer = static_cast<unsigned char*>(std::calloc(images.uiMetaDataSize, 1));
-    if (*buffer == nullptr) return -1;
   }
-  return 0;
+  return images.pLowMetaData != nullptr && images.pHighMetaData != nullptr &&
+         images.pMergedMetaData != nullptr;
 }
 
 /// Merges into pixels alone, whatever layout the caller has set for merges in memory: the image file gets its
@@ -100,6 +74,46 @@ class PixelsOnly {
   CCustomMergeAlgo& m_Algo;
   hw_merge_enables_t m_Enables;
 };
+
+/// One frame on its way from a file into planes.
+struct Conversion {
+  CAlgo& algo;
+  CMergeSettings& settings;
+  CFrameMetaData& metaData;
+  CHWMergeReferenceFrames& merge;
+  orvacam::ConversionMemory& memory;
+
+  int run(const wchar_t* source, const conv_info_t& info) const;
+};
+
+int Conversion::run(const wchar_t* source, const conv_info_t& info) const {
+  metaData.ReInitialize(false);
+  const orvacam::OpenFile file(orvacam::openRegularFile(source, "rb"));
+  if (file == nullptr) return -1;
+  const int parsed = metaData.Parse(file.get());
+  if (parsed < 0) return parsed;
+  // Planes are as large as this header says, files as the processed one does: they must say the same.
+  const orvacam::FrameGeometry geometry(metaData);
+  if (geometry.fault() || orvacam::processedHeaderFault(metaData)) return -1;
+  const bool hdr = metaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
+  if (!prepareImages(geometry, hdr, memory.images) || !orvacam::takeGains(settings, metaData)) return -1;
+  const int result = orvacam::takeReferences(merge, metaData, info.pDSNUFileName, info.pPRNUFileName,
+                                             algo.DeriveGainRatioFromMetaData(metaData));
+
+  const PixelsOnly pixelsOnly(merge);
+  const std::unique_ptr<IFrame> frame(
+      algo.InitFrame(&metaData, static_cast<std::FILE*>(nullptr), &memory.images));
+  if (frame == nullptr) return -1;
+  if (result < 0) return result;
+  orvacam::lendSource(*frame, memory.file, orvacam::readWhole(file.get(), memory.file));
+  return orvacam::mergeAndDeliver(algo, *frame, memory.images, nullptr, orvacam::Headers::WhereGiven);
+}
+
+/// The memory of a façade's conversions, made for the first one.
+orvacam::ConversionMemory& kept(orvacam::ConversionMemory*& memory) {
+  if (memory == nullptr) memory = new orvacam::ConversionMemory;
+  return *memory;
+}
 
 /// One output file of a conversion; image is null when the frame does not yield the plane.
 struct PlaneFile {
@@ -151,66 +165,27 @@ int CAlgo::ConvertFile(const wchar_t* pSource, const conv_info_t* pInfo, const w
   return -1;
 }
 
-int CAlgo::DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages,
-                         conversion_memory_t* pMemory) {
+int CAlgo::DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages) {
   if (pImages == nullptr) return -1;
-  m_MetaData.ReInitialize(false);
-  const std::unique_ptr<std::FILE, FileCloser> file(orvacam::openRegularFile(pSource, "rb"));
-  return file == nullptr ? -1 : DoConvertStream(file.get(), pInfo, pImages, pMemory);
-}
-
-int CAlgo::DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacked_images_t* pImages,
-                           conversion_memory_t* pMemory) {
-  const int parsed = m_MetaData.Parse(pStream);
-  if (parsed < 0) return parsed;
-  // Planes are as large as this header says, files as the processed one does: they must say the same.
-  const orvacam::FrameGeometry geometry(m_MetaData);
-  if (geometry.fault() || orvacam::processedHeaderFault(m_MetaData)) return -1;
-
-  *pImages = unpacked_images_t{};
-  pImages->bMetaDataRequest = true;
-  pImages->bLowImageRequest = true;
-  pImages->bHighImageRequest = pImages->bMergedImageRequest =
-      m_MetaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
-  if (pMemory != nullptr) lendPlanes(geometry, pMemory->planes, *pImages);
-  if (makeMetaDataBuffers(geometry, *pImages) < 0) return -1;
-
-  gain_type_info_t camera{ORVA_DEVICE_UNKNOWN,
-                          m_MetaData.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
-  m_MetaData.GetDeviceType(camera.uiDeviceType);
-  DoInitialize(camera, nullptr);
-  if (!m_MergeSettings.HasGainTables()) return -1;  // no memory
-  int result = DoCreateReferenceFrames(pInfo->pDSNUFileName, pInfo->pPRNUFileName,
-                                       DeriveGainRatioFromMetaData(m_MetaData),
-                                       static_cast<unsigned int>(geometry.columns().frame()),
-                                       static_cast<unsigned int>(geometry.rows().frame()));
-
-  const PixelsOnly pixelsOnly(m_HWMerge);
-  const std::unique_ptr<IFrame> frame(DoInitFrame(&m_MetaData, pStream, pImages, pMemory));
-  if (frame == nullptr) return -1;
-  frame->EnableMergeStatistics(false);
-  if (result < 0) return result;
-  result = frame->Merge(pImages);
-  if (pMemory != nullptr) pMemory->pSource = frame->ReleaseSourceBuffer(pMemory->ulSourceLength);
-  if (result < 0) return result;
-  frame->GetProcessedLowMetaData(pImages->pLowMetaData, pImages->uiMetaDataSize);
-  frame->GetProcessedHighMetaData(pImages->pHighMetaData, pImages->uiMetaDataSize);
-  frame->GetProcessedMergedMetaData(pImages->pMergedMetaData, pImages->uiMetaDataSize);
+  orvacam::ConversionMemory memory;
+  const int result = Conversion{*this, m_MergeSettings, m_MetaData, m_HWMerge, memory}.run(pSource, *pInfo);
+  if (!memory.images.bLowImageRequest) return result;  // it did not get as far as the images
+  *pImages = memory.images;
+  memory.images = unpacked_images_t{};
   return result;
 }
 
 int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
   ProcessedHeader metaData;
   CFitsInterface fits;
-  Planes planes(*this, m_ConversionMemory.planes);
-  unpacked_images_t& images = planes.images;
-  int result = DoConvertBase(pSource, pInfo, &images, &m_ConversionMemory);
+  orvacam::ConversionMemory& memory = kept(m_pConversionMemory);
+  int result = Conversion{*this, m_MergeSettings, m_MetaData, m_HWMerge, memory}.run(pSource, *pInfo);
   if (result < 0) return result;
 
-  for (const PlaneFile& plane : planeFiles(images)) {
+  for (const PlaneFile& plane : planeFiles(memory.images)) {
     if (plane.image == nullptr) continue;
     metaData.ReInitialize(false);
-    metaData.Read(plane.metaData, images.uiMetaDataSize);
+    metaData.Read(plane.metaData, memory.images.uiMetaDataSize);
     mark(metaData, plane);
     result = fits.CreateImageFile(MakeProcessedFileName(pDestination, plane.suffix, ".fit"), plane.image,
                                   metaData);
@@ -221,14 +196,13 @@ int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, con
 int CAlgo::DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
   ProcessedHeader metaData;
   CTiffMaker tiff;
-  Planes planes(*this, m_ConversionMemory.planes);
-  unpacked_images_t& images = planes.images;
-  int result = DoConvertBase(pSource, pInfo, &images, &m_ConversionMemory);
+  orvacam::ConversionMemory& memory = kept(m_pConversionMemory);
+  int result = Conversion{*this, m_MergeSettings, m_MetaData, m_HWMerge, memory}.run(pSource, *pInfo);
   if (result < 0) return result;
 
   // Intended: all files carry the low-gain plane's metadata, apart from two flags.
-  result = metaData.Read(images.pLowMetaData, images.uiMetaDataSize);
-  for (const PlaneFile& plane : planeFiles(images)) {
+  result = metaData.Read(memory.images.pLowMetaData, memory.images.uiMetaDataSize);
+  for (const PlaneFile& plane : planeFiles(memory.images)) {
     if (plane.image == nullptr) continue;
     mark(metaData, plane);
     result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, plane.suffix, ".tiff"), plane.image,

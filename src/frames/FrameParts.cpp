@@ -35,4 +35,12 @@ FrameParts partsOf(IFrame& frame) {
   return Members::of(frame);
 }
 
+void lendSource(IFrame& frame, const OwnedMemory& file, bool whole) {
+  frame.FreeSourceImageBuffer();
+  const FrameParts parts = partsOf(frame);
+  parts.source = file.bytes.get();
+  parts.sourceLength = file.length;
+  parts.sourceIncomplete = !whole;
+}
+
 }  // namespace orvacam

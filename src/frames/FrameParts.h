@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+#include "support/FileMemory.h"
+
 namespace orvacam {
 
 /// The protected members of a frame, for the steps of the library's own classes, which are free functions.
@@ -30,6 +32,9 @@ struct FrameParts {
 };
 
 FrameParts partsOf(IFrame& frame);
+
+/// Gives a frame a file's bytes, which stay the lender's; where they are not whole, its operations fail.
+void lendSource(IFrame& frame, const OwnedMemory& file, bool whole);
 
 /// The bytes of a frame from some place on.
 struct SourceBytes {

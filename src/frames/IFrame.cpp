@@ -2,7 +2,6 @@
 #include <orvacam/merge/CCustomMergeAlgo.h>
 #include <orvacam/metadata/CFrameMetaData.h>
 #include <orvacam/support/CLog.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,7 +11,7 @@
 
 #include "frames/Decoding.h"
 #include "frames/FramePlanes.h"
-#include "support/AlignedMemory.h"
+#include "support/FileMemory.h"
 
 namespace {
 
@@ -24,13 +23,6 @@ void release(Value*& pBuffer) {
 
 unsigned char* allocateZeroed(unsigned long size) {
   return static_cast<unsigned char*>(std::calloc(std::max(size, 1UL), 1));
-}
-
-/// 0 for what is not a regular file with at least one byte.
-unsigned long regularFileSize(std::FILE* pStream) {
-  struct stat status {};
-  if (pStream == nullptr || fstat(fileno(pStream), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
-  return status.st_size > 0 ? static_cast<unsigned long>(status.st_size) : 0;
 }
 
 }  // namespace
@@ -118,44 +110,20 @@ void IFrame::SetSourceImage(unsigned char* pSource, unsigned long ulLength) {
 }
 
 int IFrame::SetSourceImage(std::FILE* pStream) {
-  if (!DoFitsSource(regularFileSize(pStream))) FreeSourceImageBuffer();
+  if (orvacam::regularFileSize(pStream) == 0) FreeSourceImageBuffer();
   return ReadSourceImage(pStream);
 }
 
 int IFrame::ReadSourceImage(std::FILE* pStream) {
-  const unsigned long size = regularFileSize(pStream);
-  if (size == 0) return -1;
-  if (!DoFitsSource(size)) {
-    unsigned char* const buffer = orvacam::allocateAligned(size + 1);
-    if (buffer == nullptr) return -1;
-    AdoptSourceBuffer(buffer, size);
-  }
-  std::rewind(pStream);
-  const unsigned long read = std::fread(m_pSource, 1, size, pStream);
-  std::memset(m_pSource + read, 0, size + 1 - read);
-  m_bSourceIncomplete = read != size;
-  return m_bSourceIncomplete ? -1 : 0;
-}
-
-bool IFrame::DoFitsSource(unsigned long ulLength) const {
-  return m_bSourceOwned && ulLength != 0 && ulLength == m_ulSourceLength;
-}
-
-void IFrame::AdoptSourceBuffer(unsigned char* pBuffer, unsigned long ulLength) {
-  FreeSourceImageBuffer();
-  m_pSource = pBuffer;
-  m_ulSourceLength = pBuffer != nullptr ? ulLength : 0;
-  m_bSourceOwned = pBuffer != nullptr;
-}
-
-unsigned char* IFrame::ReleaseSourceBuffer(unsigned long& ulLength) {
-  if (!m_bSourceOwned) return nullptr;
-  unsigned char* const buffer = m_pSource;
-  ulLength = m_ulSourceLength;
-  m_pSource = nullptr;
-  m_ulSourceLength = 0;
-  m_bSourceOwned = false;
-  return buffer;
+  if (orvacam::regularFileSize(pStream) == 0) return -1;
+  orvacam::OwnedMemory memory;
+  if (m_bSourceOwned) memory = {decltype(memory.bytes)(m_pSource), m_ulSourceLength};
+  const bool whole = orvacam::readWhole(pStream, memory);
+  m_ulSourceLength = memory.length;
+  m_pSource = memory.bytes.release();
+  m_bSourceOwned = m_pSource != nullptr;
+  m_bSourceIncomplete = m_bSourceOwned && !whole;
+  return whole ? 0 : -1;
 }
 
 void IFrame::FreeSourceImageBuffer() {

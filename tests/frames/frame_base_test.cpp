@@ -14,6 +14,7 @@
 #include <typeinfo>
 
 #include "TestFolder.h"
+#include "frames/FrameParts.h"
 #include "frames/FrameTesting.h"
 
 namespace {
@@ -355,32 +356,59 @@ TEST_F(FrameBase, ReadsAWholeFileAndLeavesTheStreamOpen) {
   EXPECT_EQ(frame.m_ulSourceLength, 0u);
 }
 
-TEST_F(FrameBase, ReadsIntoMemoryThatItWasGivenAndGivesItBack) {
+TEST_F(FrameBase, ReadsIntoItsMemoryAgainWhereTheFileHasTheSameLength) {
   const TestFolder folder;
   folder.write("frame", raw.bytes);
   std::FILE* file = std::fopen(folder.file("frame").c_str(), "rb");
   const unsigned long length = raw.bytes.size();
-  unsigned long given = 0;
-  EXPECT_EQ(frame.ReleaseSourceBuffer(given), nullptr);
-  auto* const memory = static_cast<unsigned char*>(std::calloc(length + 1, 1));
-  frame.AdoptSourceBuffer(memory, length);
   EXPECT_EQ(frame.Initialize(raw.metaData, file, nullptr), 0);
+  const unsigned char* const memory = frame.m_pSource;
+  EXPECT_EQ(frame.SetSourceImage(file), 0);
   EXPECT_EQ(frame.m_pSource, memory);
   EXPECT_TRUE(std::equal(raw.bytes.begin(), raw.bytes.end(), memory));
-  EXPECT_EQ(frame.ReleaseSourceBuffer(given), memory);
-  EXPECT_EQ(given, length);
-  EXPECT_EQ(frame.m_pSource, nullptr);
-  EXPECT_EQ(frame.m_ulSourceLength, 0u);
 
-  frame.AdoptSourceBuffer(static_cast<unsigned char*>(std::realloc(memory, length)), length - 1);
-  EXPECT_EQ(frame.SetSourceImage(file), 0);  // which is longer: memory of its own
-  EXPECT_EQ(frame.m_ulSourceLength, length);
-  EXPECT_TRUE(std::equal(raw.bytes.begin(), raw.bytes.end(), frame.m_pSource));
-  std::fclose(file);
-  frame.SetSourceImage(raw.bytes.data(), length);
-  EXPECT_EQ(frame.ReleaseSourceBuffer(given), nullptr);  // the caller's
-  frame.AdoptSourceBuffer(nullptr, 5);
+  folder.write("longer", Bytes(length + 1, 7));
+  std::FILE* longer = std::fopen(folder.file("longer").c_str(), "rb");
+  EXPECT_EQ(frame.SetSourceImage(longer), 0);
+  EXPECT_EQ(frame.m_ulSourceLength, length + 1);
+  EXPECT_EQ(Bytes(frame.m_pSource, frame.m_pSource + length + 1), Bytes(length + 1, 7));
+  std::fclose(longer);
+  EXPECT_EQ(frame.SetSourceImage(file), 0);
+  frame.SetSourceImage(raw.bytes.data(), length);  // the caller's
+  EXPECT_EQ(frame.SetSourceImage(file), 0);
+  EXPECT_NE(frame.m_pSource, raw.bytes.data());
+  EXPECT_EQ(frame.SetSourceImage(nullptr), -1);
   EXPECT_EQ(frame.m_ulSourceLength, 0u);
+  std::fclose(file);
+}
+
+TEST_F(FrameBase, TakesBytesThatAreLent) {
+  const TestFolder folder;
+  folder.write("frame", raw.bytes);
+  std::FILE* file = std::fopen(folder.file("frame").c_str(), "rb");
+  orvacam::OwnedMemory memory;
+  ASSERT_TRUE(orvacam::readWhole(file, memory));
+  EXPECT_EQ(memory.length, raw.bytes.size());
+  const unsigned char* const bytes = memory.bytes.get();
+  EXPECT_TRUE(std::equal(raw.bytes.begin(), raw.bytes.end(), bytes));
+  ASSERT_TRUE(orvacam::readWhole(file, memory));
+  EXPECT_EQ(memory.bytes.get(), bytes) << "once more into the same memory";
+  EXPECT_FALSE(orvacam::readWhole(nullptr, memory));
+  EXPECT_EQ(memory.bytes.get(), bytes) << "as it was";
+  std::fclose(file);
+
+  CFrameGSense400 sensor;
+  EXPECT_EQ(sensor.Initialize(raw.metaData, static_cast<std::FILE*>(nullptr), nullptr), -1);
+  for (const bool whole : {true, false}) {
+    orvacam::lendSource(sensor, memory, whole);
+    Images images;
+    images.bLowImageRequest = true;
+    EXPECT_EQ(sensor.Unpack(&images), whole ? 0 : -1);
+    if (whole) EXPECT_EQ(images.low(), raw.plane(0));
+  }
+  orvacam::lendSource(sensor, {}, false);  // nothing could be read
+  Images images;
+  EXPECT_EQ(sensor.Merge(&images), -1);
 }
 
 TEST_F(FrameBase, RefusesWhatIsNoRegularFileWithContents) {

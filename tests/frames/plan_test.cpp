@@ -212,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(Models, Plans, ::testing::ValuesIn(models), [](const au
 });
 
 TEST_P(Plans, SayWhatTheClassesDo) {
-  constexpr unsigned int seed = 11, rounds = 4000;
+  constexpr unsigned int seed = 11, rounds = 2000;
   std::mt19937 random(seed);
   for (unsigned int round = 0; round < rounds && !HasFailure(); ++round) {
     const Geometry g(random);

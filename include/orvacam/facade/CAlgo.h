@@ -19,6 +19,10 @@ class CCameraNVMergeSettings;
 class CLog;
 class IFrame;
 
+namespace orvacam {
+struct ConversionMemory;
+}
+
 /// The object that callers hold: turns one raw camera frame, in memory or in a file, into up to three 16-bit
 /// planes (low gain, high gain, merged), each with its processed metadata and statistics, or into image
 /// files.
@@ -96,28 +100,9 @@ class ORVACAM_API CAlgo {
   static constexpr unsigned int s_uiFileNameSize = 2048;
 
   int DoInitialize(const gain_type_info_t& info, CCameraNVMergeSettings* pNVMergeSettings);
-  double DoGainRatio(const CFrameMetaData& metaData) const;
-  int DoCreateReferenceFrames(const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName, double dGainRatio,
-                              unsigned int uiWidth, unsigned int uiHeight);
-  bool DoLendMetaData(const CFrameMetaData& metaData, IFrame& frame);
-  int DoMergeStream(std::FILE* pStream, unpacked_images_t* pImages, unpacked_stats_t* pStats,
-                    const wchar_t* pDSNUFileName, const wchar_t* pPRNUFileName);
-
-  /// Memory that one conversion leaves to the next of frames of the same size: fresh pages cost several times
-  /// what is done with them.
-  struct conversion_memory_t {
-    unpacked_images_t planes;  ///< the image buffers and their sizes, no more
-    unsigned char* pSource;    ///< the file
-    unsigned long ulSourceLength;
-  };
-
-  IFrame* DoInitFrame(CFrameMetaData* pMetaData, std::FILE* pStream, unpacked_images_t* pImages,
-                      conversion_memory_t* pMemory);
-  /// The planes become the caller's, unless pMemory lends its own.
-  int DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages,
-                    conversion_memory_t* pMemory = nullptr);
-  int DoConvertStream(std::FILE* pStream, const conv_info_t* pInfo, unpacked_images_t* pImages,
-                      conversion_memory_t* pMemory);
+  /// Parses, unpacks and merges a raw frame file into *pImages, which is zeroed before; its buffers become
+  /// the caller's, also those of a failed conversion.
+  int DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages);
   int DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination);
   int DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination);
 
@@ -126,8 +111,10 @@ class ORVACAM_API CAlgo {
   CHWMergeReferenceFrames m_HWMerge;
   CMergeAlgoLegacy m_LegacyMerge;  ///< for classes derived from this one; never handed to a frame here
   char m_FileName[s_uiFileNameSize];
-  conversion_memory_t m_ConversionMemory;
   CLog* m_pLog;
+
+ private:
+  orvacam::ConversionMemory* m_pConversionMemory;  ///< null before the first conversion
 };
 
 #endif  // ORVACAM_FACADE_CALGO_H

@@ -58,11 +58,6 @@ class ORVACAM_API IFrame {
   /// what a short read brought is kept.
   int SetSourceImage(std::FILE* pStream);
   int ReadSourceImage(std::FILE* pStream);
-  /// Memory that free takes, one byte more than ulLength, now the frame's: a stream of just this length is
-  /// read into it. And the memory that a stream was read into, now the caller's (free); null when there is
-  /// none.
-  void AdoptSourceBuffer(unsigned char* pBuffer, unsigned long ulLength);
-  unsigned char* ReleaseSourceBuffer(unsigned long& ulLength);
   /// Frees the raw frame where this object read it itself.
   void FreeSourceImageBuffer();
 
@@ -108,9 +103,6 @@ class ORVACAM_API IFrame {
  protected:
   int DoInitialize(const CFrameMetaData& metaData, CCustomMergeAlgo* pMergeAlgo);
   void DoGetStats(const CFrameStatistics& statistics, image_plane_stats_t& stats);
-
-  /// Whether the frame has memory of its own that just holds a source of this length.
-  bool DoFitsSource(unsigned long ulLength) const;
 
   CFrameMetaData* m_pMetaData;  ///< an own copy; null before Initialize
   unsigned char* m_pSource;     ///< the raw frame, header included
