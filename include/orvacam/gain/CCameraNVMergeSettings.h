@@ -50,7 +50,6 @@ class ORVACAM_API CCameraNVMergeSettings {
  protected:
   void DoInitialize();
   int DoParseSettings(const unsigned char* pBuffer, unsigned int uiLength);
-  int DoParseBody(const unsigned char* pBody, unsigned int uiLength, unsigned int uiVersion);
   bool DoGetNVElectronsPerCount(unsigned int uiGain, const std::vector<electrons_per_count_t>& list,
                                 double& dValue) const;
 
@@ -71,6 +70,9 @@ class ORVACAM_API CCameraNVMergeSettings {
   std::vector<electrons_per_count_t> m_vHighEPC;
   std::vector<electrons_per_count_t> m_vLowEPC;
   CLog* m_pLog;
+
+ private:
+  ORVACAM_INTERNAL int DoParseBody(const unsigned char* pBody, unsigned int uiLength, unsigned int uiVersion);
 };
 
 #endif  // ORVACAM_GAIN_CCAMERANVMERGESETTINGS_H

@@ -105,19 +105,22 @@ class ORVACAM_API CFitsInterface {
   /// Fills the buffer with blanks and writes all cards. The result of the first card; later ones that do not
   /// fit are left out.
   int DoWriteHeader(unsigned char* pBuffer, unsigned int uiSize, const CFrameMetaData& meta);
-  /// The next card of the buffer, blank but for the keyword; null when there is no room.
-  unsigned char* DoNextCard(unsigned char* pBuffer, unsigned int uiSize, const char* pKeyword);
-  /// A value as the text that stands in its card, or null for none.
-  const char* DoFormatValue(unsigned int uiType, const void* pValue);
-  /// Writes header and pixels, uiNumPixels x 2 bytes in all, to an open file.
-  int DoWriteImage(int iFile, const unsigned short* pPixels, unsigned int uiNumPixels,
-                   const CFrameMetaData& meta);
 
   const char* m_pDefaultText;     ///< stands for null texts
   unsigned char* m_pImageCopy;    ///< owned
   std::size_t m_ulImageCopySize;  ///< in bytes
   unsigned int m_uiPosition;      ///< bytes of header written so far
   char m_ValueText[81];           ///< one formatted value
+
+ private:
+  /// The next card of the buffer, blank but for the keyword; null when there is no room.
+  ORVACAM_INTERNAL unsigned char* DoNextCard(unsigned char* pBuffer, unsigned int uiSize,
+                                             const char* pKeyword);
+  /// A value as the text that stands in its card, or null for none.
+  ORVACAM_INTERNAL const char* DoFormatValue(unsigned int uiType, const void* pValue);
+  /// Writes header and pixels, uiNumPixels x 2 bytes in all, to an open file.
+  ORVACAM_INTERNAL int DoWriteImage(int iFile, const unsigned short* pPixels, unsigned int uiNumPixels,
+                                    const CFrameMetaData& meta);
 };
 
 #endif  // ORVACAM_IMAGEFILES_CFITSINTERFACE_H

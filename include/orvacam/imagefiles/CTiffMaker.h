@@ -101,11 +101,12 @@ class ORVACAM_API CTiffMaker {
   int CreateImageFile(const std::string& path, const unsigned short* pPixels, CFrameMetaData& meta);
 
  protected:
-  int DoSetResolution(unsigned short usTag, unsigned int uiSize);
-
   _tiff_tag_complete_t* m_pTags;  ///< sorted by tag number
   unsigned int m_uiNumTags;
   unsigned int m_uiCursor;  ///< where the next out-of-line data goes
+
+ private:
+  ORVACAM_INTERNAL int DoSetResolution(unsigned short usTag, unsigned int uiSize);
 };
 
 #endif  // ORVACAM_IMAGEFILES_CTIFFMAKER_H

@@ -219,32 +219,18 @@ class ORVACAM_API CFrameMetaData {
 
   void DoInitialize();
   int DoParse(unsigned char* pBuffer, unsigned int uiLength);
-  int DoParseFields(unsigned char* pPosition, unsigned int uiRemaining, unsigned int uiVersion);
-  int DoParseField(unsigned int uiRow, unsigned char*& pPosition, unsigned int& uiRemaining);
-  int DoParseTimeString(unsigned char*& pPosition, unsigned int& uiRemaining);
-  int DoParseVersion4(unsigned char* pHeader, unsigned int uiLength);
-  void DoDeriveFlags(unsigned int uiVersion);
-  int DoReadTimeText(char* pText, unsigned int uiLength);
-  void DoSetFlag(ORVA_META_KEYS eKey, bool bValue);
 
   int DoGetDeviceType(unsigned int& uiType) const;
   static double DoGetConvertedTemperature(int iTenths);
   double DoGetGPSLocation(unsigned int uiRaw) const;
   static unsigned int DoComputeFrameSizeFromPixelSize(unsigned int uiBits, unsigned int uiWidth,
                                                       unsigned int uiHeight);
-  double DoGetGainValue(unsigned int uiTable, ORVA_META_KEYS eGainKey) const;
 
   int DoToString(char* pText, unsigned int uiSize);
   int DoToString1(char* pText, unsigned int uiSize);
   int DoToString2(char* pText, unsigned int uiSize);
   int DoToString3(char* pText, unsigned int uiSize, bool bPadding);
   int DoToString4(char* pText, unsigned int uiSize);
-  std::string DoRenderLines(unsigned int uiVersion, bool bPadding);
-  std::string DoRenderValue(unsigned int uiRule, unsigned int uiKey);
-  const char* DoRenderPadding(unsigned int uiCount);
-
-  unsigned int DoUint(ORVA_META_KEYS eKey) const { return m_Values[eKey].GetValueUint(); }
-  CMetaValues& DoKeptByte(unsigned int uiByte);
 
   CMetaValues m_Values[ORVA_META_KEY_COUNT];  ///< indexed by ORVA_META_KEYS
   unsigned int m_uiCursor;                    ///< of GetValueNext
@@ -263,6 +249,22 @@ class ORVACAM_API CFrameMetaData {
   char m_CaptureTimeLine[64];
   char m_ExposureClock[64];
   work_text_t<s_uiPaddingTextSize> m_PaddingText;
+
+ private:
+  ORVACAM_INTERNAL int DoParseFields(unsigned char* pPosition, unsigned int uiRemaining,
+                                     unsigned int uiVersion);
+  ORVACAM_INTERNAL int DoParseField(unsigned int uiRow, unsigned char*& pPosition, unsigned int& uiRemaining);
+  ORVACAM_INTERNAL int DoParseTimeString(unsigned char*& pPosition, unsigned int& uiRemaining);
+  ORVACAM_INTERNAL int DoParseVersion4(unsigned char* pHeader, unsigned int uiLength);
+  ORVACAM_INTERNAL void DoDeriveFlags(unsigned int uiVersion);
+  ORVACAM_INTERNAL int DoReadTimeText(char* pText, unsigned int uiLength);
+  ORVACAM_INTERNAL void DoSetFlag(ORVA_META_KEYS eKey, bool bValue);
+  ORVACAM_INTERNAL double DoGetGainValue(unsigned int uiTable, ORVA_META_KEYS eGainKey) const;
+  ORVACAM_INTERNAL std::string DoRenderLines(unsigned int uiVersion, bool bPadding);
+  ORVACAM_INTERNAL std::string DoRenderValue(unsigned int uiRule, unsigned int uiKey);
+  ORVACAM_INTERNAL const char* DoRenderPadding(unsigned int uiCount);
+  ORVACAM_INTERNAL unsigned int DoUint(ORVA_META_KEYS eKey) const { return m_Values[eKey].GetValueUint(); }
+  ORVACAM_INTERNAL CMetaValues& DoKeptByte(unsigned int uiByte);
 };
 
 #endif  // ORVACAM_METADATA_CFRAMEMETADATA_H
