@@ -264,6 +264,40 @@ void fitsSeeds(const fs::path& folder) {
   write(folder / "fits_header" / "cut", {text.begin(), text.end()});
 }
 
+/// Headers in FITS form that once went through a hole, for every target that takes one.
+void holeSeeds(const fs::path& folder) {
+  const std::pair<const char*, sim::Cards> holes[] = {
+      {"header-of-200-megabytes", {{"MDLENGTH", "200000000"}}},
+      {"header-of-4-gigabytes", {{"MDLENGTH", "4294967295"}}},
+      {"header-of-1000-bytes", {{"MDLENGTH", "1000"}}},
+      {"binning-of-65536", {{"IMGSTPCL", "1000"}, {"IMGSTPRW", "1000"}, {"XBINNING", "65536"}}},
+      {"stop-of-4294967295", {{"IMGSTPCL", "4294967295"}, {"IMGSTPRW", "4294967294"}}},
+      {"reference-rows-of-4097", {{"PREREFRW", "4097"}, {"YBINNING", "65535"}}},
+      {"size-of-2-to-the-62", {{"IMGSTPCL", "2147483647"}, {"IMGSTPRW", "2147483647"}}},
+  };
+  for (const auto& [name, cards] : holes)
+    for (const char* model : {"VESTRA VS400", "VESTRA VS4040", "ARGENT 230-42", "VESTRA PLAIN"}) {
+      sim::Cards all = {{"INSTRUME", "'" + std::string(model) + "'"}, {"DPIXDEP", "16"}};
+      all.insert(all.end(), cards.begin(), cards.end());
+      const Bytes text = sim::writeCards(all);
+      const std::string file = std::string(name) + "-" + (model + 7);
+      write(folder / "header" / file, text);
+      for (const char* target : {"frame_gsense400", "frame_gsense2020", "frame_gsense4040",
+                                 "frame_gsense6060", "frame_ccd", "frame_plain"})
+        write(folder / target / file, joined(frameOptions(1), text));
+      for (unsigned int format = 1; format < 3; ++format)
+        write(folder / "frame_files" / (file + "-" + std::to_string(format)),
+              joined(fileOptions(format, text), text));
+      Bytes steps = {0, 4, 9};
+      appendWord(steps, text.size());
+      write(folder / "stacker" / file, joined(steps, text));
+      Bytes pair;
+      appendWord(pair, text.size());
+      pair.push_back(0);
+      write(folder / "reference_files" / file, joined(joined(pair, text), text));
+    }
+}
+
 void textSeeds(const fs::path& folder) {
   const std::string texts[] = {"2024/05/17 21:04:33.123456700",
                                "2024/05/17 21:04:33.123NOGPS  ",
@@ -303,6 +337,7 @@ int main(int argc, char** argv) {
   headerSeeds(folder);
   referenceSeeds(folder);
   fitsSeeds(folder);
+  holeSeeds(folder);
   textSeeds(folder);
   choiceSeeds(folder);
 }
