@@ -92,6 +92,8 @@ void describe(CStacker& stacker, fuzz::Input& input) {
   CFrameMetaData metaData;
   // What the longest header takes, and the block that came with one.
   FUZZ_REQUIRE(length >= 384 && length <= 65535 + 4000);
+  // The magic number is a value like any other, which a FITS text may set.
+  if (!CFrameMetaData::IsRCDFrame(stacked, length)) return;
   metaData.Parse(stacked, length);
   FUZZ_REQUIRE(metaData.Value(ORVA_META_KEY_TEST_IS_STACKED_FRAME).GetValueBool());
   FUZZ_REQUIRE(!metaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool());
