@@ -1,0 +1,207 @@
+#include "files/FitsWriter.h"
+
+#include <fitsio.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+namespace orvacam::files {
+
+namespace {
+
+constexpr std::size_t cardSize = 80;
+constexpr std::size_t blockSize = 2880;
+// What stands in the two cards until the sums are known.
+constexpr const char* openDataSum = "0000000000";
+constexpr const char* openCheckSum = "0000000000000000";
+
+void require(int status) {
+  if (status == 0) return;
+  char text[FLEN_STATUS] = {};
+  fits_get_errstatus(status, text);
+  fits_clear_errmsg();
+  if (status == MEMORY_ALLOCATION) throw std::bad_alloc();
+  throw std::runtime_error(std::string("cannot be made a FITS file: ") + text);
+}
+
+void writeCard(fitsfile* file, const Card& card) {
+  int status = 0;
+  const char* const name = card.keyword.c_str();
+  const char* const comment = card.comment.c_str();
+  if (card.keyword == "HISTORY") {
+    fits_write_history(file, std::get<std::string>(card.value).c_str(), &status);
+  } else if (const auto* text = std::get_if<std::string>(&card.value)) {
+    fits_write_key_longstr(file, name, text->c_str(), comment, &status);
+  } else if (const auto* number = std::get_if<double>(&card.value)) {
+    constexpr int shortestForm = -15;
+    fits_write_key_dbl(file, name, *number, shortestForm, comment, &status);
+  } else if (const auto* whole = std::get_if<std::int64_t>(&card.value)) {
+    fits_write_key_lng(file, name, *whole, comment, &status);
+  } else if (const auto* truth = std::get_if<bool>(&card.value)) {
+    fits_write_key_log(file, name, *truth ? 1 : 0, comment, &status);
+  }
+  require(status);
+}
+
+void writeCards(fitsfile* file, const std::vector<Card>& cards) {
+  for (const Card& card : cards)
+    writeCard(file, card);
+  writeCard(file, {"CHECKSUM", openCheckSum, "HDU checksum"});
+  writeCard(file, {"DATASUM", openDataSum, "data unit checksum"});
+}
+
+void writeImage(fitsfile* file, const FitsImage& image) {
+  constexpr struct {
+    int image, pixel;
+  } types[] = {{BYTE_IMG, TBYTE}, {USHORT_IMG, TUSHORT}, {FLOAT_IMG, TFLOAT}, {DOUBLE_IMG, TDOUBLE}};
+  const Raster& raster = image.raster;
+  long size[2] = {static_cast<long>(raster.size.width), static_cast<long>(raster.size.height)};
+  int status = 0;
+  fits_create_img(file, types[raster.sample].image, 2, size, &status);
+  require(status);
+  writeCards(file, image.cards);
+  fits_write_img(file, types[raster.sample].pixel, 1, static_cast<LONGLONG>(raster.pixels()),
+                 const_cast<void*>(raster.data), &status);
+  require(status);
+}
+
+/// Where a header-data unit lies in the file.
+struct Unit {
+  std::size_t header, data, end;
+};
+
+std::vector<Unit> unitsOf(fitsfile* file) {
+  int status = 0, count = 0;
+  fits_flush_file(file, &status);
+  fits_get_num_hdus(file, &count, &status);
+  std::vector<Unit> units;
+  for (int i = 1; i <= count; ++i) {
+    LONGLONG header = 0, data = 0, end = 0;
+    fits_movabs_hdu(file, i, nullptr, &status);
+    fits_get_hduaddrll(file, &header, &data, &end, &status);
+    units.push_back(
+        {static_cast<std::size_t>(header), static_cast<std::size_t>(data), static_cast<std::size_t>(end)});
+  }
+  require(status);
+  return units;
+}
+
+/// The sum of big-endian 32-bit words, carries put back in at the end (FITS 4.0, appendix J). The bytes of
+/// 256 words at a time are summed side by side, which 16 bits hold.
+std::uint32_t wordSum(const unsigned char* bytes, std::size_t length) {
+  std::array<std::uint64_t, 4> columns{};
+  for (std::size_t at = 0; at < length;) {
+    std::uint32_t even = 0, odd = 0;
+    const std::size_t until = std::min(length, at + 1024);
+    for (; at < until; at += 4) {
+      std::uint32_t word;
+      std::memcpy(&word, bytes + at, 4);
+      even += word & 0x00FF00FFu;
+      odd += word >> 8 & 0x00FF00FFu;
+    }
+    columns[0] += even & 0xFFFF, columns[2] += even >> 16;
+    columns[1] += odd & 0xFFFF, columns[3] += odd >> 16;
+  }
+  // Shifted into their places the columns would not fit: carries go back in after each.
+  std::uint64_t sum = 0;
+  for (const std::uint64_t column : columns) {
+    sum <<= 8;
+    sum = (sum & 0xFFFFFFFFu) + (sum >> 32) + (column & 0xFFFFFFFFu) + (column >> 32);
+    sum = (sum & 0xFFFFFFFFu) + (sum >> 32);
+  }
+  return static_cast<std::uint32_t>((sum & 0xFFFFFFFFu) + (sum >> 32));
+}
+
+/// The value of a card in a header, behind "KEYWORD = '".
+unsigned char* valueOf(unsigned char* header, std::size_t length, const char* keyword) {
+  for (std::size_t at = 0; at + cardSize <= length; at += cardSize)
+    if (std::memcmp(header + at, keyword, 8) == 0) return header + at + 11;
+  throw std::runtime_error("cannot be made a FITS file: a checksum has no card");
+}
+
+void writeSums(unsigned char* bytes, const Unit& unit) {
+  const std::uint32_t data = wordSum(bytes + unit.data, unit.end - unit.data);
+  char text[32];
+  const std::string digits = std::to_string(data);
+  const int written = std::snprintf(text, sizeof text, "%-8s'", digits.c_str());
+  unsigned char* const dataSum = valueOf(bytes + unit.header, unit.data - unit.header, "DATASUM ");
+  std::memset(dataSum, ' ', std::strlen(openDataSum) + 1);
+  std::memcpy(dataSum, text, static_cast<std::size_t>(written));
+
+  const std::uint64_t both = std::uint64_t{data} + wordSum(bytes + unit.header, unit.data - unit.header);
+  char encoded[24] = {};
+  fits_encode_chksum((both & 0xFFFFFFFFu) + (both >> 32), 1, encoded);
+  std::memcpy(valueOf(bytes + unit.header, unit.data - unit.header, "CHECKSUM"), encoded,
+              std::strlen(openCheckSum));
+}
+
+std::size_t expectedSize(const std::vector<FitsImage>& images, const FitsLayout& layout) {
+  std::size_t size = (layout.primary.size() / 36 + 3) * blockSize;
+  for (const FitsImage& image : images)
+    size += (image.cards.size() / 36 + 4) * blockSize + image.raster.bytes();
+  return size;
+}
+
+/// CFITSIO takes what it finds in memory ahead of its writing for content: new memory is zero.
+void* grown(void* memory, std::size_t size) {
+  void* const larger = std::calloc(1, size);
+  if (larger == nullptr) return nullptr;
+  std::memcpy(larger, memory, std::min(size, malloc_usable_size(memory)));
+  std::free(memory);
+  return larger;
+}
+
+/// Closes a file that could not be finished.
+struct Close {
+  void operator()(fitsfile* file) const {
+    int status = 0;
+    fits_close_file(file, &status);
+    fits_clear_errmsg();
+  }
+};
+
+}  // namespace
+
+FitsFile::FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layout) {
+  // The memory is had beforehand, so that growing, which copies, is rare.
+  std::size_t room = expectedSize(images, layout);
+  void* memory = std::calloc(1, room);
+  if (memory == nullptr) throw std::bad_alloc();
+  int status = 0;
+  fitsfile* opened = nullptr;
+  fits_create_memfile(&opened, &memory, &room, 64 * blockSize, grown, &status);
+  if (status != 0) std::free(memory);
+  require(status);
+  std::vector<Unit> units;
+  try {
+    std::unique_ptr<fitsfile, Close> file(opened);
+    if (layout.extensions) {
+      fits_create_img(opened, BYTE_IMG, 0, nullptr, &status);
+      require(status);
+      writeCards(opened, layout.primary);
+    }
+    if (layout.rice) fits_set_compression_type(opened, RICE_1, &status);
+    for (const FitsImage& image : images)
+      writeImage(opened, image);
+    units = unitsOf(opened);
+    file.release();
+    fits_close_file(opened, &status);
+    require(status);
+  } catch (...) {
+    std::free(memory);
+    throw;
+  }
+  m_bytes.reset(static_cast<unsigned char*>(memory));
+  m_size = units.back().end;
+  // An empty primary array that CFITSIO puts ahead of compressed tiles has no sums.
+  for (const Unit& unit : units)
+    if (!(layout.rice && !layout.extensions && &unit == &units.front())) writeSums(m_bytes.get(), unit);
+}
+
+}  // namespace orvacam::files

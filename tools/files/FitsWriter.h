@@ -1,0 +1,45 @@
+#ifndef ORVACAM_FILES_FITS_WRITER_H
+#define ORVACAM_FILES_FITS_WRITER_H
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "files/KeywordTable.h"
+#include "files/Raster.h"
+
+namespace orvacam::files {
+
+/// An image of a FITS file and what is said of it.
+struct FitsImage {
+  std::vector<Card> cards;
+  Raster raster;
+};
+
+/// How the images of a file are laid out.
+struct FitsLayout {
+  bool extensions =
+      false;  ///< an empty primary array, then each image as an extension; else one image, the primary
+  bool rice = false;          ///< tiles, compressed without loss; 16-bit pixels only
+  std::vector<Card> primary;  ///< what an empty primary array says
+};
+
+/// A FITS file in memory.
+class FitsFile {
+ public:
+  /// Throws std::runtime_error when CFITSIO cannot make it, std::bad_alloc.
+  FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layout);
+  const void* data() const { return m_bytes.get(); }
+  std::size_t size() const { return m_size; }
+
+ private:
+  struct Free {
+    void operator()(unsigned char* bytes) const { std::free(bytes); }
+  };
+  std::unique_ptr<unsigned char, Free> m_bytes;
+  std::size_t m_size = 0;
+};
+
+}  // namespace orvacam::files
+
+#endif  // ORVACAM_FILES_FITS_WRITER_H

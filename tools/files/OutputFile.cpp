@@ -1,0 +1,202 @@
+#include "files/OutputFile.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+namespace orvacam::files {
+
+namespace {
+
+/// The names that a signal handler removes: fixed memory, since a handler may not ask for any.
+struct Unfinished {
+  std::atomic<bool> used{false};
+  char path[PATH_MAX] = {};
+};
+Unfinished unfinished[16];
+
+void remember(const std::string& path) {
+  if (path.size() >= PATH_MAX) return;
+  for (Unfinished& entry : unfinished)
+    if (!entry.used) {
+      std::memcpy(entry.path, path.c_str(), path.size() + 1);
+      entry.used = true;
+      return;
+    }
+}
+
+void forget(const std::string& path) {
+  for (Unfinished& entry : unfinished)
+    if (entry.used && path == entry.path) entry.used = false;
+}
+
+/// ".orvacam-HOST-": the host without what separates, short enough for every file system.
+std::string hiddenPrefix() {
+  char host[HOST_NAME_MAX + 1] = {};
+  gethostname(host, HOST_NAME_MAX);
+  std::string name(host);
+  for (char& c : name)
+    if (c == '/' || c == '-') c = '_';
+  return ".orvacam-" + name + "-";
+}
+
+/// A hidden name in a folder that no other file of this process has.
+std::string hiddenName(const std::string& folder) {
+  static std::atomic<unsigned long> count{0};
+  return folder + "/" + hiddenPrefix() + std::to_string(getpid()) + "-" + std::to_string(++count);
+}
+
+/// The process in a hidden name behind its prefix, 0 for another name.
+long processIn(const char* rest) {
+  char* end = nullptr;
+  errno = 0;
+  const long process = std::strtol(rest, &end, 10);
+  return end != rest && *end == '-' && errno == 0 && process > 0 && process <= INT_MAX ? process : 0;
+}
+
+void flushed(int file) {
+  // Folders of some file systems cannot be flushed; their files have been.
+  if (file < 0) return;
+  fsync(file);
+  ::close(file);
+}
+
+}  // namespace
+
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+void OutputFile::fail(int error) const {
+  if (error == EEXIST) throw WriteError(m_path, "is there already; --overwrite replaces it");
+  throw WriteError(m_path, std::string("cannot be written: ") + std::strerror(error));
+}
+
+OutputFile::OutputFile(std::string path, Existing existing)
+    : m_path(std::move(path)), m_target(m_path), m_existing(existing) {
+  struct stat status {};
+  if (lstat(m_path.c_str(), &status) == 0) {
+    if (S_ISLNK(status.st_mode)) {
+      std::error_code none;
+      m_target = std::filesystem::weakly_canonical(m_path, none).string();
+      if (none) throw WriteError(m_path, "cannot be written: " + none.message());
+    }
+    if (stat(m_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+      throw WriteError(m_path,
+                       S_ISDIR(status.st_mode) ? "is a folder" : "is there already and is no regular file");
+    if (m_existing == Existing::refuse) fail(EEXIST);
+  }
+  m_temporary = hiddenName(folderOf(m_target));
+  remember(m_temporary);
+  m_file = open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (m_file >= 0) return;
+  const int error = errno;
+  forget(m_temporary);
+  m_temporary.clear();
+  if (error == EEXIST) throw WriteError(m_path, "cannot be written: its hidden name is taken");
+  fail(error);
+}
+
+void OutputFile::close() noexcept {
+  if (m_file >= 0) ::close(m_file);
+  m_file = -1;
+}
+
+OutputFile::~OutputFile() {
+  close();
+  if (m_temporary.empty()) return;
+  unlink(m_temporary.c_str());
+  forget(m_temporary);
+}
+
+void OutputFile::write(const void* bytes, std::size_t length) {
+  const char* next = static_cast<const char*>(bytes);
+  while (length > 0) {
+    const ssize_t done = ::write(m_file, next, length);
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0) fail(errno);
+    next += done;
+    length -= static_cast<std::size_t>(done);
+  }
+}
+
+void OutputFile::commit() {
+  if (fsync(m_file) != 0) fail(errno);
+  const int file = std::exchange(m_file, -1);
+  if (::close(file) != 0) fail(errno);
+  int failed = 0;
+  if (m_existing == Existing::replace) {
+    failed = std::rename(m_temporary.c_str(), m_target.c_str());
+  } else {
+    // What has come there meanwhile stays.
+    failed = renameat2(AT_FDCWD, m_temporary.c_str(), AT_FDCWD, m_target.c_str(), RENAME_NOREPLACE);
+    if (failed != 0 && (errno == EINVAL || errno == ENOSYS)) {
+      failed = link(m_temporary.c_str(), m_target.c_str());
+      if (failed == 0) unlink(m_temporary.c_str());
+    }
+  }
+  if (failed != 0) fail(errno);
+  forget(m_temporary);
+  m_temporary.clear();
+  flushed(open(folderOf(m_target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+void OutputFile::cleanUp(const std::string& folder) {
+  DIR* const list = opendir(folder.c_str());
+  if (list == nullptr) return;
+  const std::string prefix = hiddenPrefix();
+  while (const dirent* const entry = readdir(list)) {
+    if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) != 0) continue;
+    const long process = processIn(entry->d_name + prefix.size());
+    if (process > 0 && kill(static_cast<pid_t>(process), 0) != 0 && errno == ESRCH) {
+      std::error_code ignored;
+      std::filesystem::remove_all(folder + "/" + entry->d_name, ignored);
+    }
+  }
+  closedir(list);
+}
+
+void OutputFile::removeUnfinished() noexcept {
+  for (Unfinished& entry : unfinished)
+    if (entry.used && unlink(entry.path) != 0) rmdir(entry.path);
+}
+
+WorkFolder::WorkFolder(const std::string& folder, const std::vector<std::string>& names)
+    : m_path(hiddenName(folder)) {
+  for (const std::string& name : names)
+    m_files.push_back(m_path + "/" + name);
+  // A handler removes them in this order: the files, then the folder.
+  for (const std::string& file : m_files)
+    remember(file);
+  remember(m_path);
+  if (mkdir(m_path.c_str(), 0700) == 0) return;
+  const int error = errno;
+  for (const std::string& file : m_files)
+    forget(file);
+  forget(m_path);
+  throw WriteError(folder, std::string("cannot be written to: ") + std::strerror(error));
+}
+
+WorkFolder::~WorkFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(m_path, ignored);
+  for (const std::string& file : m_files)
+    forget(file);
+  forget(m_path);
+}
+
+}  // namespace orvacam::files

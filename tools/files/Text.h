@@ -1,0 +1,30 @@
+#ifndef ORVACAM_FILES_TEXT_H
+#define ORVACAM_FILES_TEXT_H
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+namespace orvacam::files {
+
+using Instant = std::chrono::time_point<std::chrono::system_clock, std::chrono::nanoseconds>;
+
+/// Text as a FITS card or a TIFF tag takes it: control bytes and what is not ASCII become "?".
+std::string plainText(std::string_view text);
+
+/// Text as a terminal takes it: control bytes become \n, \t, \x1B, ...; UTF-8 stays.
+std::string shownText(std::string_view text);
+
+/// "2024-05-17T21:04:33.123456700", UTC.
+std::string isoTime(Instant time);
+/// "2024:05:17 21:04:33", UTC, as TIFF has it.
+std::string tiffTime(Instant time);
+/// The time of day now, UTC, to the second.
+std::string isoNow();
+
+/// The shortest digits that read back as the same number.
+std::string numberText(double number);
+
+}  // namespace orvacam::files
+
+#endif  // ORVACAM_FILES_TEXT_H
