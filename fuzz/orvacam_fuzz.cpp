@@ -68,12 +68,16 @@ struct Command {
 Command commandOf(unsigned int choice, const Surroundings& s) {
   const std::string first = s.in("frame.raw"), second = s.in("second");
   const Command commands[] = {
+      {{"check", first, second}, false},
+      {{"preview", first, "-o", s.out(), "--quiet"}, true},
+      {{"convert", first, "-o", s.out(), "--quiet", "--single-file", "--compress", "rice"}, true},
+      {{"repair", first, "-o", s.out(), "--raw", second}, true},
       {{"info", first}, false},
       {{"info", "--json", first, second}, false},
       {{"stats", first}, false},
-      {{"convert", first, "-o", s.out(), "-f", "tiff"}, true},
-      {{"convert", first, "-o", s.out(), "--dsnu", second}, true},
-      {{"convert", first, "-o", s.out(), "--dsnu", second, "--prnu", second}, true},
+      {{"convert", first, "-o", s.out(), "-f", "tiff", "--quiet"}, true},
+      {{"convert", first, "-o", s.out(), "--dsnu", second, "--quiet"}, true},
+      {{"convert", first, "-o", s.out(), "--dsnu", second, "--prnu", second, "--quiet"}, true},
       {{"stack", first, second, "-o", s.out("mean.tif")}, true},
       {{"roi", first, "-o", s.out("region.raw"), "--x", "2", "--y", "1", "--width", "8", "--height", "2"},
        true},
@@ -106,8 +110,9 @@ FUZZ_TARGET(data, size) {
   const int exitCode = run(command);
   FUZZ_REQUIRE(exitCode == 0 || exitCode == 1);
   const std::string said = surroundings.said();
-  // Success says nothing; a failure says what is wrong with which file, a line each.
-  FUZZ_REQUIRE(said.empty() == (exitCode == 0));
+  // Success says nothing; a failure says what is wrong with which file, a line each. What check finds is its
+  // result.
+  FUZZ_REQUIRE(command.words[0] == "check" || said.empty() == (exitCode == 0));
   FUZZ_REQUIRE(said.empty() || (said.rfind("orvacam: ", 0) == 0 && said.back() == '\n'));
   FUZZ_REQUIRE(std::count(said.begin(), said.end(), '\n') <= 2);
   const std::size_t files = surroundings.filesOut();

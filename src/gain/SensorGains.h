@@ -39,8 +39,7 @@ struct SensorGains {
   ChannelGains channels[2];
 };
 
-/// The electrons-per-count tables of one class. Intended: all its objects share them, so that the next one
-/// overwrites what the first one sees.
+/// The electrons-per-count tables of one class.
 struct DneTables {
   std::vector<merge_gain_t> channels[2];
 };

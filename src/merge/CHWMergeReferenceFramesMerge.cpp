@@ -36,6 +36,7 @@ bool isWorthStreaming(const unsigned char* output, const void* low, const void* 
 }  // namespace
 
 // ---- One pixel
+// -----------------------------------------------------------------------------------------------
 
 unsigned short CHWMergeReferenceFrames::LimitPixel(double dValue) {
   if (!(dValue > 0.0)) return MERGEREF_MIN_PIXEL_VALUE;
@@ -44,7 +45,7 @@ unsigned short CHWMergeReferenceFrames::LimitPixel(double dValue) {
 }
 
 double CHWMergeReferenceFrames::PositiveIntMax(unsigned int uiFracBits) {
-  // 2^(15 - f) - 1 / 2^f. Intended: 0 for more than 15 bits, so that every corrected pixel is 0.
+  // 2^(15 - f) - 1 / 2^f
   return uiFracBits > 15 ? 0.0 : std::ldexp(32767.0, -static_cast<int>(uiFracBits));
 }
 
@@ -77,6 +78,7 @@ unsigned short CHWMergeReferenceFrames::DoTerm(PlaneIndex ePlane, unsigned long 
 }
 
 // ---- Runs of pixels
+// ------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -160,6 +162,7 @@ void CHWMergeReferenceFrames::MergeWithStats(unsigned short* pLow, unsigned shor
 }
 
 // ---- Frames
+// --------------------------------------------------------------------------------------------------
 
 int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
                                          unsigned long ulNumPixels) {
@@ -176,7 +179,7 @@ int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* p
   }
   const ReferenceMerge by = orvacam::handOut(*this);
   if (by.pixelsAvailable() < ulNumPixels) {
-    // Intended: success without a merged image, and "recieved" in the text.
+    // Intended: success without a merged image.
     m_pLog->log(CLOGLEVEL_ERROR,
                 L"%s: The reference frames are smaller than then recieved image. Can not merge.\n",
                 mergeFrames);

@@ -5,8 +5,8 @@
 
 #include <cstddef>
 
-/// The lines of the metadata text. Labels are the interface: programs search for them. Intended: their
-/// misspellings.
+/// The lines of the metadata text. Labels are the interface: programs search for them, their misspellings
+/// included.
 namespace orvacam::text {
 
 /// How a line shows its value.

@@ -134,6 +134,7 @@ TEST_P(EveryCamera, ReusesTheCallersBuffersForTheNextFrame) {
 }
 
 // ---- The façade's own rules
+// ----------------------------------------------------------------------------------
 
 class Facade : public ::testing::Test {
  protected:

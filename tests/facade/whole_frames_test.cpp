@@ -136,6 +136,7 @@ std::vector<sim::HeaderFields> framesOf(const Mode& mode) {
 }
 
 // ---- Headers and files
+// ---------------------------------------------------------------------------------------
 
 /// The header that the camera sent, marked as processed.
 Bytes processedHeader(const sim::HeaderFields& fields, unsigned int version, bool high, bool merged) {
@@ -257,6 +258,7 @@ void expectFitsFile(const Bytes& file, const RawFrame& raw, const Pixels& pixels
 }
 
 // ---- The three ways
+// ------------------------------------------------------------------------------------------
 
 class WholeFrames : public ::testing::TestWithParam<Mode> {
  protected:

@@ -339,6 +339,7 @@ TEST_F(FrameBase, GivesTheMergedStatisticsOfTheAlgorithm) {
 }
 
 // ---- Source data
+// ---------------------------------------------------------------------------------------------
 
 TEST_F(FrameBase, ReadsAWholeFileAndLeavesTheStreamOpen) {
   const TestFolder folder;

@@ -167,6 +167,7 @@ TEST_P(EverySensor, SubtractsBiasFramesAsItsSensorDoes) {
 }
 
 // ---- What is special to a sensor
+// -----------------------------------------------------------------------------
 
 template <typename Frame>
 struct Exposed : Frame {
@@ -454,6 +455,7 @@ TEST(PlainFrames, OfAnHdrPairAreMergedWithWhateverTheHighPlaneHolds) {
 }
 
 // ---- Regions of interest
+// -------------------------------------------------------------------------------------
 
 class Region : public ::testing::TestWithParam<bool> {
  protected:

@@ -119,6 +119,7 @@ class Reader {
 };
 
 // ---- cfitsio
+// ---------------------------------------------------------------------------------------------------
 
 TEST_F(ShortFile, HasKeywordsThatCfitsioReads) {
   Reader reader(path);
@@ -184,6 +185,7 @@ TEST_F(WholeFile, GivesCfitsioThePixelsAsTheyAreWhereBzeroIsNotApplied) {
 }
 
 // ---- fitsverify
+// ------------------------------------------------------------------------------------------------
 
 /// The lines in which fitsverify complains.
 std::vector<std::string> complaintsAbout(const std::string& path) {
@@ -223,6 +225,7 @@ TEST_F(ShortFile, AlsoLacksItsLastByteForFitsverify) {
 }
 
 // ---- astropy
+// ---------------------------------------------------------------------------------------------------
 
 Ran readWithAstropy(const std::string& kind, const std::string& path) {
   return runProgram(ORVACAM_PYTHON, ".",

@@ -318,6 +318,7 @@ TEST_F(HWMerge, NeverReadsTermsBeyondAPlaneWhoseWidthWasChanged) {
 }
 
 // ---- Statistics
+// ----------------------------------------------------------------------------------------------
 
 CFrameMetaData headerWithReferences() {
   CFrameMetaData header;
@@ -407,6 +408,7 @@ TEST_F(HWMerge, ThatIsRefusedHasNoStatistics) {
 }
 
 // ---- Image file layouts
+// --------------------------------------------------------------------------------------
 
 TEST_F(HWMerge, PutsATiffHeaderAheadOfThePixels) {
   CFrameMetaData header;
@@ -518,6 +520,7 @@ TEST_F(HWMerge, MarksItsMetadataAsAMergedImage) {
 }
 
 // ---- Test merge
+// ----------------------------------------------------------------------------------------------
 
 class TestMerge : public CHWMergeReferenceFrames {
  public:

@@ -213,6 +213,7 @@ TEST_F(ReferenceFrames, AreCopiedDeeply) {
 }
 
 // ---- Files
+// ---------------------------------------------------------------------------------------------------
 
 class ReferenceFiles : public ::testing::Test {
  protected:

@@ -45,6 +45,7 @@ std::string inLittleMemory(const std::function<std::string()>& body) {
 }
 
 // ---- Header buffers
+// ------------------------------------------------------------------------------------------
 
 /// A raw frame whose header states this many bytes.
 Bytes frameWithHeaderOf(unsigned int length) {
@@ -119,6 +120,7 @@ TEST(Holes, AGivenHeaderBufferIsHeldToItsCapacityWhateverIsAllocatedBesides) {
 }
 
 // ---- Conversion
+// ----------------------------------------------------------------------------------------------
 
 TEST(Holes, AGeometryThatAProcessedHeaderDoesNotHoldIsNotConverted) {
   const Cards plain = {{"INSTRUME", "'VESTRA PLAIN'"}, {"MDLENGTH", "384"}, {"DPIXDEP", "16"}};
@@ -168,6 +170,7 @@ TEST(Holes, AFitsSourceThatAProcessedHeaderHoldsIsConverted) {
 }
 
 // ---- Regions
+// -------------------------------------------------------------------------------------------------
 
 TEST(Holes, ARegionWhoseBytesWrapAt64BitsIsNotCopied) {
   // 1.5 x width x (rows ahead of the region + 1) is 2^64 + 452: the region seemed to end within the source,
@@ -196,6 +199,7 @@ TEST(Holes, ARegionWhoseBytesWrapAt64BitsIsNotCopied) {
 }
 
 // ---- Memory
+// --------------------------------------------------------------------------------------------------
 
 TEST(Holes, AHeaderLengthOfAFewHundredMegabytesTakesNone) {
   for (const char* length : {"65536", "200000000", "4294967295"})
@@ -234,6 +238,7 @@ TEST(Holes, AHeaderLengthOfAFewHundredMegabytesTakesNone) {
 }
 
 // ---- Time
+// ----------------------------------------------------------------------------------------------------
 
 TEST(Holes, RowsOfNothingAreNotWalked) {
   // As wide as a number of 32 bits that wraps to none; the process ends within a minute, which the rows of
@@ -283,6 +288,7 @@ TEST(Holes, ABiasOfNoColumnsIsNotWalked) {
 }
 
 // ---- Exceptions
+// ----------------------------------------------------------------------------------------------
 
 TEST(Holes, AReferenceFileWhoseBytesWrapAt64BitsIsRefusedWithoutAnException) {
   const TestFolder folder;
@@ -319,6 +325,7 @@ TEST(Holes, AReferenceFileWhoseBytesWrapAt64BitsIsRefusedWithoutAnException) {
 }
 
 // ---- What is no hole
+// -----------------------------------------------------------------------------------------
 
 TEST(Holes, ASixteenBitFrameOfNothingButAHeaderStaysUncopiedWithoutAnError) {
   // Documented of these classes; whoever stands between them and a user refuses such a frame.

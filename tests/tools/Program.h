@@ -11,6 +11,7 @@
 
 #include "TestFolder.h"
 #include "simulator/Scene.h"
+#include "support/ReadImages.h"
 #include "support/RunProgram.h"
 
 namespace program_testing {
@@ -91,11 +92,13 @@ class Program : public ::testing::Test {
     EXPECT_THAT(ran.err, ::testing::IsEmpty());
     return ran.out;
   }
-  /// A run that fails with one sentence about a file and leaves the folder as it was.
-  void bad(const Arguments& arguments, const std::string& about, const std::string& what) const {
+  /// A run that fails with one sentence about a file and leaves the folder as it was: 1 for an input, 3 for
+  /// an output.
+  void bad(const Arguments& arguments, const std::string& about, const std::string& what,
+           int exitCode = 1) const {
     const auto before = contents();
     const Ran ran = orvacam(arguments);
-    EXPECT_EQ(ran.exitCode, 1);
+    EXPECT_EQ(ran.exitCode, exitCode) << ::testing::PrintToString(arguments);
     EXPECT_THAT(ran.err, ::testing::StartsWith("orvacam: " + about + ": "));
     EXPECT_THAT(ran.err, ::testing::HasSubstr(what));
     EXPECT_EQ(lines(ran.err), 1u) << ran.err;
@@ -105,8 +108,9 @@ class Program : public ::testing::Test {
   void refused(const Arguments& arguments, const std::string& what) const {
     const auto before = contents();
     const Ran ran = orvacam(arguments);
-    EXPECT_GT(ran.exitCode, 0) << ::testing::PrintToString(arguments);
-    EXPECT_THAT(ran.err, ::testing::HasSubstr(what));
+    EXPECT_EQ(ran.exitCode, 2) << ::testing::PrintToString(arguments);
+    EXPECT_THAT(ran.err, ::testing::AllOf(::testing::StartsWith("orvacam: "), ::testing::HasSubstr(what)));
+    EXPECT_EQ(lines(ran.err), 1u) << ran.err;
     EXPECT_THAT(ran.out, ::testing::IsEmpty());
     EXPECT_EQ(contents(), before);
   }
@@ -134,10 +138,20 @@ class Program : public ::testing::Test {
       all.insert(name);
     return all;
   }
-  /// The pixels of a TIFF file: behind the 656 bytes of its own header and the frame's 384.
-  Pixels tiff(const std::string& name) const { return pixels(folder.read(name), 656 + 384, false); }
-  /// The pixels of a FITS file as far as it goes: behind two blocks of header.
-  Pixels fits(const std::string& name) const { return pixels(folder.read(name), 5760, true); }
+  /// The pixels of files that everybody reads.
+  Pixels tiff(const std::string& name, unsigned int directory = 0) const {
+    return read_images::tiffPixels(folder.file(name), directory);
+  }
+  Pixels fits(const std::string& name, int unit = 1) const {
+    return read_images::fitsPixels(folder.file(name), unit);
+  }
+  std::string keyword(const std::string& name, const char* key, int unit = 1) const {
+    return read_images::fitsValue(folder.file(name), key, unit);
+  }
+  /// The pixels of a fixed TIFF file: behind the 656 bytes of its own header and the frame's 384.
+  Pixels fixedTiff(const std::string& name) const { return pixels(folder.read(name), 656 + 384, false); }
+  /// The pixels of a fixed FITS file as far as it goes: behind two blocks of header.
+  Pixels fixedFits(const std::string& name) const { return pixels(folder.read(name), 5760, true); }
 
   /// A 16-bit frame of a plain sensor, its pixels given by column and row.
   template <typename Value>

@@ -14,17 +14,18 @@ using ::testing::IsEmpty;
 using Simulate = Program;
 
 TEST_F(Simulate, WritesTheFrameThatItsOptionsDescribe) {
-  const Ran ran = orvacam({"simulate",         "gsense4040", "-o",           "a.raw", "--mode",         "hdr",
-                           "--width",          "70",         "--height",     "30",    "--pre-rows",     "2",
-                           "--post-rows",      "3",          "--pre-pixels", "4",     "--post-pixels",  "6",
-                           "--bin-x",          "2",          "--bin-y",      "3",     "--low-gain",     "25",
-                           "--high-gain",      "62",         "--exposure",   "777",   "--seed",         "9",
-                           "--stars",          "5",          "--background", "900",   "--frame-number", "12",
-                           "--header-version", "4"});
+  const Ran ran =
+      orvacam({"simulate",         "gsense4040", "-o",           "a.raw", "--mode",         "single",
+               "--width",          "72",         "--height",     "30",    "--pre-rows",     "2",
+               "--post-rows",      "3",          "--pre-pixels", "4",     "--post-pixels",  "8",
+               "--bin-x",          "2",          "--bin-y",      "3",     "--low-gain",     "25",
+               "--high-gain",      "62",         "--exposure",   "777",   "--seed",         "9",
+               "--stars",          "5",          "--background", "900",   "--frame-number", "12",
+               "--header-version", "4"});
   EXPECT_EQ(ran.exitCode, 0) << ran.err;
   EXPECT_THAT(ran.out + ran.err, IsEmpty());
-  sim::HeaderFields f = fieldsOf("GSENSE4040", "hdr", 70, 30);
-  f.preRefRows = 2, f.postRefRows = 3, f.preRefPixels = 4, f.postRefPixels = 6;
+  sim::HeaderFields f = fieldsOf("GSENSE4040", "single", 72, 30);
+  f.preRefRows = 2, f.postRefRows = 3, f.preRefPixels = 4, f.postRefPixels = 8;
   f.horizontalBinning = 2, f.verticalBinning = 3;
   f.lowGain = 25, f.highGain = 62, f.exposure = 777, f.frameNumber = 12;
   sim::Sky sky;
@@ -44,7 +45,7 @@ TEST_F(Simulate, MakesFramesOfEveryCameraModeAndHeaderThatTheProgramReads) {
         SCOPED_TRACE(std::string(camera.name) + " " + mode + " " + version);
         const Ran made = orvacam({"simulate", camera.name, "-o", "a.raw", "--mode", mode, "--width", "48",
                                   "--height", "20", "--header-version", version});
-        EXPECT_EQ(made.exitCode, told ? 0 : 1) << made.err;
+        EXPECT_EQ(made.exitCode, told ? 0 : 2) << made.err;
         EXPECT_EQ(folder.has("a.raw"), told);
         if (!told) {
           EXPECT_EQ(lines(made.err), 1u);
@@ -60,7 +61,7 @@ TEST_F(Simulate, MakesFramesOfEveryCameraModeAndHeaderThatTheProgramReads) {
 TEST_F(Simulate, ReadsACcdThroughTheAmplifiersAskedFor) {
   for (const char* amplifiers : {"4", "8", "16", "32", "60"}) {
     ASSERT_EQ(orvacam({"simulate", "CCD230-84", "-o", "a.raw", "--quadrants", amplifiers, "--width", "16",
-                       "--height", "8"})
+                       "--height", "8", "--overwrite"})
                   .exitCode,
               0);
     EXPECT_EQ(folder.read("a.raw").at(140) & 0x3C, std::stoi(amplifiers));
@@ -83,23 +84,30 @@ TEST_F(Simulate, WritesTheReferenceFilesOfTheSamePattern) {
 }
 
 TEST_F(Simulate, MakesOnlyFramesOfCamerasAndModesThatThereAre) {
-  bad({"simulate", "VS1", "-o", "a.raw"}, "VS1", "is no camera; there are GSENSE400, GSENSE2020");
-  bad({"simulate", "GSENSE400", "-o", "a.raw", "--mode", "cms"}, "a.raw", "the GSENSE400 has no mode 'cms'");
-  bad({"simulate", "GSENSE400", "-o", "a.raw", "--mode", "film"}, "a.raw",
-      "the GSENSE400 has no mode 'film'");
-  bad({"simulate", "CCD4320", "-o", "a.raw", "--header-version", "2"}, "a.raw", "header versions 3 and 4");
-  bad({"simulate", "GSENSE2020", "-o", "a.raw", "--mode", "cms", "--header-version", "1"}, "a.raw",
-      "header versions 3 and 4");
+  refused({"simulate", "VS1", "-o", "a.raw"}, "there is no camera 'VS1'; there are GSENSE400, GSENSE2020");
+  refused({"simulate", "GSENSE40", "-o", "a.raw"}, "did you mean 'GSENSE400'?");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--mode", "cms"}, "the GSENSE400 has no mode 'cms'");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--mode", "film"}, "there is no 'film'");
+  refused({"simulate", "CCD4320", "-o", "a.raw", "--header-version", "2"}, "versions 3 and 4");
+  refused({"simulate", "GSENSE2020", "-o", "a.raw", "--mode", "cms", "--header-version", "1"},
+          "versions 3 and 4");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--background", "nan"}, "--background");
+}
+
+TEST_F(Simulate, RefusesWhatCouldNotBeDecodedAgain) {
+  refused({"simulate", "GSENSE4040", "--mode", "hdr", "-o", "a.raw", "--width", "70", "--height", "30",
+           "--pre-pixels", "4"},
+          "such a frame could not be decoded");
+  refused({"simulate", "CCD230-84", "-o", "a.raw", "--quadrants", "0"}, "such a frame could not be decoded");
 }
 
 TEST_F(Simulate, SaysWhyAFileCannotBeWritten) {
-  EXPECT_EQ(orvacam({"simulate", "GSENSE400", "-o", "none/a.raw"}).err,
-            "orvacam: none/a.raw: cannot be written: No such file or directory\n");
+  bad({"simulate", "GENERIC", "-o", "none/a.raw"}, "none/a.raw",
+      "cannot be written: No such file or directory", 3);
   fs::create_directory(folder.path() / "there");
-  EXPECT_EQ(orvacam({"simulate", "GSENSE400", "-o", "there"}).err,
-            "orvacam: there: is there already and is not a regular file\n");
+  bad({"simulate", "GENERIC", "-o", "there"}, "there", "is a folder", 3);
   ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
-  EXPECT_EQ(orvacam({"simulate", "GSENSE400", "-o", "pipe"}).exitCode, 1);
+  bad({"simulate", "GENERIC", "-o", "pipe", "--overwrite"}, "pipe", "no regular file", 3);
   EXPECT_TRUE(fs::is_fifo(folder.path() / "pipe"));
   EXPECT_THAT(files(), ElementsAre("pipe", "there"));
   EXPECT_THAT(files("there"), IsEmpty());
@@ -109,8 +117,8 @@ TEST_F(Simulate, KeepsTheOldFileWhenTheDiskIsFull) {
   folder.write("a.raw", {1, 2, 3});
   Surroundings full;
   full.longestFile = 100000;
-  const Ran ran = orvacam({"simulate", "GSENSE400", "-o", "a.raw"}, full);
-  EXPECT_EQ(ran.exitCode, 1);
+  const Ran ran = orvacam({"simulate", "GSENSE400", "-o", "a.raw", "--overwrite"}, full);
+  EXPECT_EQ(ran.exitCode, 3);
   EXPECT_EQ(ran.err, "orvacam: a.raw: cannot be written: File too large\n");
   EXPECT_EQ(folder.read("a.raw"), (Bytes{1, 2, 3}));
   EXPECT_THAT(files(), ElementsAre("a.raw"));
@@ -120,7 +128,8 @@ TEST_F(Simulate, WritesThroughALinkAndHonoursTheUsersMask) {
   fs::create_symlink("target.raw", folder.path() / "link.raw");
   folder.write("target.raw", {});
   const mode_t before = umask(027);
-  const Ran ran = orvacam({"simulate", "GSENSE400", "-o", "link.raw", "--width", "8", "--height", "8"});
+  const Ran ran =
+      orvacam({"simulate", "GSENSE400", "-o", "link.raw", "--width", "8", "--height", "8", "--overwrite"});
   umask(before);
   ASSERT_EQ(ran.exitCode, 0) << ran.err;
   EXPECT_TRUE(fs::is_symlink(folder.path() / "link.raw"));

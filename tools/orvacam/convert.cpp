@@ -1,152 +1,255 @@
-// orvacam convert: raw frame files become FITS or TIFF files in one folder.
+// orvacam convert: raw frame files become files that everyone reads.
 
-#include <fcntl.h>
+#include <algorithm>
+#include <filesystem>
+#include <map>
 
-#include <CLI/CLI.hpp>
-#include <cstring>
-#include <optional>
-#include <set>
-
-#include "common.h"
+#include "Corrections.h"
+#include "Inputs.h"
+#include "PlaneFile.h"
+#include "files/Names.h"
 
 namespace tool {
 
-namespace fs = std::filesystem;
-
 namespace {
 
-struct Options {
-  std::vector<std::string> files;
-  std::string folder;
-  std::string format = "fits";
-  std::string dsnu;
-  std::string prnu;
-};
+constexpr const char* allPlanes[] = {"low", "high", "merged", "image"};
 
-/// A folder of its own inside the destination, removed with everything in it.
-class WorkFolder {
+/// One run: what is the same for every frame.
+class Conversion {
  public:
-  explicit WorkFolder(const fs::path& parent) : m_path((parent / ".orvacam-XXXXXX").string()) {
-    if (mkdtemp(m_path.data()) == nullptr)
-      throw Failure("is not converted: " + parent.string() + ": " + std::strerror(errno));
-  }
-  WorkFolder(const WorkFolder&) = delete;
-  WorkFolder& operator=(const WorkFolder&) = delete;
-  ~WorkFolder() {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-  }
-  const std::string& path() const { return m_path; }
+  explicit Conversion(const ConvertOptions& options)
+      : m_options(options),
+        m_style{formatNamed(options.format).value(), options.compress == "rice", options.singleFile},
+        m_inputs(inputsOf(options.inputs)) {}
+
+  int run();
 
  private:
-  std::string m_path;
+  bool oneFile() const { return m_style.extensions || m_style.format == Format::OmeTiff; }
+  bool toOutput() const { return m_options.folder == "-"; }
+  std::string extension() const;
+  std::string target(const Input& input, const std::string& suffix) const;
+  std::vector<std::string> targetsOf(const Input& input, const std::vector<std::string>& planes) const;
+  std::vector<std::string> chosen(const std::vector<std::string>& planes) const;
+
+  std::vector<std::string> possibleTargets(const Input& input) const;
+  void claimTargets();
+  bool isDone(const Input& input) const;
+  void convertFrame(const Input& input);
+  void convertNative(const Input& input);
+  Product productOf(const orvacam::Frame& frame, const orvacam::Plane& plane, const std::string& name);
+  void write(const std::string& path, const std::vector<Product>& products, const std::string& stem);
+
+  const ConvertOptions& m_options;
+  Style m_style;
+  std::vector<Input> m_inputs;
+  std::unique_ptr<Corrections> m_corrections;
+  Outcome m_outcome;
 };
 
-/// A reference file, open as the library wants it; without one, nothing.
-class Reference {
- public:
-  Reference(const std::string& path, const Frame& frame) {
-    if (path.empty()) return;
+std::string Conversion::extension() const {
+  if (m_options.native) return m_style.format == Format::Tiff ? ".tiff" : ".fit";
+  return extensionOf(m_style.format, m_style.rice);
+}
+
+std::string Conversion::target(const Input& input, const std::string& suffix) const {
+  if (toOutput()) return "-";
+  return m_options.folder + "/" + input.under + files::stemOf(input.path) + suffix + extension();
+}
+
+/// The planes that are written of those that a frame has. Throws Failure.
+std::vector<std::string> Conversion::chosen(const std::vector<std::string>& planes) const {
+  if (m_options.planes.empty()) return planes;
+  std::vector<std::string> wanted;
+  for (const char* const name : allPlanes) {
+    if (std::find(m_options.planes.begin(), m_options.planes.end(), name) == m_options.planes.end()) continue;
+    if (std::find(planes.begin(), planes.end(), name) == planes.end())
+      throw Failure("has no plane '" + std::string(name) + "'");
+    wanted.emplace_back(name);
+  }
+  return wanted;
+}
+
+std::vector<std::string> Conversion::targetsOf(const Input& input,
+                                               const std::vector<std::string>& planes) const {
+  if (oneFile() && !m_options.native) return {target(input, "")};
+  std::vector<std::string> targets;
+  for (const std::string& plane : chosen(planes))
+    targets.push_back(target(input, files::suffixOf(plane, planes)));
+  return targets;
+}
+
+/// All that may come of an input, as far as its name tells.
+std::vector<std::string> Conversion::possibleTargets(const Input& input) const {
+  std::vector<std::string> paths = {target(input, "")};
+  for (const char* const suffix : {"_LOW", "_HIGH", "_MERGED"})
+    if (!oneFile()) paths.push_back(target(input, suffix));
+  return paths;
+}
+
+/// Refuses names that are inputs or that two frames would take. Frames are looked at only where their names
+/// alone do not tell: "a.raw" and "a_LOW.raw".
+void Conversion::claimTargets() {
+  if (toOutput()) return;
+  Targets targets;
+  for (const Input& input : m_inputs)
+    targets.isInput(input.path);
+  addInputs(targets, m_options.corrections);
+  std::map<std::string, int> wishes;
+  std::set<std::string> plain;
+  for (const Input& input : m_inputs) {
+    if (!input.wrong.empty()) continue;
+    for (const std::string& path : possibleTargets(input))
+      ++wishes[path];
+    if (!plain.insert(target(input, "")).second)
+      throw UsageError(target(input, "") + " would be written twice");
+  }
+  for (const Input& input : m_inputs) {
+    if (!input.wrong.empty()) continue;
+    const std::vector<std::string> possible = possibleTargets(input);
+    const bool doubtful = std::any_of(possible.begin(), possible.end(), [&](const std::string& path) {
+      return wishes[path] > 1 || targets.conflicts(path);
+    });
+    if (!doubtful) continue;
     try {
-      const Frame reference(path);
-      // The merge takes the terms of the rows from the image's first row on; the library leaves the merged
-      // plane empty when there are too few.
-      if (reference.width != frame.width || reference.height < frame.fields.startRow + frame.height)
-        throw Failure("has " + std::to_string(reference.width) + " x " + std::to_string(reference.height) +
-                      " terms, which do not cover the frame");
-      const std::size_t terms = std::size_t{4} * reference.width * reference.height;  // two planes
-      const std::size_t needed = reference.headerSize() + terms;
-      if (reference.bytes.size() < needed) throw Failure(truncated("terms", needed, reference.bytes.size()));
-      m_held.emplace(path, O_RDWR);
-      m_path = m_held->wide();
-    } catch (const Failure& failure) {
-      throw Failure("is not converted: the reference file " + path + " " + failure.what());
+      for (const std::string& path : targetsOf(input, readFrame(input.path).planes()))
+        targets.claim(path);
+    } catch (const orvacam::Error&) {
+      // It will be said of the frame when its turn comes.
+    } catch (const Failure&) {
     }
-  }
-  const wchar_t* path() const { return m_held ? m_path.c_str() : nullptr; }
-
- private:
-  std::optional<HeldPath> m_held;
-  std::wstring m_path;
-};
-
-/// Moves finished files to the destination. None is moved when one of the names is taken by another input.
-void publish(const fs::path& from, const std::vector<std::string>& suffixes, const std::string& extension,
-             const fs::path& destination, std::set<std::string>& written) {
-  const std::string stem = destination.filename().string();
-  for (const std::string& suffix : suffixes)
-    if (written.count(stem + suffix) > 0)
-      throw Failure("is not converted: " + stem + suffix + extension + " was just made of another input");
-  for (const std::string& suffix : suffixes) {
-    const fs::path source = from / ("frame" + suffix + extension);
-    const fs::path target = destination.parent_path() / (stem + suffix + extension);
-    std::error_code error;
-    fs::permissions(source, static_cast<fs::perms>(newFileMode()), error);
-    fs::rename(source, target, error);
-    if (error) throw Failure("is not converted: " + target.string() + ": " + error.message());
-    written.insert(stem + suffix);
   }
 }
 
-void convert(const std::string& source, const Options& options, std::set<std::string>& written) {
-  Frame frame(source);
-  frame.requirePixels();
-  const Reference dsnu(options.dsnu, frame);
-  const Reference prnu(options.prnu, frame);
-  const bool tiff = options.format == "tiff";
-  const std::string extension = tiff ? ".tiff" : ".fit";
-  const std::vector<std::string> suffixes =
-      frame.hdr() ? std::vector<std::string>{"_LOW", "_HIGH", "_MERGED"} : std::vector<std::string>{""};
-
-  // Files come into being in a folder of their own and move when all of them are complete.
-  const WorkFolder work(options.folder);
-  const HeldPath input(source, O_RDONLY);
-  const HeldPath folder(work.path(), O_RDONLY | O_DIRECTORY);
-  const conv_info_t request{static_cast<unsigned int>(tiff ? ORVA_IMAGE_FORMAT_TIFF : ORVA_IMAGE_FORMAT_FITS),
-                            dsnu.path(), prnu.path()};
-  CAlgo algo;
-  const int status = algo.ConvertFile(input.wide().c_str(), &request, folder.wide(L"frame.raw").c_str());
-
-  // The status is that of the last file; those before it are as long when they are complete.
-  const auto sizeOf = [&](const std::string& suffix) {
-    std::error_code none;
-    return fs::file_size(work.path() + "/frame" + suffix + extension, none);
+/// Whether all that would be made of a frame is there.
+bool Conversion::isDone(const Input& input) const {
+  if (!m_options.outputs.skipExisting || input.path == "-" || toOutput()) return false;
+  const orvacam::Header header = orvacam::Header::read(input.path);
+  const auto there = [&](const std::vector<std::string>& planes) {
+    const std::vector<std::string> paths = targetsOf(input, planes);
+    return std::all_of(paths.begin(), paths.end(), [](const std::string& path) {
+      std::error_code none;
+      return std::filesystem::exists(path, none);
+    });
   };
-  constexpr auto missing = static_cast<std::uintmax_t>(-1);
-  if (status < 0 && sizeOf(suffixes.back()) == missing) throw Failure(whyNotDecoded(frame));
-  for (const std::string& suffix : suffixes)
-    if (status < 0 || sizeOf(suffix) != sizeOf(suffixes.back()))
-      throw Failure("is not converted: the files in " + options.folder + " cannot be written completely");
-  publish(work.path(), suffixes, extension, fs::path(options.folder) / fs::path(source).stem(), written);
+  if (header.hdr()) return there({"low", "high", "merged"});
+  if (!m_options.planes.empty()) return false;
+  return there({"image"}) || there({"low", "high"});
+}
+
+Product Conversion::productOf(const orvacam::Frame& frame, const orvacam::Plane& plane,
+                              const std::string& name) {
+  Product product;
+  product.subject = files::subjectOf(frame.header(), name);
+  product.header = frame.header();
+  m_corrections->describe(product.subject, frame.header());
+  product.pixels = plane;
+  if (m_options.crop == "image") {
+    const orvacam::Region region = product.subject.image;
+    product.pixels = files::cropped<std::uint16_t>(plane, region);
+    product.subject.size = {region.width, region.height};
+    product.subject.image = {0, 0, region.width, region.height};
+    product.subject.history.emplace_back("reference rows and pixels left out");
+  }
+  product.raster = files::rasterOf(*product.pixels);
+  finish(product.subject, m_options.outputs.reproducible);
+  return product;
+}
+
+void Conversion::write(const std::string& path, const std::vector<Product>& products,
+                       const std::string& stem) {
+  std::error_code none;
+  if (m_options.outputs.skipExisting && path != "-" && std::filesystem::exists(path, none)) return;
+  // A file that cannot be written does not stop the others.
+  m_outcome.add(attempt(
+      path, [&] { writeContent(path, contentOf(products, m_style, stem), m_options.outputs.overwrite); }));
+}
+
+void Conversion::convertFrame(const Input& input) {
+  const orvacam::Frame frame = readFrame(input.path);
+  const std::vector<std::string> all = frame.planes();
+  orvacam::Planes wanted{false, false, false, false, false, false};
+  const std::vector<std::string> names = chosen(all);
+  if (toOutput() && names.size() > 1 && !oneFile())
+    throw UsageError(
+        "-o -: the frame has several planes; --single-file, -f ome-tiff or one of --planes makes one file");
+  for (const std::string& name : names)
+    (name == "low"      ? wanted.low
+     : name == "high"   ? wanted.high
+     : name == "merged" ? wanted.merged
+                        : wanted.image) = true;
+  const orvacam::Decoded decoded = m_corrections->decode(frame, wanted);
+  if (!frame.header().time()) note(input.path, "its capture time cannot be read and is left out");
+  if (!toOutput() && !input.under.empty()) prepareFolder(m_options.folder + "/" + input.under);
+
+  const std::string stem = files::stemOf(input.path);
+  std::vector<Product> products;
+  for (const std::string& name : names) {
+    const orvacam::Plane& plane = name == "low"      ? decoded.low
+                                  : name == "high"   ? decoded.high
+                                  : name == "merged" ? decoded.merged
+                                                     : decoded.image;
+    products.push_back(productOf(frame, plane, name));
+    if (oneFile()) continue;
+    write(target(input, files::suffixOf(name, all)), products, stem);
+    products.clear();
+  }
+  if (oneFile()) write(target(input, ""), products, stem);
+}
+
+/// The fixed files come into being in a folder of their own: their writer knows of no hidden names.
+void Conversion::convertNative(const Input& input) {
+  if (!input.under.empty()) prepareFolder(m_options.folder + "/" + input.under);
+  const std::string folder = m_options.folder + "/" + input.under;
+  std::vector<std::string> names = {"frame.raw"};
+  for (const char* const suffix : {"", "_LOW", "_HIGH", "_MERGED"})
+    names.push_back("frame" + (suffix + extension()));
+  const files::WorkFolder work(folder.empty() ? "." : folder, names);
+  std::string source = input.path;
+  if (source == "-") {
+    source = work.path() + "/frame.raw";
+    writeContent(source, contentOf(readAll("-")), false);
+  }
+  orvacam::convert_file(
+      source, m_style.format == Format::Tiff ? orvacam::FileFormat::tiff : orvacam::FileFormat::fits,
+      work.path() + "/frame.raw", m_options.corrections.dsnu, m_options.corrections.prnu);
+  for (const char* const suffix : {"", "_LOW", "_HIGH", "_MERGED"}) {
+    const std::string made = work.path() + "/frame" + suffix + extension();
+    std::error_code none;
+    if (!std::filesystem::exists(made, none)) continue;
+    const std::string path = target(input, suffix);
+    if (m_options.outputs.skipExisting && std::filesystem::exists(path, none)) continue;
+    m_outcome.add(
+        attempt(path, [&] { writeContent(path, contentOf(readAll(made)), m_options.outputs.overwrite); }));
+  }
+}
+
+int Conversion::run() {
+  if (toOutput() && m_inputs.size() != 1) throw UsageError("-o -: takes one input");
+  claimTargets();
+  if (!toOutput()) prepareFolder(m_options.folder);
+  if (m_options.native)
+    note("--native",
+         m_style.format == Format::Tiff
+             ? "standard readers show these TIFF files with a warning and without what the header says"
+             : "standard readers refuse these FITS files or show every value 32768 too high");
+  else
+    m_corrections = std::make_unique<Corrections>(m_options.corrections);
+  m_outcome.add(forEach(m_inputs, [&](const Input& input) {
+    if (isDone(input)) return;
+    if (m_options.native)
+      convertNative(input);
+    else
+      convertFrame(input);
+  }));
+  return m_outcome.code();
 }
 
 }  // namespace
 
-void addConvert(CLI::App& app, int& exitCode) {
-  auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("convert", "Convert raw frame files to FITS or TIFF.");
-  command->add_option("FILE", options->files, "Raw frame files")->required();
-  command->add_option("-o,--output", options->folder, "The folder to write to; made when it is missing")
-      ->required();
-  command->add_option("-f,--format", options->format)
-      ->check(CLI::IsMember({"fits", "tiff"}))
-      ->capture_default_str();
-  command->add_option("--dsnu", options->dsnu,
-                      "Reference file of dark signal non-uniformity, for the merged image of HDR frames");
-  command->add_option("--prnu", options->prnu,
-                      "Reference file of photo response non-uniformity, for the same");
-  command->callback([options, &exitCode] {
-    std::error_code error;
-    fs::create_directories(options->folder, error);
-    if (!fs::is_directory(options->folder, error)) {
-      complain(options->folder, "is not a folder and cannot be made one");
-      exitCode = 1;
-      return;
-    }
-    std::set<std::string> written;
-    exitCode =
-        forEachFile(options->files, [&](const std::string& file) { convert(file, *options, written); });
-  });
+int convert(const ConvertOptions& options) {
+  return Conversion(options).run();
 }
 
 }  // namespace tool

@@ -1,62 +1,352 @@
-// orvacam info: the header as text or JSON.
+// orvacam info: what headers say, of raw frames and of the files that were made of them.
 
-#include <CLI/CLI.hpp>
-#include <cmath>
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cctype>
 #include <iostream>
+#include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 
-#include "common.h"
+#include "Inputs.h"
+#include "files/FitsReader.h"
+#include "files/FixedFiles.h"
+#include "files/Json.h"
+#include "files/Text.h"
 
 namespace tool {
 
+namespace files = orvacam::files;
+using Json = nlohmann::ordered_json;
+
 namespace {
 
-nlohmann::ordered_json valuesOf(CFrameMetaData& header) {
-  nlohmann::ordered_json values = nlohmann::ordered_json::array();
-  meta_data_value_t value;
-  for (unsigned int key = 0; key < ORVA_META_KEY_COUNT; ++key) {
-    const KeyInfo& info = keyInfo(key);
-    if (*info.name == '\0' || header.GetValue(static_cast<ORVA_META_KEYS>(key), value) < 0) continue;
-    nlohmann::ordered_json entry{{"key", key}, {"name", info.name}};
-    if (value.length >= 0)
-      entry["value"] = std::string(value.text, strnlen(value.text, sizeof value.text));
-    else if (std::floor(value.value) == value.value && std::fabs(value.value) < 1e15)
-      entry["value"] = static_cast<long>(value.value);
-    else
-      entry["value"] = value.value;
-    entry["unit"] = info.unit;
-    values.push_back(entry);
+/// What there is to say of a file, whatever its kind.
+struct Facts {
+  Json header = Json::object();  ///< {"values", "units"}
+  Json derived = Json::object();
+  std::string text;  ///< for people
+};
+
+std::string lineOf(const std::string& name, const std::string& value) {
+  std::string line = name;
+  line.resize(std::max<std::size_t>(24, name.size() + 1), ' ');
+  return line + "= " + files::shownText(value) + "\n";
+}
+
+std::string shown(const Json& value) {
+  if (value.is_null()) return "-";
+  return value.is_string() ? value.get<std::string>()
+                           : value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+/// Lines of the library's text: what a header's texts bring along besides is escaped.
+std::string escapedLines(const std::string& text) {
+  std::string lines;
+  for (std::size_t from = 0; from < text.size();) {
+    const std::size_t to = std::min(text.find('\n', from), text.size());
+    lines += files::shownText(text.substr(from, to - from)) + "\n";
+    from = to + 1;
   }
-  return values;
+  return lines;
+}
+
+Facts factsOf(const orvacam::Header& header) {
+  Facts facts;
+  const Json all = Json::parse(header.to_json());
+  facts.header = {{"values", all.at("values")}, {"units", all.at("units")}};
+  facts.derived = all.at("derived");
+  const auto time = header.time();
+  facts.derived["time_utc"] = time ? Json(files::isoTime(*time)) : Json(nullptr);
+  facts.text = escapedLines(header.to_text()) + "\n";
+  for (const auto& [name, value] : facts.derived.items())
+    facts.text += lineOf(name, shown(value));
+  return facts;
+}
+
+Json jsonOf(const files::Value& value) {
+  if (const auto* text = std::get_if<std::string>(&value)) return *text;
+  if (const auto* whole = std::get_if<std::int64_t>(&value)) return *whole;
+  if (const auto* number = std::get_if<double>(&value)) return *number;
+  if (const auto* truth = std::get_if<bool>(&value)) return *truth;
+  return nullptr;
+}
+
+/// "[s] exposure" begins with a unit.
+std::string unitIn(const std::string& comment) {
+  const std::size_t end = comment.find(']');
+  return comment.empty() || comment.front() != '[' || end == std::string::npos ? ""
+                                                                               : comment.substr(1, end - 1);
+}
+
+Json orNull(const files::FitsUnit& unit, const char* keyword) {
+  const files::Value* const value = unit.find(keyword);
+  return value != nullptr ? jsonOf(*value) : Json(nullptr);
+}
+
+/// The keywords of the first unit with pixels.
+Facts factsOfFits(const std::string& path) {
+  const std::vector<files::FitsUnit> units = files::readFitsUnits(path);
+  const auto withPixels = std::find_if(
+      units.begin(), units.end(), [](const files::FitsUnit& unit) { return unit.number("NAXIS", 0) > 0; });
+  const files::FitsUnit& unit = withPixels != units.end() ? *withPixels : units.front();
+  const bool tiled = unit.find("ZIMAGE") != nullptr;
+  Facts facts;
+  Json values = Json::object(), labels = Json::object();
+  for (const files::Card& card : unit.cards) {
+    if (card.keyword == "HISTORY") {
+      values["HISTORY"].push_back(jsonOf(card.value));
+      facts.text += lineOf(card.keyword, shown(jsonOf(card.value)));
+      continue;
+    }
+    values[card.keyword] = jsonOf(card.value);
+    if (!unitIn(card.comment).empty()) labels[card.keyword] = unitIn(card.comment);
+    facts.text += lineOf(card.keyword, shown(values[card.keyword]));
+  }
+  facts.header = {{"values", values}, {"units", labels}};
+  Json planes = Json::array();
+  for (const files::FitsUnit& each : units)
+    if (each.number("NAXIS", 0) > 0 && !each.text("EXTNAME").empty()) {
+      std::string name = each.text("EXTNAME");
+      std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+      planes.push_back(name);
+    }
+  facts.derived = {
+      {"sensor", orNull(unit, "DETNAM")},
+      {"hdr", unit.find("HDR-MODE") != nullptr ? Json(unit.number("HDR-MODE", 0) != 0) : Json(nullptr)},
+      {"planes", planes},
+      {"width", orNull(unit, tiled ? "ZNAXIS1" : "NAXIS1")},
+      {"height", orNull(unit, tiled ? "ZNAXIS2" : "NAXIS2")},
+      {"exposure_seconds", orNull(unit, "EXPTIME")},
+      {"time_utc", orNull(unit, "DATE-OBS")},
+      {"temperature_celsius", orNull(unit, "CCD-TEMP")}};
+  return facts;
+}
+
+struct CloseTiff {
+  void operator()(TIFF* file) const { TIFFClose(file); }
+};
+
+std::string textTag(TIFF* file, unsigned int tag) {
+  const char* text = nullptr;
+  return TIFFGetField(file, tag, &text) == 1 && text != nullptr ? text : "";
+}
+
+/// The header that the description holds, else the tags.
+Facts factsOfTiff(const std::string& path) {
+  TIFFSetErrorHandler(nullptr);
+  TIFFSetWarningHandler(nullptr);
+  const std::unique_ptr<TIFF, CloseTiff> file(TIFFOpen(path.c_str(), "rm"));
+  if (!file) throw Failure("has no TIFF directory that can be read");
+  std::uint32_t width = 0, height = 0;
+  TIFFGetField(file.get(), TIFFTAG_IMAGEWIDTH, &width);
+  TIFFGetField(file.get(), TIFFTAG_IMAGELENGTH, &height);
+  Facts facts;
+  const Json stored = Json::parse(textTag(file.get(), TIFFTAG_IMAGEDESCRIPTION), nullptr, false);
+  if (stored.is_object() && stored.contains("values") && stored["values"].is_object()) {
+    Json values = stored["values"];
+    const Json units = stored.value("units", Json::object());
+    facts.header = {{"values", values}, {"units", units}};
+    facts.derived = stored.value("derived", Json::object());
+    if (!facts.derived.is_object()) facts.derived = Json::object();
+  } else {
+    facts.header = {{"values",
+                     {{"Model", textTag(file.get(), TIFFTAG_MODEL)},
+                      {"Software", textTag(file.get(), TIFFTAG_SOFTWARE)},
+                      {"DateTime", textTag(file.get(), TIFFTAG_DATETIME)},
+                      {"ImageDescription", textTag(file.get(), TIFFTAG_IMAGEDESCRIPTION)}}},
+                    {"units", Json::object()}};
+  }
+  facts.derived["width"] = width;
+  facts.derived["height"] = height;
+  for (const Json& part : {facts.header["values"], facts.derived})
+    for (const auto& [name, value] : part.items())
+      facts.text += lineOf(name, shown(value));
+  return facts;
+}
+
+Facts factsOf(const std::string& path) {
+  if (path == "-") return factsOf(readFrame(path).header());
+  switch (files::kindOf(path)) {
+    case files::FileKind::Fits:
+    case files::FileKind::FixedFits:
+      return factsOfFits(path);
+    case files::FileKind::Tiff:
+    case files::FileKind::FixedTiff:
+      return factsOfTiff(path);
+    default:
+      return factsOf(orvacam::Header::read(path));
+  }
+}
+
+// ---- Keys ----
+
+std::string lower(std::string text) {
+  for (char& c : text)
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+/// "*" stands for any characters, "?" for one; any case.
+bool matches(const std::string& pattern, const std::string& name) {
+  std::size_t p = 0, n = 0, star = std::string::npos, from = 0;
+  while (n < name.size()) {
+    if (p < pattern.size() && pattern[p] == '*') {
+      star = p++;
+      from = n;
+    } else if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
+      ++p;
+      ++n;
+    } else if (star != std::string::npos) {
+      p = star + 1;
+      n = ++from;
+    } else {
+      return false;
+    }
+  }
+  while (p < pattern.size() && pattern[p] == '*')
+    ++p;
+  return p == pattern.size();
+}
+
+/// The names that a file has, raw or keyword first, then derived.
+std::vector<std::string> namesOf(const Facts& facts) {
+  std::vector<std::string> names;
+  for (const auto& item : facts.header.at("values").items())
+    names.push_back(item.key());
+  for (const auto& item : facts.derived.items())
+    if (std::find(names.begin(), names.end(), item.key()) == names.end()) names.push_back(item.key());
+  return names;
+}
+
+Json valueOf(const Facts& facts, const std::string& name) {
+  const Json& values = facts.header.at("values");
+  if (values.contains(name)) return values[name];
+  return facts.derived.contains(name) ? facts.derived[name] : Json(nullptr);
+}
+
+std::string unitOf(const Facts& facts, const std::string& name) {
+  const Json& units = facts.header.at("units");
+  return units.is_object() && units.contains(name) && units[name].is_string() ? units[name].get<std::string>()
+                                                                              : "";
+}
+
+std::string csvField(const std::string& text) {
+  const std::string plain = files::shownText(text);
+  if (plain.find_first_of(",\"") == std::string::npos) return plain;
+  std::string quoted = "\"";
+  for (const char c : plain)
+    quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+  return quoted + "\"";
+}
+
+/// The asked names as they are written in these files, in the order asked. Throws UsageError for a pattern
+/// that nothing matches.
+std::vector<std::string> askedNames(const std::vector<std::string>& patterns,
+                                    const std::vector<std::optional<Facts>>& all) {
+  std::vector<std::string> known;
+  for (const auto& facts : all)
+    if (facts)
+      for (const std::string& name : namesOf(*facts))
+        if (std::find(known.begin(), known.end(), name) == known.end()) known.push_back(name);
+  std::vector<std::string> names;
+  for (const std::string& pattern : patterns) {
+    bool matched = false;
+    for (const std::string& name : known) {
+      if (!matches(lower(pattern), lower(name))) continue;
+      matched = true;
+      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    }
+    if (matched || known.empty()) continue;
+    const std::string near = nearest(pattern, known);
+    throw UsageError("--keys: there is no key '" + pattern + "'" +
+                     (near.empty() ? "" : "; did you mean '" + near + "'?"));
+  }
+  return names;
+}
+
+// ---- What is printed ----
+
+void printJson(const std::string& path, const Facts& facts, const std::vector<std::string>* names) {
+  Json object{{"schema", "orvacam.info/1"}, {"file", path}};
+  if (names == nullptr) {
+    object["header"] = facts.header;
+    object["derived"] = facts.derived;
+  } else {
+    Json values = Json::object(), units = Json::object(), derived = Json::object();
+    for (const std::string& name : *names) {
+      const bool raw = facts.header.at("values").contains(name);
+      if (raw) values[name] = valueOf(facts, name);
+      if (raw && !unitOf(facts, name).empty()) units[name] = unitOf(facts, name);
+      if (!raw && facts.derived.contains(name)) derived[name] = facts.derived[name];
+    }
+    object["header"] = {{"values", values}, {"units", units}};
+    object["derived"] = derived;
+  }
+  std::cout << object.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+void printCsvLine(const std::string& path, const Facts& facts, const std::vector<std::string>& names) {
+  std::cout << csvField(path);
+  for (const std::string& name : names) {
+    const Json value = valueOf(facts, name);
+    std::cout << ',' << (value.is_null() ? "" : csvField(shown(value)));
+  }
+  std::cout << '\n';
+}
+
+void printKeys(const Facts& facts, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    const std::string unit = unitOf(facts, name);
+    if (facts.header.at("values").contains(name) || facts.derived.contains(name))
+      std::cout << lineOf(name, shown(valueOf(facts, name)) + (unit.empty() ? "" : " " + unit));
+  }
+}
+
+/// Names are looked up in all files before the first line is printed.
+int printSome(const InfoOptions& options, const std::vector<Input>& inputs) {
+  std::vector<std::optional<Facts>> all(inputs.size());
+  const int code = forEach(inputs, [&](const Input& input) {
+    all[static_cast<std::size_t>(&input - inputs.data())] = factsOf(input.path);
+  });
+  const std::vector<std::string> patterns =
+      options.keys.empty() ? std::vector<std::string>{"*"} : options.keys;
+  const std::vector<std::string> names = askedNames(patterns, all);
+  if (options.csv) {
+    std::cout << "file";
+    for (const std::string& name : names)
+      std::cout << ',' << csvField(name);
+    std::cout << '\n';
+  }
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    if (!all[i]) continue;
+    if (options.csv)
+      printCsvLine(inputs[i].path, *all[i], names);
+    else if (options.json)
+      printJson(inputs[i].path, *all[i], &names);
+    else {
+      if (inputs.size() > 1) std::cout << files::shownText(inputs[i].path) << ":\n";
+      printKeys(*all[i], names);
+    }
+  }
+  return code;
 }
 
 }  // namespace
 
-void addInfo(CLI::App& app, int& exitCode) {
-  struct Options {
-    std::vector<std::string> files;
-    bool json = false;
-  };
-  auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("info", "Show what a frame's header says.");
-  command->add_option("FILE", options->files, "Raw frame files")->required();
-  command->add_flag("--json", options->json, "Every key with name, value and unit");
-  command->callback([options, &exitCode] {
-    nlohmann::ordered_json all = nlohmann::ordered_json::array();
-    exitCode = forEachFile(options->files, [&](const std::string& file) {
-      Frame frame(file);
-      if (options->json) {
-        all.push_back({{"file", file}, {"metadata", valuesOf(frame.header)}});
-        return;
-      }
-      std::vector<char> text(32768);
-      if (frame.header.ToString(text.data(), static_cast<unsigned int>(text.size())) < 0)
-        throw Failure("its header cannot be shown");
-      if (options->files.size() > 1) std::cout << file << ":\n";
-      std::cout << text.data();
-    });
-    if (options->json)
-      std::cout << all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+int info(const InfoOptions& options) {
+  const std::vector<Input> inputs = inputsOf(options.inputs);
+  if (options.csv || !options.keys.empty()) return printSome(options, inputs);
+  return forEach(inputs, [&](const Input& input) {
+    const Facts facts = factsOf(input.path);
+    if (options.json) {
+      printJson(input.path, facts, nullptr);
+      return;
+    }
+    if (inputs.size() > 1) std::cout << files::shownText(input.path) << ":\n";
+    std::cout << facts.text;
   });
 }
 

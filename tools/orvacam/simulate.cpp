@@ -1,8 +1,9 @@
 // orvacam simulate: a raw frame of a night sky.
 
-#include <CLI/CLI.hpp>
+#include <orvacam.hpp>
 
-#include "common.h"
+#include "Inputs.h"
+#include "PlaneFile.h"
 #include "simulator/Scene.h"
 
 namespace tool {
@@ -11,30 +12,11 @@ namespace sim = orvacam::simulator;
 
 namespace {
 
-struct Options {
-  std::string camera;
-  std::string output;
-  std::string mode = "single";
-  std::string dsnu;
-  std::string prnu;
-  unsigned int version = 3;
-  sim::HeaderFields geometry;
-  unsigned int width = 1024, height = 1024;
-  unsigned int quadrants = 0x3C;
-  sim::Sky sky;
-};
-
-std::string cameraNames() {
-  std::string names;
-  for (const sim::Camera& camera : sim::cameras())
-    names += (names.empty() ? "" : ", ") + std::string(camera.name);
-  return names;
-}
-
-/// The header of the frame that was asked for. Throws Failure.
-sim::HeaderFields headerOf(const sim::Camera& camera, const Options& options) {
+/// The header of the frame that was asked for. Throws UsageError.
+sim::HeaderFields headerOf(const sim::Camera& camera, const SimulateOptions& options) {
   const auto header = sim::headerFor(camera, options.mode);
-  if (!header) throw Failure(std::string("the ") + camera.name + " has no mode '" + options.mode + "'");
+  if (!header)
+    throw UsageError("--mode: the " + std::string(camera.name) + " has no mode '" + options.mode + "'");
   sim::HeaderFields fields = *header;
   const sim::HeaderFields& given = options.geometry;
   fields.width = options.width;
@@ -53,74 +35,54 @@ sim::HeaderFields headerOf(const sim::Camera& camera, const Options& options) {
 
   sim::HeaderFields written = sim::asVersion(fields, options.version);
   if (written.quadrants != fields.quadrants)
-    throw Failure("only header versions 3 and 4 say which amplifiers read a CCD");
+    throw UsageError("--header-version: only versions 3 and 4 say which amplifiers read a CCD");
   if (written.correlatedMultipleSampling != fields.correlatedMultipleSampling)
-    throw Failure("only header versions 3 and 4 tell the mode 'cms'");
+    throw UsageError("--header-version: only versions 3 and 4 tell the mode 'cms'");
   return written;
 }
 
-int simulate(const Options& options) {
-  const sim::Camera* const camera = sim::findCamera(options.camera);
-  if (camera == nullptr) {
-    complain(options.camera, "is no camera; there are " + cameraNames());
-    return 1;
-  }
-  sim::HeaderFields fields;
-  int exitCode = report(options.output, [&] {
-    fields = headerOf(*camera, options);
-    writeFile(options.output,
-              sim::encodeFrame(fields, options.version, sim::exposeSky(*camera, fields, options.sky)));
-  });
-  if (exitCode != 0) return exitCode;
-  if (!options.dsnu.empty())
-    exitCode |=
-        report(options.dsnu, [&] { writeFile(options.dsnu, sim::dsnuFile(*camera, fields, options.sky)); });
-  if (!options.prnu.empty())
-    exitCode |=
-        report(options.prnu, [&] { writeFile(options.prnu, sim::prnuFile(*camera, fields, options.sky)); });
-  return exitCode;
+/// Refuses what cannot be decoded again.
+void requireDecodable(const std::vector<unsigned char>& bytes) {
+  for (const orvacam::Finding& finding : orvacam::Frame::view(bytes.data(), bytes.size()).check())
+    if (finding.severity == orvacam::Finding::Severity::error)
+      throw UsageError("such a frame could not be decoded: it " + finding.text);
+}
+
+Content contentOf(const std::vector<unsigned char>& bytes) {
+  return tool::contentOf(std::string(bytes.begin(), bytes.end()));
 }
 
 }  // namespace
 
-void addSimulate(CLI::App& app, int& exitCode) {
-  auto options = std::make_shared<Options>();
-  sim::HeaderFields& f = options->geometry;
-  CLI::App* const command = app.add_subcommand("simulate", "Make a raw frame of a night sky.");
-  command->add_option("MODEL", options->camera, "The camera: " + cameraNames())->required();
-  command->add_option("-o,--output", options->output, "The file to write")->required();
-  command->add_option("--mode", options->mode, "single, hdr, 16bit or cms")->capture_default_str();
-  command->add_option("--header-version", options->version)->check(CLI::Range(1, 4))->capture_default_str();
-  command->add_option("--width", options->width, "Image width")
-      ->check(CLI::Range(1, 16384))
-      ->capture_default_str();
-  command->add_option("--height", options->height, "Image height")
-      ->check(CLI::Range(1, 16384))
-      ->capture_default_str();
-  command->add_option("--pre-pixels", f.preRefPixels, "Reference pixels ahead of each row")
-      ->check(CLI::Range(0, 255));
-  command->add_option("--post-pixels", f.postRefPixels, "Reference pixels behind each row")
-      ->check(CLI::Range(0, 255));
-  command->add_option("--pre-rows", f.preRefRows, "Reference rows ahead of the image")
-      ->check(CLI::Range(0, 4095));
-  command->add_option("--post-rows", f.postRefRows, "Reference rows behind the image")
-      ->check(CLI::Range(0, 4095));
-  command->add_option("--bin-x", f.horizontalBinning, "Horizontal binning")->check(CLI::Range(1, 255));
-  command->add_option("--bin-y", f.verticalBinning, "Vertical binning")->check(CLI::Range(1, 255));
-  command->add_option("--low-gain", f.lowGain, "Low gain index")->check(CLI::Range(0, 255));
-  command->add_option("--high-gain", f.highGain, "High gain index")->check(CLI::Range(0, 255));
-  command->add_option("--exposure", f.exposure, "Exposure in 10 us periods");
-  command->add_option("--frame-number", f.frameNumber)->check(CLI::Range(0, 65535));
-  command
-      ->add_option("--quadrants", options->quadrants,
-                   "Amplifiers in use (CCD): 0x20 UL, 0x10 UR, 0x08 LL, 0x04 LR")
-      ->check(CLI::Range(0, 0x3C));
-  command->add_option("--seed", options->sky.seed)->capture_default_str();
-  command->add_option("--stars", options->sky.stars)->check(CLI::Range(0, 100000))->capture_default_str();
-  command->add_option("--background", options->sky.background, "Electrons per pixel")->capture_default_str();
-  command->add_option("--dsnu", options->dsnu, "Also write the DSNU file that undoes the fixed pattern");
-  command->add_option("--prnu", options->prnu, "Also write the PRNU file that undoes the fixed pattern");
-  command->callback([options, &exitCode] { exitCode = simulate(*options); });
+int simulate(const SimulateOptions& options) {
+  const sim::Camera* const camera = sim::findCamera(options.camera);
+  if (camera == nullptr) {
+    std::vector<std::string> names;
+    for (const sim::Camera& each : sim::cameras())
+      names.emplace_back(each.name);
+    const std::string near = nearest(options.camera, names);
+    std::string all;
+    for (const std::string& name : names)
+      all += (all.empty() ? "" : ", ") + name;
+    throw UsageError("there is no camera '" + options.camera + "'" +
+                     (near.empty() ? "; there are " + all : "; did you mean '" + near + "'?"));
+  }
+  const sim::HeaderFields fields = headerOf(*camera, options);
+  Targets targets;
+  for (const std::string& path : {options.output, options.dsnu, options.prnu})
+    if (!path.empty()) targets.claim(path);
+  const std::vector<unsigned char> frame =
+      sim::encodeFrame(fields, options.version, sim::exposeSky(*camera, fields, options.sky));
+  requireDecodable(frame);
+  Outcome outcome;
+  const auto write = [&](const std::string& path, const std::vector<unsigned char>& bytes) {
+    if (path != "-") files::OutputFile::cleanUp(files::folderOf(path));
+    outcome.add(attempt(path, [&] { writeContent(path, contentOf(bytes), options.overwrite); }));
+  };
+  write(options.output, frame);
+  if (!options.dsnu.empty()) write(options.dsnu, sim::dsnuFile(*camera, fields, options.sky));
+  if (!options.prnu.empty()) write(options.prnu, sim::prnuFile(*camera, fields, options.sky));
+  return outcome.code();
 }
 
 }  // namespace tool

@@ -1,122 +1,141 @@
-// orvacam stack: the mean of raw frames.
+// orvacam stack: many frames become one.
 
-#include <unistd.h>
+#include <algorithm>
+#include <map>
 
-#include <CLI/CLI.hpp>
-#include <iostream>
-
-#include "common.h"
+#include "Corrections.h"
+#include "Inputs.h"
+#include "PlaneFile.h"
+#include "files/Names.h"
 
 namespace tool {
 
 namespace {
 
-struct Options {
-  std::vector<std::string> files;
-  std::string output;
-};
-
-/// A counter on a terminal, wiped away at the end.
-class Progress {
+/// The frames so far, and what a file says of them together.
+class Stacking {
  public:
-  explicit Progress(std::size_t all) : m_all(all), m_shown(isatty(STDERR_FILENO) != 0) {}
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-  ~Progress() {
-    if (m_shown) std::cerr << "\r\x1b[K" << std::flush;
+  explicit Stacking(const StackOptions& options)
+      : m_options(options),
+        m_corrections(options.corrections),
+        m_stack(options.method == "sum" ? orvacam::Stack::Method::sum : orvacam::Stack::Method::mean) {
+    m_stack.decoder(m_corrections.decoder()).allow_unlike(options.force);
+    if (!options.plane.empty()) m_stack.plane(options.plane);
+    m_facts.sum = options.method == "sum";
   }
-  void done(std::size_t count) const {
-    if (m_shown) std::cerr << "\r" << count << " of " << m_all << std::flush;
-  }
+
+  void add(const orvacam::Frame& frame);
+  Product result();
 
  private:
-  std::size_t m_all;
-  bool m_shown;
+  void hold(Product& product) const;
+
+  const StackOptions& m_options;
+  Corrections m_corrections;
+  orvacam::Stack m_stack;
+  std::optional<orvacam::Header> m_first;
+  std::string m_plane;
+  files::StackFacts m_facts;
 };
 
-/// The mean of frames that are alike, with the first one's header. One frame is in memory at a time.
-class Stack {
- public:
-  void add(const std::string& path) {
-    Frame frame(path);
-    if (m_count == 0)
-      m_fields = frame.fields;
-    else if (frame.width != m_width || frame.height != m_height || frame.hdr() != m_fields.hdr ||
-             frame.fields.model != m_fields.model || frame.fields.dataBits != m_fields.dataBits)
-      throw Failure("is another kind of frame than the first");
-    m_planes.read(frame);
-    const unpacked_images_t& images = m_planes.images();
-    const bool merged = frame.hdr();
-    if (m_count == 0) {
-      m_width = frame.width;
-      m_height = frame.height;
-      const unsigned char* const header = merged ? images.pMergedMetaData : images.pLowMetaData;
-      m_header.assign(header, header + images.uiMetaDataSize);
-      if (m_stacker.Initialize(images.ulLowImagePixels) < 0) throw std::bad_alloc();
-    }
-    // The plane that is stacked is the merged one of an HDR frame, else the only one.
-    if (m_stacker.StackNextFrame(merged ? images.pMergedImage : images.pLowImage, images.ulLowImagePixels) <
-        0)
-      throw Failure("cannot be stacked");
-    ++m_count;
-  }
+/// The plane that is stacked: merged, else image, else low.
+std::string stackedPlane(const std::vector<std::string>& planes) {
+  for (const char* const name : {"merged", "image", "low"})
+    if (std::find(planes.begin(), planes.end(), name) != planes.end()) return name;
+  return "image";
+}
 
-  void write(const std::string& path, bool tiff) {
-    unsigned short* mean = nullptr;
-    unsigned int pixels = 0;
-    unsigned char* header = nullptr;
-    unsigned int length = 0;
-    CFrameMetaData metaData;
-    if (m_stacker.Finish(&mean, nullptr, &pixels) < 0 ||
-        m_stacker.GetStackedMetaData(m_header.data(), static_cast<unsigned int>(m_header.size()), &header,
-                                     &length) < 0 ||
-        metaData.Parse(header, length) < 0)
-      throw Failure("cannot be made of these frames");
-    OutputFile file(path);
-    const int written = tiff ? CTiffMaker().CreateImageFile(file.temporaryPath(), mean, metaData)
-                             : CFitsInterface().CreateImageFile(file.temporaryPath(), mean, metaData);
-    if (written < 0) throw Failure("cannot be written completely");
-    file.commit();
+void Stacking::add(const orvacam::Frame& frame) {
+  m_corrections.requireApplicable(frame);
+  m_stack.add(frame);
+  const orvacam::Header& header = frame.header();
+  if (!m_first) {
+    m_first = header;
+    m_plane = m_options.plane.empty() ? stackedPlane(frame.planes()) : m_options.plane;
   }
+  ++m_facts.frames;
+  m_facts.exposure += header.exposure_seconds();
+  if (const auto time = header.time()) {
+    const auto end = *time + std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                 std::chrono::duration<double>(header.exposure_seconds()));
+    m_facts.earliest = m_facts.earliest ? std::min(*m_facts.earliest, *time) : *time;
+    m_facts.end = m_facts.end ? std::max(*m_facts.end, end) : end;
+  }
+}
 
- private:
-  CStacker m_stacker;
-  Planes m_planes;
-  Bytes m_header;
-  orvacam::simulator::HeaderFields m_fields;
-  unsigned int m_width = 0, m_height = 0;
-  std::size_t m_count = 0;
-};
+/// The pixels in the type that was asked for.
+void Stacking::hold(Product& product) const {
+  if (m_options.type == "uint16") {
+    const auto pixels = std::make_shared<const orvacam::Plane>(m_stack.result_u16());
+    product.raster = files::rasterOf(*pixels);
+    product.owner = pixels;
+  } else if (m_options.type == "float32") {
+    const auto pixels = std::make_shared<const orvacam::Image<float>>(m_stack.result());
+    product.raster = files::rasterOf(*pixels);
+    product.owner = pixels;
+  } else {
+    const orvacam::Image<std::uint64_t> sums = m_stack.sums();
+    const auto pixels =
+        std::make_shared<std::vector<double>>(std::size_t{sums.size().width} * sums.size().height);
+    const double divisor = m_facts.sum ? 1 : static_cast<double>(m_facts.frames);
+    std::transform(sums.data(), sums.data() + pixels->size(), pixels->begin(),
+                   [&](std::uint64_t sum) { return static_cast<double>(sum) / divisor; });
+    product.raster = {sums.size(), files::Raster::F64, pixels->data()};
+    product.owner = pixels;
+  }
+}
 
-int stack(const Options& options) {
-  const std::string extension = std::filesystem::path(options.output).extension().string();
-  const bool tiff = extension == ".tiff" || extension == ".tif";
-  if (!tiff && extension != ".fit" && extension != ".fits") {
-    complain(options.output, "should end in .fit, .fits, .tif or .tiff");
-    return 1;
+Product Stacking::result() {
+  Product product;
+  product.header = m_first.value();
+  product.subject = files::subjectOf(*m_first, m_plane);
+  product.subject.stack = m_facts;
+  m_corrections.describe(product.subject, *m_first);
+  hold(product);
+  product.subject.history.push_back(m_options.method + " of " + std::to_string(m_facts.frames) + " frames");
+  finish(product.subject, m_options.outputs.reproducible);
+  return product;
+}
+
+void refuseTwins(const std::vector<Input>& inputs) {
+  std::map<Identity, std::string> seen;
+  for (const Input& input : inputs) {
+    const Identity identity = identityOf(input.path);
+    if (identity == Identity{0, 0}) continue;
+    const auto [at, isNew] = seen.emplace(identity, input.path);
+    if (!isNew)
+      throw Failure(input.path + " is the same file as " + at->second + " and would be stacked twice");
   }
-  Stack frames;
-  {
-    const Progress progress(options.files.size());
-    for (std::size_t i = 0; i < options.files.size(); ++i) {
-      // A mean without one of its frames would be another mean.
-      if (report(options.files[i], [&] { frames.add(options.files[i]); }) != 0) return 1;
-      progress.done(i + 1);
-    }
-  }
-  return report(options.output, [&] { frames.write(options.output, tiff); });
 }
 
 }  // namespace
 
-void addStack(CLI::App& app, int& exitCode) {
-  auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand(
-      "stack", "Average raw frames of one camera: the merged planes of HDR frames, else the only one.");
-  command->add_option("FILE", options->files, "Raw frame files")->required();
-  command->add_option("-o,--output", options->output, "The file to write: .fit, .fits, .tif or .tiff")
-      ->required();
-  command->callback([options, &exitCode] { exitCode = stack(*options); });
+int stack(const StackOptions& options) {
+  const auto format = options.format.empty()
+                          ? options.output == "-" ? Format::Fits : formatOfPath(options.output)
+                          : formatNamed(options.format);
+  if (!format)
+    throw UsageError("-o: " + options.output + " should end in .fits, .fit, .fts, .tif, .tiff or .npy");
+  const std::vector<Input> inputs = inputsOf(options.inputs);
+  Targets targets;
+  for (const Input& input : inputs)
+    targets.isInput(input.path);
+  addInputs(targets, options.corrections);
+  targets.claim(options.output);
+  return attemptCode(options.output, [&] {
+    refuseTwins(inputs);
+    Stacking frames(options);
+    int code = Good;
+    // A mean without one of its frames would be another mean.
+    for (std::size_t i = 0; i < inputs.size() && code == Good; ++i)
+      code = forEach({inputs[i]}, [&](const Input& input) { frames.add(readFrame(input.path)); });
+    if (code != Good) return code;
+    if (options.output != "-") files::OutputFile::cleanUp(files::folderOf(options.output));
+    const Style style{*format, false, false};
+    writeContent(options.output, contentOf({frames.result()}, style, files::stemOf(options.output)),
+                 options.outputs.overwrite);
+    return code;
+  });
 }
 
 }  // namespace tool

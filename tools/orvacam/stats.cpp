@@ -1,137 +1,134 @@
 // orvacam stats: statistics of each plane.
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <iostream>
-#include <nlohmann/json.hpp>
 
-#include "common.h"
+#include "Corrections.h"
+#include "Inputs.h"
+#include "PlaneFile.h"
+#include "files/Json.h"
 
 namespace tool {
 
 namespace {
 
-constexpr unsigned int histogramSize = 65535;
-
-struct PlaneStats {
+struct Named {
   const char* name;
-  image_plane_stats_t stats;
-  std::vector<double> histogram;
+  orvacam::Plane plane;
 };
 
-struct Options {
-  std::vector<std::string> files;
-  bool json = false;
-  std::string histogram;
-};
-
-/// Statistics of the image in a plane, without reference pixels and rows, at columns and rows of the frame.
-/// Gathered here: the library's own count the rows of both planes together, and a single image has none.
-image_plane_stats_t statsOf(const unsigned short* plane, const Frame& frame, std::vector<double>& histogram) {
-  unsigned int width = 0, height = 0, pixelsAhead = 0, rowsAhead = 0, behind = 0;
-  frame.header.GetImageDimensionsBinned(width, height);
-  frame.header.GetRefPixelsBinned(pixelsAhead, behind);
-  frame.header.GetRefRowsBinned(rowsAhead, behind);
-  auto statistics = std::make_unique<CFrameStatistics>();
-  for (unsigned int y = rowsAhead; y < rowsAhead + height; ++y)
-    statistics->AddRow(plane + static_cast<std::size_t>(y) * frame.width + pixelsAhead, width,
-                       static_cast<int>(pixelsAhead), static_cast<int>(y));
-  statistics->Compute();
-  image_plane_stats_t stats{};
-  histogram.assign(histogramSize, 0.0);
-  stats.pHistogram = histogram.data();
-  stats.uiHistogramSize = histogramSize;
-  statistics->GetResults(stats);
-  stats.pHistogram = nullptr;
-  return stats;
+std::vector<Named> planesOf(const orvacam::Decoded& decoded) {
+  std::vector<Named> planes;
+  for (const Named& named : {Named{"low", decoded.low}, Named{"high", decoded.high},
+                             Named{"merged", decoded.merged}, Named{"image", decoded.image}})
+    if (!named.plane.empty()) planes.push_back(named);
+  return planes;
 }
 
-std::vector<PlaneStats> planesOf(const std::string& file) {
-  Frame frame(file);
-  Planes planes;
-  planes.read(frame);
-  const unpacked_images_t& images = planes.images();
-  std::vector<PlaneStats> all;
-  for (const auto& [name, plane] :
-       {std::pair{images.pHighImage != nullptr ? "low" : "image", images.pLowImage},
-        std::pair{"high", images.pHighImage}, std::pair{"merged", images.pMergedImage}}) {
-    if (plane == nullptr) continue;
-    all.push_back({name, {}, {}});
-    all.back().stats = statsOf(plane, frame, all.back().histogram);
+std::string jsonOf(const orvacam::Extreme& extreme) {
+  return files::JsonObject().whole("value", extreme.value).whole("x", extreme.x).whole("y", extreme.y).str();
+}
+
+std::string jsonOf(const orvacam::Statistics& s) {
+  return files::JsonObject()
+      .whole("count", static_cast<std::int64_t>(s.count))
+      .number("mean", s.mean)
+      .number("deviation", s.deviation)
+      .whole("mode", s.mode)
+      .raw("minimum", jsonOf(s.minimum))
+      .raw("maximum", jsonOf(s.maximum))
+      .raw("clip", "[" + std::to_string(s.clip_low) + ", " + std::to_string(s.clip_high) + "]")
+      .str();
+}
+
+void printJson(const std::string& path, const std::vector<Named>& planes) {
+  files::JsonObject all;
+  for (const Named& named : planes)
+    all.raw(named.name, jsonOf(named.plane.statistics().value()));
+  std::cout << files::JsonObject()
+                   .text("schema", "orvacam.stats/1")
+                   .text("file", path)
+                   .raw("planes", all.str())
+                   .str()
+            << '\n';
+}
+
+void print(const std::string& path, const std::vector<Named>& planes) {
+  std::cout << files::shownText(path) << ":\n";
+  for (const Named& named : planes) {
+    const orvacam::Statistics& s = named.plane.statistics().value();
+    char line[256];
+    std::snprintf(
+        line, sizeof line,
+        "  %-7s mean %10.3f  deviation %10.3f  mode %5u  min %5u at (%u, %u)  max %5u at (%u, %u)  clip "
+        "%u..%u\n",
+        named.name, s.mean, s.deviation, s.mode, s.minimum.value, s.minimum.x, s.minimum.y, s.maximum.value,
+        s.maximum.x, s.maximum.y, s.clip_low, s.clip_high);
+    std::cout << line;
   }
-  return all;
 }
 
-nlohmann::ordered_json jsonOf(const PlaneStats& plane) {
-  const image_plane_stats_t& s = plane.stats;
-  return {{"plane", plane.name},
-          {"mean", s.dMean},
-          {"deviation", s.dStdDev},
-          {"mode", s.dMode},
-          {"midpoint", s.dMidpoint},
-          {"minimum", {{"value", s.uiMin}, {"x", s.minPoint.x}, {"y", s.minPoint.y}}},
-          {"maximum", {{"value", s.uiMax}, {"x", s.maxPoint.x}, {"y", s.maxPoint.y}}},
-          {"lowClip", s.uiLowClip},
-          {"highClip", s.uiHighClip}};
-}
-
-void print(const PlaneStats& plane) {
-  const image_plane_stats_t& s = plane.stats;
-  std::printf(
-      "  %-7s mean %10.3f  deviation %10.3f  mode %5.0f  min %5u at (%d, %d)  max %5u at (%d, %d)  clip "
-      "%u..%u\n",
-      plane.name, s.dMean, s.dStdDev, s.dMode, s.uiMin, s.minPoint.x, s.minPoint.y, s.uiMax, s.maxPoint.x,
-      s.maxPoint.y, s.uiLowClip, s.uiHighClip);
-}
-
-void writeHistogram(const std::string& path, const std::vector<PlaneStats>& planes) {
+/// "value" and a column of counts for each plane; a line for each value that is there.
+std::string histogramOf(const std::vector<Named>& planes) {
   std::string text = "value";
-  for (const PlaneStats& plane : planes)
-    text += std::string(",") + plane.name;
-  for (unsigned int value = 0; value < histogramSize; ++value) {
-    bool any = false;
+  for (const Named& named : planes)
+    text += std::string(",") + named.name;
+  for (std::size_t value = 0; value < 65536; ++value) {
     std::string line = "\n" + std::to_string(value);
-    for (const PlaneStats& plane : planes) {
-      any = any || plane.histogram[value] > 0;
-      line += "," + std::to_string(static_cast<unsigned long>(plane.histogram[value]));
+    bool any = false;
+    for (const Named& named : planes) {
+      const std::uint32_t count = named.plane.statistics()->histogram.at(value);
+      any = any || count > 0;
+      line += "," + std::to_string(count);
     }
     if (any) text += line;
   }
-  text += "\n";
-  writeFile(path, Bytes(text.begin(), text.end()));
+  return text + "\n";
+}
+
+/// The same of many files: "file,plane,value,count".
+void addCounts(std::string& text, const std::string& path, const std::vector<Named>& planes) {
+  std::string file = files::shownText(path);
+  if (file.find_first_of(",\"") != std::string::npos) file = files::jsonText(file);
+  for (const Named& named : planes) {
+    const std::vector<std::uint32_t>& counts = named.plane.statistics()->histogram;
+    for (std::size_t value = 0; value < counts.size(); ++value)
+      if (counts[value] > 0)
+        text += file + "," + named.name + "," + std::to_string(value) + "," + std::to_string(counts[value]) +
+                "\n";
+  }
 }
 
 }  // namespace
 
-void addStats(CLI::App& app, int& exitCode) {
-  auto options = std::make_shared<Options>();
-  CLI::App* const command =
-      app.add_subcommand("stats", "Statistics of the image in each plane of raw frames.");
-  command->add_option("FILE", options->files, "Raw frame files")->required();
-  command->add_flag("--json", options->json);
-  command->add_option("--histogram-csv", options->histogram, "Write the histograms of the one input as CSV");
-  command->callback([options, &exitCode] {
-    if (!options->histogram.empty() && options->files.size() > 1)
-      throw CLI::ValidationError("--histogram-csv", "takes one input");
-    nlohmann::ordered_json all = nlohmann::ordered_json::array();
-    exitCode |= forEachFile(options->files, [&](const std::string& file) {
-      const std::vector<PlaneStats> planes = planesOf(file);
-      if (!options->histogram.empty())
-        exitCode |= report(options->histogram, [&] { writeHistogram(options->histogram, planes); });
-      if (options->json) {
-        nlohmann::ordered_json list = nlohmann::ordered_json::array();
-        for (const PlaneStats& plane : planes)
-          list.push_back(jsonOf(plane));
-        all.push_back({{"file", file}, {"planes", list}});
-        return;
-      }
-      std::printf("%s:\n", file.c_str());
-      for (const PlaneStats& plane : planes)
-        print(plane);
-    });
-    if (options->json)
-      std::cout << all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
-  });
+int stats(const StatsOptions& options) {
+  const std::vector<Input> inputs = inputsOf(options.inputs);
+  Targets targets;
+  for (const Input& input : inputs)
+    targets.isInput(input.path);
+  addInputs(targets, options.corrections);
+  const bool counts = !options.histogram.empty();
+  if (counts) targets.claim(options.histogram);
+  Corrections corrections(options.corrections);
+  std::string histogram = inputs.size() > 1 ? "file,plane,value,count\n" : "";
+  bool any = false;
+  Outcome outcome;
+  outcome.add(forEach(inputs, [&](const Input& input) {
+    const orvacam::Frame frame = readFrame(input.path);
+    const std::vector<Named> planes =
+        planesOf(corrections.decode(frame, {true, true, true, true, true, counts}));
+    any = true;
+    if (counts && inputs.size() > 1) addCounts(histogram, input.path, planes);
+    if (counts && inputs.size() == 1) histogram = histogramOf(planes);
+    if (options.json)
+      printJson(input.path, planes);
+    else
+      print(input.path, planes);
+  }));
+  if (counts && any)
+    outcome.add(attempt(options.histogram,
+                        [&] { writeContent(options.histogram, contentOf(histogram), options.overwrite); }));
+  return outcome.code();
 }
 
 }  // namespace tool

@@ -1,0 +1,50 @@
+#ifndef ORVACAM_TOOL_CORRECTIONS_H
+#define ORVACAM_TOOL_CORRECTIONS_H
+
+#include <optional>
+#include <orvacam.hpp>
+#include <string>
+#include <vector>
+
+#include "Inputs.h"
+#include "Options.h"
+#include "files/Subject.h"
+
+namespace tool {
+
+namespace files = orvacam::files;
+
+/// The corrections that a call asks for: what they do to frames, and what files say of them.
+class Corrections {
+ public:
+  /// Reads the files. Throws orvacam::Error, Failure.
+  explicit Corrections(const CorrectionOptions& options);
+
+  /// Throws Failure for a frame that a correction does not apply to.
+  void requireApplicable(const orvacam::Frame& frame) const;
+  /// The planes of a frame. Also throws orvacam::Error.
+  orvacam::Decoded decode(const orvacam::Frame& frame, orvacam::Planes wanted);
+  /// A decoder with these corrections, to keep.
+  orvacam::Decoder decoder() const;
+
+  /// Adds to a subject what the corrections have done to its plane.
+  void describe(files::Subject& subject, const orvacam::Header& header);
+
+ private:
+  void apply(orvacam::Decoder& decoder) const;
+  double biasLevel(const files::Subject& subject, const orvacam::Header& header) const;
+
+  CorrectionOptions m_options;
+  std::string m_block;                   // the camera's calibration
+  orvacam::Plane m_biasLow, m_biasHigh;  // of single images: low
+  std::string m_biasSensor;
+  std::vector<std::string> m_history;
+  orvacam::Decoder m_decoder, m_withoutPrnu;  // the second knows the gain ratio that a PRNU file replaces
+};
+
+/// Tells the run that reference files are not to be written to.
+void addInputs(Targets& targets, const CorrectionOptions& options);
+
+}  // namespace tool
+
+#endif  // ORVACAM_TOOL_CORRECTIONS_H

@@ -1,0 +1,192 @@
+#include "Inputs.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "files/FixedFiles.h"
+#include "files/OutputFile.h"
+
+namespace tool {
+
+namespace fs = std::filesystem;
+using orvacam::files::WriteError;
+
+namespace {
+
+/// Closes what open gave.
+struct Descriptor {
+  explicit Descriptor(int number) : file(number) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (file > STDERR_FILENO) close(file);
+  }
+  int file;
+};
+
+std::string contentOf(int file) {
+  std::string bytes;
+  std::vector<char> part(std::size_t{1} << 16);
+  for (;;) {
+    const ssize_t count = read(file, part.data(), part.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throw Failure(std::string("cannot be read: ") + std::strerror(errno));
+    if (count == 0) return bytes;
+    bytes.append(part.data(), static_cast<std::size_t>(count));
+  }
+}
+
+bool hidden(const fs::path& path) {
+  return path.filename().native().front() == '.';
+}
+
+/// The frames in a folder by the bytes of their path below it.
+void addFolder(const std::string& folder, bool recursive, std::vector<Input>& inputs) {
+  std::map<std::string, std::string> found;  // path below the folder, the sub-folder in it
+  std::vector<std::string> folders = {""};
+  std::error_code error;
+  while (!folders.empty()) {
+    const std::string under = folders.back();
+    folders.pop_back();
+    fs::directory_iterator entries(fs::path(folder) / under, error);
+    if (error) throw Failure("cannot be read: " + error.message());
+    for (; entries != fs::directory_iterator(); entries.increment(error)) {
+      if (error) throw Failure("cannot be read: " + error.message());
+      const fs::path path = entries->path();
+      if (hidden(path)) continue;
+      const std::string name = path.filename().native();
+      const bool link = fs::is_symlink(path, error);
+      if (fs::is_directory(path, error)) {
+        if (recursive && !link) folders.push_back(under + name + "/");
+      } else if (orvacam::files::kindOf(path.native()) == orvacam::files::FileKind::Raw) {
+        found.emplace(under + name, under);
+      }
+    }
+  }
+  if (found.empty()) throw Failure("holds no frame");
+  for (const auto& [below, under] : found)
+    inputs.push_back({(fs::path(folder) / below).native(), under, ""});
+}
+
+std::vector<std::string> namesIn(const InputOptions& options) {
+  const std::string text = readAll(options.list);
+  const char separator = options.nulEnded ? '\0' : '\n';
+  std::vector<std::string> names;
+  for (std::size_t from = 0; from < text.size();) {
+    const std::size_t to = std::min(text.find(separator, from), text.size());
+    if (to > from) names.push_back(text.substr(from, to - from));
+    from = to + 1;
+  }
+  return names;
+}
+
+}  // namespace
+
+std::string readAll(const std::string& path) {
+  if (path == "-") return contentOf(STDIN_FILENO);
+  const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (opened.file < 0) throw Failure(std::string("cannot be opened: ") + std::strerror(errno));
+  struct stat status {};
+  if (fstat(opened.file, &status) != 0 || !S_ISREG(status.st_mode)) throw Failure("is no regular file");
+  return contentOf(opened.file);
+}
+
+std::vector<Input> inputsOf(const InputOptions& options) {
+  std::vector<std::string> names = options.files;
+  if (!options.list.empty()) {
+    try {
+      for (std::string& name : namesIn(options))
+        names.push_back(std::move(name));
+    } catch (const Failure& failure) {
+      throw Failure("the list " + options.list + " " + failure.what());
+    }
+  }
+  const auto fromStandardInput = std::count(names.begin(), names.end(), "-") + (options.list == "-" ? 1 : 0);
+  if (fromStandardInput > 1) throw UsageError("standard input can be one input only");
+  if (names.empty() && options.list.empty()) throw UsageError("no input is named");
+  std::vector<Input> inputs;
+  for (const std::string& name : names) {
+    std::error_code none;
+    if (name == "-" || !fs::is_directory(name, none)) {
+      inputs.push_back({name, "", ""});
+      continue;
+    }
+    try {
+      addFolder(name, options.recursive, inputs);
+    } catch (const Failure& failure) {
+      inputs.push_back({name, "", failure.what()});
+    }
+  }
+  return inputs;
+}
+
+orvacam::Frame readFrame(const std::string& path) {
+  if (path != "-") return orvacam::Frame::read(path);
+  const std::string bytes = readAll(path);
+  return orvacam::Frame::copy(bytes.data(), bytes.size());
+}
+
+int forEach(const std::vector<Input>& inputs, const std::function<void(const Input&)>& task) {
+  Outcome outcome;
+  for (const Input& input : inputs)
+    outcome.add(attempt(input.path == "-" ? "standard input" : input.path, [&] {
+      if (!input.wrong.empty()) throw Failure(input.wrong);
+      task(input);
+    }));
+  return outcome.code();
+}
+
+Identity identityOf(const std::string& path) {
+  struct stat status {};
+  if (path == "-" || path.empty() || stat(path.c_str(), &status) != 0) return {0, 0};
+  return {status.st_dev, status.st_ino};
+}
+
+namespace {
+
+/// One spelling for a path that may not be there yet.
+std::string plainPath(const std::string& path) {
+  std::error_code error;
+  const fs::path plain = fs::weakly_canonical(fs::absolute(path, error), error);
+  return error ? path : plain.native();
+}
+
+}  // namespace
+
+void Targets::isInput(const std::string& path) {
+  const Identity identity = identityOf(path);
+  if (identity != Identity{0, 0}) m_inputs.insert(identity);
+}
+
+bool Targets::conflicts(const std::string& path) const {
+  const Identity identity = identityOf(path);
+  return m_inputs.count(identity) > 0 || m_written.count(identity) > 0 || m_paths.count(plainPath(path)) > 0;
+}
+
+void Targets::claim(const std::string& path) {
+  if (path == "-") return;
+  const Identity identity = identityOf(path);
+  if (m_inputs.count(identity) > 0) throw UsageError(path + " is an input and cannot be written to");
+  if (!m_paths.insert(plainPath(path)).second || m_written.count(identity) > 0)
+    throw UsageError(path + " would be written twice");
+  if (identity != Identity{0, 0}) m_written.insert(identity);
+}
+
+void prepareFolder(const std::string& path) {
+  std::error_code error;
+  fs::create_directories(path, error);
+  std::error_code none;
+  if (!fs::is_directory(path, none))
+    throw WriteError(path, "is no folder and cannot be made one" + (error ? ": " + error.message() : ""));
+  orvacam::files::OutputFile::cleanUp(path);
+}
+
+}  // namespace tool

@@ -1,0 +1,59 @@
+#ifndef ORVACAM_TOOL_INPUTS_H
+#define ORVACAM_TOOL_INPUTS_H
+
+#include <sys/types.h>
+
+#include <functional>
+#include <orvacam.hpp>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Options.h"
+#include "Program.h"
+
+namespace tool {
+
+struct Input {
+  std::string path;   ///< "-" for standard input
+  std::string under;  ///< the sub-folder that it was found in, kept in the output; ends in "/" or is ""
+  std::string wrong;  ///< why it is none: a folder without frames
+};
+
+/// Files, folders (the frames directly in them, or below them), lists of names, standard input: in their
+/// order. Throws UsageError, Failure.
+std::vector<Input> inputsOf(const InputOptions& options);
+
+/// The frame of an input, read once. Throws orvacam::Error, Failure.
+orvacam::Frame readFrame(const std::string& path);
+/// All of a file, or of standard input. Throws Failure.
+std::string readAll(const std::string& path);
+
+/// Runs a task for each input; a failure is reported and does not stop the others. Gives the exit code.
+int forEach(const std::vector<Input>& inputs, const std::function<void(const Input&)>& task);
+
+/// Which file it is, whatever its names; {0, 0} for none.
+using Identity = std::pair<dev_t, ino_t>;
+Identity identityOf(const std::string& path);
+
+/// What a run may write to: nothing that it reads, and nothing twice.
+class Targets {
+ public:
+  void isInput(const std::string& path);
+  /// Throws UsageError.
+  void claim(const std::string& path);
+  /// Whether claim would throw.
+  bool conflicts(const std::string& path) const;
+
+ private:
+  std::set<Identity> m_inputs, m_written;
+  std::set<std::string> m_paths;
+};
+
+/// Makes a folder to write to and clears what dead runs left in it. Throws orvacam::files::WriteError.
+void prepareFolder(const std::string& path);
+
+}  // namespace tool
+
+#endif  // ORVACAM_TOOL_INPUTS_H

@@ -1,0 +1,66 @@
+#ifndef ORVACAM_TOOL_PLANE_FILE_H
+#define ORVACAM_TOOL_PLANE_FILE_H
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Options.h"
+#include "files/OutputFile.h"
+#include "files/Raster.h"
+#include "files/Subject.h"
+
+namespace tool {
+
+namespace files = orvacam::files;
+
+enum class Format { Fits, Tiff, OmeTiff, Png, Png16, Npy };
+
+/// "fits", "tiff", "ome-tiff", "png", "png16", "npy".
+std::optional<Format> formatNamed(const std::string& name);
+/// By a file's extension: .fits, .fit, .fts, .tif, .tiff, .npy.
+std::optional<Format> formatOfPath(const std::string& path);
+/// ".fits", ".fits.fz", ".tiff", ".ome.tiff", ".png", ".npy".
+std::string extensionOf(Format format, bool rice);
+
+/// A plane that is to be written.
+struct Product {
+  files::Subject subject;
+  files::Raster raster;
+  std::optional<orvacam::Header> header;                ///< the frame's, for the description of TIFF files
+  std::optional<orvacam::Image<std::uint16_t>> pixels;  ///< of 16 bits, for pictures
+  std::shared_ptr<const void> owner;                    ///< of the raster's pixels
+};
+
+/// What is decided once for all files of a run.
+struct Style {
+  Format format = Format::Fits;
+  bool rice = false, extensions = false;
+};
+
+/// What a file will hold: parts, one behind the other.
+struct Content {
+  std::shared_ptr<const void> owner;
+  std::vector<std::string_view> parts;
+};
+
+/// A file of these planes: one, or several for FITS extensions and OME-TIFF.
+Content contentOf(const std::vector<Product>& products, const Style& style, const std::string& name);
+
+/// Writes to a file, whole or not at all, or to standard output ("-"). Throws files::WriteError.
+void writeContent(const std::string& target, const Content& content, bool overwrite);
+
+/// A text as a file's content.
+Content contentOf(std::string text);
+
+/// A picture of 8 bits with what it says of the frame.
+Content pictureContent(const files::Raster& raster, const files::Subject& subject);
+
+/// Completes a subject's history and says when it is written, unless the same is to come out on any day.
+void finish(files::Subject& subject, bool reproducible);
+
+}  // namespace tool
+
+#endif  // ORVACAM_TOOL_PLANE_FILE_H

@@ -1,0 +1,121 @@
+#include "Program.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <new>
+#include <orvacam.hpp>
+
+#include "files/OutputFile.h"
+#include "files/Text.h"
+
+namespace tool {
+
+namespace {
+
+bool isQuiet = false;
+
+extern "C" void stop(int number) {
+  orvacam::files::OutputFile::removeUnfinished();
+  _exit(128 + number);
+}
+
+std::size_t edits(const std::string& a, const std::string& b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j)
+    row[j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) ==
+                        std::tolower(static_cast<unsigned char>(b[j - 1]));
+      const std::size_t best = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
+      diagonal = row[j];
+      row[j] = best;
+    }
+  }
+  return row[b.size()];
+}
+
+}  // namespace
+
+void Outcome::add(int code) {
+  constexpr int fromGrave[] = {WrongUsage, NotWritten, Failed, Good};
+  const auto rank = [&](int c) { return std::find(std::begin(fromGrave), std::end(fromGrave), c); };
+  if (rank(code) < rank(m_code)) m_code = code;
+}
+
+void complain(const std::string& subject, const std::string& what) {
+  using orvacam::files::shownText;
+  std::cout.flush();
+  std::cerr << "orvacam: " << shownText(subject) << (subject.empty() ? "" : ": ") << shownText(what) << '\n';
+}
+
+void note(const std::string& subject, const std::string& what) {
+  if (!isQuiet) complain(subject, what);
+}
+
+void setQuiet(bool quiet) {
+  isQuiet = quiet;
+}
+
+int attempt(const std::string& subject, const std::function<void()>& task) {
+  return attemptCode(subject, [&] {
+    task();
+    return static_cast<int>(Good);
+  });
+}
+
+int attemptCode(const std::string& subject, const std::function<int()>& task) {
+  try {
+    return task();
+  } catch (const UsageError& error) {
+    complain("", error.what());
+    return WrongUsage;
+  } catch (const orvacam::files::WriteError& error) {
+    complain(error.path(), error.what());
+    return NotWritten;
+  } catch (const orvacam::Error& error) {
+    complain(error.path().empty() ? subject : error.path(), error.what());
+  } catch (const std::bad_alloc&) {
+    complain(subject, "there is not enough memory for it");
+  } catch (const std::exception& error) {
+    complain(subject, error.what());
+  }
+  return Failed;
+}
+
+void flushOutput() {
+  if (!std::cout.flush()) throw orvacam::files::WriteError("standard output", "cannot be written");
+}
+
+void watchSignals() {
+  struct sigaction action {};
+  action.sa_handler = stop;
+  sigfillset(&action.sa_mask);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction before {};
+    // What the caller has us ignore (nohup) stays ignored.
+    if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+      sigaction(number, &action, nullptr);
+  }
+  signal(SIGXFSZ, SIG_IGN);
+}
+
+std::string nearest(const std::string& word, const std::vector<std::string>& names) {
+  std::size_t best = 3;
+  std::string found;
+  for (const std::string& name : names) {
+    const std::size_t distance = edits(word, name);
+    if (distance < best && distance < name.size()) {
+      best = distance;
+      found = name;
+    }
+  }
+  return found;
+}
+
+}  // namespace tool

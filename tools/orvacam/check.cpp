@@ -1,0 +1,111 @@
+// orvacam check: what is wrong with files.
+
+#include <iostream>
+
+#include "Inputs.h"
+#include "files/FixedFiles.h"
+#include "files/Json.h"
+#include "files/Text.h"
+
+namespace tool {
+
+namespace files = orvacam::files;
+using orvacam::Finding;
+
+namespace {
+
+const char* nameOf(Finding::Severity severity) {
+  switch (severity) {
+    case Finding::Severity::note:
+      return "note";
+    case Finding::Severity::warning:
+      return "warning";
+    default:
+      return "error";
+  }
+}
+
+Finding warning(const char* id, const char* text) {
+  return {Finding::Severity::warning, id, text, {}};
+}
+
+/// What a file has to say for itself; what cannot be read is an error and told on standard error, too.
+std::vector<Finding> findingsOf(const std::string& path) {
+  try {
+    switch (path == "-" ? files::FileKind::Raw : files::kindOf(path)) {
+      case files::FileKind::FixedFits:
+        return {warning(
+            "fixed_fits",
+            "is a FITS file of the library's fixed layout, which lacks its last 5760 bytes: standard readers "
+            "refuse it or show every value 32768 too high; orvacam repair makes a standard file of it")};
+      case files::FileKind::FixedTiff:
+        return {warning(
+            "fixed_tiff",
+            "is a TIFF file of the library's fixed layout: standard readers show it with a warning on "
+            "PageNumber and without what its header says; orvacam convert makes standard files")};
+      case files::FileKind::Fits:
+      case files::FileKind::Tiff:
+        return {};
+      default:
+        return readFrame(path).check();
+    }
+  } catch (const orvacam::Error& error) {
+    complain(path, error.what());
+    return {{Finding::Severity::error, orvacam::reason_name(error.reason()), error.what(), error.reason()}};
+  } catch (const Failure& failure) {
+    complain(path, failure.what());
+    return {{Finding::Severity::error, "io", failure.what(), orvacam::Reason::io}};
+  }
+}
+
+void printJson(const std::string& path, bool ok, const std::vector<Finding>& findings) {
+  files::JsonList list;
+  for (const Finding& finding : findings)
+    list.raw(files::JsonObject()
+                 .text("id", finding.id)
+                 .text("severity", nameOf(finding.severity))
+                 .text("text", finding.text)
+                 .str());
+  std::cout << files::JsonObject()
+                   .text("schema", "orvacam.check/1")
+                   .text("file", path)
+                   .truth("ok", ok)
+                   .raw("findings", list.str())
+                   .str()
+            << '\n';
+}
+
+void print(const std::string& path, const std::vector<Finding>& findings) {
+  std::string line;
+  for (const Finding& finding : findings)
+    line += (line.empty() ? "" : "; ") + std::string(nameOf(finding.severity)) + ": " + finding.text;
+  std::cout << files::shownText(path) << ": " << (line.empty() ? "good" : files::shownText(line)) << '\n';
+}
+
+}  // namespace
+
+int check(const CheckOptions& options) {
+  Outcome outcome;
+  for (const Input& input : inputsOf(options.inputs)) {
+    std::vector<Finding> findings;
+    if (input.wrong.empty()) {
+      findings = findingsOf(input.path);
+    } else {
+      complain(input.path, input.wrong);
+      findings = {{Finding::Severity::error, "io", input.wrong, orvacam::Reason::io}};
+    }
+    bool ok = true;
+    for (const Finding& finding : findings) {
+      ok = ok && finding.severity == Finding::Severity::note;
+      if (options.strict) outcome.add(Failed);
+    }
+    if (!ok) outcome.add(Failed);
+    if (options.json)
+      printJson(input.path, ok, findings);
+    else
+      print(input.path, findings);
+  }
+  return outcome.code();
+}
+
+}  // namespace tool
