@@ -19,13 +19,11 @@
 #include "facade/Pipeline.h"
 #include "frames/FrameParts.h"
 #include "metadata/FrameGeometry.h"
+#include "metadata/HeaderFields.h"
 #include "support/OpenFile.h"
 #include "support/WideText.h"
 
 namespace {
-
-// What a processed header takes when it is written.
-constexpr unsigned int processedHeaderSize = 384;
 
 /// Keeps a plane that is wanted and has just the size, else frees it.
 void keepPlane(bool wanted, unsigned long size, unsigned short*& image, unsigned long& imageSize) {
@@ -47,7 +45,8 @@ bool prepareImages(const orvacam::FrameGeometry& geometry, bool hdr, unpacked_im
   keepPlane(hdr, size, images.pMergedImage, images.ulMergedImageSize);
   images.bMetaDataRequest = images.bLowImageRequest = true;
   images.bHighImageRequest = images.bMergedImageRequest = hdr;
-  images.uiMetaDataSize = std::max(static_cast<unsigned int>(geometry.headerLength()), processedHeaderSize);
+  images.uiMetaDataSize =
+      std::max(static_cast<unsigned int>(geometry.headerLength()), orvacam::header::writtenSize);
   for (unsigned char** buffer : {&images.pLowMetaData, &images.pHighMetaData, &images.pMergedMetaData}) {
     std::free(*buffer);
     *buffer = static_cast<unsigned char*>(std::calloc(images.uiMetaDataSize, 1));

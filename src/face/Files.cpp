@@ -15,6 +15,7 @@
 
 #include "face/Corrections.h"
 #include "face/Frames.h"
+#include "metadata/HeaderFields.h"
 #include "support/QuietLog.h"
 
 using namespace orvacam::face;
@@ -162,12 +163,12 @@ void requireCuttable(const FrameLook& look, const orva_geometry& region) {
                                 std::to_string(whole.image_height) + " pixels");
 }
 
-constexpr std::size_t writtenHeader = 384;
+constexpr unsigned int writtenHeader = orvacam::header::writtenSize;
 
 /// The header of the region as a frame of its own, without reference pixels and rows. Its rows count from 0:
 /// a start row would be looked up in correction frames of the region's size.
 void writeRegionHeader(const HeaderValues& of, const orva_geometry& region, unsigned char* target) {
-  constexpr std::size_t chipTemperatureAt = 91;
+  constexpr std::size_t chipTemperatureAt = orvacam::header::offsetOf(ORVA_META_KEY_SENSOR_CHIP_TEMP);
   CFrameMetaData header(of);
   header.SetDimensions(region.image_width * std::max(1U, of.number(ORVA_META_KEY_HORIZONTAL_BINNING)),
                        region.image_height * std::max(1U, of.number(ORVA_META_KEY_VERTICAL_BINNING)));

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <cwchar>
 #include <exception>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <string>
@@ -119,9 +120,9 @@ CLog::CLog(quiet_t /*quiet*/)
       m_FilePrefix{L"Log"},
       m_bDirectoryDue(true),
       m_eLogLevel(CLOGLEVEL_OFF) {
-  utilOSPathGet(m_Directory, 4096);
+  utilOSPathGet(m_Directory, static_cast<unsigned int>(std::size(m_Directory)));
   // Intended: the working directory already ends in "/".
-  append(m_Directory, 4096, L"/MarloLogs");
+  append(m_Directory, std::size(m_Directory), L"/MarloLogs");
 }
 
 CLog::~CLog() {
@@ -150,7 +151,7 @@ void CLog::release() {
 }
 
 void CLog::setLogPath(const wchar_t* pPath) {
-  append(m_Directory, 4096, pPath);  // intended: appends, does not replace
+  append(m_Directory, std::size(m_Directory), pPath);  // intended: appends, does not replace
   makeLogDirectory();
 }
 
@@ -233,7 +234,7 @@ void CLog::openNewFile() {
   m_FileName[0] = L'\0';
   for (const wchar_t* part : {static_cast<const wchar_t*>(m_Directory), L"/",
                               static_cast<const wchar_t*>(m_FilePrefix), static_cast<const wchar_t*>(name)})
-    append(m_FileName, 4096, part);
+    append(m_FileName, std::size(m_FileName), part);
 
   char path[lineCapacity];
   wideToNarrow(m_FileName, path, sizeof path);

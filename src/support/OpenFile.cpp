@@ -13,8 +13,6 @@ namespace orvacam {
 
 namespace {
 
-constexpr std::size_t pathCapacity = 4096;
-
 /// Gives a descriptor up; -1 with this error, whatever closing says.
 int giveUp(int file, int error) {
   close(file);

@@ -1,9 +1,13 @@
 #ifndef ORVACAM_SRC_SUPPORT_OPEN_FILE_H
 #define ORVACAM_SRC_SUPPORT_OPEN_FILE_H
 
+#include <cstddef>
 #include <cstdio>
 
 namespace orvacam {
+
+/// The longest path as the system's bytes, its closing zero included; what is longer is cut.
+constexpr std::size_t pathCapacity = 4096;
 
 // Opening never waits: the other end of a FIFO that stands where a file should may never come.
 

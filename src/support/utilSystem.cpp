@@ -12,14 +12,15 @@
 #include <ctime>
 #include <cwchar>
 
+#include "support/OpenFile.h"
 #include "support/WideText.h"
 
 namespace {
 
 using orvacam::narrowToWide;
+using orvacam::pathCapacity;
 using orvacam::wideToNarrow;
 
-constexpr std::size_t pathCapacity = 4096;
 constexpr std::size_t modeCapacity = 32;
 constexpr std::size_t textCapacity = 1024;
 

@@ -14,7 +14,7 @@ namespace {
 
 using namespace robustness;
 
-constexpr unsigned int headerLength = 384;
+constexpr unsigned int headerLength = sim::headerSize(3);
 constexpr unsigned char untouched = 0xA5;
 
 /// Bytes of exactly this size, so that a sanitizer sees each that is read beyond them.
@@ -178,7 +178,7 @@ TEST_P(EveryFamily, AnyDamagedHeaderByteStaysWithinTheCallersBuffers) {
     // Versions 1 and 2 take the reference pixels of some sensors for granted.
     const sim::HeaderFields sent = sim::asVersion(fields, version);
     const Bytes whole = frameOf(sent, version);
-    const std::size_t header = version == 1 ? 156 : version == 2 ? 246 : headerLength;
+    const std::size_t header = sim::headerSize(version);
     for (std::size_t i = 0; i < header; ++i)
       for (const unsigned char value : {static_cast<unsigned char>(whole[i] ^ 0xFF),
                                         static_cast<unsigned char>(whole[i] != 0 ? 0 : 0x80)}) {

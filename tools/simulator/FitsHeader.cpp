@@ -6,7 +6,6 @@ namespace {
 
 constexpr std::size_t cardSize = 80;
 constexpr std::size_t blockSize = 2880;
-constexpr std::size_t binaryHeaderSize = 384;
 
 std::string number(unsigned long value) {
   return std::to_string(value);
@@ -59,7 +58,7 @@ Cards cardsOf(const HeaderFields& f) {
 
 std::vector<unsigned char> inFitsForm(const HeaderFields& fields, const std::vector<unsigned char>& frame) {
   std::vector<unsigned char> bytes = writeCards(cardsOf(fields));
-  bytes.insert(bytes.end(), frame.begin() + binaryHeaderSize, frame.end());
+  bytes.insert(bytes.end(), frame.begin() + headerSize(3), frame.end());
   return bytes;
 }
 

@@ -118,12 +118,10 @@ void putLaterVersions(Bytes& out, const HeaderFields& f, unsigned int version) {
 }  // namespace
 
 std::vector<unsigned char> writeHeader(const HeaderFields& fields, unsigned int version) {
-  constexpr unsigned int sizes[] = {0, 156, 246, 384, 384};
-  const unsigned int size = sizes[std::min(version, 4u)];
   const std::size_t block = version == 4 ? fields.otherBlock.size() : 0;
   Bytes out;
   out.text(4, "Meta")
-      .number(2, size + block)
+      .number(2, headerSize(version) + block)
       .number(2, version)
       .text(40, fields.model)
       .text(24, fields.serial);

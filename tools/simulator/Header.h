@@ -17,6 +17,11 @@ enum class Sensor { Gsense400, Gsense2020, Gsense4040, Gsense6060, Ccd, Other };
 /// The sensor behind a model text.
 Sensor sensorOf(const std::string& model);
 
+/// The bytes of a version's header, without its other-type block.
+constexpr unsigned int headerSize(unsigned int version) {
+  return version == 1 ? 156 : version == 2 ? 246 : 384;
+}
+
 /// What a camera says in a frame's header, in plain numbers. The defaults are those of a small frame without
 /// reference pixels or rows; every field that a header version lacks is simply not written.
 struct HeaderFields {
@@ -63,7 +68,7 @@ struct HeaderFields {
   unsigned int horizontalPixelSize = 110, verticalPixelSize = 110;  // tenths of a micrometre
   int mergeGainRatio = 6297, mergeLineOffset = 0, highGainAduPerElectron = 132;
   bool correlatedMultipleSampling = false, extraFlagBit7 = false;
-  unsigned int imageOffset = 384, metaInfo = 1, pixelFormat = 2, reserved = 0;  // version 4
+  unsigned int imageOffset = headerSize(4), metaInfo = 1, pixelFormat = 2, reserved = 0;  // version 4
   unsigned int otherType = 0;
   std::vector<unsigned char> otherBlock;
 
@@ -71,8 +76,7 @@ struct HeaderFields {
   unsigned int frameHeight() const { return preRefRows + height + postRefRows; }
 };
 
-/// The header as a camera of this version (1 to 4) sends it: 156, 246, 384 or 384 bytes and the other-type
-/// block.
+/// The header as a camera of this version (1 to 4) sends it, and the other-type block.
 std::vector<unsigned char> writeHeader(const HeaderFields& fields, unsigned int version);
 
 /// The same frame as a camera of this version takes it. Versions 1 and 2 carry neither amplifiers nor the
