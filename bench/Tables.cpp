@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "kernels/Choice.h"
@@ -22,7 +23,8 @@ std::vector<NamedTable> tablesOfThisProcessor() {
       found.emplace_back(tables[i]->name, tables[i]);
     else
       std::fprintf(stderr, "this processor does not run the kernels '%s'\n", tables[i]->name);
-  if (kernels::choiceInWords(processor) != chosenTable().name) found.emplace_back("chosen", &chosenTable());
+  const auto isChosen = [](const NamedTable& table) { return table.first == chosenTable().name; };
+  if (std::none_of(found.begin(), found.end(), isChosen)) found.emplace_back("chosen", &chosenTable());
   return found;
 }
 
@@ -40,7 +42,7 @@ const std::vector<NamedTable>& tablesToCompare() {
 
 void addContext() {
   benchmark::AddCustomContext("compiler", __VERSION__);
-  benchmark::AddCustomContext("kernels", kernels::choiceInWords(kernels::thisProcessor()));
+  benchmark::AddCustomContext("kernels", chosenTable().name);
 }
 
 }  // namespace orvacam::bench

@@ -4,8 +4,6 @@
 // Which kernels a processor gets: the last table that it runs, but for the entries of which another table's
 // were measured to be faster on it. Choice.cpp holds these exceptions as a table.
 
-#include <string>
-
 #include "kernels/Kernels.h"
 #include "kernels/Processor.h"
 
@@ -14,11 +12,9 @@ namespace orvacam::kernels {
 /// Whether the processor has what the table needs.
 bool runs(const Processor& processor, const KernelTable& table);
 
-/// A copy of the last table that the processor runs, with the entries of others that are faster on it.
+/// A copy of the last table that the processor runs, with the entries of others that are faster on it. Its
+/// name says what it is: "avx512", or "avx512 with avx2's unpack12, ...".
 KernelTable choose(const Processor& processor);
-
-/// The same in words: "avx512", or "avx512 with avx2's unpack12, unpack12Streaming".
-std::string choiceInWords(const Processor& processor);
 
 }  // namespace orvacam::kernels
 
