@@ -113,8 +113,8 @@ const Sensor* sensorOfModel(std::string_view model);
 
 constexpr bool sensorsAreComplete() {
   for (const Sensor& sensor : sensors)
-    if (sensor.name.empty() || sensor.gains == nullptr || sensor.backSideGains == nullptr ||
-        static_cast<unsigned int>(sensor.frame) >= frameClassCount || sensor.size.rowsPerReferenceRow == 0)
+    if (sensor.name.empty() || static_cast<unsigned int>(sensor.frame) >= frameClassCount ||
+        sensor.size.rowsPerReferenceRow == 0)
       return false;
   return true;
 }

@@ -63,6 +63,7 @@ TEST(Sensors, HaveAFrameClassOfTheirOwnWhereTheirPixelsNeedOne) {
 TEST(Sensors, HaveGains) {
   for (const Sensor& sensor : sensors)
     for (const auto make : {sensor.gains, sensor.backSideGains}) {
+      ASSERT_NE(make, nullptr) << sensor.name;
       const std::unique_ptr<IDeviceGainTables> tables(make());
       EXPECT_GT(tables->GetNumEntries(ORVA_GAIN_TABLE_LOW_CHANNEL), 0u) << sensor.name;
       EXPECT_GT(tables->GetNumEntries(ORVA_GAIN_TABLE_HIGH_CHANNEL), 0u) << sensor.name;
