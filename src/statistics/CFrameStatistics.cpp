@@ -115,11 +115,18 @@ void CFrameStatistics::AddRow(const unsigned short* pPixels, unsigned long ulCou
 
 void CFrameStatistics::AddCounted(const orvacam::CountedPixels& pixels) {
   Histogram histogram(m_Histogram, &m_ulUsedBlocks);
+  if (pixels.times == nullptr) {
+    histogram.use(
+        kernels::Extremes{static_cast<std::uint16_t>(m_uiMin), static_cast<std::uint16_t>(m_uiMax)});
+    for (std::size_t i = 0; i < pixels.count; ++i)
+      ++m_Histogram[pixels.values[i]];
+    m_uiCount += static_cast<unsigned int>(pixels.count);
+    return;
+  }
   for (std::size_t i = 0; i < pixels.count; ++i) {
-    const std::uint32_t times = pixels.times != nullptr ? pixels.times[i] : 1;
-    if (times == 0) continue;
-    histogram.add(pixels.values[i], times);
-    m_uiCount += times;
+    if (pixels.times[i] == 0) continue;
+    histogram.add(pixels.values[i], pixels.times[i]);
+    m_uiCount += pixels.times[i];
   }
 }
 
