@@ -1,9 +1,9 @@
 #ifndef ORVACAM_SRC_KERNELS_VECTOR_KERNELS_H
 #define ORVACAM_SRC_KERNELS_VECTOR_KERNELS_H
 
-// The kernels over registers of pixels, and the table of them. A source for one instruction set defines
-// Register and the operations on it, then includes this file, as its last. Everything is static, so that no
-// function built for a new processor is linked into code for an old one.
+// The kernels over registers of pixels, and the table of them. The source of an instruction set defines
+// Register and the operations on it, then includes this file last. Everything is static or unnamed: an inline
+// function that was built for a new processor must not be linked into code for an old one.
 
 #include "kernels/KernelLoops.h"
 #include "kernels/Kernels.h"
@@ -26,10 +26,10 @@ static void unpackPairs(const std::uint8_t* packed, std::uint16_t* pixels, std::
   std::size_t pair = 0;
   for (; pair + pairsOfRegister <= pairs; pair += pairsOfRegister)
     put<stores>(pixels + 2 * pair, unpacked(packed + 3 * pair));
-  if (stores == streaming) {  // what was streamed is not touched again
+  if (stores == streaming) {  // an overlapping register would read streamed lines back
     loops::unpack12(packed + 3 * pair, pixels + 2 * pair, pairs - pair);
   } else if (pair < pairs) {
-    pair = pairs - pairsOfRegister;  // some of them once more
+    pair = pairs - pairsOfRegister;  // the last register overlaps
     store(pixels + 2 * pair, unpacked(packed + 3 * pair));
   }
 }
@@ -40,7 +40,7 @@ static void unpack12(const std::uint8_t* packed, std::uint16_t* pixels, std::siz
 
 static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
   const std::size_t ahead = pixelsToLine(pixels);
-  if (ahead % 2 != 0 || ahead / 2 > pairs) {  // whole pairs never meet the alignment
+  if (ahead % 2 != 0 || ahead / 2 > pairs) {  // no pair begins at a cache line
     unpackPairs<cached>(packed, pixels, pairs);
     return;
   }
@@ -64,15 +64,15 @@ static void swapBytesMirroredStreaming(const std::uint16_t* source, std::uint16_
   const std::size_t ahead = pixelsToLine(destination);
   std::size_t i = ahead < count ? ahead : count;
   loops::swapBytesMirrored(source + count - i, destination, i);
-  for (; i + lanes <= count; i += lanes)  // all bytes the other way round: lanes and the bytes in them
+  for (; i + lanes <= count; i += lanes)  // reversing all bytes reverses the lanes and swaps their bytes
     stream(destination + i, bytesReversed(load(source + count - i - lanes)));
   loops::swapBytesMirrored(source, destination + i, count - i);
 }
 
 // ---- Merge by a line
 
-/// Places in the values are worked out in registers; looking up has no vector form that is worth it. Pixels
-/// outside the map look row 0 up, which is 0.
+/// Registers hold the places, the values are looked up one by one. Pixels outside the map get place 0, whose
+/// value is 0.
 static void mergeByLine(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                         std::size_t count, const std::uint16_t* values, std::uint32_t size,
                         std::uint32_t mergeRow) {
@@ -102,8 +102,8 @@ static void mergeByLine(const std::uint16_t* low, const std::uint16_t* high, std
   loops::mergeByLine(low + done, high + done, merged + done, count - done, values, size, mergeRow);
 }
 
-/// The loops that the compiler vectorises as well as a hand would are compiled for the set, too; the others
-/// are replaced.
+/// The plain loops, compiled for this instruction set, with the kernels above in place of those that
+/// compilers do not vectorise well.
 static constexpr KernelTable vectorTable() {
   KernelTable table = loops::table(tableName, tableNeeds);
   ORVACAM_PUT(table, kernels, unpack12);

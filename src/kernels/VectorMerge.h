@@ -18,7 +18,7 @@ struct WideRule {
   Register resultShift;  // in 32-bit lanes
   Register belowHighThreshold;
   Register differenceThreshold;
-  Register alwaysLow;  // no bits, or all
+  Register alwaysLow;  // all bits if the low-gain pixel is taken always, else none
 };
 
 }  // namespace
@@ -41,8 +41,8 @@ static WideRule widened(const MergeRule& rule) {
           spread16(alwaysLow ? 65535 : 0)};
 }
 
-/// c = min((s * m + half) >> (f + g), 65535). Product and half are below 2^32 together; the shifted result is
-/// below 2^31, so that the saturating pack cuts it rightly.
+/// c = min((s * m + half) >> (f + g), 65535), in 32 bits: s * m + half < 2^32. The pack takes its input as
+/// signed, which the result, below 2^31, allows.
 static Register corrected(Register pixels, Register additive, Register multiplicative, const WideRule& rule) {
   const Register sum = sums(pixels, additive, rule.additiveFactor, rule.largestShiftable);
   const Products products = multiply16(sum, multiplicative);

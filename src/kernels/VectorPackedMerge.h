@@ -10,9 +10,9 @@ namespace orvacam::kernels {
 
 namespace {
 
-/// A range, and the places of pairs, for all lanes.
+/// ValueRange and PairPlaces for all lanes.
 struct WideRange {
-  Register first, distance;  // to the last
+  Register first, distance;  // distance = last - first
 };
 struct WidePlaces {
   WideRange low, high, merged, difference;
@@ -20,7 +20,7 @@ struct WidePlaces {
   bool withMerged, withDifference;
 };
 
-/// What a run of registers notes.
+/// The extremes seen so far, and where pairs are counted.
 struct WideNotes {
   WideExtremes low, high, merged;
   WidePlaces where;
@@ -44,7 +44,7 @@ static Register placesOf(Register low, Register high, Register merged, const Wid
   const Register l = subtract16(low, where.low.first);
   const Register h = subtract16(high, where.high.first);
   Register place = shiftLeft16(l, where.lowShift);
-  // Bits only in lanes that are beyond a range.
+  // Lanes that are out of a range have bits here.
   Register beyond =
       eitherBits(subtractToZero16(l, where.low.distance), subtractToZero16(h, where.high.distance));
   if (where.withMerged) {
@@ -61,8 +61,8 @@ static Register placesOf(Register low, Register high, Register merged, const Wid
   return keepWhereNone16(place, beyond);
 }
 
-/// Fetches what lies a row pair further on: rows are too short for the processor to foresee where the next
-/// two begin. An address for the processor alone, perhaps behind the stream: nothing is read from it.
+/// A prefetch hint: the same pixels of the next row pair. The processor does not predict where the next rows
+/// begin. The addresses may be behind the stream; they are never read.
 static inline void prefetchNextRows(const PackedPair& run, std::size_t i) {
   const std::size_t offset = 3 * (i / 2);
   const auto low = reinterpret_cast<std::uintptr_t>(run.packedLow) + offset;
@@ -72,9 +72,8 @@ static inline void prefetchNextRows(const PackedPair& run, std::size_t i) {
   __builtin_prefetch(reinterpret_cast<const void*>(high + rowPair), 0, 2);
 }
 
-// The corrections of packed pixels, by what there is to do. A shifted pixel has 15 bits, so that one
-// saturating addition and a maximum clamp the sum.
-
+/// s = clamp((p << f) + a, 0, 32767). p << f has 15 bits, so that a saturating signed addition and a maximum
+/// do.
 static Register packedSums(Register pixels, Register additive, const WideRule& rule) {
   return maximumSigned16(addSigned16(shiftLeft16(pixels, rule.additiveShift), additive), spread16(0));
 }
@@ -87,7 +86,7 @@ static Register correctedPacked(Register pixels, Register additive, Register mul
 
 namespace {
 
-// Correctors as those of planes in VectorMerge.h. `prefetch` asks for the terms that follow those of pixel i.
+// Correctors as in VectorMerge.h. `prefetch` is a hint: the terms that follow those of pixel i.
 
 struct NoTermsInMemory {
   static void prefetch(std::size_t /*i*/) {}
@@ -117,8 +116,8 @@ struct PackedPlanes {
     return correctedPacked(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
   }
 
-  /// With its four planes of terms a run has more streams than the processor foresees. The addresses may be
-  /// behind the terms; nothing is read.
+  /// With the four planes of terms there are more streams than the processor prefetches by itself. The
+  /// addresses may be behind the terms; they are never read.
   void prefetch(std::size_t i) const {
     constexpr std::size_t ahead = 2048;
     const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
@@ -135,10 +134,9 @@ struct PackedPlanes {
 
 constexpr std::uint32_t scaleBits = 12;
 
-// Identity frames, as most merges have them: the low-gain plane is brought to the high-gain plane's scale,
-// and the high-gain plane stays as it is.
+// Identity frames, the usual case: the low-gain plane is scaled to the high-gain plane, which stays as it is.
 
-/// By a factor below 16, in units of 2^-scaleBits.
+/// c = (p * factor + half) >> scaleBits, where factor < 2^16, half = 1 << (scaleBits - 1).
 struct ScaledLow : NoTermsInMemory {
   ScaledLow(const MergeRule& narrow, const UniformTerms& terms)
       : rule(widened(narrow)), factor(factorOf(narrow, terms)) {}
@@ -157,7 +155,7 @@ struct ScaledLow : NoTermsInMemory {
   std::uint32_t factor;
 };
 
-/// By any factor below 2^15, in units of 2^-g, by way of 32 bits.
+/// c = (p * m + half) >> g in 32 bits, where m < 2^15.
 struct SteepLow : NoTermsInMemory {
   SteepLow(const MergeRule& narrow, const UniformTerms& terms)
       : rule(widened(narrow)),
@@ -200,7 +198,7 @@ static inline void put(Cached /*how*/, std::uint16_t* target, Register pixels) {
   store(target, pixels);
 }
 static inline void put(Partly how, std::uint16_t* target, Register pixels) {
-  // By way of memory: a masked store would fetch the lines of its masked lanes, too.
+  // Copied from memory: a masked store would also fetch the cache lines of the lanes that it leaves out.
   std::uint16_t values[lanes];
   store(values, pixels);
   __builtin_memcpy(target + how.first, values + how.first, (how.end - how.first) * sizeof *target);
@@ -211,7 +209,7 @@ enum Noting { nothing, markedPixels, places };
 
 namespace {
 
-/// A register of each output.
+/// A register for each output.
 struct WidePair {
   Register low, high, merged;
 };
@@ -222,7 +220,7 @@ struct WidePair {
 template <Noting noting, typename Corrector>
 static inline WidePair mergedPair(const PackedPair& run, std::size_t i, const Corrector& corrector,
                                   const PairNotes& notes, WideNotes* wide) {
-  if (noting == nothing) prefetchNextRows(run, i);  // else counting does
+  if (noting == nothing) prefetchNextRows(run, i);  // else the caller does it while it counts
   const Register low = unpacked(run.packedLow + 3 * (i / 2));
   const Register high = unpacked(run.packedHigh + 3 * (i / 2));
   const Register rightLow = corrector.low(low, i);
@@ -249,7 +247,7 @@ static inline void putPair(const PackedPair& run, std::size_t i, How how, const 
   put(how, run.merged + i, pair.merged);
 }
 
-/// A cache line of each output at once: one that waits half streamed costs time.
+/// Merges a cache line of pixels, then streams a whole line to each output. Half-written lines cost time.
 template <Noting noting, typename Corrector>
 static inline void streamLine(const PackedPair& run, std::size_t i, const Corrector& corrector,
                               const PairNotes& notes, WideNotes* wide) {
@@ -285,12 +283,12 @@ static void mergeCached(const PackedPair& given, const Corrector& givenCorrector
   std::size_t i = 0;
   for (; i + lanes <= pixels; i += lanes)
     merge(i);
-  if (i < pixels) merge(pixels - lanes);  // some of them once more
+  if (i < pixels) merge(pixels - lanes);  // the last register overlaps
   if (noting == markedPixels) finishNotes(wideNotes, run.notes);
 }
 
-/// Streams whole cache lines. Those that the run shares with its neighbours in the planes, at both ends, are
-/// written through the cache.
+/// Streams whole cache lines. The lines at both ends, which the run may share with its neighbours in the
+/// planes, are stored through the cache.
 template <Noting noting, typename Corrector>
 static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Corrector& givenCorrector) {
   const PackedPair run = given;
@@ -301,7 +299,7 @@ static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Corr
   const auto merge = [&](std::size_t i, std::size_t firstLane, std::size_t endLane) {
     putPair(run, i, Partly{firstLane, endLane}, mergedPair<noting>(run, i, corrector, notes, &wideNotes));
   };
-  // The shared line behind is asked for now, so that nothing waits for it then.
+  // Fetches the shared line at the end early.
   if (run.low != nullptr) __builtin_prefetch(run.low + pixels - 1, 1);
   if (run.high != nullptr) __builtin_prefetch(run.high + pixels - 1, 1);
   __builtin_prefetch(run.merged + pixels - 1, 1);
@@ -316,8 +314,8 @@ static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Corr
   if (noting == markedPixels) finishNotes(wideNotes, run.notes);
 }
 
-/// Pixels ahead of the first cache line that all outputs begin together, an even number; more than the run
-/// has when they do not.
+/// Pixels ahead of the first cache line, an even number that is the same for all outputs; more than the run
+/// has if there is none.
 static std::size_t pixelsToCommonLine(const PackedPair& run) {
   const std::size_t pixels = pixelsToLine(run.merged);
   const bool together = (run.low == nullptr || pixelsToLine(run.low) == pixels) &&

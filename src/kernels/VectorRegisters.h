@@ -29,7 +29,7 @@ static std::uint64_t load4(const std::uint16_t* pixels) {
 constexpr std::size_t lineBytes = 64;
 constexpr std::size_t pixelsOfLine = lineBytes / sizeof(std::uint16_t);
 
-/// Pixels ahead of the first cache line: what is streamed begins there.
+/// Pixels ahead of the first cache line, where streaming begins.
 static std::size_t pixelsToLine(const std::uint16_t* target) {
   return (0 - reinterpret_cast<std::uintptr_t>(target)) % lineBytes / sizeof *target;
 }

@@ -7,7 +7,7 @@
 
 namespace orvacam::kernels {
 
-/// Two of each, because the next register of one waits for the one before.
+/// Two chains of registers, as each minimum waits for the one before it.
 static void findExtremes(const std::uint16_t* pixels, std::size_t count, Extremes* extremes) {
   if (count < 2 * lanes) {
     loops::findExtremes(pixels, count, extremes);
@@ -16,7 +16,7 @@ static void findExtremes(const std::uint16_t* pixels, std::size_t count, Extreme
   WideExtremes some = noExtremes();
   WideExtremes others = noExtremes();
   for (std::size_t i = 0; i < count; i += 2 * lanes) {
-    const std::size_t at = i + 2 * lanes <= count ? i : count - 2 * lanes;  // some of them once more
+    const std::size_t at = i + 2 * lanes <= count ? i : count - 2 * lanes;  // the last register overlaps
     extend(load(pixels + at), &some);
     extend(load(pixels + at + lanes), &others);
   }
@@ -39,7 +39,7 @@ static std::size_t findEach(const std::uint16_t* values, std::size_t count, std:
   const Register wanted = spread16(value);
   std::size_t found = 0;
   std::size_t i = 0;
-  // First the registers that have any: which ones cannot be foreseen, and nothing waits for it so.
+  // First a list of the registers that hold the value, without a branch: the processor cannot predict them.
   while (i + lanes <= count) {
     const std::size_t registers = (count - i) / lanes < blockRegisters ? (count - i) / lanes : blockRegisters;
     std::uint8_t some[blockRegisters];
@@ -63,7 +63,7 @@ static std::size_t findEach(const std::uint16_t* values, std::size_t count, std:
   return found;
 }
 
-/// A histogram has no vector form: one addition a value is the floor.
+/// Counting has no vector form: each value takes one addition to memory, about one a cycle.
 static void countValues(const std::uint16_t* values, std::size_t count, std::uint32_t* counts,
                         std::size_t stride, const void* next, std::size_t nextBytes) {
   static_assert(countBanks == 4);
@@ -104,7 +104,7 @@ static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint
   Register smallest = spread16(65535);
   Register largest = spread16(0);
   for (std::size_t pair = 0; pair < pairs; pair += lanes) {
-    const std::size_t at = pair + lanes <= pairs ? pair : pairs - lanes;  // some of them once more
+    const std::size_t at = pair + lanes <= pairs ? pair : pairs - lanes;  // the last register overlaps
     const Register some = load(pixels + 2 * at);
     const Register others = load(pixels + 2 * at + lanes);
     store(places + at, narrowed32(pairPlaces(some, wideFirst), pairPlaces(others, wideFirst)));
