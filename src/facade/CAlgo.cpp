@@ -75,7 +75,6 @@ double CAlgo::DeriveGainRatioFromMetaData(CFrameMetaData& metaData) {
 }
 
 // ---- One frame
-// -----------------------------------------------------------------------------------------------
 
 int CAlgo::MergeImage(unsigned char* pFrame, unsigned long ulLength, unpacked_images_t* pImages,
                       unpacked_stats_t* pStats) try {
@@ -146,7 +145,6 @@ IFrame* CAlgo::InitFrame(CFrameMetaData* pMetaData, std::FILE* pStream, unpacked
 }
 
 // ---- Statistics and buffers
-// ----------------------------------------------------------------------------------
 
 void CAlgo::GetStats(IFrame* pFrame, unpacked_stats_t* pStats) {
   if (pFrame == nullptr || pStats == nullptr) return;
@@ -182,7 +180,6 @@ void CAlgo::FreeStatsPointers(unpacked_stats_t* pStats) {
 }
 
 // ---- Correction frames and merge settings
-// --------------------------------------------------------------------
 
 int CAlgo::SetHWMergeReferenceFrames(ref_frames_t* pFrames, bool bMakeIdentity) {
   if (pFrames == nullptr) return 0;

@@ -61,7 +61,6 @@ int IFrame::CopyROIToBuffer(frame_roi_t& /*roi*/, unsigned char* /*pBuffer*/, un
 }
 
 // ---- Initialization and source data
-// --------------------------------------------------------------------------
 
 int IFrame::Initialize(const CFrameMetaData& metaData, unsigned char* pSource, unsigned long ulLength,
                        CCustomMergeAlgo* pMergeAlgo) {
@@ -136,7 +135,6 @@ void IFrame::FreeSourceImageBuffer() {
 }
 
 // ---- Buffers
-// -------------------------------------------------------------------------------------------------
 
 int IFrame::AllocateBufferPointer(unsigned int uiSize, unsigned short** ppBuffer,
                                   unsigned long* pulCapacity) {
@@ -205,7 +203,6 @@ int IFrame::AllocateUserMergeBuffers(unpacked_images_t* pImages) {
 }
 
 // ---- Merge
-// ---------------------------------------------------------------------------------------------------
 
 int IFrame::MergeFrame(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
                        unsigned long ulPixels) {
@@ -221,7 +218,6 @@ int IFrame::UnpackImage12to16(unsigned short* pOut, unsigned long ulSize) {
 }
 
 // ---- Results
-// -------------------------------------------------------------------------------------------------
 
 void IFrame::EnableMergeStatistics(bool bEnable) {
   m_bMergeStatistics = bEnable;

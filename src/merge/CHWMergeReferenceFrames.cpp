@@ -78,7 +78,6 @@ CHWMergeReferenceFrames& CHWMergeReferenceFrames::operator=(const CHWMergeRefere
 CHWMergeReferenceFrames::~CHWMergeReferenceFrames() = default;
 
 // ---- Fixed point
-// ---------------------------------------------------------------------------------------------
 
 unsigned short CHWMergeReferenceFrames::ConvertToFixedPoint(double dValue, unsigned int uiFracBits) {
   const double magnitude = std::fabs(dValue);
@@ -114,7 +113,6 @@ void CHWMergeReferenceFrames::ConvertPixelArray(const unsigned short* pSource, d
 }
 
 // ---- Frames made here
-// ----------------------------------------------------------------------------------------
 
 void CHWMergeReferenceFrames::ClearFrames() {
   for (Plane& plane : m_Planes)
@@ -219,7 +217,6 @@ int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned
 }
 
 // ---- Frames from the caller
-// ----------------------------------------------------------------------------------
 
 int CHWMergeReferenceFrames::DoSetPlane(PlaneIndex ePlane, const unsigned short* pValues,
                                         unsigned int uiCount) {

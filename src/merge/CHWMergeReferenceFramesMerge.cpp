@@ -36,7 +36,6 @@ bool isWorthStreaming(const unsigned char* output, const void* low, const void* 
 }  // namespace
 
 // ---- One pixel
-// -----------------------------------------------------------------------------------------------
 
 unsigned short CHWMergeReferenceFrames::LimitPixel(double dValue) {
   if (!(dValue > 0.0)) return MERGEREF_MIN_PIXEL_VALUE;
@@ -78,7 +77,6 @@ unsigned short CHWMergeReferenceFrames::DoTerm(PlaneIndex ePlane, unsigned long 
 }
 
 // ---- Runs of pixels
-// ------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -162,7 +160,6 @@ void CHWMergeReferenceFrames::MergeWithStats(unsigned short* pLow, unsigned shor
 }
 
 // ---- Frames
-// --------------------------------------------------------------------------------------------------
 
 int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* pHigh, unsigned short* pMerged,
                                          unsigned long ulNumPixels) {

@@ -134,7 +134,6 @@ TEST_P(EveryCamera, ReusesTheCallersBuffersForTheNextFrame) {
 }
 
 // ---- The façade's own rules
-// ----------------------------------------------------------------------------------
 
 class Facade : public ::testing::Test {
  protected:

@@ -136,7 +136,6 @@ std::vector<sim::HeaderFields> framesOf(const Mode& mode) {
 }
 
 // ---- Headers and files
-// ---------------------------------------------------------------------------------------
 
 /// The header that the camera sent, marked as processed.
 Bytes processedHeader(const sim::HeaderFields& fields, unsigned int version, bool high, bool merged) {
@@ -258,7 +257,6 @@ void expectFitsFile(const Bytes& file, const RawFrame& raw, const Pixels& pixels
 }
 
 // ---- The three ways
-// ------------------------------------------------------------------------------------------
 
 class WholeFrames : public ::testing::TestWithParam<Mode> {
  protected:

@@ -339,7 +339,6 @@ TEST_F(FrameBase, GivesTheMergedStatisticsOfTheAlgorithm) {
 }
 
 // ---- Source data
-// ---------------------------------------------------------------------------------------------
 
 TEST_F(FrameBase, ReadsAWholeFileAndLeavesTheStreamOpen) {
   const TestFolder folder;

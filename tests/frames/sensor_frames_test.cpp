@@ -167,7 +167,6 @@ TEST_P(EverySensor, SubtractsBiasFramesAsItsSensorDoes) {
 }
 
 // ---- What is special to a sensor
-// -----------------------------------------------------------------------------
 
 template <typename Frame>
 struct Exposed : Frame {
@@ -455,7 +454,6 @@ TEST(PlainFrames, OfAnHdrPairAreMergedWithWhateverTheHighPlaneHolds) {
 }
 
 // ---- Regions of interest
-// -------------------------------------------------------------------------------------
 
 class Region : public ::testing::TestWithParam<bool> {
  protected:

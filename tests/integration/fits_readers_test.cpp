@@ -119,7 +119,6 @@ class Reader {
 };
 
 // ---- cfitsio
-// ---------------------------------------------------------------------------------------------------
 
 TEST_F(ShortFile, HasKeywordsThatCfitsioReads) {
   Reader reader(path);
@@ -185,7 +184,6 @@ TEST_F(WholeFile, GivesCfitsioThePixelsAsTheyAreWhereBzeroIsNotApplied) {
 }
 
 // ---- fitsverify
-// ------------------------------------------------------------------------------------------------
 
 /// The lines in which fitsverify complains.
 std::vector<std::string> complaintsAbout(const std::string& path) {
@@ -225,7 +223,6 @@ TEST_F(ShortFile, AlsoLacksItsLastByteForFitsverify) {
 }
 
 // ---- astropy
-// ---------------------------------------------------------------------------------------------------
 
 Ran readWithAstropy(const std::string& kind, const std::string& path) {
   return runProgram(ORVACAM_PYTHON, ".",

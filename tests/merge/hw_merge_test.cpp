@@ -318,7 +318,6 @@ TEST_F(HWMerge, NeverReadsTermsBeyondAPlaneWhoseWidthWasChanged) {
 }
 
 // ---- Statistics
-// ----------------------------------------------------------------------------------------------
 
 CFrameMetaData headerWithReferences() {
   CFrameMetaData header;
@@ -408,7 +407,6 @@ TEST_F(HWMerge, ThatIsRefusedHasNoStatistics) {
 }
 
 // ---- Image file layouts
-// --------------------------------------------------------------------------------------
 
 TEST_F(HWMerge, PutsATiffHeaderAheadOfThePixels) {
   CFrameMetaData header;
@@ -520,7 +518,6 @@ TEST_F(HWMerge, MarksItsMetadataAsAMergedImage) {
 }
 
 // ---- Test merge
-// ----------------------------------------------------------------------------------------------
 
 class TestMerge : public CHWMergeReferenceFrames {
  public:

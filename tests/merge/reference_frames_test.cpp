@@ -213,7 +213,6 @@ TEST_F(ReferenceFrames, AreCopiedDeeply) {
 }
 
 // ---- Files
-// ---------------------------------------------------------------------------------------------------
 
 class ReferenceFiles : public ::testing::Test {
  protected:

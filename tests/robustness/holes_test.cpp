@@ -45,7 +45,6 @@ std::string inLittleMemory(const std::function<std::string()>& body) {
 }
 
 // ---- Header buffers
-// ------------------------------------------------------------------------------------------
 
 /// A raw frame whose header states this many bytes.
 Bytes frameWithHeaderOf(unsigned int length) {
@@ -120,7 +119,6 @@ TEST(Holes, AGivenHeaderBufferIsHeldToItsCapacityWhateverIsAllocatedBesides) {
 }
 
 // ---- Conversion
-// ----------------------------------------------------------------------------------------------
 
 TEST(Holes, AGeometryThatAProcessedHeaderDoesNotHoldIsNotConverted) {
   const Cards plain = {{"INSTRUME", "'VESTRA PLAIN'"}, {"MDLENGTH", "384"}, {"DPIXDEP", "16"}};
@@ -170,7 +168,6 @@ TEST(Holes, AFitsSourceThatAProcessedHeaderHoldsIsConverted) {
 }
 
 // ---- Regions
-// -------------------------------------------------------------------------------------------------
 
 TEST(Holes, ARegionWhoseBytesWrapAt64BitsIsNotCopied) {
   // 1.5 x width x (rows ahead of the region + 1) is 2^64 + 452: the region seemed to end within the source,
@@ -199,7 +196,6 @@ TEST(Holes, ARegionWhoseBytesWrapAt64BitsIsNotCopied) {
 }
 
 // ---- Memory
-// --------------------------------------------------------------------------------------------------
 
 TEST(Holes, AHeaderLengthOfAFewHundredMegabytesTakesNone) {
   for (const char* length : {"65536", "200000000", "4294967295"})
@@ -238,7 +234,6 @@ TEST(Holes, AHeaderLengthOfAFewHundredMegabytesTakesNone) {
 }
 
 // ---- Time
-// ----------------------------------------------------------------------------------------------------
 
 TEST(Holes, RowsOfNothingAreNotWalked) {
   // As wide as a number of 32 bits that wraps to none; the process ends within a minute, which the rows of
@@ -288,7 +283,6 @@ TEST(Holes, ABiasOfNoColumnsIsNotWalked) {
 }
 
 // ---- Exceptions
-// ----------------------------------------------------------------------------------------------
 
 TEST(Holes, AReferenceFileWhoseBytesWrapAt64BitsIsRefusedWithoutAnException) {
   const TestFolder folder;
@@ -325,7 +319,6 @@ TEST(Holes, AReferenceFileWhoseBytesWrapAt64BitsIsRefusedWithoutAnException) {
 }
 
 // ---- What is no hole
-// -----------------------------------------------------------------------------------------
 
 TEST(Holes, ASixteenBitFrameOfNothingButAHeaderStaysUncopiedWithoutAnError) {
   // Documented of these classes; whoever stands between them and a user refuses such a frame.

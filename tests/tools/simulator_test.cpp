@@ -86,7 +86,7 @@ Moments momentsOf(const Plane& plane) {
   return {mean, std::sqrt(squares / static_cast<double>(plane.size()))};
 }
 
-// ---- Headers ----------------------------------------------------------------------------------------------
+// ---- Headers
 
 /// A number that a header of the versions from `first` on carries.
 struct Said {
@@ -298,7 +298,7 @@ TEST_P(SimulatedHeader, HasTheLengthOfItsVersionAndSaysIt) {
 
 INSTANTIATE_TEST_SUITE_P(Version, SimulatedHeader, ::testing::Values(1u, 2u, 3u, 4u));
 
-// ---- Cameras and modes ------------------------------------------------------------------------------------
+// ---- Cameras and modes
 
 TEST(SimulatedCamera, IsFoundWhateverTheCaseOfItsName) {
   EXPECT_STREQ(camera("gsense4040").model, "VESTRA VS4040");
@@ -411,7 +411,6 @@ TEST(SimulatedCcd, DecodesThroughEachAmplifier) {
 }
 
 // ---- The sky
-// ----------------------------------------------------------------------------------------------
 
 TEST(SimulatedSky, GivesTheSameBytesForTheSameOptions) {
   for (const sim::Camera& each : sim::cameras()) {
@@ -510,7 +509,6 @@ TEST(SimulatedSky, MergesWithoutASeam) {
 }
 
 // ---- Reference files
-// --------------------------------------------------------------------------------------
 
 class ReferenceFiles : public ::testing::TestWithParam<const char*> {
  protected:
