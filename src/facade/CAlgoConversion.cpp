@@ -155,7 +155,7 @@ int CAlgo::ConvertFile(const wchar_t* pSource, const conv_info_t* pInfo, const w
       return DoConvertToTIFF(pSource, pInfo, pDestination);
     case ORVA_IMAGE_FORMAT_FITS:
       return DoConvertToFits(pSource, pInfo, pDestination);
-    default:
+    default:  // intended: not an error; see there
       return utilOSWideCopyFile(pSource, pDestination);
   }
 } catch (const std::out_of_range&) {
@@ -214,8 +214,7 @@ std::string CAlgo::MakeProcessedFileName(const wchar_t* pPath, const char* pSuff
   orvacam::wideToNarrow(pPath, m_FileName, s_uiFileNameSize);
   const std::string path = m_FileName;
   const std::size_t dot = path.rfind('.');
-  const std::string sourceExtension =
-      path.substr(dot);  // throws std::out_of_range without a dot, as documented
+  const std::string sourceExtension = path.substr(dot);  // intended: throws std::out_of_range without a dot
   std::string name = path.substr(0, dot);
   if (pSuffix != nullptr) name += pSuffix;
   if (pExtension != nullptr) name += pExtension;

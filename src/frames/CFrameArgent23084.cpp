@@ -16,7 +16,7 @@ DecodePlan orvacam::planArgent23084(const FrameFacts& facts) {
   if (facts.amplifiers == 0) return plan;
   plan.kind = StreamKind::Quadrants;
   plan.streamPixels = facts.geometry.framePixels();  // intended: without binning
-  // All amplifiers read rows in pairs: the middle row of an odd number of rows is not sent.
+  // Intended: all amplifiers read rows in pairs, so that the middle row of an odd number of rows is not sent.
   plan.streamBytes = 2 * width * (facts.amplifiers == AllAmplifiers ? height - height % 2 : height);
   return plan;
 }

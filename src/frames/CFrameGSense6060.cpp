@@ -16,6 +16,7 @@ DecodePlan orvacam::planGSense6060(const FrameFacts& facts) {
   // Intended: a pair of planes whether the HDR flag is set or not.
   if (facts.bits == 12) return packedPair(facts, pairStreamGSense6060(facts));
   if (facts.bits != 16) return undecoded(facts, Refusal::PixelSize);
+  // Intended: refused, with its statistics computed.
   if (facts.hdr) return undecoded(facts, Refusal::HdrOfSingleImage);
   return plain16(facts, facts.geometry.planePixels(), WhenShort::IsLeftUncopied);
 }

@@ -137,6 +137,8 @@ void subtractBias(const Way& way) {
 
 void computeStatistics(const Way& way) {
   if (!way.parts.statisticsEnabled && !way.plan.alwaysCounted) return;
+  // Intended: nothing counts the pixels of single images but the subtraction of a bias frame, so that without
+  // one this is computed on nothing.
   if ((way.plan.computed & LowPlane) != 0) way.parts.low.Compute();
   if ((way.plan.computed & HighPlane) != 0) way.parts.high.Compute();
 }

@@ -32,6 +32,7 @@ class PlaneSink {
     for (unsigned int i = 0; i < m_planeCount; ++i) {
       PlaneCursor& plane = m_planes[i];
       const std::size_t count = unpack(plane, run.packed[i], run.pairs[i]);
+      // Intended: rows of both planes count up together.
       if (run.counted && plane.statistics() != nullptr)
         plane.statistics()->AddRow(plane.next() - count, count, 0,
                                    static_cast<int>(m_planeCount * run.row + i));
@@ -51,7 +52,8 @@ class PlaneSink {
   }
 
  private:
-  /// As much as fits; the number of pixels written.
+  /// Intended: what fits is written, also of a stream that has more, which fails; the number of pixels
+  /// written.
   std::size_t unpack(PlaneCursor& plane, const std::uint8_t* packed, std::size_t given) {
     const std::size_t pairs = std::min(given, plane.room() / 2);
     if (pairs > 0) m_unpack(packed, plane.next(), pairs);

@@ -8,7 +8,8 @@ namespace orvacam {
 
 constexpr std::size_t bytesPerPair = 3;  ///< of two packed 12-bit pixels
 
-/// Pairs that a run of packed pixels takes: the last one of an odd run brings a pixel more.
+/// Pairs that a run of packed pixels takes. Intended: the last one of an odd run brings a pixel more, which
+/// is written, and counted where pairs are counted.
 constexpr std::uint64_t pairsOf(std::uint64_t pixels) {
   return pixels / 2 + pixels % 2;
 }
@@ -25,7 +26,7 @@ struct StreamSection {
   unsigned int before;  ///< reference pixels ahead of the row's pixels
   unsigned int pixels;
   unsigned int after;   ///< reference pixels behind them
-  unsigned int shared;  ///< pixels behind every second row that belong to both planes
+  unsigned int shared;  ///< intended: pixels behind every second row belong to both planes
   bool counted;         ///< the row's pixels go into the plane's statistics, at (column, row of the section)
 
   bool isEmpty() const { return (before | pixels | after | shared) == 0; }

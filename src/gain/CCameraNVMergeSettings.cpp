@@ -131,6 +131,7 @@ int CCameraNVMergeSettings::Initialize(const unsigned char* pBuffer, unsigned in
   return DoParseSettings(pBuffer, uiLength);
 }
 
+/// Intended: 0, also when nothing is found.
 int CCameraNVMergeSettings::DoParseSettings(const unsigned char* pBuffer, unsigned int uiLength) {
   constexpr const char* name = "DoParseSettings";
   if (pBuffer == nullptr || uiLength < smallestBlock) return 0;

@@ -17,6 +17,7 @@ using orvacam::truncated;
 constexpr double generatedOffsetScale[3] = {120.0, 125.0, 130.0};
 
 /// What a calibrated record gives to a pair; never its mapping threshold.
+/// Intended: all but the mapping threshold.
 void takeRecord(merge_line_offsets_t& target, const merge_line_offsets_t& record) {
   std::copy_n(record.dTemperature, 3, target.dTemperature);
   target.uiMergeThreshold1 = record.uiMergeThreshold1;

@@ -39,7 +39,8 @@ struct SensorGains {
   ChannelGains channels[2];
 };
 
-/// The electrons-per-count tables of one class.
+/// The electrons-per-count tables of one class. Intended: all its objects share them, so that the next one
+/// overwrites what the first one sees.
 struct DneTables {
   std::vector<merge_gain_t> channels[2];
 };

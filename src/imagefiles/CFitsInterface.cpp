@@ -95,7 +95,7 @@ constexpr Card cards[] = {
     {ORVA_META_KEY_METADATA_VERSION, U},
     {ORVA_META_KEY_CAPTURE_DATE, S, Source::CaptureDate},
     {ORVA_META_KEY_UNUSED_23, S, Source::LocalTime},  // intended: local time, although the standard says UTC
-    {ORVA_META_KEY_SENSOR_COOLER_TEMP, I},            // intended: these three stay in tenths of a degree
+    {ORVA_META_KEY_SENSOR_COOLER_TEMP, I},            // intended: these three are tenths, labelled as degrees
     {ORVA_META_KEY_FPGA_TEMPERATURE, I},
     {ORVA_META_KEY_BASE_TEMPERATURE, I},
     {ORVA_META_KEY_SENSOR_CHIP_TEMP, F, Source::SensorTemperature},

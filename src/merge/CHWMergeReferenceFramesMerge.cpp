@@ -44,7 +44,7 @@ unsigned short CHWMergeReferenceFrames::LimitPixel(double dValue) {
 }
 
 double CHWMergeReferenceFrames::PositiveIntMax(unsigned int uiFracBits) {
-  // 2^(15 - f) - 1 / 2^f
+  // 2^(15 - f) - 1 / 2^f. Intended: 0 for more than 15 bits, so that every corrected pixel is 0.
   return uiFracBits > 15 ? 0.0 : std::ldexp(32767.0, -static_cast<int>(uiFracBits));
 }
 
@@ -176,7 +176,7 @@ int CHWMergeReferenceFrames::MergeFrames(unsigned short* pLow, unsigned short* p
   }
   const ReferenceMerge by = orvacam::handOut(*this);
   if (by.pixelsAvailable() < ulNumPixels) {
-    // Intended: success without a merged image.
+    // Intended: success without a merged image, and "recieved" in the text.
     m_pLog->log(CLOGLEVEL_ERROR,
                 L"%s: The reference frames are smaller than then recieved image. Can not merge.\n",
                 mergeFrames);

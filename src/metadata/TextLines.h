@@ -5,8 +5,8 @@
 
 #include <cstddef>
 
-/// The lines of the metadata text. Labels are the interface: programs search for them, their misspellings
-/// included.
+/// The lines of the metadata text. Labels are the interface: programs search for them. Intended: their
+/// misspellings.
 namespace orvacam::text {
 
 /// How a line shows its value.

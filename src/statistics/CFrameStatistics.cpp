@@ -15,7 +15,7 @@ namespace kernels = orvacam::kernels;
 
 namespace {
 
-constexpr unsigned int histogramEntries = 65535;
+constexpr unsigned int histogramEntries = 65535;  // intended: none for the value 65535
 
 }  // namespace
 
@@ -58,6 +58,7 @@ CFrameStatistics& CFrameStatistics::operator=(const CFrameStatistics& other) {
 
 CFrameStatistics::~CFrameStatistics() = default;
 
+/// Intended: the clip points stay.
 void CFrameStatistics::Reset() {
   if (m_pNeighbours != nullptr) m_pNeighbours->reset();
   m_ulUsedBlocks = 0;

@@ -348,6 +348,15 @@ TEST(HeaderCaptureTime, IsAText) {
   }
 }
 
+TEST(HeaderCaptureTime, HasNanosecondsThatMayReadOneLowerWhenCut) {
+  OpenHeader header;
+  ASSERT_EQ(HeaderBytes(4).text(152, "2031/12/25 23:59:06.000000007").parseInto(header), 0);
+  EXPECT_NEAR(header.number(14), 7.0, 1e-2);
+  EXPECT_EQ(header.Value(ORVA_META_KEY_CAPTURE_TIME_NSECS).GetValueUint(), 6u);
+  ASSERT_EQ(HeaderBytes(4).text(152, "2031/12/25 00:00:03.000000001").parseInto(header), 0);
+  EXPECT_EQ(header.Value(ORVA_META_KEY_CAPTURE_TIME_NSECS).GetValueUint(), 1u);
+}
+
 TEST(HeaderCaptureTime, ThatIsMalformedFailsTheParseAndIsMarked) {
   for (const unsigned int version : {2u, 3u, 4u}) {
     for (const char* text :

@@ -184,6 +184,16 @@ TEST(WrittenHeader, HasTheCaptureTimeTextAsReceived) {
   EXPECT_EQ(textAt(written(header), 152, 30), "2031/12/25 23:59:58.250000000!");
 }
 
+TEST(WrittenHeader, OfAHeaderThatWasNeverParsedHasNoCaptureTimeAndDoesNotParse) {
+  OpenHeader header;
+  header.ReInitialize(true);
+  auto bytes = written(header);
+  EXPECT_EQ(textAt(bytes, 152, 30), std::string(30, '\0'));
+  OpenHeader again;
+  EXPECT_EQ(again.Parse(bytes.data(), static_cast<unsigned int>(bytes.size())), -1);
+  EXPECT_FALSE(again.m_bCaptureTimeValid);
+}
+
 TEST(WrittenHeader, OfVersion1MakesTheCaptureTimeText) {
   OpenHeader header;
   ASSERT_EQ(HeaderBytes(1).put(72, 2, 21 << 9 | 11 << 5 | 30).put(74, 5, 123456789012).parseInto(header), 0);
