@@ -16,7 +16,6 @@ using namespace frame_testing;
 using ::testing::HasSubstr;
 
 using cameras::Mode;
-using cameras::Stream;
 
 sim::HeaderFields fieldsOf(const Mode& mode) {
   sim::HeaderFields f = header(mode.model, mode.bits, mode.hdr, 24, 10);
@@ -28,109 +27,6 @@ sim::HeaderFields fieldsOf(const Mode& mode) {
     f.preRefRows = 2;
   }
   return f;
-}
-
-class EveryCamera : public ::testing::TestWithParam<Mode> {
- protected:
-  EveryCamera() : raw(fieldsOf(GetParam())) {
-    algo.Initialize({GetParam().camera().device, false}, nullptr);
-    Images::all(images);
-    stats.statsLow.bRequest = stats.statsHigh.bRequest = stats.statsMerged.bRequest = true;
-  }
-  ~EveryCamera() override { algo.FreeStatsPointers(&stats); }
-
-  void expectPlanes() {
-    EXPECT_EQ(images.low(), raw.plane(0));
-    if (raw.planes.size() == 2) EXPECT_EQ(images.high(), raw.plane(1));
-    if (!GetParam().hdr) return;
-    const Pixels low = raw.plane(0), high = raw.plane(1), merged = images.merged();
-    NaiveStatistics naive;
-    unsigned int width = 0, height = 0, x0 = 0, unused = 0, y0 = 0, imageWidth = 0, imageHeight = 0;
-    raw.metaData.GetFrameDimensionsBinned(width, height);
-    raw.metaData.GetImageDimensionsBinned(imageWidth, imageHeight);
-    raw.metaData.GetRefPixelsBinned(x0, unused);
-    raw.metaData.GetRefRowsBinned(y0, unused);
-    for (unsigned int i = 0; i < merged.size(); ++i) {
-      const unsigned short expected = mergedPixel(GetParam().camera().ratio, low[i], high[i]);
-      ASSERT_EQ(merged[i], expected) << i;
-      const unsigned int x = i % width, y = i / width;
-      if (x >= x0 && x < x0 + imageWidth && y >= y0 && y < y0 + imageHeight) naive.add(expected, x, y);
-    }
-    expectSame(stats.statsMerged, naive);
-    expectSame(stats.statsLow, streamStatistics(raw, 0));
-    expectSame(stats.statsHigh, streamStatistics(raw, 1));
-    EXPECT_EQ(stats.statsLow.uiHistogramSize, 65535u);
-    double counted = 0;
-    for (unsigned int v = 0; v < 65535; ++v)
-      counted += stats.statsMerged.pHistogram[v];
-    EXPECT_LE(counted, naive.count);  // without the value 65535
-  }
-
-  void expectMetaData() {
-    const struct {
-      unsigned char* bytes;
-      bool high, merged;
-    } planes[] = {{images.pLowMetaData, false, false},
-                  {images.pHighMetaData, true, false},
-                  {images.pMergedMetaData, false, true}};
-    for (const auto& plane : planes) {
-      // The header that the camera sent, marked as processed, byte by byte.
-      Bytes expected = sim::writeHeader(raw.fields, 3);
-      expected[6] = 0, expected[7] = 4;
-      expected[79] = 16;
-      expected[80] = 15;
-      expected[98] = static_cast<unsigned char>((expected[98] & ~0x20) | 0x40);
-      expected[147] =
-          static_cast<unsigned char>(0xFF & ~(plane.high ? 0x20 : 0) & ~(plane.merged ? 0x10 : 0));
-      std::memset(expected.data() + 190, 0, 24);
-      std::memcpy(expected.data() + 202, "2.1.4", 5);
-      // The chip temperature goes out as two's complement, what came in as sign and magnitude.
-      const int chip = raw.fields.chipTemperature;
-      expected[91] = static_cast<unsigned char>(chip >> 8);
-      expected[92] = static_cast<unsigned char>(chip);
-      for (std::size_t i = 0; i < 384; ++i)
-        EXPECT_EQ(int{plane.bytes[i]}, int{expected[i]}) << "byte " << i;
-    }
-  }
-
-  RawFrame raw;
-  CAlgo algo;
-  Images images;
-  unpacked_stats_t stats{};
-};
-
-INSTANTIATE_TEST_SUITE_P(Cameras, EveryCamera, ::testing::ValuesIn(cameras::modesThat([](const Mode& mode) {
-                           return mode.stream != Stream::Sampled &&
-                                  (mode.stream != Stream::Ccd || mode.quadrants == 0x3C) &&
-                                  (mode.stream != Stream::Plain || !mode.hdr);
-                         })),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST_P(EveryCamera, MergesAFrameInMemory) {
-  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), 0);
-  expectPlanes();
-  expectMetaData();
-}
-
-TEST_P(EveryCamera, MergesAFrameFile) {
-  const TestFolder folder;
-  const std::wstring file = folder.write("frame.raw", raw.bytes);
-  ASSERT_EQ(algo.MergeFile(file.c_str(), &images, &stats, nullptr, nullptr), 0);
-  expectPlanes();
-  // The file form delivers into buffers that are there; none were left null here, as all were asked for.
-  expectMetaData();
-}
-
-TEST_P(EveryCamera, ReusesTheCallersBuffersForTheNextFrame) {
-  ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), 0);
-  const unsigned short* const low = images.pLowImage;
-  const double* const histogram = stats.statsLow.pHistogram;
-  RawFrame next(raw.fields, 3, 99);
-  raw.planes = next.planes;
-  ASSERT_EQ(algo.MergeImage(next.bytes.data(), next.bytes.size(), &images, &stats), 0);
-  EXPECT_EQ(images.pLowImage, low);
-  EXPECT_EQ(stats.statsLow.pHistogram, histogram);
-  expectPlanes();
 }
 
 // ---- The façade's own rules

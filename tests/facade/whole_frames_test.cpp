@@ -97,40 +97,41 @@ std::vector<sim::HeaderFields> framesOf(const Mode& mode) {
   base.lowGain = 1;
   base.highGain = 2;
   std::vector<sim::HeaderFields> frames;
-  for (const auto& [width, height] :
-       {std::pair{1u, 1u}, std::pair{2u, 2u}, std::pair{7u, 3u}, std::pair{15u, 4u}, std::pair{16u, 5u},
-        std::pair{30u, 2u}, std::pair{31u, 2u}, std::pair{32u, 3u}, std::pair{33u, 2u}, std::pair{34u, 3u},
-        std::pair{62u, 2u}, std::pair{63u, 3u}, std::pair{64u, 2u}, std::pair{65u, 2u}, std::pair{66u, 3u},
-        std::pair{98u, 2u}, std::pair{100u, 61u}, std::pair{130u, 4u}, std::pair{1026u, 3u}}) {
+  for (const unsigned int width : {1u,  2u,  3u,  7u,  8u,  15u, 16u, 17u, 18u, 30u,  31u,  32u,
+                                   33u, 34u, 48u, 62u, 63u, 64u, 65u, 66u, 98u, 130u, 257u, 1026u}) {
     frames.push_back(base);
     frames.back().width = width;
-    frames.back().height = height;
+    frames.back().height = 1 + width % 5;
   }
-  // These send the image alone, unbinned.
-  if (mode.stream == Stream::Plain) return frames;
   base.width = 70;
-  base.height = 50;
-  for (const unsigned int pre : {0u, 3u, 4u})
-    for (const unsigned int post : {0u, 5u, 6u})
-      for (const auto& [above, below] :
-           {std::pair{0u, 0u}, std::pair{2u, 0u}, std::pair{0u, 3u}, std::pair{1u, 1u}}) {
-        frames.push_back(base);
-        frames.back().preRefPixels = pre;
-        frames.back().postRefPixels = post;
-        frames.back().preRefRows = above;
-        frames.back().postRefRows = below;
-      }
+  base.height = 6;
+  const auto withReferences = [&base](unsigned int pre, unsigned int post, unsigned int above,
+                                      unsigned int below) {
+    sim::HeaderFields fields = base;
+    fields.preRefPixels = pre;
+    fields.postRefPixels = post;
+    fields.preRefRows = above;
+    fields.postRefRows = below;
+    return fields;
+  };
+  const bool imageAlone = mode.stream == Stream::Plain;  // these send no reference pixels or rows
+  if (!imageAlone)
+    for (const unsigned int pre : {0u, 3u, 4u})
+      for (const unsigned int post : {0u, 5u, 6u})
+        for (const unsigned int above : {0u, 1u, 2u})
+          for (const unsigned int below : {0u, 1u, 3u})
+            frames.push_back(withReferences(pre, post, above, below));
+  base.height = 61;
+  frames.push_back(base);
   // A binned GSENSE400 or CCD frame is refused, which other tests show.
   if (mode.stream == Stream::Ccd || mode.camera().device == 0x01000400) return frames;
-  for (const auto& [x, y] : {std::pair{2u, 1u}, std::pair{1u, 2u}, std::pair{2u, 2u}, std::pair{3u, 4u}}) {
+  for (const auto& [x, y] :
+       {std::pair{2u, 1u}, std::pair{1u, 2u}, std::pair{2u, 2u}, std::pair{3u, 4u}, std::pair{5u, 3u}}) {
+    base.horizontalBinning = x;
+    base.verticalBinning = y;
     frames.push_back(base);
-    frames.back().horizontalBinning = x;
-    frames.back().verticalBinning = y;
-    frames.push_back(frames.back());
-    frames.back().preRefPixels = 4;
-    frames.back().postRefPixels = 6;
-    frames.back().preRefRows = 2;
-    frames.back().postRefRows = 3;
+    if (!imageAlone) frames.push_back(withReferences(4, 6, 2, 3));
+    if (!imageAlone) frames.push_back(withReferences(4, 5, 3, 1));
   }
   return frames;
 }
@@ -256,7 +257,7 @@ void expectFitsFile(const Bytes& file, const RawFrame& raw, const Pixels& pixels
     EXPECT_EQ(cardValue(file, keyword), value) << keyword;
 }
 
-// ---- The three ways
+// ---- The ways in and out
 
 class WholeFrames : public ::testing::TestWithParam<Mode> {
  protected:
@@ -366,6 +367,22 @@ TEST_P(WholeFrames, InMemory) {
   forEachFrame([&](RawFrame& raw, const Expected& expected, unsigned int version) {
     checkMerge(raw, expected, version, [&](CAlgo& algo, Images& images, unpacked_stats_t& stats) {
       return algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats);
+    });
+  });
+}
+
+TEST_P(WholeFrames, IntoTheBuffersOfTheFrameBefore) {
+  forEachFrame([&](RawFrame& raw, const Expected& expected, unsigned int version) {
+    RawFrame before(raw.fields, version, 99);
+    checkMerge(raw, expected, version, [&](CAlgo& algo, Images& images, unpacked_stats_t& stats) {
+      EXPECT_EQ(algo.MergeImage(before.bytes.data(), before.bytes.size(), &images, &stats),
+                expected.decodes ? 0 : -1);
+      const unsigned short* const low = images.pLowImage;
+      const double* const histogram = stats.statsLow.pHistogram;
+      const int result = algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats);
+      EXPECT_EQ(images.pLowImage, low);
+      EXPECT_EQ(stats.statsLow.pHistogram, histogram);
+      return result;
     });
   });
 }

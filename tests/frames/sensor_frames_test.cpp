@@ -1,4 +1,4 @@
-// Whole frames of every row-interleaved and plain sensor, in every mode, against the simulator's planes.
+// What the sensors' frame classes do with their frames. tests/facade decodes whole frames of every mode.
 
 #include <orvacam/frames/CFrameGSense2020.h>
 #include <orvacam/frames/CFrameGSense400.h>
@@ -22,100 +22,6 @@ INSTANTIATE_TEST_SUITE_P(Modes, EverySensor, ::testing::ValuesIn(cameras::modesT
                                   (mode.stream == Stream::Plain && !mode.hdr);
                          })),
                          [](const auto& info) { return std::string(info.param.name); });
-
-/// The merged plane and the statistics of its image pixels.
-void checkMerged(const RawFrame& raw, const Images& images, const image_plane_stats_t& stats) {
-  const Pixels low = raw.plane(0), high = raw.plane(1), merged = images.merged();
-  unsigned int width = 0, height = 0, left = 0, above = 0, unused = 0, imageWidth = 0, imageHeight = 0;
-  raw.metaData.GetFrameDimensionsBinned(width, height);
-  raw.metaData.GetImageDimensionsBinned(imageWidth, imageHeight);
-  raw.metaData.GetRefPixelsBinned(left, unused);
-  raw.metaData.GetRefRowsBinned(above, unused);
-  NaiveStatistics naive;
-  ASSERT_EQ(merged.size(), low.size());
-  for (unsigned int i = 0; i < merged.size(); ++i) {
-    ASSERT_EQ(merged[i], mergedPixel(6.25, low[i], high[i])) << i;
-    const unsigned int x = i % width, y = i / width;
-    if (x >= left && x < left + imageWidth && y >= above && y < above + imageHeight)
-      naive.add(merged[i], static_cast<int>(x), static_cast<int>(y));
-  }
-  expectSame(stats, naive);
-}
-
-/// Planes, statistics and merged plane of one frame.
-void check(const sim::HeaderFields& fields) {
-  SCOPED_TRACE(fields.model + " " + std::to_string(fields.width) + " x " + std::to_string(fields.height) +
-               ", refs " + std::to_string(fields.preRefPixels) + " " + std::to_string(fields.postRefPixels) +
-               " " + std::to_string(fields.preRefRows) + " " + std::to_string(fields.postRefRows) +
-               ", bins " + std::to_string(fields.horizontalBinning) + " " +
-               std::to_string(fields.verticalBinning));
-  RawFrame raw(fields, 3, fields.width * 31 + fields.height);
-  Bench bench(raw);
-  bench.frame->EnableMergeStatistics(true);
-  Images images;
-  Images::all(images);
-  // Odd runs and a second set of shared pixels may need more than the frame.
-  const bool fits = raw.planes[0].size() <= raw.framePixels();
-  EXPECT_EQ(bench.frame->Merge(&images), fits ? 0 : -1);
-  EXPECT_EQ(images.low(), raw.plane(0));
-  const bool pair = raw.planes.size() == 2;
-  EXPECT_EQ(images.high(), pair ? raw.plane(1) : Pixels(raw.framePixels(), 0));
-  if (!fits) return;
-
-  expectSame(bench.low(), pair ? streamStatistics(raw, 0) : NaiveStatistics());
-  if (pair)
-    expectSame(bench.high(), streamStatistics(raw, 1));
-  else if (fields.model != "VESTRA VS400")
-    expectSame(bench.high(), NaiveStatistics());
-  else
-    expectReset(bench.high());  // this class computes what it decodes
-  if (fields.hdr) {
-    checkMerged(raw, images, bench.merged());
-  } else {
-    EXPECT_EQ(images.merged(), Pixels(raw.framePixels(), 0));
-    expectReset(bench.merged());
-  }
-}
-
-TEST_P(EverySensor, DecodesWidthsAroundTheVectorBlocksAndOddOnes) {
-  for (const unsigned int width :
-       {1u, 2u, 3u, 7u, 8u, 15u, 16u, 17u, 18u, 31u, 32u, 33u, 48u, 63u, 64u, 65u, 100u, 257u})
-    check(header(GetParam().model, GetParam().bits, GetParam().hdr, width, 3));
-}
-
-TEST_P(EverySensor, DecodesAllCombinationsOfReferencePixelsAndRows) {
-  for (const unsigned int pre : {0u, 2u, 3u})
-    for (const unsigned int post : {0u, 4u, 5u})
-      for (const unsigned int preRows : {0u, 1u, 2u})
-        for (const unsigned int postRows : {0u, 1u, 3u}) {
-          sim::HeaderFields f = header(GetParam().model, GetParam().bits, GetParam().hdr, 12, 4);
-          f.preRefPixels = pre;
-          f.postRefPixels = post;
-          f.preRefRows = preRows;
-          f.postRefRows = postRows;
-          // Plain cameras send the image alone.
-          if (f.model.find("VS") == std::string::npos && pre + post + preRows + postRows != 0) continue;
-          check(f);
-        }
-}
-
-TEST_P(EverySensor, DecodesBinnedFrames) {
-  for (const unsigned int x : {1u, 2u, 3u, 5u})
-    for (const unsigned int y : {1u, 2u, 3u, 4u}) {
-      sim::HeaderFields f = header(GetParam().model, GetParam().bits, GetParam().hdr, 24, 12);
-      f.horizontalBinning = x;
-      f.verticalBinning = y;
-      // A binned frame of this sensor has a test of its own.
-      if (f.model == "VESTRA VS400" && x * y > 1) continue;
-      check(f);
-      if (f.model.find("VS") == std::string::npos) continue;  // these send the image alone
-      f.preRefPixels = 4;
-      f.postRefPixels = 5;
-      f.preRefRows = 3;
-      f.postRefRows = 1;
-      check(f);
-    }
-}
 
 TEST_P(EverySensor, GivesNoMergedPlaneWithoutOneAskedFor) {
   RawFrame raw(header(GetParam().model, GetParam().bits, GetParam().hdr, 8, 4));
