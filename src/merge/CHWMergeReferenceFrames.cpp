@@ -11,9 +11,14 @@
 #include <memory>
 #include <new>
 
+#include "merge/ReferenceMerge.h"
 #include "metadata/FrameGeometry.h"
 #include "support/CheckedMath.h"
 #include "support/OpenFile.h"
+
+using orvacam::ReferenceMerge;
+using orvacam::ReferenceValues;
+using orvacam::TermSlot;
 
 namespace {
 
@@ -69,6 +74,8 @@ CHWMergeReferenceFrames::CHWMergeReferenceFrames()
       m_uiMulFracBits(defaultMulFracBits),
       m_usHighThreshold(MERGEREF_MAX_HIGH_THRESHOLD),
       m_usDifferenceThreshold(MERGEREF_MAX_DIFFERENCE_THRESHOLD),
+      m_usUniformTerms{},
+      m_bTermsMade{},
       m_uiMergeStartRowOffset(0),
       m_bIdentityFrames(true),
       m_bCallerFrames(false) {}
@@ -115,36 +122,42 @@ void CHWMergeReferenceFrames::ConvertPixelArray(const unsigned short* pSource, d
 // ---- Frames made here
 
 void CHWMergeReferenceFrames::ClearFrames() {
-  for (Plane& plane : m_Planes)
-    plane = Plane();
+  for (unsigned int i = 0; i < orvacam::allTerms; ++i) {
+    m_pTerms[i].reset();
+    m_bTermsMade[i] = false;
+  }
   for (std::vector<unsigned short>* buffer : {&m_TestMerged, &m_TestLow, &m_TestHigh})
     std::vector<unsigned short>().swap(*buffer);
   m_bCallerFrames = false;
 }
 
-int CHWMergeReferenceFrames::DoMakePlane(PlaneIndex ePlane, double dStart, double dStep,
-                                         unsigned int uiFracBits, unsigned long ulPixels) {
-  Plane& plane = m_Planes[ePlane];
-  plane.bLoaded = true;
-  plane.usUniform = ConvertToFixedPoint(dStart, uiFracBits);
-  plane.values.clear();
-  if (dStep == 0.0) return 0;
-  plane.values.resize(ulPixels);
-  const double limit = std::ldexp(1.0, 16 - static_cast<int>(std::min(uiFracBits, 2000u))) - 1.0;
-  double value = dStart;
-  for (unsigned short& term : plane.values) {
-    term = ConvertToFixedPoint(value, uiFracBits);
-    value += dStep;
-    if (value > limit) value = dStart;
+namespace {
+
+/// One term for all pixels, or a ramp that starts over at the end of the fixed-point range.
+void makeTerms(const TermSlot& slot, double start, double step, unsigned int fractionBits,
+               unsigned long pixels) {
+  slot.made = true;
+  slot.uniform = CHWMergeReferenceFrames::ConvertToFixedPoint(start, fractionBits);
+  slot.values.reset();
+  if (step == 0.0) return;
+  const auto values = std::make_shared<ReferenceValues>();
+  values->terms.resize(pixels);
+  const double limit = std::ldexp(1.0, 16 - static_cast<int>(std::min(fractionBits, 2000u))) - 1.0;
+  double value = start;
+  for (unsigned short& term : values->terms) {
+    term = CHWMergeReferenceFrames::ConvertToFixedPoint(value, fractionBits);
+    value += step;
+    if (value > limit) value = start;
   }
-  return 0;
+  slot.values = values;
 }
 
-int CHWMergeReferenceFrames::DoHandOut(ref_frames_t& ref) const {
+/// Copies the terms into planes that become the caller's.
+int copyTerms(const ReferenceMerge& from, ref_frames_t& ref) {
   std::uint64_t pixels = 0;
-  if (!orvacam::checkedMultiply(m_uiWidth, m_uiHeight, pixels) || pixels > PTRDIFF_MAX / 2) return -1;
-  ref.uiWidth = static_cast<unsigned int>(m_uiWidth);
-  ref.uiHeight = static_cast<unsigned int>(m_uiHeight);
+  if (!orvacam::checkedMultiply(from.width, from.height, pixels) || pixels > PTRDIFF_MAX / 2) return -1;
+  ref.uiWidth = static_cast<unsigned int>(from.width);
+  ref.uiHeight = static_cast<unsigned int>(from.height);
   ref.pAdditiveLow = new (std::nothrow) short[pixels];
   ref.pAdditiveHigh = new (std::nothrow) short[pixels];
   ref.pMultiplicativeLow = new (std::nothrow) unsigned short[pixels];
@@ -155,13 +168,36 @@ int CHWMergeReferenceFrames::DoHandOut(ref_frames_t& ref) const {
     return -1;
   }
   for (unsigned long i = 0; i < pixels; ++i) {
-    ref.pAdditiveLow[i] = static_cast<short>(DoTerm(AdditiveLow, i));
-    ref.pAdditiveHigh[i] = static_cast<short>(DoTerm(AdditiveHigh, i));
-    ref.pMultiplicativeLow[i] = DoTerm(MultiplicativeLow, i);
-    ref.pMultiplicativeHigh[i] = DoTerm(MultiplicativeHigh, i);
+    ref.pAdditiveLow[i] = static_cast<short>(from.additiveLow.at(i));
+    ref.pAdditiveHigh[i] = static_cast<short>(from.additiveHigh.at(i));
+    ref.pMultiplicativeLow[i] = from.multiplicativeLow.at(i);
+    ref.pMultiplicativeHigh[i] = from.multiplicativeHigh.at(i);
   }
   return 0;
 }
+
+/// A plane of terms of the caller's. False without memory.
+bool takeTerms(const TermSlot& slot, const unsigned short* terms, unsigned int count) try {
+  const auto values = std::make_shared<ReferenceValues>();
+  values->terms.assign(terms, terms + count);
+  slot.values = values;
+  slot.made = true;
+  return true;
+} catch (const std::exception&) {
+  return false;
+}
+
+/// A plane of terms of a file. False where it is short: what it does not bring keeps the term made before.
+bool readTerms(std::FILE* file, const TermSlot& slot, unsigned long pixels, unsigned short* handedOut) {
+  const auto values = std::make_shared<ReferenceValues>();
+  values->terms.assign(pixels, slot.uniform);
+  const unsigned long read = std::fread(values->terms.data(), sizeof(unsigned short), pixels, file);
+  if (handedOut != nullptr) std::copy(values->terms.begin(), values->terms.end(), handedOut);
+  slot.values = values;
+  return read == pixels;
+}
+
+}  // namespace
 
 int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned int uiHeight, double dAddLow,
                                                   double dAddHigh, double dMulLow, double dMulHigh,
@@ -178,11 +214,11 @@ int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned
   const unsigned long pixels = m_uiWidth * m_uiHeight;
   int result = 0;
   try {
-    DoMakePlane(AdditiveLow, dAddLow, dAddStep, uiAddFracBits, pixels);
-    DoMakePlane(AdditiveHigh, dAddHigh, dAddStep, uiAddFracBits, pixels);
-    DoMakePlane(MultiplicativeLow, dMulLow, dMulStep, uiMulFracBits, pixels);
-    DoMakePlane(MultiplicativeHigh, dMulHigh, dMulStep, uiMulFracBits, pixels);
-    if (pRef != nullptr) result = DoHandOut(*pRef);
+    makeTerms(slotOf(*this, orvacam::AdditiveLow), dAddLow, dAddStep, uiAddFracBits, pixels);
+    makeTerms(slotOf(*this, orvacam::AdditiveHigh), dAddHigh, dAddStep, uiAddFracBits, pixels);
+    makeTerms(slotOf(*this, orvacam::MultiplicativeLow), dMulLow, dMulStep, uiMulFracBits, pixels);
+    makeTerms(slotOf(*this, orvacam::MultiplicativeHigh), dMulHigh, dMulStep, uiMulFracBits, pixels);
+    if (pRef != nullptr) result = copyTerms(orvacam::handOut(*this), *pRef);
   } catch (const std::exception&) {  // no memory, or a size beyond any memory
     result = -1;
   }
@@ -218,35 +254,39 @@ int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned
 
 // ---- Frames from the caller
 
-int CHWMergeReferenceFrames::DoSetPlane(PlaneIndex ePlane, const unsigned short* pValues,
-                                        unsigned int uiCount) {
+int CHWMergeReferenceFrames::SetAdditiveLowFromBuffer(const short* pValues, unsigned int uiCount) {
   if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
-  try {
-    decltype(Plane::values) values(pValues, pValues + uiCount);
-    Plane& plane = m_Planes[ePlane];
-    plane.values.swap(values);
-    plane.bLoaded = true;
-  } catch (const std::exception&) {
+  if (!takeTerms(slotOf(*this, orvacam::AdditiveLow), reinterpret_cast<const unsigned short*>(pValues),
+                 uiCount))
     return -1;
-  }
   m_bIdentityFrames = false;
   m_bCallerFrames = true;
   return 0;
 }
-
-int CHWMergeReferenceFrames::SetAdditiveLowFromBuffer(const short* pValues, unsigned int uiCount) {
-  return DoSetPlane(AdditiveLow, reinterpret_cast<const unsigned short*>(pValues), uiCount);
-}
 int CHWMergeReferenceFrames::SetAdditiveHighFromBuffer(const short* pValues, unsigned int uiCount) {
-  return DoSetPlane(AdditiveHigh, reinterpret_cast<const unsigned short*>(pValues), uiCount);
+  if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
+  if (!takeTerms(slotOf(*this, orvacam::AdditiveHigh), reinterpret_cast<const unsigned short*>(pValues),
+                 uiCount))
+    return -1;
+  m_bIdentityFrames = false;
+  m_bCallerFrames = true;
+  return 0;
 }
 int CHWMergeReferenceFrames::SetMultiplicativeLowFromBuffer(const unsigned short* pValues,
                                                             unsigned int uiCount) {
-  return DoSetPlane(MultiplicativeLow, pValues, uiCount);
+  if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
+  if (!takeTerms(slotOf(*this, orvacam::MultiplicativeLow), pValues, uiCount)) return -1;
+  m_bIdentityFrames = false;
+  m_bCallerFrames = true;
+  return 0;
 }
 int CHWMergeReferenceFrames::SetMultiplicativeHighFromBuffer(const unsigned short* pValues,
                                                              unsigned int uiCount) {
-  return DoSetPlane(MultiplicativeHigh, pValues, uiCount);
+  if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
+  if (!takeTerms(slotOf(*this, orvacam::MultiplicativeHigh), pValues, uiCount)) return -1;
+  m_bIdentityFrames = false;
+  m_bCallerFrames = true;
+  return 0;
 }
 
 int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE* pPRNU, unsigned int& uiWidth,
@@ -307,17 +347,6 @@ int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE*
   return moveToPlanes(pPRNU, prnu);
 }
 
-bool CHWMergeReferenceFrames::DoReadPlane(std::FILE* pFile, PlaneIndex ePlane, unsigned short* pHandedOut) {
-  const unsigned long pixels = m_uiWidth * m_uiHeight;
-  Plane& plane = m_Planes[ePlane];
-  // What a short file does not bring keeps the term made before.
-  decltype(Plane::values) values(pixels, plane.usUniform);
-  const unsigned long read = std::fread(values.data(), sizeof(unsigned short), pixels, pFile);
-  plane.values.swap(values);
-  if (pHandedOut != nullptr) std::copy(plane.values.begin(), plane.values.end(), pHandedOut);
-  return read == pixels;
-}
-
 int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, const wchar_t* pPRNUFile,
                                                    double dMulLow, double dMulHigh, ref_frames_t* pRef) try {
   constexpr const char* name = "CreateReferenceFrames";
@@ -339,11 +368,12 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
 
   const struct {
     std::FILE* file;
-    PlaneIndex low, high;
+    orvacam::WhichTerms low, high;
     const wchar_t* noMemory;
-  } sources[] = {
-      {dsnu.get(), AdditiveLow, AdditiveHigh, L"%s: Unable to allocate memory for DSNU data\n"},
-      {prnu.get(), MultiplicativeLow, MultiplicativeHigh, L"%s: Unable to allocate memory for PRNU data\n"}};
+  } sources[] = {{dsnu.get(), orvacam::AdditiveLow, orvacam::AdditiveHigh,
+                  L"%s: Unable to allocate memory for DSNU data\n"},
+                 {prnu.get(), orvacam::MultiplicativeLow, orvacam::MultiplicativeHigh,
+                  L"%s: Unable to allocate memory for PRNU data\n"}};
   const wchar_t* noMemory = nullptr;
   for (const auto& source : sources)
     if (source.file != nullptr && noMemory == nullptr &&
@@ -358,7 +388,7 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
     m_pLog->log(CLOGLEVEL_ERROR, noMemory, name);
     return -1;
   }
-  unsigned short* const handedOut[PlaneCount] = {
+  unsigned short* const handedOut[orvacam::allTerms] = {
       pRef != nullptr ? reinterpret_cast<unsigned short*>(pRef->pAdditiveLow) : nullptr,
       pRef != nullptr ? reinterpret_cast<unsigned short*>(pRef->pAdditiveHigh) : nullptr,
       pRef != nullptr ? pRef->pMultiplicativeLow : nullptr,
@@ -368,8 +398,9 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
     if (source.file == nullptr) continue;
     m_bIdentityFrames = false;
     m_bCallerFrames = true;
-    for (const PlaneIndex plane : {source.low, source.high})
-      if (!DoReadPlane(source.file, plane, handedOut[plane])) result = -1;
+    for (const orvacam::WhichTerms plane : {source.low, source.high})
+      if (!readTerms(source.file, slotOf(*this, plane), m_uiWidth * m_uiHeight, handedOut[plane]))
+        result = -1;
   }
   return result;
 } catch (const std::exception&) {  // no memory, or a size beyond any memory

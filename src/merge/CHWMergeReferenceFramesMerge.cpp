@@ -69,13 +69,6 @@ unsigned int CHWMergeReferenceFrames::ConvertMergeType(unsigned int uiEnableBits
   return (uiEnableBits & 8) != 0 ? 1 : (uiEnableBits & 16) != 0 ? 2 : 0;
 }
 
-unsigned short CHWMergeReferenceFrames::DoTerm(PlaneIndex ePlane, unsigned long ulPosition) const {
-  const Plane& plane = m_Planes[ePlane];
-  if (!plane.values.empty()) return plane.values[ulPosition];
-  if (plane.bLoaded) return plane.usUniform;
-  return ePlane <= AdditiveHigh ? static_cast<unsigned short>(0) : ConvertToFixedPoint(1.0, m_uiMulFracBits);
-}
-
 // ---- Runs of pixels
 
 namespace {

@@ -10,6 +10,32 @@
 
 using orvacam::FrameRegions;
 
+namespace {
+
+/// Merges pixels by mergeRun(first, count, target), region by region of the metadata's frame where they are
+/// counted.
+template <typename MergeRun>
+void merge(const MergeRun& mergeRun, unsigned char* merged, unsigned long pixels,
+           const CFrameMetaData& metaData, CFrameStatistics* statistics, CLog& log) {
+  if (statistics == nullptr) {
+    orvacam::mergeAndCount(merged, 0, pixels, mergeRun, nullptr, 0, 0);
+    return;
+  }
+  constexpr const char* name = "DoMergeWithStats";
+  const FrameRegions regions(metaData);
+  log.log(CLOGLEVEL_ENTRY, L"%s: uiTotalFrameWidth= %d, uiTotalFrameHeight= %d\n", name, regions.frameWidth,
+          regions.frameHeight);
+  log.log(CLOGLEVEL_ENTRY, L"%s: uiImageWidth= %d, uiImageHeight= %d\n", name, regions.imageWidth,
+          regions.imageHeight);
+  log.log(CLOGLEVEL_ENTRY, L"%s: uiPreRefPixels= %d, uiPostRefPixels= %d\n", name, regions.prePixels,
+          regions.postPixels);
+  log.log(CLOGLEVEL_ENTRY, L"%s: uiPreRefRows= %d, uiPostRefRows= %d\n", name, regions.preRows,
+          regions.postRows);
+  orvacam::mergeRegions(regions, merged, pixels, mergeRun, *statistics);
+}
+
+}  // namespace
+
 CMergeAlgoLegacy::CMergeAlgoLegacy() : m_pMergeSettings(nullptr) {}
 
 CMergeAlgoLegacy::~CMergeAlgoLegacy() = default;
@@ -36,13 +62,14 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
   // Intended: no header for FITS.
   const bool tiff = format == ORVA_IMAGE_FORMAT_TIFF;
   auto* const output = reinterpret_cast<unsigned char*>(pMerged);
-  DoMerge(
+  merge(
       [=](unsigned long first, unsigned long count, unsigned short* pTarget) {
         orvacam::kernels::active().mergeByLine(pLow + first, pHigh + first, pTarget, count,
                                                m_MergeLine.values.data(), m_MergeLine.uiSize,
                                                m_MergeLine.uiMergeRow);
       },
-      tiff ? output + leading : output, ulNumPixels, m_bMergedStatistics);
+      tiff ? output + leading : output, ulNumPixels, m_MetaData,
+      m_bMergedStatistics ? &m_MergedStatistics : nullptr, *m_pLog);
   if (!tiff) return 0;
   CFrameMetaData metaData(m_MetaData);
   metaData.SetBitsPerPixel(16);
@@ -62,29 +89,10 @@ void CMergeAlgoLegacy::DoMergeWithStats(const CMergeMappingArray* pMap, unsigned
   const unsigned short* const data = pMap != nullptr ? pMap->GetData() : nullptr;
   const unsigned int width = data != nullptr ? pMap->GetWidth() : 0;
   const unsigned int height = data != nullptr ? pMap->GetHeight() : 0;
-  DoMerge(
+  merge(
       [=](unsigned long first, unsigned long count, unsigned short* pTarget) {
         orvacam::kernels::active().mergeMapped(pLow + first, pHigh + first, pTarget, count, data, width,
                                                height);
       },
-      reinterpret_cast<unsigned char*>(pMerged), ulNumPixels, true);
-}
-
-void CMergeAlgoLegacy::DoMerge(const merge_run_t& mergeRun, unsigned char* pMerged, unsigned long ulNumPixels,
-                               bool bStatistics) {
-  if (!bStatistics) {
-    orvacam::mergeAndCount(pMerged, 0, ulNumPixels, mergeRun, nullptr, 0, 0);
-    return;
-  }
-  constexpr const char* name = "DoMergeWithStats";
-  const FrameRegions regions(m_MetaData);
-  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiTotalFrameWidth= %d, uiTotalFrameHeight= %d\n", name,
-              regions.frameWidth, regions.frameHeight);
-  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiImageWidth= %d, uiImageHeight= %d\n", name, regions.imageWidth,
-              regions.imageHeight);
-  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiPreRefPixels= %d, uiPostRefPixels= %d\n", name, regions.prePixels,
-              regions.postPixels);
-  m_pLog->log(CLOGLEVEL_ENTRY, L"%s: uiPreRefRows= %d, uiPostRefRows= %d\n", name, regions.preRows,
-              regions.postRows);
-  orvacam::mergeRegions(regions, pMerged, ulNumPixels, mergeRun, m_MergedStatistics);
+      reinterpret_cast<unsigned char*>(pMerged), ulNumPixels, m_MetaData, &m_MergedStatistics, *m_pLog);
 }

@@ -18,12 +18,11 @@ constexpr unsigned int mostMulFracBits = 16;
 class Members : public CHWMergeReferenceFrames {
  public:
   static ReferenceMerge of(CHWMergeReferenceFrames& algorithm) {
-    const auto& planes = algorithm.*&Members::m_Planes;
-    const auto terms = [&](PlaneIndex which, double identity, unsigned int fractionBits) -> ReferencePlane {
-      const Plane& plane = planes[which];
-      const unsigned short uniform =
-          plane.bLoaded ? plane.usUniform : ConvertToFixedPoint(identity, fractionBits);
-      return {plane.values.empty() ? nullptr : plane.values.data(), plane.values.size(), uniform};
+    const auto terms = [&](WhichTerms which, double identity, unsigned int fractionBits) -> ReferencePlane {
+      const TermSlot slot = slotAt(algorithm, which);
+      const unsigned short uniform = slot.made ? slot.uniform : ConvertToFixedPoint(identity, fractionBits);
+      if (slot.values == nullptr) return {nullptr, 0, uniform};
+      return {slot.values->terms.data(), slot.values->terms.size(), uniform};
     };
     const unsigned int addBits = algorithm.*&Members::m_uiAddFracBits;
     const unsigned int mulBits = algorithm.*&Members::m_uiMulFracBits;
@@ -39,6 +38,10 @@ class Members : public CHWMergeReferenceFrames {
             algorithm.*&Members::m_pBiasLow != nullptr || algorithm.*&Members::m_pBiasHigh != nullptr,
             &(algorithm.*&Members::m_MergedStatistics)};
   }
+  static TermSlot slotAt(CHWMergeReferenceFrames& algorithm, WhichTerms which) {
+    return {(algorithm.*&Members::m_pTerms)[which], (algorithm.*&Members::m_usUniformTerms)[which],
+            (algorithm.*&Members::m_bTermsMade)[which]};
+  }
   static bool swapped(const CHWMergeReferenceFrames& algorithm) {
     return algorithm.*&Members::m_bByteSwapped;
   }
@@ -48,6 +51,10 @@ class Members : public CHWMergeReferenceFrames {
 
 ReferenceMerge handOut(CHWMergeReferenceFrames& algorithm) {
   return Members::of(algorithm);
+}
+
+TermSlot slotOf(CHWMergeReferenceFrames& algorithm, WhichTerms which) {
+  return Members::slotAt(algorithm, which);
 }
 
 std::uint64_t ReferenceMerge::termsAvailable() const {

@@ -4,8 +4,11 @@
 #include <orvacam/merge/CHWMergeReferenceFrames.h>
 
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 #include "merge/MergeTerms.h"
+#include "support/LineAllocator.h"
 
 namespace orvacam {
 
@@ -28,6 +31,20 @@ struct ReferenceMerge {
 };
 
 ReferenceMerge handOut(CHWMergeReferenceFrames& algorithm);
+
+/// Terms of one plane that has one for each pixel.
+struct ReferenceValues {
+  std::vector<unsigned short, LineAllocator<unsigned short>> terms;
+};
+
+/// Where the merge keeps the terms of a plane.
+enum WhichTerms : unsigned int { AdditiveLow, AdditiveHigh, MultiplicativeLow, MultiplicativeHigh, allTerms };
+struct TermSlot {
+  std::shared_ptr<const ReferenceValues>& values;
+  unsigned short& uniform;
+  bool& made;
+};
+TermSlot slotOf(CHWMergeReferenceFrames& algorithm, WhichTerms which);
 
 /// What follows the merge of a frame's pixels: the algorithm's metadata describe the merged plane, whose
 /// header is written. Its status.

@@ -2,12 +2,16 @@
 #define ORVACAM_MERGE_CHWMERGEREFERENCEFRAMES_H
 
 #include <orvacam/merge/CCustomMergeAlgo.h>
-#include <orvacam/support/LineAllocator.h>
 #include <orvacam/types/export.h>
 #include <orvacam/types/merge_types.h>
 
 #include <cstdio>
+#include <memory>
 #include <vector>
+
+namespace orvacam {
+struct ReferenceValues;
+}
 
 /// The merge that the camera performs itself, in software. Each low-gain and high-gain pixel is corrected
 /// with an additive term (dark signal non-uniformity, DSNU) and a multiplicative term (photo response
@@ -130,35 +134,17 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   static unsigned int ConvertMergeType(unsigned int uiEnableBits);
 
  protected:
-  /// The fixed-point terms of one plane: one for all pixels, or one each. Without any, the identity.
-  struct Plane {
-    bool bLoaded = false;
-    unsigned short usUniform = 0;
-    std::vector<unsigned short, orvacam::LineAllocator<unsigned short>>
-        values;  ///< bits of the terms; empty when they are uniform
-  };
-  enum PlaneIndex : unsigned int {
-    AdditiveLow,
-    AdditiveHigh,
-    MultiplicativeLow,
-    MultiplicativeHigh,
-    PlaneCount
-  };
-
-  unsigned short DoTerm(PlaneIndex ePlane, unsigned long ulPosition) const;
-  int DoSetPlane(PlaneIndex ePlane, const unsigned short* pValues, unsigned int uiCount);
-  int DoMakePlane(PlaneIndex ePlane, double dStart, double dStep, unsigned int uiFracBits,
-                  unsigned long ulPixels);
-  int DoHandOut(ref_frames_t& ref) const;
-  bool DoReadPlane(std::FILE* pFile, PlaneIndex ePlane, unsigned short* pHandedOut);
-
   unsigned long m_uiWidth;
   unsigned long m_uiHeight;
   unsigned int m_uiAddFracBits;
   unsigned int m_uiMulFracBits;
   unsigned short m_usHighThreshold;
   unsigned short m_usDifferenceThreshold;
-  Plane m_Planes[PlaneCount];
+  /// Terms, as their fixed-point bits: additive of low and high gain, then multiplicative of both. One for
+  /// each pixel, or one for all; without either, the identity. Copies of this object share what is one each.
+  std::shared_ptr<const orvacam::ReferenceValues> m_pTerms[4];
+  unsigned short m_usUniformTerms[4];
+  bool m_bTermsMade[4];
   std::vector<unsigned short> m_TestMerged;  ///< of the test merge
   std::vector<unsigned short> m_TestLow;
   std::vector<unsigned short> m_TestHigh;

@@ -5,8 +5,6 @@
 #include <orvacam/merge/CCustomMergeAlgo.h>
 #include <orvacam/types/export.h>
 
-#include <functional>
-
 class CMergeMappingArray;
 
 /// The table-driven merge: looks every pixel's merged value up in the mapping array of the frame's gains, bit
@@ -37,12 +35,6 @@ class ORVACAM_API CMergeAlgoLegacy : public CCustomMergeAlgo {
   }
 
  protected:
-  /// Merges pixels from ulFirst on into pTarget.
-  using merge_run_t =
-      std::function<void(unsigned long ulFirst, unsigned long ulCount, unsigned short* pTarget)>;
-  void DoMerge(const merge_run_t& mergeRun, unsigned char* pMerged, unsigned long ulNumPixels,
-               bool bStatistics);
-
   CMergeSettings* m_pMergeSettings;
   CMergeSettings m_MergeSettings;
   merge_line_t m_MergeLine;  ///< of the frame in hand

@@ -1,5 +1,5 @@
-#ifndef ORVACAM_SUPPORT_LINE_ALLOCATOR_H
-#define ORVACAM_SUPPORT_LINE_ALLOCATOR_H
+#ifndef ORVACAM_SRC_SUPPORT_LINE_ALLOCATOR_H
+#define ORVACAM_SRC_SUPPORT_LINE_ALLOCATOR_H
 
 #include <cstddef>
 #include <cstdlib>
@@ -34,4 +34,4 @@ struct LineAllocator {
 
 }  // namespace orvacam
 
-#endif  // ORVACAM_SUPPORT_LINE_ALLOCATOR_H
+#endif  // ORVACAM_SRC_SUPPORT_LINE_ALLOCATOR_H
