@@ -53,7 +53,7 @@ bool readPair(const std::string& text, unsigned& first, unsigned& second) {
          second <= 65535;
 }
 
-// ---- Options that several commands have ----
+// ---- Options that several commands have
 
 void addInputs(CLI::App* command, InputOptions& o,
                const std::string& what = "Raw frames, folders of them, or - for standard input") {
@@ -114,7 +114,7 @@ void requireApart(const OutputOptions& o) {
   requireApart(o.skipExisting, "--skip-existing", o.overwrite, "--overwrite");
 }
 
-// ---- The commands ----
+// ---- The commands
 
 int checkedConvert(const ConvertOptions& o) {
   requireApart(o.corrections);
@@ -385,7 +385,7 @@ void addSimulate(CLI::App& app, int& exitCode) {
   c->add_flag("--overwrite", o.overwrite, "Replace files that exist");
 }
 
-// ---- What went wrong on the command line ----
+// ---- What went wrong on the command line
 
 Names commandsOf(const CLI::App& app) {
   Names names;

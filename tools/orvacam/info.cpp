@@ -181,7 +181,7 @@ Facts factsOf(const std::string& path) {
   }
 }
 
-// ---- Keys ----
+// ---- Keys
 
 std::string lower(std::string text) {
   for (char& c : text)
@@ -267,7 +267,7 @@ std::vector<std::string> askedNames(const std::vector<std::string>& patterns,
   return names;
 }
 
-// ---- What is printed ----
+// ---- What is printed
 
 void printJson(const std::string& path, const Facts& facts, const std::vector<std::string>* names) {
   Json object{{"schema", "orvacam.info/1"}, {"file", path}};
