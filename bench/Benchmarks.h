@@ -15,6 +15,7 @@ void addOtherFrameRows(bool small);
 void addStatisticsRows(bool small);
 void addStackRows(bool small);
 void addFileRows(bool small);
+void addFaceRows(bool small);
 
 inline unsigned int fullSide(bool small) {
   return small ? 128 : 4096;

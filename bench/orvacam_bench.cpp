@@ -52,9 +52,9 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   if (small) rounds = 1;
-  for (const auto addRows :
-       {orvacam::bench::addMergeImageRows, orvacam::bench::addOtherFrameRows,
-        orvacam::bench::addStatisticsRows, orvacam::bench::addStackRows, orvacam::bench::addFileRows})
+  for (const auto addRows : {orvacam::bench::addMergeImageRows, orvacam::bench::addOtherFrameRows,
+                             orvacam::bench::addStatisticsRows, orvacam::bench::addStackRows,
+                             orvacam::bench::addFileRows, orvacam::bench::addFaceRows})
     addRows(small);
   orvacam::bench::addContext();
   benchmark::RunSpecifiedBenchmarks();

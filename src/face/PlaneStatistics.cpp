@@ -10,7 +10,6 @@ namespace orvacam::face {
 namespace {
 
 constexpr std::size_t values = 65536;
-constexpr std::size_t bitsPerWord = 64;
 // The library's clip points: 5 % of the pixels below, 0.1 % above.
 constexpr double lowClipFraction = 0.05;
 constexpr double highClipFraction = 0.001;
@@ -23,61 +22,93 @@ orva_statistics PlaneStatistics::record() const {
   return record;
 }
 
-PlaneCounter::PlaneCounter() : m_counts(values), m_occurred(values / bitsPerWord) {}
-
-void PlaneCounter::countValues(const std::uint16_t* row, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t value = row[i];
-    ++m_counts[value];
-    m_occurred[value / bitsPerWord] |= std::uint64_t{1} << value % bitsPerWord;
+struct PlaneCounter::Runs {
+  Runs(const std::uint16_t* plane, const orva_geometry& geometry)
+      : pixels(plane + std::size_t{geometry.y} * geometry.width + geometry.x),
+        stride(geometry.width),
+        length(geometry.image_width),
+        count(geometry.image_height) {
+    const std::size_t all = length * count;
+    if (length != stride || all >= NeighbourCounts::smallestPlane) return;
+    length = stride = all;
+    count = 1;
   }
+
+  const std::uint16_t* run(std::size_t i) const { return pixels + i * stride; }
+
+  const std::uint16_t* pixels;
+  std::size_t stride, length, count;
+};
+
+// The counts are cleared block by block, when they are first used. Groups of values are gathered whole.
+PlaneCounter::PlaneCounter()
+    : m_counts(new std::uint32_t[values]),
+      m_values(new std::uint16_t[values + kernels::countGroup]),
+      m_times(new std::uint32_t[values + kernels::countGroup]) {}
+
+/// Counts the region and finds the runs of the extremes; their x is the number of the run.
+void PlaneCounter::countRuns(const Runs& runs, orva_statistics& numbers) {
+  m_usedBlocks = 0;
+  m_neighbours.reset();
+  const Histogram histogram(m_counts.get(), &m_usedBlocks);
+  numbers.minimum = {0xFFFF, 0, 0};
+  numbers.maximum = {0, 0, 0};
+  for (std::uint32_t i = 0; i < runs.count; ++i) {
+    const bool isSmall = i * runs.length < NeighbourCounts::smallestPlane;
+    const bool inPairs = !isSmall && runs.length >= NeighbourCounts::shortestRow;
+    const std::uint16_t* const run = runs.run(i);
+    const kernels::Extremes extremes = inPairs ? m_neighbours.addRow(run, runs.length, histogram)
+                                               : countRow(run, runs.length, histogram, isSmall);
+    if (extremes.minimum < numbers.minimum.value) numbers.minimum = {extremes.minimum, i, 0};
+    if (extremes.maximum > numbers.maximum.value) numbers.maximum = {extremes.maximum, i, 0};
+  }
+  m_neighbours.fold(histogram);
 }
 
-/// Values that occur, in ascending order.
-template <typename Each>
-void PlaneCounter::forEachValue(const Each& each) const {
-  for (std::size_t word = 0; word < m_occurred.size(); ++word)
-    for (std::uint64_t bits = m_occurred[word]; bits != 0; bits &= bits - 1)
-      each(word * bitsPerWord + static_cast<std::size_t>(__builtin_ctzll(bits)));
+/// Without a branch for each value, as nobody can guess which ones occur.
+void PlaneCounter::gatherOccurring() {
+  m_occurring = 0;
+  for (std::uint64_t left = m_usedBlocks; left != 0; left &= left - 1) {
+    const std::size_t block = static_cast<std::size_t>(__builtin_ctzl(left)) << Histogram::blockBits;
+    for (std::size_t first = block; first < block + Histogram::blockValues; first += kernels::countGroup) {
+      if (!hasCount(m_counts.get() + first)) continue;
+      for (std::size_t value = first; value < first + kernels::countGroup; ++value) {
+        m_values[m_occurring] = static_cast<std::uint16_t>(value);
+        m_times[m_occurring] = m_counts[value];
+        m_occurring += m_counts[value] != 0 ? 1U : 0U;
+      }
+    }
+  }
 }
 
 void PlaneCounter::summarize(orva_statistics& numbers) const {
   const auto all = static_cast<double>(numbers.count);
   std::uint64_t sum = 0;
   unsigned __int128 squares = 0;
-  std::uint64_t largest = 0;
-  std::uint64_t below = 0;
-  forEachValue([&](std::size_t value) {
-    const std::uint64_t here = m_counts[value];
-    sum += here * value;
-    squares += static_cast<unsigned __int128>(here) * (value * value);
-    if (here > largest) {
-      largest = here;
-      numbers.mode = static_cast<std::uint16_t>(value);
-    }
-    if (lowClipFraction * all > static_cast<double>(below))
-      numbers.clip_low = static_cast<std::uint16_t>(value);
-    below += here;
-  });
-  // From the top: what lies above a value is what does not lie below it, nor has it.
+  std::uint32_t largest = 0;
+  for (std::size_t i = 0; i < m_occurring; ++i) {
+    const std::uint64_t value = m_values[i];
+    const std::uint64_t times = m_times[i];
+    sum += times * value;
+    squares += times * value * value;
+    if (m_times[i] > largest) numbers.mode = m_values[i];
+    largest = std::max(largest, m_times[i]);
+  }
+  // A clip point moves on to each value that occurs until enough pixels are passed.
   std::uint64_t passed = 0;
-  bool found = false;
-  forEachValue([&](std::size_t value) {
-    passed += m_counts[value];
-    if (!found && highClipFraction * all > static_cast<double>(numbers.count - passed)) {
-      numbers.clip_high = static_cast<std::uint16_t>(value);
-      found = true;
-    }
-  });
+  for (std::size_t i = 0; i < m_occurring && lowClipFraction * all > static_cast<double>(passed); ++i) {
+    numbers.clip_low = m_values[i];
+    passed += m_times[i];
+  }
+  passed = 0;
+  for (std::size_t i = m_occurring; i > 0 && highClipFraction * all > static_cast<double>(passed); --i) {
+    numbers.clip_high = m_values[i - 1];
+    passed += m_times[i - 1];
+  }
   numbers.mean = static_cast<double>(sum) / all;
   const unsigned __int128 spread = squares * numbers.count - static_cast<unsigned __int128>(sum) * sum;
   numbers.deviation =
       static_cast<double>(std::sqrt(static_cast<long double>(spread)) / static_cast<long double>(all));
-}
-
-void PlaneCounter::clear() {
-  forEachValue([&](std::size_t value) { m_counts[value] = 0; });
-  std::fill(m_occurred.begin(), m_occurred.end(), 0);
 }
 
 std::unique_ptr<const PlaneStatistics> PlaneCounter::count(const std::uint16_t* pixels,
@@ -88,23 +119,20 @@ std::unique_ptr<const PlaneStatistics> PlaneCounter::count(const std::uint16_t* 
   orva_statistics& numbers = statistics->numbers;
   numbers.size = sizeof numbers;
   numbers.count = std::uint64_t{geometry.image_width} * geometry.image_height;
-  const auto rowAt = [&](std::uint32_t y) { return pixels + std::size_t{y} * geometry.width + geometry.x; };
-  numbers.minimum = {0xFFFF, 0, geometry.y};
-  numbers.maximum = {0, 0, geometry.y};
-  const kernels::KernelTable& kernel = kernels::active();
-  for (std::uint32_t y = geometry.y; y < geometry.y + geometry.image_height; ++y) {
-    kernels::Extremes extremes{};
-    kernel.findExtremes(rowAt(y), geometry.image_width, &extremes);
-    if (extremes.minimum < numbers.minimum.value) numbers.minimum = {extremes.minimum, 0, y};
-    if (extremes.maximum > numbers.maximum.value) numbers.maximum = {extremes.maximum, 0, y};
-    countValues(rowAt(y), geometry.image_width);
+  const Runs runs(pixels, geometry);
+  countRuns(runs, numbers);
+  for (orva_extreme* extreme : {&numbers.minimum, &numbers.maximum}) {
+    const std::size_t run = extreme->x;
+    const std::size_t place =
+        run * geometry.image_width + kernels::active().findFirst(runs.run(run), runs.length, extreme->value);
+    extreme->x = geometry.x + static_cast<std::uint32_t>(place % geometry.image_width);
+    extreme->y = geometry.y + static_cast<std::uint32_t>(place / geometry.image_width);
   }
-  for (orva_extreme* extreme : {&numbers.minimum, &numbers.maximum})
-    extreme->x = geometry.x + static_cast<std::uint32_t>(
-                                  kernel.findFirst(rowAt(extreme->y), geometry.image_width, extreme->value));
+  gatherOccurring();
   summarize(numbers);
-  if (withHistogram) forEachValue([&](std::size_t value) { statistics->histogram[value] = m_counts[value]; });
-  clear();
+  if (withHistogram)
+    for (std::size_t i = 0; i < m_occurring; ++i)
+      statistics->histogram[m_values[i]] = m_times[i];
   return statistics;
 }
 

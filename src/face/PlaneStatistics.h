@@ -8,6 +8,8 @@
 #include <memory>
 #include <vector>
 
+#include "statistics/NeighbourCounts.h"
+
 namespace orvacam::face {
 
 /// Statistics of an image region, and its histogram where it was asked for.
@@ -18,8 +20,8 @@ struct PlaneStatistics {
   orva_statistics record() const;
 };
 
-/// Counts planes, one after the other. What a plane costs beyond its pixels is bounded by the pixels that it
-/// has: tables are cleared where values were counted.
+/// Counts planes, one after the other, with the library's histogram: exact, of all 65536 values, and as
+/// costly as the values that occur.
 class PlaneCounter {
  public:
   PlaneCounter();
@@ -29,15 +31,19 @@ class PlaneCounter {
                                                bool withHistogram);
 
  private:
-  struct Found;
-  void countValues(const std::uint16_t* row, std::size_t count);
-  template <typename Each>
-  void forEachValue(const Each& each) const;
+  /// Rows of a region as runs of pixels: a small region that is as wide as the plane is one run.
+  struct Runs;
+  void countRuns(const Runs& runs, orva_statistics& numbers);
+  void gatherOccurring();
   void summarize(orva_statistics& numbers) const;
-  void clear();
 
-  std::vector<std::uint32_t> m_counts;    ///< of each value, in banks that are added up at the end
-  std::vector<std::uint64_t> m_occurred;  ///< a bit for each value
+  std::unique_ptr<std::uint32_t[]> m_counts;  ///< of each value; hold anything outside the blocks in use
+  std::uint64_t m_usedBlocks = 0;
+  NeighbourCounts m_neighbours;
+  /// The values that occur, ascending, and how often each does.
+  std::unique_ptr<std::uint16_t[]> m_values;
+  std::unique_ptr<std::uint32_t[]> m_times;
+  std::size_t m_occurring = 0;
 };
 
 }  // namespace orvacam::face
