@@ -32,6 +32,9 @@ int __real_fseek(std::FILE*, long, int);
 long __real_ftell(std::FILE*);
 int __real_fflush(std::FILE*);
 int __real_open(const char*, int, ...);
+ssize_t __real_read(int file, void* bytes, std::size_t count);
+char* __real_mkdtemp(char* name);
+int __real_rename(const char* from, const char* to);
 ssize_t __real_write(int, const void*, std::size_t);
 int __real_close(int);
 int __real_fcntl(int, int, ...);
@@ -140,7 +143,7 @@ void release(void* memory) {
 const char* nameOf(Call call) {
   static constexpr const char* names[] = {
       "none",  "malloc", "calloc", "realloc", "new",   "fopen", "fclose", "fread", "fwrite", "fseek",
-      "ftell", "fflush", "open",   "write",   "close", "fcntl", "stat",   "mkdir", "getcwd", "statvfs"};
+      "ftell", "fflush", "open",   "read",  "write",   "close", "fcntl", "stat",   "mkdir", "rename", "getcwd", "statvfs"};
   static_assert(sizeof names / sizeof names[0] == static_cast<unsigned int>(Call::Count));
   return names[static_cast<unsigned int>(call)];
 }
@@ -264,6 +267,9 @@ int __wrap_open(const char* name, int flags, ...) {
   va_end(list);
   return fails(Call::Open, EMFILE) ? -1 : __real_open(name, flags, mode);
 }
+ssize_t __wrap_read(int file, void* bytes, std::size_t count) {
+  return fails(Call::Read, EIO) ? -1 : __real_read(file, bytes, count);
+}
 ssize_t __wrap_write(int file, const void* bytes, std::size_t count) {
   if (fails(Call::Write, ENOSPC)) return -1;
   if (!faults::writesAreInterrupted) return __real_write(file, bytes, count);
@@ -295,6 +301,12 @@ int __wrap_fstat(int file, struct stat* status) {
 }
 int __wrap_mkdir(const char* name, mode_t mode) {
   return fails(Call::MakeDirectory, ENOSPC) ? -1 : __real_mkdir(name, mode);
+}
+char* __wrap_mkdtemp(char* name) {
+  return fails(Call::MakeDirectory, ENOSPC) ? nullptr : __real_mkdtemp(name);
+}
+int __wrap_rename(const char* from, const char* to) {
+  return fails(Call::Rename, EIO) ? -1 : __real_rename(from, to);
 }
 char* __wrap_getcwd(char* buffer, std::size_t size) {
   return fails(Call::CurrentDirectory, ENOENT) ? nullptr : __real_getcwd(buffer, size);

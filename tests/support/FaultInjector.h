@@ -26,11 +26,13 @@ enum class Call : unsigned int {
   FileTell,
   FileFlush,
   Open,
+  Read,
   Write,
   Close,
   Control,  // fcntl
   Status,   // stat, fstat
-  MakeDirectory,
+  MakeDirectory,  // mkdtemp, too
+  Rename,
   CurrentDirectory,
   DiskSpace,
   Count

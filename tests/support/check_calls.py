@@ -11,11 +11,15 @@ import sys
 HARMLESS = re.compile(r'''^(
     mem\w+ | str\w+ | wcs\w+ | wmem\w+ | isn?\w+              # memory that is there, text that is there
   | sn?printf | vsnprintf | swprintf | vswprintf              # into memory that is there
+  | unlink | rmdir                                            # of what is given up
+  | pow | lround | sqrtl | nextafterf? | fmal? | labs         # arithmetic
+  | pthread_once                                              # of what is tried again
   | fma | fmod | ldexp | round | sqrt | trunc | floor | ceil  # arithmetic
   | mbrtowc | wcrtomb | localtime_r | usleep
   | rewind                                                    # what it does not do shows when reading
   | fileno | fprintf | stderr                                 # the log's last word, which nobody can hear
   | pthread_mutex_lock | pthread_mutex_unlock                 # of a mutex that is always sound
+  | orva_\w+                                                 # the C interface's own
   | _Z\w+ | __\w+ | _Unwind\w+ | _ITM\w+ | _GLOBAL\w+                      # C++ and its runtime; operator new is replaced
 )$''', re.VERBOSE)
 CHECKED = re.compile(r'^__\w+_chk$')  # the compiler's other name for a call
