@@ -16,6 +16,7 @@
 #include <new>
 #include <typeinfo>
 
+#include "frames/DecodePlan.h"
 #include "frames/OwnClasses.h"
 #include "sensors/Sensors.h"
 #include "support/KeyedTable.h"
@@ -33,24 +34,29 @@ struct Maker {
   FrameClass frame;
   IFrame* (*make)();
   const std::type_info* type;
+  orvacam::PlanMaker plan;
 };
 
 constexpr Maker makers[] = {
-    {FrameClass::GSense400, make<CFrameGSense400>, &typeid(CFrameGSense400)},
-    {FrameClass::GSense2020, make<CFrameGSense2020>, &typeid(CFrameGSense2020)},
-    {FrameClass::GSense4040, make<CFrameGSense4040>, &typeid(CFrameGSense4040)},
-    {FrameClass::GSense6060, make<CFrameGSense6060>, &typeid(CFrameGSense6060)},
-    {FrameClass::Argent23084, make<CFrameArgent23084>, &typeid(CFrameArgent23084)},
-    {FrameClass::IMX183, make<CFrameIMX183>, &typeid(CFrameIMX183)},
-    {FrameClass::LSGEN, make<CFrameLSGEN>, &typeid(CFrameLSGEN)},
-    {FrameClass::Generic, make<CFrameGeneric>, &typeid(CFrameGeneric)},
+    {FrameClass::GSense400, make<CFrameGSense400>, &typeid(CFrameGSense400), orvacam::planGSense400},
+    {FrameClass::GSense2020, make<CFrameGSense2020>, &typeid(CFrameGSense2020), orvacam::planGSense2020},
+    {FrameClass::GSense4040, make<CFrameGSense4040>, &typeid(CFrameGSense4040), orvacam::planGSense4040},
+    {FrameClass::GSense6060, make<CFrameGSense6060>, &typeid(CFrameGSense6060), orvacam::planGSense6060},
+    {FrameClass::Argent23084, make<CFrameArgent23084>, &typeid(CFrameArgent23084), orvacam::planArgent23084},
+    {FrameClass::IMX183, make<CFrameIMX183>, &typeid(CFrameIMX183), orvacam::planPlain},
+    {FrameClass::LSGEN, make<CFrameLSGEN>, &typeid(CFrameLSGEN), orvacam::planPlain},
+    {FrameClass::Generic, make<CFrameGeneric>, &typeid(CFrameGeneric), orvacam::planPlain},
 };
 static_assert(orvacam::hasARowForEach(orvacam::frameClassCount, makers, &Maker::frame));
+
+const Maker& makerOf(unsigned int device) {
+  return makers[static_cast<unsigned int>(orvacam::sensorOf(device).frame)];
+}
 
 }  // namespace
 
 IFrame* CFrameFactory::Create(unsigned int uiDeviceType) {
-  return makers[static_cast<unsigned int>(orvacam::sensorOf(uiDeviceType).frame)].make();
+  return makerOf(uiDeviceType).make();
 }
 
 IFrame* CFrameFactory::Create(const CFrameMetaData& metaData) {
@@ -60,6 +66,10 @@ IFrame* CFrameFactory::Create(const CFrameMetaData& metaData) {
   // Takes the metadata; fails for want of a stream, which does not matter here.
   if (frame != nullptr) frame->Initialize(metaData, static_cast<std::FILE*>(nullptr), nullptr);
   return frame;
+}
+
+orvacam::PlanMaker orvacam::planMakerOf(unsigned int device) {
+  return makerOf(device).plan;
 }
 
 bool orvacam::isOwnClass(const IFrame& frame) {

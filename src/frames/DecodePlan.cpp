@@ -4,9 +4,6 @@
 
 #include <limits>
 
-#include "sensors/Sensors.h"
-#include "support/KeyedTable.h"
-
 namespace orvacam {
 
 namespace {
@@ -105,33 +102,6 @@ DecodePlan undecoded(const FrameFacts& facts, Refusal refusal) {
   plan.planes = NoPlane;
   plan.refusal = refusal;
   return plan;
-}
-
-// ---- Which sensor
-
-namespace {
-
-struct Planner {
-  FrameClass frame;
-  PlanMaker maker;
-};
-
-constexpr Planner planners[] = {
-    {FrameClass::GSense400, planGSense400},
-    {FrameClass::GSense2020, planGSense2020},
-    {FrameClass::GSense4040, planGSense4040},
-    {FrameClass::GSense6060, planGSense6060},
-    {FrameClass::Argent23084, planArgent23084},
-    {FrameClass::IMX183, planPlain},
-    {FrameClass::LSGEN, planPlain},
-    {FrameClass::Generic, planPlain},
-};
-static_assert(hasARowForEach(frameClassCount, planners, &Planner::frame));
-
-}  // namespace
-
-PlanMaker planMakerOf(unsigned int device) {
-  return planners[static_cast<unsigned int>(sensorOf(device).frame)].maker;
 }
 
 // ---- Against the bytes that there are

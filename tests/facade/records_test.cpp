@@ -103,6 +103,19 @@ TEST(Records, OfOneMetadataValue) {
   expectFields<Fields<double, int, char[64]>>(record.value, record.length, record.text);
 }
 
+TEST(Objects, AreAsLargeAsTheirHeadersSay) {
+  const auto expectKiB = [](std::size_t size, double stated) {
+    EXPECT_NEAR(static_cast<double>(size) / 1024, stated, 0.1 * stated);
+  };
+  expectKiB(sizeof(CAlgo), 0.7 * 1024);
+  expectKiB(sizeof(IFrame), 0.8 * 1024);
+  expectKiB(sizeof(CHWMergeReferenceFrames), 0.3 * 1024);
+  expectKiB(sizeof(CMergeAlgoLegacy), 0.3 * 1024);
+  expectKiB(sizeof(CFrameStatistics), 257);
+  expectKiB(sizeof(CFrameMetaData), 45);
+  expectKiB(sizeof(CStacker), 45);
+}
+
 TEST(Enumerations, Take32Bits) {
   static_assert(sizeof(ORVA_META_KEYS) == 4 && sizeof(ORVADEVICETYPE) == 4 && sizeof(ORVAGAINTABLE) == 4 &&
                 sizeof(ORVA_IMAGE_FORMAT) == 4 && sizeof(CLOGLEVEL) == 4);
