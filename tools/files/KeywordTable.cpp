@@ -233,7 +233,7 @@ const std::vector<Keyword>& keywords() {
       {"DATE-OBS", "",      "CaptureTime",          1, Frame, dateObs,           "start of the exposure"},
       {"DATE-END", "",      "",                     1, Frame, dateEnd,           "end of the last exposure"},
       {"TIMESYS",  "",      "",                     1, Frame, timeSystem,        "time scale"},
-      {"TIMESRC",  "",      "CaptureTime",          2, Frame, timeSource,        "clock behind DATE-OBS: GPS or CAMERA"},
+      {"TIMESRC",  "",      "",          2, Frame, timeSource,        "clock behind DATE-OBS: GPS or CAMERA"},
       {"DATE",     "",      "",                     1, Frame, date,              "file written, UTC"},
       {"GAIN",     "",      "LDRGain, HDRGain",     1, Plane, gain,              "gain setting of the plane"},
       {"OFFSET",   "",      "BlackLevelAdjust, BlackLevelAdjustHigh", 1, Plane, offset, "black level setting of the plane"},

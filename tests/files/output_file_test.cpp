@@ -1,0 +1,80 @@
+// Files that are there whole, or not at all.
+
+#include "files/OutputFile.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "TestFolder.h"
+
+namespace {
+
+using namespace orvacam::files;
+namespace fs = std::filesystem;
+
+struct OutputFiles : ::testing::Test {
+  std::size_t count() const {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()));
+  }
+  TestFolder folder;
+};
+
+TEST_F(OutputFiles, AppearWhenTheyAreWhole) {
+  {
+    OutputFile file(folder.file("a"), Existing::refuse);
+    file.write("abc", 3);
+    file.write("de", 2);
+    EXPECT_FALSE(folder.has("a"));
+    file.commit();
+    EXPECT_EQ(folder.read("a"), (std::vector<unsigned char>{'a', 'b', 'c', 'd', 'e'}));
+  }
+  EXPECT_EQ(count(), 1u);
+  {
+    OutputFile dropped(folder.file("b"), Existing::refuse);
+    dropped.write("abc", 3);
+  }
+  EXPECT_EQ(count(), 1u);
+}
+
+TEST_F(OutputFiles, ReplaceOnlyWhenAsked) {
+  folder.write("a", {'o'});
+  EXPECT_THROW(OutputFile(folder.file("a"), Existing::refuse), WriteError);
+  OutputFile file(folder.file("b"), Existing::refuse);
+  folder.write("b", {'o'});  // somebody was faster
+  EXPECT_THROW(file.commit(), WriteError);
+  EXPECT_EQ(folder.read("b"), (std::vector<unsigned char>{'o'}));
+  OutputFile other(folder.file("a"), Existing::replace);
+  other.write("n", 1);
+  other.commit();
+  EXPECT_EQ(folder.read("a"), (std::vector<unsigned char>{'n'}));
+}
+
+TEST_F(OutputFiles, AreNoFoldersAndNoDevices) {
+  fs::create_directory(folder.path() / "d");
+  ASSERT_EQ(mkfifo(folder.file("f").c_str(), 0600), 0);
+  for (const char* name : {"d", "f", "none/a"})
+    EXPECT_THROW(OutputFile(folder.file(name), Existing::replace), WriteError) << name;
+  fs::create_symlink("loop", folder.path() / "loop");
+  EXPECT_THROW(OutputFile(folder.file("loop"), Existing::replace), WriteError);
+}
+
+TEST_F(OutputFiles, AreRemovedByAHandler) {
+  OutputFile file(folder.file("a"), Existing::refuse);
+  const WorkFolder work(folder.path().string(), {"one"});
+  std::ofstream(work.path() + "/one") << "x";
+  EXPECT_EQ(count(), 2u);
+  OutputFile::removeUnfinished();
+  EXPECT_EQ(count(), 0u);
+}
+
+TEST_F(OutputFiles, OfWorkFoldersGoWithThem) {
+  {
+    const WorkFolder work(folder.path().string(), {"one"});
+    std::ofstream(work.path() + "/other") << "x";
+  }
+  EXPECT_EQ(count(), 0u);
+  EXPECT_THROW(WorkFolder(folder.file("none"), {}), WriteError);
+}
+
+}  // namespace
