@@ -148,7 +148,7 @@ std::size_t expectedSize(const std::vector<FitsImage>& images, const FitsLayout&
   return size;
 }
 
-/// CFITSIO takes what it finds in memory ahead of its writing for content: new memory is zero.
+/// CFITSIO reads ahead of what it has written, and takes what it finds for content: new memory is zero.
 void* grown(void* memory, std::size_t size) {
   void* const larger = std::calloc(1, size);
   if (larger == nullptr) return nullptr;
@@ -169,13 +169,14 @@ struct Close {
 }  // namespace
 
 FitsFile::FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layout) {
-  // The memory is had beforehand, so that growing, which copies, is rare.
-  std::size_t room = expectedSize(images, layout);
+  // CFITSIO takes the memory that it is given at first for content: one block. It asks for all the rest at
+  // once.
+  std::size_t room = blockSize;
   void* memory = std::calloc(1, room);
   if (memory == nullptr) throw std::bad_alloc();
   int status = 0;
   fitsfile* opened = nullptr;
-  fits_create_memfile(&opened, &memory, &room, 64 * blockSize, grown, &status);
+  fits_create_memfile(&opened, &memory, &room, expectedSize(images, layout), grown, &status);
   if (status != 0) std::free(memory);
   require(status);
   std::vector<Unit> units;

@@ -46,9 +46,9 @@ int attempt(const std::string& subject, const std::function<void()>& task);
 /// Makes sure that what was printed has arrived. Throws Failure.
 void flushOutput();
 
-/// From INT, TERM and HUP on: removes what is half written and ends. A full file system answers instead of
-/// killing.
-void watchSignals();
+/// What a process does once. From INT, TERM and HUP on it removes what is half written and ends; a full file
+/// system answers instead of killing.
+void prepareProcess();
 
 /// The name that is two edits or fewer away from a word, whatever the case; "" when there is none.
 std::string nearest(const std::string& word, const std::vector<std::string>& names);

@@ -4,6 +4,6 @@
 #include "Program.h"
 
 int main(int argc, char** argv) {
-  tool::watchSignals();
+  tool::prepareProcess();
   return tool::runProgram(argc, argv);
 }
