@@ -1,5 +1,6 @@
-// The C interface: two bytes of options, then a frame. What the findings say of it is what decoding does, and
-// its planes are those of the documented classes.
+// The C interface: two bytes of options and four of a region, then a frame. What the findings say of it is
+// what decoding does, its planes and its fixed files are those of the documented classes, and a region that
+// is cut out of it is a frame with the region's pixels.
 
 #include <orvacam.h>
 #include <orvacam_c.h>
@@ -7,6 +8,7 @@
 #include <memory>
 
 #include "fuzz_support.h"
+#include "output_folder.h"
 
 namespace {
 
@@ -189,11 +191,79 @@ void decode(const orva_frame* frame, const Bytes& bytes, int expected, unsigned 
   orva_decoder_free(decoder);
 }
 
+/// The low-gain plane, or the image; null where the frame does not decode. The caller's.
+orva_image* planeOf(const orva_frame* frame) {
+  orva_decoder* decoder = nullptr;
+  FUZZ_REQUIRE(orva_decoder_create(&decoder) == 0);
+  orva_request request{};
+  request.size = sizeof request;
+  request.planes = ORVA_PLANE_LOW | ORVA_PLANE_IMAGE;
+  orva_decoded decoded{};
+  decoded.size = sizeof decoded;
+  orva_decoder_decode(decoder, frame, &request, &decoded);
+  orva_decoder_free(decoder);
+  return decoded.image != nullptr ? decoded.image : decoded.low;
+}
+
+/// A region that is cut out is a raw frame again, whose plane is the region of the whole one's.
+void cut(const orva_frame* frame, Input& region) {
+  const unsigned int x = region.hostile(), y = region.hostile();
+  const unsigned int width = region.hostile(), height = region.hostile();
+  orva_frame* part = nullptr;
+  const orva_status status = orva_frame_cut(frame, x, y, width, height, &part);
+  requireReasoned(status);
+  FUZZ_REQUIRE((status == 0) == (part != nullptr));
+  if (part == nullptr) return;
+  FUZZ_REQUIRE(firstError(part) == 0);
+  orva_geometry geometry{};
+  geometry.size = sizeof geometry;
+  FUZZ_REQUIRE(orva_header_get_geometry(orva_frame_header(frame), &geometry) == 0);
+  orva_image *const whole = planeOf(frame), *const small = planeOf(part);
+  const orva_image_info a = infoOf(whole), b = infoOf(small);
+  FUZZ_REQUIRE(b.width == width && b.height == height);
+  for (std::size_t row = 0; row < height; ++row)
+    FUZZ_REQUIRE(std::memcmp(static_cast<const unsigned short*>(b.pixels) + row * width,
+                             static_cast<const unsigned short*>(a.pixels) + (geometry.y + y + row) * a.width +
+                                 geometry.x + x,
+                             2 * std::size_t{width}) == 0);
+  orva_image_free(whole);
+  orva_image_free(small);
+  orva_frame_free(part);
+}
+
+/// The same fixed files as CAlgo::ConvertFile makes, all or none.
+void convert(const Bytes& bytes, int format) {
+  const fuzz::MemoryFile source(bytes);
+  const fuzz::OutputFolder own("face"), classes("classes");
+  const std::wstring wide = source.path();
+  const std::string name(wide.begin(), wide.end());
+  const orva_status status = orva_convert_file(name.c_str(), format, nullptr, nullptr, own.file().c_str());
+  requireReasoned(status);
+  const auto files = own.content();
+  FUZZ_REQUIRE(files.empty() == (status != 0));
+  if (status != 0) return;
+  const conv_info_t info{static_cast<unsigned int>(format), nullptr, nullptr};
+  const auto algo = std::make_unique<CAlgo>();
+  FUZZ_REQUIRE(algo->ConvertFile(wide.c_str(), &info, classes.file().wstring().c_str()) >= 0);
+  const auto others = classes.content();
+  FUZZ_REQUIRE(files.size() == others.size());
+  for (const auto& [file, content] : files) {
+    const auto other = others.find(file);
+    FUZZ_REQUIRE(other != others.end() && content.size() == other->second.size());
+    // A FITS header holds the time of day.
+    const std::size_t from = format == ORVA_FILE_FITS ? std::min<std::size_t>(5760, content.size()) : 0;
+    FUZZ_REQUIRE(std::equal(content.begin() + static_cast<std::ptrdiff_t>(from), content.end(),
+                            other->second.begin() + static_cast<std::ptrdiff_t>(from)));
+  }
+}
+
 }  // namespace
 
 FUZZ_TARGET(data, size) {
   Input input(data, size);
   const unsigned int options = input.word();
+  Input region = input;
+  input.bytes(4);
   const Bytes bytes = input.rest();
   const std::uint64_t claimed = fuzz::claimedPlane(bytes, true);
   if (claimed > 128 << 10 && claimed <= 8 << 20) return 0;  // takes its time and is nothing new
@@ -211,6 +281,8 @@ FUZZ_TARGET(data, size) {
   const int expected = firstError(frame);
   FUZZ_REQUIRE((orva_frame_planes(frame) == 0) == (expected != 0));
   decode(frame, bytes, expected, options & 3);
+  cut(frame, region);
   orva_frame_free(frame);
+  if ((options & 8) != 0) convert(bytes, 1 + static_cast<int>(options >> 4 & 1));
   return 0;
 }

@@ -4,12 +4,11 @@
 #include <orvacam.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 
 #include "caller_buffers.h"
 #include "fuzz_support.h"
+#include "output_folder.h"
 
 namespace {
 
@@ -58,35 +57,11 @@ void compareWithMemory(const std::wstring& name, const Bytes& original) {
   requireSame(file.images.pMergedImage, memory.images.pMergedImage, memory.images.ulMergedImageSize);
 }
 
-/// The folder of the converted files, empty at the start of each run and gone at its end.
-class Folder {
- public:
-  Folder() : m_path(fs::temp_directory_path() / ("orvacam_fuzz_" + std::to_string(::getpid()))) {
-    fs::create_directories(m_path);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  ~Folder() {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
-  }
-  std::wstring file() const { return (m_path / "frame.raw").wstring(); }
-  const fs::path& path() const { return m_path; }
-
- private:
-  fs::path m_path;
-};
-
-Bytes contentOf(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 /// An image file against the plane that it was made of: all of a TIFF file's pixels, and of a FITS file's,
 /// whose bytes are swapped, those that its header does not displace.
 void requirePixels(const fs::path& path, unsigned int format, const unsigned short* plane,
                    unsigned long bytes) {
-  const Bytes file = contentOf(path);
+  const Bytes file = fuzz::contentOf(path);
   const std::size_t header = format == ORVA_IMAGE_FORMAT_TIFF ? 656 + 384 : 5760;
   FUZZ_REQUIRE(file.size() == (format == ORVA_IMAGE_FORMAT_TIFF ? header + bytes : bytes));
   for (std::size_t at = header; at + 1 < file.size(); at += 2) {
@@ -98,9 +73,9 @@ void requirePixels(const fs::path& path, unsigned int format, const unsigned sho
 
 /// Converts, and reads the files back: those of the planes that the same file merges into, and no others.
 void convert(const std::wstring& source, const conv_info_t& info, const Result& planes, bool hdr) {
-  const Folder folder;
+  const fuzz::OutputFolder folder;
   const auto algo = std::make_unique<CAlgo>();
-  const int status = algo->ConvertFile(source.c_str(), &info, folder.file().c_str());
+  const int status = algo->ConvertFile(source.c_str(), &info, folder.file().wstring().c_str());
   FUZZ_REQUIRE(status >= -1);
   const auto files = std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator());
   if (info.uiFormat != ORVA_IMAGE_FORMAT_TIFF && info.uiFormat != ORVA_IMAGE_FORMAT_FITS) {

@@ -108,7 +108,7 @@ void fitsFrameSeeds(const fs::path& folder, const sim::Camera& camera, const cha
   for (unsigned int format = 0; format < 3; ++format) {
     const std::string numbered = name + "-" + std::to_string(format);
     write(folder / familyOf(camera) / numbered, joined(frameOptions(format), frame));
-    write(folder / "face" / numbered, joined({0, 3}, frame));
+    write(folder / "face" / numbered, joined({0, 3 | 8, 2, 1, 8, 2}, frame));
     write(folder / "frame_files" / numbered, joined(fileOptions(format, frame), frame));
   }
   for (unsigned char command = 0; command < 5; ++command) {
@@ -140,7 +140,8 @@ void frameSeeds(const fs::path& folder) {
         const Bytes frame = sim::encodeFrame(f, version, sim::exposeSky(camera, f, sim::Sky()));
         const std::string name = std::string(camera.name) + "-" + mode + "-" + std::to_string(version);
         write(folder / familyOf(camera) / name, joined(frameOptions(version % 3), frame));
-        write(folder / "face" / name, joined({0, static_cast<unsigned char>(version)}, frame));
+        write(folder / "face" / name,
+              joined({0, static_cast<unsigned char>(version | 8 | version % 2 << 4), 2, 1, 8, 2}, frame));
         write(folder / "header" / name, sim::writeHeader(f, version));
         for (unsigned char command = 0; command < 4; ++command) {
           Bytes called{command};

@@ -9,12 +9,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "face/Corrections.h"
 #include "face/Frames.h"
+#include "metadata/FrameGeometry.h"
 #include "metadata/HeaderFields.h"
 #include "support/QuietLog.h"
 
@@ -165,13 +167,24 @@ void requireCuttable(const FrameLook& look, const orva_geometry& region) {
 
 constexpr unsigned int writtenHeader = orvacam::header::writtenSize;
 
+/// The sensor's columns, or rows, behind a region's pixels. The last pixel may stand for fewer of them than
+/// the others: more than the image has would not fit the header.
+unsigned int unbinnedSize(unsigned int first, unsigned int count, unsigned int binning,
+                          const orvacam::FrameGeometry::Axis& axis) {
+  const std::uint64_t factor = std::max(1U, binning);
+  return static_cast<unsigned int>(std::min(count * factor, axis.image - first * factor));
+}
+
 /// The header of the region as a frame of its own, without reference pixels and rows. Its rows count from 0:
 /// a start row would be looked up in correction frames of the region's size.
 void writeRegionHeader(const HeaderValues& of, const orva_geometry& region, unsigned char* target) {
   constexpr std::size_t chipTemperatureAt = orvacam::header::offsetOf(ORVA_META_KEY_SENSOR_CHIP_TEMP);
+  const orvacam::FrameGeometry whole(of);
   CFrameMetaData header(of);
-  header.SetDimensions(region.image_width * std::max(1U, of.number(ORVA_META_KEY_HORIZONTAL_BINNING)),
-                       region.image_height * std::max(1U, of.number(ORVA_META_KEY_VERTICAL_BINNING)));
+  header.SetDimensions(
+      unbinnedSize(region.x, region.image_width, of.number(ORVA_META_KEY_HORIZONTAL_BINNING),
+                   whole.columns()),
+      unbinnedSize(region.y, region.image_height, of.number(ORVA_META_KEY_VERTICAL_BINNING), whole.rows()));
   for (const ORVA_META_KEYS key :
        {ORVA_META_KEY_PRE_REFERENCE_ROWS, ORVA_META_KEY_POST_REFERENCE_ROWS, ORVA_META_KEY_PRE_ROW_REF_PIXELS,
         ORVA_META_KEY_POST_ROW_REF_PIXELS, ORVA_META_KEY_OTHER_TYPE_LENGTH, ORVA_META_KEY_OTHER_TYPE_OFFSET})
