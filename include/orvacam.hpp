@@ -39,7 +39,7 @@
 
 namespace orvacam {
 
-// ---- Reasons ---------------------------------------------------------------------------------------------
+// ---- Reasons
 
 /// Why something failed. Kinds are numbered for ever and only added.
 enum class Reason {
@@ -167,7 +167,7 @@ struct PixelType<float> : std::integral_constant<int, ORVA_PIXEL_F32> {};
 
 }  // namespace detail
 
-// ---- The library -----------------------------------------------------------------------------------------
+// ---- The library
 
 /// "2.1.4"
 inline std::string version() {
@@ -228,7 +228,7 @@ inline std::vector<Gain> gains(std::string_view sensor, bool back_side_illuminat
   return all;
 }
 
-// ---- Headers ---------------------------------------------------------------------------------------------
+// ---- Headers
 
 struct Size {
   std::uint32_t width, height;
@@ -364,7 +364,7 @@ class Header {
   detail::HeaderHandle m_handle;
 };
 
-// ---- Images ----------------------------------------------------------------------------------------------
+// ---- Images
 
 /// Pixels that do not change, row by row without padding: std::uint16_t, std::uint64_t or float.
 template <class Pixel>
@@ -491,7 +491,7 @@ class Plane : public Image<std::uint16_t> {
   std::shared_ptr<const std::optional<Statistics>> m_statistics;
 };
 
-// ---- Frames ----------------------------------------------------------------------------------------------
+// ---- Frames
 
 /// Something that a look at a frame brought up. Of an error, the frame's planes cannot be decoded.
 struct Finding {
@@ -590,7 +590,7 @@ class Frame {
   Header m_header;
 };
 
-// ---- Decoding --------------------------------------------------------------------------------------------
+// ---- Decoding
 
 /// What is wanted of a frame. Planes that the frame does not have are passed over.
 struct Planes {
@@ -707,7 +707,7 @@ inline void convert_file(const std::filesystem::path& source, FileFormat format,
                                   destination.c_str()));
 }
 
-// ---- Stacks ----------------------------------------------------------------------------------------------
+// ---- Stacks
 
 /// Many frames into one: of the merged plane of HDR frames, else the image (or low) plane.
 class Stack {

@@ -55,7 +55,7 @@
 extern "C" {
 #endif
 
-/* ---- Reasons ------------------------------------------------------------------------------------------- */
+/* ---- Reasons */
 
 /** 0: good; else minus an orva_reason. */
 typedef int orva_status;
@@ -90,7 +90,7 @@ ORVA_API const orva_error* orva_last_error(void);
 /** "not_a_frame" and so on; "" for a number that is no kind. */
 ORVA_API const char* orva_reason_name(int kind);
 
-/* ---- The library --------------------------------------------------------------------------------------- */
+/* ---- The library */
 
 /** "2.1.4" */
 ORVA_API const char* orva_version(void);
@@ -116,7 +116,7 @@ typedef struct orva_key {
 ORVA_API size_t orva_key_count(void);
 ORVA_API const orva_key* orva_key_at(size_t index);
 
-/* ---- Findings ------------------------------------------------------------------------------------------ */
+/* ---- Findings */
 
 enum orva_severity { ORVA_NOTE = 0, ORVA_WARNING = 1, ORVA_ERROR = 2 };
 
@@ -135,7 +135,7 @@ typedef struct orva_finding {
 ORVA_API size_t orva_finding_kind_count(void);
 ORVA_API const orva_finding* orva_finding_kind_at(size_t index);
 
-/* ---- Headers ------------------------------------------------------------------------------------------- */
+/* ---- Headers */
 
 /** What a frame says of itself. Immutable. */
 typedef struct orva_header orva_header;
@@ -199,7 +199,7 @@ ORVA_API orva_status orva_header_to_json(const orva_header* header, char* text, 
 /** The header's bytes as received, of a processed header as the library writes them. Borrowed. */
 ORVA_API orva_status orva_header_get_bytes(const orva_header* header, const void** bytes, size_t* length);
 
-/* ---- Images -------------------------------------------------------------------------------------------- */
+/* ---- Images */
 
 enum orva_pixel_type { ORVA_PIXEL_U16 = 0, ORVA_PIXEL_U64 = 1, ORVA_PIXEL_F32 = 2 };
 
@@ -243,7 +243,7 @@ typedef struct orva_statistics {
 /** bad_argument: none were asked for. */
 ORVA_API orva_status orva_image_get_statistics(const orva_image* image, orva_statistics* statistics);
 
-/* ---- Frames -------------------------------------------------------------------------------------------- */
+/* ---- Frames */
 
 /** A raw frame: its header and its bytes. Immutable. */
 typedef struct orva_frame orva_frame;
@@ -274,7 +274,7 @@ ORVA_API orva_status orva_frame_finding_count(const orva_frame* frame, size_t* c
 /** Texts are borrowed from the frame. bad_argument: index from the count on. */
 ORVA_API orva_status orva_frame_get_finding(const orva_frame* frame, size_t index, orva_finding* finding);
 
-/* ---- Decoding ------------------------------------------------------------------------------------------ */
+/* ---- Decoding */
 
 /** Settings, and machinery and memory that frames share. */
 typedef struct orva_decoder orva_decoder;
@@ -358,7 +358,7 @@ ORVA_API orva_status orva_decoder_decode(orva_decoder* decoder, const orva_frame
 /** Frees the four images and nulls them; null is allowed. */
 ORVA_API void orva_decoded_free(orva_decoded* decoded);
 
-/* ---- Machinery with a face ---------------------------------------------------------------------------- */
+/* ---- Machinery with a face */
 
 /** One gain setting of a sensor. */
 typedef struct orva_gain {
@@ -398,7 +398,7 @@ ORVA_API orva_status orva_convert_file(const char* source, int format, const cha
 ORVA_API orva_status orva_frame_cut(const orva_frame* frame, uint32_t x, uint32_t y, uint32_t width,
                                     uint32_t height, orva_frame** out);
 
-/* ---- Stacks -------------------------------------------------------------------------------------------- */
+/* ---- Stacks */
 
 /** Many frames into one. */
 typedef struct orva_stack orva_stack;
