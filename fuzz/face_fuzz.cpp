@@ -161,6 +161,56 @@ void stackTwice(const orva_frame* frame, const orva_image* plane) {
   orva_stack_free(stack);
 }
 
+orva_decoded decodedBy(orva_decoder* decoder, const orva_frame* frame, orva_status* status) {
+  orva_decoded decoded{};
+  decoded.size = sizeof decoded;
+  *status = orva_decoder_decode(decoder, frame, nullptr, &decoded);
+  requireReasoned(*status);
+  return decoded;
+}
+
+/// A plane less itself is 0.
+void subtractFromItself(orva_decoder* decoder, const orva_frame* frame, const orva_decoded& planes) {
+  const orva_image* const first = planes.image != nullptr ? planes.image : planes.low;
+  FUZZ_REQUIRE(orva_decoder_set_bias(decoder, first, planes.high) == 0);
+  orva_status status = 0;
+  orva_decoded dark = decodedBy(decoder, frame, &status);
+  FUZZ_REQUIRE(status == 0);
+  const orva_image_info info = infoOf(dark.image != nullptr ? dark.image : dark.low);
+  const auto* const pixels = static_cast<const std::uint16_t*>(info.pixels);
+  for (std::uint64_t i = 0; i < std::uint64_t{info.width} * info.height; ++i)
+    FUZZ_REQUIRE(pixels[i] == 0);
+  orva_decoded_free(&dark);
+  FUZZ_REQUIRE(orva_decoder_set_bias(decoder, nullptr, nullptr) == 0);
+}
+
+/// Any bytes as a calibration block; where they are one, frames decode with it.
+void calibrate(orva_decoder* decoder, const orva_frame* frame, const Bytes& bytes) {
+  const orva_status set = orva_decoder_set_calibration(decoder, bytes.data(), bytes.size());
+  requireReasoned(set);
+  orva_merge_info info{};
+  info.size = sizeof info;
+  FUZZ_REQUIRE(orva_decoder_get_merge_info(decoder, orva_frame_header(frame), &info) == 0);
+  FUZZ_REQUIRE(info.gain_ratio >= 0 && info.gain_ratio < 64);
+  orva_status status = 0;
+  orva_decoded decoded = decodedBy(decoder, frame, &status);
+  FUZZ_REQUIRE(status == 0);
+  orva_decoded_free(&decoded);
+}
+
+/// A region, where the sensor's frames can be cut, is a frame that decodes.
+void cutCorner(orva_decoder* decoder, const orva_frame* frame) {
+  orva_frame* corner = nullptr;
+  const orva_status status = orva_frame_cut(frame, 0, 0, 2, 1, &corner);
+  requireReasoned(status);
+  if (status != 0) return;
+  orva_status decodable = 0;
+  orva_decoded decoded = decodedBy(decoder, corner, &decodable);
+  FUZZ_REQUIRE(decodable == 0);
+  orva_decoded_free(&decoded);
+  orva_frame_free(corner);
+}
+
 void decode(const orva_frame* frame, const Bytes& bytes, int expected, unsigned int flags) {
   orva_decoder* decoder = nullptr;
   FUZZ_REQUIRE(orva_decoder_create(&decoder) == 0);
@@ -186,6 +236,9 @@ void decode(const orva_frame* frame, const Bytes& bytes, int expected, unsigned 
     const orva_image_info info = infoOf(first);
     decodeIntoTarget(decoder, frame, std::uint64_t{info.width} * info.height);
     stackTwice(frame, stacked);
+    subtractFromItself(decoder, frame, decoded);
+    calibrate(decoder, frame, bytes);
+    cutCorner(decoder, frame);
   }
   orva_decoded_free(&decoded);
   orva_decoder_free(decoder);

@@ -114,6 +114,34 @@ TEST(FaceFrame, OfMoreThanTheStartIsReadWhole) {
   EXPECT_EQ(frame.bytes(), std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
+namespace {
+
+/// Bytes that this process has read so far, as the system counts them; what asking takes is not among them.
+std::uint64_t bytesRead() {
+  std::ifstream file("/proc/self/io");
+  std::string name;
+  std::uint64_t bytes = 0;
+  file >> name >> bytes;
+  return bytes;
+}
+
+}  // namespace
+
+TEST(FaceFrame, IsReadOnceAndAHeaderNeedsNoMoreThanTheStart) {
+  const TestFolder folder;
+  const Bytes bytes = simulate(fieldsOf(modeNamed("GSense4040Hdr"), 512, 512)).bytes;
+  const auto path = folder.write("a.raw", bytes);
+  const std::uint64_t start = bytesRead();
+  if (start == 0) return;  // the system does not say
+  const std::uint64_t asking = bytesRead() - start;
+  const std::uint64_t beforeHeader = bytesRead();
+  orvacam::Header::read(path);
+  EXPECT_LE(bytesRead() - beforeHeader, 65536 + asking + 16);
+  const std::uint64_t beforeFrame = bytesRead();
+  Frame::read(path);
+  EXPECT_LE(bytesRead() - beforeFrame, bytes.size() + asking + 16);
+}
+
 TEST(FaceFrame, AnyFileNameWorksAndComesBack) {
   const TestFolder folder;
   const Bytes bytes = simulate(fieldsOf("Generic")).bytes;
