@@ -90,8 +90,9 @@ TEST(FaceFiles, TakeReferencesThatCoverTheFrame) {
   Bytes reference = sim::writeHeader(fields, 3);
   reference.resize(384 + 4 * 24 * 8);
   const auto small = folder.write("small.ref", reference);
-  EXPECT_EQ(reasonOf([&] { orvacam::convert_file(frame, FileFormat::tiff, folder.path() / "b.tiff", small); }),
-            Reason::mismatch);
+  EXPECT_EQ(
+      reasonOf([&] { orvacam::convert_file(frame, FileFormat::tiff, folder.path() / "b.tiff", small); }),
+      Reason::mismatch);
   fields.height = 10;
   reference = sim::writeHeader(fields, 3);
   reference.resize(384 + 4 * 24 * 10, 1);

@@ -141,9 +141,10 @@ void release(void* memory) {
 }  // namespace
 
 const char* nameOf(Call call) {
-  static constexpr const char* names[] = {
-      "none",  "malloc", "calloc", "realloc", "new",   "fopen", "fclose", "fread", "fwrite", "fseek",
-      "ftell", "fflush", "open",   "read",  "write",   "close", "fcntl", "stat",   "mkdir", "rename", "getcwd", "statvfs"};
+  static constexpr const char* names[] = {"none",   "malloc", "calloc", "realloc", "new",   "fopen",
+                                          "fclose", "fread",  "fwrite", "fseek",   "ftell", "fflush",
+                                          "open",   "read",   "write",  "close",   "fcntl", "stat",
+                                          "mkdir",  "rename", "getcwd", "statvfs"};
   static_assert(sizeof names / sizeof names[0] == static_cast<unsigned int>(Call::Count));
   return names[static_cast<unsigned int>(call)];
 }

@@ -29,8 +29,8 @@ enum class Call : unsigned int {
   Read,
   Write,
   Close,
-  Control,  // fcntl
-  Status,   // stat, fstat
+  Control,        // fcntl
+  Status,         // stat, fstat
   MakeDirectory,  // mkdtemp, too
   Rename,
   CurrentDirectory,
