@@ -110,10 +110,11 @@ class JointHistogram {
   Windows m_windows{};
   Ranges m_ranges;
   kernels::PairNotes m_notes{};
-  std::uint16_t m_lowPixels[mostPixels];
-  std::uint16_t m_highPixels[mostPixels];
-  std::uint16_t m_mergedPixels[mostPixels];
-  std::uint16_t m_places[mostPixels];
+  // From cache lines on, as kernels write them register by register.
+  alignas(64) std::uint16_t m_lowPixels[mostPixels];
+  alignas(64) std::uint16_t m_highPixels[mostPixels];
+  alignas(64) std::uint16_t m_mergedPixels[mostPixels];
+  alignas(64) std::uint16_t m_places[mostPixels];
 };
 
 }  // namespace orvacam
