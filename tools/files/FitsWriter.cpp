@@ -56,25 +56,27 @@ void writeCards(fitsfile* file, const std::vector<Card>& cards) {
   writeCard(file, {"DATASUM", openDataSum, "data unit checksum"});
 }
 
-void writeImage(fitsfile* file, const FitsImage& image) {
-  constexpr struct {
-    int image, pixel;
-  } types[] = {{BYTE_IMG, TBYTE}, {USHORT_IMG, TUSHORT}, {FLOAT_IMG, TFLOAT}, {DOUBLE_IMG, TDOUBLE}};
+constexpr struct {
+  int image, pixel;
+} types[] = {{BYTE_IMG, TBYTE}, {USHORT_IMG, TUSHORT}, {FLOAT_IMG, TFLOAT}, {DOUBLE_IMG, TDOUBLE}};
+
+/// An image unit of CFITSIO's: with its pixels in compressed tiles, else of one pixel, its header to be had
+/// from it.
+void writeImage(fitsfile* file, const FitsImage& image, bool tiles) {
   const Raster& raster = image.raster;
-  long size[2] = {static_cast<long>(raster.size.width), static_cast<long>(raster.size.height)};
+  long size[2] = {1, 1};
+  if (tiles) size[0] = static_cast<long>(raster.size.width), size[1] = static_cast<long>(raster.size.height);
   int status = 0;
   fits_create_img(file, types[raster.sample].image, 2, size, &status);
   require(status);
   writeCards(file, image.cards);
-  fits_write_img(file, types[raster.sample].pixel, 1, static_cast<LONGLONG>(raster.pixels()),
-                 const_cast<void*>(raster.data), &status);
+  if (tiles)
+    fits_write_img(file, types[raster.sample].pixel, 1, static_cast<LONGLONG>(raster.pixels()),
+                   const_cast<void*>(raster.data), &status);
   require(status);
 }
 
-/// Where a header-data unit lies in the file.
-struct Unit {
-  std::size_t header, data, end;
-};
+using Unit = FitsUnitPlace;
 
 std::vector<Unit> unitsOf(fitsfile* file) {
   int status = 0, count = 0;
@@ -141,11 +143,47 @@ void writeSums(unsigned char* bytes, const Unit& unit) {
               std::strlen(openCheckSum));
 }
 
+std::size_t paddedSize(std::size_t bytes) {
+  return (bytes + blockSize - 1) / blockSize * blockSize;
+}
+
 std::size_t expectedSize(const std::vector<FitsImage>& images, const FitsLayout& layout) {
   std::size_t size = (layout.primary.size() / 36 + 3) * blockSize;
   for (const FitsImage& image : images)
-    size += (image.cards.size() / 36 + 4) * blockSize + image.raster.bytes();
+    size += (image.cards.size() / 36 + 4) * blockSize + (layout.rice ? image.raster.bytes() : 0);
   return size;
+}
+
+/// The pixels as FITS has them: the high byte first, unsigned ones less 32768.
+void copyPixels(const Raster& raster, unsigned char* to) {
+  const auto each = [&](auto zero, auto change) {
+    using Word = decltype(zero);
+    const auto* const from = static_cast<const Word*>(raster.data);
+    auto* const words = static_cast<Word*>(static_cast<void*>(to));
+    for (std::size_t i = 0; i < raster.pixels(); ++i)
+      words[i] = static_cast<Word>(change(from[i]));
+  };
+  switch (raster.sample) {
+    case Raster::U8:
+      std::memcpy(to, raster.data, raster.bytes());
+      break;
+    case Raster::U16:
+      each(std::uint16_t{}, [](std::uint16_t v) { return (v << 8 | v >> 8) ^ 0x80; });
+      break;
+    case Raster::F32:
+      each(std::uint32_t{}, [](std::uint32_t v) { return __builtin_bswap32(v); });
+      break;
+    case Raster::F64:
+      each(std::uint64_t{}, [](std::uint64_t v) { return __builtin_bswap64(v); });
+      break;
+  }
+}
+
+/// Replaces the value of a card of a whole number.
+void setSize(unsigned char* header, std::size_t length, const char* keyword, std::uint32_t value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%20u", value);
+  std::memcpy(valueOf(header, length, keyword) - 1, text, 20);
 }
 
 /// CFITSIO reads ahead of what it has written, and takes what it finds for content: new memory is zero.
@@ -189,7 +227,7 @@ FitsFile::FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layou
     }
     if (layout.rice) fits_set_compression_type(opened, RICE_1, &status);
     for (const FitsImage& image : images)
-      writeImage(opened, image);
+      writeImage(opened, image, layout.rice);
     units = unitsOf(opened);
     file.release();
     fits_close_file(opened, &status);
@@ -200,9 +238,41 @@ FitsFile::FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layou
   }
   m_bytes.reset(static_cast<unsigned char*>(memory));
   m_size = units.back().end;
+  if (!layout.rice) units = assemble(images, units);
   // An empty primary array that CFITSIO puts ahead of compressed tiles has no sums.
   for (const Unit& unit : units)
     if (!(layout.rice && !layout.extensions && &unit == &units.front())) writeSums(m_bytes.get(), unit);
+}
+
+/// Puts CFITSIO's headers and the pixels together. CFITSIO moves each pixel three times.
+std::vector<FitsUnitPlace> FitsFile::assemble(const std::vector<FitsImage>& images,
+                                              const std::vector<FitsUnitPlace>& headers) {
+  const std::size_t empty = headers.size() - images.size();  // 1 where all images are extensions
+  std::size_t size = 0;
+  std::vector<FitsUnitPlace> units;
+  for (std::size_t i = 0; i < headers.size(); ++i) {
+    const std::size_t data = size + headers[i].data - headers[i].header;
+    const std::size_t end = data + (i < empty ? 0 : paddedSize(images[i - empty].raster.bytes()));
+    units.push_back({size, data, end});
+    size = end;
+  }
+  Bytes whole(static_cast<unsigned char*>(std::malloc(size)));
+  if (!whole) throw std::bad_alloc();
+  for (std::size_t i = 0; i < headers.size(); ++i) {
+    unsigned char* const header = whole.get() + units[i].header;
+    const std::size_t length = units[i].data - units[i].header;
+    std::memcpy(header, m_bytes.get() + headers[i].header, length);
+    if (i < empty) continue;
+    const Raster& raster = images[i - empty].raster;
+    setSize(header, length, "NAXIS1  ", raster.size.width);
+    setSize(header, length, "NAXIS2  ", raster.size.height);
+    copyPixels(raster, whole.get() + units[i].data);
+    std::memset(whole.get() + units[i].data + raster.bytes(), 0,
+                units[i].end - units[i].data - raster.bytes());
+  }
+  m_bytes = std::move(whole);
+  m_size = size;
+  return units;
 }
 
 }  // namespace orvacam::files

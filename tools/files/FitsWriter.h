@@ -24,6 +24,11 @@ struct FitsLayout {
   std::vector<Card> primary;  ///< what an empty primary array says
 };
 
+/// Where a header-data unit lies in a file.
+struct FitsUnitPlace {
+  std::size_t header, data, end;
+};
+
 /// A FITS file in memory.
 class FitsFile {
  public:
@@ -36,7 +41,11 @@ class FitsFile {
   struct Free {
     void operator()(unsigned char* bytes) const { std::free(bytes); }
   };
-  std::unique_ptr<unsigned char, Free> m_bytes;
+  using Bytes = std::unique_ptr<unsigned char, Free>;
+  std::vector<FitsUnitPlace> assemble(const std::vector<FitsImage>& images,
+                                      const std::vector<FitsUnitPlace>& headers);
+
+  Bytes m_bytes;
   std::size_t m_size = 0;
 };
 
