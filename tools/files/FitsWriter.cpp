@@ -229,7 +229,7 @@ FitsFile::FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layou
     for (const FitsImage& image : images)
       writeImage(opened, image, layout.rice);
     units = unitsOf(opened);
-    file.release();
+    static_cast<void>(file.release());
     fits_close_file(opened, &status);
     require(status);
   } catch (...) {
