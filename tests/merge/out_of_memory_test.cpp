@@ -77,7 +77,7 @@ TEST_F(MergeWithoutMemory, MakesNoRamps) {
             expectNoPlanes();
             EXPECT_THAT(corrected(), ElementsAre(10, 10));
           }),
-      8);
+      12);  // four planes: the terms' owner, the terms, what is handed out
   EXPECT_THAT(corrected(), ElementsAre(10, 22));  // (10 + 0) x 1, (10 + 1) x 2
 }
 
@@ -87,7 +87,7 @@ TEST_F(MergeWithoutMemory, KeepsTheOldPlaneWhenItCannotCopyTheNewOne) {
   ASSERT_EQ(merge.SetAdditiveLowFromBuffer(old, 2), 0);
   EXPECT_EQ(failures([&] { return merge.SetAdditiveLowFromBuffer(next, 2); },
                      [&] { EXPECT_THAT(corrected(), ElementsAre(11, 12)); }),
-            1);
+            2);  // the terms' owner and the terms
   EXPECT_THAT(corrected(), ElementsAre(20, 30));
 }
 
