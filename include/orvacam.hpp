@@ -465,13 +465,19 @@ class Plane : public Image<std::uint16_t> {
   friend class Decoder;
   friend class Stack;
   explicit Plane(detail::ImageHandle handle) : Image(std::move(handle)) {
-    const orva_header* header = nullptr;
     if (m_handle.get() == nullptr) return;
-    if (orva_image_get_header(m_handle.get(), &header) == 0)
+    orva_image_info info = detail::record<orva_image_info>();
+    detail::check(orva_image_get_info(m_handle.get(), &info));
+    if (info.has_header != 0) {
+      const orva_header* header = nullptr;
+      detail::check(orva_image_get_header(m_handle.get(), &header));
       m_header.m_handle = detail::HeaderHandle(orva_header_share(header));
-    orva_statistics statistics = detail::record<orva_statistics>();
-    if (orva_image_get_statistics(m_handle.get(), &statistics) == 0)
+    }
+    if (info.has_statistics != 0) {
+      orva_statistics statistics = detail::record<orva_statistics>();
+      detail::check(orva_image_get_statistics(m_handle.get(), &statistics));
       m_statistics = std::make_shared<const std::optional<Statistics>>(from(statistics));
+    }
   }
   static Statistics from(const orva_statistics& s) {
     constexpr std::size_t values = 65536;

@@ -211,6 +211,7 @@ typedef struct orva_image_info {
   int type; /**< an orva_pixel_type */
   uint32_t width, height;
   const void* pixels; /**< width x height of them; null when there are none. Lives as long as the image */
+  int has_header, has_statistics; /**< 0 or 1 */
 } orva_image_info;
 
 /** A copy of width x height pixels, without header and statistics. Null for none is allowed. */

@@ -81,7 +81,10 @@ orva_status orva_image_copy(int type, uint32_t width, uint32_t height, const voi
 orva_status orva_image_get_info(const orva_image* image, orva_image_info* info) {
   return guarded([&] {
     const orva_image& i = required(image, "the image");
-    give(info, orva_image_info{sizeof(orva_image_info), i.type, i.width, i.height, i.pixels}, "the info");
+    give(info,
+         orva_image_info{sizeof(orva_image_info), i.type, i.width, i.height, i.pixels, i.header ? 1 : 0,
+                         i.statistics != nullptr ? 1 : 0},
+         "the info");
   });
 }
 

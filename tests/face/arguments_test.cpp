@@ -284,6 +284,18 @@ TEST_F(FaceArguments, ReasonsAreThoseOfTheThread) {
   EXPECT_EQ(orva_last_error()->kind, ORVA_BAD_ARGUMENT);  // untouched by success
 }
 
+TEST_F(FaceArguments, ImagesSayWhatTheyCarry) {
+  auto info = sized<orva_image_info>();
+  ASSERT_EQ(orva_image_get_info(planes.low, &info), 0);
+  EXPECT_EQ(info.has_header, 1);
+  EXPECT_EQ(info.has_statistics, 0);
+  orva_image* copy = nullptr;
+  ASSERT_EQ(orva_image_copy(ORVA_PIXEL_U16, 1, 1, "ab", &copy), 0);
+  ASSERT_EQ(orva_image_get_info(copy, &info), 0);
+  EXPECT_EQ(info.has_header, 0);
+  orva_image_free(copy);
+}
+
 TEST_F(FaceArguments, AStackTakesItsDecoderAlsoWhenItRefusesIt) {
   orva_decoder* given = nullptr;
   ASSERT_EQ(orva_decoder_create(&given), 0);
