@@ -32,6 +32,29 @@ void putSignMagnitude(ByteWriter& writer, const Field& field, int value) {
   writer.putUint(field.offset, field.width, magnitude | sign);
 }
 
+/// A field that follows from the value of its key, or of two neighbouring ones, alone.
+void putValues(ByteWriter& writer, const Field& field, const CMetaValues* values) {
+  const auto put = [&](unsigned int value) { writer.putUint(field.offset, field.width, value); };
+  switch (field.written()) {
+    case Encoding::Unsigned:
+    case Encoding::Gps:
+      return put(values->GetValueUint());
+    case Encoding::Signed:
+      return put(static_cast<unsigned int>(values->GetValueInt()));
+    case Encoding::SignMagnitude:
+      return putSignMagnitude(writer, field, values->GetValueInt());
+    case Encoding::Text:
+    case Encoding::OptionalText:
+      return putText(writer, field, *values);
+    case Encoding::PixelDepths:
+      return put(((values[0].GetValueUint() - 1) & 15) | (values[1].GetValueUint() << 4));
+    case Encoding::ReferenceRows:
+      return put(values[1].GetValueUint() + (values[0].GetValueUint() << 12));
+    default:
+      return;
+  }
+}
+
 }  // namespace
 
 int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
@@ -48,30 +71,7 @@ int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
 
   for (const Field& field : fields) {
     if ((field.versions & V34) == 0) continue;
-    const CMetaValues* const values = &m_Values[field.key];
     switch (field.written()) {
-      case Encoding::Unsigned:
-      case Encoding::Gps:
-        writer.putUint(field.offset, field.width, values->GetValueUint());
-        break;
-      case Encoding::Signed:
-        writer.putUint(field.offset, field.width, static_cast<unsigned int>(values->GetValueInt()));
-        break;
-      case Encoding::SignMagnitude:
-        putSignMagnitude(writer, field, values->GetValueInt());
-        break;
-      case Encoding::Text:
-      case Encoding::OptionalText:
-        putText(writer, field, *values);
-        break;
-      case Encoding::PixelDepths:
-        writer.putUint(field.offset, field.width,
-                       ((values[0].GetValueUint() - 1) & 15) | (values[1].GetValueUint() << 4));
-        break;
-      case Encoding::ReferenceRows:
-        writer.putUint(field.offset, field.width,
-                       values[1].GetValueUint() + (values[0].GetValueUint() << 12));
-        break;
       case Encoding::FlagByte:
         writer.putUint(field.offset, field.width,
                        DoKeptByte(static_cast<unsigned int>(field.kept)).GetValueUint());
@@ -88,6 +88,7 @@ int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
                         std::min<std::size_t>(std::strlen(ORVACAM_VERSION_STRING), field.width));
         break;
       default:
+        putValues(writer, field, &m_Values[field.key]);
         break;
     }
   }
