@@ -98,6 +98,29 @@ void setPlanes(CHWMergeReferenceFrames& algo, Input& input, unsigned int width, 
   }
 }
 
+/// Any state after a merge: planes of the caller's, another width, a start row, copies.
+void mergeInAnyState(CHWMergeReferenceFrames& algo, Input& input, unsigned int width, unsigned int height,
+                     Pixels& low, Pixels& high) {
+  setPlanes(algo, input, width, height);
+  if (input.flag()) algo.SetFrameWidth(input.hostile());
+  algo.SetStartRowOffset(input.hostile());
+  CHWMergeReferenceFrames other(algo);
+  Pixels merged, again;
+  const int first = mergeOnce(algo, low, high, merged);
+  FUZZ_REQUIRE(mergeOnce(other, low, high, again) == first && again == merged);
+  if (input.flag()) algo.ClearFrames();
+  algo.MergeNoStats(low.data(), high.data(), merged.data(), low.size());
+  algo.MergeWithStats(low.data(), high.data(), merged.data(), low.size());
+  other = algo;
+  other.MergeNoStats(low.data(), high.data(), again.data(), low.size());
+  FUZZ_REQUIRE(again == merged);
+  const unsigned int testWidth = input.upTo(31), testHeight = input.upTo(13);
+  Pixels testLow(testWidth * testHeight), testHigh(testWidth * testHeight);
+  algo.MergeFrames(testLow.data(), testHigh.data(), testWidth, testHeight, input.byte());
+  unsigned short a = 0, b = 0;
+  algo.GetSourcePixels(input.hostile(), a, b);
+}
+
 void hardwareMerge(Input& input) {
   CHWMergeReferenceFrames algo;
   const CFrameMetaData metaData = headerOf(input);
@@ -138,26 +161,7 @@ void hardwareMerge(Input& input) {
   delete[] planes.pAdditiveHigh;
   delete[] planes.pMultiplicativeLow;
   delete[] planes.pMultiplicativeHigh;
-
-  // Any state after that: planes of the caller's, another width, a start row, copies.
-  setPlanes(algo, input, width, height);
-  if (input.flag()) algo.SetFrameWidth(input.hostile());
-  algo.SetStartRowOffset(input.hostile());
-  CHWMergeReferenceFrames other(algo);
-  Pixels again;
-  const int first = mergeOnce(algo, low, high, merged);
-  FUZZ_REQUIRE(mergeOnce(other, low, high, again) == first && again == merged);
-  if (input.flag()) algo.ClearFrames();
-  algo.MergeNoStats(low.data(), high.data(), merged.data(), pixels);
-  algo.MergeWithStats(low.data(), high.data(), merged.data(), pixels);
-  other = algo;
-  other.MergeNoStats(low.data(), high.data(), again.data(), pixels);
-  FUZZ_REQUIRE(again == merged);
-  const unsigned int testWidth = input.upTo(31), testHeight = input.upTo(13);
-  Pixels testLow(testWidth * testHeight), testHigh(testWidth * testHeight);
-  algo.MergeFrames(testLow.data(), testHigh.data(), testWidth, testHeight, input.byte());
-  unsigned short a = 0, b = 0;
-  algo.GetSourcePixels(input.hostile(), a, b);
+  mergeInAnyState(algo, input, width, height, low, high);
 }
 
 void biasFrames(Input& input) {
