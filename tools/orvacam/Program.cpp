@@ -1,6 +1,5 @@
 #include "Program.h"
 
-#include <malloc.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -94,11 +93,6 @@ void flushOutput() {
 }
 
 void prepareProcess() {
-  // What one frame's files have freed serves the next frame's, instead of going back to the system page by
-  // page.
-  constexpr int largestThreshold = 32 << 20;  // glibc takes no higher one
-  mallopt(M_MMAP_THRESHOLD, largestThreshold);
-  mallopt(M_TRIM_THRESHOLD, 8 * largestThreshold);
   struct sigaction action {};
   action.sa_handler = stop;
   sigfillset(&action.sa_mask);
