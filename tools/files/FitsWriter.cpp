@@ -127,8 +127,14 @@ unsigned char* valueOf(unsigned char* header, std::size_t length, const char* ke
   throw std::runtime_error("cannot be made a FITS file: a checksum has no card");
 }
 
-void writeSums(unsigned char* bytes, const Unit& unit) {
-  const std::uint32_t data = wordSum(bytes + unit.data, unit.end - unit.data);
+/// Two sums as one.
+std::uint32_t added(std::uint32_t a, std::uint32_t b) {
+  const std::uint64_t sum = std::uint64_t{a} + b;
+  return static_cast<std::uint32_t>((sum & 0xFFFFFFFFu) + (sum >> 32));
+}
+
+/// Puts both sums into the header of a unit whose data have this one.
+void writeSums(unsigned char* bytes, const Unit& unit, std::uint32_t data) {
   char text[32];
   const std::string digits = std::to_string(data);
   const int written = std::snprintf(text, sizeof text, "%-8s'", digits.c_str());
@@ -136,9 +142,8 @@ void writeSums(unsigned char* bytes, const Unit& unit) {
   std::memset(dataSum, ' ', std::strlen(openDataSum) + 1);
   std::memcpy(dataSum, text, static_cast<std::size_t>(written));
 
-  const std::uint64_t both = std::uint64_t{data} + wordSum(bytes + unit.header, unit.data - unit.header);
   char encoded[24] = {};
-  fits_encode_chksum((both & 0xFFFFFFFFu) + (both >> 32), 1, encoded);
+  fits_encode_chksum(added(data, wordSum(bytes + unit.header, unit.data - unit.header)), 1, encoded);
   std::memcpy(valueOf(bytes + unit.header, unit.data - unit.header, "CHECKSUM"), encoded,
               std::strlen(openCheckSum));
 }
@@ -154,18 +159,18 @@ std::size_t expectedSize(const std::vector<FitsImage>& images, const FitsLayout&
   return size;
 }
 
-/// The pixels as FITS has them: the high byte first, unsigned ones less 32768.
-void copyPixels(const Raster& raster, unsigned char* to) {
+/// Pixels as FITS has them: the high byte first, unsigned ones less 32768.
+void copyPixels(Raster::Sample sample, const void* pixels, std::size_t bytes, unsigned char* to) {
   const auto each = [&](auto zero, auto change) {
     using Word = decltype(zero);
-    const auto* const from = static_cast<const Word*>(raster.data);
+    const auto* const from = static_cast<const Word*>(pixels);
     auto* const words = static_cast<Word*>(static_cast<void*>(to));
-    for (std::size_t i = 0; i < raster.pixels(); ++i)
+    for (std::size_t i = 0; i < bytes / sizeof(Word); ++i)
       words[i] = static_cast<Word>(change(from[i]));
   };
-  switch (raster.sample) {
+  switch (sample) {
     case Raster::U8:
-      std::memcpy(to, raster.data, raster.bytes());
+      std::memcpy(to, pixels, bytes);
       break;
     case Raster::U16:
       each(std::uint16_t{}, [](std::uint16_t v) { return (v << 8 | v >> 8) ^ 0x80; });
@@ -177,6 +182,21 @@ void copyPixels(const Raster& raster, unsigned char* to) {
       each(std::uint64_t{}, [](std::uint64_t v) { return __builtin_bswap64(v); });
       break;
   }
+}
+
+/// Makes a data unit of so many bytes, zeros behind the pixels, and returns its sum. Each piece is summed
+/// while the first-level cache holds it.
+std::uint32_t writeData(const Raster& raster, unsigned char* to, std::size_t length) {
+  constexpr std::size_t pieceSize = std::size_t{16} << 10;
+  const auto* const from = static_cast<const unsigned char*>(raster.data);
+  const std::size_t filled = raster.bytes();
+  std::memset(to + filled, 0, length - filled);
+  std::uint32_t sum = 0;
+  for (std::size_t at = 0; at < length; at += pieceSize) {
+    if (at < filled) copyPixels(raster.sample, from + at, std::min(pieceSize, filled - at), to + at);
+    sum = added(sum, wordSum(to + at, std::min(pieceSize, length - at)));
+  }
+  return sum;
 }
 
 /// Replaces the value of a card of a whole number.
@@ -238,15 +258,19 @@ FitsFile::FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layou
   }
   m_bytes.reset(static_cast<unsigned char*>(memory));
   m_size = units.back().end;
-  if (!layout.rice) units = assemble(images, units);
-  // An empty primary array that CFITSIO puts ahead of compressed tiles has no sums.
-  for (const Unit& unit : units)
-    if (!(layout.rice && !layout.extensions && &unit == &units.front())) writeSums(m_bytes.get(), unit);
+  if (!layout.rice) {
+    assemble(images, units);
+    return;
+  }
+  for (const Unit& unit : units) {
+    // An empty primary array that CFITSIO puts ahead of compressed tiles has no sums.
+    if (!layout.extensions && &unit == &units.front()) continue;
+    writeSums(m_bytes.get(), unit, wordSum(m_bytes.get() + unit.data, unit.end - unit.data));
+  }
 }
 
-/// Puts CFITSIO's headers and the pixels together. CFITSIO moves each pixel three times.
-std::vector<FitsUnitPlace> FitsFile::assemble(const std::vector<FitsImage>& images,
-                                              const std::vector<FitsUnitPlace>& headers) {
+/// Puts CFITSIO's headers, the pixels and their sums together. CFITSIO moves each pixel three times.
+void FitsFile::assemble(const std::vector<FitsImage>& images, const std::vector<FitsUnitPlace>& headers) {
   const std::size_t empty = headers.size() - images.size();  // 1 where all images are extensions
   std::size_t size = 0;
   std::vector<FitsUnitPlace> units;
@@ -262,17 +286,17 @@ std::vector<FitsUnitPlace> FitsFile::assemble(const std::vector<FitsImage>& imag
     unsigned char* const header = whole.get() + units[i].header;
     const std::size_t length = units[i].data - units[i].header;
     std::memcpy(header, m_bytes.get() + headers[i].header, length);
-    if (i < empty) continue;
-    const Raster& raster = images[i - empty].raster;
-    setSize(header, length, "NAXIS1  ", raster.size.width);
-    setSize(header, length, "NAXIS2  ", raster.size.height);
-    copyPixels(raster, whole.get() + units[i].data);
-    std::memset(whole.get() + units[i].data + raster.bytes(), 0,
-                units[i].end - units[i].data - raster.bytes());
+    std::uint32_t sum = 0;
+    if (i >= empty) {
+      const Raster& raster = images[i - empty].raster;
+      setSize(header, length, "NAXIS1  ", raster.size.width);
+      setSize(header, length, "NAXIS2  ", raster.size.height);
+      sum = writeData(raster, whole.get() + units[i].data, units[i].end - units[i].data);
+    }
+    writeSums(whole.get(), units[i], sum);
   }
   m_bytes = std::move(whole);
   m_size = size;
-  return units;
 }
 
 }  // namespace orvacam::files

@@ -42,8 +42,7 @@ class FitsFile {
     void operator()(unsigned char* bytes) const { std::free(bytes); }
   };
   using Bytes = std::unique_ptr<unsigned char, Free>;
-  std::vector<FitsUnitPlace> assemble(const std::vector<FitsImage>& images,
-                                      const std::vector<FitsUnitPlace>& headers);
+  void assemble(const std::vector<FitsImage>& images, const std::vector<FitsUnitPlace>& headers);
 
   Bytes m_bytes;
   std::size_t m_size = 0;
