@@ -7,7 +7,6 @@ The planes as numpy files are what all others are held to. Prints "ok" and what 
 import json
 import os
 import pathlib
-import subprocess
 import sys
 import warnings
 import xml.etree.ElementTree as xml
@@ -19,66 +18,17 @@ import tifffile
 from astropy.io import fits
 from PIL import Image
 
+sys.dont_write_bytecode = True
+from frames import good, make_frames, run
+
 orvacam, schemas, folder = sys.argv[1], pathlib.Path(sys.argv[2]), pathlib.Path(sys.argv[3])
 os.chdir(folder)
 Image.MAX_IMAGE_PIXELS = None
 read = {}
 
 
-def run(*command):
-    return subprocess.run(command, capture_output=True, check=False)
-
-
-def good(*command):
-    done = run(*command)
-    assert done.returncode == 0, (command, done.stdout, done.stderr)
-    return done.stdout.decode()
-
-
 def count(reader):
     read[reader] = read.get(reader, 0) + 1
-
-
-def patched(path, **changes):
-    """The frame again, with bytes of its header replaced: at=(offset, bytes)."""
-    data = bytearray(pathlib.Path(path).read_bytes())
-    for offset, new in changes.values():
-        data[offset:offset + len(new)] = new
-    return bytes(data)
-
-
-def make_frames():
-    frames = []
-
-    def simulate(name, *options):
-        done = run(orvacam, "simulate", *options, "-o", name + ".raw")
-        assert done.returncode in (0, 2), done.stderr
-        if done.returncode == 0:
-            frames.append(name)
-
-    for camera in ("GSENSE400", "GSENSE2020", "GSENSE4040", "GSENSE6060", "IMX183", "CCD230-42", "CCD230-84", "CCD4320",
-                   "GENERIC"):
-        for mode in ("single", "hdr", "16bit", "cms"):
-            for size in ("96x32", "33x21"):
-                width, height = size.split("x")
-                simulate(f"{camera}-{mode}-{size}", camera, "--mode", mode, "--width", width, "--height", height)
-    simulate("references", "GSENSE400", "--mode", "hdr", "--width", "64", "--height", "40", "--pre-rows", "4", "--post-rows", "2")
-    simulate("binned", "GSENSE4040", "--width", "64", "--height", "40", "--bin-x", "2", "--bin-y", "2")
-    simulate("one", "GENERIC", "--width", "1", "--height", "1")
-    for version in "124":
-        simulate("version" + version, "GSENSE400", "--mode", "hdr", "--width", "32", "--height", "32", "--header-version", version)
-    whole = "GSENSE400-hdr-96x32.raw"
-    texts = b"it's \"quoted\" \\ & <tags>\x00\x01\xff"
-    odd = {
-        "texts": patched(whole, model=(8, (b"VS400 " + texts).ljust(40, b"\0")), serial=(48, texts[:24].ljust(24, b"\0"))),
-        "nogps": patched(whole, time=(152, b"2024/05/17 21:04:33.123 NOGPS\0")),
-        "timeless": patched(whole, time=(152, b"2024/02/30 21:04:33.123456789\0")),
-    }
-    for name, data in odd.items():
-        pathlib.Path(name + ".raw").write_bytes(data)
-        frames.append(name)
-    assert len(frames) >= 24, frames
-    return frames
 
 
 def check_header(header, frame, plane):
@@ -151,9 +101,12 @@ def check_ome(truths, path):
 
 def check_png(truth, path):
     assert (numpy.array(Image.open(path)) == truth).all(), path
+    count("Pillow")
+    if truth.shape[1] > 16000:  # Debian's ImageMagick is told to refuse these
+        return
     size = good("identify", "-format", "%w %h %z", path).split()
     assert [int(n) for n in size] == [truth.shape[1], truth.shape[0], 16], (path, size)
-    count("Pillow"), count("ImageMagick")
+    count("ImageMagick")
 
 
 def check_json(frame):
@@ -165,7 +118,7 @@ def check_json(frame):
 
 
 def main():
-    frames = make_frames()
+    frames = make_frames(orvacam)
     for frame in frames:
         raw = frame + ".raw"
         for kind in ("npy", "fits", "tiff", "ome-tiff", "png16"):
