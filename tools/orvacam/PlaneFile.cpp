@@ -38,6 +38,7 @@ Content holding(Bytes bytes) {
 
 Content fitsContent(const std::vector<Product>& products, const Style& style) {
   std::vector<files::FitsImage> images;
+  images.reserve(products.size());
   for (const Product& product : products)
     images.push_back({files::cardsOf(product.subject), product.raster});
   files::FitsLayout layout{style.extensions, style.rice, {}};
@@ -62,6 +63,7 @@ files::TiffFacts factsOf(const Product& product) {
 
 Content omeContent(const std::vector<Product>& products, const std::string& name) {
   std::vector<files::Channel> channels;
+  channels.reserve(products.size());
   for (const Product& product : products)
     channels.push_back({files::upperName(product.subject.plane), product.raster});
   const Product& first = products.front();

@@ -234,7 +234,7 @@ std::string unitOf(const Facts& facts, const std::string& name) {
 }
 
 std::string csvField(const std::string& text) {
-  const std::string plain = files::shownText(text);
+  std::string plain = files::shownText(text);
   if (plain.find_first_of(",\"") == std::string::npos) return plain;
   std::string quoted = "\"";
   for (const char c : plain)
