@@ -53,20 +53,11 @@ build_preset() {
   cmake --build --preset "$preset" "${targets[@]}"
 }
 
-# Builds the command-line program alone, which needs the packages of the group "build" only. A release build that is
-# there serves as well.
+# Builds the command-line program alone, which needs the packages of the group "build" only.
 build_tool() {
-  local folder=$root/build/release
-  if [[ ! -f $folder/build.ninja ]]; then
-    folder=$root/build/tool
-    if [[ ! -f $folder/build.ninja ]]; then
-      cmake --preset release -S "$root" -B "$folder" -DORVACAM_BUILD_TESTS=OFF -DORVACAM_BUILD_BENCH=OFF \
-        -DORVACAM_BUILD_EXAMPLES=OFF >/dev/null
-    fi
-  fi
-  cmake --build "$folder" --target orvacam_tool
+  build_preset release orvacam_tool
   # shellcheck disable=SC2034  # for the sourcing script
-  orvacam=$folder/tools/orvacam/orvacam
+  orvacam=$root/build/release/tools/orvacam/orvacam
 }
 
 # The program with several cameras under ThreadSanitizer; the library and this program are all that is built for it.
@@ -79,10 +70,10 @@ run_threads_test() {
 # shellcheck disable=SC2034  # for the sourcing script
 valgrind_tests=(test_metadata test_support test_gain test_stack test_imagefiles test_frames test_facade test_merge)
 
-# A unit test of the dev build under valgrind, which hides the vector extensions that it does not know. Frame objects
+# A unit test of the debug build under valgrind, which hides the vector extensions that it does not know. Frame objects
 # of the tests are megabytes on the stack, which it would take for another stack.
 run_under_valgrind() {
-  local test=$1 folder=$root/build/dev/tests/${1#test_}
+  local test=$1 folder=$root/build/debug/tests/${1#test_}
   (cd "$folder/run" && nice -n 19 valgrind -q --error-exitcode=99 --leak-check=full \
     --errors-for-leak-kinds=definite,indirect --child-silent-after-fork=yes \
     --max-stackframe=16000000 --main-stacksize=64000000 \
