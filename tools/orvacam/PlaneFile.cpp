@@ -100,6 +100,13 @@ void writeOutput(std::string_view bytes) {
 
 }  // namespace
 
+Names formatNames() {
+  Names names;
+  for (const FormatRow& row : formats)
+    names.emplace_back(row.name);
+  return names;
+}
+
 std::optional<Format> formatNamed(const std::string& name) {
   for (const FormatRow& row : formats)
     if (name == row.name) return row.format;

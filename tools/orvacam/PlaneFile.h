@@ -19,6 +19,7 @@ namespace files = orvacam::files;
 enum class Format { Fits, Tiff, OmeTiff, Png, Png16, Npy };
 
 /// "fits", "tiff", "ome-tiff", "png", "png16", "npy".
+Names formatNames();
 std::optional<Format> formatNamed(const std::string& name);
 /// By a file's extension: .fits, .fit, .fts, .tif, .tiff, .npy.
 std::optional<Format> formatOfPath(const std::string& path);

@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "Commands.h"
 #include "Inputs.h"
 #include "files/FixedFiles.h"
 #include "files/Json.h"
@@ -13,6 +14,11 @@ namespace files = orvacam::files;
 using orvacam::Finding;
 
 namespace {
+
+struct CheckOptions {
+  InputOptions inputs;
+  bool json = false, strict = false;
+};
 
 const char* nameOf(Finding::Severity severity) {
   switch (severity) {
@@ -82,8 +88,6 @@ void print(const std::string& path, const std::vector<Finding>& findings) {
   std::cout << files::shownText(path) << ": " << (line.empty() ? "good" : files::shownText(line)) << '\n';
 }
 
-}  // namespace
-
 int check(const CheckOptions& options) {
   Outcome outcome;
   for (const Input& input : inputsOf(options.inputs)) {
@@ -106,6 +110,20 @@ int check(const CheckOptions& options) {
       print(input.path, findings);
   }
   return outcome.code();
+}
+
+void describe(Command& c, CheckOptions& o) {
+  addInputs(c, o.inputs, "Raw frames, FITS or TIFF files, folders of frames, or -");
+  c.add("--json", o.json, "An object for each file, one a line");
+  c.add("--strict", o.strict, "Exit with 1 for notes, too");
+}
+
+}  // namespace
+
+Command checkCommand() {
+  return commandOf<CheckOptions>(
+      "check", "Say what is wrong with frames, and which FITS and TIFF files others cannot read.",
+      {"orvacam check night/*.raw"}, describe, check);
 }
 
 }  // namespace tool

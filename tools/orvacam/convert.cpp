@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 
+#include "Commands.h"
 #include "Corrections.h"
 #include "Inputs.h"
 #include "PlaneFile.h"
@@ -12,6 +13,15 @@
 namespace tool {
 
 namespace {
+
+struct ConvertOptions {
+  InputOptions inputs;
+  CorrectionOptions corrections;
+  OutputOptions outputs;
+  std::string folder, format = "fits", compress, crop = "none";
+  std::vector<std::string> planes;
+  bool singleFile = false, native = false;
+};
 
 constexpr const char* allPlanes[] = {"low", "high", "merged", "image"};
 
@@ -246,10 +256,51 @@ int Conversion::run() {
   return m_outcome.code();
 }
 
-}  // namespace
-
 int convert(const ConvertOptions& options) {
   return Conversion(options).run();
+}
+
+void describe(Command& c, ConvertOptions& o) {
+  addInputs(c, o.inputs);
+  c.add("-o,--output", &o.folder, "The folder to write to, made when it is missing; - for standard output",
+        folderValue())
+      .required();
+  c.add("-f,--format", &o.format, "Format of the files", oneOf("FORMAT", formatNames()));
+  c.add("--planes", &o.planes, "Write these planes only", oneOf("PLANE,...", planeNames()).commas());
+  c.add("--single-file", o.singleFile, "All planes of a frame in one FITS file, as extensions");
+  c.add("--compress", &o.compress, "Compress FITS files without loss", oneOf("METHOD", {"rice"}));
+  c.add("--crop", &o.crop, "image: leave reference rows and pixels out", oneOf("PART", {"none", "image"}));
+  c.add("--native", o.native, "The library's own fixed FITS and TIFF files, for programs that know them");
+  addCorrections(c, o.corrections);
+  addOutputs(c, o.outputs, true);
+}
+
+int checked(const ConvertOptions& o) {
+  requireApart(o.corrections);
+  requireApart(o.outputs);
+  const bool fits = o.format == "fits";
+  if (!o.compress.empty() && !fits) throw UsageError("--compress: the format " + o.format + " has none");
+  if (o.singleFile && !fits) throw UsageError("--single-file: the format " + o.format + " has none");
+  if (o.native && !fits && o.format != "tiff") throw UsageError("--native: there are fits and tiff only");
+  requireApart(o.native, "--native", !o.compress.empty(), "--compress");
+  requireApart(o.native, "--native", o.crop != "none", "--crop");
+  requireApart(o.native, "--native", !o.planes.empty(), "--planes");
+  requireApart(o.native, "--native", o.singleFile, "--single-file");
+  requireApart(o.native, "--native", o.outputs.reproducible, "--reproducible");
+  requireApart(o.native, "--native", !o.corrections.bias.empty(), "--bias");
+  requireApart(o.native, "--native", o.corrections.hasThresholds, "--thresholds");
+  requireApart(o.native, "--native", !o.corrections.calibration.empty(), "--calibration");
+  requireApart(o.native, "--native", o.folder == "-", "-o -");
+  return convert(o);
+}
+
+}  // namespace
+
+Command convertCommand() {
+  return commandOf<ConvertOptions>(
+      "convert", "Convert raw frames to FITS, TIFF, PNG or numpy files.",
+      {"orvacam convert night/ -o fits", "orvacam convert frame.raw -o images -f tiff --planes merged"},
+      describe, checked);
 }
 
 }  // namespace tool

@@ -4,9 +4,17 @@
 #include <iostream>
 #include <orvacam.hpp>
 
+#include "Commands.h"
 #include "Inputs.h"
 
 namespace tool {
+
+namespace {
+
+struct GainsOptions {
+  std::string sensor, calibration;
+  bool backSideIlluminated = false;
+};
 
 int gains(const GainsOptions& options) {
   return attemptCode(options.sensor, [&] {
@@ -38,6 +46,19 @@ int gains(const GainsOptions& options) {
     }
     return code;
   });
+}
+
+void describe(Command& c, GainsOptions& o) {
+  c.add("MODEL", &o.sensor, "The sensor", oneOf("", sensorNames())).required().anyCase();
+  c.add("--nv", &o.calibration, "A camera's stored calibration block", fileValue());
+  c.add("--bsi", o.backSideIlluminated, "The back-side-illuminated variant");
+}
+
+}  // namespace
+
+Command gainsCommand() {
+  return commandOf<GainsOptions>("gains", "Show a sensor's gain tables.", {"orvacam gains GSENSE400"},
+                                 describe, gains);
 }
 
 }  // namespace tool

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "Commands.h"
 #include "Inputs.h"
 #include "files/FitsReader.h"
 #include "files/FixedFiles.h"
@@ -22,6 +23,12 @@ namespace files = orvacam::files;
 using Json = nlohmann::ordered_json;
 
 namespace {
+
+struct InfoOptions {
+  InputOptions inputs;
+  bool json = false, csv = false;
+  std::vector<std::string> keys;
+};
 
 /// What there is to say of a file, whatever its kind.
 struct Facts {
@@ -334,8 +341,6 @@ int printSome(const InfoOptions& options, const std::vector<Input>& inputs) {
   return code;
 }
 
-}  // namespace
-
 int info(const InfoOptions& options) {
   const std::vector<Input> inputs = inputsOf(options.inputs);
   if (options.csv || !options.keys.empty()) return printSome(options, inputs);
@@ -348,6 +353,27 @@ int info(const InfoOptions& options) {
     if (inputs.size() > 1) std::cout << files::shownText(input.path) << ":\n";
     std::cout << facts.text;
   });
+}
+
+void describe(Command& c, InfoOptions& o) {
+  addInputs(c, o.inputs, "Raw frames, FITS or TIFF files, folders of frames, or -");
+  c.add("--json", o.json, "An object for each file, one a line");
+  c.add("--csv", o.csv, "A line for each file");
+  c.add("--keys", &o.keys, "Only these keys, any case; * and ? stand for others",
+        textValue("NAME,...").commas());
+}
+
+int checked(const InfoOptions& o) {
+  requireApart(o.json, "--json", o.csv, "--csv");
+  return info(o);
+}
+
+}  // namespace
+
+Command infoCommand() {
+  return commandOf<InfoOptions>(
+      "info", "Show what headers say: of raw frames, and of FITS and TIFF files made of them.",
+      {"orvacam info frame.raw --keys 'Exposure*,time_utc'"}, describe, checked);
 }
 
 }  // namespace tool

@@ -1,6 +1,6 @@
 // orvacam: raw frames of scientific cameras on the command line.
 
-#include "Options.h"
+#include "CommandLine.h"
 #include "Program.h"
 
 int main(int argc, char** argv) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "Commands.h"
 #include "Corrections.h"
 #include "Inputs.h"
 #include "PlaneFile.h"
@@ -12,6 +13,14 @@
 namespace tool {
 
 namespace {
+
+struct PreviewOptions {
+  InputOptions inputs;
+  CorrectionOptions corrections;
+  OutputOptions outputs;
+  std::string folder, plane, stretch = "auto";
+  unsigned longest = 2048;
+};
 
 const orvacam::Plane& planeOf(const orvacam::Decoded& decoded, const std::string& name) {
   return name == "merged" ? decoded.merged
@@ -45,8 +54,6 @@ Content pictureOf(const orvacam::Frame& frame, const PreviewOptions& options, Co
   return pictureContent(picture.raster(), subject);
 }
 
-}  // namespace
-
 int preview(const PreviewOptions& options) {
   const std::vector<Input> inputs = inputsOf(options.inputs);
   const bool toOutput = options.folder == "-";
@@ -70,6 +77,32 @@ int preview(const PreviewOptions& options) {
     if (!toOutput && !input.under.empty()) prepareFolder(options.folder + "/" + input.under);
     writeContent(path, picture, options.outputs.overwrite);
   });
+}
+
+void describe(Command& c, PreviewOptions& o) {
+  addInputs(c, o.inputs);
+  c.add("-o,--output", &o.folder, "The folder to write to, made when it is missing; - for standard output",
+        folderValue())
+      .required();
+  c.add("--max", &o.longest, "Pixels of the longer side at most", wholeNumber(1, 65535));
+  c.add("--plane", &o.plane, "Show this plane", oneOf("PLANE", planeNames()));
+  c.add("--stretch", &o.stretch, "How values become brightness", oneOf("CURVE", {"auto", "asinh", "linear"}));
+  addCorrections(c, o.corrections);
+  c.add("--overwrite", o.outputs.overwrite, "Replace files that exist");
+  c.add("--skip-existing", o.outputs.skipExisting, "Make only what is missing");
+}
+
+int checked(const PreviewOptions& o) {
+  requireApart(o.corrections);
+  requireApart(o.outputs);
+  return preview(o);
+}
+
+}  // namespace
+
+Command previewCommand() {
+  return commandOf<PreviewOptions>("preview", "Pictures to look at: 8-bit PNG files, stretched.",
+                                   {"orvacam preview night/ -o pictures"}, describe, checked);
 }
 
 }  // namespace tool

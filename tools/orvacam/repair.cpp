@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Commands.h"
 #include "Corrections.h"
 #include "Inputs.h"
 #include "PlaneFile.h"
@@ -10,6 +11,12 @@
 namespace tool {
 
 namespace {
+
+struct RepairOptions {
+  InputOptions inputs;
+  OutputOptions outputs;
+  std::string folder, raw, dsnu, prnu;
+};
 
 /// Whether a plane shows the same where the file has pixels.
 bool shows(const files::FixedFits& fixed, const orvacam::Plane& plane) {
@@ -62,8 +69,6 @@ void repairFile(const std::string& path, const std::string& target, const Repair
   if (!whole) throw Failure(lossOf(fixed) + "; --raw FRAME brings them back");
 }
 
-}  // namespace
-
 int repair(const RepairOptions& options) {
   const std::vector<Input> inputs = inputsOf(options.inputs);
   if (!options.raw.empty() && inputs.size() != 1) throw UsageError("--raw: takes one file to repair");
@@ -79,6 +84,31 @@ int repair(const RepairOptions& options) {
     targets.claim(target(input));
   prepareFolder(options.folder);
   return forEach(inputs, [&](const Input& input) { repairFile(input.path, target(input), options); });
+}
+
+void describe(Command& c, RepairOptions& o) {
+  c.add("FILE", &o.inputs.files, "Fixed FITS files", framesValue().words()).required();
+  c.add("-o,--output", &o.folder, "The folder to write to, made when it is missing", folderValue())
+      .required();
+  c.add("--raw", &o.raw, "The frame that the file was made of: it has the pixels that the file lacks",
+        fileValue("FRAME"));
+  c.add("--dsnu", &o.dsnu, "With --raw: the DSNU file that a merged file was made with", fileValue());
+  c.add("--prnu", &o.prnu, "With --raw: the PRNU file that a merged file was made with", fileValue());
+  addOutputs(c, o.outputs, false);
+}
+
+int checked(const RepairOptions& o) {
+  if (o.raw.empty() && !(o.dsnu.empty() && o.prnu.empty()))
+    throw UsageError("--dsnu, --prnu: they are for the frame that --raw names");
+  return repair(o);
+}
+
+}  // namespace
+
+Command repairCommand() {
+  return commandOf<RepairOptions>("repair", "Make standard FITS files of the library's own fixed ones.",
+                                  {"orvacam repair frame.fit -o repaired --raw frame.raw"}, describe,
+                                  checked);
 }
 
 }  // namespace tool

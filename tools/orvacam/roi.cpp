@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Commands.h"
 #include "Corrections.h"
 #include "Inputs.h"
 #include "PlaneFile.h"
@@ -10,6 +11,13 @@
 namespace tool {
 
 namespace {
+
+struct RoiOptions {
+  std::string file, output, format, plane;
+  CorrectionOptions corrections;
+  OutputOptions outputs;
+  unsigned x = 0, y = 0, width = 0, height = 0;
+};
 
 /// The plane that a single file shows: merged, else image, else low.
 std::string shownPlane(const std::vector<std::string>& planes, const std::string& wanted) {
@@ -42,8 +50,6 @@ Content converted(const orvacam::Frame& frame, const RoiOptions& options, Format
   return contentOf({product}, {format, false, false}, files::stemOf(options.file));
 }
 
-}  // namespace
-
 int roi(const RoiOptions& options) {
   const auto format = options.format.empty() ? formatOfPath(options.output) : formatNamed(options.format);
   Targets targets;
@@ -58,6 +64,37 @@ int roi(const RoiOptions& options) {
                  format ? converted(region, options, *format) : contentOf(std::string(region.bytes())),
                  options.outputs.overwrite);
   });
+}
+
+void describe(Command& c, RoiOptions& o) {
+  c.add("FILE", &o.file, "Raw frame, or - for standard input", framesValue()).required();
+  c.add("-o,--output", &o.output,
+        "The file to write: a raw frame; .fits, .fit, .fts, .tif, .tiff and .npy are converted", fileValue())
+      .required();
+  c.add("--x", &o.x, "First column of the image, even", wholeNumber()).required();
+  c.add("--y", &o.y, "First row of the image", wholeNumber()).required();
+  c.add("--width", &o.width, "Columns, even", wholeNumber(2, 65534)).required();
+  c.add("--height", &o.height, "Rows", wholeNumber(1, 65535)).required();
+  c.add("-f,--format", &o.format, "Convert, whatever the extension",
+        oneOf("FORMAT", {"fits", "tiff", "npy"}));
+  c.add("--plane", &o.plane, "The plane that is converted", oneOf("PLANE", planeNames()));
+  addCorrections(c, o.corrections);
+  addOutputs(c, o.outputs, false);
+}
+
+int checked(const RoiOptions& o) {
+  requireApart(o.corrections);
+  if (o.x % 2 + o.width % 2 != 0)
+    throw UsageError("--x, --width: pixels are packed in pairs, so that both are even");
+  return roi(o);
+}
+
+}  // namespace
+
+Command roiCommand() {
+  return commandOf<RoiOptions>("roi", "Cut a region out of a packed frame, without unpacking it.",
+                               {"orvacam roi frame.raw -o star.fits --x 96 --y 32 --width 64 --height 48"},
+                               describe, checked);
 }
 
 }  // namespace tool

@@ -2,6 +2,7 @@
 
 #include <orvacam.hpp>
 
+#include "Commands.h"
 #include "Inputs.h"
 #include "PlaneFile.h"
 #include "simulator/Scene.h"
@@ -11,6 +12,15 @@ namespace tool {
 namespace sim = orvacam::simulator;
 
 namespace {
+
+struct SimulateOptions {
+  std::string camera, output, mode = "single", dsnu, prnu;
+  unsigned version = 3;
+  sim::HeaderFields geometry;
+  unsigned width = 1024, height = 1024, quadrants = 0x3C;
+  sim::Sky sky;
+  bool overwrite = false;
+};
 
 /// The header of the frame that was asked for. Throws UsageError.
 sim::HeaderFields headerOf(const sim::Camera& camera, const SimulateOptions& options) {
@@ -52,21 +62,8 @@ Content contentOf(const std::vector<unsigned char>& bytes) {
   return tool::contentOf(std::string(bytes.begin(), bytes.end()));
 }
 
-}  // namespace
-
 int simulate(const SimulateOptions& options) {
   const sim::Camera* const camera = sim::findCamera(options.camera);
-  if (camera == nullptr) {
-    std::vector<std::string> names;
-    for (const sim::Camera& each : sim::cameras())
-      names.emplace_back(each.name);
-    const std::string near = nearest(options.camera, names);
-    std::string all;
-    for (const std::string& name : names)
-      all += (all.empty() ? "" : ", ") + name;
-    throw UsageError("there is no camera '" + options.camera + "'" +
-                     (near.empty() ? "; there are " + all : "; did you mean '" + near + "'?"));
-  }
   const sim::HeaderFields fields = headerOf(*camera, options);
   Targets targets;
   for (const std::string& path : {options.output, options.dsnu, options.prnu})
@@ -83,6 +80,42 @@ int simulate(const SimulateOptions& options) {
   if (!options.dsnu.empty()) write(options.dsnu, sim::dsnuFile(*camera, fields, options.sky));
   if (!options.prnu.empty()) write(options.prnu, sim::prnuFile(*camera, fields, options.sky));
   return outcome.code();
+}
+
+void describe(Command& c, SimulateOptions& o) {
+  sim::HeaderFields& f = o.geometry;
+  c.add("CAMERA", &o.camera, "The camera", oneOf("CAMERA", cameraNames())).required().anyCase();
+  c.add("-o,--output", &o.output, "The file to write", fileValue()).required();
+  c.add("--mode", &o.mode, "Read-out mode", oneOf("MODE", {"single", "hdr", "16bit", "cms"}));
+  c.add("--header-version", &o.version, "Version of the frame's header", wholeNumber(1, 4));
+  c.add("--width", &o.width, "Image width", wholeNumber(1, 16384));
+  c.add("--height", &o.height, "Image height", wholeNumber(1, 16384));
+  c.add("--pre-pixels", &f.preRefPixels, "Reference pixels ahead of each row", wholeNumber(0, 255));
+  c.add("--post-pixels", &f.postRefPixels, "Reference pixels behind each row", wholeNumber(0, 255));
+  c.add("--pre-rows", &f.preRefRows, "Reference rows ahead of the image", wholeNumber(0, 4095));
+  c.add("--post-rows", &f.postRefRows, "Reference rows behind the image", wholeNumber(0, 4095));
+  c.add("--bin-x", &f.horizontalBinning, "Horizontal binning", wholeNumber(1, 255));
+  c.add("--bin-y", &f.verticalBinning, "Vertical binning", wholeNumber(1, 255));
+  c.add("--low-gain", &f.lowGain, "Low gain index", wholeNumber(0, 255));
+  c.add("--high-gain", &f.highGain, "High gain index", wholeNumber(0, 255));
+  c.add("--exposure", &f.exposure, "Exposure in 10 us periods", wholeNumber());
+  c.add("--frame-number", &f.frameNumber, "Number of the frame", wholeNumber(0, 65535));
+  c.add("--quadrants", &o.quadrants, "Amplifiers in use (CCD): 0x20 UL, 0x10 UR, 0x08 LL, 0x04 LR",
+        wholeNumber(0, 0x3C));
+  c.add("--seed", &o.sky.seed, "Another sky", wholeNumber(0, 9007199254740991));
+  c.add("--stars", &o.sky.stars, "Number of stars", wholeNumber(0, 100000));
+  c.add("--background", &o.sky.background, "Electrons per pixel", number(0, 1e9));
+  c.add("--dsnu", &o.dsnu, "Also write the DSNU file that undoes the fixed pattern", fileValue());
+  c.add("--prnu", &o.prnu, "Also write the PRNU file that undoes the fixed pattern", fileValue());
+  c.add("--overwrite", o.overwrite, "Replace files that exist");
+}
+
+}  // namespace
+
+Command simulateCommand() {
+  return commandOf<SimulateOptions>("simulate", "Make a raw frame of a night sky.",
+                                    {"orvacam simulate GSENSE400 --mode hdr -o frame.raw"}, describe,
+                                    simulate);
 }
 
 }  // namespace tool

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "Commands.h"
 #include "Corrections.h"
 #include "Inputs.h"
 #include "PlaneFile.h"
@@ -11,6 +12,14 @@
 namespace tool {
 
 namespace {
+
+struct StackOptions {
+  InputOptions inputs;
+  CorrectionOptions corrections;
+  OutputOptions outputs;
+  std::string output, format, method = "mean", type = "float32", plane;
+  bool force = false;
+};
 
 /// The frames so far, and what a file says of them together.
 class Stacking {
@@ -108,8 +117,6 @@ void refuseTwins(const std::vector<Input>& inputs) {
   }
 }
 
-}  // namespace
-
 int stack(const StackOptions& options) {
   const auto format = options.format.empty()
                           ? options.output == "-" ? Format::Fits : formatOfPath(options.output)
@@ -136,6 +143,36 @@ int stack(const StackOptions& options) {
                  options.outputs.overwrite);
     return code;
   });
+}
+
+void describe(Command& c, StackOptions& o) {
+  addInputs(c, o.inputs);
+  c.add("-o,--output", &o.output,
+        "The file to write: .fits, .fit, .fts, .tif, .tiff or .npy; - for FITS on standard output",
+        fileValue())
+      .required();
+  c.add("-f,--format", &o.format, "Format, whatever the extension", oneOf("FORMAT", {"fits", "tiff", "npy"}));
+  c.add("--method", &o.method, "How frames become one", oneOf("METHOD", {"mean", "sum"}));
+  c.add("--dtype", &o.type, "Type of the pixels; uint16 is the mean without its fraction",
+        oneOf("TYPE", {"float32", "float64", "uint16"}));
+  c.add("--plane", &o.plane, "Stack this plane", oneOf("PLANE", planeNames()));
+  c.add("--force", o.force, "Stack frames whose settings differ; sensor, mode and size never may");
+  addCorrections(c, o.corrections);
+  addOutputs(c, o.outputs, false);
+}
+
+int checked(const StackOptions& o) {
+  requireApart(o.corrections);
+  if (o.type == "uint16" && o.method == "sum") throw UsageError("--dtype: uint16 holds no sum");
+  return stack(o);
+}
+
+}  // namespace
+
+Command stackCommand() {
+  return commandOf<StackOptions>(
+      "stack", "Mean or sum of frames that are alike: the merged planes of HDR frames, else the only one.",
+      {"orvacam stack night/ -o mean.fits"}, describe, checked);
 }
 
 }  // namespace tool

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "Commands.h"
 #include "Corrections.h"
 #include "Inputs.h"
 #include "PlaneFile.h"
@@ -11,6 +12,13 @@
 namespace tool {
 
 namespace {
+
+struct StatsOptions {
+  InputOptions inputs;
+  CorrectionOptions corrections;
+  bool json = false, overwrite = false;
+  std::string histogram;
+};
 
 struct Named {
   const char* name;
@@ -99,8 +107,6 @@ void addCounts(std::string& text, const std::string& path, const std::vector<Nam
   }
 }
 
-}  // namespace
-
 int stats(const StatsOptions& options) {
   const std::vector<Input> inputs = inputsOf(options.inputs);
   Targets targets;
@@ -129,6 +135,26 @@ int stats(const StatsOptions& options) {
     outcome.add(attempt(options.histogram,
                         [&] { writeContent(options.histogram, contentOf(histogram), options.overwrite); }));
   return outcome.code();
+}
+
+void describe(Command& c, StatsOptions& o) {
+  addInputs(c, o.inputs);
+  c.add("--json", o.json, "An object for each file, one a line");
+  c.add("--histogram-csv", &o.histogram, "Write the histograms to a file", fileValue());
+  c.add("--overwrite", o.overwrite, "Replace a file that exists");
+  addCorrections(c, o.corrections);
+}
+
+int checked(const StatsOptions& o) {
+  requireApart(o.corrections);
+  return stats(o);
+}
+
+}  // namespace
+
+Command statsCommand() {
+  return commandOf<StatsOptions>("stats", "Statistics of the image in each plane.",
+                                 {"orvacam stats frame.raw --json"}, describe, checked);
 }
 
 }  // namespace tool

@@ -1,0 +1,10 @@
+#include "Commands.h"
+
+namespace tool {
+
+std::vector<Command> allCommands() {
+  return {convertCommand(), infoCommand(), statsCommand(),  checkCommand(), stackCommand(),
+          previewCommand(), roiCommand(),  repairCommand(), gainsCommand(), simulateCommand()};
+}
+
+}  // namespace tool
