@@ -1,0 +1,36 @@
+#ifndef ORVACAM_SCIENCE_ESTIMATE_H
+#define ORVACAM_SCIENCE_ESTIMATE_H
+
+#include <cmath>
+#include <limits>
+
+namespace orvacam::science {
+
+constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+
+/// A number and its standard error; NaN where it is not known.
+struct Estimate {
+  double value = unknown, error = unknown;
+
+  bool known() const { return std::isfinite(value); }
+};
+
+/// The root of a variance that may have come out below 0: then 0. The error is the way up to the root of the
+/// variance one standard error higher, which for a well measured variance is error / (2 root).
+inline Estimate rootOf(const Estimate& variance) {
+  if (!variance.known()) return {};
+  const double positive = std::fmax(variance.value, 0);
+  const double root = std::sqrt(positive);
+  return {root, std::sqrt(positive + variance.error) - root};
+}
+
+/// a / b with the relative errors added in squares.
+inline Estimate quotient(const Estimate& a, const Estimate& b) {
+  if (!a.known() || !b.known() || b.value == 0) return {};
+  const double value = a.value / b.value;
+  return {value, std::hypot(a.error / b.value, value * b.error / b.value)};
+}
+
+}  // namespace orvacam::science
+
+#endif  // ORVACAM_SCIENCE_ESTIMATE_H

@@ -1,0 +1,79 @@
+#include "science/Nonuniformity.h"
+
+#include <stdexcept>
+
+namespace orvacam::science {
+
+namespace {
+
+double square(double value) {
+  return value * value;
+}
+
+/// Variance of these means about their own mean, and its standard error.
+Estimate varianceOf(const std::vector<double>& means, double mean) {
+  const auto freedom = static_cast<double>(means.size() - 1);
+  double squares = 0;
+  for (const double each : means)
+    squares += square(each - mean);
+  const double variance = squares / freedom;
+  return {variance, variance * std::sqrt(2 / freedom)};
+}
+
+Estimate minus(const Estimate& a, const Estimate& b, double factor) {
+  return {a.value - factor * b.value, std::hypot(a.error, factor * b.error)};
+}
+
+}  // namespace
+
+MeanImage::MeanImage(const Region& region)
+    : m_region(region), m_sums(std::size_t{region.width} * region.height) {}
+
+void MeanImage::add(const Image<std::uint16_t>& plane) {
+  constexpr std::uint64_t most = 65536;  // times 65535 stays below 2^32
+  if (m_frames == most) throw std::length_error("more than 65536 frames of one level do not fit");
+  for (std::uint32_t y = 0; y < m_region.height; ++y) {
+    const std::uint16_t* const row = plane.row(m_region.y + y) + m_region.x;
+    std::uint32_t* const sums = m_sums.data() + std::size_t{y} * m_region.width;
+    for (std::uint32_t x = 0; x < m_region.width; ++x)
+      sums[x] += row[x];
+  }
+  ++m_frames;
+}
+
+SpatialVariance MeanImage::variance(const Estimate& temporal) const {
+  SpatialVariance result;
+  result.frames = m_frames;
+  const std::size_t width = m_region.width, height = m_region.height;
+  const auto pixels = static_cast<double>(width * height);
+  const auto frames = static_cast<double>(m_frames);
+  std::vector<double> rows(height), columns(width);
+  for (std::size_t y = 0; y < height; ++y)
+    for (std::size_t x = 0; x < width; ++x) {
+      const double value = m_sums[y * width + x] / frames;
+      rows[y] += value / static_cast<double>(width);
+      columns[x] += value / static_cast<double>(height);
+    }
+  for (const double row : rows)
+    result.mean += row / static_cast<double>(height);
+  if (width < 2 || height < 2 || m_frames == 0) return result;
+
+  double second = 0, fourth = 0;
+  for (std::size_t y = 0; y < height; ++y)
+    for (std::size_t x = 0; x < width; ++x) {
+      const double rest = square(m_sums[y * width + x] / frames - rows[y] - columns[x] + result.mean);
+      second += rest;
+      fourth += rest * rest;
+    }
+  const double freedom = static_cast<double>(width - 1) * static_cast<double>(height - 1);
+  const double spread = std::sqrt(std::fmax(fourth / pixels - square(second / pixels), 0) / pixels);
+  const Estimate white = {second / freedom, spread * pixels / freedom};  // pixels and the temporal noise left
+  result.pixel = minus(white, temporal, 1 / frames);
+  result.row = minus(varianceOf(rows, result.mean), white, 1 / static_cast<double>(width));
+  result.column = minus(varianceOf(columns, result.mean), white, 1 / static_cast<double>(height));
+  result.total = {result.pixel.value + result.row.value + result.column.value,
+                  std::hypot(result.pixel.error, result.row.error, result.column.error)};
+  return result;
+}
+
+}  // namespace orvacam::science

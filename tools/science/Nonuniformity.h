@@ -1,0 +1,47 @@
+#ifndef ORVACAM_SCIENCE_NONUNIFORMITY_H
+#define ORVACAM_SCIENCE_NONUNIFORMITY_H
+
+#include <cstdint>
+#include <orvacam.hpp>
+#include <vector>
+
+#include "science/Estimate.h"
+
+namespace orvacam::science {
+
+/// The spatial variance of an image, and what rows, columns and single pixels have of it; ADU squared.
+struct SpatialVariance {
+  std::uint64_t frames = 0;
+  double mean = 0;  ///< ADU
+  Estimate total, row, column, pixel;
+};
+
+/// The mean of many frames of one plane: one 32-bit sum a pixel, whatever the number of frames.
+class MeanImage {
+ public:
+  /// Of this region of the planes.
+  explicit MeanImage(const Region& region);
+
+  /// Up to 65536 frames. Throws std::length_error above.
+  void add(const Image<std::uint16_t>& plane);
+  std::uint64_t frames() const { return m_frames; }
+
+  /// EMVA 1288, release 4.0: with row means r, column means c and what remains of each pixel,
+  ///   pixel  = sum of squares that remain / ((rows - 1) (columns - 1)) - temporal / frames
+  ///   row    = variance of r - (pixel + temporal / frames) / columns
+  ///   column = variance of c - (pixel + temporal / frames) / rows
+  ///   total  = pixel + row + column
+  /// which is the standard's split in its unbiased form. `temporal` is the temporal variance of one frame, of
+  /// which a mean keeps the part 1 / frames. A part may come out below 0 by its error. Unknown for less than
+  /// two rows or columns.
+  SpatialVariance variance(const Estimate& temporal) const;
+
+ private:
+  Region m_region;
+  std::uint64_t m_frames = 0;
+  std::vector<std::uint32_t> m_sums;
+};
+
+}  // namespace orvacam::science
+
+#endif  // ORVACAM_SCIENCE_NONUNIFORMITY_H
