@@ -2,7 +2,10 @@
 
 #include <sys/stat.h>
 
+#include <nlohmann/json.hpp>
+
 #include "Program.h"
+#include "simulator/Instrument.h"
 
 namespace {
 
@@ -15,12 +18,12 @@ using Simulate = Program;
 
 TEST_F(Simulate, WritesTheFrameThatItsOptionsDescribe) {
   const Ran ran =
-      orvacam({"simulate",         "gsense4040", "-o",           "a.raw", "--mode",         "single",
-               "--width",          "72",         "--height",     "30",    "--pre-rows",     "2",
-               "--post-rows",      "3",          "--pre-pixels", "4",     "--post-pixels",  "8",
-               "--bin-x",          "2",          "--bin-y",      "3",     "--low-gain",     "25",
-               "--high-gain",      "62",         "--exposure",   "777",   "--seed",         "9",
-               "--stars",          "5",          "--background", "900",   "--frame-number", "12",
+      orvacam({"simulate",         "gsense4040", "-o",           "a.raw",   "--mode",         "single",
+               "--width",          "72",         "--height",     "30",      "--pre-rows",     "2",
+               "--post-rows",      "3",          "--pre-pixels", "4",       "--post-pixels",  "8",
+               "--bin-x",          "2",          "--bin-y",      "3",       "--low-gain",     "25",
+               "--high-gain",      "62",         "--exposure",   "0.00777", "--seed",         "9",
+               "--stars",          "5",          "--background", "900",     "--frame-number", "12",
                "--header-version", "4"});
   EXPECT_EQ(ran.exitCode, 0) << ran.err;
   EXPECT_THAT(ran.out + ran.err, IsEmpty());
@@ -81,6 +84,75 @@ TEST_F(Simulate, WritesTheReferenceFilesOfTheSamePattern) {
   EXPECT_EQ(folder.read("d"), sim::dsnuFile(camera, fields, sky));
   EXPECT_EQ(folder.read("p"), sim::prnuFile(camera, fields, sky));
   EXPECT_THAT(files(), ElementsAre("a.raw", "d", "p"));
+}
+
+TEST_F(Simulate, MakesWhatCalibratesACameraAndTellsTheTruthAboutIt) {
+  const sim::Camera& camera = *sim::findCamera("GSENSE400");
+  sim::Instrument instrument;
+  instrument.seed = 3, instrument.readNoise = 5, instrument.columnNoise = 6;
+  instrument.hotPixels = 4, instrument.blinking = 2;
+  sim::Sky sky;
+  sky.seed = 3;
+  struct {
+    const char* name;
+    sim::FrameType type;
+    double seconds;
+  } const types[] = {{"light", sim::FrameType::Light, 2.5},
+                     {"bias", sim::FrameType::Bias, 0},
+                     {"dark", sim::FrameType::Dark, 2.5},
+                     {"flat", sim::FrameType::Flat, 2.5}};
+  for (const auto& type : types) {
+    SCOPED_TRACE(type.name);
+    Arguments call = {"simulate",     "GSENSE400", "--mode",         "hdr", "--width",      "32",
+                      "--height",     "16",        "--seed",         "3",   "--type",       type.name,
+                      "--read-noise", "5",         "--column-noise", "6",   "--hot-pixels", "4",
+                      "--blinking",   "2",         "--frame-number", "8",   "-o",           "a.raw",
+                      "--truth",      "t.json",    "--overwrite"};
+    if (type.seconds > 0) call.insert(call.end(), {"--exposure", "2.5"});
+    if (type.type == sim::FrameType::Flat) call.insert(call.end(), {"--level", "9000"});
+    EXPECT_EQ(good(call), "");
+    sim::HeaderFields f = sim::withGains(camera, fieldsOf("GSENSE400", "hdr", 32, 16));
+    f.exposure = static_cast<unsigned>(type.seconds * 1e5), f.frameNumber = 8;
+    EXPECT_EQ(folder.read("a.raw"),
+              sim::encodeFrame(f, 3, sim::exposeFrame(camera, f, instrument, type.type, 9000, sky)));
+    const auto truth = nlohmann::json::parse(textOf(folder.read("t.json")));
+    const sim::Truth known = sim::truthOf(camera, f, instrument);
+    EXPECT_EQ(truth.at("schema"), "orvacam.truth/1");
+    EXPECT_EQ(truth.at("ratio"), known.ratio);
+    ASSERT_EQ(truth.at("planes").size(), 2u);
+    for (const sim::PlaneTruth& plane : known.planes) {
+      const auto& said = truth.at("planes").at(plane.name);
+      EXPECT_EQ(said.at("offset_adu"), plane.offset);
+      EXPECT_EQ(said.at("gain_e_per_adu"), plane.gain);
+      EXPECT_EQ(said.at("read_noise_e"), plane.readNoise);
+      EXPECT_EQ(said.at("dark_current_e_per_s"), plane.darkCurrent);
+      EXPECT_EQ(said.at("column_noise_e"), plane.columnNoise);
+      ASSERT_EQ(said.at("hot_pixels").size(), 4u);
+      EXPECT_EQ(said.at("hot_pixels")[1][0], known.hot[1].x);
+      EXPECT_EQ(said.at("hot_pixels")[1][1], known.hot[1].y);
+      EXPECT_EQ(said.at("blinking_pixels").size(), 2u);
+    }
+  }
+  EXPECT_THAT(files(), ElementsAre("a.raw", "t.json"));
+}
+
+TEST_F(Simulate, ChecksWhatFramesOfACameraAreMadeOf) {
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--type", "twilight"}, "there is no 'twilight'");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--type", "bias", "--exposure", "1"},
+          "a bias frame has none");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--type", "dark", "--level", "9"}, "only flats have one");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--level", "9"}, "only flats have one");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--type", "dark", "--dsnu", "d"}, "orvacam calibrate");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--type", "dark", "--prnu", "d"}, "--prnu: ");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--truth", "a.raw"}, "a.raw");
+  refused({"simulate", "GSENSE2020", "-o", "a.raw", "--mode", "cms", "--type", "dark"}, "sampled frames");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--exposure", "-1"}, "no number from 0 to 42949");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--read-noise", "much"}, "no number from 0 to 100000");
+  refused({"simulate", "GSENSE400", "-o", "a.raw", "--hot-pixels", "-3"}, "--hot-pixels");
+  // Without --type, what belongs to such a camera means its light.
+  good({"simulate", "GSENSE400", "-o", "a.raw", "--hot-pixels", "3"});
+  good({"simulate", "GSENSE400", "-o", "b.raw", "--hot-pixels", "3", "--type", "light"});
+  EXPECT_EQ(folder.read("a.raw"), folder.read("b.raw"));
 }
 
 TEST_F(Simulate, MakesOnlyFramesOfCamerasAndModesThatThereAre) {

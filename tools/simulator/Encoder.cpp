@@ -21,6 +21,7 @@ void pack12(std::vector<unsigned char>& out, const Plane& plane, std::size_t& po
 
 std::vector<unsigned char> packRows(const Layout& layout, const std::vector<Plane>& planes) {
   std::vector<unsigned char> out;
+  out.reserve(layout.bytes());
   std::vector<std::size_t> positions(layout.planes, 0);
   for (const Section& section : layout.sections)
     for (unsigned int row = 0; row < section.rows; ++row) {
@@ -143,6 +144,8 @@ std::size_t Layout::bytes() const {
 std::vector<Plane> makePlanes(const Layout& layout,
                               const std::function<std::uint16_t(const PixelPlace&)>& value) {
   std::vector<Plane> planes(layout.planes);
+  for (Plane& plane : planes)
+    plane.reserve(layout.pixelsPerPlane());
   const bool pairs = layout.packing == Packing::Packed12;
   const auto fill = [&](unsigned int plane, unsigned int run, bool image, unsigned int y) {
     for (unsigned int x = 0; x < (pairs ? evenUp(run) : run); ++x)

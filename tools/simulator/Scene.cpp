@@ -53,31 +53,6 @@ double response(const Sky& sky, const PixelPlace& place) {
   return 1 + sky.gainPattern * patternAt(sky.seed, place.x, place.y);
 }
 
-/// The electrons of every image pixel before noise.
-std::vector<double> light(const HeaderFields& f, const Sky& sky) {
-  std::vector<double> electrons(std::size_t{f.width} * f.height, sky.background);
-  Random random(sky.seed);
-  for (unsigned int i = 0; i < sky.stars; ++i) {
-    const double cx = random.uniform() * f.width;
-    const double cy = random.uniform() * f.height;
-    // Faint stars are many, bright ones few.
-    const double rank = sky.stars > 1 ? static_cast<double>(i) / (sky.stars - 1) : 0;
-    const double total = sky.faintestStar + (sky.brightestStar - sky.faintestStar) / (1 + 400 * rank * rank);
-    // A Moffat profile with exponent 2.
-    const double a2 = sky.starRadius * sky.starRadius;
-    const double peak = total / (3.14159265358979 * a2);
-    const double reach = 30 * sky.starRadius;
-    const auto low = [](double v) { return static_cast<unsigned int>(std::max(0.0, v)); };
-    for (unsigned int y = low(cy - reach); y < std::min<double>(f.height, cy + reach); ++y)
-      for (unsigned int x = low(cx - reach); x < std::min<double>(f.width, cx + reach); ++x) {
-        const double r2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
-        const double t = 1 + r2 / a2;
-        electrons[std::size_t{y} * f.width + x] += peak / (t * t);
-      }
-  }
-  return electrons;
-}
-
 double ratioOf(const Camera& camera, const HeaderFields& fields) {
   return camera.electronsHigh > 0 ? camera.lowAt(fields.lowGain) / camera.highAt(fields.highGain) : 1.0;
 }
@@ -205,12 +180,38 @@ std::optional<HeaderFields> headerFor(const Camera& camera, const std::string& m
   return std::nullopt;
 }
 
+std::vector<double> lightOfSky(const HeaderFields& f, const Sky& sky) {
+  std::vector<double> electrons(std::size_t{f.width} * f.height, sky.background);
+  Random random(sky.seed);
+  for (unsigned int i = 0; i < sky.stars; ++i) {
+    const double cx = random.uniform() * f.width;
+    const double cy = random.uniform() * f.height;
+    // Faint stars are many, bright ones few.
+    const double rank = sky.stars > 1 ? static_cast<double>(i) / (sky.stars - 1) : 0;
+    const double total = sky.faintestStar + (sky.brightestStar - sky.faintestStar) / (1 + 400 * rank * rank);
+    // A Moffat profile with exponent 2.
+    const double a2 = sky.starRadius * sky.starRadius;
+    const double peak = total / (3.14159265358979 * a2);
+    const double reach = 30 * sky.starRadius;
+    const auto low = [](double v) { return static_cast<unsigned int>(std::max(0.0, v)); };
+    for (unsigned int y = low(cy - reach); y < std::min<double>(f.height, cy + reach); ++y)
+      for (unsigned int x = low(cx - reach); x < std::min<double>(f.width, cx + reach); ++x) {
+        const double r2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
+        const double t = 1 + r2 / a2;
+        electrons[std::size_t{y} * f.width + x] += peak / (t * t);
+      }
+  }
+  return electrons;
+}
+
 std::vector<Plane> exposeSky(const Camera& camera, const HeaderFields& fields, const Sky& sky) {
   const Layout layout = layoutOf(fields);
-  const std::vector<double> electrons = light(fields, sky);
+  const std::vector<double> electrons = lightOfSky(fields, sky);
   // One exposure: both channels read the same electrons. A CCD's image lies inside its frame; other streams
   // tell image and reference pixels apart.
-  Random random(sky.seed ^ 0xABCDEF);
+  // A frame whose number nobody chose is the same as ever.
+  const unsigned long frame = fields.frameNumber - static_cast<unsigned long>(HeaderFields().frameNumber);
+  Random random(sky.seed ^ 0xABCDEF ^ frame << 32);
   std::vector<double> collected(electrons.size());
   for (std::size_t i = 0; i < collected.size(); ++i)
     collected[i] = std::max(0.0, electrons[i] + random.normal() * std::sqrt(electrons[i]));

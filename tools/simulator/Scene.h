@@ -54,9 +54,12 @@ struct Sky {
 /// the camera does not have the mode.
 std::optional<HeaderFields> headerFor(const Camera& camera, const std::string& mode);
 
+/// The electrons of every image pixel of the sky, before noise.
+std::vector<double> lightOfSky(const HeaderFields& fields, const Sky& sky);
+
 /// The planes of a frame of the sky. Low-gain and high-gain planes show the same electrons, divided by the
-/// channels' electrons per count, so that a right merge is seamless; image and reference pixels carry the
-/// fixed pattern.
+/// channels' electrons per count, so that a right merge is seamless without calibration; image and reference
+/// pixels carry the fixed pattern. Frames of other numbers have other noise.
 std::vector<Plane> exposeSky(const Camera& camera, const HeaderFields& fields, const Sky& sky);
 
 /// Reference files that undo the fixed pattern of exposeSky: a header, then two planes of fixed-point terms,
