@@ -23,6 +23,8 @@ class Run {
   Value* data() { return m_values.data() + m_start; }
   const Value* data() const { return m_values.data() + m_start; }
   Value& operator[](std::size_t i) { return m_values[m_start + i]; }
+  Value operator[](std::size_t i) const { return m_values[m_start + i]; }
+  std::size_t size() const { return m_values.size() - m_start; }
   bool operator==(const Run& other) const { return m_values == other.m_values; }
 
  private:
@@ -212,6 +214,12 @@ struct Results {
         wide(data.wide),
         means(data.count, data.shift),
         recentMeans(data.count, data.shift),
+        moments(data.wide),
+        squares(data.wide),
+        lesser(data.low),
+        greater(data.low),
+        sortedRows(data.count / kernels::sortedColumns * kernels::sortedColumns, data.shift),
+        sortedDoubles(sortedRows.size(), data.shift),
         placesOfPairs(data.count / 2, data.shift),
         positions(data.count, 0),
         counts(data.count, 0) {
@@ -240,6 +248,7 @@ struct Results {
     table.emptySums(emptied.data(), wide.data(), count);
     table.meansOfSums(data.sums.data(), data.wide.data(), means.data(), count,
                       data.frames == 0 ? 1 : data.frames);
+    stack(data, table);
     if (count > 0) {
       table.findExtremes(low, count, &extremes);
       first = table.findFirst(low, count, extremes.maximum);
@@ -251,6 +260,18 @@ struct Results {
     const std::size_t groups = count / kernels::countGroup * kernels::countGroup;
     table.sumCounts(data.sums.data(), groups, data.mergeRow, &countSums);
     countValues(data, table);
+  }
+
+  void stack(const Data& data, const kernels::KernelTable& table) {
+    table.addToMoments(data.low.data(), moments.data(), squares.data(), data.count);
+    table.keepLesser(lesser.data(), data.high.data(), data.count);
+    table.keepGreater(greater.data(), data.high.data(), data.count);
+    for (std::size_t i = 0; i < sortedRows.size(); ++i) {
+      sortedRows[i] = data.low[i];
+      sortedDoubles[i] = data.low[i] / 3.0 - data.high[i];
+    }
+    table.sortColumns16(sortedRows.data(), sortedRows.size() / kernels::sortedColumns);
+    table.sortColumns64(sortedDoubles.data(), sortedRows.size() / kernels::sortedColumns);
   }
 
   /// The table of counts is a megabyte, so that it is cleared where it was used only.
@@ -272,6 +293,9 @@ struct Results {
   Run<std::uint32_t> sums8, sums16, started8, started16, emptied;
   Run<std::uint64_t> wide;
   Run<std::uint16_t> means, recentMeans;
+  Run<std::uint64_t> moments, squares;
+  Run<std::uint16_t> lesser, greater, sortedRows;
+  Run<double> sortedDoubles;
   Run<std::uint16_t> placesOfPairs, positions;
   Run<std::uint32_t> counts;
   std::size_t counted = 0;
@@ -306,6 +330,9 @@ void compare(const Results& expected, const Results& actual, const Data& data) {
   FUZZ_REQUIRE(expected.emptied == actual.emptied);
   FUZZ_REQUIRE(expected.wide == actual.wide);
   FUZZ_REQUIRE(expected.means == actual.means);
+  FUZZ_REQUIRE(expected.moments == actual.moments && expected.squares == actual.squares);
+  FUZZ_REQUIRE(expected.lesser == actual.lesser && expected.greater == actual.greater);
+  FUZZ_REQUIRE(expected.sortedRows == actual.sortedRows && expected.sortedDoubles == actual.sortedDoubles);
   FUZZ_REQUIRE(PackedMerge::same(expected.extremes, actual.extremes));
   FUZZ_REQUIRE(expected.first == actual.first && expected.missing == actual.missing);
   FUZZ_REQUIRE(expected.placesOfPairs == actual.placesOfPairs);

@@ -100,6 +100,15 @@ Record record() {
   return empty;
 }
 
+/// Throws bad_argument.
+[[noreturn]] inline void refuse(const char* what) {
+  orva_error error = record<orva_error>();
+  error.kind = ORVA_BAD_ARGUMENT;
+  error.text = what;
+  error.path = "";
+  throw Error(error);
+}
+
 /// A share in something of the C interface that does not change.
 template <typename Type, Type* (*share)(const Type*), void (*release)(Type*)>
 class Shared {
@@ -164,6 +173,8 @@ template <>
 struct PixelType<std::uint64_t> : std::integral_constant<int, ORVA_PIXEL_U64> {};
 template <>
 struct PixelType<float> : std::integral_constant<int, ORVA_PIXEL_F32> {};
+template <>
+struct PixelType<double> : std::integral_constant<int, ORVA_PIXEL_F64> {};
 
 }  // namespace detail
 
@@ -248,6 +259,13 @@ inline bool operator==(const Region& a, const Region& b) {
 inline bool operator!=(const Region& a, const Region& b) {
   return !(a == b);
 }
+
+/// In what frames of one stack may differ. Sensor, mode and size can never be unlike.
+enum class Unlike {
+  nothing,
+  settings,  ///< exposure, gains, black level, binning, region, temperature
+  exposure
+};
 
 /// What a frame says of itself.
 class Header {
@@ -347,6 +365,7 @@ class Header {
   friend class Frame;
   friend class Plane;
   friend class Stack;
+  friend void require_alike(const Header& first, const Header& other, Unlike allowed);
   Header() = default;
   explicit Header(detail::HeaderHandle handle) : m_handle(std::move(handle)) {}
 
@@ -366,7 +385,7 @@ class Header {
 
 // ---- Images
 
-/// Pixels that do not change, row by row without padding: std::uint16_t, std::uint64_t or float.
+/// Pixels that do not change, row by row without padding: std::uint16_t, std::uint64_t, float or double.
 template <class Pixel>
 class Image {
  public:
@@ -715,10 +734,20 @@ inline void convert_file(const std::filesystem::path& source, FileFormat format,
 
 // ---- Stacks
 
-/// Many frames into one: of the merged plane of HDR frames, else the image (or low) plane.
+/// Whether two frames go into one stack. Throws mismatch, naming the field and both values.
+inline void require_alike(const Header& first, const Header& other, Unlike allowed = Unlike::nothing) {
+  detail::check(
+      orva_header_require_alike(first.m_handle.get(), other.m_handle.get(), static_cast<int>(allowed)));
+}
+
+/// Many frames into one: of the merged plane of HDR frames, else the image (or low) plane. A mean and a sum
+/// keep sums, minimum and maximum one plane, whatever the number of frames; the other methods keep all planes
+/// in memory (rows of more frames than that: combine).
 class Stack {
  public:
-  /// Other than mean and sum: bad_argument until they are built.
+  /// sigma_clip takes values away that lie outside median - low * deviation ... median + high * deviation
+  /// (deviation of the population) of those that are left, until none does, 20 times at most; then the mean.
+  /// winsorized sets them to the limits of the last round instead.
   enum class Method { mean, sum, median, minimum, maximum, sigma_clip, winsorized };
 
   explicit Stack(Method method = Method::mean) {
@@ -737,6 +766,11 @@ class Stack {
     detail::check(orva_stack_set_decoder(m_handle.get(), decoder.m_handle.release()));
     return *this;
   }
+  /// The limits of sigma_clip and winsorized; 3 and 3 at first. Throws bad_argument: not above 0.
+  Stack& sigma(double low, double high) {
+    detail::check(orva_stack_set_sigma(m_handle.get(), low, high));
+    return *this;
+  }
   /// Takes frames whose settings differ as well; sensor, mode and size can never be unlike.
   Stack& allow_unlike(bool allow) {
     detail::check(orva_stack_allow_unlike(m_handle.get(), allow ? 1 : 0));
@@ -748,7 +782,11 @@ class Stack {
   void add(const Frame& frame) { detail::check(orva_stack_add(m_handle.get(), frame.m_handle.get())); }
   std::uint64_t count() const { return orva_stack_count(m_handle.get()); }
 
-  /// Exact sums of the pixels and of their squares. Throw bad_argument when the stack is empty.
+  /// The plane that is stacked; "" while that is the first frame's to say.
+  std::string plane() const { return orva_stack_plane(m_handle.get()); }
+
+  /// Exact sums of the pixels and of their squares. Throw bad_argument when the stack is empty, and for
+  /// methods other than mean and sum.
   Image<std::uint64_t> sums() const { return taken<Image<std::uint64_t>>(orva_stack_sums); }
   Image<std::uint64_t> squares() const { return taken<Image<std::uint64_t>>(orva_stack_squares); }
   /// The first frame's header, raw. Throws bad_argument when the stack is empty.
@@ -757,20 +795,31 @@ class Stack {
     detail::check(orva_stack_get_header(m_handle.get(), &header));
     return Header(detail::HeaderHandle(orva_header_share(header)));
   }
-  /// A mean that goes on where another one stopped: its first frame's header, its count and both its sums.
+  /// A stack that goes on where another one stopped: its first frame's header, its count and both its sums.
+  /// No name of a plane: that of the header. Throws bad_argument for a method other than mean and sum, a
+  /// plane that the header's frames do not have, sums that so many frames cannot have; mismatch for their
+  /// size.
   static Stack from_sums(const Header& first, std::uint64_t count, Image<std::uint64_t> sums,
-                         Image<std::uint64_t> squares) {
+                         Image<std::uint64_t> squares, std::string_view plane = {},
+                         Method method = Method::mean) {
+    const std::string name = detail::name(plane);
+    orva_stack_state state = detail::record<orva_stack_state>();
+    state.method = static_cast<int>(method);
+    state.plane = name.c_str();
+    state.count = count;
+    state.sums = sums.m_handle.get();
+    state.squares = squares.m_handle.get();
     orva_stack* stack = nullptr;
-    detail::check(orva_stack_from_sums(first.m_handle.get(), count, sums.m_handle.get(),
-                                       squares.m_handle.get(), &stack));
+    detail::check(orva_stack_restore(first.m_handle.get(), &state, &stack));
     return Stack(detail::StackHandle(stack));
   }
   /// Adds another stack's frames. Throws mismatch: unlike frames, planes or methods.
   void merge(const Stack& other) { detail::check(orva_stack_merge(m_handle.get(), other.m_handle.get())); }
 
-  /// The mean or the sum so far; the stack goes on. Throws bad_argument when it is empty.
+  /// The result so far; the stack goes on. Throws bad_argument when it is empty.
   Image<float> result() const { return taken<Image<float>>(orva_stack_result); }
-  /// The mean, rounded down to 16 bits. Throws bad_argument when the stack is empty or a sum.
+  Image<double> result_f64() const { return taken<Image<double>>(orva_stack_result_f64); }
+  /// The result, cut off to 16 bits. Throws bad_argument when the stack is empty or a sum.
   Plane result_u16() const { return taken<Plane>(orva_stack_result_u16); }
 
  private:
@@ -785,6 +834,48 @@ class Stack {
 
   detail::StackHandle m_handle;
 };
+
+// ---- Rows of many frames
+
+/// How rows are combined. Empty lists: 1, 0 and 1 for every frame; else they have a number for each frame.
+struct Combining {
+  Stack::Method method = Stack::Method::mean;
+  double sigma_low = 3, sigma_high = 3;
+  std::vector<double> scales = {}, offsets = {};  ///< a frame's values are value * scale + offset
+  std::vector<double> weights = {};               ///< of a mean alone; none below 0, not all of them 0
+};
+
+/// Where results go, in the caller's memory. Null: not wanted.
+struct Combined {
+  double* values = nullptr;
+  double* deviations = nullptr;       ///< of the population of the values that stayed
+  std::uint16_t* rejected = nullptr;  ///< how many were taken away; 65535 for more
+};
+
+/// Combines rows of `count` pixels each, std::uint16_t or double, into one: values[i] of rows[0][i],
+/// rows[1][i] and so on. Every value depends on its own column alone, so that an image may be combined in
+/// parts and by several threads. Throws bad_argument: no rows, null rows, lists of another length, numbers
+/// that are not finite.
+template <class Pixel>
+void combine(const Combining& how, const std::vector<const Pixel*>& rows, std::size_t count,
+             const Combined& out) {
+  static_assert(std::is_same_v<Pixel, std::uint16_t> || std::is_same_v<Pixel, double>);
+  for (const auto* list : {&how.scales, &how.offsets, &how.weights})
+    if (!list->empty() && list->size() != rows.size())
+      detail::refuse("a list has not one number for each row");
+  const auto array = [](const std::vector<double>& list) { return list.empty() ? nullptr : list.data(); };
+  orva_combining all = detail::record<orva_combining>();
+  all.method = static_cast<int>(how.method);
+  all.sigma_low = how.sigma_low;
+  all.sigma_high = how.sigma_high;
+  all.scales = array(how.scales);
+  all.offsets = array(how.offsets);
+  all.weights = array(how.weights);
+  const orva_combined target{sizeof target, out.values, out.deviations, out.rejected};
+  const std::vector<const void*> untyped(rows.begin(), rows.end());
+  detail::check(
+      orva_combine(&all, detail::PixelType<Pixel>::value, untyped.data(), untyped.size(), count, &target));
+}
 
 }  // namespace orvacam
 

@@ -201,7 +201,7 @@ ORVA_API orva_status orva_header_get_bytes(const orva_header* header, const void
 
 /* ---- Images */
 
-enum orva_pixel_type { ORVA_PIXEL_U16 = 0, ORVA_PIXEL_U64 = 1, ORVA_PIXEL_F32 = 2 };
+enum orva_pixel_type { ORVA_PIXEL_U16 = 0, ORVA_PIXEL_U64 = 1, ORVA_PIXEL_F32 = 2, ORVA_PIXEL_F64 = 3 };
 
 /** Pixels, row by row without padding, in the machine's byte order. Immutable. */
 typedef struct orva_image orva_image;
@@ -401,18 +401,68 @@ ORVA_API orva_status orva_frame_cut(const orva_frame* frame, uint32_t x, uint32_
 
 /* ---- Stacks */
 
-/** Many frames into one. */
-typedef struct orva_stack orva_stack;
-
+/**
+ * How many values of a pixel become one. Sigma clipping takes away what lies outside of
+ *
+ *   median - low * deviation ... median + high * deviation
+ *
+ * where median and deviation (of the population) are those of the values that are left, until that takes
+ * nothing away, 20 times at most; the mean of what stays is the result. Where nothing stays, it is the last
+ * median. Winsorized: what is taken away is set to the limits of the last round instead, then the mean of
+ * all.
+ */
 enum orva_stack_method {
   ORVA_STACK_MEAN = 0,
   ORVA_STACK_SUM = 1,
-  ORVA_STACK_MEDIAN = 2, /**< this and those below: bad_argument until they are built */
+  ORVA_STACK_MEDIAN = 2,
   ORVA_STACK_MINIMUM = 3,
   ORVA_STACK_MAXIMUM = 4,
   ORVA_STACK_SIGMA_CLIP = 5,
   ORVA_STACK_WINSORIZED = 6
 };
+
+/** How rows are combined. Null arrays: 1, 0 and 1 for every frame; else they have a number for each frame. */
+typedef struct orva_combining {
+  size_t size;
+  int method;                   /**< an orva_stack_method */
+  double sigma_low, sigma_high; /**< of sigma clipping and winsorizing: both above 0; others ignore them */
+  const double* scales;         /**< a frame's values are value * scale + offset, in doubles */
+  const double* offsets;
+  const double* weights; /**< of a mean alone; none below 0, not all of them 0 */
+} orva_combining;
+
+/** Where results go: `count` each. Null: not wanted. */
+typedef struct orva_combined {
+  size_t size;
+  double* values;
+  double* deviations; /**< of the population of the values that stayed, without weights */
+  uint16_t* rejected; /**< how many were taken away; 65535 for more */
+} orva_combined;
+
+/**
+ * Combines `frames` rows of `count` values each into one: values[i] of rows[0][i], rows[1][i] and so on. Rows
+ * are of ORVA_PIXEL_U16 or ORVA_PIXEL_F64. Sums are doubles, those of 16-bit values exact. Every value
+ * depends on its own column alone: an image that is combined in parts, in whatever threads, is the same.
+ * bad_argument: no such method or type, no frames, a null row, numbers that are not finite.
+ */
+ORVA_API orva_status orva_combine(const orva_combining* how, int type, const void* const* rows, size_t frames,
+                                  size_t count, const orva_combined* out);
+
+/** In what frames of one stack may differ. Sensor, mode and size can never be unlike. */
+enum orva_allowance {
+  ORVA_ALLOW_NOTHING = 0,
+  ORVA_ALLOW_SETTINGS = 1, /**< exposure, gains, black level, binning, region, temperature */
+  ORVA_ALLOW_EXPOSURE = 2
+};
+/** Whether two frames go into one stack. mismatch: unlike; the text names the field and both values. */
+ORVA_API orva_status orva_header_require_alike(const orva_header* first, const orva_header* other,
+                                               int allowed);
+
+/**
+ * Many frames into one. A mean and a sum keep sums, minimum and maximum one plane, whatever the number of
+ * frames; the other methods keep all planes in memory (rows of more frames than that: orva_combine).
+ */
+typedef struct orva_stack orva_stack;
 
 ORVA_API orva_status orva_stack_create(int method, orva_stack** out);
 ORVA_API void orva_stack_free(orva_stack* stack);
@@ -424,6 +474,8 @@ ORVA_API void orva_stack_free(orva_stack* stack);
 ORVA_API orva_status orva_stack_set_plane(orva_stack* stack, const char* name);
 /** The decoder becomes the stack's, also when this fails; its settings hold for every frame. */
 ORVA_API orva_status orva_stack_set_decoder(orva_stack* stack, orva_decoder* decoder);
+/** The limits of sigma clipping and winsorizing; 3 and 3 at first. bad_argument: not above 0. */
+ORVA_API orva_status orva_stack_set_sigma(orva_stack* stack, double low, double high);
 /** Takes frames whose settings differ as well; sensor, mode and size can never be unlike. */
 ORVA_API orva_status orva_stack_allow_unlike(orva_stack* stack, int allow);
 
@@ -435,24 +487,46 @@ ORVA_API orva_status orva_stack_add(orva_stack* stack, const orva_frame* frame);
 /** 0 for null. */
 ORVA_API uint64_t orva_stack_count(const orva_stack* stack);
 
-/** Exact sums of the pixels and of their squares: images of ORVA_PIXEL_U64. bad_argument: empty stack. */
+/** The name of the plane that is stacked; "" while that is the first frame's to say, and for null. */
+ORVA_API const char* orva_stack_plane(const orva_stack* stack);
+
+/**
+ * Exact sums of the pixels and of their squares: images of ORVA_PIXEL_U64. bad_argument: empty stack, a
+ * method other than mean and sum.
+ */
 ORVA_API orva_status orva_stack_sums(const orva_stack* stack, orva_image** out);
 ORVA_API orva_status orva_stack_squares(const orva_stack* stack, orva_image** out);
 /** The header of the first frame, raw. Borrowed. bad_argument: empty stack. */
 ORVA_API orva_status orva_stack_get_header(const orva_stack* stack, const orva_header** header);
+
+/** What a mean or a sum amounts to, beside its first frame's header. The images stay the caller's. */
+typedef struct orva_stack_state {
+  size_t size;
+  int method;        /**< ORVA_STACK_MEAN or ORVA_STACK_SUM */
+  const char* plane; /**< its name; null or "": merged, else image, else low, as the header says */
+  uint64_t count;    /**< of frames */
+  const orva_image* sums;
+  const orva_image* squares;
+} orva_stack_state;
 /**
- * A mean that goes on where another one stopped: the header of its first frame, how many there were, and both
- * sums. bad_argument: a count of 0, no images of ORVA_PIXEL_U64, sums that no such count of 16-bit frames
+ * A stack that goes on where another one stopped. bad_argument: another method, a plane that frames with this
+ * header do not have, a count of 0, no images of ORVA_PIXEL_U64, sums that no such count of 16-bit frames
  * has. mismatch: sizes that are not that of the header's planes.
  */
+ORVA_API orva_status orva_stack_restore(const orva_header* first, const orva_stack_state* state,
+                                        orva_stack** out);
+/** The same of a mean of the plane that the header says. */
 ORVA_API orva_status orva_stack_from_sums(const orva_header* first, uint64_t count, const orva_image* sums,
                                           const orva_image* squares, orva_stack** out);
 /** Adds another stack's frames; `other` stays as it is. mismatch: unlike frames, planes or methods. */
 ORVA_API orva_status orva_stack_merge(orva_stack* stack, const orva_stack* other);
 
-/** The mean or the sum so far, as ORVA_PIXEL_F32, rounded once. The stack goes on. bad_argument: empty. */
+/** The result so far, as ORVA_PIXEL_F32 and ORVA_PIXEL_F64, rounded once. The stack goes on. bad_argument:
+ * empty. */
 ORVA_API orva_status orva_stack_result(const orva_stack* stack, orva_image** out);
-/** The mean, rounded down to 16 bits as CStacker does, with a header. bad_argument: empty, or a sum. */
+ORVA_API orva_status orva_stack_result_f64(const orva_stack* stack, orva_image** out);
+/** The result, cut off to 16 bits as CStacker does with means, with a header. bad_argument: empty, or a sum.
+ */
 ORVA_API orva_status orva_stack_result_u16(const orva_stack* stack, orva_image** out);
 
 #ifdef __cplusplus

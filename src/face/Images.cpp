@@ -39,6 +39,8 @@ std::size_t bytesOfPixel(int type) {
       return sizeof(std::uint64_t);
     case ORVA_PIXEL_F32:
       return sizeof(float);
+    case ORVA_PIXEL_F64:
+      return sizeof(double);
     default:
       fail(ORVA_BAD_ARGUMENT, std::to_string(type) + " is no type of pixels");
   }

@@ -69,7 +69,7 @@ std::string comparable(const HeaderValues& header, const orva_key& key) {
 
 }  // namespace
 
-std::string unlikeness(const HeaderValues& first, const HeaderValues& frame, bool sameKindOnly) {
+std::string unlikeness(const HeaderValues& first, const HeaderValues& frame, int allowed) {
   if (std::strcmp(first.sensor(), frame.sensor()) != 0)
     return differs("the sensor", first.sensor(), frame.sensor());
   const std::string firstSize = sizeText(lookAtHeader(first).geometry());
@@ -77,13 +77,15 @@ std::string unlikeness(const HeaderValues& first, const HeaderValues& frame, boo
   if (firstSize != frameSize) return differs("the size", firstSize, frameSize);
   for (const auto& field : alike) {
     const orva_key& key = keyOfNumber(field.key);
-    if (sameKindOnly && field.kind == Kind::Setting) continue;
+    if (allowed == ORVA_ALLOW_SETTINGS && field.kind == Kind::Setting) continue;
+    if (allowed == ORVA_ALLOW_EXPOSURE && field.key == ORVA_META_KEY_EXPOSURE_TIME) continue;
     if (!carries(first, key) || !carries(frame, key)) continue;
     const std::string expected = comparable(first, key);
     const std::string given = comparable(frame, key);
     if (expected != given) return differs(key.name, expected, given);
   }
-  if (!sameKindOnly && std::fabs(first.temperature() - frame.temperature()) > mostDegreesApart)
+  if (allowed != ORVA_ALLOW_SETTINGS &&
+      std::fabs(first.temperature() - frame.temperature()) > mostDegreesApart)
     return differs("SensorChipTemp", shortestDigits(first.temperature()) + " degrees Celsius",
                    shortestDigits(frame.temperature()));
   return "";

@@ -7,9 +7,9 @@
 
 namespace orvacam::face {
 
-/// What keeps a frame out of a stack with another one: the field's name and both values; "" for nothing. With
-/// `sameKindOnly`, sensor, mode and size alone are looked at.
-std::string unlikeness(const HeaderValues& first, const HeaderValues& frame, bool sameKindOnly);
+/// What keeps a frame out of a stack with another one: the field's name and both values; "" for nothing.
+/// `allowed` is an orva_allowance.
+std::string unlikeness(const HeaderValues& first, const HeaderValues& frame, int allowed);
 
 }  // namespace orvacam::face
 

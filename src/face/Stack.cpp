@@ -1,19 +1,15 @@
 // Stacks, as the C interface has them.
 
-#include <algorithm>
-#include <cmath>
 #include <cstring>
-#include <limits>
-#include <new>
 
+#include "face/Combine.h"
 #include "face/Decoder.h"
 #include "face/Likeness.h"
+#include "face/StackContents.h"
 
 using namespace orvacam::face;
 
 namespace {
-
-using Sums = std::vector<std::uint64_t>;
 
 unsigned int planeOf(const char* name) {
   for (const auto& plane : planeNames)
@@ -27,39 +23,10 @@ const char* nameOf(unsigned int bit) {
   return "";
 }
 
-/// sum / count, rounded once. Both are below 2^53.
-float quotient(std::uint64_t sum, std::uint64_t count) {
-  const auto s = static_cast<double>(sum);
-  const auto n = static_cast<double>(count);
-  double q = s / n;
-  const auto rounded = static_cast<float>(q);
-  // Where the double is just half way between two floats, the exact quotient says to which side it belongs.
-  const double other = static_cast<double>(
-      std::nextafter(rounded, q > static_cast<double>(rounded) ? std::numeric_limits<float>::max() : 0.0F));
-  if (q - static_cast<double>(rounded) != other - q) return rounded;
-  const double rest = std::fma(-q, n, s);
-  if (rest == 0.0) return rounded;
-  q = std::nextafter(q, rest > 0 ? std::numeric_limits<double>::max() : 0.0);
-  return static_cast<float>(q);
-}
-
-void add(const std::uint16_t* pixels, std::size_t count, std::uint64_t* sums, std::uint64_t* squares) {
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::uint64_t pixel = pixels[i];
-    sums[i] += pixel;
-    squares[i] += pixel * pixel;
-  }
-}
-
 }  // namespace
 
 struct orva_stack {
-  explicit orva_stack(int ofMethod) : method(ofMethod) {
-    if (method < ORVA_STACK_MEAN || method > ORVA_STACK_WINSORIZED)
-      fail(ORVA_BAD_ARGUMENT, std::to_string(method) + " is no method of stacking");
-    if (method > ORVA_STACK_SUM)
-      fail(ORVA_BAD_ARGUMENT, "stacks are made by mean and by sum; other methods are not built");
-  }
+  explicit orva_stack(int ofMethod) : rule{ofMethod} { requireMethod(ofMethod); }
 
   void requireFrames() const {
     if (count == 0) fail(ORVA_BAD_ARGUMENT, "the stack is empty");
@@ -67,28 +34,23 @@ struct orva_stack {
   void requireEmpty() const {
     if (count != 0) fail(ORVA_BAD_ARGUMENT, "the stack has frames; its settings are made before the first");
   }
+  int allowed() const { return allowUnlike ? ORVA_ALLOW_SETTINGS : ORVA_ALLOW_NOTHING; }
+  void setSigma(double low, double high);
   void addFrame(const orva_frame& frame);
   void merge(const orva_stack& other);
-  std::unique_ptr<orva_image> image(int type) const {
-    requireFrames();
-    return std::make_unique<orva_image>(type, width, height, Held<PixelPool>());
-  }
-  std::unique_ptr<orva_image> copyOf(const Sums& all) const {
-    auto copy = image(ORVA_PIXEL_U64);
-    std::memcpy(copy->pixels, all.data(), sizeof(std::uint64_t) * all.size());
-    return copy;
-  }
-  std::unique_ptr<orva_image> result() const;
+  const StackSums& sums() const;
+  template <typename Value>
+  std::unique_ptr<orva_image> result(int type) const;
   std::unique_ptr<orva_image> resultU16() const;
 
-  const int method;
+  StackRule rule;
   unsigned int plane = 0;  ///< 0: as the first frame has it
   bool allowUnlike = false;
   std::unique_ptr<orva_decoder> decoder;
   std::uint64_t count = 0;
   std::uint32_t width = 0, height = 0;
   Held<const orva_header> first;
-  Sums sums, squares;
+  std::unique_ptr<StackContents> contents;  ///< null while there are no frames
 };
 
 namespace {
@@ -109,41 +71,47 @@ std::unique_ptr<orva_image> decodeOne(orva_decoder& decoder, const orva_frame& f
 
 }  // namespace
 
+void orva_stack::setSigma(double low, double high) {
+  requireEmpty();
+  requireSigma(low, high);
+  rule.sigmaLow = low;
+  rule.sigmaHigh = high;
+}
+
 /// What can fail is done first.
 void orva_stack::addFrame(const orva_frame& frame) {
   frame.look.requireDecodable();
   if (first) {
-    const std::string unlike = unlikeness(first->values(), frame.values(), allowUnlike);
+    const std::string unlike = unlikeness(first->values(), frame.values(), allowed());
     if (!unlike.empty()) fail(ORVA_MISMATCH, "is unlike the first frame: " + unlike);
   }
   if (decoder == nullptr) decoder = std::make_unique<orva_decoder>();
   const unsigned int has = decoder->planesOf(frame);
   const unsigned int wanted = plane != 0 ? plane : defaultPlane(has);
   if ((has & wanted) == 0) fail(ORVA_BAD_ARGUMENT, std::string("has no plane \"") + nameOf(wanted) + "\"");
-  const std::unique_ptr<orva_image> pixels = decodeOne(*decoder, frame, wanted);
-  if (!first) {
-    Sums zeros(pixels->pixelCount());
-    squares = zeros;
-    sums = std::move(zeros);
-    width = pixels->width;
-    height = pixels->height;
-    first = frame.header;
-    plane = wanted;
-  }
-  add(pixels->as<std::uint16_t>(), pixels->pixelCount(), sums.data(), squares.data());
+  const Held<const orva_image> pixels(decodeOne(*decoder, frame, wanted).release());
+  std::unique_ptr<StackContents> fresh;
+  if (!first) fresh = emptyContents(rule, pixels->pixelCount());
+  (fresh != nullptr ? fresh : contents)->add(pixels);
   ++count;
+  if (first) return;
+  contents = std::move(fresh);
+  width = pixels->width;
+  height = pixels->height;
+  first = frame.header;
+  plane = wanted;
 }
 
 void orva_stack::merge(const orva_stack& other) {
-  if (method != other.method) fail(ORVA_MISMATCH, "one stack is a mean, the other one a sum");
+  if (rule.method != other.rule.method) fail(ORVA_MISMATCH, "the stacks are of different methods");
   if (other.count == 0) return;
   if (plane != 0 && plane != other.plane)
     fail(ORVA_MISMATCH, std::string("one stack is of plane \"") + nameOf(plane) + "\", the other one of \"" +
                             nameOf(other.plane) + "\"");
   if (!first) {
-    Sums otherSums = other.sums;
-    squares = other.squares;
-    sums = std::move(otherSums);
+    auto copy = emptyContents(rule, std::size_t{other.width} * other.height);
+    copy->merge(*other.contents);
+    contents = std::move(copy);
     first = other.first;
     width = other.width;
     height = other.height;
@@ -151,32 +119,32 @@ void orva_stack::merge(const orva_stack& other) {
     count = other.count;
     return;
   }
-  const std::string unlike = unlikeness(first->values(), other.first->values(), allowUnlike);
+  const std::string unlike = unlikeness(first->values(), other.first->values(), allowed());
   if (!unlike.empty()) fail(ORVA_MISMATCH, "the stacks are unlike: " + unlike);
-  const std::size_t pixels = sums.size();
-  for (std::size_t i = 0; i < pixels; ++i) {
-    sums[i] += other.sums[i];
-    squares[i] += other.squares[i];
-  }
+  contents->merge(*other.contents);
   count += other.count;
 }
 
-std::unique_ptr<orva_image> orva_stack::result() const {
-  auto mean = image(ORVA_PIXEL_F32);
-  auto* const pixels = mean->as<float>();
-  for (std::size_t i = 0; i < sums.size(); ++i)
-    pixels[i] = method == ORVA_STACK_SUM ? static_cast<float>(sums[i]) : quotient(sums[i], count);
-  return mean;
+const StackSums& orva_stack::sums() const {
+  if (rule.method != ORVA_STACK_MEAN && rule.method != ORVA_STACK_SUM)
+    fail(ORVA_BAD_ARGUMENT, "only a mean and a sum have sums");
+  requireFrames();
+  return static_cast<const StackSums&>(*contents);
+}
+
+template <typename Value>
+std::unique_ptr<orva_image> orva_stack::result(int type) const {
+  requireFrames();
+  auto image = std::make_unique<orva_image>(type, width, height, Held<PixelPool>());
+  contents->result(image->as<Value>());
+  return image;
 }
 
 std::unique_ptr<orva_image> orva_stack::resultU16() const {
-  if (method != ORVA_STACK_MEAN) fail(ORVA_BAD_ARGUMENT, "a sum has no result of 16 bits");
-  auto mean = image(ORVA_PIXEL_U16);
-  auto* const pixels = mean->as<std::uint16_t>();
-  for (std::size_t i = 0; i < sums.size(); ++i)
-    pixels[i] = static_cast<std::uint16_t>(sums[i] / count);
-  mean->header = Held<const orva_header>(new orva_header(first, PlaneRole{plane, true}));
-  return mean;
+  if (rule.method == ORVA_STACK_SUM) fail(ORVA_BAD_ARGUMENT, "a sum has no result of 16 bits");
+  auto image = result<std::uint16_t>(ORVA_PIXEL_U16);
+  image->header = Held<const orva_header>(new orva_header(first, PlaneRole{plane, true}));
+  return image;
 }
 
 namespace {
@@ -196,8 +164,22 @@ void requirePossible(const std::uint64_t* sums, const std::uint64_t* squares, st
   }
 }
 
-std::unique_ptr<orva_stack> stackOfSums(const orva_header& first, std::uint64_t count, const orva_image& sums,
-                                        const orva_image& squares) {
+/// The planes that frames with this header can yield, whatever the decoder's gain ratio.
+unsigned int planesOfSums(const FrameLook& look, const char* name) {
+  const unsigned int has = look.planes();
+  if (name == nullptr || *name == '\0') return defaultPlane(has);
+  const unsigned int plane = planeOf(name);
+  const unsigned int possible = look.wantsMerge() ? has | ORVA_PLANE_MERGED : has;
+  if ((possible & plane) == 0)
+    fail(ORVA_BAD_ARGUMENT, std::string("frames with this header have no plane \"") + name + "\"");
+  return plane;
+}
+
+std::unique_ptr<orva_stack> stackOfSums(const orva_header& first, const orva_stack_state& state) {
+  if (state.method != ORVA_STACK_MEAN && state.method != ORVA_STACK_SUM)
+    fail(ORVA_BAD_ARGUMENT, "only a mean and a sum are made of sums");
+  const orva_image& sums = required(state.sums, "the sums");
+  const orva_image& squares = required(state.squares, "the squares");
   const FrameLook look = lookAtHeader(first.values());
   look.requireDecodable();
   const orva_geometry plane = look.geometry();
@@ -209,16 +191,22 @@ std::unique_ptr<orva_stack> stackOfSums(const orva_header& first, std::uint64_t 
                               std::to_string(plane.width) + " x " + std::to_string(plane.height));
   }
   const std::size_t pixels = sums.pixelCount();
-  requirePossible(sums.as<std::uint64_t>(), squares.as<std::uint64_t>(), pixels, count);
-  auto stack = std::make_unique<orva_stack>(ORVA_STACK_MEAN);
-  stack->sums.assign(sums.as<std::uint64_t>(), sums.as<std::uint64_t>() + pixels);
-  stack->squares.assign(squares.as<std::uint64_t>(), squares.as<std::uint64_t>() + pixels);
+  requirePossible(sums.as<std::uint64_t>(), squares.as<std::uint64_t>(), pixels, state.count);
+  auto stack = std::make_unique<orva_stack>(state.method);
+  stack->plane = planesOfSums(look, state.plane);
+  stack->contents = std::make_unique<StackSums>(state.method == ORVA_STACK_MEAN, pixels, state.count,
+                                                sums.as<std::uint64_t>(), squares.as<std::uint64_t>());
   stack->width = plane.width;
   stack->height = plane.height;
-  stack->count = count;
+  stack->count = state.count;
   stack->first = Held<const orva_header>::shared(first);
-  stack->plane = defaultPlane(look.planes());
   return stack;
+}
+
+std::unique_ptr<orva_image> copyOf(const orva_stack& stack, const std::vector<std::uint64_t>& all) {
+  auto copy = std::make_unique<orva_image>(ORVA_PIXEL_U64, stack.width, stack.height, Held<PixelPool>());
+  std::memcpy(copy->pixels, all.data(), sizeof(std::uint64_t) * all.size());
+  return copy;
 }
 
 template <typename Make>
@@ -232,6 +220,17 @@ orva_status giveImage(const orva_stack* stack, orva_image** out, const Make& mak
 }  // namespace
 
 extern "C" {
+
+orva_status orva_header_require_alike(const orva_header* first, const orva_header* other, int allowed) {
+  return guarded([&] {
+    const auto& f = required(first, "the first header").values();
+    const auto& o = required(other, "the other header").values();
+    if (allowed < ORVA_ALLOW_NOTHING || allowed > ORVA_ALLOW_EXPOSURE)
+      fail(ORVA_BAD_ARGUMENT, std::to_string(allowed) + " is nothing that can be allowed");
+    const std::string unlike = unlikeness(f, o, allowed);
+    if (!unlike.empty()) fail(ORVA_MISMATCH, "is unlike the first frame: " + unlike);
+  });
+}
 
 orva_status orva_stack_create(int method, orva_stack** out) {
   return guarded([&] {
@@ -260,6 +259,10 @@ orva_status orva_stack_set_decoder(orva_stack* stack, orva_decoder* decoder) {
   });
 }
 
+orva_status orva_stack_set_sigma(orva_stack* stack, double low, double high) {
+  return guarded([&] { required(stack, "the stack").setSigma(low, high); });
+}
+
 orva_status orva_stack_allow_unlike(orva_stack* stack, int allow) {
   return guarded([&] { required(stack, "the stack").allowUnlike = allow != 0; });
 }
@@ -277,11 +280,11 @@ uint64_t orva_stack_count(const orva_stack* stack) {
 }
 
 orva_status orva_stack_sums(const orva_stack* stack, orva_image** out) {
-  return giveImage(stack, out, [](const orva_stack& s) { return s.copyOf(s.sums); });
+  return giveImage(stack, out, [](const orva_stack& s) { return copyOf(s, s.sums().sums()); });
 }
 
 orva_status orva_stack_squares(const orva_stack* stack, orva_image** out) {
-  return giveImage(stack, out, [](const orva_stack& s) { return s.copyOf(s.squares); });
+  return giveImage(stack, out, [](const orva_stack& s) { return copyOf(s, s.sums().squares()); });
 }
 
 orva_status orva_stack_get_header(const orva_stack* stack, const orva_header** header) {
@@ -292,13 +295,20 @@ orva_status orva_stack_get_header(const orva_stack* stack, const orva_header** h
   });
 }
 
+const char* orva_stack_plane(const orva_stack* stack) {
+  return stack != nullptr ? nameOf(stack->plane) : "";
+}
+
 orva_status orva_stack_from_sums(const orva_header* first, uint64_t count, const orva_image* sums,
                                  const orva_image* squares, orva_stack** out) {
+  const orva_stack_state state{sizeof state, ORVA_STACK_MEAN, nullptr, count, sums, squares};
+  return orva_stack_restore(first, &state, out);
+}
+
+orva_status orva_stack_restore(const orva_header* first, const orva_stack_state* state, orva_stack** out) {
   return guarded([&] {
     required(out, "out") = nullptr;
-    *out = stackOfSums(required(first, "the header"), count, required(sums, "the sums"),
-                       required(squares, "the squares"))
-               .release();
+    *out = stackOfSums(required(first, "the header"), taken(state, "the state")).release();
   });
 }
 
@@ -307,7 +317,11 @@ orva_status orva_stack_merge(orva_stack* stack, const orva_stack* other) {
 }
 
 orva_status orva_stack_result(const orva_stack* stack, orva_image** out) {
-  return giveImage(stack, out, [](const orva_stack& s) { return s.result(); });
+  return giveImage(stack, out, [](const orva_stack& s) { return s.result<float>(ORVA_PIXEL_F32); });
+}
+
+orva_status orva_stack_result_f64(const orva_stack* stack, orva_image** out) {
+  return giveImage(stack, out, [](const orva_stack& s) { return s.result<double>(ORVA_PIXEL_F64); });
 }
 
 orva_status orva_stack_result_u16(const orva_stack* stack, orva_image** out) {

@@ -7,6 +7,7 @@
 
 #include "kernels/KernelTables.h"
 #include "kernels/Kernels.h"
+#include "kernels/StackLoops.h"
 
 namespace orvacam::kernels::loops {
 
@@ -365,6 +366,11 @@ static constexpr KernelTable table(const char* name, std::uint32_t needs) {
   ORVACAM_PUT(table, loops, emptySums);
   ORVACAM_PUT(table, loops, meansOfSums);
   ORVACAM_PUT(table, loops, meansOfRecentSums);
+  ORVACAM_PUT(table, loops, addToMoments);
+  ORVACAM_PUT(table, loops, keepLesser);
+  ORVACAM_PUT(table, loops, keepGreater);
+  ORVACAM_PUT(table, loops, sortColumns16);
+  ORVACAM_PUT(table, loops, sortColumns64);
   ORVACAM_PUT(table, loops, unpack12Streaming);
   ORVACAM_PUT(table, loops, swapBytesStreaming);
   ORVACAM_PUT(table, loops, swapBytesMirroredStreaming);

@@ -115,6 +115,9 @@ struct CountSums {
   std::uint32_t largest;  ///< count
 };
 
+/// Columns that are sorted together: a few registers of each row.
+constexpr std::size_t sortedColumns = 32;
+
 /// From this size on an output does not stay in the caches: use the kernels named "Streaming", which store
 /// past them and so save the reading of the output's old contents. Below it they only delay the output's next
 /// reader.
@@ -201,6 +204,17 @@ struct KernelTable {
   /// means[i] = floor(sums[i] / frames), for sums up to 65535 * frames; frames is not 0.
   void (*meansOfRecentSums)(const std::uint32_t* sums, std::uint16_t* means, std::size_t count,
                             std::uint32_t frames);
+
+  /// sums[i] += pixels[i], squares[i] += pixels[i]^2.
+  void (*addToMoments)(const std::uint16_t* pixels, std::uint64_t* sums, std::uint64_t* squares,
+                       std::size_t count);
+  /// kept[i] = min(kept[i], pixels[i]), and the same with max.
+  void (*keepLesser)(std::uint16_t* kept, const std::uint16_t* pixels, std::size_t count);
+  void (*keepGreater)(std::uint16_t* kept, const std::uint16_t* pixels, std::size_t count);
+  /// Sorts each column of `rows` rows of sortedColumns values, which follow each other: the first row then
+  /// holds the smallest. No value is a NaN.
+  void (*sortColumns16)(std::uint16_t* values, std::size_t rows);
+  void (*sortColumns64)(double* values, std::size_t rows);
 
   /// As their namesakes, with stores past the caches. Call finishStreaming once after the last of them,
   /// before another thread reads the output. Worth it for runs of a row and more. The output is none of the

@@ -15,7 +15,8 @@ BY_HAND = ['unpack12', 'swapBytesStreaming', 'swapBytesMirroredStreaming', 'merg
            'findExtremes', 'findFirst', 'findEach', 'placePairs', 'sumCounts', 'mergeByLine', 'mergePackedUniform',
            'mergePackedPlanes']
 BY_COMPILER = ['swapBytes', 'swapBytesMirrored', 'subtractBias', 'addToSums8', 'addToSums16',
-               'startSums8', 'startSums16', 'emptySums', 'meansOfRecentSums']
+               'startSums8', 'startSums16', 'emptySums', 'meansOfRecentSums', 'addToMoments', 'keepLesser', 'keepGreater',
+               'sortColumns16', 'sortColumns64']
 # Not vectorised, on purpose: countValues and mergeMapped (memory is addressed by pixel values), meansOfSums (a
 # division of 64 bits has no vector form).
 NEON = r'\bv\d+\.(8h|16b|4s|2d)\b'
