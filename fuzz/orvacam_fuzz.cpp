@@ -68,12 +68,12 @@ struct Command {
 Command commandOf(unsigned int choice, const Surroundings& s) {
   const std::string first = s.in("frame.raw"), second = s.in("second");
   const Command commands[] = {
-      {{"check", first, second}, false},
+      {{"check", first, second, "--jobs", "1"}, false},
       {{"preview", first, "-o", s.out(), "--quiet"}, true},
       {{"convert", first, "-o", s.out(), "--quiet", "--single-file", "--compress", "rice"}, true},
       {{"repair", first, "-o", s.out(), "--raw", second}, true},
       {{"info", first}, false},
-      {{"info", "--json", first, second}, false},
+      {{"info", "--json", first, second, "--jobs", "1"}, false},
       {{"stats", first}, false},
       {{"convert", first, "-o", s.out(), "-f", "tiff", "--quiet"}, true},
       {{"convert", first, "-o", s.out(), "--dsnu", second, "--quiet"}, true},

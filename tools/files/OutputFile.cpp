@@ -175,6 +175,11 @@ void OutputFile::removeUnfinished() noexcept {
     if (entry.used && unlink(entry.path) != 0) rmdir(entry.path);
 }
 
+void OutputFile::forgetUnfinished() noexcept {
+  for (Unfinished& entry : unfinished)
+    entry.used = false;
+}
+
 WorkFolder::WorkFolder(const std::string& folder, const std::vector<std::string>& names)
     : m_path(hiddenName(folder)) {
   for (const std::string& name : names)

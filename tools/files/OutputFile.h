@@ -42,6 +42,8 @@ class OutputFile {
   static void cleanUp(const std::string& folder);
   /// Removes the files that are being written. May be called from a signal handler.
   static void removeUnfinished() noexcept;
+  /// In a process that was forked: they are the parent's.
+  static void forgetUnfinished() noexcept;
 
  private:
   [[noreturn]] void fail(int error) const;

@@ -183,8 +183,7 @@ Option& Command::add(const std::string& names, bool& flag, std::string descripti
 }
 
 void addCommon(Command& command) {
-  command.add(
-      "-q,--quiet", [](const std::string&) { setQuiet(true); }, "No notes, only errors", Value());
+  command.add("-q,--quiet", settings().quiet, "No notes and no progress, only errors");
 }
 
 std::string suggestion(const std::string& word, const Names& names) {

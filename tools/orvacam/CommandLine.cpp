@@ -123,7 +123,7 @@ int called(const std::vector<Command>& commands, int argc, char** argv) {
 }  // namespace
 
 int runProgram(int argc, char** argv) {
-  setQuiet(false);
+  resetSettings();
   const std::vector<Command> commands = allCommands();
   Outcome outcome;
   outcome.add(attempt("", [&] {
@@ -133,6 +133,7 @@ int runProgram(int argc, char** argv) {
       outcome.add(attemptCode("", [&] { return called(commands, argc, argv); }));
     flushOutput();
   }));
+  if (!endLog(outcome.code())) outcome.add(NotWritten);
   return outcome.code();
 }
 

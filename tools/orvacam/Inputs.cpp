@@ -112,6 +112,12 @@ std::vector<Input> inputsOf(const InputOptions& options) {
   const auto fromStandardInput = std::count(names.begin(), names.end(), "-") + (options.list == "-" ? 1 : 0);
   if (fromStandardInput > 1) throw UsageError("standard input can be one input only");
   if (names.empty() && options.list.empty()) throw UsageError("no input is named");
+  const Identity log = identityOf(settings().log);
+  const auto refuseLog = [&](const std::string& path) {
+    if (log != Identity{0, 0} && identityOf(path) == log)
+      throw UsageError("--log: " + path + " is an input and cannot be written to");
+  };
+  refuseLog(options.list);
   std::vector<Input> inputs;
   for (const std::string& name : names) {
     std::error_code none;
@@ -125,6 +131,8 @@ std::vector<Input> inputsOf(const InputOptions& options) {
       inputs.push_back({name, "", failure.what()});
     }
   }
+  for (const Input& input : inputs)
+    refuseLog(input.path);
   return inputs;
 }
 
@@ -132,16 +140,6 @@ orvacam::Frame readFrame(const std::string& path) {
   if (path != "-") return orvacam::Frame::read(path);
   const std::string bytes = readAll(path);
   return orvacam::Frame::copy(bytes.data(), bytes.size());
-}
-
-int forEach(const std::vector<Input>& inputs, const std::function<void(const Input&)>& task) {
-  Outcome outcome;
-  for (const Input& input : inputs)
-    outcome.add(attempt(input.path == "-" ? "standard input" : input.path, [&] {
-      if (!input.wrong.empty()) throw Failure(input.wrong);
-      task(input);
-    }));
-  return outcome.code();
 }
 
 Identity identityOf(const std::string& path) {
@@ -161,8 +159,13 @@ std::string plainPath(const std::string& path) {
 
 }  // namespace
 
+Targets::Targets() {
+  if (!settings().log.empty()) claim(settings().log);
+}
+
 void Targets::isInput(const std::string& path) {
   const Identity identity = identityOf(path);
+  if (m_written.count(identity) > 0) throw UsageError(path + " is an input and cannot be written to");
   if (identity != Identity{0, 0}) m_inputs.insert(identity);
 }
 

@@ -30,16 +30,15 @@ orvacam::Frame readFrame(const std::string& path);
 /// All of a file, or of standard input. Throws Failure.
 std::string readAll(const std::string& path);
 
-/// Runs a task for each input; a failure is reported and does not stop the others. Gives the exit code.
-int forEach(const std::vector<Input>& inputs, const std::function<void(const Input&)>& task);
-
 /// Which file it is, whatever its names; {0, 0} for none.
 using Identity = std::pair<dev_t, ino_t>;
 Identity identityOf(const std::string& path);
 
-/// What a run may write to: nothing that it reads, and nothing twice.
+/// What a run may write to: nothing that it reads, and nothing twice. The log is written to, too.
 class Targets {
  public:
+  Targets();
+  /// Throws UsageError.
   void isInput(const std::string& path);
   /// Throws UsageError.
   void claim(const std::string& path);

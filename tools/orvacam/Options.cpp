@@ -26,6 +26,20 @@ void addInputs(Command& command, InputOptions& o, const std::string& what) {
   command.add("--files-from", &o.list, "A file that names inputs, one a line; - for standard input",
               fileValue("LIST"));
   command.add("-0", o.nulEnded, "Names in the list end with a NUL");
+  addSpeech(command);
+}
+
+void addJobs(Command& command) {
+  command.add("-j,--jobs", &settings().jobs, "Work on so many frames beside each other",
+              wholeNumber(1, maximalJobs));
+}
+
+void addSpeech(Command& command) {
+  command.add("--progress", &settings().progress,
+              "How far it is, on standard error: a line on a terminal, always, never, or JSON",
+              oneOf("WHEN", {"auto", "always", "never", "json"}));
+  command.add("--log", &settings().log, "Append messages, and what became of each input, to a file",
+              fileValue());
 }
 
 void addCorrections(Command& command, CorrectionOptions& o) {

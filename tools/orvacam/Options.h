@@ -29,6 +29,10 @@ struct OutputOptions {
 /// FILE..., --recursive, --files-from, -0.
 void addInputs(Command& command, InputOptions& options,
                const std::string& what = "Raw frames, folders of them, or - for standard input");
+/// --jobs, for a command that works on its inputs with forEach.
+void addJobs(Command& command);
+/// --progress, --log; addInputs has them.
+void addSpeech(Command& command);
 /// --dsnu, --prnu, --bias, --thresholds, --calibration.
 void addCorrections(Command& command, CorrectionOptions& options);
 /// --overwrite, --skip-existing where frames can be skipped, --reproducible.

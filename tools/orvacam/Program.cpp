@@ -1,5 +1,6 @@
 #include "Program.h"
 
+#include <sched.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -8,17 +9,18 @@
 #include <new>
 #include <orvacam.hpp>
 
+#include "Workers.h"
 #include "files/OutputFile.h"
-#include "files/Text.h"
 
 namespace tool {
 
 namespace {
 
-bool isQuiet = false;
-
 extern "C" void stop(int number) {
+  Workers::stopAll();
   orvacam::files::OutputFile::removeUnfinished();
+  // The shell's prompt is not to stand behind a line of progress.
+  if (StatusLine::isShown() && write(STDERR_FILENO, "\n", 1) != 1) _exit(128 + number);
   _exit(128 + number);
 }
 
@@ -48,20 +50,6 @@ void Outcome::add(int code) {
   if (rank(code) < rank(m_code)) m_code = code;
 }
 
-void complain(const std::string& subject, const std::string& what) {
-  using orvacam::files::shownText;
-  std::cout.flush();
-  std::cerr << "orvacam: " << shownText(subject) << (subject.empty() ? "" : ": ") << shownText(what) << '\n';
-}
-
-void note(const std::string& subject, const std::string& what) {
-  if (!isQuiet) complain(subject, what);
-}
-
-void setQuiet(bool quiet) {
-  isQuiet = quiet;
-}
-
 int attempt(const std::string& subject, const std::function<void()>& task) {
   return attemptCode(subject, [&] {
     task();
@@ -73,7 +61,7 @@ int attemptCode(const std::string& subject, const std::function<int()>& task) {
   try {
     return task();
   } catch (const UsageError& error) {
-    complain("", error.what());
+    complainOfUsage(error.what());
     return WrongUsage;
   } catch (const orvacam::files::WriteError& error) {
     complain(error.path(), error.what());
@@ -103,6 +91,13 @@ void prepareProcess() {
       sigaction(number, &action, nullptr);
   }
   signal(SIGXFSZ, SIG_IGN);
+}
+
+unsigned processors() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (sched_getaffinity(0, sizeof set, &set) != 0) return 1;
+  return std::min(std::max(1U, static_cast<unsigned>(CPU_COUNT(&set))), maximalJobs);
 }
 
 std::string nearest(const std::string& word, const std::vector<std::string>& names) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "Messages.h"
+
 namespace tool {
 
 /// What was wrong with an input, in one sentence without its name.
@@ -32,12 +34,6 @@ class Outcome {
   int m_code = Good;
 };
 
-/// "orvacam: SUBJECT: what" on standard error; control characters are shown escaped.
-void complain(const std::string& subject, const std::string& what);
-/// The same for what is not wrong; silent with --quiet.
-void note(const std::string& subject, const std::string& what);
-void setQuiet(bool quiet);
-
 /// Runs a task on a file, reports what it throws and gives the exit code for it.
 int attemptCode(const std::string& subject, const std::function<int()>& task);
 /// The same for a task without an exit code of its own.
@@ -49,6 +45,10 @@ void flushOutput();
 /// What a process does once. From INT, TERM and HUP on it removes what is half written and ends; a full file
 /// system answers instead of killing.
 void prepareProcess();
+
+/// How many processors there are for this process, and the most jobs that can be asked for.
+unsigned processors();
+constexpr unsigned maximalJobs = 256;
 
 /// The name that is two edits or fewer away from a word, whatever the case; "" when there is none.
 std::string nearest(const std::string& word, const std::vector<std::string>& names);

@@ -3,7 +3,7 @@
 #include <iostream>
 
 #include "Commands.h"
-#include "Inputs.h"
+#include "ForEach.h"
 #include "files/FixedFiles.h"
 #include "files/Json.h"
 #include "files/Text.h"
@@ -36,8 +36,10 @@ Finding warning(const char* id, const char* text) {
 }
 
 /// What a file has to say for itself; what cannot be read is an error and told on standard error, too.
-std::vector<Finding> findingsOf(const std::string& path) {
+std::vector<Finding> findingsOf(const Input& input) {
+  const std::string& path = input.path;
   try {
+    requireUsable(input);
     switch (path == "-" ? files::FileKind::Raw : files::kindOf(path)) {
       case files::FileKind::FixedFits:
         return {warning(
@@ -89,31 +91,22 @@ void print(const std::string& path, const std::vector<Finding>& findings) {
 }
 
 int check(const CheckOptions& options) {
-  Outcome outcome;
-  for (const Input& input : inputsOf(options.inputs)) {
-    std::vector<Finding> findings;
-    if (input.wrong.empty()) {
-      findings = findingsOf(input.path);
-    } else {
-      complain(input.path, input.wrong);
-      findings = {{Finding::Severity::error, "io", input.wrong, orvacam::Reason::io}};
-    }
+  return forEach(inputsOf(options.inputs), [&](const Input& input, std::string&) {
+    const std::vector<Finding> findings = findingsOf(input);
     bool ok = true;
-    for (const Finding& finding : findings) {
+    for (const Finding& finding : findings)
       ok = ok && finding.severity == Finding::Severity::note;
-      if (options.strict) outcome.add(Failed);
-    }
-    if (!ok) outcome.add(Failed);
     if (options.json)
       printJson(input.path, ok, findings);
     else
       print(input.path, findings);
-  }
-  return outcome.code();
+    return ok && (findings.empty() || !options.strict) ? Good : Failed;
+  });
 }
 
 void describe(Command& c, CheckOptions& o) {
   addInputs(c, o.inputs, "Raw frames, FITS or TIFF files, folders of frames, or -");
+  addJobs(c);
   c.add("--json", o.json, "An object for each file, one a line");
   c.add("--strict", o.strict, "Exit with 1 for notes, too");
 }

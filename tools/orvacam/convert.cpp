@@ -6,7 +6,7 @@
 
 #include "Commands.h"
 #include "Corrections.h"
-#include "Inputs.h"
+#include "ForEach.h"
 #include "PlaneFile.h"
 #include "files/Names.h"
 
@@ -46,16 +46,15 @@ class Conversion {
   std::vector<std::string> possibleTargets(const Input& input) const;
   void claimTargets();
   bool isDone(const Input& input) const;
-  void convertFrame(const Input& input);
-  void convertNative(const Input& input);
+  int convertFrame(const Input& input);
+  int convertNative(const Input& input);
   Product productOf(const orvacam::Frame& frame, const orvacam::Plane& plane, const std::string& name);
-  void write(const std::string& path, const std::vector<Product>& products, const std::string& stem);
+  int write(const std::string& path, const std::vector<Product>& products, const std::string& stem);
 
   const ConvertOptions& m_options;
   Style m_style;
   std::vector<Input> m_inputs;
   std::unique_ptr<Corrections> m_corrections;
-  Outcome m_outcome;
 };
 
 std::string Conversion::extension() const {
@@ -167,16 +166,16 @@ Product Conversion::productOf(const orvacam::Frame& frame, const orvacam::Plane&
   return product;
 }
 
-void Conversion::write(const std::string& path, const std::vector<Product>& products,
-                       const std::string& stem) {
+int Conversion::write(const std::string& path, const std::vector<Product>& products,
+                      const std::string& stem) {
   std::error_code none;
-  if (m_options.outputs.skipExisting && path != "-" && std::filesystem::exists(path, none)) return;
+  if (m_options.outputs.skipExisting && path != "-" && std::filesystem::exists(path, none)) return Good;
   // A file that cannot be written does not stop the others.
-  m_outcome.add(attempt(
-      path, [&] { writeContent(path, contentOf(products, m_style, stem), m_options.outputs.overwrite); }));
+  return attempt(
+      path, [&] { writeContent(path, contentOf(products, m_style, stem), m_options.outputs.overwrite); });
 }
 
-void Conversion::convertFrame(const Input& input) {
+int Conversion::convertFrame(const Input& input) {
   const orvacam::Frame frame = readFrame(input.path);
   const std::vector<std::string> all = frame.planes();
   orvacam::Planes wanted{false, false, false, false, false, false};
@@ -194,6 +193,7 @@ void Conversion::convertFrame(const Input& input) {
   if (!toOutput() && !input.under.empty()) prepareFolder(m_options.folder + "/" + input.under);
 
   const std::string stem = files::stemOf(input.path);
+  Outcome outcome;
   std::vector<Product> products;
   for (const std::string& name : names) {
     const orvacam::Plane& plane = name == "low"      ? decoded.low
@@ -202,14 +202,15 @@ void Conversion::convertFrame(const Input& input) {
                                                      : decoded.image;
     products.push_back(productOf(frame, plane, name));
     if (oneFile()) continue;
-    write(target(input, files::suffixOf(name, all)), products, stem);
+    outcome.add(write(target(input, files::suffixOf(name, all)), products, stem));
     products.clear();
   }
-  if (oneFile()) write(target(input, ""), products, stem);
+  if (oneFile()) outcome.add(write(target(input, ""), products, stem));
+  return outcome.code();
 }
 
 /// The fixed files come into being in a folder of their own: their writer knows of no hidden names.
-void Conversion::convertNative(const Input& input) {
+int Conversion::convertNative(const Input& input) {
   if (!input.under.empty()) prepareFolder(m_options.folder + "/" + input.under);
   const std::string folder = m_options.folder + "/" + input.under;
   std::vector<std::string> names = {"frame.raw"};
@@ -224,15 +225,17 @@ void Conversion::convertNative(const Input& input) {
   orvacam::convert_file(
       source, m_style.format == Format::Tiff ? orvacam::FileFormat::tiff : orvacam::FileFormat::fits,
       work.path() + "/frame.raw", m_options.corrections.dsnu, m_options.corrections.prnu);
+  Outcome outcome;
   for (const char* const suffix : {"", "_LOW", "_HIGH", "_MERGED"}) {
     const std::string made = work.path() + "/frame" + suffix + extension();
     std::error_code none;
     if (!std::filesystem::exists(made, none)) continue;
     const std::string path = target(input, suffix);
     if (m_options.outputs.skipExisting && std::filesystem::exists(path, none)) continue;
-    m_outcome.add(
+    outcome.add(
         attempt(path, [&] { writeContent(path, contentOf(readAll(made)), m_options.outputs.overwrite); }));
   }
+  return outcome.code();
 }
 
 int Conversion::run() {
@@ -246,14 +249,11 @@ int Conversion::run() {
              : "standard readers refuse these FITS files or show every value 32768 too high");
   else
     m_corrections = std::make_unique<Corrections>(m_options.corrections);
-  m_outcome.add(forEach(m_inputs, [&](const Input& input) {
-    if (isDone(input)) return;
-    if (m_options.native)
-      convertNative(input);
-    else
-      convertFrame(input);
-  }));
-  return m_outcome.code();
+  return forEach(m_inputs, [&](const Input& input, std::string&) {
+    requireUsable(input);
+    if (isDone(input)) return static_cast<int>(Good);
+    return m_options.native ? convertNative(input) : convertFrame(input);
+  });
 }
 
 int convert(const ConvertOptions& options) {
@@ -262,6 +262,7 @@ int convert(const ConvertOptions& options) {
 
 void describe(Command& c, ConvertOptions& o) {
   addInputs(c, o.inputs);
+  addJobs(c);
   c.add("-o,--output", &o.folder, "The folder to write to, made when it is missing; - for standard output",
         folderValue())
       .required();

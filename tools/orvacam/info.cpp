@@ -8,10 +8,10 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
+#include <set>
 
 #include "Commands.h"
-#include "Inputs.h"
+#include "ForEach.h"
 #include "files/FitsReader.h"
 #include "files/FixedFiles.h"
 #include "files/Json.h"
@@ -174,8 +174,14 @@ Facts factsOfTiff(const std::string& path) {
   return facts;
 }
 
+/// It can be read once, and is asked for its names and for its values.
+orvacam::Frame frameOfStandardInput() {
+  static const std::string bytes = readAll("-");
+  return orvacam::Frame::copy(bytes.data(), bytes.size());
+}
+
 Facts factsOf(const std::string& path) {
-  if (path == "-") return factsOf(readFrame(path).header());
+  if (path == "-") return factsOf(frameOfStandardInput().header());
   switch (files::kindOf(path)) {
     case files::FileKind::Fits:
     case files::FileKind::FixedFits:
@@ -249,15 +255,10 @@ std::string csvField(const std::string& text) {
   return quoted + "\"";
 }
 
-/// The asked names as they are written in these files, in the order asked. Throws UsageError for a pattern
+/// The asked names as they are written in the files, in the order asked. Throws UsageError for a pattern
 /// that nothing matches.
 std::vector<std::string> askedNames(const std::vector<std::string>& patterns,
-                                    const std::vector<std::optional<Facts>>& all) {
-  std::vector<std::string> known;
-  for (const auto& facts : all)
-    if (facts)
-      for (const std::string& name : namesOf(*facts))
-        if (std::find(known.begin(), known.end(), name) == known.end()) known.push_back(name);
+                                    const std::vector<std::string>& known) {
   std::vector<std::string> names;
   for (const std::string& pattern : patterns) {
     bool matched = false;
@@ -267,9 +268,7 @@ std::vector<std::string> askedNames(const std::vector<std::string>& patterns,
       if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
     }
     if (matched || known.empty()) continue;
-    const std::string near = nearest(pattern, known);
-    throw UsageError("--keys: there is no key '" + pattern + "'" +
-                     (near.empty() ? "" : "; did you mean '" + near + "'?"));
+    throw UsageError("--keys: there is no key '" + pattern + "'" + suggestion(pattern, known));
   }
   return names;
 }
@@ -312,51 +311,55 @@ void printKeys(const Facts& facts, const std::vector<std::string>& names) {
   }
 }
 
-/// Names are looked up in all files before the first line is printed.
-int printSome(const InfoOptions& options, const std::vector<Input>& inputs) {
-  std::vector<std::optional<Facts>> all(inputs.size());
-  const int code = forEach(inputs, [&](const Input& input) {
-    all[static_cast<std::size_t>(&input - inputs.data())] = factsOf(input.path);
-  });
-  const std::vector<std::string> patterns =
-      options.keys.empty() ? std::vector<std::string>{"*"} : options.keys;
-  const std::vector<std::string> names = askedNames(patterns, all);
+/// The names that the files have, in order. What is wrong with files will be said when they are shown.
+std::vector<std::string> knownNames(const std::vector<Input>& inputs) {
+  std::vector<std::string> known;
+  std::set<std::string> seen;
+  for (const Input& input : inputs) {
+    try {
+      requireUsable(input);
+      for (const std::string& name : namesOf(factsOf(input.path)))
+        if (seen.insert(name).second) known.push_back(name);
+    } catch (const std::exception&) {
+      continue;
+    }
+  }
+  return known;
+}
+
+void show(const Input& input, const InfoOptions& options, bool alone, const std::vector<std::string>* names) {
+  requireUsable(input);
+  const Facts facts = factsOf(input.path);
+  if (options.csv) return printCsvLine(input.path, facts, *names);
+  if (options.json) return printJson(input.path, facts, names);
+  if (!alone) std::cout << files::shownText(input.path) << ":\n";
+  if (names != nullptr)
+    printKeys(facts, *names);
+  else
+    std::cout << facts.text;
+}
+
+int info(const InfoOptions& options) {
+  const std::vector<Input> inputs = inputsOf(options.inputs);
+  const bool some = options.csv || !options.keys.empty();
+  // Names are looked up in all files before the first line is printed.
+  std::vector<std::string> names;
+  if (some)
+    names =
+        askedNames(options.keys.empty() ? std::vector<std::string>{"*"} : options.keys, knownNames(inputs));
   if (options.csv) {
     std::cout << "file";
     for (const std::string& name : names)
       std::cout << ',' << csvField(name);
     std::cout << '\n';
   }
-  for (std::size_t i = 0; i < inputs.size(); ++i) {
-    if (!all[i]) continue;
-    if (options.csv)
-      printCsvLine(inputs[i].path, *all[i], names);
-    else if (options.json)
-      printJson(inputs[i].path, *all[i], &names);
-    else {
-      if (inputs.size() > 1) std::cout << files::shownText(inputs[i].path) << ":\n";
-      printKeys(*all[i], names);
-    }
-  }
-  return code;
-}
-
-int info(const InfoOptions& options) {
-  const std::vector<Input> inputs = inputsOf(options.inputs);
-  if (options.csv || !options.keys.empty()) return printSome(options, inputs);
-  return forEach(inputs, [&](const Input& input) {
-    const Facts facts = factsOf(input.path);
-    if (options.json) {
-      printJson(input.path, facts, nullptr);
-      return;
-    }
-    if (inputs.size() > 1) std::cout << files::shownText(input.path) << ":\n";
-    std::cout << facts.text;
-  });
+  return forEach(
+      inputs, [&](const Input& input) { show(input, options, inputs.size() == 1, some ? &names : nullptr); });
 }
 
 void describe(Command& c, InfoOptions& o) {
   addInputs(c, o.inputs, "Raw frames, FITS or TIFF files, folders of frames, or -");
+  addJobs(c);
   c.add("--json", o.json, "An object for each file, one a line");
   c.add("--csv", o.csv, "A line for each file");
   c.add("--keys", &o.keys, "Only these keys, any case; * and ? stand for others",

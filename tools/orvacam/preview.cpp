@@ -5,7 +5,7 @@
 
 #include "Commands.h"
 #include "Corrections.h"
-#include "Inputs.h"
+#include "ForEach.h"
 #include "PlaneFile.h"
 #include "files/Names.h"
 #include "files/Stretch.h"
@@ -81,6 +81,7 @@ int preview(const PreviewOptions& options) {
 
 void describe(Command& c, PreviewOptions& o) {
   addInputs(c, o.inputs);
+  addJobs(c);
   c.add("-o,--output", &o.folder, "The folder to write to, made when it is missing; - for standard output",
         folderValue())
       .required();

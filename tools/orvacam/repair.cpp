@@ -4,7 +4,7 @@
 
 #include "Commands.h"
 #include "Corrections.h"
-#include "Inputs.h"
+#include "ForEach.h"
 #include "PlaneFile.h"
 #include "files/FixedFiles.h"
 
@@ -88,6 +88,8 @@ int repair(const RepairOptions& options) {
 
 void describe(Command& c, RepairOptions& o) {
   c.add("FILE", &o.inputs.files, "Fixed FITS files", framesValue().words()).required();
+  addJobs(c);
+  addSpeech(c);
   c.add("-o,--output", &o.folder, "The folder to write to, made when it is missing", folderValue())
       .required();
   c.add("--raw", &o.raw, "The frame that the file was made of: it has the pixels that the file lacks",

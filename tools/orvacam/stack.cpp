@@ -5,7 +5,7 @@
 
 #include "Commands.h"
 #include "Corrections.h"
-#include "Inputs.h"
+#include "ForEach.h"
 #include "PlaneFile.h"
 #include "files/Names.h"
 
@@ -132,10 +132,8 @@ int stack(const StackOptions& options) {
   return attemptCode(options.output, [&] {
     refuseTwins(inputs);
     Stacking frames(options);
-    int code = Good;
     // A mean without one of its frames would be another mean.
-    for (std::size_t i = 0; i < inputs.size() && code == Good; ++i)
-      code = forEach({inputs[i]}, [&](const Input& input) { frames.add(readFrame(input.path)); });
+    const int code = untilFailure(inputs, [&](const Input& input) { frames.add(readFrame(input.path)); });
     if (code != Good) return code;
     if (options.output != "-") files::OutputFile::cleanUp(files::folderOf(options.output));
     const Style style{*format, false, false};

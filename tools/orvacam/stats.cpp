@@ -2,10 +2,11 @@
 
 #include <cstdio>
 #include <iostream>
+#include <optional>
 
 #include "Commands.h"
 #include "Corrections.h"
-#include "Inputs.h"
+#include "ForEach.h"
 #include "PlaneFile.h"
 #include "files/Json.h"
 
@@ -95,7 +96,8 @@ std::string histogramOf(const std::vector<Named>& planes) {
 }
 
 /// The same of many files: "file,plane,value,count".
-void addCounts(std::string& text, const std::string& path, const std::vector<Named>& planes) {
+std::string countsOf(const std::string& path, const std::vector<Named>& planes) {
+  std::string text;
   std::string file = files::shownText(path);
   if (file.find_first_of(",\"") != std::string::npos) file = files::jsonText(file);
   for (const Named& named : planes) {
@@ -105,7 +107,44 @@ void addCounts(std::string& text, const std::string& path, const std::vector<Nam
         text += file + "," + named.name + "," + std::to_string(value) + "," + std::to_string(counts[value]) +
                 "\n";
   }
+  return text;
 }
+
+/// The file of histograms, which grows as frames are done.
+class Histograms {
+ public:
+  Histograms(const StatsOptions& options, bool single) : m_options(options), m_single(single) {}
+
+  /// Throws files::WriteError.
+  void add(const std::string& counts) {
+    if (m_failed) return;
+    try {
+      if (!m_file) begin();
+      m_file->write(counts.data(), counts.size());
+    } catch (const files::WriteError&) {
+      m_failed = true;
+      throw;
+    }
+  }
+  /// Gives it its name, if there is anything in it.
+  int end() {
+    if (!m_file || m_failed) return Good;
+    return attempt(m_options.histogram, [&] { m_file->commit(); });
+  }
+
+ private:
+  void begin() {
+    files::OutputFile::cleanUp(files::folderOf(m_options.histogram));
+    m_file.emplace(m_options.histogram,
+                   m_options.overwrite ? files::Existing::replace : files::Existing::refuse);
+    const std::string heading = "file,plane,value,count\n";
+    if (!m_single) m_file->write(heading.data(), heading.size());
+  }
+
+  const StatsOptions& m_options;
+  bool m_single, m_failed = false;
+  std::optional<files::OutputFile> m_file;
+};
 
 int stats(const StatsOptions& options) {
   const std::vector<Input> inputs = inputsOf(options.inputs);
@@ -113,32 +152,32 @@ int stats(const StatsOptions& options) {
   for (const Input& input : inputs)
     targets.isInput(input.path);
   addInputs(targets, options.corrections);
-  const bool counts = !options.histogram.empty();
+  const bool counts = !options.histogram.empty(), single = inputs.size() == 1;
   if (counts) targets.claim(options.histogram);
   Corrections corrections(options.corrections);
-  std::string histogram = inputs.size() > 1 ? "file,plane,value,count\n" : "";
-  bool any = false;
-  Outcome outcome;
-  outcome.add(forEach(inputs, [&](const Input& input) {
+  Histograms histograms(options, single);
+  const auto task = [&](const Input& input, std::string& result) {
+    requireUsable(input);
     const orvacam::Frame frame = readFrame(input.path);
     const std::vector<Named> planes =
         planesOf(corrections.decode(frame, {true, true, true, true, true, counts}));
-    any = true;
-    if (counts && inputs.size() > 1) addCounts(histogram, input.path, planes);
-    if (counts && inputs.size() == 1) histogram = histogramOf(planes);
+    if (counts) result = single ? histogramOf(planes) : countsOf(input.path, planes);
     if (options.json)
       printJson(input.path, planes);
     else
       print(input.path, planes);
-  }));
-  if (counts && any)
-    outcome.add(attempt(options.histogram,
-                        [&] { writeContent(options.histogram, contentOf(histogram), options.overwrite); }));
+    return static_cast<int>(Good);
+  };
+  Outcome outcome;
+  outcome.add(
+      forEach(inputs, task, [&](const Input&, const std::string& result) { histograms.add(result); }));
+  outcome.add(histograms.end());
   return outcome.code();
 }
 
 void describe(Command& c, StatsOptions& o) {
   addInputs(c, o.inputs);
+  addJobs(c);
   c.add("--json", o.json, "An object for each file, one a line");
   c.add("--histogram-csv", &o.histogram, "Write the histograms to a file", fileValue());
   c.add("--overwrite", o.overwrite, "Replace a file that exists");
