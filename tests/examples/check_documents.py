@@ -2,7 +2,7 @@
 
 usage: check_documents.py TREE
 
-In docs/api-guide.md and README.md, a code block behind a line `<!-- examples/NAME -->` shows lines of that file, in
+In README.md and the pages of docs, a code block behind a line `<!-- examples/NAME -->` shows lines of that file, in
 one piece. Every example of the face is shown whole from its first #include on, and README's first sample is one.
 """
 import pathlib
@@ -20,7 +20,7 @@ def from_first_include(text):
 def main():
     root = pathlib.Path(sys.argv[1])
     faults, whole = [], set()
-    for document in ('README.md', 'docs/api-guide.md'):
+    for document in ['README.md'] + sorted(str(path.relative_to(root)) for path in (root / 'docs').glob('*.md')):
         text = (root / document).read_text()
         for name, block in SHOWN.findall(text):
             source = (root / 'examples' / name).read_text()
