@@ -25,6 +25,7 @@ from ._decoder import Decoded, Decoder, Extreme, Statistics  # noqa: E402
 from ._errors import BadGeometry, Error, Mismatch, NotAFrame, Truncated, UnsupportedSensor  # noqa: E402
 from ._frame import Finding, Frame, read  # noqa: E402
 from ._header import Header, Key, keys, read_header  # noqa: E402
+from ._report import report  # noqa: E402
 from ._simulate import sensors, simulate  # noqa: E402
 from ._stack import Stack  # noqa: E402
 
@@ -32,4 +33,4 @@ __version__ = _core.version()
 
 __all__ = ['BadGeometry', 'Decoded', 'Decoder', 'Error', 'Extreme', 'Finding', 'Frame', 'Header', 'Key', 'Mismatch',
            'NotAFrame', 'Stack', 'Statistics', 'Truncated', 'UnsupportedSensor', 'keys', 'read', 'read_header',
-           'sensors', 'simulate', 'to_ccddata']
+           'report', 'sensors', 'simulate', 'to_ccddata']

@@ -35,10 +35,19 @@ py::tuple keywordsOf(const PyFrame& frame, const std::string& plane) {
   return py::make_tuple(subject.saturation(), cards);
 }
 
+/// (keyword, unit, header value that it comes from) of each keyword of our FITS files.
+py::list keywordTable() {
+  py::list table;
+  for (const files::Keyword& row : files::keywords())
+    table.append(py::make_tuple(row.name, row.unit, row.source));
+  return table;
+}
+
 }  // namespace
 
 void bindFiles(py::module_& module) {
   module.def("keywords", &keywordsOf);
+  module.def("keyword_table", &keywordTable);
 }
 
 }  // namespace orvacam::python

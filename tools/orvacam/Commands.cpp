@@ -3,8 +3,9 @@
 namespace tool {
 
 std::vector<Command> allCommands() {
-  return {convertCommand(), infoCommand(), statsCommand(),  checkCommand(), stackCommand(),
-          previewCommand(), roiCommand(),  repairCommand(), gainsCommand(), simulateCommand()};
+  return {convertCommand(), infoCommand(),     statsCommand(), checkCommand(),
+          stackCommand(),   previewCommand(),  roiCommand(),   repairCommand(),
+          gainsCommand(),   simulateCommand(), reportCommand()};
 }
 
 }  // namespace tool

@@ -14,6 +14,7 @@ Command stackCommand();
 Command previewCommand();
 Command roiCommand();
 Command repairCommand();
+Command reportCommand();
 Command gainsCommand();
 Command simulateCommand();
 

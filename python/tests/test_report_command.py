@@ -1,0 +1,82 @@
+"""The program's report: what it hands over, and what it says where it cannot."""
+
+import os
+import pathlib
+import subprocess
+import sys
+from typing import Any
+
+import orvacam
+
+TOOL = pathlib.Path(os.environ['ORVACAM_BUILD_DIR']) / 'tools' / 'orvacam' / 'orvacam'
+
+
+def tool(*words: Any, python: str = sys.executable, **more: Any) -> 'subprocess.CompletedProcess[str]':
+    return subprocess.run(
+        [TOOL, 'report', *words], capture_output=True, text=True, env={**os.environ, 'ORVACAM_PYTHON': python}, **more
+    )
+
+
+def night(folder: pathlib.Path) -> None:
+    folder.mkdir()
+    for seed in (1, 2):
+        content = orvacam.simulate('GSENSE400', mode='single', width=64, height=48, seed=seed)
+        (folder / f'{seed}.raw').write_bytes(content)
+    (folder / 'notes.txt').write_text('seeing 1.2"')
+
+
+def test_a_folder_becomes_a_page(tmp_path: pathlib.Path) -> None:
+    night(tmp_path / 'n')
+    # What lies in the working folder is not imported.
+    (tmp_path / 'numpy.py').write_text("raise SystemExit('the wrong numpy')")
+    run = tool('n', '-o', 'night.html', '--compare', 'n/1.raw,n/2.raw', cwd=tmp_path)
+    assert (run.returncode, run.stderr, run.stdout) == (0, '', '')
+    page = (tmp_path / 'night.html').read_text()
+    assert '<h2>The night</h2>' in page and '<h2>Two frames</h2>' in page and 'notes.txt' not in page
+    assert 'orvacam report n/1.raw n/2.raw -o night.html --compare n/1.raw,n/2.raw' in page
+
+
+def test_a_frame_comes_from_standard_input(tmp_path: pathlib.Path) -> None:
+    night(tmp_path / 'n')
+    with open(tmp_path / 'n' / '1.raw', 'rb') as frame:
+        run = tool('-', '-o', tmp_path / 'page.html', stdin=frame)
+    assert run.returncode == 0 and 'GSENSE400' in (tmp_path / 'page.html').read_text()
+
+
+def test_one_bad_frame_of_a_night_is_a_row_and_an_exit_code(tmp_path: pathlib.Path) -> None:
+    night(tmp_path / 'n')
+    whole = (tmp_path / 'n' / '1.raw').read_bytes()
+    (tmp_path / 'n' / '3.raw').write_bytes(whole[:2000])
+    run = tool(tmp_path / 'n', '-o', tmp_path / 'night.html')
+    assert run.returncode == 1 and run.stderr.startswith(f'orvacam: {tmp_path}/n/3.raw: ')
+    assert '3.raw' in (tmp_path / 'night.html').read_text()
+
+
+def test_what_is_wrong_is_said_before_anything_is_done(tmp_path: pathlib.Path) -> None:
+    night(tmp_path / 'n')
+    frame = tmp_path / 'n' / '1.raw'
+    content = frame.read_bytes()
+    assert tool(frame, '-o', frame).returncode == 2
+    assert tool('-o', tmp_path / 'a.html', '--compare', frame, '--measure', tmp_path / 'm.json').returncode == 2
+    assert tool('-o', tmp_path / 'a.html').returncode == 2
+    assert tool(frame, '-o', tmp_path / 'a.html', '--comapre', 'x').returncode == 2
+    assert tool(tmp_path / 'none', '-o', tmp_path / 'a.html').returncode == 1
+    assert frame.read_bytes() == content and not (tmp_path / 'a.html').exists()
+
+
+def test_a_page_that_exists_stays(tmp_path: pathlib.Path) -> None:
+    night(tmp_path / 'n')
+    page = tmp_path / 'a.html'
+    page.write_text('mine')
+    assert tool(tmp_path / 'n' / '1.raw', '-o', page).returncode == 3 and page.read_text() == 'mine'
+
+
+def test_a_missing_interpreter_or_package_says_what_to_install(tmp_path: pathlib.Path) -> None:
+    night(tmp_path / 'n')
+    frame = tmp_path / 'n' / '1.raw'
+    run = tool(frame, '-o', tmp_path / 'a.html', python='/nowhere/python3')
+    assert run.returncode == 1 and 'apt install python3-orvacam' in run.stderr and 'ORVACAM_PYTHON' in run.stderr
+    bare = tmp_path / 'bare'
+    subprocess.run([sys.executable, '-m', 'venv', '--without-pip', bare], check=True)
+    run = tool(frame, '-o', tmp_path / 'a.html', python=str(bare / 'bin' / 'python'))
+    assert run.returncode == 1 and 'apt install python3-orvacam' in run.stderr
