@@ -67,7 +67,7 @@ def page(path, text):
         if file.suffix == '.md' and file.exists():
             return f'[{words}]({file.relative_to(ROOT)}{"#" + anchor if anchor else ""})'
         if file.suffix in ('.h', '.hpp') and file.is_relative_to(ROOT / 'include'):
-            return f'\\link {file.relative_to(ROOT / "include")} {words} \\endlink'
+            return f'\\link {file.relative_to(ROOT / "include")} {words}\\endlink'
         if file == ROOT / 'python' / 'orvacam':
             return f'\\ref python_reference "{words}"'
         if not file.exists():

@@ -11,7 +11,7 @@ class CLog;
 /// \code
 ///   CStacker stacker;
 ///   stacker.Initialize(pixels);
-///   for (each frame) stacker.StackNextFrame(plane, pixels);
+///   for (const unsigned short* plane : planes) stacker.StackNextFrame(plane, pixels);
 ///   stacker.Finish(&mean, nullptr, &count);
 /// \endcode
 ///
