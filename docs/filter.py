@@ -61,7 +61,7 @@ def page(path, text):
     def link(match):
         words, target = match.groups()
         place, _, anchor = target.partition('#')
-        if not place or '://' in target or target.endswith('.svg'):
+        if not place or '://' in target or target.endswith(('.svg', '.png')):
             return match.group(0)
         file = (path.parent / place).resolve()
         if file.suffix == '.md' and file.exists():

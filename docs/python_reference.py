@@ -63,7 +63,7 @@ def methods(node):
 def definitions(folder):
     """Where each name is defined: the classes and functions at the top of the package's files."""
     found = {}
-    for path in sorted(folder.glob('*.py')):
+    for path in sorted(folder.rglob('*.py')):
         for node in ast.parse(path.read_text()).body:
             if isinstance(node, ast.ClassDef) or is_function(node):
                 found.setdefault(node.name, node)
