@@ -13,6 +13,36 @@
 
 namespace orvacam::files {
 
+/// The bytes of 256 words at a time are summed side by side, which 16 bits hold.
+std::uint32_t wordSum(const unsigned char* bytes, std::size_t length) {
+  std::array<std::uint64_t, 4> columns{};
+  for (std::size_t at = 0; at < length;) {
+    std::uint32_t even = 0, odd = 0;
+    const std::size_t until = std::min(length, at + 1024);
+    for (; at < until; at += 4) {
+      std::uint32_t word;
+      std::memcpy(&word, bytes + at, 4);
+      even += word & 0x00FF00FFu;
+      odd += word >> 8 & 0x00FF00FFu;
+    }
+    columns[0] += even & 0xFFFF, columns[2] += even >> 16;
+    columns[1] += odd & 0xFFFF, columns[3] += odd >> 16;
+  }
+  // Shifted into their places the columns would not fit: carries go back in after each.
+  std::uint64_t sum = 0;
+  for (const std::uint64_t column : columns) {
+    sum <<= 8;
+    sum = (sum & 0xFFFFFFFFu) + (sum >> 32) + (column & 0xFFFFFFFFu) + (column >> 32);
+    sum = (sum & 0xFFFFFFFFu) + (sum >> 32);
+  }
+  return static_cast<std::uint32_t>((sum & 0xFFFFFFFFu) + (sum >> 32));
+}
+
+std::uint32_t addedSums(std::uint32_t a, std::uint32_t b) {
+  const std::uint64_t sum = std::uint64_t{a} + b;
+  return static_cast<std::uint32_t>((sum & 0xFFFFFFFFu) + (sum >> 32));
+}
+
 namespace {
 
 constexpr std::size_t cardSize = 80;
@@ -58,7 +88,11 @@ void writeCards(fitsfile* file, const std::vector<Card>& cards) {
 
 constexpr struct {
   int image, pixel;
-} types[] = {{BYTE_IMG, TBYTE}, {USHORT_IMG, TUSHORT}, {FLOAT_IMG, TFLOAT}, {DOUBLE_IMG, TDOUBLE}};
+} types[] = {{BYTE_IMG, TBYTE},
+             {USHORT_IMG, TUSHORT},
+             {FLOAT_IMG, TFLOAT},
+             {DOUBLE_IMG, TDOUBLE},
+             {LONGLONG_IMG, TLONGLONG}};
 
 /// An image unit of CFITSIO's: with its pixels in compressed tiles, else of one pixel, its header to be had
 /// from it.
@@ -94,43 +128,11 @@ std::vector<Unit> unitsOf(fitsfile* file) {
   return units;
 }
 
-/// The sum of big-endian 32-bit words, carries put back in at the end (FITS 4.0, appendix J). The bytes of
-/// 256 words at a time are summed side by side, which 16 bits hold.
-std::uint32_t wordSum(const unsigned char* bytes, std::size_t length) {
-  std::array<std::uint64_t, 4> columns{};
-  for (std::size_t at = 0; at < length;) {
-    std::uint32_t even = 0, odd = 0;
-    const std::size_t until = std::min(length, at + 1024);
-    for (; at < until; at += 4) {
-      std::uint32_t word;
-      std::memcpy(&word, bytes + at, 4);
-      even += word & 0x00FF00FFu;
-      odd += word >> 8 & 0x00FF00FFu;
-    }
-    columns[0] += even & 0xFFFF, columns[2] += even >> 16;
-    columns[1] += odd & 0xFFFF, columns[3] += odd >> 16;
-  }
-  // Shifted into their places the columns would not fit: carries go back in after each.
-  std::uint64_t sum = 0;
-  for (const std::uint64_t column : columns) {
-    sum <<= 8;
-    sum = (sum & 0xFFFFFFFFu) + (sum >> 32) + (column & 0xFFFFFFFFu) + (column >> 32);
-    sum = (sum & 0xFFFFFFFFu) + (sum >> 32);
-  }
-  return static_cast<std::uint32_t>((sum & 0xFFFFFFFFu) + (sum >> 32));
-}
-
 /// The value of a card in a header, behind "KEYWORD = '".
 unsigned char* valueOf(unsigned char* header, std::size_t length, const char* keyword) {
   for (std::size_t at = 0; at + cardSize <= length; at += cardSize)
     if (std::memcmp(header + at, keyword, 8) == 0) return header + at + 11;
   throw std::runtime_error("cannot be made a FITS file: a checksum has no card");
-}
-
-/// Two sums as one.
-std::uint32_t added(std::uint32_t a, std::uint32_t b) {
-  const std::uint64_t sum = std::uint64_t{a} + b;
-  return static_cast<std::uint32_t>((sum & 0xFFFFFFFFu) + (sum >> 32));
 }
 
 /// Puts both sums into the header of a unit whose data have this one.
@@ -143,7 +145,7 @@ void writeSums(unsigned char* bytes, const Unit& unit, std::uint32_t data) {
   std::memcpy(dataSum, text, static_cast<std::size_t>(written));
 
   char encoded[24] = {};
-  fits_encode_chksum(added(data, wordSum(bytes + unit.header, unit.data - unit.header)), 1, encoded);
+  fits_encode_chksum(addedSums(data, wordSum(bytes + unit.header, unit.data - unit.header)), 1, encoded);
   std::memcpy(valueOf(bytes + unit.header, unit.data - unit.header, "CHECKSUM"), encoded,
               std::strlen(openCheckSum));
 }
@@ -179,6 +181,7 @@ void copyPixels(Raster::Sample sample, const void* pixels, std::size_t bytes, un
       each(std::uint32_t{}, [](std::uint32_t v) { return __builtin_bswap32(v); });
       break;
     case Raster::F64:
+    case Raster::I64:
       each(std::uint64_t{}, [](std::uint64_t v) { return __builtin_bswap64(v); });
       break;
   }
@@ -194,7 +197,7 @@ std::uint32_t writeData(const Raster& raster, unsigned char* to, std::size_t len
   std::uint32_t sum = 0;
   for (std::size_t at = 0; at < length; at += pieceSize) {
     if (at < filled) copyPixels(raster.sample, from + at, std::min(pieceSize, filled - at), to + at);
-    sum = added(sum, wordSum(to + at, std::min(pieceSize, length - at)));
+    sum = addedSums(sum, wordSum(to + at, std::min(pieceSize, length - at)));
   }
   return sum;
 }

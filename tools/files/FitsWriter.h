@@ -1,6 +1,7 @@
 #ifndef ORVACAM_FILES_FITS_WRITER_H
 #define ORVACAM_FILES_FITS_WRITER_H
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -47,6 +48,11 @@ class FitsFile {
   Bytes m_bytes;
   std::size_t m_size = 0;
 };
+
+/// The sum of big-endian 32-bit words, carries put back in at the end (FITS 4.0, appendix J), of a multiple
+/// of 4 bytes; and two sums as one.
+std::uint32_t wordSum(const unsigned char* bytes, std::size_t length);
+std::uint32_t addedSums(std::uint32_t a, std::uint32_t b);
 
 }  // namespace orvacam::files
 

@@ -11,7 +11,7 @@ namespace orvacam::files {
 
 /// Pixels to be written, row after row without gaps. They stay the caller's.
 struct Raster {
-  enum Sample { U8, U16, F32, F64 };
+  enum Sample { U8, U16, F32, F64, I64 };
   Size size{};
   Sample sample = U16;
   const void* data = nullptr;
