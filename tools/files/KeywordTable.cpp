@@ -157,14 +157,15 @@ Value extensionName(const Subject& s, const Keyword&) {
 }
 
 Value saturation(const Subject& s, const Keyword& row) {
+  if (s.isCount) return {};
   if (s.plane == "image" && !s.fields->number(row.source)) return {};
   if (s.plane == "merged" && !s.merge) return {};
   const double value = s.saturation();
   return std::floor(value) == value ? wholeOf(value) : Value(value);
 }
 
-Value brightnessUnit(const Subject&, const Keyword&) {
-  return std::string("adu");
+Value brightnessUnit(const Subject& s, const Keyword&) {
+  return std::string(s.isCount ? "count" : "adu");
 }
 
 // Stacks.

@@ -52,7 +52,8 @@ struct Subject {
   bool cameraClock = false;  ///< the time is not that of GPS
   std::optional<MergeFacts> merge;
   std::optional<StackFacts> stack;
-  double bias = 0;  ///< what a bias frame took away: its median; for a merged plane that of the low gain
+  bool isCount = false;  ///< pixels are numbers of frames, no brightness
+  double bias = 0;       ///< what a bias frame took away: its median; for a merged plane that of the low gain
   std::vector<std::string> history;
   std::string date;  ///< of writing, "" to leave it out
 

@@ -25,23 +25,24 @@ std::string thresholdsText(const CorrectionOptions& options) {
   return std::to_string(options.high) + ", " + std::to_string(options.difference);
 }
 
+}  // namespace
+
+void addInputs(Targets& targets, const CorrectionOptions& options) {
+  for (const std::string& path : {options.dsnu, options.prnu, options.bias, options.calibration})
+    if (!path.empty()) targets.isInput(path);
+}
+
 /// The sum of a reference file and its name, as history.
-void addReference(std::vector<std::string>& history, const std::string& role, const std::string& path) {
+void Corrections::addReference(const char* role, const std::string& text, const std::string& path) {
   std::string bytes;
   try {
     bytes = readAll(path);
   } catch (const Failure& failure) {
     throw Failure(path + ": " + failure.what());
   }
-  history.push_back(role + " " + std::filesystem::path(path).filename().string());
-  history.push_back("SHA-256 " + files::sha256(bytes.data(), bytes.size()));
-}
-
-}  // namespace
-
-void addInputs(Targets& targets, const CorrectionOptions& options) {
-  for (const std::string& path : {options.dsnu, options.prnu, options.bias, options.calibration})
-    if (!path.empty()) targets.isInput(path);
+  m_digests[role] = files::sha256(bytes.data(), bytes.size());
+  m_history.push_back(text + " " + std::filesystem::path(path).filename().string());
+  m_history.push_back("SHA-256 " + m_digests[role]);
 }
 
 Corrections::Corrections(const CorrectionOptions& options) : m_options(options) {
@@ -57,17 +58,17 @@ Corrections::Corrections(const CorrectionOptions& options) : m_options(options) 
     m_biasLow = planeAt(bytes.substr(start, plane), size);
     if (bytes.size() >= start + 2 * plane) m_biasHigh = planeAt(bytes.substr(start + plane, plane), size);
     m_biasSensor = bias.header().sensor();
-    addReference(m_history, "bias frame subtracted:", options.bias);
+    addReference("BIAS", "bias frame subtracted:", options.bias);
   }
-  if (!options.dsnu.empty()) addReference(m_history, "DSNU reference:", options.dsnu);
-  if (!options.prnu.empty()) addReference(m_history, "PRNU reference:", options.prnu);
+  if (!options.dsnu.empty()) addReference("DSNU", "DSNU reference:", options.dsnu);
+  if (!options.prnu.empty()) addReference("PRNU", "PRNU reference:", options.prnu);
   if (!options.calibration.empty()) {
     try {
       m_block = readAll(options.calibration);
     } catch (const Failure& failure) {
       throw Failure(options.calibration + ": " + failure.what());
     }
-    addReference(m_history, "gain ratio of the calibration block:", options.calibration);
+    addReference("CALIBRATION", "gain ratio of the calibration block:", options.calibration);
   }
   if (options.hasThresholds) m_history.push_back("merged with thresholds " + thresholdsText(options));
   apply(m_decoder);

@@ -1,6 +1,7 @@
 #ifndef ORVACAM_TOOL_CORRECTIONS_H
 #define ORVACAM_TOOL_CORRECTIONS_H
 
+#include <map>
 #include <optional>
 #include <orvacam.hpp>
 #include <string>
@@ -29,6 +30,8 @@ class Corrections {
 
   /// Adds to a subject what the corrections have done to its plane.
   void describe(files::Subject& subject, const orvacam::Header& header);
+  /// SHA-256 of the files by role: "DSNU", "PRNU", "BIAS", "CALIBRATION".
+  const std::map<std::string, std::string>& digests() const { return m_digests; }
 
  private:
   void apply(orvacam::Decoder& decoder) const;
@@ -38,7 +41,10 @@ class Corrections {
   std::string m_block;                   // the camera's calibration
   orvacam::Plane m_biasLow, m_biasHigh;  // of single images: low
   std::string m_biasSensor;
+  void addReference(const char* role, const std::string& text, const std::string& path);
+
   std::vector<std::string> m_history;
+  std::map<std::string, std::string> m_digests;
   orvacam::Decoder m_decoder, m_withoutPrnu;  // the second knows the gain ratio that a PRNU file replaces
 };
 

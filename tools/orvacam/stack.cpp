@@ -1,110 +1,16 @@
 // orvacam stack: many frames become one.
 
-#include <algorithm>
+#include <charconv>
 #include <map>
 
 #include "Commands.h"
 #include "Corrections.h"
-#include "ForEach.h"
-#include "PlaneFile.h"
+#include "Stacking.h"
 #include "files/Names.h"
 
 namespace tool {
 
 namespace {
-
-struct StackOptions {
-  InputOptions inputs;
-  CorrectionOptions corrections;
-  OutputOptions outputs;
-  std::string output, format, method = "mean", type = "float32", plane;
-  bool force = false;
-};
-
-/// The frames so far, and what a file says of them together.
-class Stacking {
- public:
-  explicit Stacking(const StackOptions& options)
-      : m_options(options),
-        m_corrections(options.corrections),
-        m_stack(options.method == "sum" ? orvacam::Stack::Method::sum : orvacam::Stack::Method::mean) {
-    m_stack.decoder(m_corrections.decoder()).allow_unlike(options.force);
-    if (!options.plane.empty()) m_stack.plane(options.plane);
-    m_facts.sum = options.method == "sum";
-  }
-
-  void add(const orvacam::Frame& frame);
-  Product result();
-
- private:
-  void hold(Product& product) const;
-
-  const StackOptions& m_options;
-  Corrections m_corrections;
-  orvacam::Stack m_stack;
-  std::optional<orvacam::Header> m_first;
-  std::string m_plane;
-  files::StackFacts m_facts;
-};
-
-/// The plane that is stacked: merged, else image, else low.
-std::string stackedPlane(const std::vector<std::string>& planes) {
-  for (const char* const name : {"merged", "image", "low"})
-    if (std::find(planes.begin(), planes.end(), name) != planes.end()) return name;
-  return "image";
-}
-
-void Stacking::add(const orvacam::Frame& frame) {
-  m_corrections.requireApplicable(frame);
-  m_stack.add(frame);
-  const orvacam::Header& header = frame.header();
-  if (!m_first) {
-    m_first = header;
-    m_plane = m_options.plane.empty() ? stackedPlane(frame.planes()) : m_options.plane;
-  }
-  ++m_facts.frames;
-  m_facts.exposure += header.exposure_seconds();
-  if (const auto time = header.time()) {
-    const auto end = *time + std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                 std::chrono::duration<double>(header.exposure_seconds()));
-    m_facts.earliest = m_facts.earliest ? std::min(*m_facts.earliest, *time) : *time;
-    m_facts.end = m_facts.end ? std::max(*m_facts.end, end) : end;
-  }
-}
-
-/// The pixels in the type that was asked for.
-void Stacking::hold(Product& product) const {
-  if (m_options.type == "uint16") {
-    const auto pixels = std::make_shared<const orvacam::Plane>(m_stack.result_u16());
-    product.raster = files::rasterOf(*pixels);
-    product.owner = pixels;
-  } else if (m_options.type == "float32") {
-    const auto pixels = std::make_shared<const orvacam::Image<float>>(m_stack.result());
-    product.raster = files::rasterOf(*pixels);
-    product.owner = pixels;
-  } else {
-    const orvacam::Image<std::uint64_t> sums = m_stack.sums();
-    const auto pixels =
-        std::make_shared<std::vector<double>>(std::size_t{sums.size().width} * sums.size().height);
-    const double divisor = m_facts.sum ? 1 : static_cast<double>(m_facts.frames);
-    std::transform(sums.data(), sums.data() + pixels->size(), pixels->begin(),
-                   [&](std::uint64_t sum) { return static_cast<double>(sum) / divisor; });
-    product.raster = {sums.size(), files::Raster::F64, pixels->data()};
-    product.owner = pixels;
-  }
-}
-
-Product Stacking::result() {
-  Product product;
-  product.header = m_first.value();
-  product.subject = files::subjectOf(*m_first, m_plane);
-  product.subject.stack = m_facts;
-  m_corrections.describe(product.subject, *m_first);
-  hold(product);
-  product.subject.history.push_back(m_options.method + " of " + std::to_string(m_facts.frames) + " frames");
-  finish(product.subject, m_options.outputs.reproducible);
-  return product;
-}
 
 void refuseTwins(const std::vector<Input>& inputs) {
   std::map<Identity, std::string> seen;
@@ -117,51 +23,153 @@ void refuseTwins(const std::vector<Input>& inputs) {
   }
 }
 
-int stack(const StackOptions& options) {
-  const auto format = options.format.empty()
-                          ? options.output == "-" ? Format::Fits : formatOfPath(options.output)
-                          : formatNamed(options.format);
+Format formatFor(const std::string& option, const std::string& path) {
+  const auto format = path == "-" ? Format::Fits : formatOfPath(path);
   if (!format)
-    throw UsageError("-o: " + options.output + " should end in .fits, .fit, .fts, .tif, .tiff or .npy");
+    throw UsageError(option + ": " + path + " should end in .fits, .fit, .fts, .tif, .tiff or .npy");
+  return *format;
+}
+
+/// Everything that is written, by its name; all or none of it is asked for at once.
+int write(const StackOptions& options, Format format, const Stacked& stacked) {
+  const auto one = [&](const std::string& path, const Product& product, Format as) {
+    return attempt(path, [&] {
+      writeContent(path, contentOf({product}, Style{as, false, false}, files::stemOf(path)),
+                   options.outputs.overwrite);
+    });
+  };
+  Outcome outcome;
+  outcome.add(one(options.output, stacked.product, format));
+  if (stacked.rejected)
+    outcome.add(
+        one(options.rejectedMap, *stacked.rejected, formatFor("--map-rejected", options.rejectedMap)));
+  return outcome.code();
+}
+
+int writePart(const StackOptions& options, const files::PartialStack& part) {
+  files::FitsFile file = files::partialStackFile(part);
+  writeContent(options.partial, {nullptr, {{static_cast<const char*>(file.data()), file.size()}}},
+               options.outputs.overwrite);
+  return Good;
+}
+
+int run(const StackOptions& options, Format format, const std::vector<Input>& inputs) {
+  refuseTwins(inputs);
+  if (!options.partial.empty()) {
+    const auto part = sumsOf(options, inputs);
+    return part ? writePart(options, *part) : static_cast<int>(Failed);
+  }
+  const auto stacked = stackedOf(options, inputs);
+  return stacked ? write(options, format, *stacked) : static_cast<int>(Failed);
+}
+
+int stack(const StackOptions& options) {
+  const bool isPart = !options.partial.empty();
+  const std::string& output = isPart ? options.partial : options.output;
+  const Format format = isPart                   ? Format::Fits
+                        : options.format.empty() ? formatFor("-o", output)
+                                                 : formatNamed(options.format).value();
   const std::vector<Input> inputs = inputsOf(options.inputs);
   Targets targets;
   for (const Input& input : inputs)
     targets.isInput(input.path);
   addInputs(targets, options.corrections);
-  targets.claim(options.output);
-  return attemptCode(options.output, [&] {
-    refuseTwins(inputs);
-    Stacking frames(options);
-    // A mean without one of its frames would be another mean.
-    const int code = untilFailure(inputs, [&](const Input& input) { frames.add(readFrame(input.path)); });
-    if (code != Good) return code;
-    if (options.output != "-") files::OutputFile::cleanUp(files::folderOf(options.output));
-    const Style style{*format, false, false};
-    writeContent(options.output, contentOf({frames.result()}, style, files::stemOf(options.output)),
-                 options.outputs.overwrite);
-    return code;
-  });
+  for (const std::string& path : {output, options.rejectedMap}) {
+    if (path.empty()) continue;
+    targets.claim(path);
+    if (path != "-") files::OutputFile::cleanUp(files::folderOf(path));
+  }
+  return attemptCode(output, [&] { return run(options, format, inputs); });
+}
+
+// ---- The command line
+
+/// Two numbers above 0.
+void readSigma(StackOptions& options, const std::string& text) {
+  const std::size_t comma = text.find(',');
+  const char* const end = text.data() + text.size();
+  const char* const middle = text.data() + std::min(comma, text.size());
+  const auto low = std::from_chars(text.data(), middle, options.sigmaLow);
+  const auto high = comma == std::string::npos ? low : std::from_chars(middle + 1, end, options.sigmaHigh);
+  if (comma == std::string::npos) options.sigmaHigh = options.sigmaLow;
+  const auto isGood = [](double limit) { return limit > 0 && limit <= 1e6; };
+  if (low.ec != std::errc() || low.ptr != middle || high.ec != std::errc() || high.ptr != end ||
+      !isGood(options.sigmaLow) || !isGood(options.sigmaHigh))
+    throw UsageError("--sigma: '" + text + "' is not LOW,HIGH, both above 0");
+  options.hasSigma = true;
+}
+
+/// Bytes, with K, M, G or T behind them for powers of 1024.
+void readMemory(StackOptions& options, const std::string& text) {
+  constexpr std::string_view suffixes = "KMGT";
+  const char* const end = text.data() + text.size();
+  const auto read = std::from_chars(text.data(), end, options.memory);
+  const std::size_t power = read.ptr + 1 == end ? suffixes.find(*read.ptr) + 1 : 0;
+  const bool isWhole = read.ptr == end || power != 0;
+  constexpr std::uint64_t most = std::uint64_t{1} << 60;
+  if (read.ec != std::errc() || !isWhole || options.memory == 0 || options.memory > most >> 10 * power)
+    throw UsageError("--memory: '" + text + "' is no size as 500M or 2G");
+  options.memory <<= 10 * power;
 }
 
 void describe(Command& c, StackOptions& o) {
   addInputs(c, o.inputs);
   c.add("-o,--output", &o.output,
         "The file to write: .fits, .fit, .fts, .tif, .tiff or .npy; - for FITS on standard output",
-        fileValue())
-      .required();
+        fileValue());
   c.add("-f,--format", &o.format, "Format, whatever the extension", oneOf("FORMAT", {"fits", "tiff", "npy"}));
-  c.add("--method", &o.method, "How frames become one", oneOf("METHOD", {"mean", "sum"}));
-  c.add("--dtype", &o.type, "Type of the pixels; uint16 is the mean without its fraction",
+  c.add("--method", &o.method, "How frames become one", oneOf("METHOD", stackMethods())).standard = "mean";
+  c.add(
+       "--sigma", [&o](const std::string& text) { readSigma(o, text); },
+       "Limits of sigma and winsorized, in deviations below and above the median", textValue("LOW,HIGH"))
+      .standard = "3,3";
+  c.add("--normalize", &o.normalization,
+        "Bring frames to the first one's median of the image by an offset or a factor",
+        oneOf("HOW", {"none", "additive", "multiplicative"}));
+  c.add("--weights", &o.weights, "Weigh the frames of a mean by their exposures, which may then differ",
+        oneOf("WHAT", {"none", "exposure"}));
+  c.add(
+       "--memory", [&o](const std::string& text) { readMemory(o, text); },
+       "Take no more memory: what does not fit is read again, a band of rows at a time", textValue("SIZE"))
+      .standard = "1G";
+  c.add("--dtype", &o.type, "Type of the pixels; uint16 is the result without its fraction",
         oneOf("TYPE", {"float32", "float64", "uint16"}));
+  c.add("--map-rejected", &o.rejectedMap, "Write how many frames were rejected at each pixel", fileValue());
   c.add("--plane", &o.plane, "Stack this plane", oneOf("PLANE", planeNames()));
   c.add("--force", o.force, "Stack frames whose settings differ; sensor, mode and size never may");
+  c.add("--partial", &o.partial, "Write exact sums instead, to be combined with those of other frames",
+        fileValue());
+  c.add("--combine", o.combine, "The files are partial stacks: give the result of all their frames");
   addCorrections(c, o.corrections);
   addOutputs(c, o.outputs, false);
 }
 
+bool hasAny(const CorrectionOptions& o) {
+  return !o.dsnu.empty() || !o.prnu.empty() || !o.bias.empty() || !o.calibration.empty() || o.hasThresholds;
+}
+
 int checked(const StackOptions& o) {
+  const bool isPart = !o.partial.empty();
+  const bool isSum = o.method == "mean" || o.method == "sum";
   requireApart(o.corrections);
+  requireApart(isPart, "--partial", !o.output.empty(), "--output");
+  if (!isPart && o.output.empty()) throw UsageError("--output is required");
   if (o.type == "uint16" && o.method == "sum") throw UsageError("--dtype: uint16 holds no sum");
+  if (o.weights != "none" && o.method != "mean") throw UsageError("--weights: only a mean has weights");
+  if (o.hasSigma && !o.rejects()) throw UsageError("--sigma: " + o.method + " has no limits");
+  if (!o.rejectedMap.empty() && !o.rejects())
+    throw UsageError("--map-rejected: " + o.method + " rejects nothing");
+  if (!o.rejectedMap.empty()) formatFor("--map-rejected", o.rejectedMap);
+  const std::string sums = isPart ? "--partial" : "--combine";
+  if (isPart || o.combine) {
+    if (!isSum) throw UsageError(sums + ": there are sums of a mean and a sum alone, not of " + o.method);
+    requireApart(true, sums, o.normalization != "none", "--normalize");
+    requireApart(true, sums, o.weights != "none", "--weights");
+  }
+  requireApart(isPart, "--partial", o.type != "float32", "--dtype");
+  requireApart(isPart, "--partial", !o.format.empty(), "--format");
+  requireApart(o.combine, "--combine", !o.plane.empty(), "--plane");
+  requireApart(o.combine, "--combine", hasAny(o.corrections), "corrections, which the parts have");
   return stack(o);
 }
 
@@ -169,8 +177,11 @@ int checked(const StackOptions& o) {
 
 Command stackCommand() {
   return commandOf<StackOptions>(
-      "stack", "Mean or sum of frames that are alike: the merged planes of HDR frames, else the only one.",
-      {"orvacam stack night/ -o mean.fits"}, describe, checked);
+      "stack",
+      "Make one frame of many that are alike: of the merged planes of HDR frames, else the only one.",
+      {"orvacam stack night/ -o mean.fits", "orvacam stack night/ --method sigma --sigma 3,2.5 -o clean.fits",
+       "orvacam stack host1/ --partial p1.fits", "orvacam stack --combine p1.fits p2.fits -o mean.fits"},
+      describe, checked);
 }
 
 }  // namespace tool
