@@ -16,6 +16,7 @@ Command roiCommand();
 Command repairCommand();
 Command reportCommand();
 Command gainsCommand();
+Command measureCommand();
 Command simulateCommand();
 
 /// All of them, in the order in which they are shown. Their values are fresh.

@@ -42,11 +42,15 @@ void addSpeech(Command& command) {
               fileValue());
 }
 
-void addCorrections(Command& command, CorrectionOptions& o) {
+namespace {
+
+void addReferences(Command& command, CorrectionOptions& o) {
   command.add("--dsnu", &o.dsnu, "Reference file of dark signal non-uniformity, for the merge", fileValue());
   command.add("--prnu", &o.prnu, "Reference file of photo response non-uniformity, for the merge",
               fileValue());
-  command.add("--bias", &o.bias, "Bias file: its planes are subtracted before merging", fileValue());
+}
+
+void addMergeSettings(Command& command, CorrectionOptions& o) {
   const auto readThresholds = [&o](const std::string& text) {
     if (!readPair(text, o.high, o.difference))
       throw UsageError("--thresholds: '" + text + "' is not HIGH,DIFFERENCE, each 0 to 65535");
@@ -56,6 +60,19 @@ void addCorrections(Command& command, CorrectionOptions& o) {
               textValue("HIGH,DIFFERENCE"));
   command.add("--calibration", &o.calibration, "The camera's stored calibration block: gain ratios",
               fileValue());
+}
+
+}  // namespace
+
+void addCorrections(Command& command, CorrectionOptions& o) {
+  addReferences(command, o);
+  command.add("--bias", &o.bias, "Bias file: its planes are subtracted before merging", fileValue());
+  addMergeSettings(command, o);
+}
+
+void addMergeCorrections(Command& command, CorrectionOptions& o) {
+  addReferences(command, o);
+  addMergeSettings(command, o);
 }
 
 void addOutputs(Command& command, OutputOptions& o, bool canSkip) {

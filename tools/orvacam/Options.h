@@ -35,6 +35,8 @@ void addJobs(Command& command);
 void addSpeech(Command& command);
 /// --dsnu, --prnu, --bias, --thresholds, --calibration.
 void addCorrections(Command& command, CorrectionOptions& options);
+/// The same without --bias, which changes what is merged.
+void addMergeCorrections(Command& command, CorrectionOptions& options);
 /// --overwrite, --skip-existing where frames can be skipped, --reproducible.
 void addOutputs(Command& command, OutputOptions& options, bool canSkip);
 

@@ -304,6 +304,7 @@ CameraMeasurement Measurement::run() {
   CameraMeasurement result;
   result.flats = m_source.flats.size();
   result.darks = m_source.darks.size();
+  result.first = m_first;
   result.merge = m_merge;
   for (const Gathered& gathered : m_planes) {
     std::vector<DarkLevel> darks;

@@ -31,6 +31,7 @@ struct MeasuredPlane {
 
 struct CameraMeasurement {
   std::size_t flats = 0, darks = 0;  ///< frames
+  std::optional<Header> first;       ///< of the first flat
   std::vector<MeasuredPlane> planes;
   MergeInfo merge{};                     ///< how the frames were merged
   std::optional<ChangeOver> changeOver;  ///< of frames that are merged
