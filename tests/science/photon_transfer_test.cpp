@@ -199,8 +199,8 @@ TEST(PhotonTransfer, FindsSaturationBelowFullScaleWhereTheNoiseFalls) {
   Series series = seriesOf(camera, {1, 2, 3, 4, 5});
   series.flats[4].moments.variance /= 3;
   EXPECT_NEAR(measured(camera, series).saturation.value, 4000, 1e-6);
-  // The true end lies before the next point, 500 ADU farther.
-  EXPECT_NEAR(measured(camera, series).saturationAdu.error, 500 / std::sqrt(12), 1e-6);
+  // The true end lies anywhere before the next point, 500 ADU farther.
+  EXPECT_NEAR(measured(camera, series).saturationAdu.error, 500 / std::sqrt(3), 1e-6);
 }
 
 TEST(PhotonTransfer, NeedsTwoLevelsForTheGain) {

@@ -84,6 +84,10 @@ std::string textOf(const science::ChangeOver& change, const orvacam::MergeInfo& 
   line("offsets apart", "ADU", shown(change.offset));
   line("slope, low to high", "", shown(change.slope));
   line("step", "ADU", shown(change.step));
+  line("lift below", "ADU",
+       shown(change.lift) + (std::isfinite(change.lifted) ? ", " + formatted("%.3g", 100 * change.lifted) +
+                                                                " % of the pixels from the low gain"
+                                                          : std::string()));
   line("step", "sigma", std::isfinite(change.stepInNoise) ? formatted("%.3g", change.stepInNoise) : "-");
   if (change.step.known()) line("the response is", "", change.straight() ? "straight" : "not straight");
   return text + notesOf(change.notes, "  note");
@@ -116,7 +120,7 @@ std::string jsonOf(const CurvePoint& point) {
       .truth("fitted", point.fitted)
       .truth("saturated", point.saturated)
       .truth("near_change_over", point.between)
-      .truth("from_low_gain", point.above)
+      .number("from_low_gain", point.fromLow)
       .number("deviation_percent", point.deviation)
       .str();
 }
@@ -145,6 +149,7 @@ std::string jsonOf(const MeasuredPlane& plane) {
   return object.number("read_noise_limit_e", t.readNoiseLimit)
       .number("full_scale_adu", plane.fullScale)
       .number("prnu_signal_adu", t.prnuSignal)
+      .number("uniformity_exposure_seconds", t.uniformityExposure)
       .whole("prnu_frames", static_cast<std::int64_t>(t.flatFrames))
       .whole("dsnu_frames", static_cast<std::int64_t>(t.darkFrames))
       .raw("curve", curve.str())
@@ -167,7 +172,9 @@ std::string jsonOf(const science::ChangeOver& change, const orvacam::MergeInfo& 
   add(object, "offset_adu", change.offset);
   add(object, "slope", change.slope);
   add(object, "step_adu", change.step);
-  return object.number("noise_adu", change.noise)
+  add(object, "lift_adu", change.lift);
+  return object.number("lifted", change.lifted)
+      .number("noise_adu", change.noise)
       .number("step_sigma", change.stepInNoise)
       .raw("straight", change.step.known() ? (change.straight() ? "true" : "false") : "null")
       .raw("notes", jsonOf(change.notes))
@@ -234,9 +241,9 @@ std::string csvOf(const science::CameraMeasurement& measured) {
       for (const double value : {p.exposure, p.moments.meanOfBoth(), p.signal, p.moments.variance,
                                  p.moments.varianceError, p.excess.value, p.excess.error, p.moments.atFull})
         text += "," + csvNumber(value);
-      for (const bool truth : {p.fitted, p.saturated, p.between, p.above})
+      for (const bool truth : {p.fitted, p.saturated, p.between})
         text += truth ? ",1" : ",0";
-      text += "," + csvNumber(p.deviation) + "\n";
+      text += "," + csvNumber(p.fromLow) + "," + csvNumber(p.deviation) + "\n";
     }
   return text;
 }

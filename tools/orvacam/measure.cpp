@@ -37,7 +37,8 @@ std::vector<std::string> framesOf(const std::vector<std::string>& names) {
   return paths;
 }
 
-/// Reads frames and knows each again, so that none counts twice.
+/// Reads frames and knows each again, so that none counts twice. What it remembers is claimed before the
+/// first is read: between frames that come and go it would keep their memory from being used again.
 class FrameReader {
  public:
   explicit FrameReader(const Corrections& corrections) : m_corrections(corrections) {}
@@ -45,9 +46,11 @@ class FrameReader {
   /// Throws science::Refused for a file that comes twice, whatever its names.
   void claim(const std::string& path) {
     const Identity identity = identityOf(path);
-    if (identity == Identity{0, 0}) return;  // reading it will say what is wrong
     const auto [first, isNew] = m_files.insert({identity, path});
-    if (!isNew) throw science::Refused(path, twice(first->second, path, "is given twice"));
+    if (!isNew && identity != Identity{0, 0})  // reading what is not there will say so
+      throw science::Refused(
+          path, first->second == path ? "is given twice" : "is given twice, also as " + first->second);
+    m_sums.insert({path, std::string(hexDigits, ' ')});
   }
 
   /// Throws what reading does, and science::Refused for a copy of another frame and for corrections that do
@@ -59,23 +62,23 @@ class FrameReader {
     } catch (const Failure& failure) {
       throw science::Refused(path, failure.what());
     }
-    const std::string_view bytes = frame.bytes();
-    if (m_hashed.insert(path).second) {
-      const auto [first, isNew] = m_sums.insert({files::sha256(bytes.data(), bytes.size()), path});
-      if (!isNew) throw science::Refused(path, "holds the same frame as " + first->second);
+    std::string& sum = m_sums.at(path);
+    if (sum.front() == ' ') {
+      const std::string_view bytes = frame.bytes();
+      const std::string own = files::sha256(bytes.data(), bytes.size());
+      for (const auto& [other, known] : m_sums)
+        if (known == own) throw science::Refused(path, "holds the same frame as " + other);
+      sum.replace(0, hexDigits, own);
     }
     return frame;
   }
 
  private:
-  static std::string twice(const std::string& first, const std::string& path, const std::string& what) {
-    return first == path ? what : what + ", also as " + first;
-  }
+  static constexpr std::size_t hexDigits = 64;
 
   const Corrections& m_corrections;
   std::map<Identity, std::string> m_files;
-  std::map<std::string, std::string> m_sums;
-  std::set<std::string> m_hashed;
+  std::map<std::string, std::string> m_sums;  // by path, SHA-256; blank until it is read
 };
 
 /// As the gains in the header have it, whatever the corrections.

@@ -14,6 +14,7 @@ namespace {
 constexpr double fewPixels = 0.001;       // a part of the pixels that does not matter
 constexpr double wellBelow = 0.9;         // of the threshold: no noise reaches from there to it
 constexpr double sameLevel = 0.01;        // flats whose signals differ by less may be averaged
+constexpr unsigned never = 65535;         // a threshold that nothing reaches
 constexpr std::uint32_t pairFull = 4095;  // of the planes of a pair
 
 using Paths = std::vector<std::string>;
@@ -38,6 +39,12 @@ std::string seconds(double exposure) {
   std::snprintf(text, sizeof text, "%.10g s", exposure);
   return text;
 }
+
+/// Of both frames of a pair: what the merge chooses from, and how; ADU and parts of the pixels.
+struct Choice {
+  double low = 0, high = 0, lift = 0, liftError = 0;
+  double fromLow = 0, atThreshold = 0, nearThreshold = 0;
+};
 
 /// What is gathered of one plane.
 struct Gathered {
@@ -66,9 +73,10 @@ class Measurement {
   void gatherDarks();
   void addDarkPair(const std::string& a, const std::string& b, double exposure);
   void gatherFlats();
-  Limits limitsOf(const Gathered& plane) const;
-  void addMergedPoint(const Decoded& a, const Decoded& b, const std::vector<PairMoments>& moments);
-  MergedPoint darkPoint() const;
+  void addMergedPoint(const Pair& pair, const Decoded& a, const Decoded& b,
+                      const std::vector<PairMoments>& moments);
+  MergedPoint darkPoint();
+  Plane mergedWith(const std::string& path, unsigned high, unsigned difference);
   void addNonuniformityOf(MeasuredPlane& plane, const Gathered& gathered);
   SpatialVariance spatial(const Paths& paths, const PlaneOf& which, const Estimate& temporal);
 
@@ -76,6 +84,7 @@ class Measurement {
   std::optional<Header> m_first;
   Region m_region{};
   MergeInfo m_merge{};
+  bool m_merges = false;  ///< there is a merged plane beside low and high
   std::map<double, Paths> m_darks;
   std::vector<Pair> m_pairs;
   std::vector<Gathered> m_planes;
@@ -160,19 +169,13 @@ void Measurement::choosePlanes() {
         full =
             m_merge.gain_ratio > 0 ? std::fmin(largest, std::round(pairFull * m_merge.gain_ratio)) : largest;
       m_planes.push_back({&plane, full, {}, {}});
+      m_planes.back().points.reserve(m_pairs.size());
+      for (const auto& [exposure, darks] : m_darks)
+        m_planes.back().darks[exposure].frameMeans.reserve(darks.size());
+      m_merges = m_merges || plane.plane == &Decoded::merged;
     }
+    m_mergedPoints.reserve(m_pairs.size());
   });
-}
-
-/// What is counted in a plane: in the high one pixels near the merge's threshold, in the merged one those
-/// that the low gain gave.
-Limits Measurement::limitsOf(const Gathered& plane) const {
-  Limits limits;
-  limits.full = static_cast<std::uint32_t>(plane.fullScale);
-  if (plane.which->plane == &Decoded::high)
-    limits.threshold = static_cast<std::uint32_t>(wellBelow * m_merge.high_threshold);
-  if (plane.which->plane == &Decoded::merged) limits.threshold = m_merge.high_threshold;
-  return limits;
 }
 
 void Measurement::addDarkPair(const std::string& a, const std::string& b, double exposure) {
@@ -211,50 +214,97 @@ void Measurement::gatherFlats() {
     const Decoded second = decode(m_pairs[i].second, {});
     std::vector<PairMoments> moments;
     for (Gathered& plane : m_planes) {
-      moments.push_back(
-          momentsOf(first.*plane.which->plane, second.*plane.which->plane, m_region, limitsOf(plane)));
+      moments.push_back(momentsOf(first.*plane.which->plane, second.*plane.which->plane, m_region,
+                                  static_cast<std::uint32_t>(plane.fullScale)));
       CurvePoint point;
       point.pair = i;
       point.exposure = m_pairs[i].exposure;
       point.moments = moments.back();
       plane.points.push_back(point);
     }
-    if (m_planes.size() == 3) addMergedPoint(first, second, moments);
+    if (m_merges) addMergedPoint(m_pairs[i], first, second, moments);
   }
 }
 
-/// Low, high and merged plane of a pair; says of its merged point where the pixels come from.
-void Measurement::addMergedPoint(const Decoded& a, const Decoded& b,
+/// What the merge makes of a frame with thresholds of its own.
+Plane Measurement::mergedWith(const std::string& path, unsigned high, unsigned difference) {
+  m_source.decoder.thresholds(high, difference);
+  Plane plane = decode(path, {false, false, true, false}).merged;
+  m_source.decoder.thresholds(m_merge.high_threshold, m_merge.difference_threshold);
+  return plane;
+}
+
+/// Adds what the merge chooses from, in one frame: with a threshold of 0 it takes the low gain everywhere,
+/// with one that nothing reaches the high gain.
+void addChoice(Choice& sum, const Plane& low, const Plane& high, const Plane& merged, const Region& r,
+               unsigned threshold) {
+  std::uint64_t lows = 0, highs = 0, all = 0, fromLow = 0, at = 0, near = 0;
+  const auto close = static_cast<std::uint32_t>(wellBelow * threshold);
+  for (std::uint32_t y = r.y; y < r.y + r.height; ++y)
+    for (std::uint32_t x = r.x; x < r.x + r.width; ++x) {
+      const std::uint32_t l = low(x, y), h = high(x, y), m = merged(x, y);
+      lows += l, highs += h, all += m;
+      fromLow += static_cast<std::uint32_t>(m != h);
+      at += static_cast<std::uint32_t>(h >= threshold);
+      near += static_cast<std::uint32_t>(h >= close);
+    }
+  const double pixels = static_cast<double>(r.width) * r.height;
+  const double lift = (static_cast<double>(all) - static_cast<double>(highs)) / pixels;
+  sum.low += static_cast<double>(lows) / pixels / 2;
+  sum.high += static_cast<double>(highs) / pixels / 2;
+  sum.fromLow += static_cast<double>(fromLow) / pixels / 2;
+  sum.atThreshold += static_cast<double>(at) / pixels / 2;
+  sum.nearThreshold += static_cast<double>(near) / pixels / 2;
+  sum.liftError = std::fabs(lift - 2 * sum.lift) / 2;  // of the second frame: half of what they differ by
+  sum.lift += lift / 2;
+}
+
+/// Both gains, raw and as the merge sees them; says of the merged point where the pixels come from.
+void Measurement::addMergedPoint(const Pair& pair, const Decoded& a, const Decoded& b,
                                  const std::vector<PairMoments>& moments) {
-  const PairMoments &low = moments[0], &high = moments[1], &merged = moments[2];
+  const PairMoments &low = moments[0], &high = moments[1];
+  Choice choice;
+  addChoice(choice, mergedWith(pair.first, 0, 0), mergedWith(pair.first, never, never), a.merged, m_region,
+            m_merge.high_threshold);
+  addChoice(choice, mergedWith(pair.second, 0, 0), mergedWith(pair.second, never, never), b.merged, m_region,
+            m_merge.high_threshold);
   MergedPoint point;
   point.low = low.meanOfBoth();
   point.high = high.meanOfBoth();
-  point.merged = merged.meanOfBoth();
+  point.correctedLow = choice.low;
+  point.correctedHigh = choice.high;
+  point.lift = choice.lift;
+  point.liftError = choice.liftError;
+  point.fromLow = choice.fromLow;
   const double pixels = 2 * low.pixels;
   point.lowVariance = low.variance / pixels;
   point.highVariance = high.variance / pixels;
   point.covariance = covarianceOf(a.low, b.low, a.high, b.high, m_region) / pixels;
-  point.below = merged.aboveThreshold <= fewPixels && high.aboveThreshold <= fewPixels;
-  const bool above = merged.aboveThreshold >= 1 - fewPixels && point.high >= m_merge.high_threshold;
-  point.above = above && low.atFull <= fewPixels;
+  point.below = choice.nearThreshold <= fewPixels;
   m_mergedPoints.push_back(point);
   CurvePoint& curve = m_planes[2].points.back();
-  curve.above = above;
-  curve.between = !above && !point.below;
-  curve.moments.atFull = low.atFull;
+  curve.above = choice.atThreshold >= 1 - fewPixels;
+  curve.between = !curve.above && !point.below;
+  curve.fromLow = choice.fromLow;
+  curve.moments.atFull = std::max(curve.moments.atFull, low.atFull);
 }
 
-/// The darks of the shortest exposure.
-MergedPoint Measurement::darkPoint() const {
+/// The darks of the shortest exposure; what the merge chooses from is that of their first frame.
+MergedPoint Measurement::darkPoint() {
   const DarkLevel& low = m_planes[0].darks.begin()->second;
   const DarkLevel& high = m_planes[1].darks.begin()->second;
-  const auto frames = static_cast<double>(low.frameMeans.size());
+  const std::string& path = m_darks.begin()->second.front();
+  Choice choice;
+  const Plane corrected[] = {mergedWith(path, 0, 0), mergedWith(path, never, never)};
+  for (int i = 0; i < 2; ++i)  // as of a pair
+    addChoice(choice, corrected[0], corrected[1], corrected[1], m_region, m_merge.high_threshold);
   MergedPoint point;
   point.low = low.mean();
   point.high = high.mean();
-  if (low.variance.known()) point.lowVariance = low.variance.value / low.pixels / frames;
-  if (high.variance.known()) point.highVariance = high.variance.value / high.pixels / frames;
+  point.correctedLow = choice.low;
+  point.correctedHigh = choice.high;
+  if (low.variance.known()) point.lowVariance = low.variance.value / low.pixels;
+  if (high.variance.known()) point.highVariance = high.variance.value / high.pixels;
   return point;
 }
 
@@ -292,6 +342,7 @@ void Measurement::addNonuniformityOf(MeasuredPlane& plane, const Gathered& gathe
   const SpatialVariance flat = spatial(flats, *gathered.which, temporal);
   const SpatialVariance dark =
       spatial(m_darks.at(chosen.exposure), *gathered.which, gathered.darks.at(chosen.exposure).variance);
+  plane.transfer.uniformityExposure = chosen.exposure;
   addNonuniformity(plane.transfer, flat, dark);
 }
 
@@ -314,11 +365,9 @@ CameraMeasurement Measurement::run() {
                              photonTransfer(gathered.points, std::move(darks), gathered.fullScale)});
     addNonuniformityOf(result.planes.back(), gathered);
   }
-  if (m_planes.size() == 3) {
-    const MergeSettings settings = {m_merge.gain_ratio, m_merge.dsnu,
-                                    static_cast<double>(m_merge.high_threshold)};
-    result.changeOver = changeOver(m_mergedPoints, darkPoint(), settings, result.planes[1].transfer);
-  }
+  if (m_merges)
+    result.changeOver =
+        changeOver(m_mergedPoints, darkPoint(), m_merge.high_threshold, result.planes[1].transfer);
   return result;
 }
 

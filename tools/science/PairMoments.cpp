@@ -7,34 +7,31 @@ namespace orvacam::science {
 namespace {
 
 struct Sums {
-  std::uint64_t a = 0, b = 0, zero = 0, full = 0, above = 0;
+  std::uint64_t a = 0, b = 0, zero = 0, full = 0;
 };
 
 Sums sumsOf(const Image<std::uint16_t>& a, const Image<std::uint16_t>& b, const Region& r,
-            const Limits& limits) {
+            std::uint32_t fullScale) {
   Sums sums;
   for (std::uint32_t y = r.y; y < r.y + r.height; ++y) {
     const std::uint16_t* const rowA = a.row(y) + r.x;
     const std::uint16_t* const rowB = b.row(y) + r.x;
-    std::uint32_t zero = 0, full = 0, above = 0;
+    std::uint32_t zero = 0, full = 0;
     for (std::uint32_t x = 0; x < r.width; ++x) {
       const std::uint32_t va = rowA[x], vb = rowB[x];
       sums.a += va;
       sums.b += vb;
       zero += static_cast<std::uint32_t>(va == 0) + static_cast<std::uint32_t>(vb == 0);
-      full += static_cast<std::uint32_t>(va >= limits.full) + static_cast<std::uint32_t>(vb >= limits.full);
-      above += static_cast<std::uint32_t>(va >= limits.threshold) +
-               static_cast<std::uint32_t>(vb >= limits.threshold);
+      full += static_cast<std::uint32_t>(va >= fullScale) + static_cast<std::uint32_t>(vb >= fullScale);
     }
     sums.zero += zero;
     sums.full += full;
-    sums.above += above;
   }
   return sums;
 }
 
 double meanDifference(const Image<std::uint16_t>& a, const Image<std::uint16_t>& b, const Region& r) {
-  const Sums sums = sumsOf(a, b, r, {});
+  const Sums sums = sumsOf(a, b, r, 65536);
   return (static_cast<double>(sums.a) - static_cast<double>(sums.b)) /
          (static_cast<double>(r.width) * r.height);
 }
@@ -42,15 +39,14 @@ double meanDifference(const Image<std::uint16_t>& a, const Image<std::uint16_t>&
 }  // namespace
 
 PairMoments momentsOf(const Image<std::uint16_t>& a, const Image<std::uint16_t>& b, const Region& r,
-                      const Limits& limits) {
+                      std::uint32_t fullScale) {
   PairMoments m;
   m.pixels = static_cast<double>(r.width) * r.height;
-  const Sums sums = sumsOf(a, b, r, limits);
+  const Sums sums = sumsOf(a, b, r, fullScale);
   m.mean[0] = static_cast<double>(sums.a) / m.pixels;
   m.mean[1] = static_cast<double>(sums.b) / m.pixels;
   m.atZero = static_cast<double>(sums.zero) / (2 * m.pixels);
   m.atFull = static_cast<double>(sums.full) / (2 * m.pixels);
-  m.aboveThreshold = static_cast<double>(sums.above) / (2 * m.pixels);
 
   // The whole part of the difference of the means goes first, so that fourth powers are those of the noise.
   const auto shift = static_cast<std::int64_t>(std::llround(m.mean[0] - m.mean[1]));

@@ -6,28 +6,22 @@
 
 namespace orvacam::science {
 
-/// Pixels that are counted on the way.
-struct Limits {
-  std::uint32_t full = 65536;  ///< at this value or above: at full scale
-  std::uint32_t threshold =
-      65536;  ///< at this value or above; of a merged plane, where low-gain pixels begin
-};
-
 /// What two exposures alike tell of one plane.
 struct PairMoments {
-  double pixels = 0;         ///< of one frame
-  double mean[2] = {};       ///< of each frame, ADU
-  double variance = 0;       ///< temporal: half the variance of the difference, ADU squared
-  double varianceError = 0;  ///< its standard error, from the fourth moment of the difference
-  double atZero = 0, atFull = 0, aboveThreshold = 0;  ///< parts of the pixels, 0 to 1
+  double pixels = 0;              ///< of one frame
+  double mean[2] = {};            ///< of each frame, ADU
+  double variance = 0;            ///< temporal: half the variance of the difference, ADU squared
+  double varianceError = 0;       ///< its standard error, from the fourth moment of the difference
+  double atZero = 0, atFull = 0;  ///< parts of the pixels, 0 to 1
 
   double meanOfBoth() const { return (mean[0] + mean[1]) / 2; }
 };
 
 /// EMVA 1288: variance = sum (a - b)^2 / (2 n) - (mean a - mean b)^2 / 2 over the n pixels of a region, so
 /// that neither a fixed pattern nor light that changed between both counts as noise. Sums are exact.
+/// `fullScale` is the value from which on a pixel counts as at full scale.
 PairMoments momentsOf(const Image<std::uint16_t>& a, const Image<std::uint16_t>& b, const Region& region,
-                      const Limits& limits = {});
+                      std::uint32_t fullScale = 65536);
 
 /// Half the covariance of two planes' differences between two frames: their common temporal noise.
 double covarianceOf(const Image<std::uint16_t>& firstA, const Image<std::uint16_t>& firstB,

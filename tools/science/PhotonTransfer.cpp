@@ -77,7 +77,8 @@ std::optional<std::size_t> saturationPoint(const PlaneTransfer& plane) {
   return best;
 }
 
-/// Distance to the next brighter point, within which the true saturation lies.
+/// Distance to the next brighter point: the true saturation lies within, on the mean square a third of it
+/// away.
 double gapAbove(const PlaneTransfer& plane, std::size_t i) {
   return i + 1 < plane.curve.size() ? plane.curve[i + 1].signal - plane.curve[i].signal : 0;
 }
@@ -95,7 +96,7 @@ void findSaturation(PlaneTransfer& plane) {
     say(plane, "saturation_e", "No flat between the darks and saturation: saturation is not known.");
     return;
   }
-  plane.saturationAdu = {point.signal, gapAbove(plane, *at) / std::sqrt(12.0)};
+  plane.saturationAdu = {point.signal, gapAbove(plane, *at) / std::sqrt(3.0)};
   for (std::size_t i = 0; i < plane.curve.size(); ++i)
     plane.curve[i].saturated = i > *at;
 }

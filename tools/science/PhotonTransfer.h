@@ -31,8 +31,9 @@ struct CurvePoint {
   std::size_t pair = 0;  ///< which pair of flats it is
   double exposure = 0;   ///< s
   PairMoments moments;
-  bool between = false;  ///< of a merged plane: where some pixels come from the low gain; tells no noise
-  bool above = false;    ///< of a merged plane: where pixels come from the low gain
+  bool between = false;      ///< of a merged plane, near the change-over: pixels of both gains tell no noise
+  bool above = false;        ///< of a merged plane, above the change-over: pixels come from the low gain
+  double fromLow = unknown;  ///< of a merged plane: the part of the pixels that come from the low gain
 
   // What photonTransfer fills in:
   double signal = 0;           ///< mean less that of the darks, ADU
@@ -71,6 +72,7 @@ struct PlaneTransfer {
   Estimate dsnu, dsnuRow, dsnuColumn, dsnuPixel;  ///< electrons
   Estimate prnu, prnuRow, prnuColumn, prnuPixel;  ///< percent
   double prnuSignal = unknown;                    ///< where the PRNU was measured, ADU
+  double uniformityExposure = unknown;            ///< s, of those flats and darks
   std::uint64_t flatFrames = 0, darkFrames = 0;   ///< that it was measured from
 };
 
