@@ -216,10 +216,12 @@ struct WidePair {
 
 }  // namespace
 
-/// One register of pixels of both gains, from pixel i of the run on, with its notes.
+/// One register of pixels of both gains, from pixel i of the run on, with its notes. Always inline: a call
+/// would return three registers through memory.
 template <Noting noting, typename Corrector>
-static inline WidePair mergedPair(const PackedPair& run, std::size_t i, const Corrector& corrector,
-                                  const PairNotes& notes, WideNotes* wide) {
+[[gnu::always_inline]] static inline WidePair mergedPair(const PackedPair& run, std::size_t i,
+                                                         const Corrector& corrector, const PairNotes& notes,
+                                                         WideNotes* wide) {
   if (noting == nothing) prefetchNextRows(run, i);  // else the caller does it while it counts
   const Register low = unpacked(run.packedLow + 3 * (i / 2));
   const Register high = unpacked(run.packedHigh + 3 * (i / 2));

@@ -28,11 +28,11 @@ std::uint32_t countOf(const std::uint32_t* banks, unsigned int value) {
   return count;
 }
 
+/// Pixel i lies in the upper or lower 12 of the 16 bits that begin at byte 3 * i / 2.
 std::uint16_t unpackedAt(const std::uint8_t* packed, std::size_t i) {
-  const std::uint8_t* const pair = packed + i / 2 * 3;
-  const unsigned int both =
-      static_cast<unsigned int>(pair[0]) << 16 | static_cast<unsigned int>(pair[1]) << 8 | pair[2];
-  return static_cast<std::uint16_t>(both >> (i % 2 == 0 ? pixelBits : 0) & (pixelValues - 1));
+  const std::uint8_t* const first = packed + 3 * i / 2;
+  const unsigned int both = static_cast<unsigned int>(first[0]) << 8 | first[1];
+  return static_cast<std::uint16_t>(both >> (i % 2 == 0 ? 16 - pixelBits : 0) & (pixelValues - 1));
 }
 
 void removeMarks(std::uint16_t* pixels, std::size_t count) {
