@@ -12,6 +12,7 @@
 #include "Benchmarks.h"
 #include "Compare.h"
 #include "HdrFrame.h"
+#include "statistics/PlaneCounts.h"
 
 namespace {
 
@@ -72,7 +73,7 @@ void statistics(benchmark::State& state, unsigned int side, bool random) {
   const auto gather = [&] {
     stats->Reset();
     for (unsigned int y = 0; y < side; ++y)
-      stats->AddRow(plane.data() + std::size_t{y} * side, side, 0, static_cast<int>(y));
+      orvacam::addRow(*stats, plane.data() + std::size_t{y} * side, side, 0, static_cast<int>(y));
     stats->Compute();
   };
   gather();
@@ -80,7 +81,7 @@ void statistics(benchmark::State& state, unsigned int side, bool random) {
   image_plane_stats_t result{};
   result.pHistogram = histogram.data();
   result.uiHistogramSize = 65535;
-  stats->GetResults(result);
+  orvacam::copyResults(*stats, result);
   PlainStatistics plain;
   plain.run(plane, side);
   require(result.dMean == plain.mean && result.uiMax == plain.largest && result.uiMin == plain.smallest &&

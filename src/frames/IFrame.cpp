@@ -11,6 +11,7 @@
 
 #include "frames/Decoding.h"
 #include "frames/FramePlanes.h"
+#include "statistics/PlaneCounts.h"
 #include "support/FileMemory.h"
 
 namespace {
@@ -224,7 +225,7 @@ void IFrame::EnableMergeStatistics(bool bEnable) {
 }
 
 void IFrame::DoGetStats(const CFrameStatistics& statistics, image_plane_stats_t& stats) {
-  statistics.GetResults(stats);
+  orvacam::copyResults(statistics, stats);
 }
 
 void IFrame::GetLowFrameStats(image_plane_stats_t& stats) {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "kernels/Kernels.h"
+#include "statistics/PlaneCounts.h"
 
 namespace orvacam {
 
@@ -101,7 +102,7 @@ int readAllAmplifiers(const CcdFrame& frame) {
       const std::size_t count = std::min(countedAtOnce, frame.width - x);
       if (next != nullptr) fetchAhead(next + 2 * x, 2 * count);
       if (streamed) lines.read(line, x, count, again, Cached);
-      frame.statistics.AddRow(streamed ? again : row + x, count, static_cast<int>(x), static_cast<int>(y));
+      addRow(frame.statistics, streamed ? again : row + x, count, static_cast<int>(x), static_cast<int>(y));
     }
   }
   if (stores == Streamed) kernels::active().finishStreaming();
@@ -118,9 +119,9 @@ int readOneAmplifier(const CcdFrame& frame, bool mirrorColumns, bool mirrorRows)
     // that is mirrored in place, that position is ahead of the writer in the first half: it holds what was
     // there before.
     const std::size_t before = row == y && mirrorColumns ? width / 2 : 0;
-    frame.statistics.AddRow(sampled, before, 0, static_cast<int>(y));
+    addRow(frame.statistics, sampled, before, 0, static_cast<int>(y));
     readPixels(frame.source.bytes + 2 * y * width, frame.plane + row * width, width, mirrorColumns);
-    frame.statistics.AddRow(sampled + before, width - before, static_cast<int>(before), static_cast<int>(y));
+    addRow(frame.statistics, sampled + before, width - before, static_cast<int>(before), static_cast<int>(y));
   }
   return wholeRows == frame.height ? 0 : -1;
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "kernels/Kernels.h"
+#include "statistics/PlaneCounts.h"
 
 namespace orvacam {
 
@@ -34,8 +35,8 @@ class PlaneSink {
       const std::size_t count = unpack(plane, run.packed[i], run.pairs[i]);
       // Intended: rows of both planes count up together.
       if (run.counted && plane.statistics() != nullptr)
-        plane.statistics()->AddRow(plane.next() - count, count, 0,
-                                   static_cast<int>(m_planeCount * run.row + i));
+        addRow(*plane.statistics(), plane.next() - count, count, 0,
+               static_cast<int>(m_planeCount * run.row + i));
     }
   }
 

@@ -7,6 +7,7 @@
 #include <exception>
 #include <new>
 
+#include "gain/MergeLine.h"
 #include "support/CheckedMath.h"
 
 namespace {
@@ -147,18 +148,21 @@ double CMergeSettings::GetADUValue(unsigned int uiHigh) const {
   return m_dADUScale * m_pGainTables->GetDNETableValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, uiHigh);
 }
 
-bool CMergeSettings::GenerateMergeLine(unsigned int uiBits, unsigned int uiLow, unsigned int uiHigh,
-                                       double dTemperature, merge_line_t& line) try {
-  if (m_pGainTables == nullptr || m_ppGainOffsetPairs == nullptr || uiBits > s_uiLargestBits) return false;
-  const unsigned int size = 1u << uiBits;
-  line.uiSize = size;
+namespace orvacam {
+
+bool makeMergeLine(CMergeSettings& settings, unsigned int bits, unsigned int low, unsigned int high,
+                   double temperature, MergeLine& line) {
+  constexpr unsigned int mostBits = 14;
+  if (!settings.HasGainTables() || !settings.HasGainOffsetPairs() || bits > mostBits) return false;
+  const unsigned int size = 1u << bits;
+  line.size = size;
   line.values.assign(2UL * size, 0);
 
   double ratio = 0.0;
   int offset = 0;
   unsigned int threshold = 0;
-  CalculateMergeParams(uiLow, uiHigh, dTemperature, ratio, offset, threshold);
-  const double adu = GetADUValue(uiHigh);
+  settings.CalculateMergeParams(low, high, temperature, ratio, offset, threshold);
+  const double adu = settings.GetADUValue(high);
   const auto mapped = [adu](unsigned int row) {
     return static_cast<unsigned short>(truncated<unsigned int>(row * adu));
   };
@@ -166,31 +170,33 @@ bool CMergeSettings::GenerateMergeLine(unsigned int uiBits, unsigned int uiLow, 
     line.values[row] = mapped(row);
 
   const unsigned short last = threshold == 0 ? 65535 : mapped(threshold);
-  line.uiMergeRow = threshold == 0 ? std::min(1u, size) : threshold < size ? threshold + 1 : size;
-  if (line.uiMergeRow >= size) return true;
+  line.mergeRow = threshold == 0 ? std::min(1u, size) : threshold < size ? threshold + 1 : size;
+  if (line.mergeRow >= size) return true;
   for (unsigned int column = 0; column < size; ++column) {
     const auto distance = truncated<unsigned int>(std::fabs(column * ratio - offset));
     const int value = truncated<int>(distance * adu);
     line.values[size + column] = static_cast<unsigned short>(std::min(std::max<int>(value, last), 65535));
   }
   return true;
-} catch (const std::exception&) {
-  return false;
 }
 
+}  // namespace orvacam
+
 CMergeMappingArray* CMergeSettings::GenerateMergeMappingArrays(unsigned int uiBits, unsigned int uiLow,
-                                                               unsigned int uiHigh, double dTemperature) {
-  merge_line_t line;
-  if (!GenerateMergeLine(uiBits, uiLow, uiHigh, dTemperature, line)) return nullptr;
-  m_MappingArray.Create(line.uiSize, line.uiSize);
+                                                               unsigned int uiHigh, double dTemperature) try {
+  orvacam::MergeLine line;
+  if (!orvacam::makeMergeLine(*this, uiBits, uiLow, uiHigh, dTemperature, line)) return nullptr;
+  m_MappingArray.Create(line.size, line.size);
   unsigned short* const data = m_MappingArray.GetData();
   if (data == nullptr) return nullptr;
-  const unsigned long width = line.uiSize;
-  for (unsigned int row = 0; row < line.uiMergeRow; ++row)
+  const unsigned long width = line.size;
+  for (unsigned int row = 0; row < line.mergeRow; ++row)
     std::fill_n(data + row * width, width, line.values[row]);
-  for (unsigned int row = line.uiMergeRow; row < line.uiSize; ++row)
+  for (unsigned int row = line.mergeRow; row < line.size; ++row)
     std::copy_n(line.values.data() + width, width, data + row * width);
   return &m_MappingArray;
+} catch (const std::exception&) {
+  return nullptr;
 }
 
 int CMergeSettings::FindCameraMergeLineOffsetIndex(const merge_line_offsets_t* pRecords, unsigned int uiCount,

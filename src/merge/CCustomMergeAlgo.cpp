@@ -3,6 +3,7 @@
 
 #include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
+#include "statistics/PlaneCounts.h"
 
 CCustomMergeAlgo::CCustomMergeAlgo()
     : m_bMergedStatistics(false),
@@ -27,17 +28,8 @@ void CCustomMergeAlgo::GetMergeHeaderSize(ORVA_IMAGE_FORMAT eFormat, unsigned lo
 
 void CCustomMergeAlgo::SetStartRowOffset(unsigned int /*uiRow*/) {}
 
-void CCustomMergeAlgo::SetMetaData(const CFrameMetaData& metaData) {
-  m_MetaData = metaData;
-  m_MergedStatistics.Reset();  // those of the frame before; this one may not be merged at all
-}
-
-void CCustomMergeAlgo::EnableStatistics(bool bEnable) {
-  m_bMergedStatistics = bEnable;
-}
-
 void CCustomMergeAlgo::GetMergedStats(image_plane_stats_t& stats) const {
-  m_MergedStatistics.GetResults(stats);
+  orvacam::copyResults(m_MergedStatistics, stats);
 }
 
 void CCustomMergeAlgo::GetMergeEnables(hw_merge_enables_t& enables) const {
@@ -75,6 +67,6 @@ void CCustomMergeAlgo::ApplyBiasFrame(unsigned short* pPlane, unsigned int uiWid
     const unsigned long start = static_cast<unsigned long>(y) * uiWidth;
     if (start + uiWidth > biasPixels) return;
     orvacam::kernels::active().subtractBias(pPlane + start, bias + start, uiWidth);
-    statistics.AddRow(pPlane + start, uiWidth, 0, static_cast<int>(y));
+    orvacam::addRow(statistics, pPlane + start, uiWidth, 0, static_cast<int>(y));
   }
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "gain/MergeLine.h"
 #include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
@@ -50,11 +51,12 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
   GetMergeHeaderSize(format, ulNumPixels, 16, leading, trailing);
 
   // The mapping array is 32 MiB of repetitions: what it holds is looked up without it.
-  const bool mapped = GetMergeSettings()->GenerateMergeLine(
-      m_MetaData.Value(ORVA_META_KEY_SENSOR_PIXEL_BIT_DEPTH).GetValueUint(),
+  orvacam::MergeLine line;
+  const bool mapped = orvacam::makeMergeLine(
+      *GetMergeSettings(), m_MetaData.Value(ORVA_META_KEY_SENSOR_PIXEL_BIT_DEPTH).GetValueUint(),
       m_MetaData.Value(ORVA_META_KEY_LDR_GAIN).GetValueUint(),
       m_MetaData.Value(ORVA_META_KEY_HDR_GAIN).GetValueUint(),
-      m_MetaData.Value(ORVA_META_KEY_SENSOR_COOLER_TEMP).GetValueInt() / 10.0, m_MergeLine);
+      m_MetaData.Value(ORVA_META_KEY_SENSOR_COOLER_TEMP).GetValueInt() / 10.0, line);
   if (!mapped) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: No Mapping array- unable to merge!\n", "MergeFrames");
     return -1;
@@ -63,10 +65,9 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
   const bool tiff = format == ORVA_IMAGE_FORMAT_TIFF;
   auto* const output = reinterpret_cast<unsigned char*>(pMerged);
   merge(
-      [=](unsigned long first, unsigned long count, unsigned short* pTarget) {
+      [&](unsigned long first, unsigned long count, unsigned short* pTarget) {
         orvacam::kernels::active().mergeByLine(pLow + first, pHigh + first, pTarget, count,
-                                               m_MergeLine.values.data(), m_MergeLine.uiSize,
-                                               m_MergeLine.uiMergeRow);
+                                               line.values.data(), line.size, line.mergeRow);
       },
       tiff ? output + leading : output, ulNumPixels, m_MetaData,
       m_bMergedStatistics ? &m_MergedStatistics : nullptr, *m_pLog);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "metadata/FrameGeometry.h"
+#include "statistics/PlaneCounts.h"
 
 namespace orvacam {
 
@@ -50,7 +51,7 @@ void mergeAndCount(unsigned char* output, unsigned long first, unsigned long cou
     unsigned char* const place = output + 2 * (first + done);
     auto* const target = aligned ? reinterpret_cast<unsigned short*>(place) : scratch;
     mergeRun(first + done, block, target);
-    if (statistics != nullptr) statistics->AddRow(target, block, x + static_cast<int>(done), y);
+    if (statistics != nullptr) addRow(*statistics, target, block, x + static_cast<int>(done), y);
     if (!aligned) std::memcpy(place, scratch, 2 * block);
     done += block;
   }

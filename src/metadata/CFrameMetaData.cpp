@@ -104,8 +104,6 @@ void CFrameMetaData::DoInitialize() {
   std::memset(m_Reserved1, 0, sizeof m_Reserved1);
   std::memset(m_Reserved2, 0, sizeof m_Reserved2);
   std::memset(m_RawHeader, 0, sizeof m_RawHeader);
-  std::memset(m_CaptureTimeLine, 0, sizeof m_CaptureTimeLine);
-  std::memset(m_ExposureClock, 0, sizeof m_ExposureClock);
 }
 
 void CFrameMetaData::ReInitialize(bool bAsDefaultFrame) {

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <cwchar>
 #include <exception>
+#include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -154,26 +156,26 @@ void CFrameMetaData::GetClockFromUsecs(unsigned long ulUsecs, char* pText, unsig
 
 // ---- Values
 
-const char* CFrameMetaData::DoRenderPadding(unsigned int uiCount) {
+std::string CFrameMetaData::DoRenderPadding(unsigned int uiCount) const {
   std::string text;
   for (unsigned int i = 0; i < uiCount; ++i)
     text += print(i == 0 ? "%02d" : ", %02d", int{m_Padding[i]});
-  deliver(text, m_PaddingText.szText, s_uiPaddingTextSize);
-  return m_PaddingText.szText;
+  return text;
 }
 
 std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKey) {
   const CMetaValues& value = m_Values[uiKey];
   const auto rule = static_cast<Rule>(uiRule);
+  char text[64];
   switch (rule) {
     case Rule::Seconds:
       return fixedText(value.GetValueDouble() + m_Values[uiKey + 1].GetValueDouble() / 1e9) + " secs";
     case Rule::CaptureTime:
-      TimeMetaToString2(m_CaptureTimeLine, sizeof m_CaptureTimeLine);
-      return m_CaptureTimeLine;
+      TimeMetaToString2(text, sizeof text);
+      return text;
     case Rule::Exposure:
-      GetClockFromUsecs(value.GetValueUint() * 10UL, m_ExposureClock, sizeof m_ExposureClock);
-      return m_ExposureClock + print(", %d (10usec periods)", static_cast<int>(value.GetValueUint()));
+      GetClockFromUsecs(value.GetValueUint() * 10UL, text, sizeof text);
+      return text + print(", %d (10usec periods)", static_cast<int>(value.GetValueUint()));
     case Rule::ControlBlock:
       return decimal(m_ControlBlock.GetValueUint());
     case Rule::ControlBlock2:
@@ -186,8 +188,6 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
       return position(&value, "N", "S");
     case Rule::Longitude:
       return position(&value, "E", "W");
-    case Rule::Padding:
-      return m_PaddingText.szText;
     default:
       return render(rule, value);
   }
@@ -197,13 +197,13 @@ std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKe
 
 std::string CFrameMetaData::DoRenderLines(unsigned int uiVersion, bool bPadding) {
   const bool longPadding = uiVersion > 2 && DoUint(ORVA_META_KEY_METADATA_VERSION) == 3;
-  DoRenderPadding(widthOf(Kept::Padding, longPadding ? V34 : V2));
   std::string text;
   for (const Line& line : orvacam::text::lines) {
     const char* const label = line.labels[uiVersion - 1];
     if (label == nullptr || (line.rule == Rule::Padding && !bPadding)) continue;
     text += label;
-    text += DoRenderValue(static_cast<unsigned int>(line.rule), line.key);
+    text += line.rule == Rule::Padding ? DoRenderPadding(widthOf(Kept::Padding, longPadding ? V34 : V2))
+                                       : DoRenderValue(static_cast<unsigned int>(line.rule), line.key);
     text += '\n';
   }
   return text;
@@ -251,9 +251,12 @@ int CFrameMetaData::ToString(char* pText, unsigned int uiSize) {
 
 int CFrameMetaData::ToString(wchar_t* pText, unsigned int uiSize) {
   if (pText == nullptr) return -1;
-  const int length = DoToString(m_Text.szText, s_uiTextSize);
+  constexpr unsigned int mostText = 32768;
+  const std::unique_ptr<char[]> text(new (std::nothrow) char[mostText]);
+  if (text == nullptr) return -1;
+  const int length = DoToString(text.get(), mostText);
   if (length < 0) return length;
   std::wmemset(pText, L'\0', uiSize);
-  orvacam::narrowToWide(m_Text.szText, pText, uiSize);
+  orvacam::narrowToWide(text.get(), pText, uiSize);
   return length;
 }

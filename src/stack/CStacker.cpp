@@ -3,142 +3,182 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
+#include <new>
 
 #include "kernels/Kernels.h"
 #include "metadata/FrameGeometry.h"
 #include "metadata/HeaderFields.h"
 
+namespace orvacam {
+
 namespace {
 
-namespace kernels = orvacam::kernels;
-
-constexpr const char* stackNextFrame = "StackNextFrame";
 // As many frames of the largest pixel value as 32 bits hold.
 constexpr unsigned int mostRecentFrames = 65536;
 
+/// Zeros; at least one byte, so that an empty plane is not taken for missing memory.
 template <typename Element>
-Element* allocateZeroed(unsigned long count) {
-  // At least one byte, so that an empty plane is not taken for missing memory.
-  return static_cast<Element*>(std::calloc(std::max(count, 1UL), sizeof(Element)));
+using Zeroed = std::unique_ptr<Element[], decltype(&std::free)>;
+template <typename Element>
+Zeroed<Element> allocateZeroed(unsigned long count) {
+  return {static_cast<Element*>(std::calloc(std::max(count, 1UL), sizeof(Element))), &std::free};
 }
 
-template <typename Element>
-void release(Element*& pBuffer) {
-  std::free(pBuffer);
-  pBuffer = nullptr;
-}
+/// The running sum of one plane: 32-bit sums, which are emptied into 64-bit ones before they can overflow.
+/// What is not in use holds anything: the first frame overwrites it, so that nothing needs clearing.
+class PlaneSum {
+ public:
+  explicit PlaneSum(unsigned long pixels)
+      : m_pixels(pixels),
+        m_recent(allocateZeroed<unsigned int>(pixels)),
+        m_total(allocateZeroed<unsigned long>(pixels)),
+        m_means(allocateZeroed<unsigned short>(pixels)) {}
+
+  bool hasMemory() const { return m_recent != nullptr && m_total != nullptr && m_means != nullptr; }
+  bool isInUse() const { return m_recentUsed || m_totalUsed; }
+
+  void add(const unsigned char* frame) {
+    const kernels::KernelTable& kernel = kernels::active();
+    (m_recentUsed ? kernel.addToSums8 : kernel.startSums8)(frame, m_recent.get(), m_pixels);
+    m_recentUsed = true;
+  }
+  void add(const unsigned short* frame) {
+    const kernels::KernelTable& kernel = kernels::active();
+    (m_recentUsed ? kernel.addToSums16 : kernel.startSums16)(frame, m_recent.get(), m_pixels);
+    m_recentUsed = true;
+  }
+  void emptyRecent() {
+    if (!m_recentUsed) return;
+    if (!m_totalUsed) std::fill_n(m_total.get(), m_pixels, 0UL);
+    kernels::active().emptySums(m_recent.get(), m_total.get(), m_pixels);
+    m_totalUsed = true;  // the recent sums, in use still, are 0
+  }
+  unsigned short* means(unsigned int frames) {
+    const kernels::KernelTable& kernel = kernels::active();
+    if (!isInUse())
+      std::fill_n(m_means.get(), m_pixels, static_cast<unsigned short>(0));
+    else if (m_totalUsed)
+      kernel.meansOfSums(m_recent.get(), m_total.get(), m_means.get(), m_pixels, frames);
+    else
+      kernel.meansOfRecentSums(m_recent.get(), m_means.get(), m_pixels, frames);
+    return m_means.get();
+  }
+  unsigned short* zeros() { return m_means.get(); }
+  void forget() { m_recentUsed = m_totalUsed = false; }
+
+ private:
+  unsigned long m_pixels;
+  Zeroed<unsigned int> m_recent;
+  Zeroed<unsigned long> m_total;
+  Zeroed<unsigned short> m_means;
+  bool m_recentUsed = false;
+  bool m_totalUsed = false;
+};
 
 }  // namespace
+
+/// What a stack has of both gains.
+class StackSums {
+ public:
+  explicit StackSums(unsigned long pixels) : low(pixels), high(pixels) {}
+
+  bool hasMemory() const { return low.hasMemory() && high.hasMemory(); }
+  void countFrame() {
+    if (++recentFrames < mostRecentFrames) return;
+    low.emptyRecent();
+    high.emptyRecent();
+    recentFrames = 0;
+  }
+  void forget() {
+    recentFrames = 0;
+    low.forget();
+    high.forget();
+  }
+
+  PlaneSum low, high;
+  unsigned int recentFrames = 0;  ///< in the 32-bit sums
+  bool highMeansUsed = false;     ///< handed out or written; until then they are zeros
+};
+
+}  // namespace orvacam
+
+static constexpr const char* stackNextFrame = "StackNextFrame";
+
+/// Whether a frame fits a stack of this many pixels; one that does not is logged.
+static bool fits(unsigned long pixels, unsigned long ofStack, const wchar_t* mismatch, CLog& log) {
+  if (pixels == ofStack) return true;
+  log.log(CLOGLEVEL_ERROR, mismatch, stackNextFrame, static_cast<int>(pixels),
+          static_cast<long long>(ofStack));
+  return false;
+}
 
 CStacker::CStacker()
     : m_uiNumPixels(0),
       m_pMetaDataBuffer(nullptr),
       m_uiMetaDataBufferSize(0),
-      m_SumLow{},
-      m_SumHigh{},
       m_uiNumFrames(0),
-      m_uiRecentFrames(0),
-      m_pResultLow(nullptr),
-      m_pResultHigh(nullptr),
-      m_bResultHighUsed(false),
       m_pLog(CLog::getInstance()) {}
 
 CStacker::~CStacker() {
   FreeBuffers();
 }
 
-bool CStacker::DoAllocate(Sum& sum, unsigned short*& pResult) {
-  sum.pRecent = allocateZeroed<unsigned int>(m_uiNumPixels);
-  sum.pTotal = allocateZeroed<unsigned long>(m_uiNumPixels);
-  pResult = allocateZeroed<unsigned short>(m_uiNumPixels);
-  return sum.pRecent != nullptr && sum.pTotal != nullptr && pResult != nullptr;
-}
-
 int CStacker::Initialize(unsigned long ulNumPixels) {
   Deinitialize();
+  m_pSums.reset(new (std::nothrow) orvacam::StackSums(ulNumPixels));
+  if (m_pSums == nullptr || !m_pSums->hasMemory()) {
+    m_pSums.reset();
+    return -1;
+  }
   m_uiNumPixels = ulNumPixels;
-  if (DoAllocate(m_SumLow, m_pResultLow) && DoAllocate(m_SumHigh, m_pResultHigh)) return 0;
-  Deinitialize();
-  return -1;
-}
-
-int CStacker::DoCheckFrame(const void* pFrame, unsigned long ulNumPixels, const wchar_t* pMismatch) {
-  if (pFrame == nullptr || m_SumLow.pRecent == nullptr) return -1;
-  if (ulNumPixels == m_uiNumPixels) return 0;
-  m_pLog->log(CLOGLEVEL_ERROR, pMismatch, stackNextFrame, static_cast<int>(ulNumPixels),
-              static_cast<long long>(m_uiNumPixels));
-  return -1;
-}
-
-void CStacker::DoCountFrame() {
-  ++m_uiNumFrames;
-  if (++m_uiRecentFrames < mostRecentFrames) return;
-  DoEmptyRecent(m_SumLow);
-  DoEmptyRecent(m_SumHigh);
-  m_uiRecentFrames = 0;
-}
-
-void CStacker::DoEmptyRecent(Sum& sum) const {
-  if (!sum.bRecent) return;
-  if (!sum.bTotal) std::fill_n(sum.pTotal, m_uiNumPixels, 0UL);
-  kernels::active().emptySums(sum.pRecent, sum.pTotal, m_uiNumPixels);
-  sum.bTotal = true;  // the recent sums, in use still, are 0
-}
-
-void CStacker::DoAdd(const unsigned char* pFrame, Sum& sum) const {
-  const kernels::KernelTable& kernel = kernels::active();
-  (sum.bRecent ? kernel.addToSums8 : kernel.startSums8)(pFrame, sum.pRecent, m_uiNumPixels);
-  sum.bRecent = true;
-}
-
-void CStacker::DoAdd(const unsigned short* pFrame, Sum& sum) const {
-  const kernels::KernelTable& kernel = kernels::active();
-  (sum.bRecent ? kernel.addToSums16 : kernel.startSums16)(pFrame, sum.pRecent, m_uiNumPixels);
-  sum.bRecent = true;
+  return 0;
 }
 
 int CStacker::StackNextFrame(const unsigned char* pFrame, unsigned long ulNumPixels) {
-  if (DoCheckFrame(pFrame, ulNumPixels, L"%s8: uiNumPixels= %d != m_uiNumPixels= %lld\n") != 0) return -1;
-  DoAdd(pFrame, m_SumLow);
-  DoCountFrame();
+  if (pFrame == nullptr || m_pSums == nullptr ||
+      !fits(ulNumPixels, m_uiNumPixels, L"%s8: uiNumPixels= %d != m_uiNumPixels= %lld\n", *m_pLog))
+    return -1;
+  m_pSums->low.add(pFrame);
+  m_pSums->countFrame();
+  ++m_uiNumFrames;
   return 0;
 }
 
 int CStacker::StackNextFrame(const unsigned short* pFrame, unsigned long ulNumPixels) {
-  if (DoCheckFrame(pFrame, ulNumPixels, L"%s16: uiNumPixels= %d != m_uiNumPixels= %lld\n") != 0) return -1;
-  DoAdd(pFrame, m_SumLow);
-  DoCountFrame();
+  if (pFrame == nullptr || m_pSums == nullptr ||
+      !fits(ulNumPixels, m_uiNumPixels, L"%s16: uiNumPixels= %d != m_uiNumPixels= %lld\n", *m_pLog))
+    return -1;
+  m_pSums->low.add(pFrame);
+  m_pSums->countFrame();
+  ++m_uiNumFrames;
   return 0;
 }
 
 int CStacker::StackNextFrame(const unsigned short* pLow, const unsigned short* pHigh,
                              unsigned long ulNumPixels) {
   if (pLow == nullptr) m_pLog->log(CLOGLEVEL_ERROR, L"%s: No Source frame provided!\n", stackNextFrame);
-  if (DoCheckFrame(pLow, ulNumPixels, L"%sLH: uiNumPixels= %d != m_uiNumPixels= %lld\n") != 0) return -1;
-  DoAdd(pLow, m_SumLow);
-  if (pHigh != nullptr) DoAdd(pHigh, m_SumHigh);
-  DoCountFrame();
+  if (pLow == nullptr || m_pSums == nullptr ||
+      !fits(ulNumPixels, m_uiNumPixels, L"%sLH: uiNumPixels= %d != m_uiNumPixels= %lld\n", *m_pLog))
+    return -1;
+  m_pSums->low.add(pLow);
+  if (pHigh != nullptr) m_pSums->high.add(pHigh);
+  m_pSums->countFrame();
+  ++m_uiNumFrames;
   return 0;
 }
 
-void CStacker::DoMeans(const Sum& sum, unsigned short* pResult) const {
-  const kernels::KernelTable& kernel = kernels::active();
-  if (!sum.isInUse())
-    std::fill_n(pResult, m_uiNumPixels, static_cast<unsigned short>(0));
-  else if (sum.bTotal)
-    kernel.meansOfSums(sum.pRecent, sum.pTotal, pResult, m_uiNumPixels, m_uiNumFrames);
-  else
-    kernel.meansOfRecentSums(sum.pRecent, pResult, m_uiNumPixels, m_uiNumFrames);
-}
-
 int CStacker::Finish(unsigned short** ppLow, unsigned short** ppHigh, unsigned int* puiNumPixels) {
-  if (m_SumLow.pRecent == nullptr || puiNumPixels == nullptr) return -1;
+  if (m_pSums == nullptr || puiNumPixels == nullptr) return -1;
   *puiNumPixels = static_cast<unsigned int>(m_uiNumPixels);
-  DoMeans(m_SumLow, m_pResultLow);
-  if (m_SumHigh.isInUse() || m_bResultHighUsed) DoMeans(m_SumHigh, m_pResultHigh);
-  m_bResultHighUsed = m_bResultHighUsed || m_SumHigh.isInUse() || ppHigh != nullptr;
-  if (ppLow != nullptr) *ppLow = m_pResultLow;
-  if (ppHigh != nullptr) *ppHigh = m_pResultHigh;
+  orvacam::StackSums& sums = *m_pSums;
+  unsigned short* const low = sums.low.means(m_uiNumFrames);
+  // Until somebody has seen or written the high-gain means they are zeros already.
+  unsigned short* const high =
+      sums.high.isInUse() || sums.highMeansUsed ? sums.high.means(m_uiNumFrames) : sums.high.zeros();
+  sums.highMeansUsed = sums.highMeansUsed || sums.high.isInUse() || ppHigh != nullptr;
+  if (ppLow != nullptr) *ppLow = low;
+  if (ppHigh != nullptr) *ppHigh = high;
   ResetStack();
   return 0;
 }
@@ -156,8 +196,8 @@ int CStacker::GetStackedMetaData(unsigned char* pBaseMeta, unsigned int uiLength
   const unsigned int size = std::max(m_MetaData.GetBinarizeSizeEx(), orvacam::header::writtenSize);
   if (size < m_MetaData.GetBinarizeSize()) return -1;  // 4 GiB of block
   if (m_pMetaDataBuffer == nullptr || m_uiMetaDataBufferSize < size) {
-    release(m_pMetaDataBuffer);
-    m_pMetaDataBuffer = allocateZeroed<unsigned char>(size);
+    std::free(m_pMetaDataBuffer);
+    m_pMetaDataBuffer = static_cast<unsigned char*>(std::calloc(size, 1));
     m_uiMetaDataBufferSize = m_pMetaDataBuffer != nullptr ? size : 0;
     if (m_pMetaDataBuffer == nullptr) return -1;
   }
@@ -173,27 +213,18 @@ int CStacker::GetStackedMetaData(unsigned char* pBaseMeta, unsigned int uiLength
 
 void CStacker::ResetStack() {
   m_uiNumFrames = 0;
-  m_uiRecentFrames = 0;
-  for (Sum* const sum : {&m_SumLow, &m_SumHigh})
-    sum->bRecent = sum->bTotal = false;
+  if (m_pSums != nullptr) m_pSums->forget();
 }
 
 void CStacker::Deinitialize() {
   FreeBuffers();
   m_uiNumPixels = 0;
   m_uiNumFrames = 0;
-  m_uiRecentFrames = 0;
 }
 
 void CStacker::FreeBuffers() {
-  release(m_pMetaDataBuffer);
+  std::free(m_pMetaDataBuffer);
+  m_pMetaDataBuffer = nullptr;
   m_uiMetaDataBufferSize = 0;
-  for (Sum* sum : {&m_SumLow, &m_SumHigh}) {
-    release(sum->pRecent);
-    release(sum->pTotal);
-    sum->bRecent = sum->bTotal = false;
-  }
-  release(m_pResultLow);
-  release(m_pResultHigh);
-  m_bResultHighUsed = false;
+  m_pSums.reset();
 }

@@ -6,18 +6,11 @@
 
 #include "statistics/Histogram.h"
 #include "statistics/NeighbourCounts.h"
+#include "statistics/PlaneCounts.h"
 
 using orvacam::Histogram;
 using orvacam::HistogramReader;
 using orvacam::NeighbourCounts;
-
-namespace kernels = orvacam::kernels;
-
-namespace {
-
-constexpr unsigned int histogramEntries = 65535;  // intended: none for the value 65535
-
-}  // namespace
 
 // ---- Life
 
@@ -90,47 +83,6 @@ void CFrameStatistics::AddPixels(unsigned short usFirst, const int_point_t& firs
   AddPixel(usSecond, secondPosition);
 }
 
-void CFrameStatistics::AddRow(const unsigned short* pPixels, unsigned long ulCount, int x, int y) {
-  if (pPixels == nullptr || ulCount == 0) return;
-  const Histogram histogram(m_Histogram, &m_ulUsedBlocks);
-  const bool isSmall = m_uiCount < NeighbourCounts::smallestPlane;
-  const bool inPairs = !isSmall && ulCount >= NeighbourCounts::shortestRow;
-  if (inPairs && m_pNeighbours == nullptr) m_pNeighbours.reset(new (std::nothrow) NeighbourCounts());
-  const kernels::Extremes extremes = inPairs && m_pNeighbours != nullptr
-                                         ? m_pNeighbours->addRow(pPixels, ulCount, histogram)
-                                         : orvacam::countRow(pPixels, ulCount, histogram, isSmall);
-  m_uiCount += static_cast<unsigned int>(ulCount);
-  // Positions are looked for only where a row brings a new extreme, which few rows do.
-  const auto pointOf = [&](unsigned short usValue) {
-    return int_point_t{x + static_cast<int>(kernels::active().findFirst(pPixels, ulCount, usValue)), y};
-  };
-  if (extremes.maximum > m_uiMax) {
-    m_uiMax = extremes.maximum;
-    m_MaxPoint = pointOf(extremes.maximum);
-  }
-  if (extremes.minimum < m_uiMin) {
-    m_uiMin = extremes.minimum;
-    m_MinPoint = pointOf(extremes.minimum);
-  }
-}
-
-void CFrameStatistics::AddCounted(const orvacam::CountedPixels& pixels) {
-  Histogram histogram(m_Histogram, &m_ulUsedBlocks);
-  if (pixels.times == nullptr) {
-    histogram.use(
-        kernels::Extremes{static_cast<std::uint16_t>(m_uiMin), static_cast<std::uint16_t>(m_uiMax)});
-    for (std::size_t i = 0; i < pixels.count; ++i)
-      ++m_Histogram[pixels.values[i]];
-    m_uiCount += static_cast<unsigned int>(pixels.count);
-    return;
-  }
-  for (std::size_t i = 0; i < pixels.count; ++i) {
-    if (pixels.times[i] == 0) continue;
-    histogram.add(pixels.values[i], pixels.times[i]);
-    m_uiCount += pixels.times[i];
-  }
-}
-
 // ---- Results
 
 void CFrameStatistics::Compute() {
@@ -150,30 +102,10 @@ void CFrameStatistics::Compute() {
     return [&clip, limit = fraction * count, passed = 0UL](unsigned int value, std::uint32_t pixels) mutable {
       if (!(limit > static_cast<double>(passed))) return false;
       clip = static_cast<unsigned short>(value);
-      if (value < histogramEntries) passed += pixels;
+      if (value < orvacam::histogramEntries) passed += pixels;
       return true;
     };
   };
   histogram.forEach(clipAt(m_dLowClipFraction, m_usLowClip));
   histogram.forEachDown(clipAt(m_dHighClipFraction, m_usHighClip));
-}
-
-void CFrameStatistics::GetResults(image_plane_stats_t& stats) const {
-  stats.uiLowClip = m_usLowClip;
-  stats.uiHighClip = m_usHighClip;
-  stats.dMean = m_dMean;
-  stats.dMidpoint = m_dMidpoint;
-  stats.dMode = m_dMode;
-  stats.dStdDev = m_dStdDev;
-  stats.maxPoint = m_MaxPoint;
-  stats.uiMax = m_uiMax;
-  stats.minPoint = m_MinPoint;
-  stats.uiMin = m_uiMin;
-  if (stats.pHistogram == nullptr) return;
-  const unsigned int entries = std::min(stats.uiHistogramSize, histogramEntries);
-  HistogramReader(m_Histogram, m_ulUsedBlocks).copyTo(stats.pHistogram, entries);
-  if (m_pNeighbours == nullptr) return;
-  m_pNeighbours->forEach([&](unsigned int value, std::uint32_t times) {
-    if (value < entries) stats.pHistogram[value] += times;
-  });
 }

@@ -10,13 +10,6 @@
 
 namespace orvacam {
 
-/// Pixels that were counted value by value: values[i] occurred times[i] times, or once where times is null.
-struct CountedPixels {
-  const std::uint16_t* values;
-  const std::uint32_t* times;
-  std::size_t count;
-};
-
 /// Whether a group has any count.
 inline bool hasCount(const std::uint32_t* counts) {
   std::uint64_t any = 0;

@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "statistics/Histogram.h"
+#include "statistics/PlaneCounts.h"
 
 namespace orvacam {
 
@@ -115,9 +116,9 @@ void JointHistogram::countByThemselves(std::size_t pixels, const RunPlace& place
   removeMarks(m_lowPixels, pixels);
   removeMarks(m_highPixels, pixels);
   if (m_marking) merge(m_rule.type, m_lowPixels, m_highPixels, m_mergedPixels, pixels);
-  m_low.AddRow(m_lowPixels, pixels, place.x, 2 * place.y);
-  m_high.AddRow(m_highPixels, pixels, place.x, 2 * place.y + 1);
-  m_merged.AddRow(m_mergedPixels, pixels, place.mergedX, place.mergedY);
+  addRow(m_low, m_lowPixels, pixels, place.x, 2 * place.y);
+  addRow(m_high, m_highPixels, pixels, place.x, 2 * place.y + 1);
+  addRow(m_merged, m_mergedPixels, pixels, place.mergedX, place.mergedY);
 }
 
 void JointHistogram::beginMarks() {
@@ -145,11 +146,11 @@ void JointHistogram::putMarksOf(CFrameStatistics& plane, const std::uint32_t* ba
   std::iota(m_places, m_places + pixelValues, std::uint16_t{0});
   for (unsigned int value = 0; value < pixelValues; ++value)
     times[value] = countOf(banks, value) + countOf(banks, kernels::takenMark + value);
-  plane.AddCounted({m_places, times, pixelValues});
+  addCounted(plane, {m_places, times, pixelValues});
   merge(mergeType, m_places, m_places, m_places, pixelValues);
   for (unsigned int value = 0; value < pixelValues; ++value)
     times[value] = countOf(banks, kernels::takenMark + value);
-  m_merged.AddCounted({m_places, times, pixelValues});
+  addCounted(m_merged, {m_places, times, pixelValues});
 }
 
 // ---- In windows
@@ -251,9 +252,9 @@ void JointHistogram::countOutside(const kernels::PackedPair& run, std::size_t ou
 
 /// Gives pixels of all planes to the accumulators, once each where `times` is null.
 void JointHistogram::handOver(std::size_t count, const std::uint32_t* times) {
-  m_low.AddCounted({m_lowPixels, times, count});
-  m_high.AddCounted({m_highPixels, times, count});
-  m_merged.AddCounted({m_mergedPixels, times, count});
+  addCounted(m_low, {m_lowPixels, times, count});
+  addCounted(m_high, {m_highPixels, times, count});
+  addCounted(m_merged, {m_mergedPixels, times, count});
 }
 
 /// Brings what was counted together to each plane.

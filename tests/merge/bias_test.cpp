@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvacam/merge/CCustomMergeAlgo.h>
+#include "statistics/PlaneCounts.h"
 
 #include <memory>
 #include <vector>
@@ -46,7 +47,7 @@ TEST_F(Bias, GathersTheCorrectedPlanesStatisticsAnew) {
   algo->ApplyBiasFrame(plane.data(), 4, 2, *statistics, true);
   statistics->Compute();
   image_plane_stats_t stats{};
-  statistics->GetResults(stats);
+  orvacam::copyResults(*statistics, stats);
   EXPECT_EQ(stats.dMean, 449.0);
   EXPECT_EQ(stats.uiMax, 799u);
   EXPECT_EQ(stats.maxPoint.x, 3);
@@ -61,7 +62,7 @@ TEST_F(Bias, OfOneChannelLeavesTheOtherPlaneAndItsStatisticsUntouched) {
   EXPECT_EQ(plane, before);
   statistics->Compute();
   image_plane_stats_t stats{};
-  statistics->GetResults(stats);
+  orvacam::copyResults(*statistics, stats);
   EXPECT_EQ(stats.dMean, 7.0);
 }
 

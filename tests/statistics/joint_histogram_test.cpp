@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "statistics/NaiveStatistics.h"
+#include "statistics/PlaneCounts.h"
 #include "support/FaultInjector.h"
 
 namespace {
@@ -84,7 +85,7 @@ void expectSame(CFrameStatistics& statistics, NaiveStatistics& naive) {
   image_plane_stats_t stats{};
   stats.pHistogram = histogram.data();
   stats.uiHistogramSize = 65535;
-  statistics.GetResults(stats);
+  orvacam::copyResults(statistics, stats);
   frame_testing::expectSame(stats, naive);
 }
 
@@ -176,7 +177,7 @@ TEST(StatisticsWithoutMemory, AreTheSame) {
   for (int y = 0; y < 60; ++y) {
     for (std::uint16_t& pixel : row)
       pixel = static_cast<std::uint16_t>(900 + random() % 12);
-    statistics->AddRow(row.data(), row.size(), 0, y);
+    orvacam::addRow(*statistics, row.data(), row.size(), 0, y);
     for (std::size_t x = 0; x < row.size(); ++x)
       naive.add(row[x], static_cast<int>(x), y);
   }

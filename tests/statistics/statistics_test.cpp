@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "statistics/NaiveStatistics.h"
+#include "statistics/PlaneCounts.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ using namespace frame_testing;
 
 image_plane_stats_t resultsOf(const CFrameStatistics& statistics) {
   image_plane_stats_t stats{};
-  statistics.GetResults(stats);
+  orvacam::copyResults(statistics, stats);
   return stats;
 }
 
@@ -106,7 +107,7 @@ TEST_F(Statistics, TheValue65535CountsWithoutAHistogramEntry) {
   image_plane_stats_t stats{};
   stats.pHistogram = histogram.data();
   stats.uiHistogramSize = 65540;
-  statistics.GetResults(stats);
+  orvacam::copyResults(statistics, stats);
   EXPECT_EQ(stats.uiMax, 65535u);
   EXPECT_EQ(stats.maxPoint.x, 3);
   EXPECT_EQ(stats.dMean, 65534.5);
@@ -131,7 +132,7 @@ TEST_F(Statistics, DeliverNoMoreEntriesThanTheRecordHas) {
   stats.pHistogram = histogram.data();
   stats.uiHistogramSize = 3;
   stats.bRequest = true;
-  statistics.GetResults(stats);
+  orvacam::copyResults(statistics, stats);
   EXPECT_EQ(histogram, (std::vector<double>{1, 0, 2, -1}));
   EXPECT_TRUE(stats.bRequest);
 }
@@ -151,7 +152,7 @@ TEST_F(Statistics, ResetForgetsEverythingButTheClipPoints) {
   image_plane_stats_t stats{};
   stats.pHistogram = histogram.data();
   stats.uiHistogramSize = 65535;
-  statistics.GetResults(stats);
+  orvacam::copyResults(statistics, stats);
   EXPECT_EQ(histogram, std::vector<double>(65535, 0.0));
 }
 
@@ -165,7 +166,7 @@ TEST_F(Statistics, OfRandomPlanesAreThoseOfPixelByPixelSums) {
       for (unsigned short& value : row)
         value = static_cast<unsigned short>(random() % (largest + 1));
       if (y % 2 == 0) {
-        statistics.AddRow(row.data(), row.size(), 7, y);
+        orvacam::addRow(statistics, row.data(), row.size(), 7, y);
       } else {
         for (std::size_t i = 0; i < row.size(); ++i)
           statistics.AddPixel(row[i], {7 + static_cast<int>(i), y});
@@ -184,7 +185,7 @@ std::vector<double> histogramOf(const CFrameStatistics& statistics) {
   image_plane_stats_t stats{};
   stats.pHistogram = histogram.data();
   stats.uiHistogramSize = 65535;
-  statistics.GetResults(stats);
+  orvacam::copyResults(statistics, stats);
   return histogram;
 }
 
@@ -202,7 +203,7 @@ TEST(StatisticsMemory, WhatItHeldBeforeIsNotCounted) {
     NaiveStatistics naive;
     statistics->AddPixel(40000, {9, 0});
     naive.add(40000, 9, 0);
-    statistics->AddRow(row, 6, 0, 1);
+    orvacam::addRow(*statistics, row, 6, 0, 1);
     for (int i = 0; i < 6; ++i)
       naive.add(row[i], i, 1);
     statistics->Compute();
@@ -216,7 +217,7 @@ TEST(StatisticsMemory, WhatItHeldBeforeIsNotCounted) {
 
 TEST_F(Statistics, CopiesGoOnByThemselves) {
   const unsigned short row[] = {500, 510, 505, 505};
-  statistics.AddRow(row, 4, 0, 0);
+  orvacam::addRow(statistics, row, 4, 0, 0);
   const auto copy = std::make_unique<CFrameStatistics>(statistics);
   statistics.AddPixel(5000, {1, 1});
   copy->AddPixel(100, {2, 2});
@@ -241,8 +242,8 @@ TEST_F(Statistics, OfLongRunsOfOneValueAreExact) {
   const std::vector<unsigned short> other(100003, 3);
   NaiveStatistics naive;
   for (int y = 0; y < 3; ++y) {
-    statistics.AddRow(row.data(), row.size(), 0, y);
-    statistics.AddRow(other.data(), other.size(), 0, 100 + y);
+    orvacam::addRow(statistics, row.data(), row.size(), 0, y);
+    orvacam::addRow(statistics, other.data(), other.size(), 0, 100 + y);
   }
   naive.count = 600018;
   naive.histogram[65535] = naive.histogram[3] = 300009;
@@ -297,7 +298,7 @@ TEST_F(Statistics, OfPlanesWithLittleNoiseAreThoseOfPixelByPixelSums) {
         for (const int end = y + static_cast<int>(level.rows); y < end; ++y) {
           for (unsigned short& pixel : row)
             pixel = pixelOf(level, random);
-          statistics.AddRow(row.data(), width, 7, y);
+          orvacam::addRow(statistics, row.data(), width, 7, y);
           for (unsigned int x = 0; x < width; ++x)
             naive.add(row[x], 7 + static_cast<int>(x), y);
           if (y % 37 != 36) continue;
@@ -321,7 +322,7 @@ TEST_F(Statistics, GoOnAfterResultsAndInCopiesWhilePairsAreCounted) {
   const auto addRow = [&](int y) {
     for (unsigned short& pixel : row)
       pixel = pixelOf(quiet, random);
-    statistics.AddRow(row.data(), row.size(), 0, y);
+    orvacam::addRow(statistics, row.data(), row.size(), 0, y);
     for (std::size_t x = 0; x < row.size(); ++x)
       naive.add(row[x], static_cast<int>(x), y);
   };
@@ -345,9 +346,9 @@ TEST_F(Statistics, GoOnAfterResultsAndInCopiesWhilePairsAreCounted) {
 }
 
 TEST_F(Statistics, ARowOfNothingAddsNothing) {
-  statistics.AddRow(nullptr, 5, 0, 0);
+  orvacam::addRow(statistics, nullptr, 5, 0, 0);
   const unsigned short pixel = 1;
-  statistics.AddRow(&pixel, 0, 0, 0);
+  orvacam::addRow(statistics, &pixel, 0, 0, 0);
   statistics.Compute();
   EXPECT_TRUE(std::isnan(resultsOf(statistics).dMean));
 }

@@ -34,7 +34,7 @@ struct ConversionMemory;
 /// Statuses: 0 or more is success. The library's own failures are -1 (null input, a file that cannot be
 /// opened or is no regular file, a header or frame that does not parse or is cut off, a buffer that is too
 /// small, no memory); a failing part's status is passed on. One object is used by one thread at a time;
-/// several threads may each have their own. It is about 0.7 MiB large: hold it on the heap.
+/// several threads may each have their own. It is about 0.5 MiB large: hold it on the heap.
 class ORVACAM_API CAlgo {
  public:
   CAlgo();

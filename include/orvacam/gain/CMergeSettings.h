@@ -5,19 +5,8 @@
 #include <orvacam/types/export.h>
 #include <orvacam/types/gain_types.h>
 
-#include <vector>
-
 class CCameraNVMergeSettings;
 class IDeviceGainTables;
-
-/// A mapping array without its repetitions: every row below uiMergeRow has one value throughout, and all
-/// others are alike.
-struct merge_line_t {
-  unsigned int uiSize = 0;      ///< rows and columns of the array
-  unsigned int uiMergeRow = 0;  ///< from 1 to uiSize
-  std::vector<unsigned short>
-      values;  ///< the rows' own, uiSize of them, 0 for row 0; then one row from uiMergeRow on
-};
 
 /// How the two gains of a camera are merged: one merge-line record for each pair of low-gain and high-gain
 /// table entries, from the sensor's gain tables and the camera's stored settings, and the mapping array of
@@ -59,9 +48,6 @@ class ORVACAM_API CMergeSettings {
   /// records, without memory, or for more than 14 bits (2^28 entries, 512 MiB).
   CMergeMappingArray* GenerateMergeMappingArrays(unsigned int uiBits, unsigned int uiLow, unsigned int uiHigh,
                                                  double dTemperature);
-  /// The same in little memory; false where the array would be null.
-  bool GenerateMergeLine(unsigned int uiBits, unsigned int uiLow, unsigned int uiHigh, double dTemperature,
-                         merge_line_t& line);
 
   /// Index of the first record of a pair of gain settings; -1 when there is none.
   static int FindCameraMergeLineOffsetIndex(const merge_line_offsets_t* pRecords, unsigned int uiCount,
@@ -76,8 +62,6 @@ class ORVACAM_API CMergeSettings {
   void FreeAll();
 
  protected:
-  static constexpr unsigned int s_uiLargestBits = 14;
-
   void DoInitialize();
 
   double m_dADUScale;

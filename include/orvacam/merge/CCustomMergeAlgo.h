@@ -34,12 +34,15 @@ class ORVACAM_API CCustomMergeAlgo {
 
   /// The metadata of the frame in hand, copied; may throw std::bad_alloc. Needed by merges with statistics or
   /// an image file header. The statistics of the frame before are forgotten.
-  void SetMetaData(const CFrameMetaData& metaData);
+  void SetMetaData(const CFrameMetaData& metaData) {
+    m_MetaData = metaData;
+    m_MergedStatistics.Reset();
+  }
   /// That copy, which stays this object's. The camera's own merge marks it as 16 bits a pixel, not HDR.
   CFrameMetaData& GetMetaData() { return m_MetaData; }
   /// Whether the next merges gather statistics of the merged plane's image pixels. Statistics describe the
   /// last merge that was asked for alone: none when it failed.
-  void EnableStatistics(bool bEnable);
+  void EnableStatistics(bool bEnable) { m_bMergedStatistics = bEnable; }
   /// Copies those statistics and, where the record has a histogram, min(its capacity, 65535) of the counts.
   void GetMergedStats(image_plane_stats_t& stats) const;
 

@@ -24,7 +24,7 @@ struct ReferenceValues;
 /// reference files or from the caller's buffers. Without any, every term is the identity.
 ///
 /// Statuses: 0, or -1. Copying may throw std::bad_alloc; an object whose assignment did may hold planes of
-/// both, but stays safe to use. One object is used by one thread at a time; it is about 0.3 MiB large.
+/// both, but stays safe to use. One object is used by one thread at a time; it is about 260 KiB large.
 class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
  public:
   static constexpr unsigned short MERGEREF_MAX_DIFFERENCE_THRESHOLD = 128;  ///< as constructed

@@ -9,7 +9,7 @@ class CMergeMappingArray;
 
 /// The table-driven merge: looks every pixel's merged value up in the mapping array of the frame's gains, bit
 /// depth and temperature, by its high-gain and low-gain value. Values outside the array merge to 0.
-/// One object is used by one thread at a time, as are settings that it was given. It is about 0.3 MiB large.
+/// One object is used by one thread at a time, as are settings that it was given. It is about 260 KiB large.
 class ORVACAM_API CMergeAlgoLegacy : public CCustomMergeAlgo {
  public:
   CMergeAlgoLegacy();
@@ -37,7 +37,6 @@ class ORVACAM_API CMergeAlgoLegacy : public CCustomMergeAlgo {
  protected:
   CMergeSettings* m_pMergeSettings;
   CMergeSettings m_MergeSettings;
-  merge_line_t m_MergeLine;  ///< of the frame in hand
 };
 
 #endif  // ORVACAM_MERGE_CMERGEALGOLEGACY_H

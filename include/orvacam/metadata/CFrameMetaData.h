@@ -28,7 +28,7 @@
 /// Statuses: 0 (or a positive value) is success, -1 failure; nothing is logged. A failed parse keeps every
 /// field that it read before the failure, and out of memory is a failure. Copies are complete and deep.
 /// Copying, and the setters that store texts, may throw std::bad_alloc. One object is used by one thread at a
-/// time; it is about 45 KiB large.
+/// time; it is about 4.5 KiB large.
 class ORVACAM_API CFrameMetaData {
  public:
   CFrameMetaData();
@@ -203,19 +203,6 @@ class ORVACAM_API CFrameMetaData {
   static constexpr unsigned int s_uiTimeTextSize = 30;
   static constexpr unsigned int s_uiPaddingSize = 1024;
   static constexpr unsigned int s_uiRawHeaderSize = 1024;
-  static constexpr unsigned int s_uiTextSize = 32768;
-  static constexpr unsigned int s_uiPaddingTextSize = 8192;
-
-  /// A buffer whose text means nothing outside the operation that writes it: neither set nor copied with the
-  /// object.
-  template <unsigned int uiSize>
-  struct work_text_t {
-    work_text_t() { szText[0] = 0; }
-    work_text_t(const work_text_t&) { szText[0] = 0; }
-    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): nothing is assigned
-    work_text_t& operator=(const work_text_t&) { return *this; }
-    char szText[uiSize];
-  };
 
   void DoInitialize();
   int DoParse(unsigned char* pBuffer, unsigned int uiLength);
@@ -244,11 +231,7 @@ class ORVACAM_API CFrameMetaData {
   bool m_bCaptureTimeValid;
   unsigned char m_Reserved1[12];                 ///< of version 1, kept raw
   unsigned char m_Reserved2[2];                  ///< of version 2, kept raw
-  work_text_t<s_uiTextSize> m_Text;              ///< of the text rendering
   unsigned char m_RawHeader[s_uiRawHeaderSize];  ///< the first bytes of the last header parsed
-  char m_CaptureTimeLine[64];
-  char m_ExposureClock[64];
-  work_text_t<s_uiPaddingTextSize> m_PaddingText;
 
  private:
   ORVACAM_INTERNAL int DoParseFields(unsigned char* pPosition, unsigned int uiRemaining,
@@ -262,7 +245,7 @@ class ORVACAM_API CFrameMetaData {
   ORVACAM_INTERNAL double DoGetGainValue(unsigned int uiTable, ORVA_META_KEYS eGainKey) const;
   ORVACAM_INTERNAL std::string DoRenderLines(unsigned int uiVersion, bool bPadding);
   ORVACAM_INTERNAL std::string DoRenderValue(unsigned int uiRule, unsigned int uiKey);
-  ORVACAM_INTERNAL const char* DoRenderPadding(unsigned int uiCount);
+  ORVACAM_INTERNAL std::string DoRenderPadding(unsigned int uiCount) const;
   ORVACAM_INTERNAL unsigned int DoUint(ORVA_META_KEYS eKey) const { return m_Values[eKey].GetValueUint(); }
   ORVACAM_INTERNAL CMetaValues& DoKeptByte(unsigned int uiByte);
 };

@@ -7,7 +7,6 @@
 #include <memory>
 
 namespace orvacam {
-struct CountedPixels;
 class NeighbourCounts;
 }  // namespace orvacam
 
@@ -33,16 +32,10 @@ class ORVACAM_API CFrameStatistics {
   void AddPixel(unsigned short usValue, const int_point_t& position);
   void AddPixels(unsigned short usFirst, const int_point_t& firstPosition, unsigned short usSecond,
                  const int_point_t& secondPosition);
-  /// The same as AddPixel for each of ulCount pixels, at (x, y), (x + 1, y) and so on.
-  void AddRow(const unsigned short* pPixels, unsigned long ulCount, int x, int y);
-  /// For the library's own counting: pixels between the extremes so far, counted elsewhere.
-  ORVACAM_INTERNAL void AddCounted(const orvacam::CountedPixels& pixels);
 
-  /// Computes the results from the pixels added. Without pixels the mean and the deviation are not numbers.
+  /// Computes the results from the pixels added, which frames and merges hand out. Without pixels the mean
+  /// and the deviation are not numbers.
   void Compute();
-
-  /// Copies the results and, where the record has a histogram, min(its capacity, 65535) of the counts.
-  void GetResults(image_plane_stats_t& stats) const;
 
  protected:
   double m_dLowClipFraction;
@@ -59,7 +52,6 @@ class ORVACAM_API CFrameStatistics {
   int_point_t m_MinPoint;
   unsigned int m_uiMin;
 
- private:
   std::unique_ptr<orvacam::NeighbourCounts> m_pNeighbours;  ///< null until a large plane comes
   unsigned long
       m_ulUsedBlocks;  ///< bit b: whether entries from 1024 b on are in use, else they hold anything
