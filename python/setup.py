@@ -42,5 +42,5 @@ class CMakeBuild(build_ext):
         shutil.copy((folder / 'src' / soname).resolve(), target.parent / soname)
 
 
-setup(version=version(), packages=['orvacam'], package_data={'orvacam': ['py.typed', '*.pyi', '*/*']},
+setup(version=version(), packages=['orvacam'], package_data={'orvacam': ['py.typed', '*.pyi', '*.yaml', '*/*']},
       ext_modules=[Extension('orvacam._core', [])], cmdclass={'build_ext': CMakeBuild})

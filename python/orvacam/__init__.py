@@ -26,11 +26,12 @@ from ._errors import BadGeometry, Error, Mismatch, NotAFrame, Truncated, Unsuppo
 from ._frame import Finding, Frame, read  # noqa: E402
 from ._header import Header, Key, keys, read_header  # noqa: E402
 from ._report import report  # noqa: E402
+from ._series import open_series, stack, statistics  # noqa: E402
 from ._simulate import sensors, simulate  # noqa: E402
 from ._stack import Stack  # noqa: E402
 
 __version__ = _core.version()
 
 __all__ = ['BadGeometry', 'Decoded', 'Decoder', 'Error', 'Extreme', 'Finding', 'Frame', 'Header', 'Key', 'Mismatch',
-           'NotAFrame', 'Stack', 'Statistics', 'Truncated', 'UnsupportedSensor', 'keys', 'read', 'read_header',
-           'report', 'sensors', 'simulate', 'to_ccddata']
+           'NotAFrame', 'Stack', 'Statistics', 'Truncated', 'UnsupportedSensor', 'keys', 'open_series',
+           'read', 'read_header', 'report', 'sensors', 'simulate', 'stack', 'statistics', 'to_ccddata']

@@ -86,6 +86,7 @@ void bindDecoder(py::module_& module);
 void bindStack(py::module_& module);
 void bindSimulator(py::module_& module);
 void bindFiles(py::module_& module);
+void bindSeries(py::module_& module);
 
 }  // namespace orvacam::python
 

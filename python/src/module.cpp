@@ -61,4 +61,5 @@ PYBIND11_MODULE(_core, module) {
   bindStack(module);
   bindSimulator(module);
   bindFiles(module);
+  bindSeries(module);
 }
