@@ -72,6 +72,17 @@ def split(images, temporal):
     return rows - pixel / n, columns - pixel / m, pixel - temporal / len(images)
 
 
+def local(images, temporal):
+    """Of the mean image less its surroundings, where these are whole; white noise keeps its variance."""
+    kernel = numpy.convolve(numpy.convolve(numpy.ones(7) / 7, numpy.ones(11) / 11), [0.25, 0.5, 0.25])
+    mean = numpy.mean(images, axis=0)
+    low = mean
+    for axis in (0, 1):
+        low = numpy.apply_along_axis(numpy.convolve, axis, low, kernel, "valid")
+    left = 1 - 2 * kernel[9] ** 2 + (kernel ** 2).sum() ** 2
+    return (mean[9:-9, 9:-9] - low).var() / left - temporal / len(images)
+
+
 def near(told, expected, tolerance, what):
     assert abs(told - expected) <= tolerance * abs(expected), (what, told, expected)
 
@@ -106,8 +117,11 @@ def check_by_numpy(told, frames, suffix):
     # The level nearest to half of saturation.
     usable = numpy.flatnonzero(signal <= top)
     at = usable[numpy.argmin(abs(signal[usable] - top / 2))]
-    bright = split([plane(p, suffix) for _, p in frames["flat"][2 * at:2 * at + 2]], flats.variances[at])
-    dark = split([plane(p, suffix) for _, p in frames["dark"][2 * at:2 * at + 2]], darks.variances[at])
+    images = [plane(p, suffix) for _, p in frames["flat"][2 * at:2 * at + 2]]
+    still = [plane(p, suffix) for _, p in frames["dark"][2 * at:2 * at + 2]]
+    bright, dark = split(images, flats.variances[at]), split(still, darks.variances[at])
+    difference = local(images, flats.variances[at]) - local(still, darks.variances[at])
+    near(told["prnu_local_percent"], 100 * numpy.sqrt(difference) / signal[at], 1e-6, "local PRNU")
     for part, b, d in zip(("row", "column", "pixel"), bright, dark):
         for name, variance, scale in (("dsnu_%s_e", d, 1 / slope), ("prnu_%s_percent", b - d, 100 / signal[at])):
             value = numpy.sqrt(max(variance, 0)) * scale
@@ -122,6 +136,7 @@ def check_by_truth(told, truth, what):
     truth["pixel_noise_e"] = math.hypot(truth["pixel_noise_e"], spread)
     pairs = (("gain_e_per_adu", "gain_e_per_adu"), ("read_noise_e", "read_noise_e"), ("offset_adu", "offset_adu"),
              ("dark_current_e_per_s", "dark_current_e_per_s"), ("prnu_percent", "prnu_percent"),
+             ("prnu_local_percent", "prnu_percent"),
              ("dsnu_row_e", "row_noise_e"), ("dsnu_column_e", "column_noise_e"), ("dsnu_pixel_e", "pixel_noise_e"))
     for measured, planted in pairs:
         error = told[measured + "_error"]
@@ -161,4 +176,8 @@ for camera, mode, rate, exposures, seeds in CAMERAS:
             assert abs(done["ratio"]["measured"] - truth["ratio"]) <= max(
                 0.002 * truth["ratio"], 3 * done["ratio"]["measured_error"])
             check_change_over(done, frames)
+            # One merged ADU is one of the high gain.
+            merged, true = done["planes"]["merged"], truth["planes"]["high"]
+            assert abs(merged["gain_e_per_adu"] - true["gain_e_per_adu"]) <= 3 * merged["gain_e_per_adu_error"]
+            assert merged["saturation_e"] > 10 * true["saturation_e"]
 print("ok: %d cameras" % sum(len(c[-1]) for c in CAMERAS))

@@ -156,6 +156,68 @@ TEST(MeanImage, FindsAPlantedPatternWithinItsError) {
     EXPECT_GE(count, rounds - 2);  // two errors hold 95 %
 }
 
+TEST(MeanImage, TakesUnevenLightNotForAPatternOfItsSurroundings) {
+  // White noise of 25 ADU squared and a temporal variance of 100 in 4 frames, under light that falls off by
+  // half.
+  constexpr std::uint32_t width = 200, height = 150, frames = 4;
+  std::mt19937_64 random(3);
+  std::normal_distribution<double> normal;
+  std::vector<double> pattern(width * height);
+  for (double& pixel : pattern)
+    pixel = 5 * normal(random);
+  science::MeanImage image({0, 0, width, height});
+  for (std::uint32_t f = 0; f < frames; ++f) {
+    Pixels frame;
+    for (std::uint32_t y = 0; y < height; ++y)
+      for (std::uint32_t x = 0; x < width; ++x) {
+        const double dx = x / 400.0, dy = y / 400.0;
+        frame.push_back(static_cast<std::uint16_t>(std::lround(
+            10000 / (1 + 0.5 * (dx * dx + dy * dy)) + pattern[y * width + x] + 10 * normal(random))));
+      }
+    image.add(imageOf(width, height, frame));
+  }
+  const auto v = image.variance({100 + 1 / 12.0, 0});
+  EXPECT_GT(v.total.value, 1e4);
+  EXPECT_NEAR(v.local.value, 25, 3 * v.local.error);
+  EXPECT_LT(v.local.error, 1);
+}
+
+TEST(MeanImage, TakesTheLowPassOfTheStandardFromASinglePixel) {
+  // One pixel of 1000 in the middle of 39 x 39: what is left there is 1000 (1 - k^2), k the middle weight of
+  // the 19: sums over boxes of 7 and 11 overlap by 7 at the shifts -1 to 1: 7 / 77.
+  Pixels pixels(39 * 39, 0);
+  pixels[19 * 39 + 19] = 1000;
+  science::MeanImage image({0, 0, 39, 39});
+  image.add(imageOf(39, 39, pixels));
+  const std::vector<double> box = {1, 2, 3, 4, 5, 6, 7, 7, 7, 7, 7, 6, 5, 4, 3, 2, 1};  // / 77
+  std::vector<double> kernel(19);
+  for (std::size_t i = 0; i < box.size(); ++i)
+    kernel[i] += box[i] / 308, kernel[i + 1] += box[i] / 154, kernel[i + 2] += box[i] / 308;
+  EXPECT_DOUBLE_EQ(kernel[9], 7 / 77.0);
+  double second = 0, sum = 0, squares = 0;
+  for (int y = -10; y <= 10; ++y)  // the pixels with whole surroundings
+    for (int x = -10; x <= 10; ++x) {
+      const bool near = std::abs(x) <= 9 && std::abs(y) <= 9;
+      const double low =
+          near ? 1000 * kernel[static_cast<std::size_t>(x + 9)] * kernel[static_cast<std::size_t>(y + 9)] : 0;
+      const double rest = (x == 0 && y == 0 ? 1000 : 0) - low;
+      sum += rest, second += rest * rest;
+    }
+  for (const double weight : kernel)
+    squares += weight * weight;
+  const double left = 1 - 2 * kernel[9] * kernel[9] + squares * squares;
+  const double variance = second / 441 - sum / 441 * sum / 441;
+  EXPECT_NEAR(image.variance({0, 0}).local.value, variance / left, 1e-9 * variance);
+}
+
+TEST(MeanImage, KnowsNoSurroundingsInASmallImage) {
+  for (const std::uint32_t size : {19u, 20u}) {
+    science::MeanImage image({0, 0, size, size});
+    image.add(imageOf(size, size, Pixels(size * size, 7)));
+    EXPECT_EQ(image.variance({0, 0}).local.known(), size == 20) << size;
+  }
+}
+
 TEST(MeanImage, KnowsNothingOfALineOrOfNothing) {
   science::MeanImage line({0, 0, 3, 1});
   line.add(imageOf(3, 1, {1, 2, 3}));

@@ -163,6 +163,16 @@ TEST(PhotonTransfer, TakesTheErrorOfTheDarkCurrentFromTheScatterOfTheFrames) {
   EXPECT_DOUBLE_EQ(plane.darkCurrentAdu.error, std::sqrt(0.5));
 }
 
+TEST(PhotonTransfer, TrustsNoFramesThatAgreeByChance) {
+  // The darks' means are all the same; the noise of their pixels leaves sqrt(variance / 10000) to each.
+  const Camera camera;
+  const PlaneTransfer plane = measured(camera, seriesOf(camera, {1, 3}));
+  const double one = std::sqrt(camera.variance(8) / 10000);
+  EXPECT_NEAR(plane.darkCurrentAdu.error, one / 2,
+              1e-9);  // over sqrt(4), two frames each a second off the mean
+  EXPECT_NEAR(plane.offset.error, std::hypot(one / std::sqrt(2), one / 2), 1e-9);
+}
+
 TEST(PhotonTransfer, CountsALoneDarkOfAnotherExposureForTheDarkCurrentAlone) {
   const Camera camera;
   Series series = seriesOf(camera, {1, 2, 3});
@@ -343,8 +353,8 @@ TEST(PhotonTransfer, MeasuresUniformityAtHalfOfSaturation) {
   ASSERT_TRUE(at.has_value());
   EXPECT_EQ(plane.curve[*at].exposure, 4);  // 3.75 s is half
   // Flat 104 - 4, dark 4 (ADU squared): the root of 100 over a signal of 2000; rows below 0 by their error.
-  const SpatialVariance flat{16, 2100, {104, 3}, {1, 3}, {40, 3}, {63, 3}};
-  const SpatialVariance dark{8, 100, {4, 4}, {2, 4}, {1, 4}, {1, 4}};
+  const SpatialVariance flat{16, 2100, {104, 3}, {1, 3}, {40, 3}, {63, 3}, {85, 3}};
+  const SpatialVariance dark{8, 100, {4, 4}, {2, 4}, {1, 4}, {1, 4}, {4, 4}};
   addNonuniformity(plane, flat, dark);
   EXPECT_DOUBLE_EQ(plane.prnuSignal, 2000);
   EXPECT_DOUBLE_EQ(plane.prnu.value, 0.5);
@@ -352,6 +362,7 @@ TEST(PhotonTransfer, MeasuresUniformityAtHalfOfSaturation) {
   EXPECT_DOUBLE_EQ(plane.prnuRow.value, 0);
   EXPECT_NEAR(plane.prnuRow.error, 100 * std::sqrt(5) / 2000, 1e-12);
   EXPECT_NEAR(plane.prnuColumn.value, 100 * std::sqrt(39) / 2000, 1e-12);
+  EXPECT_NEAR(plane.prnuLocal.value, 100 * 9.0 / 2000, 1e-12);
   EXPECT_NEAR(plane.dsnu.value, 4, 1e-9);
   EXPECT_NEAR(plane.dsnuRow.value, 2 * std::sqrt(2), 1e-9);
   EXPECT_EQ(plane.flatFrames, 16u);
@@ -361,8 +372,8 @@ TEST(PhotonTransfer, MeasuresUniformityAtHalfOfSaturation) {
 TEST(PhotonTransfer, GivesPrnuWithoutAGainButNoDsnuInElectrons) {
   const Camera camera;
   PlaneTransfer plane = measured(camera, seriesOf(camera, {1}));
-  addNonuniformity(plane, {2, 2100, {104, 3}, {1, 3}, {40, 3}, {63, 3}},
-                   {2, 100, {4, 4}, {2, 4}, {1, 4}, {1, 4}});
+  addNonuniformity(plane, {2, 2100, {104, 3}, {1, 3}, {40, 3}, {63, 3}, {}},
+                   {2, 100, {4, 4}, {2, 4}, {1, 4}, {1, 4}, {}});
   EXPECT_TRUE(plane.prnu.known());
   EXPECT_FALSE(plane.dsnu.known());
 }

@@ -200,9 +200,8 @@ TEST_F(Measure, LeavesReferencePixelsOut) {
   camera = "GSENSE4040", mode = "16bit";
   for (const char* const name : {"a", "b"})
     for (const auto& [kind, electrons] : {std::pair{"f", 8000.0}, {"g", 16000.0}, {"d", 0.0}})
-      shoot(std::string(kind) + name, 1, electrons, [](sim::HeaderFields& fields) {
-        fields.preRefPixels = 8, fields.postRefRows = 4;
-      });
+      shoot(std::string(kind) + name, 1, electrons,
+            [](sim::HeaderFields& fields) { fields.preRefPixels = 8, fields.postRefRows = 4; });
   flats = {"fa", "fb", "ga", "gb"}, darks = {"da", "db"};
   const json plane = measured().at("planes").at("image");
   const double whole = plane.at("curve")[0].at("signal_adu");

@@ -44,7 +44,8 @@ constexpr struct {
             {"prnu_percent", "PRNU1288", "%", &PlaneTransfer::prnu},
             {"prnu_row_percent", "  of rows", "%", &PlaneTransfer::prnuRow},
             {"prnu_column_percent", "  of columns", "%", &PlaneTransfer::prnuColumn},
-            {"prnu_pixel_percent", "  of pixels", "%", &PlaneTransfer::prnuPixel}};
+            {"prnu_pixel_percent", "  of pixels", "%", &PlaneTransfer::prnuPixel},
+            {"prnu_local_percent", "  less surroundings", "%", &PlaneTransfer::prnuLocal}};
 
 std::string formatted(const char* format, double value) {
   char text[64];

@@ -56,7 +56,7 @@ class FrameReader {
   /// Throws what reading does, and science::Refused for a copy of another frame and for corrections that do
   /// not apply.
   orvacam::Frame operator()(const std::string& path) {
-    const orvacam::Frame frame = orvacam::Frame::read(path);
+    orvacam::Frame frame = orvacam::Frame::read(path);
     try {
       m_corrections.requireApplicable(frame);
     } catch (const Failure& failure) {

@@ -184,7 +184,8 @@ void Measurement::addDarkPair(const std::string& a, const std::string& b, double
   for (Gathered& plane : m_planes) {
     const PairMoments m = momentsOf(first.*plane.which->plane, second.*plane.which->plane, m_region);
     DarkLevel& dark = plane.darks[exposure];
-    const auto before = static_cast<double>(dark.frameMeans.size() / 2);
+    const std::size_t pairs = dark.frameMeans.size() / 2;
+    const auto before = static_cast<double>(pairs);
     dark.exposure = exposure;
     dark.pixels = m.pixels;
     if (a != b) {

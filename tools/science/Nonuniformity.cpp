@@ -20,6 +20,32 @@ Estimate varianceOf(const std::vector<double>& means, double mean) {
   return {variance, variance * std::sqrt(2 / freedom)};
 }
 
+using Kernel = std::vector<double>;
+
+Kernel convolved(const Kernel& a, const Kernel& b) {
+  Kernel result(a.size() + b.size() - 1);
+  for (std::size_t i = 0; i < a.size(); ++i)
+    for (std::size_t j = 0; j < b.size(); ++j)
+      result[i + j] += a[i] * b[j];
+  return result;
+}
+
+/// In one direction: 19 weights.
+const Kernel& lowPass() {
+  constexpr std::size_t small = 7, large = 11;
+  static const Kernel kernel =
+      convolved(convolved(Kernel(small, 1.0 / small), Kernel(large, 1.0 / large)), {0.25, 0.5, 0.25});
+  return kernel;
+}
+
+/// What the high-pass 1 - low-pass leaves of the variance of white noise.
+double whiteLeft() {
+  double squares = 0;
+  for (const double weight : lowPass())
+    squares += weight * weight;
+  return 1 - 2 * square(lowPass()[lowPass().size() / 2]) + square(squares);
+}
+
 Estimate minus(const Estimate& a, const Estimate& b, double factor) {
   return {a.value - factor * b.value, std::hypot(a.error, factor * b.error)};
 }
@@ -71,9 +97,48 @@ SpatialVariance MeanImage::variance(const Estimate& temporal) const {
   result.pixel = minus(white, temporal, 1 / frames);
   result.row = minus(varianceOf(rows, result.mean), white, 1 / static_cast<double>(width));
   result.column = minus(varianceOf(columns, result.mean), white, 1 / static_cast<double>(height));
+  result.local = localVariance(temporal);
   result.total = {result.pixel.value + result.row.value + result.column.value,
                   std::hypot(result.pixel.error, result.row.error, result.column.error)};
   return result;
+}
+
+/// A row of the mean, low-passed along itself, without the ends.
+std::vector<double> MeanImage::smoothedRow(std::size_t y) const {
+  const std::size_t width = m_region.width, taps = lowPass().size();
+  const std::uint32_t* const sums = m_sums.data() + y * width;
+  std::vector<double> row(width - taps + 1);
+  for (std::size_t x = 0; x < row.size(); ++x) {
+    for (std::size_t i = 0; i < taps; ++i)
+      row[x] += lowPass()[i] * sums[x + i];
+    row[x] /= static_cast<double>(m_frames);
+  }
+  return row;
+}
+
+Estimate MeanImage::localVariance(const Estimate& temporal) const {
+  const std::size_t width = m_region.width, height = m_region.height, taps = lowPass().size();
+  if (width <= taps || height <= taps || m_frames == 0) return {};
+  const auto frames = static_cast<double>(m_frames);
+  std::vector<std::vector<double>> rows;  // the last `taps` ones, each in its place modulo taps
+  double sum = 0, second = 0, fourth = 0, count = 0;
+  for (std::size_t y = 0; y < height; ++y) {
+    if (y < taps) rows.emplace_back();
+    rows[y % taps] = smoothedRow(y);
+    if (y + 1 < taps) continue;
+    const std::size_t first = y + 1 - taps, middle = first + taps / 2;
+    const std::uint32_t* const sums = m_sums.data() + middle * width + taps / 2;
+    for (std::size_t x = 0; x + taps <= width; ++x) {
+      double low = 0;
+      for (std::size_t i = 0; i < taps; ++i)
+        low += lowPass()[i] * rows[(first + i) % taps][x];
+      const double rest = sums[x] / frames - low;
+      sum += rest, second += square(rest), fourth += square(square(rest)), ++count;
+    }
+  }
+  const double variance = second / count - square(sum / count);
+  const double spread = std::sqrt(std::fmax(fourth / count - square(second / count), 0) / count);
+  return minus({variance / whiteLeft(), spread / whiteLeft()}, temporal, 1 / frames);
 }
 
 }  // namespace orvacam::science

@@ -14,6 +14,7 @@ struct SpatialVariance {
   std::uint64_t frames = 0;
   double mean = 0;  ///< ADU
   Estimate total, row, column, pixel;
+  Estimate local;  ///< of the image less its surroundings
 };
 
 /// The mean of many frames of one plane: one 32-bit sum a pixel, whatever the number of frames.
@@ -36,7 +37,15 @@ class MeanImage {
   /// two rows or columns.
   SpatialVariance variance(const Estimate& temporal) const;
 
+  /// The same of the image less its surroundings, so that uneven light does not count: the low-pass is the
+  /// standard's, boxes of 7 and 11 and a binomial filter of 3 pixels in both directions, and what it takes of
+  /// white noise is given back. Pixels whose surroundings are cut off are left out: unknown below 20 x 20
+  /// pixels.
+  Estimate localVariance(const Estimate& temporal) const;
+
  private:
+  std::vector<double> smoothedRow(std::size_t y) const;
+
   Region m_region;
   std::uint64_t m_frames = 0;
   std::vector<std::uint32_t> m_sums;

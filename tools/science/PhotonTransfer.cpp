@@ -42,6 +42,11 @@ const DarkLevel& shortestDark(const PlaneTransfer& plane) {
                        [](const DarkLevel& dark) { return dark.variance.known(); });
 }
 
+/// Of a frame's mean, by the noise of its pixels: frames may scatter less by chance, above all two of them.
+double ownVariance(const DarkLevel& dark) {
+  return dark.variance.value / dark.pixels;
+}
+
 void subtractDarks(PlaneTransfer& plane) {
   for (CurvePoint& point : plane.curve) {
     const DarkLevel& dark = darkOf(plane, point.exposure);
@@ -172,9 +177,7 @@ void fitDarkCurrent(PlaneTransfer& plane) {
     return;
   }
   const double slope = ty / tt;
-  const DarkLevel& dark = shortestDark(plane);
-  const double least = dark.variance.value / dark.pixels;  // of a frame's mean, by the noise of its pixels
-  const double scatter = std::fmax(least, (yy - slope * ty) / (count - 2));
+  const double scatter = std::fmax(ownVariance(shortestDark(plane)), (yy - slope * ty) / (count - 2));
   plane.darkCurrentAdu = {slope, std::sqrt(scatter / tt)};
   plane.darkCurrent = {slope * plane.gain.value,
                        std::hypot(plane.darkCurrentAdu.error * plane.gain.value, slope * plane.gain.error)};
@@ -186,7 +189,7 @@ void findOffset(PlaneTransfer& plane) {
   double scatter = 0;
   for (const double mean : dark.frameMeans)
     scatter += square(mean - dark.mean()) / (frames - 1);
-  plane.offset = {dark.mean(), std::sqrt(scatter / frames)};
+  plane.offset = {dark.mean(), std::sqrt(std::fmax(scatter, ownVariance(dark)) / frames)};
   if (plane.darkCurrentAdu.known()) {
     plane.offset.value -= plane.darkCurrentAdu.value * dark.exposure;
     plane.offset.error = std::hypot(plane.offset.error, plane.darkCurrentAdu.error * dark.exposure);
@@ -374,6 +377,7 @@ void addNonuniformity(PlaneTransfer& plane, const SpatialVariance& flat, const S
   plane.prnuRow = percent(flat.row, dark.row, plane.prnuSignal);
   plane.prnuColumn = percent(flat.column, dark.column, plane.prnuSignal);
   plane.prnuPixel = percent(flat.pixel, dark.pixel, plane.prnuSignal);
+  plane.prnuLocal = percent(flat.local, dark.local, plane.prnuSignal);
   if (!plane.gain.known()) return;
   plane.dsnu = electrons(dark.total, plane.gain);
   plane.dsnuRow = electrons(dark.row, plane.gain);

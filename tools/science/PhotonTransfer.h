@@ -71,6 +71,7 @@ struct PlaneTransfer {
   // What addNonuniformity fills in:
   Estimate dsnu, dsnuRow, dsnuColumn, dsnuPixel;  ///< electrons
   Estimate prnu, prnuRow, prnuColumn, prnuPixel;  ///< percent
+  Estimate prnuLocal;                             ///< percent, of the images less their surroundings
   double prnuSignal = unknown;                    ///< where the PRNU was measured, ADU
   double uniformityExposure = unknown;            ///< s, of those flats and darks
   std::uint64_t flatFrames = 0, darkFrames = 0;   ///< that it was measured from
