@@ -1,5 +1,5 @@
-"""Does what the start pages tell their readers to do: runs their blocks of shell and Python, in order, in a folder with
-the frames of a night. Fails when one fails, or when a page has none.
+"""Does what pages tell their readers to do: runs the blocks of shell and Python of the start pages, and those of Python
+in README.md, in order, in a folder with the frames of a night. Fails when one fails, or when a page has none.
 
 usage: run_pages.py TREE PROGRAM [PYTHONPATH]
 """
@@ -12,8 +12,9 @@ import tempfile
 
 # Page: what is there afterwards.
 PAGES = {
-    'start-frames.md': ['pictures/m31_1.png', 'fits/m31_3_MERGED.fits', 'mean.fits'],
-    'start-pipeline.md': ['fits/m31_3_LOW.fits', 'checks.jsonl'],
+    'docs/start-frames.md': ['pictures/m31_1.png', 'fits/m31_3_MERGED.fits', 'mean.fits'],
+    'docs/start-pipeline.md': ['fits/m31_3_LOW.fits', 'checks.jsonl'],
+    'README.md': [],
 }
 BLOCK = re.compile(r'^ *```(sh|py)\n(.*?)^ *```', re.S | re.M)
 
@@ -34,14 +35,17 @@ def main():
     if len(sys.argv) > 3:
         environment['PYTHONPATH'] = sys.argv[3]
         commands['py'] = ['/usr/bin/python3', '-c']
+    needs_python = re.compile(r'^orvacam report ')
     night = blocks(tree / 'docs' / 'start-frames.md')[0]
     for page, files in PAGES.items():
-        found = blocks(tree / 'docs' / page)
+        found = [(language, text) for language, text in blocks(tree / page) if language == 'py' or page != 'README.md']
         if not found:
             sys.exit(f'{page} has nothing to run')
         with tempfile.TemporaryDirectory() as folder:
             os.chdir(folder)
             for language, text in ([] if night in found else [night]) + found:
+                if 'py' not in commands and needs_python.match(text):
+                    continue
                 if language in commands and run(commands[language], text, environment) != 0:
                     sys.exit(f'{page}: this failed:\n{text}')
             for file in files:
