@@ -3,7 +3,8 @@
 usage: check_documents.py TREE
 
 In README.md and the pages of docs, a code block behind a line `<!-- examples/NAME -->` shows lines of that file, in
-one piece. Every example of the face is shown whole from its first #include on, and README's first sample is one.
+one piece. Every example of the face is shown whole from its first #include on, and README's first sample is one. Every
+page is reached from docs/start.md.
 """
 import pathlib
 import re
@@ -15,6 +16,18 @@ MACHINERY = {'merge_in_memory.cpp', 'convert_file.cpp', 'stack_frames.cpp'}
 
 def from_first_include(text):
     return text[text.index('#include'):]
+
+
+def unreached(docs):
+    """The pages that no chain of links leads to from the first."""
+    reached, ahead = set(), [docs / 'start.md']
+    while ahead:
+        page = ahead.pop()
+        if page not in reached:
+            reached.add(page)
+            links = re.findall(r'\]\(([^)#\s]+\.md)', page.read_text())
+            ahead += [target for link in links if (target := (page.parent / link).resolve()).is_file()]
+    return sorted(set(docs.glob('*.md')) - reached)
 
 
 def main():
@@ -34,6 +47,8 @@ def main():
     examples = {path.name for path in (root / 'examples').iterdir() if path.suffix in ('.c', '.cpp')} - MACHINERY
     for name in sorted(examples - whole):
         faults.append(f'examples/{name} is shown whole in no document')
+    faults += [f'{page.relative_to(root.resolve())} is not reached from docs/start.md'
+               for page in unreached((root / 'docs').resolve())]
     for fault in faults:
         print(fault)
     print(f'{len(examples)} examples, {len(faults)} faults')
