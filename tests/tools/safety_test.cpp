@@ -1,9 +1,8 @@
 // What the program never does: lose data, leave rubbish behind.
 
-#include <signal.h>
-#include <unistd.h>
+#include <sys/prctl.h>
 
-#include "Program.h"
+#include "Background.h"
 
 namespace {
 
@@ -70,40 +69,139 @@ TEST_F(Safety, ClearsWhatADeadProcessLeft) {
               ElementsAre(".orvacam-elsewhere-" + std::to_string(dead) + "-1", mine.substr(4), "a.fits"));
 }
 
-TEST_F(Safety, LeavesWholeFilesOrNoneWhenItIsStopped) {
-  Arguments command = {"orvacam", "convert", "-o", "out"};
-  for (int i = 0; i < 6; ++i) {
-    folder.write("f" + std::to_string(i), Sample(fieldsOf("GSENSE4040", "hdr", 512, 512), i).bytes);
-    command.push_back("f" + std::to_string(i));
+/// Commands that write many files, stopped at moments that a fixed seed chooses.
+class Interrupted : public Program {
+ protected:
+  Interrupted() {
+    fs::create_directory(folder.path() / "in");
+    fs::create_directory(folder.path() / "fixed");
+    for (unsigned int i = 0; i < 6; ++i)
+      folder.write("in/f" + std::to_string(i), Sample(fieldsOf("GSENSE4040", "hdr", 64, 48), i).bytes);
+    good({"convert", "in", "-o", "fixed", "--native", "--quiet"});
+    inputs = contents();
+    // Workers whose parent is gone are this test's children.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
   }
-  unsigned int state = 7;
-  for (int run = 0; run < 12; ++run) {
-    const int number = run % 3 == 0 ? SIGINT : run % 3 == 1 ? SIGTERM : SIGHUP;
-    const pid_t child = fork();
-    if (child == 0) {
-      std::vector<char*> argv;
-      for (std::string& word : command)
-        argv.push_back(word.data());
-      argv.push_back(nullptr);
-      if (chdir(folder.path().c_str()) != 0) _exit(120);
-      execv(ORVACAM_TOOL, argv.data());
-      _exit(121);
+  ~Interrupted() override { prctl(PR_SET_CHILD_SUBREAPER, 0); }
+
+  Arguments command(unsigned int run) const {
+    Arguments repair = {"repair", "-o", "out"};
+    for (const std::string& name : files("fixed"))
+      repair.push_back("fixed/" + name);
+    const Arguments commands[] = {{"convert", "in", "-o", "out"},
+                                  {"convert", "in", "-o", "out", "--native", "--quiet"},
+                                  {"preview", "in", "-o", "out"},
+                                  {"stats", "in", "--histogram-csv", "out/h.csv"},
+                                  {"convert", "in", "-o", "out", "--single-file", "--compress", "rice"},
+                                  repair,
+                                  {"convert", "--watch", "in", "-o", "out"},
+                                  {"stack", "in", "-o", "out/mean.fits"}};
+    Arguments chosen = commands[run % std::size(commands)];
+    const bool reproducible = chosen[0] == "repair" || chosen[0] == "stack" ||
+                              (chosen[0] == "convert" && chosen[4 % chosen.size()] != "--native");
+    if (reproducible) chosen.emplace_back("--reproducible");
+    if (chosen[0] != "stack") chosen.insert(chosen.end(), {"--jobs", run % 3 == 0 ? "1" : "2"});
+    return chosen;
+  }
+  /// What is in "out" when nobody interrupts.
+  const std::map<std::string, Bytes>& whole(unsigned int run) {
+    Arguments key = command(run);
+    const auto known = complete.find(key);
+    if (known != complete.end()) return known->second;
+    fs::create_directory(folder.path() / "out");
+    Arguments all = command(run);
+    if (all[1] == "--watch") all.erase(all.begin() + 1);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_NE(orvacam(all).exitCode, 2);
+    lasts[key] = std::chrono::steady_clock::now() - begin;
+    return complete[key] = outputs();
+  }
+  std::map<std::string, Bytes> outputs() const {
+    std::map<std::string, Bytes> all;
+    for (const std::string& name : files("out")) {
+      Bytes& bytes = all[name];
+      if (fs::is_regular_file(folder.path() / "out" / name)) bytes = folder.read("out/" + name);
+      // The card of a fixed file that says when it was written.
+      constexpr std::size_t card = std::size_t{16} * 80;
+      if (fs::path(name).extension() == ".fit" && bytes.size() > card + 80)
+        std::fill_n(bytes.begin() + card, 80, static_cast<unsigned char>(' '));
     }
-    state = state * 1664525u + 1013904223u;
-    usleep(5000 + state % 60000);
-    kill(child, number);
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    // It may have been done, or not have begun.
-    if (WIFEXITED(status)) EXPECT_TRUE(WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 128 + number);
-    if (folder.has("out"))
-      for (const std::string& name : files("out")) {
-        EXPECT_NE(name.front(), '.') << name;
-        EXPECT_EQ(folder.read("out/" + name).size() % 2880, 0u);
-        EXPECT_EQ(fits("out/" + name).size(), 512u * 512u);
-      }
-    fs::remove_all(folder.path() / "out");
+    return all;
   }
+  static Names names(const std::map<std::string, Bytes>& of) {
+    Names all;
+    for (const auto& [name, bytes] : of)
+      all.insert(name);
+    return all;
+  }
+  /// Stops a run at some moment.
+  int stopped(unsigned int run, int number, bool all) {
+    fs::remove_all(folder.path() / "out");
+    fs::create_directory(folder.path() / "out");
+    Background program(folder.path(), command(run));
+    state = state * 1664525u + 1013904223u;
+    std::this_thread::sleep_for(lasts.at(command(run)) * ((state >> 8) % 1000) / 1000.0);
+    all ? program.tellAll(number) : program.tell(number);
+    const int code = program.end();
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
+    fs::remove(folder.path() / "said");
+    return code;
+  }
+
+  std::map<std::string, Bytes> inputs;
+  std::map<Arguments, std::map<std::string, Bytes>> complete;
+  std::map<Arguments, std::chrono::duration<double>> lasts;
+  unsigned int state = 7;
+};
+
+TEST_F(Interrupted, RunsLeaveWholeFilesOrNone) {
+  unsigned int stops = 0;
+  for (unsigned int run = 0; run < 50; ++run) {
+    const auto& all = whole(run);
+    const int number = run % 3 == 0 ? SIGINT : run % 3 == 1 ? SIGTERM : SIGHUP;
+    const int code = stopped(run, number, run % 2 == 0);
+    // It may have been done, or not have begun.
+    const bool watches = command(run)[1] == "--watch";
+    EXPECT_TRUE(code == 0 || code == -number || code == 128 + number ||
+                (command(run)[0] == "repair" && code == 1))
+        << code;
+    if (code == 128 + number || watches) ++stops;
+    for (const auto& [name, bytes] : outputs()) {
+      ASSERT_EQ(all.count(name), 1u) << name << " of " << command(run)[0];
+      EXPECT_EQ(bytes, all.at(name)) << name << " of " << command(run)[0];
+    }
+    fs::remove_all(folder.path() / "out");
+    EXPECT_EQ(contents(), inputs);
+  }
+  EXPECT_GE(stops, 5u) << "too few runs were stopped while they worked";
+}
+
+TEST_F(Interrupted, RunsAreFinishedByTheNextOne) {
+  unsigned int left = 0;
+  for (unsigned int run = 0; run < 16 || (left == 0 && run < 200); ++run) {
+    const auto& all = whole(run);
+    // Alone, its workers clear away; with them, nobody can.
+    const bool everybody = run / 8 == 0;
+    stopped(run, SIGKILL, everybody);
+    for (const auto& [name, bytes] : outputs()) {
+      const bool hidden = name.front() == '.';
+      if (hidden) ++left;
+      const bool byWorkers =
+          command(run)[0] != "stats" && command(run)[0] != "stack" && command(run).back() != "1";
+      if (!everybody && byWorkers) EXPECT_FALSE(hidden) << name;
+      if (!hidden) EXPECT_EQ(bytes, all.at(name));
+    }
+    Arguments again = command(run);
+    if (again[1] == "--watch") again.erase(again.begin() + 1);
+    again.emplace_back("--overwrite");
+    orvacam(again);
+    EXPECT_EQ(names(outputs()), names(all)) << ::testing::PrintToString(again);
+    EXPECT_TRUE(outputs() == all) << ::testing::PrintToString(again);
+    fs::remove_all(folder.path() / "out");
+    EXPECT_EQ(contents(), inputs);
+  }
+  EXPECT_GT(left, 0u) << "nothing was cut off";
 }
 
 TEST_F(Inputs, AreTakenFromFoldersInOrderOfTheirNames) {

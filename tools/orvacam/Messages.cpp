@@ -98,6 +98,7 @@ void complain(const std::string& subject, const std::string& what) {
 }
 
 void complainOfUsage(const std::string& what) {
+  if (capture != nullptr) return complain("", what);
   showMessage("", what, Colour::Red);
   if (theLog.isBegun()) theLog.write(logged("", what));
 }

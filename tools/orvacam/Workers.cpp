@@ -198,10 +198,6 @@ bool Workers::hasIdle() const {
   return std::any_of(m_workers.begin(), m_workers.end(), [](const Worker& worker) { return !worker.busy; });
 }
 
-bool Workers::isBusy() const {
-  return std::any_of(m_workers.begin(), m_workers.end(), [](const Worker& worker) { return worker.busy; });
-}
-
 void Workers::give(std::size_t number, const std::string& job) {
   const auto idle =
       std::find_if(m_workers.begin(), m_workers.end(), [](const Worker& worker) { return !worker.busy; });
@@ -247,18 +243,20 @@ Answer Workers::answerOf(Worker& worker) {
   return answer;
 }
 
-std::vector<Answer> Workers::wait(int other, int milliseconds) {
-  std::vector<pollfd> watched = {{other, POLLIN, 0}};
-  std::vector<Worker*> of;
+std::vector<Answer> Workers::wait(const std::vector<int>& others) {
+  std::vector<pollfd> watched;
+  std::vector<Worker*> busy;
   for (Worker& worker : m_workers)
     if (worker.busy) {
       watched.push_back({worker.channel, POLLIN, 0});
-      of.push_back(&worker);
+      busy.push_back(&worker);
     }
+  for (const int other : others)
+    watched.push_back({other, POLLIN, 0});
   std::vector<Answer> answers;
-  if (poll(watched.data(), watched.size(), milliseconds) <= 0) return answers;
-  for (std::size_t i = 0; i < of.size(); ++i)
-    if (watched[i + 1].revents != 0) answers.push_back(answerOf(*of[i]));
+  if (poll(watched.data(), watched.size(), -1) <= 0) return answers;
+  for (std::size_t i = 0; i < busy.size(); ++i)
+    if (watched[i].revents != 0) answers.push_back(answerOf(*busy[i]));
   return answers;
 }
 

@@ -35,12 +35,11 @@ class Workers {
   ~Workers();
 
   bool hasIdle() const;
-  bool isBusy() const;
   /// Gives a job to an idle worker.
   void give(std::size_t number, const std::string& job);
-  /// Waits until one has an answer, another descriptor can be read (unless it is -1) or time is over (never
-  /// for -1); what has come. A worker that broke down gives exit code 1 and says so.
-  std::vector<Answer> wait(int other = -1, int milliseconds = -1);
+  /// Waits until one has an answer, or one of other descriptors can be read; what has come. A worker that
+  /// broke down gives exit code 1 and says so.
+  std::vector<Answer> wait(const std::vector<int>& others = {});
 
   /// Stops all workers and waits until they are gone: for signal handlers.
   static void stopAll() noexcept;

@@ -1,5 +1,7 @@
 // orvacam check: what is wrong with files.
 
+#include <unistd.h>
+
 #include <iostream>
 
 #include "Commands.h"
@@ -85,9 +87,15 @@ void printJson(const std::string& path, bool ok, const std::vector<Finding>& fin
 
 void print(const std::string& path, const std::vector<Finding>& findings) {
   std::string line;
-  for (const Finding& finding : findings)
-    line += (line.empty() ? "" : "; ") + std::string(nameOf(finding.severity)) + ": " + finding.text;
-  std::cout << files::shownText(path) << ": " << (line.empty() ? "good" : files::shownText(line)) << '\n';
+  for (const Finding& finding : findings) {
+    const Colour colour = finding.severity == Finding::Severity::error     ? Colour::Red
+                          : finding.severity == Finding::Severity::warning ? Colour::Yellow
+                                                                           : Colour::None;
+    line += (line.empty() ? "" : "; ") + coloured(nameOf(finding.severity), colour, STDOUT_FILENO) + ": " +
+            files::shownText(finding.text);
+  }
+  if (line.empty()) line = coloured("good", Colour::Green, STDOUT_FILENO);
+  std::cout << files::shownText(path) << ": " << line << '\n';
 }
 
 int check(const CheckOptions& options) {

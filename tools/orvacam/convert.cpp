@@ -1,6 +1,7 @@
 // orvacam convert: raw frame files become files that everyone reads.
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <map>
 
@@ -8,6 +9,8 @@
 #include "Corrections.h"
 #include "ForEach.h"
 #include "PlaneFile.h"
+#include "Watch.h"
+#include "files/FixedFiles.h"
 #include "files/Names.h"
 
 namespace tool {
@@ -21,6 +24,7 @@ struct ConvertOptions {
   std::string folder, format = "fits", compress, crop = "none";
   std::vector<std::string> planes;
   bool singleFile = false, native = false;
+  std::string watched;  ///< the folder of --watch
 };
 
 constexpr const char* allPlanes[] = {"low", "high", "merged", "image"};
@@ -31,7 +35,9 @@ class Conversion {
   explicit Conversion(const ConvertOptions& options)
       : m_options(options),
         m_style{formatNamed(options.format).value(), options.compress == "rice", options.singleFile},
-        m_inputs(inputsOf(options.inputs)) {}
+        m_skips(options.outputs.skipExisting) {
+    if (options.watched.empty()) m_inputs = inputsOf(options.inputs);
+  }
 
   int run();
 
@@ -51,8 +57,13 @@ class Conversion {
   Product productOf(const orvacam::Frame& frame, const orvacam::Plane& plane, const std::string& name);
   int write(const std::string& path, const std::vector<Product>& products, const std::string& stem);
 
+  void prepare();
+  int convertOne(const Input& input);
+  Fate convertArrival(const Arrival& arrival);
+
   const ConvertOptions& m_options;
   Style m_style;
+  bool m_skips;  ///< what is there
   std::vector<Input> m_inputs;
   std::unique_ptr<Corrections> m_corrections;
 };
@@ -133,7 +144,7 @@ void Conversion::claimTargets() {
 
 /// Whether all that would be made of a frame is there.
 bool Conversion::isDone(const Input& input) const {
-  if (!m_options.outputs.skipExisting || input.path == "-" || toOutput()) return false;
+  if (!m_skips || input.path == "-" || toOutput()) return false;
   const orvacam::Header header = orvacam::Header::read(input.path);
   const auto there = [&](const std::vector<std::string>& planes) {
     const std::vector<std::string> paths = targetsOf(input, planes);
@@ -169,7 +180,7 @@ Product Conversion::productOf(const orvacam::Frame& frame, const orvacam::Plane&
 int Conversion::write(const std::string& path, const std::vector<Product>& products,
                       const std::string& stem) {
   std::error_code none;
-  if (m_options.outputs.skipExisting && path != "-" && std::filesystem::exists(path, none)) return Good;
+  if (m_skips && path != "-" && std::filesystem::exists(path, none)) return Good;
   // A file that cannot be written does not stop the others.
   return attempt(
       path, [&] { writeContent(path, contentOf(products, m_style, stem), m_options.outputs.overwrite); });
@@ -179,6 +190,8 @@ int Conversion::convertFrame(const Input& input) {
   const orvacam::Frame frame = readFrame(input.path);
   const std::vector<std::string> all = frame.planes();
   orvacam::Planes wanted{false, false, false, false, false, false};
+  // A frame without planes says why when it is decoded.
+  if (all.empty()) m_corrections->decode(frame, {});
   const std::vector<std::string> names = chosen(all);
   if (toOutput() && names.size() > 1 && !oneFile())
     throw UsageError(
@@ -231,16 +244,14 @@ int Conversion::convertNative(const Input& input) {
     std::error_code none;
     if (!std::filesystem::exists(made, none)) continue;
     const std::string path = target(input, suffix);
-    if (m_options.outputs.skipExisting && std::filesystem::exists(path, none)) continue;
+    if (m_skips && std::filesystem::exists(path, none)) continue;
     outcome.add(
         attempt(path, [&] { writeContent(path, contentOf(readAll(made)), m_options.outputs.overwrite); }));
   }
   return outcome.code();
 }
 
-int Conversion::run() {
-  if (toOutput() && m_inputs.size() != 1) throw UsageError("-o -: takes one input");
-  claimTargets();
+void Conversion::prepare() {
   if (!toOutput()) prepareFolder(m_options.folder);
   if (m_options.native)
     note("--native",
@@ -249,10 +260,42 @@ int Conversion::run() {
              : "standard readers refuse these FITS files or show every value 32768 too high");
   else
     m_corrections = std::make_unique<Corrections>(m_options.corrections);
+}
+
+int Conversion::convertOne(const Input& input) {
+  if (isDone(input)) return Good;
+  return m_options.native ? convertNative(input) : convertFrame(input);
+}
+
+/// A frame of a watched folder: what is cut off may be whole when more of it is written.
+Fate Conversion::convertArrival(const Arrival& arrival) {
+  const std::string& path = arrival.input.path;
+  if (files::kindOf(path) != files::FileKind::Raw) return Fate::NoFrame;
+  m_skips = m_options.outputs.skipExisting || (arrival.wasThere && !m_options.outputs.overwrite);
+  m_inputs = {arrival.input};
+  claimTargets();
+  try {
+    return convertOne(arrival.input) == Good ? Fate::Done : Fate::Failed;
+  } catch (const orvacam::Error& error) {
+    const bool ofFrame = error.path().empty() || error.path() == path;
+    if (ofFrame && error.reason() == orvacam::Reason::truncated) return Fate::Unfinished;
+    if (ofFrame && error.system_error() == ENOENT) return Fate::NoFrame;
+    throw;
+  }
+}
+
+int Conversion::run() {
+  if (!m_options.watched.empty()) {
+    prepare();
+    return watchFolder(m_options.watched, m_options.inputs.recursive,
+                       [this](const Arrival& arrival) { return convertArrival(arrival); });
+  }
+  if (toOutput() && m_inputs.size() != 1) throw UsageError("-o -: takes one input");
+  claimTargets();
+  prepare();
   return forEach(m_inputs, [&](const Input& input, std::string&) {
     requireUsable(input);
-    if (isDone(input)) return static_cast<int>(Good);
-    return m_options.native ? convertNative(input) : convertFrame(input);
+    return convertOne(input);
   });
 }
 
@@ -262,6 +305,8 @@ int convert(const ConvertOptions& options) {
 
 void describe(Command& c, ConvertOptions& o) {
   addInputs(c, o.inputs);
+  c.add("--watch", &o.watched, "Convert the frames that are in a folder and those that come, until stopped",
+        folderValue());
   addJobs(c);
   c.add("-o,--output", &o.folder, "The folder to write to, made when it is missing; - for standard output",
         folderValue())
@@ -292,6 +337,10 @@ int checked(const ConvertOptions& o) {
   requireApart(o.native, "--native", o.corrections.hasThresholds, "--thresholds");
   requireApart(o.native, "--native", !o.corrections.calibration.empty(), "--calibration");
   requireApart(o.native, "--native", o.folder == "-", "-o -");
+  const bool watches = !o.watched.empty();
+  requireApart(watches, "--watch", !o.inputs.files.empty(), "FILE");
+  requireApart(watches, "--watch", !o.inputs.list.empty(), "--files-from");
+  requireApart(watches, "--watch", o.folder == "-", "-o -");
   return convert(o);
 }
 
@@ -300,7 +349,8 @@ int checked(const ConvertOptions& o) {
 Command convertCommand() {
   return commandOf<ConvertOptions>(
       "convert", "Convert raw frames to FITS, TIFF, PNG or numpy files.",
-      {"orvacam convert night/ -o fits", "orvacam convert frame.raw -o images -f tiff --planes merged"},
+      {"orvacam convert night/ -o fits", "orvacam convert frame.raw -o images -f tiff --planes merged",
+       "orvacam convert --watch /camera/tonight -o fits --compress rice"},
       describe, checked);
 }
 
