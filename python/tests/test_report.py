@@ -276,14 +276,21 @@ def test_what_measure_found_is_shown(tmp_path: pathlib.Path) -> None:
     path = tmp_path / 'camera.json'
     path.write_text(json.dumps({
         'schema': 'orvacam.measure/1', 'frames': 44, 'ratio': {'table': 6.297, 'measured': 6.3, 'measured_error': 0.01},
-        'planes': {'low': {'gain_e_per_adu': 0.83, 'gain_e_per_adu_error': 0.002, 'read_noise_e': None},
+        'planes': {'low': {'gain_e_per_adu': 0.83, 'gain_e_per_adu_error': 0.002, 'read_noise_e': None,
+                           'notes': [{'field': 'gain', 'text': 'only <two> levels'}],
+                           'dsnu_row_e': 1.0, 'dsnu_column_e': 2.0, 'dsnu_pixel_e': None,
+                           'curve': [{'signal_adu': 10, 'excess_variance_adu2': 12, 'fitted': True,
+                                      'excess_variance_adu2_error': 1, 'deviation_percent': 0.1},
+                                     {'signal_adu': 100, 'excess_variance_adu2': 120, 'fitted': False,
+                                      'excess_variance_adu2_error': None, 'deviation_percent': None}]},
                    'high': {'gain_e_per_adu': 0.132, 'read_noise_e': 1.5, 'read_noise_e_error': 0.1}}}))
     page = page_of(measure=(str(path),))
     rows = rows_of(page, 'one standard deviation')
     assert rows[0] == ['', 'low', 'high']
     assert rows[1] == ['gain, e⁻/ADU', '0.8300 ± 0.0020', '0.1320']
-    assert rows[2] == ['read noise, e⁻', '–', '1.500 ± 0.100']
-    assert '44 frames' in page and 'measured 6.3000 ± 0.0100' in page
+    assert rows[2] == ['read noise, e⁻', '–', '1.50 ± 0.10']
+    assert '44 frames' in page and 'measured 6.300 ± 0.010' in page
+    assert 'low: only &lt;two&gt; levels' in page and page.count('<svg') == 3
     for other in ('[]', '{"schema": "orvacam.stats/1"}', '{"schema": "orvacam.measure/1", "planes": [1]}'):
         path.write_text(other)
         with pytest.raises(ValueError, match='no output of measure'):

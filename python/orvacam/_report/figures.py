@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import io
 import re
+from dataclasses import dataclass
 from typing import Any, Callable, Dict, List, Mapping, Optional, Sequence, Tuple
 
 import numpy as np
@@ -297,3 +298,93 @@ def series(
             axes.legend(loc='best', ncols=len(values))
 
     return draw(title, f'{title} in {unit} over {xlabel}', plot, (WIDE, 2.6))
+
+
+# ---- A camera
+
+
+@dataclass(frozen=True)
+class CurvePoint:
+    """A pair of flats in a plane; NaN where it is not known."""
+
+    signal: float  #: ADU above the darks
+    variance: float  #: ADU² above that of the darks
+    error: float
+    deviation: float  #: from the straight line against exposure, percent
+    fitted: bool
+
+
+def transfer(curves: Mapping[str, Sequence[CurvePoint]], gains: Mapping[str, float]) -> str:
+    """The photon transfer curve: variance of light against signal, with the line whose slope is 1 / gain."""
+
+    def plot(_figure: Any, axes: Any) -> None:
+        for plane, points in curves.items():
+            for fitted, style in ((True, {'mfc': COLOURS[plane]}), (False, {'mfc': 'none'})):
+                chosen = [p for p in points if p.fitted == fitted and p.signal > 0 and p.variance > 0]
+                if not chosen:
+                    continue
+                axes.errorbar(
+                    [p.signal for p in chosen],
+                    [p.variance for p in chosen],
+                    [min(p.error, 0.9 * p.variance) if p.error == p.error else 0 for p in chosen],
+                    ls='',
+                    marker='o',
+                    ms=4,
+                    elinewidth=0.8,
+                    color=COLOURS[plane],
+                    label=plane if fitted else None,
+                    **style,
+                )
+            known = [p.signal for p in points if p.signal > 0]
+            if known and gains.get(plane, 0) > 0:
+                line = np.geomspace(min(known), max(known), 40)
+                axes.plot(line, line / gains[plane], color=COLOURS[plane], lw=1)
+        axes.set(xscale='log', yscale='log', xlabel='signal, ADU', ylabel='variance of the light, ADU²')
+        _plain_ticks(axes.xaxis, axes.yaxis)
+        _legend_above(axes, len(curves))
+
+    return draw('transfer', 'Photon transfer curve: variance against signal', plot, (WIDE, 3.8))
+
+
+def linearity(curves: Mapping[str, Sequence[CurvePoint]]) -> str:
+    """What the signal deviates from the straight line."""
+
+    def plot(_figure: Any, axes: Any) -> None:
+        for plane, points in curves.items():
+            known = [p for p in points if p.deviation == p.deviation and p.signal > 0]
+            axes.plot(
+                [p.signal for p in known],
+                [p.deviation for p in known],
+                color=COLOURS[plane],
+                marker='o',
+                ms=4,
+                lw=1,
+                label=plane,
+            )
+        axes.axhline(0, color=_INK, lw=0.9)
+        axes.set(xscale='log', xlabel='signal, ADU', ylabel='deviation, %')
+        _plain_ticks(axes.xaxis)
+        _legend_above(axes, len(curves))
+
+    return draw('linearity', 'Deviation of the signal from a straight line', plot, (WIDE, 3.8))
+
+
+def parts(title: str, unit: str, values: Mapping[str, Sequence[float]], errors: Mapping[str, Sequence[float]]) -> str:
+    """Noise of rows, of columns and of pixels, side by side for each plane."""
+    names = ('rows', 'columns', 'pixels')
+
+    def plot(_figure: Any, axes: Any) -> None:
+        width = 0.8 / max(1, len(values))
+        for i, (plane, numbers) in enumerate(values.items()):
+            places = np.arange(len(names)) + (i - (len(values) - 1) / 2) * width
+            axes.bar(places, np.nan_to_num(numbers), width * 0.86, color=COLOURS[plane], label=plane)
+            axes.errorbar(
+                places, np.nan_to_num(numbers), np.nan_to_num(errors[plane]), ls='', color=_INK, elinewidth=0.9
+            )
+        axes.set_xticks(np.arange(len(names)), names)
+        axes.set(ylabel=unit, title=title)
+        axes.grid(axis='x', visible=False)
+        axes.set_ylim(bottom=0)
+        _legend_above(axes, len(values))
+
+    return draw(title, f'{title} of rows, columns and pixels in {unit}', plot, (WIDE, 2.7))

@@ -123,5 +123,9 @@ def crops(plane: NDArray[Any], saturate: float, size: int = 256) -> List[Tuple[s
     bright = np.unravel_index(int(np.argmax(light)), light.shape)
     corners = [(r, c) for r in (0, height - 1) for c in (0, width - 1)]
     corner = max(corners, key=lambda p: (p[0] - bright[0]) ** 2 + (p[1] - bright[1]) ** 2)
-    places = [('centre', at(height / 2, width / 2)), ('brightest star', at(float(bright[0]), float(bright[1]))), ('corner', at(*corner))]
+    places = [
+        ('centre', at(height / 2, width / 2)),
+        ('brightest star', at(float(bright[0]), float(bright[1]))),
+        ('corner', at(*corner)),
+    ]
     return [(name, row, column) for name, (row, column) in places]
