@@ -80,7 +80,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION share/doc/orvacam-d
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${library} (>= ${PROJECT_VERSION}), python3, python3-numpy")
-set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-astropy, python3-jinja2, python3-matplotlib, python3-pil")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-astropy, python3-dask, python3-jinja2, python3-matplotlib, python3-pil")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${folder}/python/postinst ${folder}/python/prerm)
 
 # Strings that the script before packing needs; CPack hands it what begins with its name alone.
