@@ -3,135 +3,19 @@
 
 #include <immintrin.h>
 
-#include "kernels/KernelTables.h"
-#include "kernels/Kernels.h"
+#define ORVACAM_X86(operation) _mm256_##operation
+#define ORVACAM_X86_BITS(operation) _mm256_##operation##_si256
+
+namespace orvacam::kernels {
+using Register = __m256i;
+}
+
+#include "kernels/X86Registers.h"
 
 namespace orvacam::kernels {
 
 static constexpr const char* tableName = "avx2";
 static constexpr std::uint32_t tableNeeds = featureAvx2;
-
-using Register = __m256i;
-using Bits = __m128i;  // a number of bits to shift by
-
-// ---- Plain operations, named by what they do to lanes of 16 or 32 bits
-
-static Register load(const void* source) {
-  return _mm256_loadu_si256(static_cast<const __m256i*>(source));
-}
-static void store(void* target, Register value) {
-  _mm256_storeu_si256(static_cast<__m256i*>(target), value);
-}
-static void stream(void* target, Register value) {
-  _mm256_stream_si256(static_cast<__m256i*>(target), value);
-}
-static void finishStreaming() {
-  _mm_sfence();
-}
-static Bits shiftBy(std::uint32_t count) {
-  return _mm_cvtsi32_si128(static_cast<int>(count));
-}
-static Register spread16(std::uint32_t value) {
-  return _mm256_set1_epi16(static_cast<short>(value));
-}
-static Register spread32(std::uint32_t value) {
-  return _mm256_set1_epi32(static_cast<int>(value));
-}
-static Register widened12(Register pixels) {
-  return _mm256_slli_epi16(pixels, 4);  // to the top of 16 bits
-}
-static Register eitherBits(Register a, Register b) {
-  return _mm256_or_si256(a, b);
-}
-static Register bothBits(Register a, Register b) {
-  return _mm256_and_si256(a, b);
-}
-static Register shiftLeft16(Register values, Bits bits) {
-  return _mm256_sll_epi16(values, bits);
-}
-static Register add16(Register a, Register b) {
-  return _mm256_add_epi16(a, b);
-}
-static Register subtract16(Register a, Register b) {
-  return _mm256_sub_epi16(a, b);
-}
-static Register subtractToZero16(Register a, Register b) {
-  return _mm256_subs_epu16(a, b);
-}
-static Register addSigned16(Register a, Register b) {
-  return _mm256_adds_epi16(a, b);
-}
-static Register maximumSigned16(Register a, Register b) {
-  return _mm256_max_epi16(a, b);
-}
-static Register multiplyLow16(Register a, Register b) {
-  return _mm256_mullo_epi16(a, b);
-}
-static Register multiplyHigh16(Register a, Register b) {
-  return _mm256_mulhi_epu16(a, b);
-}
-static Register topBit16(Register values) {
-  return _mm256_srli_epi16(values, 15);
-}
-static Register minimum16(Register a, Register b) {
-  return _mm256_min_epu16(a, b);
-}
-static Register maximum16(Register a, Register b) {
-  return _mm256_max_epu16(a, b);
-}
-static Register add32(Register a, Register b) {
-  return _mm256_add_epi32(a, b);
-}
-static Register maximum32(Register a, Register b) {
-  return _mm256_max_epu32(a, b);
-}
-static Register add64(Register a, Register b) {
-  return _mm256_add_epi64(a, b);
-}
-/// Products of the lower halves of lanes of 64 bits.
-static Register multiplyEven32(Register a, Register b) {
-  return _mm256_mul_epu32(a, b);
-}
-static Register lowerHalves64(Register values) {
-  return _mm256_and_si256(values, _mm256_set1_epi64x(0xFFFFFFFF));
-}
-static Register upperHalves64(Register values) {
-  return _mm256_srli_epi64(values, 32);
-}
-static Register shiftRight32(Register values, Register bits) {
-  return _mm256_srlv_epi32(values, bits);
-}
-static Register multiplyRounded15(Register a, Register b) {
-  return _mm256_mulhrs_epi16(a, b);  // (a * b + 2^14) >> 15, signed
-}
-static Register packToLimit16(Register first, Register second) {
-  return _mm256_packus_epi32(first, second);
-}
-
-namespace {
-
-/// Products of 16-bit lanes, in an order that packToLimit16 undoes.
-struct Products {
-  Register first;
-  Register second;
-};
-
-}  // namespace
-
-static Products multiply16(Register a, Register b) {
-  const Register low = _mm256_mullo_epi16(a, b);
-  const Register high = _mm256_mulhi_epu16(a, b);
-  return {_mm256_unpacklo_epi16(low, high), _mm256_unpackhi_epi16(low, high)};
-}
-
-/// a times the lower 16 bits of a lane of 32, plus the upper ones, all signed and a positive.
-static Products multiplyAndAdd16(Register a, Register factorAndAddend) {
-  const Register one = spread16(1);
-  return {_mm256_madd_epi16(_mm256_unpacklo_epi16(a, one), factorAndAddend),
-          _mm256_madd_epi16(_mm256_unpackhi_epi16(a, one), factorAndAddend)};
-}
-
-// ---- Where the instruction sets differ
 
 /// A register of pixels, from 24 bytes. Each half turns 12 of them into 8 words: b0 b1 for the first pixel of
 /// a pair, b1 b2 for the second. The second half is loaded 4 bytes early, so that nothing behind is read.
@@ -143,6 +27,10 @@ static Register unpacked(const std::uint8_t* packed) {
   const __m256i both = _mm256_shuffle_epi8(_mm256_set_m128i(second, first), words);
   // The first pixel of a pair is the upper 12 bits; the second, the lower ones, is brought there.
   return _mm256_srli_epi16(_mm256_mullo_epi16(both, spread32(1 | 16 << 16)), 4);
+}
+
+static Register lowerHalves64(Register values) {
+  return _mm256_and_si256(values, _mm256_set1_epi64x(0xFFFFFFFF));
 }
 
 static std::uint16_t smallestLane16(Register values) {

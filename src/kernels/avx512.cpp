@@ -3,135 +3,19 @@
 
 #include <immintrin.h>
 
-#include "kernels/KernelTables.h"
-#include "kernels/Kernels.h"
+#define ORVACAM_X86(operation) _mm512_##operation
+#define ORVACAM_X86_BITS(operation) _mm512_##operation##_si512
+
+namespace orvacam::kernels {
+using Register = __m512i;
+}
+
+#include "kernels/X86Registers.h"
 
 namespace orvacam::kernels {
 
 static constexpr const char* tableName = "avx512";
 static constexpr std::uint32_t tableNeeds = featureAvx512;
-
-using Register = __m512i;
-using Bits = __m128i;  // a number of bits to shift by
-
-// ---- Plain operations, named by what they do to lanes of 16 or 32 bits
-
-static Register load(const void* source) {
-  return _mm512_loadu_si512(source);
-}
-static void store(void* target, Register value) {
-  _mm512_storeu_si512(target, value);
-}
-static void stream(void* target, Register value) {
-  _mm512_stream_si512(static_cast<__m512i*>(target), value);
-}
-static void finishStreaming() {
-  _mm_sfence();
-}
-static Bits shiftBy(std::uint32_t count) {
-  return _mm_cvtsi32_si128(static_cast<int>(count));
-}
-static Register spread16(std::uint32_t value) {
-  return _mm512_set1_epi16(static_cast<short>(value));
-}
-static Register spread32(std::uint32_t value) {
-  return _mm512_set1_epi32(static_cast<int>(value));
-}
-static Register widened12(Register pixels) {
-  return _mm512_slli_epi16(pixels, 4);  // to the top of 16 bits
-}
-static Register eitherBits(Register a, Register b) {
-  return _mm512_or_si512(a, b);
-}
-static Register bothBits(Register a, Register b) {
-  return _mm512_and_si512(a, b);
-}
-static Register shiftLeft16(Register values, Bits bits) {
-  return _mm512_sll_epi16(values, bits);
-}
-static Register add16(Register a, Register b) {
-  return _mm512_add_epi16(a, b);
-}
-static Register subtract16(Register a, Register b) {
-  return _mm512_sub_epi16(a, b);
-}
-static Register subtractToZero16(Register a, Register b) {
-  return _mm512_subs_epu16(a, b);
-}
-static Register addSigned16(Register a, Register b) {
-  return _mm512_adds_epi16(a, b);
-}
-static Register maximumSigned16(Register a, Register b) {
-  return _mm512_max_epi16(a, b);
-}
-static Register multiplyLow16(Register a, Register b) {
-  return _mm512_mullo_epi16(a, b);
-}
-static Register multiplyHigh16(Register a, Register b) {
-  return _mm512_mulhi_epu16(a, b);
-}
-static Register topBit16(Register values) {
-  return _mm512_srli_epi16(values, 15);
-}
-static Register minimum16(Register a, Register b) {
-  return _mm512_min_epu16(a, b);
-}
-static Register maximum16(Register a, Register b) {
-  return _mm512_max_epu16(a, b);
-}
-static Register add32(Register a, Register b) {
-  return _mm512_add_epi32(a, b);
-}
-static Register maximum32(Register a, Register b) {
-  return _mm512_max_epu32(a, b);
-}
-static Register add64(Register a, Register b) {
-  return _mm512_add_epi64(a, b);
-}
-/// Products of the lower halves of lanes of 64 bits.
-static Register multiplyEven32(Register a, Register b) {
-  return _mm512_mul_epu32(a, b);
-}
-static Register lowerHalves64(Register values) {
-  return _mm512_and_si512(values, _mm512_set1_epi64(0xFFFFFFFF));
-}
-static Register upperHalves64(Register values) {
-  return _mm512_srli_epi64(values, 32);
-}
-static Register shiftRight32(Register values, Register bits) {
-  return _mm512_srlv_epi32(values, bits);
-}
-static Register multiplyRounded15(Register a, Register b) {
-  return _mm512_mulhrs_epi16(a, b);  // (a * b + 2^14) >> 15, signed
-}
-static Register packToLimit16(Register first, Register second) {
-  return _mm512_packus_epi32(first, second);
-}
-
-namespace {
-
-/// Products of 16-bit lanes, in an order that packToLimit16 undoes.
-struct Products {
-  Register first;
-  Register second;
-};
-
-}  // namespace
-
-static Products multiply16(Register a, Register b) {
-  const Register low = _mm512_mullo_epi16(a, b);
-  const Register high = _mm512_mulhi_epu16(a, b);
-  return {_mm512_unpacklo_epi16(low, high), _mm512_unpackhi_epi16(low, high)};
-}
-
-/// a times the lower 16 bits of a lane of 32, plus the upper ones, all signed and a positive.
-static Products multiplyAndAdd16(Register a, Register factorAndAddend) {
-  const Register one = spread16(1);
-  return {_mm512_madd_epi16(_mm512_unpacklo_epi16(a, one), factorAndAddend),
-          _mm512_madd_epi16(_mm512_unpackhi_epi16(a, one), factorAndAddend)};
-}
-
-// ---- Where the instruction sets differ
 
 /// A register of pixels, from 48 bytes. Each quarter turns 12 of them into 8 words: b0 b1 for the first pixel
 /// of a pair, b1 b2 for the second. Nothing behind the 48 bytes is read.
@@ -142,6 +26,10 @@ static Register unpacked(const std::uint8_t* packed) {
   const __m512i shifts = spread32(4);  // for the first word of each two
   const __m512i bytes = _mm512_permutexvar_epi32(quarters, _mm512_maskz_loadu_epi32(0x0FFF, packed));
   return _mm512_and_si512(_mm512_srlv_epi16(_mm512_shuffle_epi8(bytes, words), shifts), spread16(0x0FFF));
+}
+
+static Register lowerHalves64(Register values) {
+  return _mm512_and_si512(values, _mm512_set1_epi64(0xFFFFFFFF));
 }
 
 static std::uint16_t smallestLane16(Register values) {
