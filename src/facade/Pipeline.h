@@ -3,20 +3,12 @@
 
 #include <orvacam/facade/CAlgo.h>
 
-#include <cstdio>
-#include <memory>
-
 #include "support/FileMemory.h"
 
 class IFrame;
 
 /// The way of a frame through the façade, which MergeImage, MergeFile and ConvertFile share.
 namespace orvacam {
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using OpenFile = std::unique_ptr<std::FILE, FileCloser>;
 
 gain_type_info_t cameraOf(const CFrameMetaData& metaData);
 

@@ -26,11 +26,6 @@ constexpr unsigned int defaultSize = 4096;
 constexpr unsigned int defaultAddFracBits = 3;
 constexpr unsigned int defaultMulFracBits = 10;
 
-struct FileCloser {
-  void operator()(std::FILE* pFile) const { std::fclose(pFile); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
-
 /// Bytes from the stream's position to the end of a regular file; 0 for anything else.
 unsigned long bytesLeft(std::FILE* pFile) {
   struct stat status {};
@@ -176,15 +171,21 @@ int copyTerms(const ReferenceMerge& from, ref_frames_t& ref) {
   return 0;
 }
 
-/// A plane of terms of the caller's. False without memory.
-bool takeTerms(const TermSlot& slot, const unsigned short* terms, unsigned int count) try {
+/// A plane of terms of the caller's; -1 without memory.
+int takeTerms(CHWMergeReferenceFrames& algorithm, orvacam::WhichTerms which, const unsigned short* terms,
+              unsigned int count) try {
+  const ReferenceMerge merge = orvacam::handOut(algorithm);
+  if (terms == nullptr || count != merge.width * merge.height) return -1;
   const auto values = std::make_shared<ReferenceValues>();
   values->terms.assign(terms, terms + count);
+  const TermSlot slot = slotOf(algorithm, which);
   slot.values = values;
   slot.made = true;
-  return true;
+  slot.areIdentity = false;
+  slot.areCallers = true;
+  return 0;
 } catch (const std::exception&) {
-  return false;
+  return -1;
 }
 
 /// A plane of terms of a file. False where it is short: what it does not bring keeps the term made before.
@@ -255,38 +256,18 @@ int CHWMergeReferenceFrames::CreateIdentityFrames(unsigned int uiWidth, unsigned
 // ---- Frames from the caller
 
 int CHWMergeReferenceFrames::SetAdditiveLowFromBuffer(const short* pValues, unsigned int uiCount) {
-  if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
-  if (!takeTerms(slotOf(*this, orvacam::AdditiveLow), reinterpret_cast<const unsigned short*>(pValues),
-                 uiCount))
-    return -1;
-  m_bIdentityFrames = false;
-  m_bCallerFrames = true;
-  return 0;
+  return takeTerms(*this, orvacam::AdditiveLow, reinterpret_cast<const unsigned short*>(pValues), uiCount);
 }
 int CHWMergeReferenceFrames::SetAdditiveHighFromBuffer(const short* pValues, unsigned int uiCount) {
-  if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
-  if (!takeTerms(slotOf(*this, orvacam::AdditiveHigh), reinterpret_cast<const unsigned short*>(pValues),
-                 uiCount))
-    return -1;
-  m_bIdentityFrames = false;
-  m_bCallerFrames = true;
-  return 0;
+  return takeTerms(*this, orvacam::AdditiveHigh, reinterpret_cast<const unsigned short*>(pValues), uiCount);
 }
 int CHWMergeReferenceFrames::SetMultiplicativeLowFromBuffer(const unsigned short* pValues,
                                                             unsigned int uiCount) {
-  if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
-  if (!takeTerms(slotOf(*this, orvacam::MultiplicativeLow), pValues, uiCount)) return -1;
-  m_bIdentityFrames = false;
-  m_bCallerFrames = true;
-  return 0;
+  return takeTerms(*this, orvacam::MultiplicativeLow, pValues, uiCount);
 }
 int CHWMergeReferenceFrames::SetMultiplicativeHighFromBuffer(const unsigned short* pValues,
                                                              unsigned int uiCount) {
-  if (pValues == nullptr || uiCount != m_uiWidth * m_uiHeight) return -1;
-  if (!takeTerms(slotOf(*this, orvacam::MultiplicativeHigh), pValues, uiCount)) return -1;
-  m_bIdentityFrames = false;
-  m_bCallerFrames = true;
-  return 0;
+  return takeTerms(*this, orvacam::MultiplicativeHigh, pValues, uiCount);
 }
 
 int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE* pPRNU, unsigned int& uiWidth,
@@ -352,12 +333,12 @@ int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, con
   constexpr const char* name = "CreateReferenceFrames";
   ClearFrames();
   // Intended: opened for writing, too.
-  const File dsnu(pDSNUFile != nullptr ? orvacam::openRegularFile(pDSNUFile, "r+b") : nullptr);
+  const orvacam::OpenFile dsnu(pDSNUFile != nullptr ? orvacam::openRegularFile(pDSNUFile, "r+b") : nullptr);
   if (pDSNUFile != nullptr && dsnu == nullptr) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Could not open DSNU File %s\n", name, utilWideToMbsStatic(pDSNUFile));
     return -1;
   }
-  const File prnu(pPRNUFile != nullptr ? orvacam::openRegularFile(pPRNUFile, "r+b") : nullptr);
+  const orvacam::OpenFile prnu(pPRNUFile != nullptr ? orvacam::openRegularFile(pPRNUFile, "r+b") : nullptr);
   if (pPRNUFile != nullptr && prnu == nullptr) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Could not open PRNU File %s\n", name, utilWideToMbsStatic(pPRNUFile));
     return -1;

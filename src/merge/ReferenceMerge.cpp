@@ -40,7 +40,8 @@ class Members : public CHWMergeReferenceFrames {
   }
   static TermSlot slotAt(CHWMergeReferenceFrames& algorithm, WhichTerms which) {
     return {(algorithm.*&Members::m_pTerms)[which], (algorithm.*&Members::m_usUniformTerms)[which],
-            (algorithm.*&Members::m_bTermsMade)[which]};
+            (algorithm.*&Members::m_bTermsMade)[which], algorithm.*&Members::m_bIdentityFrames,
+            algorithm.*&Members::m_bCallerFrames};
   }
   static bool swapped(const CHWMergeReferenceFrames& algorithm) {
     return algorithm.*&Members::m_bByteSwapped;

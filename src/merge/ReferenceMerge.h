@@ -43,6 +43,8 @@ struct TermSlot {
   std::shared_ptr<const ReferenceValues>& values;
   unsigned short& uniform;
   bool& made;
+  bool& areIdentity;  ///< all of the merge's terms
+  bool& areCallers;   ///< some of them
 };
 TermSlot slotOf(CHWMergeReferenceFrames& algorithm, WhichTerms which);
 

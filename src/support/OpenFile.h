@@ -3,11 +3,18 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 
 namespace orvacam {
 
 /// The longest path as the system's bytes, its closing zero included; what is longer is cut.
 constexpr std::size_t pathCapacity = 4096;
+
+/// A stream that is closed at the end.
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using OpenFile = std::unique_ptr<std::FILE, FileCloser>;
 
 // Opening never waits: the other end of a FIFO that stands where a file should may never come.
 
