@@ -198,6 +198,43 @@ void calibrate(orva_decoder* decoder, const orva_frame* frame, const Bytes& byte
   orva_decoded_free(&decoded);
 }
 
+/// With the frame's own header and bytes as both reference files, it is merged as the classes merge it.
+void correct(orva_decoder* decoder, const orva_frame* frame, const Bytes& bytes) {
+  orva_geometry geometry{};
+  geometry.size = sizeof geometry;
+  FUZZ_REQUIRE(orva_header_get_geometry(orva_frame_header(frame), &geometry) == 0);
+  CFrameMetaData metaData;
+  Bytes reference = bytes;
+  if (metaData.Parse(reference.data(), fuzz::length(reference)) < 0) return;
+  reference.resize(std::min<std::size_t>(metaData.GetBinarizeSize(), reference.size()));
+  for (std::uint64_t i = 0; i < 4 * std::uint64_t{geometry.width} * geometry.height; ++i)
+    reference.push_back(bytes[i % bytes.size()]);
+  const fuzz::MemoryFile terms(reference), source(bytes);
+  const std::wstring wide = terms.path();
+  const std::string name(wide.begin(), wide.end());
+  for (const auto set : {orva_decoder_set_dsnu, orva_decoder_set_prnu}) {
+    const orva_status status = set(decoder, name.c_str());
+    requireReasoned(status);
+    if (status != 0) return;
+  }
+  orva_status status = 0;
+  orva_decoded decoded = decodedBy(decoder, frame, &status);
+  if (status == 0 && decoded.merged != nullptr) {
+    gain_type_info_t camera{ORVA_DEVICE_UNKNOWN,
+                            metaData.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
+    metaData.GetDeviceType(camera.uiDeviceType);
+    const auto algo = std::make_unique<CAlgo>();
+    algo->Initialize(camera, nullptr);
+    unpacked_images_t images{};
+    images.bMergedImageRequest = true;
+    FUZZ_REQUIRE(algo->MergeFile(source.path().c_str(), &images, nullptr, wide.c_str(), wide.c_str()) >= 0);
+    requirePlane(decoded.merged, images.pMergedImage, images.ulMergedImagePixels);
+    algo->FreeFramePointers(&images);
+  }
+  orva_decoded_free(&decoded);
+  FUZZ_REQUIRE(orva_decoder_set_dsnu(decoder, nullptr) == 0 && orva_decoder_set_prnu(decoder, nullptr) == 0);
+}
+
 /// A region, where the sensor's frames can be cut, is a frame that decodes.
 void cutCorner(orva_decoder* decoder, const orva_frame* frame) {
   orva_frame* corner = nullptr;
@@ -239,6 +276,7 @@ void decode(const orva_frame* frame, const Bytes& bytes, int expected, unsigned 
     subtractFromItself(decoder, frame, decoded);
     calibrate(decoder, frame, bytes);
     cutCorner(decoder, frame);
+    correct(decoder, frame, bytes);
   }
   orva_decoded_free(&decoded);
   orva_decoder_free(decoder);
