@@ -16,6 +16,7 @@ Command roiCommand();
 Command repairCommand();
 Command reportCommand();
 Command gainsCommand();
+Command calibrateCommand();
 Command measureCommand();
 Command simulateCommand();
 

@@ -1,5 +1,6 @@
 #include "Options.h"
 
+#include <charconv>
 #include <cstdio>
 #include <orvacam.hpp>
 
@@ -16,6 +17,20 @@ bool readPair(const std::string& text, unsigned& first, unsigned& second) {
   return text.find_first_not_of("0123456789,") == std::string::npos && text.size() <= 11 &&
          std::sscanf(text.c_str(), "%u,%u%c", &first, &second, &rest) == 2 && first <= 65535 &&
          second <= 65535;
+}
+
+/// Bytes, with K, M, G or T behind them for powers of 1024.
+std::uint64_t bytesIn(const std::string& text) {
+  constexpr std::string_view suffixes = "KMGT";
+  const char* const end = text.data() + text.size();
+  std::uint64_t bytes = 0;
+  const auto read = std::from_chars(text.data(), end, bytes);
+  const std::size_t power = read.ptr + 1 == end ? suffixes.find(*read.ptr) + 1 : 0;
+  const bool isWhole = read.ptr == end || power != 0;
+  constexpr std::uint64_t most = std::uint64_t{1} << 60;
+  if (read.ec != std::errc() || !isWhole || bytes == 0 || bytes > most >> 10 * power)
+    throw UsageError("--memory: '" + text + "' is no size as 500M or 2G");
+  return bytes << 10 * power;
 }
 
 }  // namespace
@@ -79,6 +94,14 @@ void addOutputs(Command& command, OutputOptions& o, bool canSkip) {
   command.add("--overwrite", o.overwrite, "Replace files that exist");
   if (canSkip) command.add("--skip-existing", o.skipExisting, "Make only what is missing");
   command.add("--reproducible", o.reproducible, "The same bytes on any day: no time of writing");
+}
+
+void addMemory(Command& command, std::uint64_t& bytes) {
+  command
+      .add(
+          "--memory", [&bytes](const std::string& text) { bytes = bytesIn(text); },
+          "Take no more memory: what does not fit is read again, a band of rows at a time", textValue("SIZE"))
+      .standard = "1G";
 }
 
 void requireApart(const CorrectionOptions& o) {

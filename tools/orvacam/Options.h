@@ -1,6 +1,7 @@
 #ifndef ORVACAM_TOOL_OPTIONS_H
 #define ORVACAM_TOOL_OPTIONS_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,9 @@ void addCorrections(Command& command, CorrectionOptions& options);
 void addMergeCorrections(Command& command, CorrectionOptions& options);
 /// --overwrite, --skip-existing where frames can be skipped, --reproducible.
 void addOutputs(Command& command, OutputOptions& options, bool canSkip);
+
+/// --memory: a number of bytes; K, M, G and T stand for powers of 1024.
+void addMemory(Command& command, std::uint64_t& bytes);
 
 /// Throws UsageError for what does not go together.
 void requireApart(const CorrectionOptions& options);

@@ -1,14 +1,13 @@
 // orvacam measure: what a camera is, from pairs of flats and darks.
 
 #include <iostream>
-#include <map>
 
 #include "Commands.h"
 #include "Corrections.h"
+#include "FrameReader.h"
 #include "Inputs.h"
 #include "MeasureReport.h"
 #include "PlaneFile.h"
-#include "files/Sha256.h"
 
 namespace tool {
 
@@ -23,63 +22,12 @@ struct MeasureOptions {
   bool json = false, overwrite = false;
 };
 
-/// The frames that names stand for. Throws UsageError, science::Refused.
+/// Throws UsageError, science::Refused.
 std::vector<std::string> framesOf(const std::vector<std::string>& names) {
   InputOptions options;
   options.files = names;
-  std::vector<std::string> paths;
-  for (const Input& input : inputsOf(options)) {
-    if (input.path == "-")
-      throw UsageError("measure: frames are read more than once, which standard input cannot be");
-    if (!input.wrong.empty()) throw science::Refused(input.path, input.wrong);
-    paths.push_back(input.path);
-  }
-  return paths;
+  return framesToReread("measure", options);
 }
-
-/// Reads frames and knows each again, so that none counts twice. What it remembers is claimed before the
-/// first is read: between frames that come and go it would keep their memory from being used again.
-class FrameReader {
- public:
-  explicit FrameReader(const Corrections& corrections) : m_corrections(corrections) {}
-
-  /// Throws science::Refused for a file that comes twice, whatever its names.
-  void claim(const std::string& path) {
-    const Identity identity = identityOf(path);
-    const auto [first, isNew] = m_files.insert({identity, path});
-    if (!isNew && identity != Identity{0, 0})  // reading what is not there will say so
-      throw science::Refused(
-          path, first->second == path ? "is given twice" : "is given twice, also as " + first->second);
-    m_sums.insert({path, std::string(hexDigits, ' ')});
-  }
-
-  /// Throws what reading does, and science::Refused for a copy of another frame and for corrections that do
-  /// not apply.
-  orvacam::Frame operator()(const std::string& path) {
-    orvacam::Frame frame = orvacam::Frame::read(path);
-    try {
-      m_corrections.requireApplicable(frame);
-    } catch (const Failure& failure) {
-      throw science::Refused(path, failure.what());
-    }
-    std::string& sum = m_sums.at(path);
-    if (sum.front() == ' ') {
-      const std::string_view bytes = frame.bytes();
-      const std::string own = files::sha256(bytes.data(), bytes.size());
-      for (const auto& [other, known] : m_sums)
-        if (known == own) throw science::Refused(path, "holds the same frame as " + other);
-      sum.replace(0, hexDigits, own);
-    }
-    return frame;
-  }
-
- private:
-  static constexpr std::size_t hexDigits = 64;
-
-  const Corrections& m_corrections;
-  std::map<Identity, std::string> m_files;
-  std::map<std::string, std::string> m_sums;  // by path, SHA-256; blank until it is read
-};
 
 /// As the gains in the header have it, whatever the corrections.
 double tableRatio(const science::CameraMeasurement& measured) {
@@ -90,7 +38,16 @@ int measured(const MeasureOptions& options) {
   const std::vector<std::string> flats = framesOf(options.flats), darks = framesOf(options.darks);
   const std::string curve = options.folder.empty() ? "" : options.folder + "/photon_transfer.csv";
   Corrections corrections(options.corrections);
-  FrameReader reader(corrections);
+  FrameReader reader;
+  const auto read = [&](const std::string& path) {
+    orvacam::Frame frame = reader.read(path);
+    try {
+      corrections.requireApplicable(frame);
+    } catch (const Failure& failure) {
+      throw science::Refused(path, failure.what());
+    }
+    return frame;
+  };
   Targets targets;
   addInputs(targets, options.corrections);
   for (const auto* const paths : {&flats, &darks})
@@ -99,8 +56,8 @@ int measured(const MeasureOptions& options) {
       reader.claim(path);
     }
   if (!curve.empty()) targets.claim(curve);
-  const science::CameraMeasurement result = science::measureCamera(
-      {flats, darks, [&](const std::string& path) { return reader(path); }, corrections.decoder()});
+  const science::CameraMeasurement result =
+      science::measureCamera({flats, darks, read, corrections.decoder()});
   std::cout << (options.json ? jsonOf(result, tableRatio(result)) + "\n" : textOf(result));
   if (curve.empty()) return Good;
   return attempt(curve, [&] {

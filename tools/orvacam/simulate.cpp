@@ -171,7 +171,7 @@ void describeInstrument(Command& c, SimulateOptions& o) {
         "Mean electrons of a flat; half of what the channel of the higher gain holds when it is not given",
         number(0, 1e7, "ELECTRONS"));
   c.add("--read-noise", &o.readNoise,
-        "Of the channel of the higher gain (4); the other one has as many counts",
+        "Of the channel of the higher gain (4); the other one has it, too, and half a count",
         number(0, 1e5, "ELECTRONS"));
   c.add("--column-noise", &o.columnNoise, "Deviation of the columns' fixed offsets in the same channel (2)",
         number(0, 1e5, "ELECTRONS"));

@@ -105,19 +105,6 @@ void readSigma(StackOptions& options, const std::string& text) {
   options.hasSigma = true;
 }
 
-/// Bytes, with K, M, G or T behind them for powers of 1024.
-void readMemory(StackOptions& options, const std::string& text) {
-  constexpr std::string_view suffixes = "KMGT";
-  const char* const end = text.data() + text.size();
-  const auto read = std::from_chars(text.data(), end, options.memory);
-  const std::size_t power = read.ptr + 1 == end ? suffixes.find(*read.ptr) + 1 : 0;
-  const bool isWhole = read.ptr == end || power != 0;
-  constexpr std::uint64_t most = std::uint64_t{1} << 60;
-  if (read.ec != std::errc() || !isWhole || options.memory == 0 || options.memory > most >> 10 * power)
-    throw UsageError("--memory: '" + text + "' is no size as 500M or 2G");
-  options.memory <<= 10 * power;
-}
-
 void describe(Command& c, StackOptions& o) {
   addInputs(c, o.inputs);
   c.add("-o,--output", &o.output,
@@ -134,10 +121,7 @@ void describe(Command& c, StackOptions& o) {
         oneOf("HOW", {"none", "additive", "multiplicative"}));
   c.add("--weights", &o.weights, "Weigh the frames of a mean by their exposures, which may then differ",
         oneOf("WHAT", {"none", "exposure"}));
-  c.add(
-       "--memory", [&o](const std::string& text) { readMemory(o, text); },
-       "Take no more memory: what does not fit is read again, a band of rows at a time", textValue("SIZE"))
-      .standard = "1G";
+  addMemory(c, o.memory);
   c.add("--dtype", &o.type, "Type of the pixels; uint16 is the result without its fraction",
         oneOf("TYPE", {"float32", "float64", "uint16"}));
   c.add("--map-rejected", &o.rejectedMap, "Write how many frames were rejected at each pixel", fileValue());

@@ -4,24 +4,14 @@
 #include <functional>
 #include <optional>
 #include <orvacam.hpp>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "science/ChangeOver.h"
 #include "science/PhotonTransfer.h"
+#include "science/Refused.h"
 
 namespace orvacam::science {
-
-/// Frames that cannot be measured: the file that is to blame, and why in one sentence without its name.
-class Refused : public std::runtime_error {
- public:
-  Refused(std::string path, const std::string& what) : std::runtime_error(what), m_path(std::move(path)) {}
-  const std::string& path() const { return m_path; }
-
- private:
-  std::string m_path;
-};
 
 struct MeasuredPlane {
   std::string name;  ///< "low", "high", "merged" or "image"

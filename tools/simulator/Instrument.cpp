@@ -12,6 +12,7 @@ namespace {
 constexpr double lowOffset = 100, highOffset = 110;  // counts
 constexpr double secondsPerPeriod = 1e-5;            // of the header's exposure
 constexpr double blinkingStep = 40;                  // times the read noise
+constexpr double converterNoise = 0.5;               // counts, of the low-gain channel
 
 /// Every property of the camera, and every noise of a frame, is a stream of random numbers.
 enum Stream : std::uint64_t {
@@ -81,6 +82,12 @@ class Model {
   unsigned height() const { return m_height; }
   double gain(unsigned plane) const { return m_gains[plane]; }
   double fullScale() const { return m_fullScale; }
+  /// Counts. The low-gain channel has as many electrons of noise, and what its converter adds.
+  double readNoise(unsigned plane) const {
+    const double electrons = m_instrument.readNoise;
+    if (plane + 1 == m_layout.planes || electrons == 0) return electrons / m_gains[plane];
+    return std::hypot(electrons / m_gains[plane], converterNoise);
+  }
   /// Counts of electrons that are given for the high-gain (or only) channel.
   double counts(double electrons) const { return electrons / m_gains[1]; }
   Kind kind(std::size_t pixel) const { return static_cast<Kind>(m_kinds[pixel]); }
@@ -126,12 +133,13 @@ class Model {
   /// What the channels read of collected electrons.
   std::vector<Plane> read(const std::vector<float>& electrons) const {
     std::uint64_t references[2] = {0, 0};
-    const double noise = counts(m_instrument.readNoise);
+    const double noises[2] = {readNoise(0), readNoise(m_layout.planes - 1)};
     const std::uint64_t reads[2] = {frameKey(Read, 0), frameKey(Read, 1)};
     const std::uint64_t referenceReads[2] = {frameKey(ReadReference, 0), frameKey(ReadReference, 1)};
     const std::uint64_t blink = frameKey(Blink, 0);
     return makePlanes(m_layout, [&](const PixelPlace& place) {
       unsigned x = place.x, y = place.y;
+      const double noise = noises[place.plane];
       double value = m_offsets[place.plane] + m_columns[place.plane][x] + m_rows[place.plane][y];
       if (imagePixel(place, x, y)) {
         const std::size_t pixel = std::size_t{y} * m_width + x;
@@ -207,7 +215,7 @@ std::vector<float> lightOf(const Model& model, const HeaderFields& fields, Frame
   return {seen.begin(), seen.end()};
 }
 
-PlaneTruth truthOfPlane(const Model& model, const Instrument& instrument, unsigned plane, const char* name) {
+PlaneTruth truthOfPlane(const Model& model, unsigned plane, const char* name) {
   Moments columns, rows, pixels, responses, dark;
   for (unsigned x = 0; x < model.width(); ++x)
     columns.add(model.column(plane, x));
@@ -224,7 +232,7 @@ PlaneTruth truthOfPlane(const Model& model, const Instrument& instrument, unsign
   return {name,
           model.offset(plane) + columns.mean() + rows.mean() + pixels.mean(),
           gain,
-          model.counts(instrument.readNoise) * gain,
+          model.readNoise(plane) * gain,
           dark.mean(),
           columns.deviation() * gain,
           rows.deviation() * gain,
@@ -255,6 +263,21 @@ std::vector<Plane> exposeFrame(const Camera& camera, const HeaderFields& fields,
   return model.read(model.collect(lightOf(model, fields, type, level, sky)));
 }
 
+std::vector<std::vector<double>> fixedPattern(const Camera& camera, const HeaderFields& fields,
+                                              const Instrument& instrument, double level) {
+  const Model model(camera, fields, instrument);
+  const double seconds = fields.exposure * secondsPerPeriod;
+  std::vector<std::vector<double>> planes(model.layout().planes);
+  for (unsigned plane = 0; plane < planes.size(); ++plane)
+    for (unsigned y = 0; y < model.height(); ++y)
+      for (unsigned x = 0; x < model.width(); ++x)
+        planes[plane].push_back(model.offset(plane) + model.column(plane, x) + model.row(plane, y) +
+                                model.pixelOffset(plane, x, y) +
+                                (model.darkCurrent(x, y) * seconds + level * model.response(x, y)) /
+                                    model.gain(plane));
+  return planes;
+}
+
 double usualLevel(const Camera& camera, const HeaderFields& fields) {
   const Model model(camera, fields, {});
   return model.fullScale() / 2 * model.gain(model.layout().planes - 1);
@@ -273,9 +296,9 @@ Truth truthOf(const Camera& camera, const HeaderFields& fields, const Instrument
   Truth truth{0, {}, {}, {}, {}};
   if (model.layout().planes == 2) {
     truth.ratio = model.gain(0) / model.gain(1);
-    truth.planes = {truthOfPlane(model, instrument, 0, "low"), truthOfPlane(model, instrument, 1, "high")};
+    truth.planes = {truthOfPlane(model, 0, "low"), truthOfPlane(model, 1, "high")};
   } else {
-    truth.planes = {truthOfPlane(model, instrument, 0, "image")};
+    truth.planes = {truthOfPlane(model, 0, "image")};
   }
   const Place origin = originOf(fields, model.layout());
   for (unsigned y = 0; y < model.height(); ++y)

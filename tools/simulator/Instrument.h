@@ -18,9 +18,10 @@ enum class FrameType { Light, Bias, Dark, Flat };
 ///
 ///     counts = round(offset + column + row + pixel + (electrons / gain) + noise), from 0 to the full scale
 ///
-/// with the channel's gain in electrons per count. Read noise and offsets arise behind the amplifiers: they
-/// have as many counts in the low-gain channel as in the high-gain one, and so ratio times the electrons. The
-/// numbers below are of the high-gain channel, or of the only one. Reference pixels collect nothing.
+/// with the channel's gain in electrons per count. Read noise is given for the high-gain channel, or the only
+/// one; the low-gain channel has it, too, and half a count of its converter's. Offsets arise behind the
+/// amplifiers: they have as many counts in the low-gain channel as in the high-gain one, for which they are
+/// given. Reference pixels collect nothing.
 struct Instrument {
   unsigned long seed = 1;   ///< the camera
   double readNoise = 4;     ///< electrons, of a frame
@@ -40,6 +41,11 @@ struct Instrument {
 /// that a flat collects on average; a light frame shows the sky.
 std::vector<Plane> exposeFrame(const Camera& camera, const HeaderFields& fields, const Instrument& instrument,
                                FrameType type, double level, const Sky& sky);
+
+/// What the image pixels of each plane would read on average, row by row, in counts without rounding: the
+/// fixed pattern. `level` is that of a flat; 0 for the others. Blinking pixels as in their lower state.
+std::vector<std::vector<double>> fixedPattern(const Camera& camera, const HeaderFields& fields,
+                                              const Instrument& instrument, double level);
 
 /// Half of what the (high-gain) channel holds: electrons of a good flat.
 double usualLevel(const Camera& camera, const HeaderFields& fields);

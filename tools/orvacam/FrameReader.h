@@ -1,0 +1,34 @@
+#ifndef ORVACAM_TOOL_FRAME_READER_H
+#define ORVACAM_TOOL_FRAME_READER_H
+
+#include <map>
+#include <orvacam.hpp>
+#include <string>
+#include <vector>
+
+#include "Inputs.h"
+
+namespace tool {
+
+/// The frames that names stand for, which are read more than once. Throws UsageError for standard input,
+/// science::Refused, Failure.
+std::vector<std::string> framesToReread(const std::string& command, const InputOptions& options);
+
+/// Reads frames and knows each again, so that none counts twice. What it remembers is claimed before the
+/// first is read: between frames that come and go it would keep their memory from being used again.
+class FrameReader {
+ public:
+  /// Every path, before the first is read. Throws science::Refused for a file that comes twice, whatever its
+  /// names.
+  void claim(const std::string& path);
+  /// Throws what reading does, and science::Refused for a copy of another frame.
+  orvacam::Frame read(const std::string& path);
+
+ private:
+  std::map<Identity, std::string> m_files;
+  std::map<std::string, std::string> m_sums;  // by path, SHA-256; blank until it is read
+};
+
+}  // namespace tool
+
+#endif  // ORVACAM_TOOL_FRAME_READER_H
