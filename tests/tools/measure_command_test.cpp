@@ -181,6 +181,36 @@ TEST_F(Measure, LooksAtBothGainsAndTheirMerge) {
   EXPECT_EQ(other.at("merge").at("lifted"), 0);
 }
 
+TEST_F(Measure, FindsAMergeStraightWhoseReferencesBringTheOffsetsTogether) {
+  // Offsets of 110 and 100 counts without a pattern, and little noise. Both gains are to begin at 32 merged
+  // counts: terms of 32 - 110 and 32 / 22.81 - 100 in eighths.
+  camera = "GSENSE4040", mode = "hdr";
+  instrument.readNoise = 0.8;
+  instrument.columnNoise = instrument.rowNoise = instrument.pixelNoise = 0;
+  shootSeries({0.5, 1, 1.5, 2, 4, 10, 20}, 1000);
+  Bytes reference = sim::writeHeader(fieldsOf("GSENSE4040", "single", width, height), 3);
+  for (const int eighths : {-789, -624})
+    for (unsigned int i = 0; i < width * height; ++i) {
+      reference.push_back(static_cast<unsigned char>(eighths & 255));
+      reference.push_back(static_cast<unsigned char>(eighths >> 8 & 255));
+    }
+  folder.write("camera.dsnu", reference);
+  const json all = measured({"--dsnu", "camera.dsnu"});
+  const json& merge = all.at("merge");
+  const double step = merge.at("step_adu"), error = merge.at("step_adu_error");
+  EXPECT_NEAR(step, 22.81 * (1.403 - 1.375), 3 * error);  // what rounding to eighths leaves
+  EXPECT_LT(std::fabs(step), 3);
+  EXPECT_EQ(merge.at("lifted"), 0);
+  EXPECT_EQ(merge.at("straight"), true);
+  EXPECT_TRUE(merge.at("notes").empty());
+  // The merged plane is then as good as the high gain, and reaches as far as the low one.
+  const json &merged = all.at("planes").at("merged"), &high = all.at("planes").at("high");
+  EXPECT_EQ(merged.at("darks")[0].at("variance_adu2"), high.at("darks")[0].at("variance_adu2"));
+  EXPECT_NEAR(merged.at("gain_e_per_adu"), 0.8194, 3 * merged.at("gain_e_per_adu_error").get<double>());
+  EXPECT_THAT(good(arguments({"--dsnu", "camera.dsnu"})),
+              HasSubstr("the response is               straight\n"));
+}
+
 TEST_F(Measure, MeasuresTwoPlanesThatAreNotMerged) {
   camera = "GSENSE6060", mode = "hdr";
   const auto plain = [](sim::HeaderFields& fields) { fields.hdr = false; };
