@@ -282,6 +282,16 @@ class Header {
     detail::check(orva_header_read(path.c_str(), &header));
     return Header(detail::HeaderHandle(header));
   }
+  /// Of a raw header: the processed one that a plane of such a frame has, as decoding gives it. Its bytes do
+  /// not read back the same: pass the raw header on. Throws bad_argument: no plane's name.
+  Header of_plane(std::string_view plane) const {
+    const unsigned bit =
+        detail::bit(plane == "low", ORVA_PLANE_LOW) | detail::bit(plane == "high", ORVA_PLANE_HIGH) |
+        detail::bit(plane == "merged", ORVA_PLANE_MERGED) | detail::bit(plane == "image", ORVA_PLANE_IMAGE);
+    orva_header* header = nullptr;
+    detail::check(orva_header_of_plane(m_handle.get(), bit, &header));
+    return Header(detail::HeaderHandle(header));
+  }
 
   /// As stated; 1 to 4 are known.
   unsigned version() const { return info().version; }

@@ -147,6 +147,12 @@ typedef struct orva_header orva_header;
 ORVA_API orva_status orva_header_parse(const void* bytes, size_t length, orva_header** out);
 /** The same of a file, of which at most 64 KiB are read. Also io. */
 ORVA_API orva_status orva_header_read(const char* path, orva_header** out);
+/**
+ * The processed header that a plane of a frame with this raw header has, as decoding gives it: 16 bits, no
+ * pair, this plane's flags. Its bytes do not read back the same, so that programs that pass planes on pass the
+ * raw header on. bad_argument: `plane` is not one orva_plane.
+ */
+ORVA_API orva_status orva_header_of_plane(const orva_header* raw, unsigned plane, orva_header** out);
 ORVA_API orva_header* orva_header_share(const orva_header* header); /* null for null */
 ORVA_API void orva_header_free(orva_header* header);
 

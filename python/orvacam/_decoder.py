@@ -135,7 +135,8 @@ class Decoder:
             low, high = bias if isinstance(bias, (tuple, list)) else (bias, None)
             self._handle.bias(low, high)
         if thresholds is not None:
-            self._handle.thresholds(*(_threshold(value) for value in thresholds))
+            highest, difference = thresholds
+            self._handle.thresholds(_threshold(highest), _threshold(difference))
         if calibration is not None:
             if not isinstance(calibration, bytes):
                 raise TypeError(f'a calibration block is bytes, not {type(calibration).__name__}')
@@ -163,10 +164,10 @@ class Decoder:
                                         dict(out) if out is not None else {})
         except Error as error:
             raise frame._named(error)
-        arrays = {name: array for name, (array, _, _) in decoded.items()}
+        arrays = {name: array for name, (array, _) in decoded.items()}
         return Decoded(arrays.get('low'), arrays.get('high'), arrays.get('merged'), arrays.get('image'),
-                       {name: _statistics(numbers) for name, (_, _, numbers) in decoded.items() if numbers},
-                       {name: Header._of(header) for name, (_, header, _) in decoded.items()})
+                       {name: _statistics(numbers) for name, (_, numbers) in decoded.items() if numbers},
+                       {name: frame.header._of_plane(name) for name in decoded})
 
     def merge_info(self, header: Header) -> Optional[Dict[str, Any]]:
         """How frames with this header are merged: gain_ratio (of high to low gain, as used; 0 with a PRNU file),

@@ -62,20 +62,27 @@ class Header(Mapping[str, Value]):
     93
     """
 
-    __slots__ = ('_handle',)
+    __slots__ = ('_handle', '_raw')
     _handle: _core.Header
+    _raw: Optional[Tuple[_core.Header, str]]  # of a plane's header: the frame's, and the plane
 
     def __init__(self, data: bytes) -> None:
         """The header at the start of these bytes. Raises NotAFrame and Truncated."""
         if not isinstance(data, bytes):
             raise TypeError(f'a header is made of bytes, not {type(data).__name__}')
         self._handle = _core.Header.parse(data)
+        self._raw = None
 
     @classmethod
-    def _of(cls, core: _core.Header) -> 'Header':
+    def _of(cls, handle: _core.Header, raw: Optional[Tuple[_core.Header, str]] = None) -> 'Header':
         header = cls.__new__(cls)
-        header._handle = core
+        header._handle = handle
+        header._raw = raw
         return header
+
+    def _of_plane(self, plane: str) -> 'Header':
+        """The processed header of a plane of a frame with this one."""
+        return Header._of(self._handle.of_plane(plane), (self._handle, plane))
 
     def __getitem__(self, key: str) -> Value:
         kind = _KINDS[key]
@@ -99,7 +106,11 @@ class Header(Mapping[str, Value]):
         return hash(self._handle.tobytes())
 
     def __reduce__(self) -> Tuple[Any, ...]:
-        return type(self), (self._handle.tobytes(),)
+        if self._raw is None:
+            return Header, (self._handle.tobytes(),)
+        # Its bytes do not read back the same.
+        raw, plane = self._raw
+        return _plane_header, (raw.tobytes(), plane)
 
     def __repr__(self) -> str:
         return f'<orvacam.Header of {self.model!r}, version {self.version}>'
@@ -179,6 +190,10 @@ class Header(Mapping[str, Value]):
     def tobytes(self) -> bytes:
         """The header's bytes as received; of a plane's processed header, as the library writes them."""
         return self._handle.tobytes()
+
+
+def _plane_header(raw: bytes, plane: str) -> Header:
+    return Header(raw)._of_plane(plane)
 
 
 def _fsbytes(path: Path) -> bytes:

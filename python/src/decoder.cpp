@@ -184,7 +184,7 @@ Request requested(const std::vector<std::string>& names, bool statistics, bool h
   return request;
 }
 
-/// {name: (array, header, statistics or None)}
+/// {name: (array, statistics or None)}
 py::dict decode(PyDecoder& self, const PyFrame& frame, const std::optional<std::vector<std::string>>& planes,
                 bool statistics, bool histograms, const py::dict& out) {
   const std::vector<std::string> names = wantedPlanes(self, frame.frame, planes);
@@ -194,7 +194,7 @@ py::dict decode(PyDecoder& self, const PyFrame& frame, const std::optional<std::
   py::dict planesByName;
   for (const auto& [plane, array] : request.arrays) {
     const Plane& pixels = decoded.*(plane->plane);
-    planesByName[plane->name] = py::make_tuple(array, pixels.header(), statisticsOf(pixels));
+    planesByName[plane->name] = py::make_tuple(array, statisticsOf(pixels));
   }
   return planesByName;
 }

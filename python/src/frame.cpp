@@ -19,7 +19,8 @@ class Buffer {
       PyErr_Clear();
       throw py::value_error("the bytes of a frame lie in one piece; these have gaps");
     }
-    const std::string format = m_view.format != nullptr ? m_view.format : "B";
+    std::string format = m_view.format != nullptr ? m_view.format : "B";
+    format.erase(0, format.find_first_not_of("@=<>!"));
     if (m_view.itemsize == 1 && (format == "B" || format == "b" || format == "c")) return;
     PyBuffer_Release(&m_view);
     throw py::type_error("a frame has bytes (uint8), not elements of the format '" + format + "'");

@@ -51,6 +51,7 @@ void bindHeader(py::module_& module) {
   py::class_<Header>(module, "Header")
       .def_static("parse", &parseHeader)
       .def_static("read", &readHeader)
+      .def("of_plane", [](const Header& h, const std::string& plane) { return h.of_plane(plane); })
       .def("version", &Header::version)
       .def("model", &Header::model)
       .def("serial", &Header::serial)

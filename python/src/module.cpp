@@ -33,25 +33,24 @@ void translate(std::exception_ptr thrown) {
   }
 }
 
-/// numpy, on which the arrays stand, and this module keep their state once for a process.
-void requireMainInterpreter() {
-  if (PyInterpreterState_Get() != PyInterpreterState_Main())
-    throw py::import_error("orvacam works in the main interpreter alone; use processes");
+constexpr const char* mainInterpreterAlone = "orvacam works in the main interpreter alone; use processes";
+
+bool isMainInterpreter() {
+  return PyInterpreterState_Get() == PyInterpreterState_Main();
 }
 
-}  // namespace
+/// An interpreter that is not the first to import the module gets it without its being made again.
+void requireMainInterpreter() {
+  if (!isMainInterpreter()) throw py::import_error(mainInterpreterAlone);
+}
 
-}  // namespace orvacam::python
-
-PYBIND11_MODULE(_core, module) {
-  using namespace orvacam::python;
-  requireMainInterpreter();
+void bind(py::module_& module) {
   py::register_local_exception_translator(translate);
   module.def("require_main_interpreter", &requireMainInterpreter);
-  module.def("version", [] { return orvacam::version(); });
+  module.def("version", [] { return version(); });
   module.def("sensors", [] {
     py::list names;
-    for (const std::string& name : orvacam::sensors())
+    for (const std::string& name : sensors())
       names.append(py::str(name));
     return names;
   });
@@ -62,4 +61,28 @@ PYBIND11_MODULE(_core, module) {
   bindSimulator(module);
   bindFiles(module);
   bindSeries(module);
+}
+
+}  // namespace
+
+}  // namespace orvacam::python
+
+/// numpy, on which the arrays stand, and pybind11 keep their state once for a process: in another interpreter
+/// pybind11 would wait for ever, so that the question comes ahead of all that is its.
+extern "C" PYBIND11_EXPORT PyObject* PyInit__core() {
+  namespace python = orvacam::python;
+  namespace py = pybind11;
+  if (!python::isMainInterpreter()) {
+    PyErr_SetString(PyExc_ImportError, python::mainInterpreterAlone);
+    return nullptr;
+  }
+  PYBIND11_CHECK_PYTHON_VERSION
+  PYBIND11_ENSURE_INTERNALS_READY
+  static py::module_::module_def definition;
+  auto module = py::module_::create_extension_module("_core", nullptr, &definition);
+  try {
+    python::bind(module);
+    return module.ptr();
+  }
+  PYBIND11_CATCH_INIT_EXCEPTIONS
 }

@@ -92,6 +92,17 @@ orva_status orva_header_read(const char* path, orva_header** out) {
   });
 }
 
+orva_status orva_header_of_plane(const orva_header* raw, unsigned plane, orva_header** out) {
+  return guarded([&] {
+    required(out, "out") = nullptr;
+    const orva_header& header = required(raw, "the header");
+    const bool isPlane = std::any_of(std::begin(planeNames), std::end(planeNames),
+                                     [plane](const PlaneName& known) { return known.bit == plane; });
+    if (!isPlane) fail(ORVA_BAD_ARGUMENT, "a header is that of one plane, of low, high, merged and image");
+    *out = new orva_header(Held<const orva_header>::shared(header), PlaneRole{plane});
+  });
+}
+
 orva_header* orva_header_share(const orva_header* header) {
   return shareHandle(header);
 }

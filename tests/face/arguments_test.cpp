@@ -97,6 +97,8 @@ TEST_F(FaceArguments, NullIsAnswered) {
                                   orva_frame_read("x", nullptr),
                                   orva_frame_copy(nullptr, 1, &frame_out),
                                   orva_frame_copy(bytes.data(), bytes.size(), nullptr),
+                                  orva_header_of_plane(nullptr, ORVA_PLANE_LOW, &header_out),
+                                  orva_header_of_plane(header, ORVA_PLANE_LOW, nullptr),
                                   orva_frame_view(nullptr, 1, &frame_out),
                                   orva_frame_view(bytes.data(), bytes.size(), nullptr),
                                   orva_frame_get_bytes(nullptr, &data, &size),

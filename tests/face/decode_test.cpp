@@ -137,6 +137,18 @@ TEST_P(FaceDecoderOf, GivesEachPlaneItsProcessedHeader) {
   }
 }
 
+TEST_P(FaceDecoderOf, HeadersOfPlanesComeFromTheRawHeaderAlone) {
+  const SimulatedFrame frame = simulate(fieldsOf(GetParam()));
+  const Decoded decoded = Decoder().decode(viewed(frame.bytes));
+  const orvacam::Header raw = viewed(frame.bytes).header();
+  for (const std::string& name : GetParam().planes) {
+    const orvacam::Header made = raw.of_plane(name), decodedOne = planeOf(decoded, name).header();
+    EXPECT_EQ(made.to_json(), decodedOne.to_json());
+    EXPECT_EQ(made.bytes(), decodedOne.bytes());
+  }
+  EXPECT_EQ(reasonOf([&] { raw.of_plane("middle"); }), orvacam::Reason::bad_argument);
+}
+
 TEST_P(FaceDecoderOf, CountsTheImageRegionExactly) {
   sim::HeaderFields fields = fieldsOf(GetParam());
   if (GetParam().bits == 12) {
