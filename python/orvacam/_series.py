@@ -184,8 +184,8 @@ def _part_of(names: Sequence[str], kind: _Kind, method: str, rows: slice) -> _Pa
 
 def _sums_of_planes(names: Sequence[str], kind: _Kind) -> _Part:
     """By the library's stack, which takes a pixel once. What is alike is held to the first frame of all, not of these."""
-    stack = _core.Stack(_METHODS['mean'])
-    stack.plane(kind.plane)
+    stack = _core.Stack(_METHODS['mean'], False)
+    stack.set_plane(kind.plane)
     stack.allow_unlike(True)
     for name in names:
         frame = _open(name, kind.header)

@@ -55,11 +55,18 @@ class InUse {
 /// What a decoder was told, to make another one like it.
 struct Settings {
   std::filesystem::path dsnu, prnu;
+  std::string dsnuDigest, prnuDigest;  ///< SHA-256 of the files
   Plane biasLow, biasHigh;
   std::optional<std::pair<unsigned, unsigned>> thresholds;
   std::string calibration;
 
   Decoder decoder() const;
+};
+
+/// A failure of what has no reasons of its own; becomes an exception of the package as an Error does.
+struct Refusal {
+  Reason reason;
+  std::string text, path;
 };
 
 /// A decoder that any thread may call.

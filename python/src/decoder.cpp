@@ -4,6 +4,7 @@
 #include <array>
 
 #include "Binding.h"
+#include "files/Sha256.h"
 
 namespace orvacam::python {
 
@@ -206,6 +207,12 @@ py::array decodeKept(PyDecoder& self, const PyFrame& frame, const std::string& n
   return readOnlyArray<std::uint16_t>(decoded.*(planeNamed(name).plane));
 }
 
+/// SHA-256 of a reference file, which begins as frames do.
+std::string digestOf(const std::filesystem::path& path) {
+  const Frame file = Frame::read(path);
+  return files::sha256(file.bytes().data(), file.bytes().size());
+}
+
 // Settings are kept when the decoder has taken them.
 
 void setDsnu(PyDecoder& self, const py::bytes& path) {
@@ -214,6 +221,7 @@ void setDsnu(PyDecoder& self, const py::bytes& path) {
   const InUse::Lock lock(self.use);
   self.decoder.dsnu(name);
   self.settings.dsnu = name;
+  self.settings.dsnuDigest = digestOf(name);
 }
 
 void setPrnu(PyDecoder& self, const py::bytes& path) {
@@ -222,6 +230,7 @@ void setPrnu(PyDecoder& self, const py::bytes& path) {
   const InUse::Lock lock(self.use);
   self.decoder.prnu(name);
   self.settings.prnu = name;
+  self.settings.prnuDigest = digestOf(name);
 }
 
 void setBias(PyDecoder& self, const py::object& low, const py::object& high) {
@@ -293,6 +302,7 @@ py::array readOnlyArray(const Image<Pixel>& image) {
 template py::array readOnlyArray(const Image<std::uint16_t>& image);
 template py::array readOnlyArray(const Image<std::uint64_t>& image);
 template py::array readOnlyArray(const Image<float>& image);
+template py::array readOnlyArray(const Image<double>& image);
 
 py::object statisticsOf(const Plane& plane) {
   if (!plane.statistics()) return py::none();
@@ -321,6 +331,7 @@ void bindDecoder(py::module_& module) {
   bindPixels<std::uint16_t>(module, "Pixels16");
   bindPixels<std::uint64_t>(module, "Pixels64");
   bindPixels<float>(module, "PixelsFloat");
+  bindPixels<double>(module, "PixelsDouble");
   py::class_<PyDecoder>(module, "Decoder")
       .def(py::init<>())
       .def("dsnu", &setDsnu)

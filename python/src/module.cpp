@@ -13,23 +13,26 @@ std::filesystem::path pathOf(const py::bytes& path) {
 namespace {
 
 /// The exception that the package has for a reason. Bytes of paths are the package's to turn into text.
-void raise(const Error& error) {
-  const py::object factory = py::module_::import("orvacam._errors").attr("_from_reason");
-  const py::object exception =
-      factory(static_cast<int>(error.reason()), reason_name(error.reason()), error.what(),
-              py::bytes(error.path()), error.needed(), error.available(), error.system_error());
-  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
+void raise(Reason reason, const std::string& text, const std::string& path, std::uint64_t needed = 0,
+           std::uint64_t available = 0, int systemError = 0) {
+  try {
+    const py::object factory = py::module_::import("orvacam._errors").attr("_from_reason");
+    const py::object exception = factory(static_cast<int>(reason), reason_name(reason), text, py::bytes(path),
+                                         needed, available, systemError);
+    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
+  } catch (py::error_already_set& other) {
+    other.restore();
+  }
 }
 
 void translate(std::exception_ptr thrown) {
   try {
     if (thrown) std::rethrow_exception(thrown);
   } catch (const Error& error) {
-    try {
-      raise(error);
-    } catch (py::error_already_set& other) {
-      other.restore();
-    }
+    raise(error.reason(), error.what(), error.path(), error.needed(), error.available(),
+          error.system_error());
+  } catch (const Refusal& refusal) {
+    raise(refusal.reason, refusal.text, refusal.path);
   }
 }
 
