@@ -6,7 +6,7 @@ usage: python_compare.py READ_MERGED [SIDE [ROUNDS]]
 - "read": orvacam.read(path).merged; "face": the same by the C++ face (the program READ_MERGED), in turns.
 - "one": decodes of a frame in memory by one thread, into an array of its own; "two": twice as many by two threads.
 - "numpy": the same frame from the same bytes by numpy: unpacked, then merged by a table.
-Times are seconds of wall time. All outputs are compared with each other once. READ_MERGED is a program of the build.
+Times are seconds of wall time; "processor" is the same by processor time, which says more on a busy machine. All outputs are compared with each other once. READ_MERGED is a program of the build.
 """
 import json
 import pathlib
@@ -25,10 +25,11 @@ SIDE, ROUNDS = (int(sys.argv[i]) if len(sys.argv) > i else default for i, defaul
 HEADER = 384
 
 
-def timed(work):
-    start = time.perf_counter()
+def timed(work, times=1):
+    """Seconds of wall time and of processor time, system included, of each time."""
+    start, processor = time.perf_counter(), time.process_time()
     work()
-    return time.perf_counter() - start
+    return (time.perf_counter() - start) / times, (time.process_time() - processor) / times
 
 
 def median(values):
@@ -89,17 +90,20 @@ def main():
         in_threads(2, frame, 1)
         for _ in range(ROUNDS):
             face = subprocess.run([READ_MERGED, path, '2'], check=True, stdout=subprocess.PIPE, text=True)
-            numbers['face'].append(float(face.stdout.split()[1]))
+            numbers['face'].append(tuple(map(float, face.stdout.split()[2:])))
             orvacam.read(path).merged
             numbers['read'].append(timed(lambda: orvacam.read(path).merged))
-            numbers['one'].append(timed(lambda: in_threads(1, frame, 8)) / 8)
-            numbers['two'].append(timed(lambda: in_threads(2, frame, 8)) / 16)
+            numbers['one'].append(timed(lambda: in_threads(1, frame, 8), 8))
+            numbers['two'].append(timed(lambda: in_threads(2, frame, 8), 16))
             numbers['numpy'].append(timed(lambda: by_numpy(data, corrected)))
-    times = {name: median(values) for name, values in numbers.items()}
-    json.dump({'side': SIDE, 'seconds': {name: round(value, 5) for name, value in times.items()},
-               'read to face': round(times['read'] / times['face'], 3),
-               'two threads to one': round(times['one'] / times['two'], 3),
-               'numpy to one': round(times['numpy'] / times['one'], 1)}, sys.stdout, indent=1)
+    wall, processor = ({name: median([value[kind] for value in values]) for name, values in numbers.items()}
+                       for kind in (0, 1))
+    json.dump({'side': SIDE, 'wall': {name: round(value, 5) for name, value in wall.items()},
+               'processor': {name: round(value, 5) for name, value in processor.items()},
+               'read to face': round(wall['read'] / wall['face'], 3),
+               'read to face, processor': round(processor['read'] / processor['face'], 3),
+               'two threads to one': round(wall['one'] / wall['two'], 3),
+               'numpy to one': round(wall['numpy'] / wall['one'], 1)}, sys.stdout, indent=1)
     print()
 
 

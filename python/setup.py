@@ -11,7 +11,7 @@ import subprocess
 import sys
 import tempfile
 
-from setuptools import Extension, setup
+from setuptools import Extension, find_packages, setup
 from setuptools.command.build_ext import build_ext
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -42,5 +42,6 @@ class CMakeBuild(build_ext):
         shutil.copy((folder / 'src' / soname).resolve(), target.parent / soname)
 
 
-setup(version=version(), packages=['orvacam'], package_data={'orvacam': ['py.typed', '*.pyi', '*.yaml', '*/*']},
+setup(version=version(), packages=find_packages(include=['orvacam', 'orvacam.*']),
+      package_data={'': ['py.typed', '*.pyi', '*.html', '*.css', '*.js', '*.yaml']},
       ext_modules=[Extension('orvacam._core', [])], cmdclass={'build_ext': CMakeBuild})
