@@ -13,41 +13,19 @@
 
 namespace {
 
-CMetaValues ofUint(unsigned int value) {
+template <auto Set, typename Value>
+CMetaValues made(Value value) {
   CMetaValues made;
-  made.SetValueUint(value);
+  (made.*Set)(value);
   return made;
 }
-CMetaValues ofUint64(unsigned long value) {
-  CMetaValues made;
-  made.SetValueUint64(value);
-  return made;
-}
-CMetaValues ofInt(int value) {
-  CMetaValues made;
-  made.SetValueInt(value);
-  return made;
-}
-CMetaValues ofInt64(long value) {
-  CMetaValues made;
-  made.SetValueInt64(value);
-  return made;
-}
-CMetaValues ofDouble(double value) {
-  CMetaValues made;
-  made.SetValueDouble(value);
-  return made;
-}
-CMetaValues ofBool(bool value) {
-  CMetaValues made;
-  made.SetValueBool(value);
-  return made;
-}
-CMetaValues ofText(const char* value) {
-  CMetaValues made;
-  made.SetValueStr(value);
-  return made;
-}
+constexpr auto ofUint = made<&CMetaValues::SetValueUint, unsigned int>;
+constexpr auto ofUint64 = made<&CMetaValues::SetValueUint64, unsigned long>;
+constexpr auto ofInt = made<&CMetaValues::SetValueInt, int>;
+constexpr auto ofInt64 = made<&CMetaValues::SetValueInt64, long>;
+constexpr auto ofDouble = made<&CMetaValues::SetValueDouble, double>;
+constexpr auto ofBool = made<&CMetaValues::SetValueBool, bool>;
+constexpr auto ofText = made<&CMetaValues::SetValueStr, const char*>;
 
 std::string textOf(const CMetaValues& value) {
   int length = 0;
