@@ -121,7 +121,8 @@ Estimate MeanImage::localVariance(const Estimate& temporal) const {
   if (width <= taps || height <= taps || m_frames == 0) return {};
   const auto frames = static_cast<double>(m_frames);
   std::vector<std::vector<double>> rows;  // the last `taps` ones, each in its place modulo taps
-  double sum = 0, second = 0, fourth = 0, count = 0;
+  const double count = static_cast<double>(width - taps + 1) * static_cast<double>(height - taps + 1);
+  double sum = 0, second = 0, fourth = 0;
   for (std::size_t y = 0; y < height; ++y) {
     if (y < taps) rows.emplace_back();
     rows[y % taps] = smoothedRow(y);
@@ -133,7 +134,7 @@ Estimate MeanImage::localVariance(const Estimate& temporal) const {
       for (std::size_t i = 0; i < taps; ++i)
         low += lowPass()[i] * rows[(first + i) % taps][x];
       const double rest = sums[x] / frames - low;
-      sum += rest, second += square(rest), fourth += square(square(rest)), ++count;
+      sum += rest, second += square(rest), fourth += square(square(rest));
     }
   }
   const double variance = second / count - square(sum / count);
