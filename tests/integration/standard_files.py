@@ -117,6 +117,29 @@ def check_json(frame):
     count("jsonschema")
 
 
+def check_calibration():
+    """The reports are what their schemas say; masks and tables name the planted pixels."""
+    def valid(command, text):
+        report = json.loads(text)
+        jsonschema.validate(report, json.loads((schemas / (command + ".schema.json")).read_text()))
+        return report
+
+    for number in range(5):
+        good(orvacam, "simulate", "GSENSE400", "--mode", "hdr", "--type", "dark", "--exposure", "5", "--width", "64",
+             "--height", "48", "--hot-pixels", "7", "--frame-number", str(number), "-o", f"dark{number}.raw",
+             "--truth", "truth.json", "--overwrite")
+    truth = valid("truth", open("truth.json").read())
+    darks = [f"dark{number}.raw" for number in range(5)]
+    valid("calibrate", good(orvacam, "calibrate", "dark", *darks, "-o", "dark.dsnu", "--json", "--quiet",
+                            "--mask", "odd.fits"))
+    valid("calibrate", good(orvacam, "calibrate", "bias", *darks, "-o", "dark.bias", "--json", "--quiet"))
+    for plane, known in truth["planes"].items():
+        places = [[int(x), int(y)] for y, x in numpy.argwhere(fits.getdata("odd.fits", plane.upper()) == 1)]
+        assert places == known["hot_pixels"], plane
+    good("fitsverify", "-q", "odd.fits")
+    count("jsonschema")
+
+
 def main():
     frames = make_frames(orvacam)
     for frame in frames:
@@ -137,6 +160,7 @@ def main():
         check_single_file(frame, truths, f"rice/{frame}.fits.fz")
         check_ome(truths, f"ome-tiff/{frame}.ome.tiff")
         check_json(frame)
+    check_calibration()
     print("ok", len(frames), "frames;", ", ".join(f"{reader} {n}" for reader, n in read.items()))
 
 

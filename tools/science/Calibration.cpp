@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <tuple>
 
 #include "science/Refused.h"
@@ -194,7 +195,7 @@ class Maker {
 
   void setLevel(unsigned p, const Estimate& temporal) {
     CalibratedPlane& plane = m_result.planes[p];
-    double least = INFINITY, most = -INFINITY, sum = 0;
+    double least = std::numeric_limits<double>::infinity(), most = -least, sum = 0;
     for (const auto& level : m_survey.levels) {
       least = std::fmin(least, level[p]);
       most = std::fmax(most, level[p]);

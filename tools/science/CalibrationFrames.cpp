@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 #include "science/Refused.h"
 
@@ -73,7 +74,7 @@ void eachRow(const CalibrationSurvey& survey, const Plane& plane, unsigned index
 
 /// Mean and deviation of what lies within 4 deviations of the mean; twice.
 double levelOf(const CalibrationSurvey& survey, const Plane& plane, unsigned index) {
-  double mean = 0, limit = INFINITY;
+  double mean = 0, limit = std::numeric_limits<double>::infinity();
   for (int round = 0; round < 3; ++round) {
     double count = 0, sum = 0, squares = 0;
     eachRow(survey, plane, index, [&](const std::vector<double>& values) {
@@ -99,7 +100,7 @@ double pairVariance(const CalibrationSurvey& survey, unsigned index, const Plane
   const double scaleA = flat ? 1 / survey.levels[0][index] : 1,
                scaleB = flat ? 1 / survey.levels[1][index] : 1;
   std::vector<double> offset(survey.size.width);
-  double variance = 0, limit = INFINITY;
+  double variance = 0, limit = std::numeric_limits<double>::infinity();
   for (int round = 0; round < 6; ++round) {
     double count = 0, sum = 0, squares = 0;
     for (std::uint32_t y = image.y; y < image.y + image.height; ++y) {
