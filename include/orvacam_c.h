@@ -149,8 +149,8 @@ ORVA_API orva_status orva_header_parse(const void* bytes, size_t length, orva_he
 ORVA_API orva_status orva_header_read(const char* path, orva_header** out);
 /**
  * The processed header that a plane of a frame with this raw header has, as decoding gives it: 16 bits, no
- * pair, this plane's flags. Its bytes do not read back the same, so that programs that pass planes on pass the
- * raw header on. bad_argument: `plane` is not one orva_plane.
+ * pair, this plane's flags. Its bytes do not read back the same, so that programs that pass planes on pass
+ * the raw header on. bad_argument: `plane` is not one orva_plane.
  */
 ORVA_API orva_status orva_header_of_plane(const orva_header* raw, unsigned plane, orva_header** out);
 ORVA_API orva_header* orva_header_share(const orva_header* header); /* null for null */
