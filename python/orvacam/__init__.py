@@ -21,6 +21,7 @@ from . import _core
 _core.require_main_interpreter()  # an import into another interpreter does not run what checked it first
 
 from ._astropy import to_ccddata  # noqa: E402
+from ._calibrate import Calibration, calibrate  # noqa: E402
 from ._decoder import Decoded, Decoder, Extreme, Statistics  # noqa: E402
 from ._errors import BadGeometry, Error, Mismatch, NotAFrame, Truncated, UnsupportedSensor  # noqa: E402
 from ._frame import Finding, Frame, read  # noqa: E402
@@ -32,6 +33,6 @@ from ._stack import Stack  # noqa: E402
 
 __version__ = _core.version()
 
-__all__ = ['BadGeometry', 'Decoded', 'Decoder', 'Error', 'Extreme', 'Finding', 'Frame', 'Header', 'Key', 'Mismatch',
-           'NotAFrame', 'Stack', 'Statistics', 'Truncated', 'UnsupportedSensor', 'keys', 'open_series',
-           'read', 'read_header', 'report', 'sensors', 'simulate', 'stack', 'statistics', 'to_ccddata']
+__all__ = ['BadGeometry', 'Calibration', 'Decoded', 'Decoder', 'Error', 'Extreme', 'Finding', 'Frame', 'Header', 'Key',
+           'Mismatch', 'NotAFrame', 'Stack', 'Statistics', 'Truncated', 'UnsupportedSensor', 'calibrate', 'keys',
+           'open_series', 'read', 'read_header', 'report', 'sensors', 'simulate', 'stack', 'statistics', 'to_ccddata']

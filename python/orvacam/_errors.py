@@ -64,6 +64,11 @@ class Mismatch(Error):
 _CLASSES: Dict[int, Type[Error]] = {1: NotAFrame, 2: Truncated, 3: UnsupportedSensor, 4: BadGeometry, 5: Mismatch}
 
 
+def _refused(text: str, path: bytes) -> Union[Mismatch, ValueError]:
+    """The exception for frames that cannot be calibrated with."""
+    return Mismatch(text, 'mismatch', os.fsdecode(path)) if path else ValueError(text)
+
+
 def _from_reason(kind: int, name: str, text: str, path: bytes, needed: int, available: int,
                  system_error: int) -> Union[Error, ValueError, OSError, MemoryError]:
     """The exception for a reason of the library."""

@@ -94,6 +94,7 @@ void bindStack(py::module_& module);
 void bindSimulator(py::module_& module);
 void bindFiles(py::module_& module);
 void bindSeries(py::module_& module);
+void bindCalibration(py::module_& module);
 
 }  // namespace orvacam::python
 

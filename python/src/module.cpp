@@ -64,6 +64,7 @@ void bind(py::module_& module) {
   bindSimulator(module);
   bindFiles(module);
   bindSeries(module);
+  bindCalibration(module);
 }
 
 }  // namespace

@@ -1,0 +1,130 @@
+"""Bias, DSNU and PRNU files from raw frames, on this machine or on many."""
+
+import os
+from dataclasses import dataclass
+from typing import TYPE_CHECKING, Any, Dict, Hashable, Iterable, List, Optional, Tuple, Union
+
+import numpy
+from numpy.typing import NDArray
+
+from . import _core
+from ._header import Path
+from ._series import Plan, _bands, _bytes_of, _kind_of, _names, _once, _places, _run, _unique
+
+if TYPE_CHECKING:
+    Client = Any
+
+_KINDS = ('bias', 'dark', 'flat')
+
+
+@dataclass(frozen=True, eq=False)
+class Calibration:
+    """A calibration of a camera.
+
+    Attributes:
+        kind: 'bias', 'dark' or 'flat'.
+        frames: how many there were.
+        file: the bytes of the bias, DSNU or PRNU file.
+        planes: by plane, its numbers with their errors (NAME_error; NaN where it is not known): gain_e_per_adu,
+            level_adu, temporal_noise_adu, fixed_pattern_before and _after, column_pattern, row_pattern, pixel_pattern
+            (ADU; of flats percent), drift_adu, hot_pixels, dead_pixels, blinking_pixels, rejected_values,
+            clipped_terms.
+        masks: by plane, uint8 (rows, columns): 1 hot, 2 dead, 4 blinking.
+        odd_pixels: (plane, x, y, kind, value) of each listed pixel.
+        ratio, ratio_of_gains: of high to low gain, in the file and by the header's gains; NaN where nothing is merged.
+        measured_ratio: that of flats, and its error; NaN for others.
+        pedestal: ADU that stay in frames merged with a DSNU file.
+        warnings: sentences.
+    """
+
+    kind: str
+    frames: int
+    file: bytes
+    planes: Dict[str, Dict[str, float]]
+    masks: Dict[str, NDArray[numpy.uint8]]
+    odd_pixels: List[Tuple[str, int, int, str, float]]
+    ratio: float
+    ratio_of_gains: float
+    measured_ratio: Tuple[float, float]
+    pedestal: int
+    warnings: List[str]
+
+    def save(self, path: Path) -> None:
+        """Writes the file; one that exists is not replaced (FileExistsError)."""
+        with open(path, 'xb') as file:
+            file.write(self.file)
+
+
+def _plan(source: Dict[str, Any], bands: List[slice]) -> Tuple[Plan, Hashable]:
+    name = _unique('calibrate')
+    plan: Plan = {(name, 'source'): _Source(source)}
+    keys: List[Hashable] = []
+    for band in bands:
+        key = (name, 'rows', band.start)
+        plan[key] = (_rows_of, (name, 'source'), band.start, band.stop)
+        keys.append(key)
+    plan[(name, 'all')] = (_finished, (name, 'source'), keys)
+    return plan, (name, 'all')
+
+
+class _Source:
+    """What a plan holds once."""
+
+    def __init__(self, given: Dict[str, Any]) -> None:
+        self.given = given
+
+
+def _rows_of(source: _Source, first: int, end: int) -> Tuple[Any, ...]:
+    return _core.calibrate_rows(source.given, first, end - first)
+
+
+def _finished(source: _Source, bands: List[Tuple[Any, ...]]) -> Dict[str, Any]:
+    return _core.calibrate_finish(source.given, bands)
+
+
+def calibrate(kind: str, paths: Iterable[Path], dark: Optional[Path] = None, bias: Optional[Path] = None,
+              pedestal: Optional[int] = None, ratio: Union[None, str, float] = None, memory: Union[str, int] = '1GiB',
+              client: 'Optional[Client]' = None) -> Calibration:
+    """A bias file, a DSNU file ('dark') or a PRNU file ('flat') of a camera, as `orvacam calibrate` makes them. The same
+    bytes on this machine and on any cluster.
+
+    paths: two frames or more that are alike; ten are good. A cluster's workers read them by these names.
+    dark, bias: of flats: the DSNU or the bias file that takes the offset off; one of them is needed.
+    pedestal: of darks: whole ADU; None for what serves.
+    ratio: of darks and flats: of high to low gain; None for that of the header's gains; 'measured' of flats.
+    memory: what a worker may take beside the interpreter: rows are combined in bands, in one pass over the frames each.
+    client: a `dask.distributed.Client`; None works here, without Dask.
+
+    Raises what reading and decoding do; Mismatch, with the path, for frames that do not fit or cannot serve;
+    ValueError for arguments that do not go together.
+    """
+    if kind not in _KINDS:
+        raise ValueError(f"there is no kind '{kind}'; there are {', '.join(_KINDS)}")
+    if (kind == 'flat') != ((dark is None) != (bias is None)) or (kind != 'flat' and not (dark is None and bias is None)):
+        raise ValueError('flats need dark or bias, one of them, and others none')
+    if pedestal is not None and (kind != 'dark' or not 0 <= int(pedestal) <= 65535):
+        raise ValueError('pedestal: of darks, 0 to 65535')
+    if ratio is not None and (kind == 'bias' or (ratio == 'measured' and kind != 'flat')):
+        raise ValueError("ratio: of darks and flats; 'measured' of flats alone")
+    if ratio is not None and ratio != 'measured' and (isinstance(ratio, str) or not 0 < ratio < 64):
+        raise ValueError("ratio: 'measured', or a number above 0 and below 64")
+    limit, names = _bytes_of(memory), _names(paths)
+    if not names:
+        raise ValueError('a calibration of no frames')
+    source = {'kind': kind, 'paths': [os.fsencode(name) for name in names], 'memory': limit,
+              'dark': os.fsencode(dark or ''), 'bias': os.fsencode(bias or ''),
+              'pedestal': None if pedestal is None else int(pedestal),
+              'ratio': ratio if ratio is None or isinstance(ratio, str) else float(ratio)}
+    if client is None:
+        return _made(kind, _core.calibrate(source))
+    first = _once(client, _kind_of, names[0], None)
+    planes = 2 if first.plane in ('merged', 'low', 'high') else 1
+    # Of all frames two bytes a pixel; means, blinking pixels and what is worked out of them.
+    row = first.shape[1] * planes * (2 * len(names) + 16) + first.shape[1] * (8 * len(names) + 64)
+    bands = _bands(first, row, limit // _places(client)[1], f'calibration with {len(names)} frames')
+    plan, wanted = _plan(source, bands)
+    return _made(kind, _run(plan, wanted, client))
+
+
+def _made(kind: str, result: Dict[str, Any]) -> Calibration:
+    return Calibration(kind, **result)
