@@ -30,9 +30,10 @@ Kernel convolved(const Kernel& a, const Kernel& b) {
   return result;
 }
 
-/// In one direction: 19 weights.
+constexpr std::size_t small = 7, large = 11, taps = small + large + 3 - 2;
+
+/// In one direction: `taps` weights.
 const Kernel& lowPass() {
-  constexpr std::size_t small = 7, large = 11;
   static const Kernel kernel =
       convolved(convolved(Kernel(small, 1.0 / small), Kernel(large, 1.0 / large)), {0.25, 0.5, 0.25});
   return kernel;
@@ -105,7 +106,7 @@ SpatialVariance MeanImage::variance(const Estimate& temporal) const {
 
 /// A row of the mean, low-passed along itself, without the ends.
 std::vector<double> MeanImage::smoothedRow(std::size_t y) const {
-  const std::size_t width = m_region.width, taps = lowPass().size();
+  const std::size_t width = m_region.width;
   const std::uint32_t* const sums = m_sums.data() + y * width;
   std::vector<double> row(width - taps + 1);
   for (std::size_t x = 0; x < row.size(); ++x) {
@@ -117,7 +118,7 @@ std::vector<double> MeanImage::smoothedRow(std::size_t y) const {
 }
 
 Estimate MeanImage::localVariance(const Estimate& temporal) const {
-  const std::size_t width = m_region.width, height = m_region.height, taps = lowPass().size();
+  const std::size_t width = m_region.width, height = m_region.height;
   if (width <= taps || height <= taps || m_frames == 0) return {};
   const auto frames = static_cast<double>(m_frames);
   std::vector<std::vector<double>> rows;  // the last `taps` ones, each in its place modulo taps
