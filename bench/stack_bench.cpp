@@ -4,6 +4,7 @@
 #include <orvacam.h>
 
 #include <algorithm>
+#include <orvacam.hpp>
 #include <vector>
 
 #include "Benchmarks.h"
@@ -81,6 +82,39 @@ void finish(benchmark::State& state, unsigned int side) {
       });
 }
 
+/// The exact sums of the face, of planes and of their squares, decoding included.
+void addToMean(benchmark::State& state, unsigned int side) {
+  const HdrFrame& hdr = hdrFrame(side);
+  const orvacam::Frame frame = orvacam::Frame::view(hdr.bytes.data(), hdr.bytes.size());
+  orvacam::Stack stack;
+  stack.plane("low");
+  stack.add(frame);
+  require(stack.result_u16()(1, 1) == hdr.low[side + 1], "mean");
+  orvacam::Decoder decoder;
+  orvacam::Planes low;
+  low.high = low.merged = false;
+  compareWithCopies(state, 39 * hdr.pixels(), [&] { stack.add(frame); },
+                    {{"decode", [&] { decoder.decode(frame, low); }}});
+}
+
+/// Rows of frames that lie in memory, a few of them shifted against each other.
+void combineRows(benchmark::State& state, unsigned int side, orvacam::Stack::Method method) {
+  constexpr std::size_t frames = 16;
+  const HdrFrame& hdr = hdrFrame(side);
+  const std::size_t pixels = hdr.pixels() - frames;
+  std::vector<const std::uint16_t*> rows;
+  for (std::size_t f = 0; f < frames; ++f)
+    rows.push_back(hdr.low.data() + f);
+  const orvacam::Combining how{method};
+  std::vector<double> values(pixels);
+  const auto run = [&] { orvacam::combine(how, rows, pixels, {values.data(), nullptr, nullptr}); };
+  run();
+  std::vector<std::uint16_t> first(hdr.low.begin(), hdr.low.begin() + frames);
+  std::sort(first.begin(), first.end());
+  require(method != orvacam::Stack::Method::median || values[0] == (first[7] + first[8]) / 2.0, "median");
+  compareWithCopies(state, (2 * frames + 8) * pixels, run);
+}
+
 }  // namespace
 
 void orvacam::bench::addStackRows(bool small) {
@@ -88,4 +122,9 @@ void orvacam::bench::addStackRows(bool small) {
   addRowForTables("StackNextFrame, 16-bit", side,
                   [side](benchmark::State& state) { stackNextFrame(state, side); });
   addRowForTables("Finish of a stack", side, [side](benchmark::State& state) { finish(state, side); });
+  addRow("face: add to a mean", side, [side](benchmark::State& state) { addToMean(state, side); });
+  addRow("face: median of 16 rows", side,
+         [side](benchmark::State& state) { combineRows(state, side, orvacam::Stack::Method::median); });
+  addRow("face: sigma-clipped mean of 16 rows", side,
+         [side](benchmark::State& state) { combineRows(state, side, orvacam::Stack::Method::sigma_clip); });
 }

@@ -146,18 +146,19 @@ void decodeIntoTarget(orva_decoder* decoder, const orva_frame* frame, std::uint6
   }
 }
 
-void stackTwice(const orva_frame* frame, const orva_image* plane) {
+/// The same frame twice is the frame, by every method but the sum.
+void stackTwice(const orva_frame* frame, const orva_image* plane, int method) {
   orva_stack* stack = nullptr;
-  FUZZ_REQUIRE(orva_stack_create(ORVA_STACK_MEAN, &stack) == 0);
+  FUZZ_REQUIRE(orva_stack_create(method, &stack) == 0);
   FUZZ_REQUIRE(orva_stack_add(stack, frame) == 0 && orva_stack_add(stack, frame) == 0);
   FUZZ_REQUIRE(orva_stack_count(stack) == 2);
-  orva_image* mean = nullptr;
-  FUZZ_REQUIRE(orva_stack_result_u16(stack, &mean) == 0);
-  const orva_image_info a = infoOf(mean), b = infoOf(plane);
+  orva_image* stacked = nullptr;
+  FUZZ_REQUIRE(orva_stack_result_u16(stack, &stacked) == 0);
+  const orva_image_info a = infoOf(stacked), b = infoOf(plane);
   const std::uint64_t pixels = std::uint64_t{a.width} * a.height;
   FUZZ_REQUIRE(a.width == b.width && a.height == b.height &&
                std::memcmp(a.pixels, b.pixels, 2 * pixels) == 0);
-  orva_image_free(mean);
+  orva_image_free(stacked);
   orva_stack_free(stack);
 }
 
@@ -272,7 +273,8 @@ void decode(const orva_frame* frame, const Bytes& bytes, int expected, unsigned 
     const orva_image* const stacked = decoded.merged != nullptr ? decoded.merged : first;
     const orva_image_info info = infoOf(first);
     decodeIntoTarget(decoder, frame, std::uint64_t{info.width} * info.height);
-    stackTwice(frame, stacked);
+    for (const int method : {ORVA_STACK_MEAN, ORVA_STACK_MINIMUM, ORVA_STACK_WINSORIZED})
+      stackTwice(frame, stacked, method);
     subtractFromItself(decoder, frame, decoded);
     calibrate(decoder, frame, bytes);
     cutCorner(decoder, frame);
