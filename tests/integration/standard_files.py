@@ -114,6 +114,9 @@ def check_json(frame):
         schema = json.loads((schemas / (command + ".schema.json")).read_text())
         done = run(orvacam, command, "--json", frame + ".raw")
         jsonschema.validate(json.loads(done.stdout), schema)
+    for command, words in (("cameras", ["cameras", "--json"]), ("version", ["--version", "--json"])):
+        schema = json.loads((schemas / (command + ".schema.json")).read_text())
+        jsonschema.validate(json.loads(run(orvacam, *words).stdout), schema)
     count("jsonschema")
 
 

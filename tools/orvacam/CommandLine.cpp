@@ -58,7 +58,7 @@ Names commandNames(const std::vector<Command>& commands) {
 
 Names optionNames(const Command* command) {
   Names names = {"-h", "--help"};
-  if (command == nullptr) names.emplace_back("--version");
+  if (command == nullptr) names.insert(names.end(), {"--version", "--json"});
   if (command != nullptr)
     for (const Option& option : command->options)
       names.insert(names.end(), option.names.begin(), option.names.end());
@@ -98,7 +98,9 @@ const Command* chosenOf(const CLI::App& app, const std::vector<Command>& command
 int called(const std::vector<Command>& commands, int argc, char** argv) {
   CLI::App app{"", "orvacam"};
   app.set_help_flag("-h,--help", "");
-  app.set_version_flag("--version", "orvacam " + orvacam::version());
+  bool version = false, json = false;
+  app.add_flag("--version", version);
+  app.add_flag("--json", json);
   app.require_subcommand(0, 1);
   app.formatter(std::make_shared<HelpOf>(helpOf(commands)));
   for (const Command& command : commands) {
@@ -117,6 +119,11 @@ int called(const std::vector<Command>& commands, int argc, char** argv) {
                      (chosen == nullptr ? "" : chosen->name + " ") + "--help)");
   }
   const Command* const chosen = chosenOf(app, commands);
+  if (json && !version) throw UsageError("--json: stands behind a command, or with --version");
+  if (version) {
+    std::cout << (json ? versionJson(commands) : "orvacam " + orvacam::version()) << '\n';
+    return Good;
+  }
   return chosen == nullptr ? static_cast<int>(Good) : chosen->run();
 }
 

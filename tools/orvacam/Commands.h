@@ -18,6 +18,7 @@ Command reportCommand();
 Command gainsCommand();
 Command calibrateCommand();
 Command measureCommand();
+Command camerasCommand();
 Command simulateCommand();
 
 /// All of them, in the order in which they are shown. Their values are fresh.

@@ -2,6 +2,9 @@
 
 #include <orvacam.hpp>
 
+#include "Options.h"
+#include "PlaneFile.h"
+#include "files/Json.h"
 #include "files/Text.h"
 
 namespace tool {
@@ -68,6 +71,39 @@ std::string sentencesOf(const Option& option) {
   return text;
 }
 
+std::vector<Option> programOptions() {
+  std::vector<Option> options(3);
+  options[0].names = {"-h", "--help"};
+  options[0].description = "Show this help";
+  options[1].names = {"--version"};
+  options[1].description = "Show the version";
+  options[2].names = {"--json"};
+  options[2].description = "With --version: an object that tells what this build can do";
+  return options;
+}
+
+std::string versionJson(const std::vector<Command>& commands) {
+  using orvacam::files::JsonList;
+  Names names;
+  for (const Command& command : commands)
+    names.push_back(command.name);
+  const auto listed = [](const Names& texts) {
+    JsonList list;
+    for (const std::string& text : texts)
+      list.raw(orvacam::files::jsonText(text));
+    return list.str();
+  };
+  return orvacam::files::JsonObject()
+      .text("schema", "orvacam.version/1")
+      .text("version", orvacam::version())
+      .raw("commands", listed(names))
+      .raw("formats", listed(formatNames()))
+      .raw("planes", listed(planeNames()))
+      .raw("sensors", listed(orvacam::sensors()))
+      .raw("cameras", listed(cameraNames()))
+      .str();
+}
+
 std::string overviewOf(const std::vector<Command>& commands) {
   std::string text = "orvacam " + orvacam::version() + ": raw frames of scientific cameras\n\n";
   for (const Command& command : commands)
@@ -79,8 +115,8 @@ std::string helpOf(const std::vector<Command>& commands) {
   std::string text =
       "Raw frames of scientific cameras: look at them, convert them, stack them, make them.\n"
       "Usage: orvacam [OPTIONS] COMMAND\n\nOptions:\n";
-  text += entry("-h, --help", "Show this help");
-  text += entry("--version", "Show the version");
+  for (const Option& option : programOptions())
+    text += entry(namesOf(option), sentencesOf(option));
   text += "\nCommands:\n";
   for (const Command& command : commands)
     text += entry(command.name, command.what);

@@ -1,5 +1,6 @@
 #include "Options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <orvacam.hpp>
@@ -45,8 +46,11 @@ void addInputs(Command& command, InputOptions& o, const std::string& what) {
 }
 
 void addJobs(Command& command) {
-  command.add("-j,--jobs", &settings().jobs, "Work on so many frames beside each other",
-              wholeNumber(1, maximalJobs));
+  // What the help says is the same on every machine.
+  command
+      .add("-j,--jobs", &settings().jobs, "Work on so many frames beside each other",
+           wholeNumber(1, maximalJobs))
+      .standard = "as many as there are processors";
 }
 
 void addSpeech(Command& command) {
@@ -108,6 +112,13 @@ void requireApart(const CorrectionOptions& o) {
   requireApart(!o.bias.empty(), "--bias", !o.dsnu.empty(), "--dsnu");
 }
 
+void requireMerged(const CorrectionOptions& o, const Names& planes, const std::string& option) {
+  if (planes.empty() || std::find(planes.begin(), planes.end(), "merged") != planes.end()) return;
+  requireApart(!o.dsnu.empty(), "--dsnu", true, option + " without merged, to which it would apply,");
+  requireApart(!o.prnu.empty(), "--prnu", true, option + " without merged, to which it would apply,");
+  requireApart(o.hasThresholds, "--thresholds", true, option + " without merged, to which they would apply,");
+}
+
 void requireApart(const OutputOptions& o) {
   requireApart(o.skipExisting, "--skip-existing", o.overwrite, "--overwrite");
 }
@@ -121,6 +132,10 @@ Names cameraNames() {
   for (const orvacam::simulator::Camera& camera : orvacam::simulator::cameras())
     names.emplace_back(camera.name);
   return names;
+}
+
+Names modeNames() {
+  return {"single", "hdr", "16bit", "cms"};
 }
 
 Names sensorNames() {

@@ -46,12 +46,16 @@ void addMemory(Command& command, std::uint64_t& bytes);
 
 /// Throws UsageError for what does not go together.
 void requireApart(const CorrectionOptions& options);
+/// Throws UsageError where corrections of the merge are given and only other planes are made; none means all.
+void requireMerged(const CorrectionOptions& options, const Names& planes, const std::string& option);
 void requireApart(const OutputOptions& options);
 
 /// "low", "high", "merged", "image".
 Names planeNames();
 /// The cameras that can be simulated.
 Names cameraNames();
+/// The read-out modes that cameras may have.
+Names modeNames();
 /// The sensors that have gain tables.
 Names sensorNames();
 

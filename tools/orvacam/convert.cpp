@@ -235,9 +235,16 @@ int Conversion::convertNative(const Input& input) {
     source = work.path() + "/frame.raw";
     writeContent(source, contentOf(readAll("-")), false);
   }
-  orvacam::convert_file(
-      source, m_style.format == Format::Tiff ? orvacam::FileFormat::tiff : orvacam::FileFormat::fits,
-      work.path() + "/frame.raw", m_options.corrections.dsnu, m_options.corrections.prnu);
+  try {
+    orvacam::convert_file(
+        source, m_style.format == Format::Tiff ? orvacam::FileFormat::tiff : orvacam::FileFormat::fits,
+        work.path() + "/frame.raw", m_options.corrections.dsnu, m_options.corrections.prnu);
+  } catch (const orvacam::Error& error) {
+    const bool ofInput = error.path() == source || error.path() == m_options.corrections.dsnu ||
+                         error.path() == m_options.corrections.prnu;
+    if (error.reason() != orvacam::Reason::io || ofInput) throw;
+    throw files::WriteError(target(input, ""), error.what());
+  }
   Outcome outcome;
   for (const char* const suffix : {"", "_LOW", "_HIGH", "_MERGED"}) {
     const std::string made = work.path() + "/frame" + suffix + extension();
@@ -324,6 +331,7 @@ void describe(Command& c, ConvertOptions& o) {
 int checked(const ConvertOptions& o) {
   requireApart(o.corrections);
   requireApart(o.outputs);
+  requireMerged(o.corrections, o.planes, "--planes");
   const bool fits = o.format == "fits";
   if (!o.compress.empty() && !fits) throw UsageError("--compress: the format " + o.format + " has none");
   if (o.singleFile && !fits) throw UsageError("--single-file: the format " + o.format + " has none");

@@ -95,6 +95,7 @@ void describe(Command& c, PreviewOptions& o) {
 
 int checked(const PreviewOptions& o) {
   requireApart(o.corrections);
+  if (!o.plane.empty()) requireMerged(o.corrections, {o.plane}, "--plane");
   requireApart(o.outputs);
   return preview(o);
 }

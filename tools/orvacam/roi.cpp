@@ -84,6 +84,7 @@ void describe(Command& c, RoiOptions& o) {
 
 int checked(const RoiOptions& o) {
   requireApart(o.corrections);
+  if (!o.plane.empty()) requireMerged(o.corrections, {o.plane}, "--plane");
   if (o.x % 2 + o.width % 2 != 0)
     throw UsageError("--x, --width: pixels are packed in pairs, so that both are even");
   return roi(o);

@@ -188,7 +188,7 @@ void describe(Command& c, SimulateOptions& o) {
   sim::HeaderFields& f = o.geometry;
   c.add("CAMERA", &o.camera, "The camera", oneOf("CAMERA", cameraNames())).required().anyCase();
   c.add("-o,--output", &o.output, "The file to write", fileValue()).required();
-  c.add("--mode", &o.mode, "Read-out mode", oneOf("MODE", {"single", "hdr", "16bit", "cms"}));
+  c.add("--mode", &o.mode, "Read-out mode", oneOf("MODE", modeNames()));
   c.add("--header-version", &o.version, "Version of the frame's header", wholeNumber(1, 4));
   c.add("--width", &o.width, "Image width", wholeNumber(1, 16384));
   c.add("--height", &o.height, "Image height", wholeNumber(1, 16384));

@@ -142,6 +142,7 @@ int checked(const StackOptions& o) {
   const bool isPart = !o.partial.empty();
   const bool isSum = o.method == "mean" || o.method == "sum";
   requireApart(o.corrections);
+  if (!o.plane.empty()) requireMerged(o.corrections, {o.plane}, "--plane");
   requireApart(isPart, "--partial", !o.output.empty(), "--output");
   if (!isPart && o.output.empty()) throw UsageError("--output is required");
   if (o.type == "uint16" && o.method == "sum") throw UsageError("--dtype: uint16 holds no sum");
