@@ -13,6 +13,7 @@ for (const viewer of document.querySelectorAll(".viewer")) {
     y = keep(y, height * zoom, stage.clientHeight);
     picture.style.transform = `translate(${x}px, ${y}px) scale(${zoom})`;
     viewer.classList.toggle("near", zoom >= 1);
+    viewer.classList.toggle("fitted", fitted);  // then a finger scrolls the page
     const shown = zoom / scale;
     output.value = shown >= 1 ? `${+shown.toFixed(2)}:1` : `1:${+(1 / shown).toFixed(2)}`;
     viewer.dataset.zoom = shown.toFixed(4);
