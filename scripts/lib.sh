@@ -66,6 +66,24 @@ run_threads_test() {
   (cd "$root/build/tsan/tests/threads/run" && TSAN_OPTIONS=halt_on_error=1 ../test_threads --gtest_brief=1)
 }
 
+# The Python package's own tests with a module under AddressSanitizer and UndefinedBehaviorSanitizer. What they compare
+# with comes from the dev build. The interpreter itself leaks by design, and its memory grows by what is quarantined.
+run_python_under_asan() {
+  build_preset dev orvacam_python orvacam_tool fuzz_seeds
+  "$root/build/dev/fuzz/fuzz_seeds" "$root/build/dev/fuzz/seeds" >/dev/null
+  local folder=$root/build/asan-python tests=$root/python/tests
+  if [[ ! -f $folder/build.ninja ]]; then
+    cmake --preset asan -B "$folder" -DORVACAM_BUILD_PYTHON=ON -DORVACAM_BUILD_TESTS=OFF -DORVACAM_BUILD_BENCH=OFF \
+      -DORVACAM_BUILD_EXAMPLES=OFF >/dev/null
+  fi
+  cmake --build "$folder" --target orvacam_python
+  (cd "$folder" && LD_PRELOAD="$(gcc -print-file-name=libasan.so) $(gcc -print-file-name=libstdc++.so.6)" \
+    ASAN_OPTIONS=detect_leaks=0 ORVACAM_BUILD_DIR=$root/build/dev ORVACAM_FUZZ_FINDINGS=$root/fuzz/findings \
+    PYTHONPATH=$folder/python PYTHONDONTWRITEBYTECODE=1 nice -n 19 /usr/bin/python3 -P -m pytest \
+    -c "$root/python/pyproject.toml" --rootdir="$tests" -k "not decodes_leave_nothing and not let_it_go" \
+    "$tests"/test_{frames,headers,decoding,stacks,parts,corpus,simulate}.py)
+}
+
 # Where reads of memory that nobody wrote could hide; the others have their memory from these.
 # shellcheck disable=SC2034  # for the sourcing script
 valgrind_tests=(test_metadata test_support test_gain test_stack test_imagefiles test_frames test_facade test_merge)
