@@ -25,6 +25,7 @@ void raise(Reason reason, const std::string& text, const std::string& path, std:
   }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): as pybind11 wants it
 void translate(std::exception_ptr thrown) {
   try {
     if (thrown) std::rethrow_exception(thrown);
