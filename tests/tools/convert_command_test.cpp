@@ -278,4 +278,26 @@ TEST_F(Convert, NeedsAFolderToWriteTo) {
   bad({"convert", "a.raw", "-o", "out"}, "out/a.fits", "is a folder", 3);
 }
 
+TEST_F(Convert, NeverWritesAnImpossibleDate) {
+  sim::HeaderFields fields = fieldsOf("GSENSE400", "single", 8, 4);
+  fields.time.month = 2;
+  fields.time.day = 30;
+  folder.write("a.raw", Sample(fields, 1).bytes);
+  for (const char* const format : {"fits", "tiff", "ome-tiff", "png16", "npy"})
+    EXPECT_EQ(orvacam({"convert", "a.raw", "-o", "out", "-f", format}).exitCode, 0) << format;
+  EXPECT_EQ(orvacam({"stack", "a.raw", "-o", "out/mean.fits"}).exitCode, 0);
+  for (const std::string& name : files("out")) {
+    std::string text = textOf(folder.read("out/" + name));
+    // The description of a TIFF file has the header's own text as well, which is what the camera sent.
+    const bool description = fs::path(name).extension() == ".tiff";
+    for (const char* const date : {"2024-02-30", "2024:02:30", "2024-03-01", "2024:03:01"})
+      EXPECT_THAT(text, ::testing::Not(::testing::HasSubstr(date))) << name;
+    if (!description) EXPECT_THAT(text, ::testing::Not(::testing::HasSubstr("2024/02/30"))) << name;
+  }
+  const Ran native = orvacam({"convert", "a.raw", "-o", "native", "--native", "--quiet"});
+  EXPECT_EQ(native.exitCode, 1);
+  EXPECT_EQ(native.err, "orvacam: a.raw: has a capture time that cannot be, and fixed files need one\n");
+  EXPECT_TRUE(files("native").empty());
+}
+
 }  // namespace

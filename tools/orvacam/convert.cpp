@@ -235,6 +235,9 @@ int Conversion::convertNative(const Input& input) {
     source = work.path() + "/frame.raw";
     writeContent(source, contentOf(readAll("-")), false);
   }
+  // Their writer would copy a day that no calendar has.
+  if (!orvacam::Header::read(source).time())
+    throw Failure("has a capture time that cannot be, and fixed files need one");
   try {
     orvacam::convert_file(
         source, m_style.format == Format::Tiff ? orvacam::FileFormat::tiff : orvacam::FileFormat::fits,
