@@ -5,6 +5,7 @@
 #include <linux/fs.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -64,6 +65,26 @@ long processIn(const char* rest) {
   errno = 0;
   const long process = std::strtol(rest, &end, 10);
   return end != rest && *end == '-' && errno == 0 && process > 0 && process <= INT_MAX ? process : 0;
+}
+
+/// Removes a folder with what is in it. A handler may not call readdir, which asks for memory; the system's
+/// own call does not. Folders in it may have folders to a depth that its maker never reaches.
+void removeFolder(int parent, const char* name, int depth = 4) noexcept {
+  // What lost entries while they were listed may have more.
+  for (int round = 0; round < 3 && unlinkat(parent, name, AT_REMOVEDIR) != 0 && errno == ENOTEMPTY; ++round) {
+    const int folder = openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
+    if (folder < 0) return;
+    alignas(dirent64) char entries[4096];
+    for (long length = 0; (length = syscall(SYS_getdents64, folder, entries, sizeof entries)) > 0;)
+      for (long at = 0; at < length;) {
+        const auto* const entry = reinterpret_cast<const dirent64*>(entries + at);
+        at += entry->d_reclen;
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+        if (unlinkat(folder, entry->d_name, 0) != 0 && depth > 0)
+          removeFolder(folder, entry->d_name, depth - 1);
+      }
+    ::close(folder);
+  }
 }
 
 void flushed(int file) {
@@ -172,7 +193,7 @@ void OutputFile::cleanUp(const std::string& folder) {
 
 void OutputFile::removeUnfinished() noexcept {
   for (Unfinished& entry : unfinished)
-    if (entry.used && unlink(entry.path) != 0) rmdir(entry.path);
+    if (entry.used && unlink(entry.path) != 0) removeFolder(AT_FDCWD, entry.path);
 }
 
 void OutputFile::forgetUnfinished() noexcept {
@@ -180,18 +201,10 @@ void OutputFile::forgetUnfinished() noexcept {
     entry.used = false;
 }
 
-WorkFolder::WorkFolder(const std::string& folder, const std::vector<std::string>& names)
-    : m_path(hiddenName(folder)) {
-  for (const std::string& name : names)
-    m_files.push_back(m_path + "/" + name);
-  // A handler removes them in this order: the files, then the folder.
-  for (const std::string& file : m_files)
-    remember(file);
+WorkFolder::WorkFolder(const std::string& folder) : m_path(hiddenName(folder)) {
   remember(m_path);
   if (mkdir(m_path.c_str(), 0700) == 0) return;
   const int error = errno;
-  for (const std::string& file : m_files)
-    forget(file);
   forget(m_path);
   throw WriteError(folder, std::string("cannot be written to: ") + std::strerror(error));
 }
@@ -199,8 +212,6 @@ WorkFolder::WorkFolder(const std::string& folder, const std::vector<std::string>
 WorkFolder::~WorkFolder() {
   std::error_code ignored;
   std::filesystem::remove_all(m_path, ignored);
-  for (const std::string& file : m_files)
-    forget(file);
   forget(m_path);
 }
 

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace orvacam::files {
 
@@ -60,8 +59,8 @@ class OutputFile {
 /// It is cleaned up as output files are.
 class WorkFolder {
  public:
-  /// In a folder, for files of these names. Throws WriteError.
-  WorkFolder(const std::string& folder, const std::vector<std::string>& names);
+  /// In a folder. Throws WriteError.
+  explicit WorkFolder(const std::string& folder);
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
   ~WorkFolder();
@@ -69,7 +68,6 @@ class WorkFolder {
 
  private:
   std::string m_path;
-  std::vector<std::string> m_files;
 };
 
 /// The folder that a file is in: "." for a bare name.

@@ -226,10 +226,7 @@ int Conversion::convertFrame(const Input& input) {
 int Conversion::convertNative(const Input& input) {
   if (!input.under.empty()) prepareFolder(m_options.folder + "/" + input.under);
   const std::string folder = m_options.folder + "/" + input.under;
-  std::vector<std::string> names = {"frame.raw"};
-  for (const char* const suffix : {"", "_LOW", "_HIGH", "_MERGED"})
-    names.push_back("frame" + (suffix + extension()));
-  const files::WorkFolder work(folder.empty() ? "." : folder, names);
+  const files::WorkFolder work(folder.empty() ? "." : folder);
   std::string source = input.path;
   if (source == "-") {
     source = work.path() + "/frame.raw";
