@@ -283,7 +283,7 @@ void FitsFile::assemble(const std::vector<FitsImage>& images, const std::vector<
     units.push_back({size, data, end});
     size = end;
   }
-  Bytes whole(static_cast<unsigned char*>(std::malloc(size)));
+  Bytes whole(static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(size, 1))));
   if (!whole) throw std::bad_alloc();
   for (std::size_t i = 0; i < headers.size(); ++i) {
     unsigned char* const header = whole.get() + units[i].header;
