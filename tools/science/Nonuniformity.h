@@ -33,7 +33,7 @@ class MeanImage {
   ///   column = variance of c - (pixel + temporal / frames) / rows
   ///   total  = pixel + row + column
   /// which is the standard's split in its unbiased form. `temporal` is the temporal variance of one frame, of
-  /// which a mean keeps the part 1 / frames. A part may come out below 0 by its error. Unknown for less than
+  /// which a mean keeps 1 / frames. A component may come out below 0 by its error. Unknown for less than
   /// two rows or columns.
   SpatialVariance variance(const Estimate& temporal) const;
 
