@@ -2,8 +2,6 @@
 
 #include <limits>
 
-#include "science/Refused.h"
-
 namespace orvacam::science {
 
 namespace {
@@ -11,27 +9,13 @@ namespace {
 /// One pass over the frames, each shown to `see` with its planes.
 void pass(const CalibrationSource& source, const std::vector<std::string>& planes,
           const std::function<void(const std::string&, const std::vector<Plane>&)>& see) {
-  std::size_t last = 0;
-  Decoder decoder;
-  FrameSeries series;
-  series.count = source.frames.size();
-  series.read = [&](std::size_t index) {
-    last = index;
-    return source.read(source.frames[index]);
-  };
-  series.decode = [&](const Frame& frame, Planes wanted) { return decoder.decode(frame, wanted); };
   BandSettings settings;
   settings.planes = planes;
   settings.memory = std::numeric_limits<std::uint64_t>::max();  // the caller's matter
-  try {
+  withSeries(source, [&](FrameSeries series) {
     FrameScan scan(std::move(series), std::move(settings));
     scan.pass([&](const SeenFrame& seen) { see(source.frames[seen.index], seen.planes); });
-  } catch (const SeriesError& error) {
-    throw Refused(source.frames[last], error.what());
-  } catch (const Error& error) {
-    if (!error.path().empty()) throw;
-    throw Refused(source.frames[last], error.what());
-  }
+  });
 }
 
 /// Room for some rows of all frames.

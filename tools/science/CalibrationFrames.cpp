@@ -300,11 +300,7 @@ CombinedRows combineRows(const CalibrationSurvey& survey, const Band& band) {
   return result;
 }
 
-CalibrationSurvey combineFrames(
-    const CalibrationSource& source,
-    const std::function<void(const CalibrationSurvey&, const CombinedRows&)>& use) {
-  CalibrationSurveyor surveyor(source);
-  const std::vector<std::string>& planes = surveyor.survey().planes;
+void withSeries(const CalibrationSource& source, const std::function<void(FrameSeries)>& use) {
   std::size_t last = 0;
   Decoder decoder;
   FrameSeries series;
@@ -314,20 +310,30 @@ CalibrationSurvey combineFrames(
     return source.read(source.frames[index]);
   };
   series.decode = [&](const Frame& frame, Planes wanted) { return decoder.decode(frame, wanted); };
-  BandSettings settings;
-  settings.planes = planes;
-  settings.memory = source.memory;
-  settings.bytesPerPixel = keptPerPixel * planes.size();
   try {
-    FrameBands bands(std::move(series), std::move(settings));
-    bands.run([&](const SeenFrame& seen) { surveyor.see(source.frames[seen.index], seen.planes); },
-              [&](const Band& band) { use(surveyor.survey(), combineRows(surveyor.survey(), band)); });
+    use(std::move(series));
   } catch (const SeriesError& error) {
     throw Refused(source.frames[last], error.what());
   } catch (const Error& error) {
     if (!error.path().empty()) throw;
     throw Refused(source.frames[last], error.what());
   }
+}
+
+CalibrationSurvey combineFrames(
+    const CalibrationSource& source,
+    const std::function<void(const CalibrationSurvey&, const CombinedRows&)>& use) {
+  CalibrationSurveyor surveyor(source);
+  const std::vector<std::string>& planes = surveyor.survey().planes;
+  BandSettings settings;
+  settings.planes = planes;
+  settings.memory = source.memory;
+  settings.bytesPerPixel = keptPerPixel * planes.size();
+  withSeries(source, [&](FrameSeries series) {
+    FrameBands bands(std::move(series), std::move(settings));
+    bands.run([&](const SeenFrame& seen) { surveyor.see(source.frames[seen.index], seen.planes); },
+              [&](const Band& band) { use(surveyor.survey(), combineRows(surveyor.survey(), band)); });
+  });
   return surveyor.survey();
 }
 

@@ -98,6 +98,10 @@ class CalibrationSurveyor {
 /// Combines rows of all frames; each row depends on itself alone.
 CombinedRows combineRows(const CalibrationSurvey& survey, const Band& band);
 
+/// Hands over the frames to read in turn. Throws Refused with the name of the frame that was read last where
+/// one does not fit or cannot be decoded; orvacam::Error of a file, and what `read` throws.
+void withSeries(const CalibrationSource& source, const std::function<void(FrameSeries)>& use);
+
 /// Reads all frames as often as the memory asks for: `use` gets all rows, in their order. Throws Refused,
 /// orvacam::Error, and what `read` throws.
 CalibrationSurvey combineFrames(
