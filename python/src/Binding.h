@@ -5,6 +5,8 @@
 #include <pybind11/pybind11.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <orvacam.hpp>
@@ -27,6 +29,31 @@ struct PyFrame {
   Frame frame;
 };
 
+/// Lets other threads run Python while it lives. A thread that wants the GIL back when the interpreter has
+/// ended stops here for good: Python would end it by unwinding it, which destructors do not survive.
+class WithoutGil {
+ public:
+  WithoutGil() : m_state(PyEval_SaveThread()) {}
+  WithoutGil(const WithoutGil&) = delete;
+  WithoutGil& operator=(const WithoutGil&) = delete;
+  ~WithoutGil();
+
+ private:
+  PyThreadState* m_state;
+};
+
+/// Python has an exception for the caller, of a signal: unwinds what works without the GIL.
+struct Interrupted {};
+
+/// For work that takes long: called often, looks for signals now and then. Throws Interrupted.
+class SignalWatch {
+ public:
+  void operator()();
+
+ private:
+  std::chrono::steady_clock::time_point m_next{};
+};
+
 /// The one who uses a decoder or a stack: others wait. Waits without the GIL. A process that was forked while
 /// it was at work would wait for ever: it is refused.
 class InUse {
@@ -34,10 +61,12 @@ class InUse {
   class Lock {
    public:
     explicit Lock(InUse& use) : m_use(use) {
-      if (m_use.m_mutex.try_lock()) return;
-      if (m_use.m_process != getpid())
-        throw std::runtime_error("was at work in another thread when this process was forked");
-      m_use.m_mutex.lock();
+      if (!m_use.m_mutex.try_lock()) {
+        if (m_use.m_process != getpid())
+          throw std::runtime_error("was at work in another thread when this process was forked");
+        m_use.m_mutex.lock();
+      }
+      m_use.m_process = getpid();
     }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
@@ -49,7 +78,7 @@ class InUse {
 
  private:
   std::mutex m_mutex;
-  const pid_t m_process = getpid();
+  std::atomic<pid_t> m_process{getpid()};  ///< that used it last
 };
 
 /// What a decoder was told, to make another one like it.

@@ -21,6 +21,7 @@ using science::RowSums;
 /// As the Python side makes it: kind, paths as bytes, memory, dark, bias, pedestal, ratio.
 CalibrationSource sourceOf(const py::dict& given) {
   CalibrationSource source;
+  source.pause = SignalWatch();
   const auto kind = given["kind"].cast<std::string>();
   source.kind = kind == "bias"   ? science::CalibrationKind::bias
                 : kind == "dark" ? science::CalibrationKind::dark
@@ -42,13 +43,15 @@ CalibrationSource sourceOf(const py::dict& given) {
 template <typename Work>
 auto working(const Work& work) {
   try {
-    const py::gil_scoped_release others;
+    const WithoutGil others;
     return work();
   } catch (const science::Refused& refused) {
     const std::string path = refused.path(), text = refused.what();
     const py::object exception =
         py::module_::import("orvacam._errors").attr("_refused")(text, py::bytes(path));
     PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
+    throw py::error_already_set();
+  } catch (const Interrupted&) {
     throw py::error_already_set();
   }
 }

@@ -65,6 +65,8 @@ py::array pixelArray(const py::handle& object, const std::string& name) {
   if (!py::isinstance<py::array>(object))
     throw py::type_error(name + " is an array of uint16, not " + Py_TYPE(object.ptr())->tp_name);
   auto array = py::reinterpret_borrow<py::array>(object);
+  if (py::hasattr(array, "mask"))
+    throw py::type_error(name + " is a masked array, and planes have no mask; its data are an array");
   if (!py::isinstance<py::array_t<std::uint16_t>>(array))
     throw py::type_error(name + " has elements of " + py::str(array.dtype()).cast<std::string>() +
                          ", and planes have uint16 in the machine's byte order");
@@ -148,7 +150,7 @@ std::vector<std::string> planesOf(PyDecoder& self, const Frame& frame) {
   std::vector<std::string> names = frame.planes();
   const bool pair = names.size() == 2;
   if (pair) {
-    const py::gil_scoped_release others;
+    const WithoutGil others;
     const InUse::Lock lock(self.use);
     if (self.decoder.merge_info(frame.header()).merges) names.emplace_back("merged");
   }
@@ -171,7 +173,7 @@ std::vector<std::string> wantedPlanes(PyDecoder& self, const Frame& frame,
 }
 
 Decoded run(PyDecoder& self, const Frame& frame, const Request& request) {
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   const InUse::Lock lock(self.use);
   return self.decoder.decode(frame, request.wanted, request.targets);
 }
@@ -217,7 +219,7 @@ std::string digestOf(const std::filesystem::path& path) {
 
 void setDsnu(PyDecoder& self, const py::bytes& path) {
   const std::filesystem::path name = pathOf(path);
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   const InUse::Lock lock(self.use);
   self.decoder.dsnu(name);
   self.settings.dsnu = name;
@@ -226,7 +228,7 @@ void setDsnu(PyDecoder& self, const py::bytes& path) {
 
 void setPrnu(PyDecoder& self, const py::bytes& path) {
   const std::filesystem::path name = pathOf(path);
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   const InUse::Lock lock(self.use);
   self.decoder.prnu(name);
   self.settings.prnu = name;
@@ -236,7 +238,7 @@ void setPrnu(PyDecoder& self, const py::bytes& path) {
 void setBias(PyDecoder& self, const py::object& low, const py::object& high) {
   const Plane lowPlane = copiedPlane(low, "the first bias frame");
   const Plane highPlane = copiedPlane(high, "the second bias frame");
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   const InUse::Lock lock(self.use);
   self.decoder.bias(lowPlane, highPlane);
   self.settings.biasLow = lowPlane;
@@ -244,7 +246,7 @@ void setBias(PyDecoder& self, const py::object& low, const py::object& high) {
 }
 
 void setThresholds(PyDecoder& self, unsigned high, unsigned difference) {
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   const InUse::Lock lock(self.use);
   self.decoder.thresholds(high, difference);
   self.settings.thresholds = {high, difference};
@@ -252,7 +254,7 @@ void setThresholds(PyDecoder& self, unsigned high, unsigned difference) {
 
 void setCalibration(PyDecoder& self, const py::bytes& block) {
   const std::string bytes = block;
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   const InUse::Lock lock(self.use);
   self.decoder.calibration(bytes.data(), bytes.size());
   self.settings.calibration = bytes;
@@ -261,7 +263,7 @@ void setCalibration(PyDecoder& self, const py::bytes& block) {
 /// How frames with this header are merged, as a dict; None where there is nothing to merge.
 py::object mergeInfo(PyDecoder& self, const Header& header) {
   const MergeInfo info = [&] {
-    const py::gil_scoped_release others;
+    const WithoutGil others;
     const InUse::Lock lock(self.use);
     return self.decoder.merge_info(header);
   }();
@@ -321,7 +323,10 @@ Plane copiedPlane(const py::object& array, const std::string& name) {
   if (pixels.shape(0) > most || pixels.shape(1) > most)
     throw py::value_error(name + " has the shape " + shapeText(pixels.shape(0), pixels.shape(1)));
   const auto contiguous = py::array_t<std::uint16_t, py::array::c_style>::ensure(pixels);
-  if (!contiguous) throw py::error_already_set();
+  if (!contiguous) {
+    PyErr_SetString(PyExc_MemoryError, (name + " does not fit into the memory").c_str());
+    throw py::error_already_set();
+  }
   const Size size{static_cast<std::uint32_t>(pixels.shape(1)), static_cast<std::uint32_t>(pixels.shape(0))};
   if (size.width == 0 || size.height == 0) throw py::value_error(name + " has no pixels");
   return Plane::copy(size, contiguous.data());

@@ -16,8 +16,9 @@ class Buffer {
       throw py::type_error(std::string("a frame is a path, or bytes of a kind, not ") +
                            Py_TYPE(object.ptr())->tp_name);
     if (PyObject_GetBuffer(object.ptr(), &m_view, PyBUF_C_CONTIGUOUS | PyBUF_FORMAT) != 0) {
-      PyErr_Clear();
-      throw py::value_error("the bytes of a frame lie in one piece; these have gaps");
+      const py::error_already_set why;
+      throw py::value_error("the bytes of a frame lie in one piece that can be read; of these: " +
+                            std::string(py::str(why.value())));
     }
     std::string format = m_view.format != nullptr ? m_view.format : "B";
     format.erase(0, format.find_first_not_of("@=<>!"));
@@ -52,7 +53,7 @@ PyFrame openBytes(const py::object& object) {
     Frame frame = Frame::view(buffer->data(), length);
     return {std::move(buffer), std::move(frame)};
   }
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   const std::shared_ptr<unsigned char[]> copy(new unsigned char[length > 0 ? length : 1]);
   if (length > 0) std::memcpy(copy.get(), buffer->data(), length);
   Frame frame = Frame::view(copy.get(), length);
@@ -61,7 +62,7 @@ PyFrame openBytes(const py::object& object) {
 
 PyFrame readFrame(const py::bytes& path) {
   const std::filesystem::path name = pathOf(path);
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   return {nullptr, Frame::read(name)};
 }
 

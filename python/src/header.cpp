@@ -6,7 +6,7 @@ namespace {
 
 Header readHeader(const py::bytes& path) {
   const std::filesystem::path name = pathOf(path);
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   return Header::read(name);
 }
 

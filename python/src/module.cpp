@@ -1,5 +1,7 @@
 // orvacam._core: the library's C++ face for the Python package.
 
+#include <cxxabi.h>
+
 #include "Binding.h"
 
 namespace orvacam::python {
@@ -8,6 +10,26 @@ std::filesystem::path pathOf(const py::bytes& path) {
   std::string bytes = path;
   if (bytes.find('\0') != std::string::npos) throw py::value_error("embedded null byte");
   return {std::move(bytes)};
+}
+
+WithoutGil::~WithoutGil() {
+  try {
+    PyEval_RestoreThread(m_state);
+  } catch (const abi::__forced_unwind&) {  // the interpreter is ending
+    for (;;)
+      pause();
+  }
+}
+
+void SignalWatch::operator()() {
+  constexpr std::chrono::milliseconds each{50};
+  const auto now = std::chrono::steady_clock::now();
+  if (now < m_next) return;
+  m_next = now + each;
+  const PyGILState_STATE state = PyGILState_Ensure();
+  const bool raised = PyErr_CheckSignals() != 0;
+  PyGILState_Release(state);
+  if (raised) throw Interrupted{};
 }
 
 namespace {

@@ -27,7 +27,7 @@ py::array combined(int method, const py::object& given, double sigmaLow, double 
   py::array_t<double> values(static_cast<py::ssize_t>(count));
   double* const target = values.mutable_data();
   {
-    const py::gil_scoped_release others;
+    const WithoutGil others;
     combine(how, starts, count, {target, nullptr, nullptr});
   }
   return std::move(values);

@@ -29,7 +29,7 @@ py::bytes simulate(const std::string& name, const std::string& mode, unsigned wi
   fields->height = height;
   std::vector<unsigned char> bytes;
   {
-    const py::gil_scoped_release others;
+    const WithoutGil others;
     simulator::Sky sky;
     sky.seed = seed;
     constexpr unsigned newestVersion = 4;

@@ -1,4 +1,5 @@
 #include <limits>
+#include <set>
 
 #include "Binding.h"
 #include "files/PartialStack.h"
@@ -20,7 +21,7 @@ struct PyStack {
 /// Work on a stack, without the GIL.
 template <typename Work>
 auto using_(PyStack& self, const Work& work) {
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   const InUse::Lock lock(self.use);
   return work(self.part.stack);
 }
@@ -125,6 +126,9 @@ std::unique_ptr<SavedStack> saved(PyStack& self) {
     throw py::value_error("a stack that can be saved is a mean or a sum, and digests its frames");
   return using_(self, [&](Stack& stack) {
     stack.header();  // says of an empty one that it is
+    const std::vector<std::string>& frames = self.part.record.frames;
+    if (std::set<std::string>(frames.begin(), frames.end()).size() != frames.size())
+      throw py::value_error("a frame was added twice, and parts that count one twice are not combined");
     return std::unique_ptr<SavedStack>(new SavedStack{files::partialStackFile(self.part)});
   });
 }
@@ -137,7 +141,7 @@ py::buffer_info bytesOf(const SavedStack& self) {
 /// Throws Refusal: what is wrong with the file.
 std::unique_ptr<PyStack> loaded(const py::bytes& path, int method) {
   const std::filesystem::path name = pathOf(path);
-  const py::gil_scoped_release others;
+  const WithoutGil others;
   try {
     return std::unique_ptr<PyStack>(new PyStack{
         files::readPartialStack(name.string(), static_cast<Stack::Method>(method)), true, {}, {}});

@@ -7,6 +7,7 @@ import os
 import pathlib
 import pickle
 import resource
+import signal
 import subprocess
 import sys
 import threading
@@ -113,6 +114,81 @@ def test_a_fork_while_another_thread_decodes_does_not_hang() -> None:
     finally:
         stop.set()
         thread.join()
+
+
+def test_threads_that_come_after_a_fork_wait_for_each_other() -> None:
+    frame = orvacam.read(orvacam.simulate('GSENSE400', mode='hdr', width=256, height=192))
+    decoder, expected = orvacam.Decoder(), frame.merged.copy()
+
+    def work() -> bool:
+        same = []
+
+        def decode() -> None:
+            for _ in range(20):
+                merged = decoder.decode(frame, planes=('merged',)).merged
+                same.append(merged is not None and numpy.array_equal(merged, expected))
+
+        threads = [threading.Thread(target=decode) for _ in range(4)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        return len(same) == 80 and all(same)
+
+    assert in_child(work)
+
+
+LEAVES_THREADS = '''
+import threading, time
+import orvacam
+data = orvacam.simulate('GSENSE400', mode='hdr', width=512, height=384)
+frame, decoder, stack = orvacam.read(data), orvacam.Decoder(), orvacam.Stack()
+stack.add(frame)
+begun = threading.Event()
+
+def work():
+    while True:
+        {work}
+        begun.set()
+
+for _ in range(2):
+    threading.Thread(target=work, daemon=True).start()
+begun.wait()
+time.sleep({wait})
+'''
+
+
+@pytest.mark.parametrize('work', ['decoder.decode(frame)', 'orvacam.read(data).merged', 'stack.add(frame)',
+                                  'stack.result()', 'orvacam.read(bytearray(data))'])
+def test_the_interpreter_ends_while_threads_are_at_work(work: str) -> None:
+    children = [subprocess.Popen([sys.executable, '-c', LEAVES_THREADS.format(work=work, wait=i / 500)],
+                                 stderr=subprocess.PIPE) for i in range(2)]
+    for child in children:
+        _, errors = child.communicate(timeout=120)
+        assert (child.returncode, errors) == (0, b'')
+
+
+def test_a_calibration_can_be_interrupted(tmp_path: pathlib.Path) -> None:
+    pixels = orvacam.simulate('GSENSE400', mode='hdr', width=1024, height=512)
+    paths = [tmp_path / f'{i}.raw' for i in range(40)]
+    for path in paths:
+        path.write_bytes(pixels)
+    asked = []
+
+    def stop(number: int, frame: Any) -> None:
+        asked.append(number)
+        raise KeyboardInterrupt
+
+    before = signal.signal(signal.SIGALRM, stop)
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.1)
+        with pytest.raises(KeyboardInterrupt):
+            orvacam.calibrate('bias', paths)
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+    assert asked == [signal.SIGALRM]
+    assert orvacam.read(paths[0]).merged.shape == (512, 1024)
 
 
 SUBINTERPRETER = '''

@@ -54,7 +54,7 @@ CombinedRows combineBand(const CalibrationSource& source, std::uint32_t first, s
     surveyor.see(path, planes);
     kept.keep(frame++, planes);
   });
-  return combineRows(surveyor.survey(), kept.band);
+  return combineRows(surveyor.survey(), kept.band, source.pause);
 }
 
 CalibrationSurvey surveyFrames(const CalibrationSource& source) {

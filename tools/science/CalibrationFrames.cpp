@@ -37,6 +37,7 @@ void decodeFor(const std::string& path, const Frame& frame) {
   try {
     Decoder().decode(frame);
   } catch (const Error& error) {
+    if (!error.path().empty()) throw;
     throw Refused(path, error.what());
   }
 }
@@ -272,7 +273,8 @@ class FlatRows {
 
 }  // namespace
 
-CombinedRows combineRows(const CalibrationSurvey& survey, const Band& band) {
+CombinedRows combineRows(const CalibrationSurvey& survey, const Band& band,
+                         const std::function<void()>& pause) {
   const std::size_t frames = survey.levels.size();
   const Region& image = survey.image;
   CombinedRows result{band.first, band.rows, {}};
@@ -282,6 +284,7 @@ CombinedRows combineRows(const CalibrationSurvey& survey, const Band& band) {
   for (unsigned p = 0; p < survey.planes.size(); ++p) {
     CombinedPlane plane;
     for (std::uint32_t y = band.first; y < band.first + band.rows; ++y) {
+      pause();
       const bool inImage = y >= image.y && y < image.y + image.height;
       const std::uint32_t last = inImage ? image.x + image.width : image.x;
       if (flats) {
@@ -307,6 +310,7 @@ void withSeries(const CalibrationSource& source, const std::function<void(FrameS
   series.count = source.frames.size();
   series.read = [&](std::size_t index) {
     last = index;
+    source.pause();
     return source.read(source.frames[index]);
   };
   series.decode = [&](const Frame& frame, Planes wanted) { return decoder.decode(frame, wanted); };
@@ -332,7 +336,9 @@ CalibrationSurvey combineFrames(
   withSeries(source, [&](FrameSeries series) {
     FrameBands bands(std::move(series), std::move(settings));
     bands.run([&](const SeenFrame& seen) { surveyor.see(source.frames[seen.index], seen.planes); },
-              [&](const Band& band) { use(surveyor.survey(), combineRows(surveyor.survey(), band)); });
+              [&](const Band& band) {
+                use(surveyor.survey(), combineRows(surveyor.survey(), band, source.pause));
+              });
   });
   return surveyor.survey();
 }

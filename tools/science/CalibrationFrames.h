@@ -27,6 +27,8 @@ struct CalibrationSource {
   std::optional<unsigned> pedestal;  ///< of darks: counts; none: the one that serves
   std::optional<double> ratio;       ///< of darks and flats; none: that of the gains
   bool measuredRatio = false;        ///< of flats: the one that they show
+  /// Called with every frame and row: the caller's moment, to report or to stop by an exception.
+  std::function<void()> pause = [] {};
 };
 
 /// The offset that is taken off flats.
@@ -95,8 +97,9 @@ class CalibrationSurveyor {
   std::vector<Plane> m_first;
 };
 
-/// Combines rows of all frames; each row depends on itself alone.
-CombinedRows combineRows(const CalibrationSurvey& survey, const Band& band);
+/// Combines rows of all frames; each row depends on itself alone. Calls `pause` with every row.
+CombinedRows combineRows(const CalibrationSurvey& survey, const Band& band,
+                         const std::function<void()>& pause);
 
 /// Hands over the frames to read in turn. Throws Refused with the name of the frame that was read last where
 /// one does not fit or cannot be decoded; orvacam::Error of a file, and what `read` throws.
