@@ -43,7 +43,8 @@ def main():
         size, paths = os.path.getsize(path), [path] * frames
         decoder = orvacam.Decoder()
         cost('read', lambda: [orvacam.read(p) for p in paths], frames, size)
-        cost('read, decode merged', lambda: [decoder.decode(orvacam.read(p), planes=('merged',)) for p in paths], frames, size)
+        cost('read, decode merged',
+             lambda: [decoder.decode(orvacam.read(p), planes=('merged',)) for p in paths], frames, size)
         cost('statistics', lambda: orvacam.statistics(paths), frames, size)
         cost('stack: mean', lambda: orvacam.stack(paths, memory='4GiB'), frames, size)
         cost('stack: max', lambda: orvacam.stack(paths, 'max'), frames, size)

@@ -14,13 +14,15 @@ if TYPE_CHECKING:
 def best_plane(frame: Frame, plane: Optional[str] = None) -> str:
     """The plane that is named, or else merged, image or low: the first that the frame has. ValueError for one that
     it has not; what decoding raises where it has none."""
+    if not isinstance(frame, Frame):
+        raise TypeError(f'the frame is a Frame, as read gives it, not {type(frame).__name__}')
     planes = frame.planes
     if not planes:
         frame._plane('low')
     if plane is None:
         return next(name for name in ('merged', 'image', 'low') if name in planes)
     if plane not in planes:
-        raise ValueError(f"the frame has no plane '{plane}'; it has {', '.join(planes)}")
+        raise ValueError(frame._lacks(plane))
     return plane
 
 

@@ -1,15 +1,17 @@
 """Bias, DSNU and PRNU files from raw frames, on this machine or on many."""
 
 import os
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from typing import TYPE_CHECKING, Any, Dict, Hashable, Iterable, List, Optional, Tuple, Union
 
 import numpy
 from numpy.typing import NDArray
 
 from . import _core
-from ._header import Path
+from ._errors import Mismatch
+from ._header import Path, _fsbytes
 from ._series import Plan, _bands, _bytes_of, _kind_of, _names, _once, _places, _run, _unique
+from ._stack import _write_whole
 
 if TYPE_CHECKING:
     Client = Any
@@ -39,10 +41,10 @@ class Calibration:
 
     kind: str
     frames: int
-    file: bytes
+    file: bytes = field(repr=False)
     planes: Dict[str, Dict[str, float]]
-    masks: Dict[str, NDArray[numpy.uint8]]
-    odd_pixels: List[Tuple[str, int, int, str, float]]
+    masks: Dict[str, NDArray[numpy.uint8]] = field(repr=False)
+    odd_pixels: List[Tuple[str, int, int, str, float]] = field(repr=False)
     ratio: float
     ratio_of_gains: float
     measured_ratio: Tuple[float, float]
@@ -50,9 +52,8 @@ class Calibration:
     warnings: List[str]
 
     def save(self, path: Path) -> None:
-        """Writes the file; one that exists is not replaced (FileExistsError)."""
-        with open(path, 'xb') as file:
-            file.write(self.file)
+        """Writes the file, whole or not at all; one that exists is not replaced (FileExistsError)."""
+        _write_whole(path, self.file, overwrite=False)
 
 
 def _plan(source: Dict[str, Any], bands: List[slice]) -> Tuple[Plan, Hashable]:
@@ -65,6 +66,17 @@ def _plan(source: Dict[str, Any], bands: List[slice]) -> Tuple[Plan, Hashable]:
         keys.append(key)
     plan[(name, 'all')] = (_finished, (name, 'source'), keys)
     return plan, (name, 'all')
+
+
+def _require_apart(names: List[str]) -> None:
+    """A frame that counts twice would seem to have no noise."""
+    seen: Dict[Tuple[int, int], str] = {}
+    for name in names:
+        file = os.stat(name)
+        first = seen.get((file.st_dev, file.st_ino))
+        if first is not None:
+            raise Mismatch('is given twice' if first == name else f'is the same file as {first}', 'mismatch', name)
+        seen[file.st_dev, file.st_ino] = name
 
 
 class _Source:
@@ -82,11 +94,30 @@ def _finished(source: _Source, bands: List[Tuple[Any, ...]]) -> Dict[str, Any]:
     return _core.calibrate_finish(source.given, bands)
 
 
+def _check(kind: str, dark: Optional[Path], bias: Optional[Path], pedestal: Optional[int],
+           ratio: Union[None, str, float]) -> None:
+    if kind not in _KINDS:
+        raise ValueError(f"there is no kind '{kind}'; there are {', '.join(_KINDS)}")
+    offsets = (dark is not None) + (bias is not None)
+    if offsets != (1 if kind == 'flat' else 0):
+        raise ValueError('flats need dark or bias, one of them, and others none')
+    if pedestal is not None and (isinstance(pedestal, bool) or not hasattr(pedestal, '__index__')):
+        raise TypeError(f'pedestal is an int, not {type(pedestal).__name__}')
+    if pedestal is not None and (kind != 'dark' or not 0 <= pedestal.__index__() <= 65535):
+        raise ValueError('pedestal: of darks, 0 to 65535')
+    if ratio is not None and (isinstance(ratio, bool) or not isinstance(ratio, (str, int, float, numpy.number))):
+        raise TypeError(f"ratio is a number or 'measured', not {type(ratio).__name__}")
+    if ratio is not None and (kind == 'bias' or (ratio == 'measured' and kind != 'flat')):
+        raise ValueError("ratio: of darks and flats; 'measured' of flats alone")
+    if ratio is not None and ratio != 'measured' and (isinstance(ratio, str) or not 0 < ratio < 64):
+        raise ValueError("ratio: 'measured', or a number above 0 and below 64")
+
+
 def calibrate(kind: str, paths: Iterable[Path], dark: Optional[Path] = None, bias: Optional[Path] = None,
               pedestal: Optional[int] = None, ratio: Union[None, str, float] = None, memory: Union[str, int] = '1GiB',
               client: 'Optional[Client]' = None) -> Calibration:
-    """A bias file, a DSNU file ('dark') or a PRNU file ('flat') of a camera, as `orvacam calibrate` makes them. The same
-    bytes on this machine and on any cluster.
+    """A bias file, a DSNU file ('dark') or a PRNU file ('flat') of a camera, as `orvacam calibrate` makes them. The
+    same bytes on this machine and on any cluster.
 
     paths: two frames or more that are alike; ten are good. A cluster's workers read them by these names.
     dark, bias: of flats: the DSNU or the bias file that takes the offset off; one of them is needed.
@@ -98,21 +129,14 @@ def calibrate(kind: str, paths: Iterable[Path], dark: Optional[Path] = None, bia
     Raises what reading and decoding do; Mismatch, with the path, for frames that do not fit or cannot serve;
     ValueError for arguments that do not go together.
     """
-    if kind not in _KINDS:
-        raise ValueError(f"there is no kind '{kind}'; there are {', '.join(_KINDS)}")
-    if (kind == 'flat') != ((dark is None) != (bias is None)) or (kind != 'flat' and not (dark is None and bias is None)):
-        raise ValueError('flats need dark or bias, one of them, and others none')
-    if pedestal is not None and (kind != 'dark' or not 0 <= int(pedestal) <= 65535):
-        raise ValueError('pedestal: of darks, 0 to 65535')
-    if ratio is not None and (kind == 'bias' or (ratio == 'measured' and kind != 'flat')):
-        raise ValueError("ratio: of darks and flats; 'measured' of flats alone")
-    if ratio is not None and ratio != 'measured' and (isinstance(ratio, str) or not 0 < ratio < 64):
-        raise ValueError("ratio: 'measured', or a number above 0 and below 64")
+    _check(kind, dark, bias, pedestal, ratio)
     limit, names = _bytes_of(memory), _names(paths)
     if not names:
         raise ValueError('a calibration of no frames')
+    places = _places(client)
+    _once(client, _require_apart, names)
     source = {'kind': kind, 'paths': [os.fsencode(name) for name in names], 'memory': limit,
-              'dark': os.fsencode(dark or ''), 'bias': os.fsencode(bias or ''),
+              'dark': _fsbytes('' if dark is None else dark), 'bias': _fsbytes('' if bias is None else bias),
               'pedestal': None if pedestal is None else int(pedestal),
               'ratio': ratio if ratio is None or isinstance(ratio, str) else float(ratio)}
     if client is None:
@@ -121,7 +145,7 @@ def calibrate(kind: str, paths: Iterable[Path], dark: Optional[Path] = None, bia
     planes = 2 if first.plane in ('merged', 'low', 'high') else 1
     # Of all frames two bytes a pixel; means, blinking pixels and what is worked out of them.
     row = first.shape[1] * planes * (2 * len(names) + 16) + first.shape[1] * (8 * len(names) + 64)
-    bands = _bands(first, row, limit // _places(client)[1], f'calibration with {len(names)} frames')
+    bands = _bands(first, row, limit // places[1], f'calibration with {len(names)} frames')
     plan, wanted = _plan(source, bands)
     return _made(kind, _run(plan, wanted, client))
 

@@ -97,6 +97,23 @@ def _names(planes: Optional[Iterable[str]]) -> Optional[Tuple[str, ...]]:
     return names
 
 
+def _arrays(out: Optional[Mapping[str, Plane]]) -> Dict[str, Plane]:
+    if out is None:
+        return {}
+    if not isinstance(out, Mapping):
+        raise TypeError(f"out is a mapping of planes to arrays, such as {{'merged': array}}, not {type(out).__name__}")
+    return dict(out)
+
+
+def _pair(values: Any, name: str, what: str) -> Tuple[Any, Any]:
+    """Both of two things that belong together."""
+    try:
+        first, second = values
+    except (TypeError, ValueError) as error:
+        raise type(error)(f'{name}: a pair, {what}') from None
+    return first, second
+
+
 def _threshold(value: object) -> int:
     if isinstance(value, bool) or not isinstance(value, (int, numpy.integer)):
         raise TypeError(f'a threshold is an int, not {type(value).__name__}')
@@ -132,10 +149,10 @@ class Decoder:
         if prnu is not None:
             self._handle.prnu(_fsbytes(prnu))
         if bias is not None:
-            low, high = bias if isinstance(bias, (tuple, list)) else (bias, None)
+            low, high = _pair(bias, 'bias', '(low, high)') if isinstance(bias, (tuple, list)) else (bias, None)
             self._handle.bias(low, high)
         if thresholds is not None:
-            highest, difference = thresholds
+            highest, difference = _pair(thresholds, 'thresholds', '(high, difference)')
             self._handle.thresholds(_threshold(highest), _threshold(difference))
         if calibration is not None:
             if not isinstance(calibration, bytes):
@@ -161,7 +178,7 @@ class Decoder:
             raise TypeError(f'what is decoded is a Frame, not {type(frame).__name__}')
         try:
             decoded = self._handle.decode(frame._handle, _names(planes), bool(statistics), bool(histograms),
-                                        dict(out) if out is not None else {})
+                                        _arrays(out))
         except Error as error:
             raise frame._named(error)
         arrays = {name: array for name, (array, _) in decoded.items()}

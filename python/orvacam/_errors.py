@@ -72,11 +72,11 @@ def _refused(text: str, path: bytes) -> Union[Mismatch, ValueError]:
 def _from_reason(kind: int, name: str, text: str, path: bytes, needed: int, available: int,
                  system_error: int) -> Union[Error, ValueError, OSError, MemoryError]:
     """The exception for a reason of the library."""
+    if kind == 7:
+        return OSError(system_error or _errno.EIO, text, os.fsdecode(path))
     file = os.fsdecode(path) if path else None
     if kind == 6:
         return ValueError(f'{file}: {text}' if file else text)
-    if kind == 7:
-        return OSError(system_error or _errno.EIO, text, file)
     if kind == 8:
         return MemoryError(text)
     return _CLASSES.get(kind, Error)(text, name, file, needed or None, available or None)

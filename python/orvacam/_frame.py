@@ -74,6 +74,12 @@ class Frame:
         frame._kept = {}
         return frame
 
+    def __copy__(self) -> 'Frame':
+        return self
+
+    def __deepcopy__(self, memo: Dict[int, Any]) -> 'Frame':
+        return self
+
     def __reduce__(self) -> Tuple[Any, ...]:
         return _restored, (self._handle.tobytes(), self._path)
 
@@ -125,13 +131,17 @@ class Frame:
             return plane
         planes = self.planes
         if planes and name not in planes:
-            raise AttributeError(f"the frame has no plane '{name}'; it has {', '.join(planes)}")
+            raise AttributeError(self._lacks(name))
         try:
             decoded = _core.Decoder().decode_kept(self._handle, name)
         except Error as error:
             raise self._named(error)
         # Of two threads that come first, both get the same array.
         return self._kept.setdefault(name, decoded)
+
+    def _lacks(self, plane: str) -> str:
+        where = '' if self._path is None else f'{self._path}: '
+        return f"{where}the frame has no plane '{plane}'; it has {', '.join(self.planes)}"
 
     def _named(self, error: Error) -> Error:
         """The error with the path of this frame, which bytes from elsewhere do not know."""

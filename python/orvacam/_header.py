@@ -105,6 +105,12 @@ class Header(Mapping[str, Value]):
     def __hash__(self) -> int:
         return hash(self._handle.tobytes())
 
+    def __copy__(self) -> 'Header':
+        return self
+
+    def __deepcopy__(self, memo: Dict[int, Any]) -> 'Header':
+        return self
+
     def __reduce__(self) -> Tuple[Any, ...]:
         if self._raw is None:
             return Header, (self._handle.tobytes(),)
@@ -197,6 +203,9 @@ def _plane_header(raw: bytes, plane: str) -> Header:
 
 
 def _fsbytes(path: Path) -> bytes:
+    """The name of a file as the system has it. Bytes are frames and headers here, never names."""
+    if isinstance(path, bytes):
+        raise TypeError('a path is a str or an os.PathLike, not bytes')
     return os.fsencode(path)
 
 

@@ -18,8 +18,8 @@ from . import _core
 from ._decoder import Decoder
 from ._errors import Error
 from ._frame import Frame, read
-from ._header import Header, Path, read_header
-from ._stack import _METHODS
+from ._header import Header, Path, _fsbytes, read_header
+from ._stack import _METHODS, _method, _result_type
 
 if TYPE_CHECKING:
     DaskArray = Any
@@ -34,7 +34,7 @@ _EXTREMES = {'min': numpy.minimum, 'max': numpy.maximum}
 def _names(paths: Iterable[Path]) -> List[str]:
     if isinstance(paths, (str, bytes, os.PathLike)):
         raise TypeError('paths: a list of them')
-    return [os.fsdecode(path) for path in paths]
+    return [os.fsdecode(_fsbytes(path)) for path in paths]
 
 
 # ---- What a frame gives
@@ -85,6 +85,8 @@ def _kind_of(path: str, plane: Optional[str]) -> _Kind:
     """From the header alone."""
     header = read_header(path)
     planes = json.loads(header.json())['derived'].get('planes') or []
+    if plane is not None and not isinstance(plane, str):
+        raise TypeError(f'plane is a str, not {type(plane).__name__}')
     if plane is None:
         chosen = next((name for name in ('merged', 'image', 'low') if name in planes), 'image')
     elif plane in planes or not planes:
@@ -107,18 +109,25 @@ def _run(plan: Plan, wanted: Hashable, client: 'Optional[Client]') -> Any:
             return [made(each) for each in value]
         if isinstance(value, tuple) and value and callable(value[0]):
             return value[0](*[made(argument) for argument in value[1:]])
-        try:
-            return made(plan[value]) if value in plan else value
-        except TypeError:  # cannot be a name
-            return value
+        return made(plan[value]) if _can_be_a_name(value) and value in plan else value
 
     return made(wanted)
+
+
+def _can_be_a_name(value: Any) -> bool:
+    try:
+        hash(value)
+    except TypeError:
+        return False
+    return True
 
 
 def _places(client: 'Optional[Client]') -> Tuple[int, int]:
     """How many workers there are, and how many tasks one works on at a time."""
     if client is None:
         return 1, 1
+    if not hasattr(client, 'scheduler_info'):
+        raise TypeError(f'client is a dask.distributed.Client, not {type(client).__name__}')
     workers = client.scheduler_info()['workers'].values()
     return max(1, len(workers)), max([1, *(worker['nthreads'] for worker in workers)])
 
@@ -183,7 +192,7 @@ def _part_of(names: Sequence[str], kind: _Kind, method: str, rows: slice) -> _Pa
 
 
 def _sums_of_planes(names: Sequence[str], kind: _Kind) -> _Part:
-    """By the library's stack, which takes a pixel once. What is alike is held to the first frame of all, not of these."""
+    """By the library's stack, which takes a pixel once. Frames are held to the first of all, not of these."""
     stack = _core.Stack(_METHODS['mean'], False)
     stack.set_plane(kind.plane)
     stack.allow_unlike(True)
@@ -267,34 +276,48 @@ def _parts(limit: int, places: Tuple[int, int], frame: int, part: int) -> int:
     return workers * threads * (4 if limit >= threads * (frame + (3 + 4) * part) else 1)
 
 
-def _stack_plan(names: List[str], kind: _Kind, method: str, limit: int, places: Tuple[int, int]) -> Tuple[Plan, Hashable]:
+def _stack_plan(names: List[str], kind: _Kind, method: str, limit: int,
+                places: Tuple[int, int]) -> Tuple[Plan, Hashable]:
     """The plan, and the task whose result is a list of bands, top to bottom."""
     name = _unique('stack')
-    paths: Hashable = (name, 'paths', 0)
-    plan: Plan = {paths: _Paths(names)}
-    width = kind.shape[1]
-    share = limit // places[1]  # of one task: a worker works on several at a time
-    bands: List[Hashable] = []
-    key: Hashable
-    if method in _SUMMED or method in _EXTREMES:
-        # A part, the next one that is joined to it, and what comes of them.
-        part_row = (2 if method in _EXTREMES else 16) * width
-        rows = _bands(kind, 3 * part_row, share, f'a stack by {method}')
-        parts = _spread(len(names), _parts(limit, places, kind.frame_bytes, part_row * (rows[0].stop - rows[0].start)))
-        for band in rows:
-            leaves: List[Hashable] = []
-            for part in parts:
-                key = (name, 'part', band.start, part.start)
-                plan[key] = (_part_of_some, paths, part.start, part.stop, kind, method, band.start, band.stop)
-                leaves.append(key)
-            bands.append(_tree(plan, f'{name}-{band.start}', leaves, _joined(method)))
-    else:
-        for band in _bands(kind, width * (2 * len(names) + 8 + 8), share, f'a stack of {len(names)} frames by {method}'):
-            key = (name, 'rows', band.start)
-            plan[key] = (_combined_rows, paths, kind, method, band.start, band.stop)
-            bands.append(key)
-    plan[(name, 'all', 0)] = (list, bands)
+    plan: Plan = {(name, 'paths', 0): _Paths(names)}
+    add = _add_parts if method in _SUMMED or method in _EXTREMES else _add_rows
+    plan[(name, 'all', 0)] = (list, add(plan, name, kind, method, limit, places))
     return plan, (name, 'all', 0)
+
+
+def _add_parts(plan: Plan, name: str, kind: _Kind, method: str, limit: int,
+               places: Tuple[int, int]) -> List[Hashable]:
+    """Tasks that add up some rows of some frames each, and those that join them: a result for each band of rows."""
+    paths = (name, 'paths', 0)
+    frames = len(plan[paths].names)
+    part_row = (2 if method in _EXTREMES else 16) * kind.shape[1]
+    # A part, the next one that is joined to it, and what comes of them, in the share of one task.
+    rows = _bands(kind, 3 * part_row, limit // places[1], f'a stack by {method}')
+    parts = _spread(frames, _parts(limit, places, kind.frame_bytes, part_row * (rows[0].stop - rows[0].start)))
+    bands: List[Hashable] = []
+    for band in rows:
+        leaves: List[Hashable] = []
+        for part in parts:
+            key = (name, 'part', band.start, part.start)
+            plan[key] = (_part_of_some, paths, part.start, part.stop, kind, method, band.start, band.stop)
+            leaves.append(key)
+        bands.append(_tree(plan, f'{name}-{band.start}', leaves, _joined(method)))
+    return bands
+
+
+def _add_rows(plan: Plan, name: str, kind: _Kind, method: str, limit: int,
+              places: Tuple[int, int]) -> List[Hashable]:
+    """Tasks that combine some rows of all frames each."""
+    paths = (name, 'paths', 0)
+    frames = len(plan[paths].names)
+    row = kind.shape[1] * (2 * frames + 8 + 8)
+    bands: List[Hashable] = []
+    for band in _bands(kind, row, limit // places[1], f'a stack of {frames} frames by {method}'):
+        key = (name, 'rows', band.start)
+        plan[key] = (_combined_rows, paths, kind, method, band.start, band.stop)
+        bands.append(key)
+    return bands
 
 
 def _result(bands: List[Any], kind: _Kind, method: str, dtype: 'numpy.dtype[Any]') -> NDArray[Any]:
@@ -326,18 +349,16 @@ def stack(paths: Iterable[Path], method: str = 'mean', plane: Optional[str] = No
     ValueError where one frame does not fit into the memory.
     """
     names = _names(paths)
-    kind_of_result = numpy.dtype(dtype)
-    if method not in _METHODS:
-        raise ValueError(f"there is no method '{method}'; there are {', '.join(_METHODS)}")
-    if kind_of_result not in (numpy.float32, numpy.float64, numpy.uint16):
-        raise ValueError(f"dtype is 'float32', 'float64' or 'uint16', not '{kind_of_result}'")
+    kind_of_result = _result_type(dtype)
+    _method(method, _METHODS)
     if method == 'sum' and kind_of_result == numpy.uint16:
         raise ValueError("a sum has no dtype 'uint16'")
     limit = _bytes_of(memory)
     if not names:
         raise ValueError('a stack of no frames')
+    places = _places(client)
     kind = _once(client, _kind_of, names[0], plane)
-    plan, wanted = _stack_plan(names, kind, method, limit, _places(client))
+    plan, wanted = _stack_plan(names, kind, method, limit, places)
     return _result(_run(plan, wanted, client), kind, method, kind_of_result)
 
 

@@ -3,6 +3,7 @@
 import errno
 import os
 import secrets
+import stat
 from types import TracebackType
 from typing import Any, Dict, Iterable, NoReturn, Optional, Tuple, Type, Union
 
@@ -10,7 +11,7 @@ import numpy
 from numpy.typing import NDArray
 
 from . import _core
-from ._decoder import Decoder
+from ._decoder import Decoder, _pair
 from ._errors import Error, Mismatch
 from ._frame import Frame, Source, read
 from ._header import Header, Path, _fsbytes
@@ -28,6 +29,14 @@ def _method(method: str, among: Iterable[str]) -> int:
     return _METHODS[method]
 
 
+def _result_type(dtype: Any) -> 'numpy.dtype[Any]':
+    """What the result of a stack can be."""
+    kind = numpy.dtype('float32' if dtype is None else dtype)
+    if kind not in (numpy.float32, numpy.float64, numpy.uint16):
+        raise ValueError(f"dtype is 'float32', 'float64' or 'uint16', not '{kind}'")
+    return kind
+
+
 def _write_whole(path: Path, data: Any, overwrite: bool) -> None:
     """The file appears with all its bytes or not at all; a link is written through."""
     target = os.path.realpath(os.fsdecode(path))
@@ -41,11 +50,13 @@ def _write_whole(path: Path, data: Any, overwrite: bool) -> None:
             file.flush()
             os.fsync(file.fileno())
         os.replace(hidden, target)
-    except BaseException:
+    except BaseException as error:
         try:
             os.unlink(hidden)
         except OSError:
             pass
+        if isinstance(error, OSError):  # of the file that was asked for
+            raise OSError(error.errno, error.strerror, os.fsdecode(path)) from None
         raise
 
 
@@ -81,13 +92,15 @@ class Stack:
         self._method = method
         stack = _core.Stack(number, bool(digest) and method in _SAVED)
         if plane is not None:
+            if not isinstance(plane, str):
+                raise TypeError(f'plane is a str, not {type(plane).__name__}')
             stack.set_plane(plane)
         if decoder is not None:
             if not isinstance(decoder, Decoder):
                 raise TypeError(f'decoder is a Decoder, not {type(decoder).__name__}')
             stack.set_decoder(decoder._handle)
-        low, high = sigma
-        stack.set_sigma(low, high)
+        low, high = _pair(sigma, 'sigma', '(low, high)')
+        stack.set_sigma(float(low), float(high))
         stack.allow_unlike(bool(allow_unlike))
         self._open = stack
 
@@ -106,16 +119,18 @@ class Stack:
             raise TypeError('the parts are a list of paths')
         whole: Optional[_core.Stack] = None
         for path in paths:
-            name = _fsbytes(path)
+            name = os.fsdecode(_fsbytes(path))
+            if stat.S_ISFIFO(os.stat(name).st_mode):  # opening it would wait
+                raise OSError(errno.EINVAL, 'is no regular file', name)
             with open(name, 'rb'):  # the system's own errors
-                part = _core.Stack.load(name, number)
+                part = _core.Stack.load(_fsbytes(path), number)
             if part.forced() and not allow_unlike:
                 raise Mismatch('holds frames that may be unlike, as was allowed; allow_unlike takes it', 'mismatch',
-                               os.fsdecode(name))
+                               name)
             if whole is None:
                 whole = part
             else:
-                whole.merge(part, bool(allow_unlike), name)
+                whole.merge(part, bool(allow_unlike), _fsbytes(path))
         if whole is None:
             raise ValueError('there are no parts to combine')
         stack = cls.__new__(cls)
@@ -130,6 +145,11 @@ class Stack:
     def __exit__(self, kind: Optional[Type[BaseException]], error: Optional[BaseException],
                  trace: Optional[TracebackType]) -> None:
         self.close()
+
+    def __repr__(self) -> str:
+        if self._open is None:
+            return f'<orvacam.Stack by {self._method}, closed>'
+        return f'<orvacam.Stack by {self._method} of {self.count} frames>'
 
     def __reduce__(self) -> NoReturn:
         raise TypeError('a stack cannot be pickled: save it, or add up the parts')
@@ -168,7 +188,8 @@ class Stack:
         """Writes what there is so far: FITS with the exact sums and all that must be known to go on, which `combine`
         and `orvacam stack --combine` read. The file appears whole or not at all.
 
-        ValueError for an empty stack, and for methods other than mean and sum; FileExistsError; OSError.
+        ValueError for an empty stack, for methods other than mean and sum, and where a frame was added twice;
+        FileExistsError; OSError.
         """
         data = self._stack.save()
         _write_whole(path, memoryview(data), overwrite)  # type: ignore[arg-type]
@@ -191,12 +212,10 @@ class Stack:
 
         dtype: 'float32'; 'float64'; 'uint16': not of a sum, cut off.
         """
-        kind = numpy.dtype(dtype)
+        kind = _result_type(dtype)
         stack = self._stack
         if kind == numpy.float32:
             return stack.result().copy()
         if kind == numpy.uint16:
             return stack.result_u16().copy()
-        if kind == numpy.float64:
-            return stack.result_f64().copy()
-        raise ValueError(f"dtype is 'float32', 'float64' or 'uint16', not '{kind}'")
+        return stack.result_f64().copy()

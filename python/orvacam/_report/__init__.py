@@ -235,9 +235,10 @@ def _render(context: Dict[str, Any]) -> str:
     digest = base64.b64encode(hashlib.sha256(script.encode()).digest()).decode()
     environment = jinja2.Environment(autoescape=True, undefined=jinja2.StrictUndefined, trim_blocks=True)
     template = environment.from_string(folder.joinpath('page.html').read_text('utf-8'))
-    return template.render(
+    page: str = template.render(
         script=Markup(script), style=Markup(style), script_hash=f'sha256-{digest}', version=_core.version(), **context
     )
+    return page
 
 
 def _mark_figures(value: Any, markup: Any) -> None:

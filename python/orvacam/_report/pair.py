@@ -31,15 +31,15 @@ def pair_of(a: Subject, b: Subject, budget: int) -> Dict[str, Any]:
     middle = float(np.median(difference))
     stretch = evaluate.Stretch(middle - 5 * spread, middle + 5 * spread, None)
     return {
-        'lead': f'{path_text(a.path)} less {path_text(b.path)}. In darks and biases, what is left is read noise; in pictures of light, '
-        'photon noise as well.',
+        'lead': f'{path_text(a.path)} less {path_text(b.path)}. In darks and biases, what is left is read noise; in '
+        'pictures of light, photon noise as well.',
         'picture': pictures.within(difference, stretch, budget),
         'clipping': '',
         'caption': f'Difference of the {main} planes, black to white: {number(middle - 5 * spread, 0)} to '
         f'{number(middle + 5 * spread, 0)} ADU (5 σ).',
         'table': _noise_table(a, b),
-        'aside': 'Noise of one frame: the deviation of the difference over √2, within 5 robust deviations; robust: from '
-        'the median absolute deviation. Shift: mean of the first less the second.',
+        'aside': 'Noise of one frame: the deviation of the difference over √2, within 5 robust deviations; robust: '
+        'from the median absolute deviation. Shift: mean of the first less the second.',
     }
 
 
