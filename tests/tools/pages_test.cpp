@@ -128,6 +128,7 @@ TEST_F(Pages, CompleteFormatsCamerasPlanesAndFilesInBash) {
   EXPECT_THAT(bash({"calibrate", ""}), ElementsAre("bias", "dark", "flat"));
   EXPECT_THAT(bash({"calibrate", "bias", "fi"}), ElementsAre("first frame.raw"));
   EXPECT_THAT(bash({"convert", "--jobs", ""}), ::testing::IsEmpty());
+  EXPECT_THAT(bash({"measure", "--flats", "first frame.raw", "fi"}), ElementsAre("first frame.raw"));
   EXPECT_THAT(bash({"--v"}), ElementsAre("--version"));
 }
 
@@ -151,19 +152,60 @@ TEST_F(Pages, CompleteTheSameInFish) {
   EXPECT_THAT(fish("orvacam convert fi"), Contains("first.raw"));
   EXPECT_THAT(fish("orvacam convert -o f"), ElementsAre("folder/"));
   EXPECT_THAT(fish("orvacam convert --reprod"), ElementsAre("--reproducible"));
+  EXPECT_THAT(fish("orvacam convert --format=om"), ElementsAre("--format=ome-tiff"));
+  EXPECT_THAT(fish("orvacam convert --dsnu fi"), Contains("first.raw"));
+  EXPECT_THAT(fish("orvacam gains IM"), ElementsAre("IMX183"));
+  EXPECT_THAT(fish("orvacam calibrate fl"), Contains("flat"));
+  EXPECT_THAT(fish("orvacam calibrate flat fi"), Contains("first.raw"));
+  EXPECT_THAT(fish("orvacam measure --flats first.raw fi"), Contains("first.raw"));
 }
 #endif
 
 #ifdef ORVACAM_ZSH
-TEST_F(Pages, AreReadByZsh) {
-  const Ran ran = runProgram(ORVACAM_ZSH, folder.path(),
-                             {"-f", "-c",
-                              "fpath=($1 $fpath); autoload -Uz compinit; compinit -u -d $2; print -- "
-                              "$_comps[orvacam]; zcompile -U $2.zwc "
-                              "$1/_orvacam && print good",
-                              "zsh", fs::path(zshPage).parent_path().string(), folder.file("dump")},
-                             {{{"HOME", folder.path().string()}}, 0, {}});
-  EXPECT_EQ(ran.out, "_orvacam\ngood\n") << ran.err;
+// A shell within a shell: Tab works on a terminal only. Writes each line as Tab leaves it.
+constexpr const char* completedByZsh = R"(
+zmodload zsh/zpty
+zpty inner "TERM=dumb zsh -f -i"
+zpty -w inner "unset zle_bracketed_paste; fpath=($1 \$fpath); autoload -Uz compinit; compinit -u -d $2
+give() { print -r -- \"\$BUFFER\" >> $2.lines; BUFFER= }
+zle -N give; bindkey '^G' give; bindkey '^I' complete-word; unsetopt auto_menu; : > $2.lines"
+wait_for_lines() { for i in {1..500}; do
+  zpty -r -t inner ignored; [[ -e $1.lines && $(wc -l < $1.lines) -ge $2 ]] && return; sleep 0.02; done }
+file=$2; shift 2
+wait_for_lines $file 0
+for ((n = 1; n <= $#; ++n)); do zpty -w -n inner "${@[n]}"$'\t\a'; wait_for_lines $file $n; done
+zpty -d inner
+cat $file.lines
+)";
+
+TEST_F(Pages, CompleteTheSameInZsh) {
+  writeFlat("first.raw", 1);
+  fs::create_directory(folder.path() / "folder");
+  const std::pair<std::string, std::string> completed[] = {
+      {"conv", "convert "},
+      {"convert -f ti", "convert -f tiff "},
+      {"convert --format=om", "convert --format=ome-tiff "},
+      {"convert --planes low,m", "convert --planes low,merged,"},
+      {"convert fi", "convert first.raw "},
+      {"convert --dsnu fi", "convert --dsnu first.raw "},
+      {"convert -o f", "convert -o folder/"},
+      {"convert --reprod", "convert --reproducible "},
+      {"simulate GSENSE4", "simulate GSENSE40"},
+      {"simulate GSENSE400 --mode h", "simulate GSENSE400 --mode hdr "},
+      {"gains IM", "gains IMX183 "},
+      {"calibrate fl", "calibrate flat "},
+      {"calibrate flat fi", "calibrate flat first.raw "},
+      {"measure --flats first.raw fi", "measure --flats first.raw first.raw "},
+      {"measure --flats first.raw --dar", "measure --flats first.raw --darks="}};
+  Arguments all = {
+      "-f", "-c", completedByZsh, "zsh", fs::path(zshPage).parent_path().string(), folder.file("dump")};
+  std::string expected;
+  for (const auto& [line, whole] : completed) {
+    all.push_back("orvacam " + line);
+    expected += "orvacam " + whole + "\n";
+  }
+  const Ran ran = runProgram(ORVACAM_ZSH, folder.path(), all, {{{"HOME", folder.path().string()}}, 0, {}});
+  EXPECT_EQ(ran.out, expected) << ran.err;
 }
 #endif
 

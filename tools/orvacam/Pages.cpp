@@ -245,12 +245,15 @@ std::string zshSpec(const Option& option) {
     return "'" + std::string(many ? "*" : "1") + ":" + zshText(option.names[0]) + ":" +
            zshAction(option.value) + "'";
   }
-  const std::string value = option.value.kind == Value::Kind::None
-                                ? ""
-                                : ":" + zshText(option.value.label) + ":" + zshAction(option.value);
-  const std::string text = "[" + zshText(option.description) + "]" + value + "'";
-  if (option.names.size() == 1) return "'" + option.names[0] + text;
-  return "'(" + joined(option.names, " ") + ")'{" + joined(option.names, ",") + "}'" + text;
+  const bool hasValue = option.value.kind != Value::Kind::None;
+  const std::string text =
+      "[" + zshText(option.description) + "]" +
+      (hasValue ? ":" + zshText(option.value.label) + ":" + zshAction(option.value) : "") + "'";
+  Names names = option.names;
+  for (std::string& name : names)
+    if (hasValue && name.rfind("--", 0) == 0) name += "=";
+  if (names.size() == 1) return "'" + names[0] + text;
+  return "'(" + joined(option.names, " ") + ")'{" + joined(names, ",") + "}'" + text;
 }
 
 std::string zshPage(const std::vector<Command>& commands) {
@@ -262,6 +265,13 @@ std::string zshPage(const std::vector<Command>& commands) {
       cases += " \\\n            " + zshSpec(option);
     for (const Option& place : placesOf(command))
       cases += " \\\n            " + zshSpec(place);
+    // What follows the first word of an option of several; zsh's own way knows no option behind them.
+    const std::vector<Option>& options = command.options;
+    const auto more = std::find_if(options.begin(), options.end(), [](const Option& option) {
+      return !option.isPositional() && option.value.several == Value::Several::Words;
+    });
+    if (more != options.end())
+      cases += " \\\n            '*:" + zshText(more->value.label) + ":" + zshAction(more->value) + "'";
     cases += "\n          ;;\n";
   }
   for (const Option& option : programOptions())
