@@ -268,6 +268,26 @@ class Roi : public Program {
   }
 };
 
+TEST_F(Roi, IsConvertedToEveryFormatThatItsNameTells) {
+  writeHdr("a.raw", 64, 48);
+  const Arguments region = {"--x", "4", "--y", "6", "--width", "40", "--height", "20", "--plane", "low"};
+  const auto cutTo = [&](const std::string& name) {
+    Arguments all = {"roi", "a.raw", "-o", name};
+    all.insert(all.end(), region.begin(), region.end());
+    good(all);
+  };
+  cutTo("cut.npy");
+  cutTo("cut.fits");
+  cutTo("cut.tif");
+  const Pixels pixels = tiff("cut.tif");
+  EXPECT_EQ(fits("cut.fits"), pixels);
+  const Bytes npy = folder.read("cut.npy");
+  ASSERT_GT(npy.size(), 2 * pixels.size());
+  Pixels ofNpy(pixels.size());
+  std::memcpy(ofNpy.data(), npy.data() + npy.size() - 2 * pixels.size(), 2 * pixels.size());
+  EXPECT_EQ(ofNpy, pixels);
+}
+
 TEST_F(Roi, CutsTheSamePixelsOutOfEveryKindOfFrame) {
   for (const bool hdr : {false, true})
     for (const unsigned int version : {1u, 3u, 4u}) {

@@ -110,7 +110,10 @@ void writeImage(fitsfile* file, const FitsImage& image, bool tiles) {
   require(status);
 }
 
-using Unit = FitsUnitPlace;
+/// Where a header-data unit lies in what CFITSIO has made.
+struct Unit {
+  std::size_t header, data, end;
+};
 
 std::vector<Unit> unitsOf(fitsfile* file) {
   int status = 0, count = 0;
@@ -187,19 +190,32 @@ void copyPixels(Raster::Sample sample, const void* pixels, std::size_t bytes, un
   }
 }
 
-/// Makes a data unit of so many bytes, zeros behind the pixels, and returns its sum. Each piece is summed
-/// while the first-level cache holds it.
-std::uint32_t writeData(const Raster& raster, unsigned char* to, std::size_t length) {
-  constexpr std::size_t pieceSize = std::size_t{16} << 10;
-  const auto* const from = static_cast<const unsigned char*>(raster.data);
-  const std::size_t filled = raster.bytes();
-  std::memset(to + filled, 0, length - filled);
-  std::uint32_t sum = 0;
-  for (std::size_t at = 0; at < length; at += pieceSize) {
-    if (at < filled) copyPixels(raster.sample, from + at, std::min(pieceSize, filled - at), to + at);
-    sum = addedSums(sum, wordSum(to + at, std::min(pieceSize, length - at)));
+/// The sum of pixels as FITS has them. What stands high byte first there are the numbers themselves.
+std::uint32_t pixelSum(const Raster& raster) {
+  const auto* const bytes = static_cast<const unsigned char*>(raster.data);
+  const std::size_t whole = raster.bytes() / 4 * 4;
+  unsigned char rest[4] = {};
+  copyPixels(raster.sample, bytes + whole, raster.bytes() - whole, rest);
+  if (raster.sample == Raster::U8) return addedSums(wordSum(bytes, whole), wordSum(rest, sizeof rest));
+  const bool pairs = raster.sample == Raster::U16;
+  std::uint64_t high = 0, low = 0;  // halves of words
+  for (std::size_t at = 0; at < whole;) {
+    // So many halves are summed in 32 bits.
+    const std::size_t until = std::min(whole, at + (std::size_t{1} << 18));
+    std::uint32_t first = 0, second = 0;
+    for (; at < until; at += 4) {
+      std::uint32_t word;
+      std::memcpy(&word, bytes + at, 4);
+      if (pairs) word ^= 0x80008000u;
+      first += word & 0xFFFF;
+      second += word >> 16;
+    }
+    high += pairs ? first : second;
+    low += pairs ? second : first;
   }
-  return sum;
+  const std::uint64_t sum = (high >> 16) + ((high & 0xFFFF) << 16) + low;
+  return addedSums(addedSums(static_cast<std::uint32_t>(sum), static_cast<std::uint32_t>(sum >> 32)),
+                   wordSum(rest, sizeof rest));
 }
 
 /// Replaces the value of a card of a whole number.
@@ -227,79 +243,98 @@ struct Close {
   }
 };
 
-}  // namespace
-
-FitsFile::FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layout) {
+/// What CFITSIO makes of a file, in memory that it asks for: all of a compressed one, else the headers, each
+/// of an image of one pixel.
+std::vector<Unit> makeUnits(const std::vector<FitsImage>& images, const FitsLayout& layout, void*& memory) {
   // CFITSIO takes the memory that it is given at first for content: one block. It asks for all the rest at
   // once.
   std::size_t room = blockSize;
-  void* memory = std::calloc(1, room);
+  memory = std::calloc(1, room);
   if (memory == nullptr) throw std::bad_alloc();
   int status = 0;
   fitsfile* opened = nullptr;
   fits_create_memfile(&opened, &memory, &room, expectedSize(images, layout), grown, &status);
-  if (status != 0) std::free(memory);
   require(status);
+  std::unique_ptr<fitsfile, Close> file(opened);
+  if (layout.extensions) {
+    fits_create_img(opened, BYTE_IMG, 0, nullptr, &status);
+    require(status);
+    writeCards(opened, layout.primary);
+  }
+  if (layout.rice) fits_set_compression_type(opened, RICE_1, &status);
+  for (const FitsImage& image : images)
+    writeImage(opened, image, layout.rice);
+  std::vector<Unit> units = unitsOf(opened);
+  static_cast<void>(file.release());
+  fits_close_file(opened, &status);
+  require(status);
+  return units;
+}
+
+}  // namespace
+
+FitsStream::FitsStream(const std::vector<FitsImage>& images, const FitsLayout& layout) {
+  void* memory = nullptr;
   std::vector<Unit> units;
   try {
-    std::unique_ptr<fitsfile, Close> file(opened);
-    if (layout.extensions) {
-      fits_create_img(opened, BYTE_IMG, 0, nullptr, &status);
-      require(status);
-      writeCards(opened, layout.primary);
-    }
-    if (layout.rice) fits_set_compression_type(opened, RICE_1, &status);
-    for (const FitsImage& image : images)
-      writeImage(opened, image, layout.rice);
-    units = unitsOf(opened);
-    static_cast<void>(file.release());
-    fits_close_file(opened, &status);
-    require(status);
+    units = makeUnits(images, layout, memory);
   } catch (...) {
     std::free(memory);
     throw;
   }
-  m_bytes.reset(static_cast<unsigned char*>(memory));
-  m_size = units.back().end;
-  if (!layout.rice) {
-    assemble(images, units);
-    return;
-  }
-  for (const Unit& unit : units) {
-    // An empty primary array that CFITSIO puts ahead of compressed tiles has no sums.
-    if (!layout.extensions && &unit == &units.front()) continue;
-    writeSums(m_bytes.get(), unit, wordSum(m_bytes.get() + unit.data, unit.end - unit.data));
+  unsigned char* const bytes = static_cast<unsigned char*>(memory);
+  m_bytes.reset(bytes);
+  const std::size_t empty = units.size() - images.size();  // 1 where all images are extensions
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    const Unit& unit = units[i];
+    // CFITSIO moves each pixel three times: what it need not compress stays where it is.
+    if (layout.rice || i < empty) {
+      m_parts.push_back({unit.header, unit.end - unit.header, {}});
+      // An empty primary array that CFITSIO puts ahead of compressed tiles has no sums.
+      if (layout.extensions || i > 0)
+        writeSums(bytes, unit, wordSum(bytes + unit.data, unit.end - unit.data));
+      continue;
+    }
+    const Raster& raster = images[i - empty].raster;
+    m_parts.push_back({unit.header, unit.data - unit.header, raster});
+    setSize(bytes + unit.header, unit.data - unit.header, "NAXIS1  ", raster.size.width);
+    setSize(bytes + unit.header, unit.data - unit.header, "NAXIS2  ", raster.size.height);
+    writeSums(bytes, unit, pixelSum(raster));
   }
 }
 
-/// Puts CFITSIO's headers, the pixels and their sums together. CFITSIO moves each pixel three times.
-void FitsFile::assemble(const std::vector<FitsImage>& images, const std::vector<FitsUnitPlace>& headers) {
-  const std::size_t empty = headers.size() - images.size();  // 1 where all images are extensions
+std::size_t FitsStream::size() const {
   std::size_t size = 0;
-  std::vector<FitsUnitPlace> units;
-  for (std::size_t i = 0; i < headers.size(); ++i) {
-    const std::size_t data = size + headers[i].data - headers[i].header;
-    const std::size_t end = data + (i < empty ? 0 : paddedSize(images[i - empty].raster.bytes()));
-    units.push_back({size, data, end});
-    size = end;
-  }
-  Bytes whole(static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(size, 1))));
-  if (!whole) throw std::bad_alloc();
-  for (std::size_t i = 0; i < headers.size(); ++i) {
-    unsigned char* const header = whole.get() + units[i].header;
-    const std::size_t length = units[i].data - units[i].header;
-    std::memcpy(header, m_bytes.get() + headers[i].header, length);
-    std::uint32_t sum = 0;
-    if (i >= empty) {
-      const Raster& raster = images[i - empty].raster;
-      setSize(header, length, "NAXIS1  ", raster.size.width);
-      setSize(header, length, "NAXIS2  ", raster.size.height);
-      sum = writeData(raster, whole.get() + units[i].data, units[i].end - units[i].data);
+  for (const Part& part : m_parts)
+    size += part.length + paddedSize(part.raster.bytes());
+  return size;
+}
+
+void FitsStream::writeTo(const std::function<void(const void* bytes, std::size_t length)>& sink) const {
+  // The second-level cache holds a piece until it is written.
+  constexpr std::size_t pieceSize = std::size_t{256} << 10;
+  std::vector<unsigned char> piece;
+  for (const Part& part : m_parts) {
+    sink(m_bytes.get() + part.at, part.length);
+    const auto* const pixels = static_cast<const unsigned char*>(part.raster.data);
+    const std::size_t filled = part.raster.bytes(), length = paddedSize(filled);
+    for (std::size_t at = 0; at < length; at += piece.size()) {
+      piece.resize(std::min(pieceSize, length - at));
+      const std::size_t own = std::min(piece.size(), std::max(at, filled) - at);
+      copyPixels(part.raster.sample, pixels + at, own, piece.data());
+      std::fill(piece.begin() + static_cast<std::ptrdiff_t>(own), piece.end(), '\0');
+      sink(piece.data(), piece.size());
     }
-    writeSums(whole.get(), units[i], sum);
   }
-  m_bytes = std::move(whole);
-  m_size = size;
+}
+
+FitsFile::FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layout) {
+  const FitsStream stream(images, layout);
+  m_bytes.reserve(stream.size());
+  stream.writeTo([&](const void* bytes, std::size_t length) {
+    const auto* const from = static_cast<const unsigned char*>(bytes);
+    m_bytes.insert(m_bytes.end(), from, from + length);
+  });
 }
 
 }  // namespace orvacam::files

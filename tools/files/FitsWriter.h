@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -25,28 +26,41 @@ struct FitsLayout {
   std::vector<Card> primary;  ///< what an empty primary array says
 };
 
-/// Where a header-data unit lies in a file.
-struct FitsUnitPlace {
-  std::size_t header, data, end;
-};
-
-/// A FITS file in memory.
-class FitsFile {
+/// A FITS file that comes into being while it is written: pixels stay the caller's until then, and are
+/// converted a piece at a time.
+class FitsStream {
  public:
   /// Throws std::runtime_error when CFITSIO cannot make it, std::bad_alloc.
-  FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layout);
-  const void* data() const { return m_bytes.get(); }
-  std::size_t size() const { return m_size; }
+  FitsStream(const std::vector<FitsImage>& images, const FitsLayout& layout);
+  std::size_t size() const;
+  /// Gives all bytes to a sink, one piece after the other.
+  void writeTo(const std::function<void(const void* bytes, std::size_t length)>& sink) const;
 
  private:
   struct Free {
     void operator()(unsigned char* bytes) const { std::free(bytes); }
   };
-  using Bytes = std::unique_ptr<unsigned char, Free>;
-  void assemble(const std::vector<FitsImage>& images, const std::vector<FitsUnitPlace>& headers);
+  /// Bytes that are ready, and pixels to be converted behind them.
+  struct Part {
+    std::size_t at, length;
+    Raster raster;
+  };
+  void addSums(const std::vector<FitsImage>& images);
 
-  Bytes m_bytes;
-  std::size_t m_size = 0;
+  std::unique_ptr<unsigned char, Free> m_bytes;
+  std::vector<Part> m_parts;
+};
+
+/// A FITS file in memory.
+class FitsFile {
+ public:
+  /// Throws what FitsStream does.
+  FitsFile(const std::vector<FitsImage>& images, const FitsLayout& layout);
+  const void* data() const { return m_bytes.data(); }
+  std::size_t size() const { return m_bytes.size(); }
+
+ private:
+  std::vector<unsigned char> m_bytes;
 };
 
 /// The sum of big-endian 32-bit words, carries put back in at the end (FITS 4.0, appendix J), of a multiple

@@ -208,8 +208,7 @@ Content maskOf(const Calibration& calibration) {
   layout.extensions = true;
   layout.primary = {{"INSTRUME", calibration.header->model(), "camera"},
                     {"DETNAM", calibration.header->sensor(), "sensor"}};
-  const auto file = std::make_shared<files::FitsFile>(images, layout);
-  return {file, {{static_cast<const char*>(file->data()), file->size()}}};
+  return contentOf(files::FitsFile(images, layout));
 }
 
 }  // namespace tool

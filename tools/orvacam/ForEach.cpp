@@ -20,6 +20,7 @@ class Run {
       : m_inputs(inputs), m_collect(collect), m_progress(inputs.size()) {}
 
   void here(const Task& task) {
+    keepMemory();
     for (const Input& input : m_inputs) {
       std::string result;
       const int code = attemptInput(input, task, result);

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <limits>
 
-#include "files/FitsWriter.h"
 #include "files/Names.h"
 #include "files/NpyWriter.h"
 #include "files/PngWriter.h"
@@ -33,7 +32,7 @@ constexpr FormatRow formats[] = {{Format::Fits, "fits", ".fits"},
 template <class Bytes>
 Content holding(Bytes bytes) {
   const auto owner = std::make_shared<const Bytes>(std::move(bytes));
-  return {owner, {{reinterpret_cast<const char*>(owner->data()), owner->size()}}};
+  return [owner](const Sink& sink) { sink(owner->data(), owner->size()); };
 }
 
 Content fitsContent(const std::vector<Product>& products, const Style& style) {
@@ -47,7 +46,8 @@ Content fitsContent(const std::vector<Product>& products, const Style& style) {
     shared.plane.clear();
     layout.primary = files::cardsOf(shared);
   }
-  return holding(files::FitsFile(images, layout));
+  const auto file = std::make_shared<const files::FitsStream>(images, layout);
+  return [file, products](const Sink& sink) { file->writeTo(sink); };
 }
 
 files::TiffFacts factsOf(const Product& product) {
@@ -88,13 +88,13 @@ Content stretchedContent(const Product& product) {
   return pictureContent(picture.raster(), subject);
 }
 
-void writeOutput(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t done = write(STDOUT_FILENO, bytes.data(), bytes.size());
+void writeOutput(const void* bytes, std::size_t length) {
+  for (std::size_t at = 0; at < length;) {
+    const ssize_t done = write(STDOUT_FILENO, static_cast<const char*>(bytes) + at, length - at);
     if (done < 0 && errno == EINTR) continue;
     if (done < 0)
       throw files::WriteError("standard output", std::string("cannot be written: ") + std::strerror(errno));
-    bytes.remove_prefix(static_cast<std::size_t>(done));
+    at += static_cast<std::size_t>(done);
   }
 }
 
@@ -133,6 +133,10 @@ Content contentOf(std::string text) {
   return holding(std::move(text));
 }
 
+Content contentOf(files::FitsFile file) {
+  return holding(std::move(file));
+}
+
 Content pictureContent(const files::Raster& raster, const files::Subject& subject) {
   return holding(files::pngFile(raster, textsOf(subject)));
 }
@@ -150,24 +154,20 @@ Content contentOf(const std::vector<Product>& products, const Style& style, cons
       return stretchedContent(first);
     case Format::Png16:
       return pictureContent(first.raster, first.subject);
-    case Format::Npy: {
-      Content content = holding(files::npyHeader(first.raster));
-      content.parts.emplace_back(static_cast<const char*>(first.raster.data), first.raster.bytes());
-      return content;
-    }
+    case Format::Npy:
+      return [first](const Sink& sink) {
+        const std::string header = files::npyHeader(first.raster);
+        sink(header.data(), header.size());
+        sink(first.raster.data, first.raster.bytes());
+      };
   }
   return {};
 }
 
 void writeContent(const std::string& target, const Content& content, bool overwrite) {
-  if (target == "-") {
-    for (const std::string_view part : content.parts)
-      writeOutput(part);
-    return;
-  }
+  if (target == "-") return content(writeOutput);
   files::OutputFile file(target, overwrite ? files::Existing::replace : files::Existing::refuse);
-  for (const std::string_view part : content.parts)
-    file.write(part.data(), part.size());
+  content([&](const void* bytes, std::size_t length) { file.write(bytes, length); });
   file.commit();
 }
 

@@ -1,13 +1,14 @@
 #ifndef ORVACAM_TOOL_PLANE_FILE_H
 #define ORVACAM_TOOL_PLANE_FILE_H
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Options.h"
+#include "files/FitsWriter.h"
 #include "files/OutputFile.h"
 #include "files/Raster.h"
 #include "files/Subject.h"
@@ -41,11 +42,9 @@ struct Style {
   bool rice = false, extensions = false;
 };
 
-/// What a file will hold: parts, one behind the other.
-struct Content {
-  std::shared_ptr<const void> owner;
-  std::vector<std::string_view> parts;
-};
+/// What a file will hold: gives it to a sink, a piece behind the other. It owns what it needs for that.
+using Sink = std::function<void(const void* bytes, std::size_t length)>;
+using Content = std::function<void(const Sink& sink)>;
 
 /// A file of these planes: one, or several for FITS extensions and OME-TIFF.
 Content contentOf(const std::vector<Product>& products, const Style& style, const std::string& name);
@@ -53,8 +52,9 @@ Content contentOf(const std::vector<Product>& products, const Style& style, cons
 /// Writes to a file, whole or not at all, or to standard output ("-"). Throws files::WriteError.
 void writeContent(const std::string& target, const Content& content, bool overwrite);
 
-/// A text as a file's content.
+/// A text, or a file that is in memory, as a file's content.
 Content contentOf(std::string text);
+Content contentOf(files::FitsFile file);
 
 /// A picture of 8 bits with what it says of the frame.
 Content pictureContent(const files::Raster& raster, const files::Subject& subject);

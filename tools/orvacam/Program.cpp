@@ -1,5 +1,6 @@
 #include "Program.h"
 
+#include <malloc.h>
 #include <sched.h>
 #include <signal.h>
 #include <unistd.h>
@@ -91,6 +92,12 @@ void prepareProcess() {
       sigaction(number, &action, nullptr);
   }
   signal(SIGXFSZ, SIG_IGN);
+}
+
+void keepMemory() {
+  constexpr int most = 1 << 30;
+  mallopt(M_MMAP_MAX, 0);
+  mallopt(M_TRIM_THRESHOLD, most);
 }
 
 unsigned processors() {

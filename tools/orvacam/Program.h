@@ -46,6 +46,9 @@ void flushOutput();
 /// system answers instead of killing.
 void prepareProcess();
 
+/// What one frame lets go is kept for the next: fresh pages cost more than what is done with them.
+void keepMemory();
+
 /// How many processors there are for this process, and the most jobs that can be asked for.
 unsigned processors();
 constexpr unsigned maximalJobs = 256;

@@ -182,6 +182,7 @@ void Workers::start(Worker& worker) {
 }
 
 void Workers::work(int channel) {
+  keepMemory();
   Capture capture;
   std::string job;
   while (receive(channel, job)) {

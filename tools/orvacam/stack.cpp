@@ -49,9 +49,7 @@ int write(const StackOptions& options, Format format, const Stacked& stacked) {
 }
 
 int writePart(const StackOptions& options, const files::PartialStack& part) {
-  files::FitsFile file = files::partialStackFile(part);
-  writeContent(options.partial, {nullptr, {{static_cast<const char*>(file.data()), file.size()}}},
-               options.outputs.overwrite);
+  writeContent(options.partial, contentOf(files::partialStackFile(part)), options.outputs.overwrite);
   return Good;
 }
 
