@@ -12,8 +12,10 @@ import numpy
 import pytest
 
 import orvacam
+from conftest import assert_same, build_dir
 from orvacam._report import LIMIT, evaluate, make_page, pictures
 from orvacam._report.__main__ import main
+from orvacam._report.frame import load
 
 
 
@@ -76,6 +78,31 @@ def test_the_stretch_brings_the_median_to_a_quarter() -> None:
     assert list(flat.greys(numpy.array([0, 7, 9]))) == [0, 0, 0]
     line = evaluate.Stretch.of(numpy.bincount([10, 10, 10, 30], minlength=65536), 4095.0)  # no spread: straight
     assert list(line.greys(numpy.array([10, 20, 30]))) == [0, 128, 255]
+
+
+@pytest.mark.parametrize('make', [
+    lambda: orvacam.simulate('GSENSE400', mode='hdr', width=320, height=240, seed=4),
+    lambda: orvacam.simulate('GSENSE4040', mode='16bit', width=160, height=120),
+    lambda: orvacam.simulate('CCD230-42', mode='single', width=96, height=64),
+    lambda: bytes(orvacam.simulate('GENERIC', width=32, height=32)[:-2048]) + bytes(2048),  # one value
+    lambda: bytes(orvacam.simulate('GENERIC', width=32, height=32)[:-2048]) + bytes([0, 0, 9, 1] * 512),  # no spread
+])
+def test_the_stretch_is_that_of_the_programs_pictures(make: Any, tmp_path: pathlib.Path) -> None:
+    from PIL import Image
+
+    path = tmp_path / 'f.raw'
+    path.write_bytes(make())
+    subject = load(path)
+    for plane in subject.planes:
+        subprocess.run([build_dir() / 'tools' / 'orvacam' / 'orvacam', 'convert', path, '-o', tmp_path / plane,
+                        '-f', 'png', '--crop', 'image', '--planes', plane], check=True)
+        stretch = evaluate.Stretch.of(subject.counts(plane), subject.saturation[plane])
+        (picture,) = (tmp_path / plane).iterdir()
+        expected = numpy.asarray(Image.open(picture))
+        numpy.testing.assert_array_equal(stretch.greys(subject.image(plane)), expected)
+        # By a table or one by one.
+        values = numpy.arange(65536, dtype=numpy.uint16)
+        assert_same(stretch.greys(numpy.tile(values, 2))[:65536], stretch.greys(values.astype(float)))
 
 
 def test_robust_sigma_is_that_of_pixels_or_counts() -> None:
@@ -223,6 +250,15 @@ def test_texts_of_headers_and_names_stay_texts(tmp_path: pathlib.Path) -> None:
         assert page.count('<script>') == 1 and '<img src=x' not in page
         assert '&lt;img src=x' in page
     assert '&lt;script&gt;x=1' in alone
+
+
+def test_no_text_commands_the_browser_or_turns_its_line_round(tmp_path: pathlib.Path) -> None:
+    path = tmp_path / 'a\x1b[31m\u202egnp.raw'
+    path.write_bytes(with_text(plain(), b'app 1.0', b'\x1b[2J\x07\xe2\x80\xae'))
+    for page in (page_of(path), page_of(path, path)):
+        assert re.search('[\x00-\x08\x0b-\x1f\x7f-\x9f\u202e]', page) is None
+        assert 'a\ufffd[31m\ufffdgnp.raw' in page
+    assert '\ufffd[2J\ufffd\ufffd' in page_of(path)
 
 
 def test_a_name_that_is_no_text_is_shown(tmp_path: pathlib.Path) -> None:
@@ -475,3 +511,41 @@ def test_it_is_light_or_dark_as_the_reader_likes(shown: Tuple[Any, str]) -> None
     at_width(driver, 1280, url, 'dark')
     ground, text = driver.execute_script(colours)
     assert ground < 50 and text > 180
+    # Paper is white, whatever the reader likes on the screen.
+    driver.execute_cdp_cmd('Emulation.setEmulatedMedia', {
+        'media': 'print', 'features': [{'name': 'prefers-color-scheme', 'value': 'dark'}]})
+    ground, text = driver.execute_script(colours)
+    assert ground > 200 and text < 80
+    assert not driver.find_element('css selector', '.tools').is_displayed()
+    driver.execute_cdp_cmd('Emulation.setEmulatedMedia', {'media': ''})
+
+
+@pytest.mark.parametrize('width', [2560, 768, 320])
+def test_long_names_and_many_frames_fit_every_width(shown: Tuple[Any, str], width: int, tmp_path: pathlib.Path) -> None:
+    driver, _ = shown
+    paths = [tmp_path / f'{"long" * 50}{i}.raw' for i in range(2)]
+    for path in paths:
+        path.write_bytes(plain())
+    paths.append(tmp_path / 'cut.raw')
+    paths[2].write_bytes(plain()[:500])
+    _, night = make_page([str(path) for path in paths])
+    for i, page in enumerate((page_of(paths[0]), night)):
+        (tmp_path / f'{i}.html').write_text(page)
+        at_width(driver, width, (tmp_path / f'{i}.html').as_uri())
+        assert driver.execute_script('return document.documentElement.scrollWidth') <= width
+
+
+def test_the_keyboard_reaches_everything_and_shows_where_it_is(shown: Tuple[Any, str]) -> None:
+    from selenium.webdriver.common.action_chains import ActionChains
+    from selenium.webdriver.common.keys import Keys
+
+    driver, url = shown
+    at_width(driver, 1280, url)
+    reached: List[str] = []
+    while not reached or reached[-1] != 'BODY':
+        ActionChains(driver).send_keys(Keys.TAB).perform()
+        reached.append(driver.execute_script('return document.activeElement.tagName'))
+        if reached[-1] in ('DIV', 'BUTTON'):
+            assert driver.execute_script('return getComputedStyle(document.activeElement).outlineStyle') == 'solid'
+        assert len(reached) < 40
+    assert reached == ['A'] * 7 + ['DIV'] + ['BUTTON'] * 5 + ['INPUT', 'SUMMARY', 'BODY']

@@ -18,7 +18,7 @@ from typing import Any, Dict, List, Optional, Sequence, Tuple, Union
 from .. import _core
 from .._errors import Error
 from .._header import Path
-from .text import path_text
+from .text import path_text, visible
 
 #: What a page may take, in bytes.
 LIMIT = 3_000_000
@@ -233,7 +233,12 @@ def _render(context: Dict[str, Any]) -> str:
     style = folder.joinpath('page.css').read_text('utf-8')
     _mark_figures(context, Markup)
     digest = base64.b64encode(hashlib.sha256(script.encode()).digest()).decode()
-    environment = jinja2.Environment(autoescape=True, undefined=jinja2.StrictUndefined, trim_blocks=True)
+
+    def finalize(value: Any) -> Any:
+        return visible(value) if type(value) is str else value
+
+    environment = jinja2.Environment(autoescape=True, undefined=jinja2.StrictUndefined, trim_blocks=True,
+                                     finalize=finalize)
     template = environment.from_string(folder.joinpath('page.html').read_text('utf-8'))
     page: str = template.render(
         script=Markup(script), style=Markup(style), script_hash=f'sha256-{digest}', version=_core.version(), **context

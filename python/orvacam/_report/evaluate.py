@@ -72,13 +72,16 @@ class Stretch:
         """Greys from 0 to 255, rounded."""
         if self.white <= self.shadows:
             return np.zeros(values.shape, np.uint8)
-        x = np.clip((np.asarray(values, np.float32) - self.shadows) / (self.white - self.shadows), 0, 1)
+        if values.dtype == np.uint16 and values.size > 65536:
+            table = self.greys(np.arange(65536))
+            return np.asarray(table[values], np.uint8)
+        x = np.clip((np.asarray(values, np.float64) - self.shadows) / (self.white - self.shadows), 0, 1)
         if self.midtone is not None:
             b = self.midtone
             inner = (x > 0) & (x < 1)
             y = np.divide((b - 1) * x, (2 * b - 1) * x - b, out=x.copy(), where=inner)
             x = np.clip(y, 0, 1)
-        return np.asarray(np.rint(x * 255), np.uint8)
+        return np.asarray(np.floor(x * 255 + 0.5), np.uint8)
 
 
 def _weighted_median(values: F64, weights: NDArray[Any]) -> float:

@@ -294,6 +294,7 @@ def series(
             y = np.array([np.nan if number is None else number for number in numbers], float)
             axes.plot(times, y, color=COLOURS.get(plane, _INK), marker='o', ms=3, lw=1, label=plane)
         axes.set(title=title, xlabel=xlabel, ylabel=unit)
+        axes.xaxis.get_major_locator().set_params(integer=xlabel == 'frame')
         if len(values) > 1:
             axes.legend(loc='best', ncols=len(values))
 

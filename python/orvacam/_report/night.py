@@ -116,7 +116,9 @@ def _strip(rows: Sequence[Row]) -> List[Tile]:
         tiles += [Tile('First', time_text(times[0]), 'UTC'), Tile('Last', time_text(times[-1]), 'UTC')]
     warm = [row.temperature for row in rows if row.temperature is not None]
     if warm:
-        tiles.append(Tile('Sensor', f'{number(min(warm), 1)} … {number(max(warm), 1)}', '°C'))
+        coldest, warmest = number(min(warm), 1), number(max(warm), 1)
+        shown = coldest if coldest == warmest else f'{coldest} … {warmest}'
+        tiles.append(Tile('Temperature', shown, '°C', note='of the sensor'))
     return tiles
 
 
@@ -132,7 +134,7 @@ def _plots(rows: Sequence[Row]) -> List[Plot]:
         ('Level', 'ADU', 'level', 'Median of the image'),
         ('Noise', 'ADU', 'noise', 'Noise of a pixel'),
         ('Saturated', '%', 'saturated', 'Share of saturated pixels'),
-        ('Sensor', '°C', 'temperature', 'Temperature of the sensor'),
+        ('Temperature', '°C', 'temperature', 'Temperature of the sensor'),
     ]
     plots = []
     for title, unit, name, caption in curves:

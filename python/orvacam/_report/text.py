@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import math
 import os
+import re
 from dataclasses import dataclass
 from typing import Any, Mapping, Optional, Tuple
 
@@ -62,6 +63,15 @@ def position_text(header: Mapping[str, Any]) -> str:
 def path_text(path: Any) -> str:
     """A path or name that can be written as UTF-8."""
     return os.fsdecode(path).encode('utf-8', 'replace').decode()
+
+
+#: What a browser or a terminal takes as a command, or as a change of the writing direction; not tab and line feed.
+_CONTROLS = re.compile('[\x00-\x08\x0b-\x1f\x7f-\x9f\u061c\u200e\u200f\u202a-\u202e\u2066-\u2069]')
+
+
+def visible(text: str) -> str:
+    """With U+FFFD for characters that are none to be seen."""
+    return _CONTROLS.sub('\ufffd', text)
 
 
 def bytes_text(count: int) -> str:
