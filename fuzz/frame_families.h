@@ -3,7 +3,7 @@
 
 #include <orvacam.h>
 
-#include <array>
+#include <memory>
 
 #include "fuzz_support.h"
 
@@ -17,7 +17,6 @@ struct Planes {
 };
 
 struct gsense400 : CFrameGSense400 {
-  static constexpr std::array models = {"VS400"};
   void decode(Input& input) {
     Planes p(input);
     DoUnpackHDR(p.low.data(), p.low.size(), p.high.data(), p.high.size());
@@ -25,7 +24,6 @@ struct gsense400 : CFrameGSense400 {
 };
 
 struct gsense2020 : CFrameGSense2020 {
-  static constexpr std::array models = {"VS2020"};
   void decode(Input& input) {
     Planes p(input);
     DoUnpack(p.low.data(), p.low.size(), p.high.data(), p.high.size());
@@ -36,7 +34,6 @@ struct gsense2020 : CFrameGSense2020 {
 };
 
 struct gsense4040 : CFrameGSense4040 {
-  static constexpr std::array models = {"VS4040"};
   void decode(Input& input) {
     Planes p(input);
     DoUnpack(p.low.data(), p.low.size(), p.high.data(), p.high.size());
@@ -45,7 +42,6 @@ struct gsense4040 : CFrameGSense4040 {
 };
 
 struct gsense6060 : CFrameGSense6060 {
-  static constexpr std::array models = {"VS6060"};
   void decode(Input& input) {
     Planes p(input);
     DoUnpack12(p.low.data(), p.low.size(), p.high.data(), p.high.size());
@@ -54,7 +50,6 @@ struct gsense6060 : CFrameGSense6060 {
 };
 
 struct ccd : CFrameArgent23084 {
-  static constexpr std::array models = {"ARGENT 230-42", "ARGENT 230-84", "ARGENT 4320"};
   void decode(Input& input) {
     Planes p(input);
     DoUnpackFourQuadrantRead(p.low.data(), p.low.size());
@@ -67,11 +62,40 @@ struct ccd : CFrameArgent23084 {
 };
 
 struct plain : CFrameGeneric {
-  static constexpr std::array models = {"IMX183", "PLAIN", "", "\xFF"};
   void decode(Input& input) {
     Planes p(input);
     UnpackImage12to16(p.low.data(), p.low.size());
   }
+};
+
+/// A frame as a family decodes it, by every step in turn.
+template <typename Family>
+void decodeAs(const CFrameMetaData& metaData, Bytes& bytes, Input& input) {
+  struct Steps : Family {
+    void all(const CFrameMetaData& header, Bytes& source, Input& sizes) {
+      this->Initialize(header, source.data(), source.size(), nullptr);
+      this->EnableMergeStatistics(sizes.flag());
+      this->decode(sizes);
+      Pixels out(sizes.upTo(600));
+      this->UnpackImage12to16(out.data(), out.size());
+    }
+  };
+  const std::unique_ptr<Steps> steps(new Steps);  // not make_unique, which clears megabytes first
+  steps->all(metaData, bytes, input);
+}
+
+struct Model {
+  const char* name;
+  void (*decode)(const CFrameMetaData& metaData, Bytes& bytes, Input& input);
+};
+/// The first byte of an input is an index of this table.
+constexpr Model models[] = {
+    {"VS400", decodeAs<gsense400>},   {"VS2020", decodeAs<gsense2020>},
+    {"VS4040", decodeAs<gsense4040>}, {"VS6060", decodeAs<gsense6060>},
+    {"ARGENT 230-42", decodeAs<ccd>}, {"ARGENT 230-84", decodeAs<ccd>},
+    {"ARGENT 4320", decodeAs<ccd>},   {"IMX183", decodeAs<plain>},
+    {"PLAIN", decodeAs<plain>},       {"", decodeAs<plain>},
+    {"\xFF", decodeAs<plain>},
 };
 
 }  // namespace fuzz::families

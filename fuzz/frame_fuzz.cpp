@@ -1,11 +1,11 @@
-// Whole frames of one family of sensors (FUZZ_FAMILY) through the façade: two bytes of options, four of a
-// region, then the frame, whose header is binary or FITS text. The model text is overwritten, so that every
-// input belongs to the family.
+// Whole frames of every family of sensors through the façade: a byte that chooses the model, two of options,
+// six of a region, then the frame, whose header is binary or FITS text. The model text is overwritten.
 
 #include <orvacam.h>
 
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <memory>
 
 #include "caller_buffers.h"
@@ -39,19 +39,7 @@ const Bytes& frameBefore() {
   return frame;
 }
 
-struct Family : fuzz::families::FUZZ_FAMILY {
-  /// The steps that every family has; they need no buffers of the caller's.
-  void decodeAll(const CFrameMetaData& metaData, Bytes& bytes, Input& input) {
-    Initialize(metaData, bytes.data(), bytes.size(), nullptr);
-    EnableMergeStatistics(input.flag());
-    decode(input);
-    Pixels out(input.upTo(600));
-    UnpackImage12to16(out.data(), out.size());
-  }
-};
-
-void setModel(Bytes& frame, unsigned int choice) {
-  const char* const model = Family::models[choice % Family::models.size()];
+void setModel(Bytes& frame, const char* model) {
   if (CFitsInterface::IsFitsFrame(frame.data(), fuzz::length(frame))) {
     fuzz::setFitsCard(frame, 0, "INSTRUME", "'" + std::string(model) + "'", frame.size() + 80);
     return;
@@ -268,6 +256,8 @@ void copyRegion(Bytes& frame, const frame_roi_t& region, unsigned int room, cons
 
 FUZZ_TARGET(data, size) {
   Input input(data, size);
+  const fuzz::families::Model& model =
+      fuzz::families::models[input.byte() % std::size(fuzz::families::models)];
   const unsigned int options = input.word();
   frame_roi_t region{};
   region.uiX = input.hostile();
@@ -276,7 +266,7 @@ FUZZ_TARGET(data, size) {
   region.uiHeight = input.hostile();
   const unsigned int room = input.word() % 2048;
   Bytes frame = input.rest();
-  setModel(frame, options >> 9);
+  setModel(frame, model.name);
   // Planes of some megabytes take the time of a thousand small ones and differ in nothing else; larger ones
   // are out of proportion to the input and must be refused.
   const std::uint64_t claimed = fuzz::claimedPlane(frame, true);
@@ -310,7 +300,6 @@ FUZZ_TARGET(data, size) {
   CFrameMetaData metaData;
   metaData.Parse(frame.data(), fuzz::length(frame));
   Input again(data, size);
-  const std::unique_ptr<Family> family(new Family);  // not make_unique, which clears megabytes first
-  family->decodeAll(metaData, frame, again);
+  model.decode(metaData, frame, again);
   return 0;
 }

@@ -47,21 +47,21 @@ Bytes noise(std::size_t count, unsigned int seed) {
   return bytes;
 }
 
-/// The frame target of a camera.
-const char* familyOf(const sim::Camera& camera) {
+/// The first byte of the frame target's inputs: a model of the camera's family (frame_families.h).
+unsigned char modelOf(const sim::Camera& camera) {
   switch (sim::sensorOf(camera.model)) {
     case sim::Sensor::Gsense400:
-      return "frame_gsense400";
+      return 0;
     case sim::Sensor::Gsense2020:
-      return "frame_gsense2020";
+      return 1;
     case sim::Sensor::Gsense4040:
-      return "frame_gsense4040";
+      return 2;
     case sim::Sensor::Gsense6060:
-      return "frame_gsense6060";
+      return 3;
     case sim::Sensor::Ccd:
-      return "frame_ccd";
+      return 4;
     default:
-      return "frame_plain";
+      return 7;
   }
 }
 
@@ -78,10 +78,10 @@ sim::HeaderFields small(sim::HeaderFields f, bool references) {
   return f;
 }
 
-/// Options and region of the frame targets: all planes with statistics, as pixels, TIFF and FITS layout, and
-/// a region of 8 x 2 pixels in room enough.
-Bytes frameOptions(unsigned int format) {
-  Bytes options;
+/// Model, options and region of the frame target: all planes with statistics, as pixels, TIFF and FITS
+/// layout, and a region of 8 x 2 pixels in room enough.
+Bytes frameOptions(unsigned char model, unsigned int format) {
+  Bytes options{model};
   appendWord(options, 0x0410u | format << 5 | 8u * (format & 1));
   append(options, {2, 1, 8, 2});
   appendWord(options, 1024);
@@ -107,7 +107,7 @@ void fitsFrameSeeds(const fs::path& folder, const sim::Camera& camera, const cha
   write(folder / "header" / name, text);
   for (unsigned int format = 0; format < 3; ++format) {
     const std::string numbered = name + "-" + std::to_string(format);
-    write(folder / familyOf(camera) / numbered, joined(frameOptions(format), frame));
+    write(folder / "frame" / numbered, joined(frameOptions(modelOf(camera), format), frame));
     write(folder / "face" / numbered, joined({0, 3 | 8, 2, 1, 8, 2}, frame));
     write(folder / "frame_files" / numbered, joined(fileOptions(format, frame), frame));
   }
@@ -139,7 +139,7 @@ void frameSeeds(const fs::path& folder) {
         const sim::HeaderFields f = sim::asVersion(small(*usual, version != 3), version);
         const Bytes frame = sim::encodeFrame(f, version, sim::exposeSky(camera, f, sim::Sky()));
         const std::string name = std::string(camera.name) + "-" + mode + "-" + std::to_string(version);
-        write(folder / familyOf(camera) / name, joined(frameOptions(version % 3), frame));
+        write(folder / "frame" / name, joined(frameOptions(modelOf(camera), version % 3), frame));
         write(folder / "face" / name,
               joined({0, static_cast<unsigned char>(version | 8 | version % 2 << 4), 2, 1, 8, 2}, frame));
         write(folder / "header" / name, sim::writeHeader(f, version));
@@ -160,15 +160,16 @@ void specialFrameSeeds(const fs::path& folder) {
     sim::HeaderFields f = small(*sim::headerFor(ccd, "single"), false);
     f.quadrants = amplifiers;
     const Bytes frame = sim::encodeFrame(f, 3, sim::exposeSky(ccd, f, sim::Sky()));
-    write(folder / "frame_ccd" / ("amplifiers-" + std::to_string(amplifiers)),
-          joined(frameOptions(0), frame));
+    write(folder / "frame" / ("amplifiers-" + std::to_string(amplifiers)),
+          joined(frameOptions(modelOf(ccd), 0), frame));
   }
   for (const char* name : {"GSENSE400", "GSENSE2020", "GSENSE4040", "GSENSE6060", "IMX183"}) {
     const sim::Camera& camera = *sim::findCamera(name);
     sim::HeaderFields f = small(*sim::headerFor(camera, "single"), false);
     f.horizontalBinning = f.verticalBinning = 2;
     const Bytes frame = sim::encodeFrame(f, 3, sim::exposeSky(camera, f, sim::Sky()));
-    write(folder / familyOf(camera) / (std::string(name) + "-binned"), joined(frameOptions(0), frame));
+    write(folder / "frame" / (std::string(name) + "-binned"),
+          joined(frameOptions(modelOf(camera), 0), frame));
   }
 }
 
@@ -283,9 +284,9 @@ void holeSeeds(const fs::path& folder) {
       const Bytes text = sim::writeCards(all);
       const std::string file = std::string(name) + "-" + (model + 7);
       write(folder / "header" / file, text);
-      for (const char* target : {"frame_gsense400", "frame_gsense2020", "frame_gsense4040",
-                                 "frame_gsense6060", "frame_ccd", "frame_plain"})
-        write(folder / target / file, joined(frameOptions(1), text));
+      for (const unsigned char family : Bytes{0, 1, 2, 3, 4, 7})
+        write(folder / "frame" / (file + "-" + std::to_string(family)),
+              joined(frameOptions(family, 1), text));
       for (unsigned int format = 1; format < 3; ++format)
         write(folder / "frame_files" / (file + "-" + std::to_string(format)),
               joined(fileOptions(format, text), text));
