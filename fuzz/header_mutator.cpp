@@ -5,7 +5,7 @@
 #include <iterator>
 #include <random>
 
-#include "metadata/FitsKeywords.h"
+#include "metadata/KeyNames.h"
 #include "metadata/HeaderFields.h"
 
 namespace fuzz {

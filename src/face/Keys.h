@@ -3,14 +3,14 @@
 
 #include <orvacam_c.h>
 
+#include <array>
 #include <cstddef>
-#include <string_view>
 
 namespace orvacam::face {
 
 /// The keys that have a name, by number.
 constexpr std::size_t keyCount = 93;
-extern const orva_key keys[keyCount];
+extern const std::array<orva_key, keyCount> keys;
 
 /// The key of a name. Throws Failure (bad_argument) for a name that none has.
 const orva_key& keyOf(const char* name);

@@ -19,7 +19,7 @@
 #include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
 #include "metadata/FitsCards.h"
-#include "metadata/FitsKeywords.h"
+#include "metadata/KeyNames.h"
 #include "support/AlignedMemory.h"
 #include "support/CheckedMath.h"
 #include "support/NumberText.h"

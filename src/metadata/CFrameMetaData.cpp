@@ -14,57 +14,31 @@ using namespace orvacam::header;
 
 namespace {
 
-/// The value that a numeric field has in an empty header.
-unsigned int emptyValue(unsigned int key) {
-  switch (key) {
-    case ORVA_META_KEY_HORIZONTAL_BINNING:
-    case ORVA_META_KEY_VERTICAL_BINNING:
-    case ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE:
-    case ORVA_META_KEY_VERTICAL_PIXEL_SIZE:
-      return 1;
-    default:
-      return 0;
-  }
+/// The value that an unsigned field has in an empty header.
+unsigned int emptyNumber(unsigned int key) {
+  const bool isOne = key == ORVA_META_KEY_HORIZONTAL_BINNING || key == ORVA_META_KEY_VERTICAL_BINNING ||
+                     key == ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE || key == ORVA_META_KEY_VERTICAL_PIXEL_SIZE;
+  return isOne ? 1 : 0;
 }
 
-/// Intended: the high-gain black levels are not reset.
-bool survivesReset(unsigned int key) {
-  return key == ORVA_META_KEY_BLACK_LEVEL_ADJUST_HIGH || key == ORVA_META_KEY_BLACK_LEVEL_SUN_HIGH;
+const char* emptyText(unsigned int key) {
+  const bool isInfo = key == ORVA_META_KEY_LIB_INFO_STRING || key == ORVA_META_KEY_APP_INFO_STRING;
+  return isInfo ? "Unknown" : "";
 }
 
 void resetField(const Field& field, CMetaValues* values) {
-  switch (field.read) {
-    case Encoding::Unsigned:
-      if (!survivesReset(field.key)) values[field.key].SetValueUint(emptyValue(field.key));
-      break;
-    case Encoding::Signed:
-    case Encoding::SignMagnitude:
-      values[field.key].SetValueInt(0);
-      break;
-    case Encoding::Text:
-      values[field.key].SetValueStr("");
-      break;
-    case Encoding::OptionalText:
-      values[field.key].SetValueStr(field.key == ORVA_META_KEY_CAMERA_SERIAL_NUMBER ? "" : "Unknown");
-      break;
-    case Encoding::PixelDepths:
-    case Encoding::ReferenceRows:  // two neighbouring keys
-      values[field.key].SetValueUint(0);
-      values[field.key + 1].SetValueUint(0);
-      break;
-    case Encoding::Gps:  // raw word, degrees, minutes, hemisphere
-      values[field.key].SetValueUint(0);
-      values[field.key + 1].SetValueDouble(0.0);
-      values[field.key + 2].SetValueDouble(0.0);
-      values[field.key + 3].SetValueBool(false);
-      break;
-    case Encoding::TimeText:
-      values[ORVA_META_KEY_CAPTURE_DATE].SetValueUint(0);
-      values[ORVA_META_KEY_CAPTURE_TIME].SetValueDouble(0.0);
-      values[ORVA_META_KEY_CAPTURE_TIME_NSECS].SetValueDouble(0.0);
-      break;
-    default:
-      break;
+  unsigned int key = field.key;
+  for (const char kind : kindsOf(field.read)) {
+    CMetaValues& value = values[key];
+    // Intended: the high-gain black levels are not reset.
+    const bool isKept =
+        key == ORVA_META_KEY_BLACK_LEVEL_ADJUST_HIGH || key == ORVA_META_KEY_BLACK_LEVEL_SUN_HIGH;
+    if (kind == 'u' && !isKept) value.SetValueUint(emptyNumber(key));
+    if (kind == 'i') value.SetValueInt(0);
+    if (kind == 'd') value.SetValueDouble(0.0);
+    if (kind == 't') value.SetValueStr(emptyText(key));
+    if (kind == 'f') value.SetValueBool(false);
+    ++key;
   }
 }
 

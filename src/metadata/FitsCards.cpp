@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <exception>
 
-#include "metadata/FitsKeywords.h"
+#include "metadata/KeyNames.h"
 
 namespace orvacam::fits {
 
@@ -37,30 +37,6 @@ void skipBlanks(std::string_view& text) {
 /// Cuts the text at the first of the given characters.
 std::string_view until(std::string_view text, const char* characters) {
   return text.substr(0, text.find_first_of(characters));
-}
-
-/// Parses whole cards until the end or a failure; what happened last stays in result.
-void parseCards(std::string_view cards, CFrameMetaData& meta, bool& end, int& result) {
-  std::string keyword;
-  std::string value;
-  for (; cards.size() >= cardSize && !end; cards.remove_prefix(cardSize)) {
-    result = parseNextKey(reinterpret_cast<const unsigned char*>(cards.data()), cardSize, keyword, value);
-    if (result < 0) return;
-    if (startsWithIgnoringCase(keyword, keywords[End].name))
-      end = true;
-    else
-      processKeyValue(keyword, value, meta);
-  }
-}
-
-/// Blocks up to and with the first short one.
-void parseBlocks(std::FILE* stream, CFrameMetaData& meta, bool& end, int& result) {
-  unsigned char block[blockSize];
-  std::size_t count = 0;
-  do {
-    count = std::fread(block, 1, blockSize, stream);
-    parseCards(view(block, count), meta, end, result);
-  } while (count == blockSize && !end && result >= 0);
 }
 
 }  // namespace
@@ -103,26 +79,33 @@ void processKeyValue(std::string_view keyword, const std::string& value, CFrameM
   if (index >= 0) meta.SetValue(static_cast<ORVA_META_KEYS>(index), value);
 }
 
-int parseMetaData(const unsigned char* bytes, unsigned int length, CFrameMetaData& meta, bool& end) {
+int parseMetaData(const unsigned char* bytes, unsigned int length, CFrameMetaData& meta, bool& end) try {
   end = false;
   int result = -1;
-  try {
-    parseCards(view(bytes, length), meta, end, result);
-  } catch (const std::exception&) {
-    return -1;
+  std::string keyword;
+  std::string value;
+  for (std::string_view cards = view(bytes, length); cards.size() >= cardSize;
+       cards.remove_prefix(cardSize)) {
+    result = parseNextKey(reinterpret_cast<const unsigned char*>(cards.data()), cardSize, keyword, value);
+    end = result >= 0 && startsWithIgnoringCase(keyword, keywords[End].name);
+    if (result < 0 || end) break;
+    processKeyValue(keyword, value, meta);
   }
   return result;
+} catch (const std::exception&) {
+  return -1;
 }
 
 int parseMetaData(std::FILE* stream, CFrameMetaData& meta) {
   if (stream == nullptr || std::fseek(stream, 0, SEEK_SET) != 0) return -1;
+  unsigned char block[blockSize];
+  std::size_t count = 0;
   bool end = false;
-  int result = -1;
-  try {
-    parseBlocks(stream, meta, end, result);
-  } catch (const std::exception&) {
-    return -1;
-  }
+  int result = 0;
+  do {
+    count = std::fread(block, 1, blockSize, stream);
+    result = parseMetaData(block, static_cast<unsigned int>(count), meta, end);
+  } while (count == blockSize && !end && result >= 0);
   return end ? result : -1;
 }
 

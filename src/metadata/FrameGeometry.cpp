@@ -21,40 +21,20 @@ constexpr AxisKeys rowKeys = {ORVA_META_KEY_IMAGE_START_ROW, ORVA_META_KEY_IMAGE
 /// What a processed header holds of the values that sizes follow from.
 struct HeldField {
   ORVA_META_KEYS key;
-  unsigned int bits;
   const char* name;
 };
 constexpr HeldField heldFields[] = {
-    {ORVA_META_KEY_IMAGE_START_COLUMN, 16, "image start column"},
-    {ORVA_META_KEY_IMAGE_STOP_COLUMN, 16, "image stop column"},
-    {ORVA_META_KEY_IMAGE_START_ROW, 16, "image start row"},
-    {ORVA_META_KEY_IMAGE_STOP_ROW, 16, "image stop row"},
-    {ORVA_META_KEY_PRE_ROW_REF_PIXELS, 8, "number of reference pixels ahead of a row"},
-    {ORVA_META_KEY_POST_ROW_REF_PIXELS, 8, "number of reference pixels behind a row"},
-    {ORVA_META_KEY_PRE_REFERENCE_ROWS, 12, "number of reference rows ahead of the image"},
-    {ORVA_META_KEY_POST_REFERENCE_ROWS, 12, "number of reference rows behind the image"},
-    {ORVA_META_KEY_HORIZONTAL_BINNING, 16, "horizontal binning"},
-    {ORVA_META_KEY_VERTICAL_BINNING, 16, "vertical binning"},
+    {ORVA_META_KEY_IMAGE_START_COLUMN, "image start column"},
+    {ORVA_META_KEY_IMAGE_STOP_COLUMN, "image stop column"},
+    {ORVA_META_KEY_IMAGE_START_ROW, "image start row"},
+    {ORVA_META_KEY_IMAGE_STOP_ROW, "image stop row"},
+    {ORVA_META_KEY_PRE_ROW_REF_PIXELS, "number of reference pixels ahead of a row"},
+    {ORVA_META_KEY_POST_ROW_REF_PIXELS, "number of reference pixels behind a row"},
+    {ORVA_META_KEY_PRE_REFERENCE_ROWS, "number of reference rows ahead of the image"},
+    {ORVA_META_KEY_POST_REFERENCE_ROWS, "number of reference rows behind the image"},
+    {ORVA_META_KEY_HORIZONTAL_BINNING, "horizontal binning"},
+    {ORVA_META_KEY_VERTICAL_BINNING, "vertical binning"},
 };
-
-/// The table of header fields is where the widths stand.
-constexpr unsigned int writtenBits(unsigned int key) {
-  for (const header::Field& field : header::fields) {
-    if ((field.versions & header::V34) == 0) continue;
-    if (field.read == header::Encoding::ReferenceRows) {
-      if (field.key == key || field.key + 1u == key) return 8 * field.width / 2;
-    } else if (field.read == header::Encoding::Unsigned && field.key == key) {
-      return 8 * field.width;
-    }
-  }
-  return 0;
-}
-constexpr bool widthsAreThoseOfTheHeader() {
-  for (const HeldField& held : heldFields)
-    if (writtenBits(held.key) != held.bits) return false;
-  return true;
-}
-static_assert(widthsAreThoseOfTheHeader());
 
 std::uint64_t binnedSize(std::uint64_t size, std::uint64_t factor) {
   return factor > 1 ? ceilDivide(size, factor) : size;
@@ -97,7 +77,7 @@ GeometryFault headerLengthFault(const CFrameMetaData& metaData) {
 GeometryFault processedHeaderFault(const CFrameMetaData& metaData) {
   for (const HeldField& field : heldFields) {
     const std::uint64_t value = metaData.Value(field.key).GetValueUint();
-    const std::uint64_t limit = (std::uint64_t{1} << field.bits) - 1;
+    const std::uint64_t limit = (std::uint64_t{1} << header::writtenBits(field.key)) - 1;
     if (value > limit) return {GeometryFault::FieldTooLarge, field.key, value, limit};
   }
   // A header that starts with something else is none, and gives none of its sizes back.

@@ -4,6 +4,7 @@
 #include <orvacam/types/meta_keys.h>
 
 #include <cstddef>
+#include <string_view>
 
 #include "support/KeyedTable.h"
 
@@ -259,67 +260,86 @@ static_assert(areNeighbours(ORVA_META_KEY_GPS_LATITUDE_RAW, ORVA_META_KEY_GPS_LA
 static_assert(areNeighbours(ORVA_META_KEY_GPS_LONGITUDE_RAW, ORVA_META_KEY_GPS_LONGITUDE_DEGREES,
                             ORVA_META_KEY_GPS_LONGITUDE_MINUTES, ORVA_META_KEY_GPS_LONGITUDE_HEMISPHERE));
 
-/// How many neighbouring keys a field fills.
-constexpr unsigned int keyCount(const Field& field) {
-  switch (field.read) {
-    case Encoding::FlagByte:
-    case Encoding::Raw:
-      return 0;
+/// The kinds of the neighbouring keys that an encoding fills, a letter for each: unsigned, signed integer,
+/// double, text, flag.
+constexpr std::string_view kindsOf(Encoding encoding) {
+  switch (encoding) {
+    case Encoding::Unsigned:
+    case Encoding::PackedDate:
+      return "u";
+    case Encoding::Signed:
+    case Encoding::SignMagnitude:
+      return "i";
+    case Encoding::Text:
+    case Encoding::OptionalText:
+      return "t";
     case Encoding::PixelDepths:
     case Encoding::ReferenceRows:
+      return "uu";
     case Encoding::PackedTime:
-      return 2;
+      return "dd";
     case Encoding::TimeText:
-      return 3;
+      return "udd";
     case Encoding::Gps:
-      return 4;
+      return "uddf";
     default:
-      return 1;
+      return "";
   }
 }
 
-/// How often each key is filled by a set of versions.
-struct KeyUse {
-  unsigned int count[ORVA_META_KEY_COUNT] = {};
-};
-
-template <unsigned int rowCount>
-constexpr void addKeys(const Field (&rows)[rowCount], Versions versions, KeyUse& use) {
-  for (const Field& field : rows)
-    for (unsigned int i = 0; i < keyCount(field) && (field.versions & versions) != 0; ++i)
-      ++use.count[field.key + i];
+constexpr bool fills(const Field& field, unsigned int key, Versions versions) {
+  return (field.versions & versions) != 0 && key >= field.key && key - field.key < kindsOf(field.read).size();
 }
 
-constexpr KeyUse keyUse(Versions versions) {
-  KeyUse use;
-  for (unsigned int key = ORVA_META_KEY_MAGIC_NUMBER; key <= ORVA_META_KEY_METADATA_VERSION; ++key)
-    ++use.count[key];
-  addKeys(fields, versions, use);
-  if ((versions & V34) != 0) {
-    addKeys(version4Fields, versions, use);
-    ++use.count[ORVA_META_KEY_SENSOR_READ_QUADRANTS];
-  }
+/// How many fields and flags of a set of versions fill a key.
+constexpr unsigned int timesFilled(unsigned int key, Versions versions) {
+  const bool isPrefix = key <= ORVA_META_KEY_METADATA_VERSION;
+  const bool isQuadrants = key == ORVA_META_KEY_SENSOR_READ_QUADRANTS && (versions & V34) != 0;
+  unsigned int times = isPrefix || isQuadrants ? 1U : 0U;
+  for (const Field& field : fields)
+    times += fills(field, key, versions) ? 1U : 0U;
+  for (const Field& field : version4Fields)
+    times += fills(field, key, versions) ? 1U : 0U;
   for (const Flag& flag : flags)
-    if ((flag.versions & versions) != 0) ++use.count[flag.key];
-  return use;
+    times += flag.key == key && (flag.versions & versions) != 0 ? 1U : 0U;
+  return times;
 }
 
-constexpr bool keysAreUnique(Versions version) {
-  const KeyUse use = keyUse(version);
-  for (const unsigned int times : use.count)
-    if (times > 1) return false;
-  return true;
-}
-static_assert(keysAreUnique(V1) && keysAreUnique(V2) && keysAreUnique(V34));
-
-constexpr unsigned int unusedKeys() {
-  const KeyUse use = keyUse(All);
+/// How many keys a set of versions fills this many times.
+constexpr unsigned int keysFilled(unsigned int times, Versions versions) {
   unsigned int keys = 0;
-  for (const unsigned int times : use.count)
-    keys += times == 0 ? 1 : 0;
+  for (unsigned int key = 0; key < ORVA_META_KEY_COUNT; ++key)
+    keys += timesFilled(key, versions) == times ? 1U : 0U;
   return keys;
 }
-static_assert(unusedKeys() == 7, "17, 23, 47, 48, 54, 55 and 59 belong to no version");
+constexpr bool keysAreUnique(Versions version) {
+  return keysFilled(0, version) + keysFilled(1, version) == ORVA_META_KEY_COUNT;
+}
+static_assert(keysAreUnique(V1) && keysAreUnique(V2) && keysAreUnique(V34));
+static_assert(keysFilled(0, All) == 7, "17, 23, 47, 48, 54, 55 and 59 belong to no version");
+
+/// The first version that carries a key.
+constexpr unsigned int firstVersionOf(unsigned int key) {
+  for (const Field& field : version4Fields)
+    if (field.key == key) return 4;
+  return timesFilled(key, V1) > 0 ? 1 : timesFilled(key, V2) > 0 ? 2 : 3;
+}
+
+/// The letter of a key's kind.
+constexpr char kindOf(unsigned int key) {
+  for (const Flag& flag : flags)
+    if (flag.key == key) return 'f';
+  for (const Field& field : fields)
+    if (fills(field, key, All)) return kindsOf(field.read)[key - field.key];
+  return 'u';
+}
+
+/// Bits that a header that is written has for a value.
+constexpr std::size_t writtenBits(unsigned int key) {
+  for (const Field& field : fields)
+    if (fills(field, key, V34)) return 8 * field.width / kindsOf(field.read).size();
+  return 0;
+}
 
 }  // namespace orvacam::header
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "metadata/FitsKeywords.h"
+#include "metadata/KeyNames.h"
 #include "metadata/SettableHeader.h"
 
 namespace {
