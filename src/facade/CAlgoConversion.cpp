@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
-#include <utility>
 
 #include "facade/Pipeline.h"
 #include "frames/FrameParts.h"

@@ -59,33 +59,23 @@ std::optional<std::int64_t> nanosecondsOf(const CaptureTime& time) {
   if (time.month < 1 || time.month > 12 || time.day < 1 || time.day > daysOf(time.month, time.year))
     return std::nullopt;
   if (time.hour > 23 || time.minute > 59 || time.second > 59) return std::nullopt;
-  std::int64_t seconds = daysSince1970(time.year, time.month, time.day) * secondsPerDay + time.hour * 3600 +
-                         time.minute * 60 + time.second;
-  auto fraction = static_cast<std::int64_t>(time.nanosecond);
-  if (seconds < 0 && fraction > 0) {  // so that the product of the first year that fits does not overflow
-    ++seconds;
-    fraction -= nanosecondsPerSecond;
-  }
-  std::int64_t nanoseconds = 0;
-  if (__builtin_mul_overflow(seconds, nanosecondsPerSecond, &nanoseconds) ||
-      __builtin_add_overflow(nanoseconds, fraction, &nanoseconds))
-    return std::nullopt;
-  return nanoseconds;
+  const std::int64_t seconds = daysSince1970(time.year, time.month, time.day) * secondsPerDay +
+                               time.hour * 3600 + time.minute * 60 + time.second;
+  const auto nanoseconds = static_cast<__int128>(seconds) * nanosecondsPerSecond + time.nanosecond;
+  const auto held = static_cast<std::int64_t>(nanoseconds);
+  if (held != nanoseconds) return std::nullopt;
+  return held;
 }
 
 std::string timeText(std::int64_t nanoseconds) {
-  std::int64_t seconds = nanoseconds / nanosecondsPerSecond;
-  std::int64_t fraction = nanoseconds % nanosecondsPerSecond;
+  constexpr std::int64_t nanosecondsPerDay = secondsPerDay * nanosecondsPerSecond;
+  std::int64_t days = nanoseconds / nanosecondsPerDay;
+  std::int64_t fraction = nanoseconds % nanosecondsPerDay;
   if (fraction < 0) {
-    fraction += nanosecondsPerSecond;
-    --seconds;
-  }
-  std::int64_t days = seconds / secondsPerDay;
-  std::int64_t second = seconds % secondsPerDay;
-  if (second < 0) {
-    second += secondsPerDay;
+    fraction += nanosecondsPerDay;
     --days;
   }
+  const std::int64_t second = fraction / nanosecondsPerSecond;
   std::int64_t year = 1677;  // the first that 64 bits hold
   while (daysSince1970(year + 1, 1, 1) <= days)
     ++year;
@@ -96,7 +86,7 @@ std::string timeText(std::int64_t nanoseconds) {
   char text[64];
   std::snprintf(text, sizeof text, "%04d-%02u-%02dT%02d:%02d:%02d.%09d", static_cast<int>(year), month,
                 static_cast<int>(day), static_cast<int>(second / 3600), static_cast<int>(second / 60 % 60),
-                static_cast<int>(second % 60), static_cast<int>(fraction));
+                static_cast<int>(second % 60), static_cast<int>(fraction % nanosecondsPerSecond));
   return text;
 }
 

@@ -1,11 +1,11 @@
 // Everything that a look at a frame can bring up, in one table.
 
+#include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <iterator>
 
 #include "face/FrameLook.h"
-#include "face/GainRatio.h"
+#include "face/Gains.h"
+#include "support/NumberText.h"
 
 namespace orvacam::face {
 
@@ -18,92 +18,67 @@ std::string count(std::uint64_t number) {
   return std::to_string(number);
 }
 
-std::string decimal(double number, int digits) {
-  const auto scale = static_cast<long>(std::pow(10, digits));
-  const long scaled = std::lround(number * static_cast<double>(scale));
-  char text[64];
-  std::snprintf(text, sizeof text, "%s%ld.%0*ld", scaled < 0 ? "-" : "", std::labs(scaled) / scale, digits,
-                std::labs(scaled) % scale);
-  return text;
-}
-
-std::string sizeText(const FrameLook& look) {
-  const FrameGeometry& all = look.plan().facts.geometry;
-  return count(all.binnedColumns().frame()) + " x " + count(all.binnedRows().frame()) + " pixels";
+std::string planeText(const FrameLook& look) {
+  const FrameGeometry& all = look.geometryFacts();
+  return sizeText(all.binnedColumns().frame(), all.binnedRows().frame()) + " pixels";
 }
 
 // ---- What the header says
 
-bool isCcd(const FrameLook& look) {
-  return planMakerOf(look.header().device()) == planArgent23084;
+Said isShort(const FrameLook& look) {
+  const HeaderValues& header = look.header();
+  if (header.statedLength() >= header.neededLength()) return {};
+  return "states a header of " + count(header.statedLength()) + " bytes; version " + count(header.version()) +
+         " needs " + count(header.neededLength());
 }
 
-bool isShort(const FrameLook& look) {
-  return look.header().statedLength() < look.header().neededLength();
-}
-std::string sayShort(const FrameLook& look) {
-  return "states a header of " + count(look.header().statedLength()) + " bytes; version " +
-         count(look.header().version()) + " needs " + count(look.header().neededLength());
-}
-
-bool hasNoGeometry(const FrameLook& look) {
-  return !look.hasGeometry();
-}
-std::string sayNoGeometry(const FrameLook& look) {
-  return look.plan().facts.geometry.fault().text();
+Said hasNoGeometry(const FrameLook& look) {
+  if (look.hasGeometry()) return {};
+  return look.geometryFacts().fault().text();
 }
 
 // ---- What the sensor does
 
-bool isImpossiblePair(const FrameLook& look) {
-  return look.hasGeometry() && look.plan().facts.hdr && !look.isPair();
-}
-std::string sayImpossiblePair(const FrameLook& look) {
-  return "is marked as a pair of two gains, of " + count(look.plan().facts.bits) + " bits, which a " +
-         look.header().sensor() + " does not send";
+std::string doesNotSend(const FrameLook& look) {
+  return std::string(", which a ") + look.header().sensor() + " does not send";
 }
 
-bool isImpossibleDepth(const FrameLook& look) {
-  if (!look.hasGeometry()) return false;
+Said isImpossiblePair(const FrameLook& look) {
+  if (!look.hasGeometry() || !look.plan().facts.hdr || look.isPair()) return {};
+  return "is marked as a pair of two gains, of " + count(look.plan().facts.bits) + " bits" +
+         doesNotSend(look);
+}
+
+Said isImpossibleDepth(const FrameLook& look) {
+  const StreamKind kind = look.plan().kind;
   const unsigned int bits = look.plan().facts.bits;
-  switch (look.plan().kind) {
-    case StreamKind::PackedSingle:
-      return bits != 12;
-    case StreamKind::Quadrants:
-    case StreamKind::None:
-      return bits != 16;
-    default:
-      return false;
-  }
-}
-std::string sayImpossibleDepth(const FrameLook& look) {
-  return "has pixels of " + count(look.plan().facts.bits) + " bits, which a " + look.header().sensor() +
-         " does not send";
+  const bool possible = kind == StreamKind::PackedSingle                            ? bits == 12
+                        : kind == StreamKind::Quadrants || kind == StreamKind::None ? bits == 16
+                                                                                    : true;
+  if (!look.hasGeometry() || possible) return {};
+  return "has pixels of " + count(bits) + " bits" + doesNotSend(look);
 }
 
-bool hasNoAmplifier(const FrameLook& look) {
-  return look.hasGeometry() && isCcd(look) && look.plan().facts.amplifiers == 0;
-}
-std::string sayNoAmplifier(const FrameLook& look) {
+Said hasNoAmplifier(const FrameLook& look) {
+  const bool isCcd = planMakerOf(look.header().device()) == planArgent23084;
+  if (!look.hasGeometry() || !isCcd || look.plan().facts.amplifiers != 0) return {};
   return std::string("does not say which amplifiers read its ") + look.header().sensor();
 }
 
 // ---- Where the pixels lie
 
 /// Whether pixels come unbinned where planes are binned.
-bool isRefusedBinning(const FrameLook& look) {
-  if (!look.hasGeometry() || look.plan().kind == StreamKind::None) return false;
-  const FrameGeometry& all = look.plan().facts.geometry;
-  if (all.framePixels() == all.planePixels()) return false;
-  const bool unbinnedPair = look.isPair() && planMakerOf(look.header().device()) == planGSense400;
-  return unbinnedPair || look.plan().kind == StreamKind::Quadrants ||
-         look.plan().imagePixels > look.plan().planePixels;
-}
-std::string sayRefusedBinning(const FrameLook& look) {
+Said isRefusedBinning(const FrameLook& look) {
   const HeaderValues& header = look.header();
-  return "is binned " + count(header.number(ORVA_META_KEY_HORIZONTAL_BINNING)) + " x " +
-         count(header.number(ORVA_META_KEY_VERTICAL_BINNING)) + ", which a " + header.sensor() +
-         " does not send";
+  const DecodePlan& plan = look.plan();
+  if (!look.hasGeometry() || plan.kind == StreamKind::None) return {};
+  if (look.geometryFacts().framePixels() == look.geometryFacts().planePixels()) return {};
+  const bool unbinnedPair = look.isPair() && planMakerOf(header.device()) == planGSense400;
+  if (!unbinnedPair && plan.kind != StreamKind::Quadrants && plan.imagePixels <= plan.planePixels) return {};
+  return "is binned " +
+         sizeText(header.number(ORVA_META_KEY_HORIZONTAL_BINNING),
+                  header.number(ORVA_META_KEY_VERTICAL_BINNING)) +
+         doesNotSend(look);
 }
 
 bool isPacked(const FrameLook& look) {
@@ -111,44 +86,32 @@ bool isPacked(const FrameLook& look) {
 }
 
 /// Whether a stream's rows are not as long as the plane's.
-bool isMisplaced(const FrameLook& look) {
-  if (!look.hasGeometry() || isRefusedBinning(look)) return false;
+bool isSheared(const FrameLook& look) {
   if (look.plan().kind == StreamKind::Plain16) return look.plan().streamPixels != look.plan().planePixels;
   if (!isPacked(look)) return false;
-  const std::uint64_t width = look.plan().facts.geometry.binnedColumns().frame();
-  for (const StreamSection& section : look.plan().stream.sections)
-    if (section.rows > 0 &&
-        std::uint64_t{section.before} + section.pixels + section.after + section.shared != width)
-      return true;
-  return false;
+  const std::uint64_t width = look.geometryFacts().binnedColumns().frame();
+  const auto& sections = look.plan().stream.sections;
+  return std::any_of(std::begin(sections), std::end(sections), [&](const StreamSection& section) {
+    return section.rows > 0 &&
+           std::uint64_t{section.before} + section.pixels + section.after + section.shared != width;
+  });
 }
-std::string sayMisplaced(const FrameLook& look) {
-  const FrameGeometry& all = look.plan().facts.geometry;
+Said isMisplaced(const FrameLook& look) {
+  if (!look.hasGeometry() || isRefusedBinning(look) || !isSheared(look)) return {};
+  const FrameGeometry& all = look.geometryFacts();
   return "states reference regions (" + count(all.binnedColumns().before) + " pixels before and " +
          count(all.binnedColumns().after) + " behind each row, " + count(all.binnedRows().before) +
          " rows before and " + count(all.binnedRows().after) + " behind the image) that the frames of a " +
          look.header().sensor() + " do not carry there";
 }
 
-bool isOdd(const StreamSection& section) {
-  return section.rows > 0 && (section.before | section.pixels | section.after | section.shared) % 2 != 0;
-}
-bool hasOddRun(const FrameLook& look) {
-  if (!look.hasGeometry() || !isPacked(look)) return false;
-  for (const StreamSection& section : look.plan().stream.sections)
-    if (isOdd(section)) return true;
-  return false;
-}
-std::string sayOddRun(const FrameLook& look) {
+Said hasOddRun(const FrameLook& look) {
+  if (!look.hasGeometry() || !isPacked(look)) return {};
   for (const StreamSection& section : look.plan().stream.sections)
     for (const unsigned int run : {section.before, section.pixels, section.after, section.shared})
-      if (isOdd(section) && run % 2 != 0)
+      if (section.rows > 0 && run % 2 != 0)
         return "has runs of " + count(run) + " pixels, an odd number of pixels that are packed in pairs";
-  return "";
-}
-
-bool lacksPixels(const FrameLook& look) {
-  return look.hasGeometry() && look.plan().kind != StreamKind::None && !look.plan().isWhole();
+  return {};
 }
 
 /// Bits of a pixel in the stream.
@@ -161,7 +124,7 @@ unsigned int bitsOf(StreamKind kind) {
 /// Bytes of the stream's first `rows` rows of a plane, of both planes of a pair.
 std::uint64_t bytesOfRows(const FrameLook& look, std::uint64_t rows) {
   const DecodePlan& plan = look.plan();
-  const std::uint64_t width = plan.facts.geometry.binnedColumns().frame();
+  const std::uint64_t width = look.geometryFacts().binnedColumns().frame();
   if (!isPacked(look)) return (width * rows * bitsOf(plan.kind) + 7) / 8;
   std::uint64_t bytes = 0;
   for (const StreamSection& section : plan.stream.sections) {
@@ -179,7 +142,7 @@ std::uint64_t wholeRows(const FrameLook& look) {
   const DecodePlan& plan = look.plan();
   const std::uint64_t given = plan.bytesGiven > plan.firstByte ? plan.bytesGiven - plan.firstByte : 0;
   std::uint64_t low = 0;
-  std::uint64_t high = plan.facts.geometry.binnedRows().frame();
+  std::uint64_t high = look.geometryFacts().binnedRows().frame();
   while (low < high) {
     const std::uint64_t middle = (low + high + 1) / 2;
     if (bytesOfRows(look, middle) <= given)
@@ -190,196 +153,160 @@ std::uint64_t wholeRows(const FrameLook& look) {
   return low;
 }
 
-std::string sayLacksPixels(const FrameLook& look) {
+Said lacksPixels(const FrameLook& look) {
   const DecodePlan& plan = look.plan();
-  return "needs " + count(plan.bytesNeeded) + " bytes (" + sizeText(look) + " of " +
+  if (!look.hasGeometry() || plan.kind == StreamKind::None || plan.isWhole()) return {};
+  return "needs " + count(plan.bytesNeeded) + " bytes (" + planeText(look) + " of " +
          count(bitsOf(plan.kind)) + " bits" + (look.isPair() ? " in two planes" : "") +
          " behind a header of " + count(plan.firstByte) + " bytes), ends at byte " + count(plan.bytesGiven) +
-         ": " + count(wholeRows(look)) + " of " + count(plan.facts.geometry.binnedRows().frame()) +
+         ": " + count(wholeRows(look)) + " of " + count(look.geometryFacts().binnedRows().frame()) +
          " rows are whole";
 }
 
-bool isTooLarge(const FrameLook& look) {
-  return look.hasGeometry() && 2 * look.plan().planePixels > largestPlaneBytes;
-}
-std::string sayTooLarge(const FrameLook& look) {
-  return "has planes of " + sizeText(look) + ", more than 4 GiB each";
+Said isTooLarge(const FrameLook& look) {
+  if (!look.hasGeometry() || 2 * look.plan().planePixels <= largestPlaneBytes) return {};
+  return "has planes of " + planeText(look) + ", more than 4 GiB each";
 }
 
 // ---- What is odd and can be decoded
 
-bool isUnknownSensor(const FrameLook& look) {
-  return !look.header().isKnownSensor();
-}
-std::string sayUnknownSensor(const FrameLook& look) {
+Said isUnknownSensor(const FrameLook& look) {
+  if (look.header().isKnownSensor()) return {};
   return "names no known sensor: \"" + look.header().model() +
          "\" is taken for a camera that sends 16-bit pixels";
 }
 
-bool isUnknownVersion(const FrameLook& look) {
-  return look.header().version() < 1 || look.header().version() > 4;
-}
-std::string sayUnknownVersion(const FrameLook& look) {
-  return "states header version " + count(look.header().version()) + ", none of 1 to 4; it is read as 4";
-}
-
-bool sizesDisagree(const FrameLook& look) {
-  if (!look.hasGeometry()) return false;
-  const FrameGeometry& all = look.plan().facts.geometry;
-  const auto exceeds = [&](std::uint64_t image, ORVA_META_KEYS key) {
-    const unsigned int stated = look.header().number(key);
-    return stated != 0 && image > stated;
-  };
-  return exceeds(all.binnedColumns().image, ORVA_META_KEY_HORIZONTAL_PIXELS) ||
-         exceeds(all.binnedRows().image, ORVA_META_KEY_VERTICAL_PIXELS);
-}
-std::string saySizesDisagree(const FrameLook& look) {
-  const FrameGeometry& all = look.plan().facts.geometry;
-  return "has an image region of " + count(all.binnedColumns().image) + " x " +
-         count(all.binnedRows().image) + " pixels and states " +
-         count(look.header().number(ORVA_META_KEY_HORIZONTAL_PIXELS)) + " x " +
-         count(look.header().number(ORVA_META_KEY_VERTICAL_PIXELS));
+Said isUnknownVersion(const FrameLook& look) {
+  const unsigned int version = look.header().version();
+  if (version >= 1 && version <= 4) return {};
+  return "states header version " + count(version) + ", none of 1 to 4; it is read as 4";
 }
 
-bool lacksMiddleRow(const FrameLook& look) {
-  return look.isDecodable() && look.plan().kind == StreamKind::Quadrants &&
-         look.plan().facts.amplifiers == AllAmplifiers && look.plan().facts.geometry.rows().frame() % 2 != 0;
+Said sizesDisagree(const FrameLook& look) {
+  const FrameGeometry& all = look.geometryFacts();
+  const unsigned int width = look.header().number(ORVA_META_KEY_HORIZONTAL_PIXELS);
+  const unsigned int height = look.header().number(ORVA_META_KEY_VERTICAL_PIXELS);
+  const bool exceeds =
+      (width != 0 && all.binnedColumns().image > width) || (height != 0 && all.binnedRows().image > height);
+  if (!look.hasGeometry() || !exceeds) return {};
+  return "has an image region of " + sizeText(all.binnedColumns().image, all.binnedRows().image) +
+         " pixels and states " + sizeText(width, height);
 }
-std::string sayLacksMiddleRow(const FrameLook& look) {
-  const std::uint64_t rows = look.plan().facts.geometry.rows().frame();
+
+Said lacksMiddleRow(const FrameLook& look) {
+  const std::uint64_t rows = look.geometryFacts().rows().frame();
+  if (!look.isDecodable() || look.plan().kind != StreamKind::Quadrants ||
+      look.plan().facts.amplifiers != AllAmplifiers || rows % 2 == 0)
+    return {};
   return "has " + count(rows) + " rows, an odd number, and was read by four amplifiers: row " +
          count(rows / 2) + " of the plane is 0";
 }
 
-bool hasTrailingBytes(const FrameLook& look) {
-  if (!look.isDecodable()) return false;
-  const std::uint64_t row = 2 * look.plan().facts.geometry.columns().frame();
-  return look.trailing() != 0 && !(lacksMiddleRow(look) && look.trailing() == row);
-}
-std::string sayTrailingBytes(const FrameLook& look) {
+Said hasTrailingBytes(const FrameLook& look) {
+  const std::uint64_t middleRow = lacksMiddleRow(look) ? 2 * look.geometryFacts().columns().frame() : 0;
+  if (!look.isDecodable() || look.trailing() == 0 || look.trailing() == middleRow) return {};
   return "has " + count(look.trailing()) + " bytes behind its end at byte " + count(look.end()) +
          (look.isFollowedByFrame() ? ", which begin another frame" : "");
 }
 
-bool hasNoTime(const FrameLook& look) {
-  return !look.header().time();
-}
-std::string sayNoTime(const FrameLook&) {
+Said hasNoTime(const FrameLook& look) {
+  if (look.header().time()) return {};
   return "has a capture time that cannot be read or does not exist";
 }
 
-bool isWarm(const FrameLook& look) {
-  return look.header().hasSetPoint() &&
-         std::fabs(look.header().temperature() - look.header().setPoint()) > mostDegreesOff;
-}
-std::string sayWarm(const FrameLook& look) {
-  return "was taken at " + decimal(look.header().temperature(), 1) +
-         " degrees Celsius, with a set point of " + decimal(look.header().setPoint(), 1);
+Said isWarm(const FrameLook& look) {
+  const HeaderValues& header = look.header();
+  if (!header.hasSetPoint() || std::fabs(header.temperature() - header.setPoint()) <= mostDegreesOff)
+    return {};
+  return "was taken at " + fixedText(header.temperature(), 1) + " degrees Celsius, with a set point of " +
+         fixedText(header.setPoint(), 1);
 }
 
-bool isNotMergeable(const FrameLook& look) {
-  return look.isDecodable() && look.wantsMerge() && !isMergeable(gainRatioOf(look.header(), nullptr));
-}
-std::string sayNotMergeable(const FrameLook& look) {
-  return "has a gain ratio of " + decimal(gainRatioOf(look.header(), nullptr), 3) +
+Said isNotMergeable(const FrameLook& look) {
+  if (!look.isDecodable() || !look.wantsMerge()) return {};
+  const double ratio = gainRatioOf(look.header(), nullptr);
+  if (isMergeable(ratio)) return {};
+  return "has a gain ratio of " + fixedText(ratio, 3) +
          ", and the merge holds ratios below 64: the frame yields low and high";
 }
 
-bool hasStrayBlock(const FrameLook& look) {
-  return look.header().blockEnd() > look.header().bytes().size();
-}
-std::string sayStrayBlock(const FrameLook& look) {
-  return "describes a block at bytes " + count(look.header().blockBegin()) + " to " +
-         count(look.header().blockEnd()) + ", outside the header of " + count(look.header().bytes().size()) +
-         " bytes";
+Said hasStrayBlock(const FrameLook& look) {
+  const HeaderValues& header = look.header();
+  if (header.blockEnd() <= header.bytes().size()) return {};
+  return "describes a block at bytes " + count(header.blockBegin()) + " to " + count(header.blockEnd()) +
+         ", outside the header of " + count(header.bytes().size()) + " bytes";
 }
 
-bool isLong(const FrameLook& look) {
+Said isLong(const FrameLook& look) {
   const HeaderValues& header = look.header();
-  return header.statedLength() > header.neededLength() && header.blockEnd() != header.statedLength();
-}
-std::string sayLong(const FrameLook& look) {
-  return "states a header of " + count(look.header().statedLength()) + " bytes, where version " +
-         count(look.header().version()) + " needs " + count(look.header().neededLength()) +
-         "; its pixels begin behind it";
+  if (header.statedLength() <= header.neededLength() || header.blockEnd() == header.statedLength()) return {};
+  return "states a header of " + count(header.statedLength()) + " bytes, where version " +
+         count(header.version()) + " needs " + count(header.neededLength()) + "; its pixels begin behind it";
 }
 
 // ---- The table
 
-constexpr Check error(int reason, const char* id, const char* meaning, bool (*applies)(const FrameLook&),
-                      std::string (*say)(const FrameLook&)) {
-  return {ORVA_ERROR, reason, id, meaning, applies, say};
+constexpr Check check(int severity, int reason, const char* id, const char* meaning,
+                      Said (*say)(const FrameLook&)) {
+  return {{sizeof(orva_finding), severity, reason, id, meaning, 0, 0}, say};
 }
-constexpr Check warning(const char* id, const char* meaning, bool (*applies)(const FrameLook&),
-                        std::string (*say)(const FrameLook&)) {
-  return {ORVA_WARNING, 0, id, meaning, applies, say};
-}
-constexpr Check note(const char* id, const char* meaning, bool (*applies)(const FrameLook&),
-                     std::string (*say)(const FrameLook&)) {
-  return {ORVA_NOTE, 0, id, meaning, applies, say};
-}
-
-constexpr Check table[] = {
-    error(ORVA_BAD_GEOMETRY, "header_too_short", "The header states fewer bytes than its version needs.",
-          isShort, sayShort),
-    error(ORVA_BAD_GEOMETRY, "no_image", "The image stops before it starts, or has no pixels.", hasNoGeometry,
-          sayNoGeometry),
-    error(
-        ORVA_UNSUPPORTED_SENSOR, "impossible_pair",
-        "The header marks a pair of two gains that the sensor does not send: a plain camera, a CCD, 16 bits "
-        "of a GSENSE6060.",
-        isImpossiblePair, sayImpossiblePair),
-    error(ORVA_UNSUPPORTED_SENSOR, "impossible_depth",
-          "The pixels have a number of bits that the sensor does not send.", isImpossibleDepth,
-          sayImpossibleDepth),
-    error(ORVA_UNSUPPORTED_SENSOR, "no_amplifier",
-          "The header of a CCD does not say which amplifiers read it. Headers of versions 1 and 2 cannot.",
-          hasNoAmplifier, sayNoAmplifier),
-    error(ORVA_BAD_GEOMETRY, "impossible_binning",
-          "The frame is binned, and the sensor's pixels always come one by one.", isRefusedBinning,
-          sayRefusedBinning),
-    error(
-        ORVA_BAD_GEOMETRY, "impossible_reference_regions",
-        "The header states reference rows or pixels in places where the sensor's frames carry none, so that "
-        "rows would be sheared.",
-        isMisplaced, sayMisplaced),
-    error(ORVA_BAD_GEOMETRY, "odd_run",
-          "Pixels are packed in pairs, and a row or a part of one has an odd number of them, so that rows "
-          "would be sheared.",
-          hasOddRun, sayOddRun),
-    error(ORVA_TRUNCATED, "pixels_missing", "The frame ends before its last pixel.", lacksPixels,
-          sayLacksPixels),
-    error(ORVA_BAD_GEOMETRY, "too_large", "A plane would take more than 4 GiB.", isTooLarge, sayTooLarge),
-    warning("unknown_sensor",
-            "The model names no known sensor. The frame is decoded as 16-bit pixels behind the header.",
-            isUnknownSensor, sayUnknownSensor),
-    warning("unknown_version", "The header's version is none of 1 to 4. It is read as version 4.",
-            isUnknownVersion, sayUnknownVersion),
-    warning("sizes_disagree", "The image region is larger than the number of pixels that the header states.",
-            sizesDisagree, saySizesDisagree),
-    warning("middle_row",
-            "A CCD of an odd number of rows was read by four amplifiers, which send no middle row: it is 0.",
-            lacksMiddleRow, sayLacksMiddleRow),
-    warning("trailing_bytes", "Bytes follow the frame's last pixel, maybe another frame.", hasTrailingBytes,
-            sayTrailingBytes),
-    warning("no_time", "The capture time cannot be read, or is no date or time that exists.", hasNoTime,
-            sayNoTime),
-    warning("temperature_off", "The sensor is more than 5 degrees off its set point.", isWarm, sayWarm),
-    warning("ratio_too_large",
-            "The gain ratio is 64 or more, which the merge's fixed point does not hold. The frame yields low "
-            "and high.",
-            isNotMergeable, sayNotMergeable),
-    warning("stray_block", "The block that a version 4 header describes lies outside the header.",
-            hasStrayBlock, sayStrayBlock),
-    note("header_longer", "The header is longer than its version needs. Pixels begin behind it.", isLong,
-         sayLong),
-};
-static_assert(std::size(table) == checkCount);
 
 }  // namespace
 
-Checks checks() {
-  return {std::begin(table), std::end(table)};
-}
+constexpr Check checks[checkCount] = {
+    check(ORVA_ERROR, ORVA_BAD_GEOMETRY, "header_too_short",
+          "The header states fewer bytes than its version needs.", isShort),
+    check(ORVA_ERROR, ORVA_BAD_GEOMETRY, "no_image", "The image stops before it starts, or has no pixels.",
+          hasNoGeometry),
+    check(
+        ORVA_ERROR, ORVA_UNSUPPORTED_SENSOR, "impossible_pair",
+        "The header marks a pair of two gains that the sensor does not send: a plain camera, a CCD, 16 bits "
+        "of a GSENSE6060.",
+        isImpossiblePair),
+    check(ORVA_ERROR, ORVA_UNSUPPORTED_SENSOR, "impossible_depth",
+          "The pixels have a number of bits that the sensor does not send.", isImpossibleDepth),
+    check(ORVA_ERROR, ORVA_UNSUPPORTED_SENSOR, "no_amplifier",
+          "The header of a CCD does not say which amplifiers read it. Headers of versions 1 and 2 cannot.",
+          hasNoAmplifier),
+    check(ORVA_ERROR, ORVA_BAD_GEOMETRY, "impossible_binning",
+          "The frame is binned, and the sensor's pixels always come one by one.", isRefusedBinning),
+    check(
+        ORVA_ERROR, ORVA_BAD_GEOMETRY, "impossible_reference_regions",
+        "The header states reference rows or pixels in places where the sensor's frames carry none, so that "
+        "rows would be sheared.",
+        isMisplaced),
+    check(ORVA_ERROR, ORVA_BAD_GEOMETRY, "odd_run",
+          "Pixels are packed in pairs, and a row or a part of one has an odd number of them, so that rows "
+          "would "
+          "be sheared.",
+          hasOddRun),
+    check(ORVA_ERROR, ORVA_TRUNCATED, "pixels_missing", "The frame ends before its last pixel.", lacksPixels),
+    check(ORVA_ERROR, ORVA_BAD_GEOMETRY, "too_large", "A plane would take more than 4 GiB.", isTooLarge),
+    check(ORVA_WARNING, 0, "unknown_sensor",
+          "The model names no known sensor. The frame is decoded as 16-bit pixels behind the header.",
+          isUnknownSensor),
+    check(ORVA_WARNING, 0, "unknown_version",
+          "The header's version is none of 1 to 4. It is read as version 4.", isUnknownVersion),
+    check(ORVA_WARNING, 0, "sizes_disagree",
+          "The image region is larger than the number of pixels that the header states.", sizesDisagree),
+    check(ORVA_WARNING, 0, "middle_row",
+          "A CCD of an odd number of rows was read by four amplifiers, which send no middle row: it is 0.",
+          lacksMiddleRow),
+    check(ORVA_WARNING, 0, "trailing_bytes", "Bytes follow the frame's last pixel, maybe another frame.",
+          hasTrailingBytes),
+    check(ORVA_WARNING, 0, "no_time", "The capture time cannot be read, or is no date or time that exists.",
+          hasNoTime),
+    check(ORVA_WARNING, 0, "temperature_off", "The sensor is more than 5 degrees off its set point.", isWarm),
+    check(
+        ORVA_WARNING, 0, "ratio_too_large",
+        "The gain ratio is 64 or more, which the merge's fixed point does not hold. The frame yields low and "
+        "high.",
+        isNotMergeable),
+    check(ORVA_WARNING, 0, "stray_block",
+          "The block that a version 4 header describes lies outside the header.", hasStrayBlock),
+    check(ORVA_NOTE, 0, "header_longer",
+          "The header is longer than its version needs. Pixels begin behind it.", isLong),
+};
+static_assert(checks[checkCount - 1].kind.size != 0, "there are fewer checks");
 
 }  // namespace orvacam::face

@@ -247,19 +247,13 @@ class DoubleRows {
   }
   Pixel pixel(const double* column) const {
     const DoubleRun run(column, m_frames);
-    switch (m_how.method) {
-      case ORVA_STACK_MEAN:
-      case ORVA_STACK_SUM:
-        return {total(column), deviationOf(run), 0};
-      case ORVA_STACK_MINIMUM:
-        return {run.at(0), deviationOf(run), 0};
-      case ORVA_STACK_MAXIMUM:
-        return {run.at(m_frames - 1), deviationOf(run), 0};
-      default:
-        return combinedOf(run, m_rule);
-    }
+    const int method = m_how.method;
+    if (method > ORVA_STACK_MAXIMUM || method == ORVA_STACK_MEDIAN) return combinedOf(run, m_rule);
+    const double value = method == ORVA_STACK_MINIMUM   ? run.at(0)
+                         : method == ORVA_STACK_MAXIMUM ? run.at(m_frames - 1)
+                                                        : total(column);
+    return {value, m_rule.deviations ? run.deviation() : 0, 0};
   }
-  double deviationOf(const DoubleRun& run) const { return m_rule.deviations ? run.deviation() : 0; }
   /// In the order of the frames.
   double total(const double* column) const {
     double sum = 0, weights = 0;

@@ -4,7 +4,6 @@
 #include <orvacam_c.h>
 
 #include <cstddef>
-#include <cstdint>
 
 namespace orvacam::face {
 

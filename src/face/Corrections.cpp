@@ -2,17 +2,11 @@
 
 #include <cstring>
 
+#include "face/Frames.h"
+
 namespace orvacam::face {
 
 namespace {
-
-std::string sizeText(std::uint64_t width, std::uint64_t height) {
-  return std::to_string(width) + " x " + std::to_string(height);
-}
-
-void requireHeader(const unsigned char* bytes, std::size_t length) {
-  HeaderValues::parse(bytes, length);
-}
 
 std::unique_ptr<ReferenceTerms> takeReference(FileBytes file) {
   const auto header = HeaderValues::parse(file.bytes.get(), file.length);
@@ -21,7 +15,7 @@ std::unique_ptr<ReferenceTerms> takeReference(FileBytes file) {
   if (header->statedLength() < header->neededLength())
     fail(ORVA_BAD_GEOMETRY, "states a header of " + std::to_string(header->statedLength()) + " bytes");
   // Terms are those of the whole frame, whatever the header says of binning.
-  const FrameGeometry& all = look.plan().facts.geometry;
+  const FrameGeometry& all = look.geometryFacts();
   auto reference = std::make_unique<ReferenceTerms>();
   reference->sensor = header->sensor();
   reference->width = static_cast<std::uint32_t>(all.columns().frame());
@@ -42,19 +36,15 @@ std::unique_ptr<ReferenceTerms> takeReference(FileBytes file) {
 
 }  // namespace
 
-std::unique_ptr<const ReferenceTerms> readReference(const char* path) {
-  try {
-    std::unique_ptr<ReferenceTerms> reference = takeReference(readFile(path, requireHeader));
-    reference->path = path;
-    return reference;
-  } catch (Failure& failure) {
-    failure.path = path;
-    throw;
-  }
+std::unique_ptr<const ReferenceTerms> readReference(const char* what, const char* path) {
+  if (path == nullptr || *path == '\0') return nullptr;
+  auto reference = withPath(path, [&] { return takeReference(readFile(path, requireHeader)); });
+  reference->what = what;
+  return reference;
 }
 
-Coverage coverageOf(const char* what, const ReferenceTerms& reference) {
-  return {what, reference.sensor, reference.width, reference.height, 0};
+Coverage coverageOf(const ReferenceTerms& reference) {
+  return {reference.what, reference.sensor, reference.width, reference.height, 0};
 }
 
 Coverage coverageOf(const char* what, const orva_image& bias) {

@@ -13,7 +13,7 @@ namespace orvacam::face {
 
 /// A reference file of the merge: two planes of 16-bit fixed-point terms.
 struct ReferenceTerms {
-  std::string path;
+  const char* what = "";  ///< "the DSNU reference"; a literal
   const char* sensor = "";
   std::uint32_t width = 0, height = 0;
   FileBytes terms;  ///< low, then high
@@ -29,8 +29,8 @@ struct ReferenceTerms {
   }
 };
 
-/// Reads one. Throws Failure.
-std::unique_ptr<const ReferenceTerms> readReference(const char* path);
+/// Reads one; null for no path. Throws Failure.
+std::unique_ptr<const ReferenceTerms> readReference(const char* what, const char* path);
 
 /// A correction frame: where it comes from, and what it covers of the sensor.
 struct Coverage {
@@ -44,7 +44,7 @@ struct Coverage {
 /// the frame.
 std::size_t rowOfFrame(const Coverage& correction, const FrameLook& frame);
 
-Coverage coverageOf(const char* what, const ReferenceTerms& reference);
+Coverage coverageOf(const ReferenceTerms& reference);
 Coverage coverageOf(const char* what, const orva_image& bias);
 
 /// Throws mismatch unless both are of one size and sensor.

@@ -3,13 +3,13 @@
 #include <orvacam/frames/CFrameFactory.h>
 #include <orvacam/types/device_types.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <new>
 #include <utility>
 
-#include "face/Calibration.h"
-#include "face/GainRatio.h"
+#include "face/Gains.h"
 #include "kernels/Kernels.h"
 #include "support/QuietLog.h"
 
@@ -31,18 +31,16 @@ namespace {
 
 constexpr unsigned int largestThreshold = 65535;
 
-const orva_target& targetOf(const orva_request& request, unsigned int plane) {
-  return plane == ORVA_PLANE_LOW      ? request.low
-         : plane == ORVA_PLANE_HIGH   ? request.high
-         : plane == ORVA_PLANE_MERGED ? request.merged
-                                      : request.image;
-}
+struct Block {
+  const void* begin;
+  std::size_t bytes;
 
-bool overlap(const void* a, std::size_t aBytes, const void* b, std::size_t bBytes) {
-  const auto first = reinterpret_cast<std::uintptr_t>(a);
-  const auto second = reinterpret_cast<std::uintptr_t>(b);
-  return first < second + bBytes && second < first + aBytes;
-}
+  bool overlaps(const Block& other) const {
+    const auto first = reinterpret_cast<std::uintptr_t>(begin);
+    const auto second = reinterpret_cast<std::uintptr_t>(other.begin);
+    return first < second + other.bytes && second < first + bytes;
+  }
+};
 
 /// A copy of a bias frame that keeps its pixels; null for none.
 std::unique_ptr<orva_image> keptBias(const orva_image* bias) {
@@ -70,22 +68,18 @@ orva_decoder::~orva_decoder() {
 
 // ---- Settings
 
-void orva_decoder::setDsnu(const char* path) {
-  std::unique_ptr<const ReferenceTerms> dsnu;
-  if (path != nullptr && *path != '\0') dsnu = readReference(path);
-  if (dsnu != nullptr && m_prnu != nullptr)
-    requireAlike(coverageOf("the DSNU reference", *dsnu), coverageOf("the PRNU reference", *m_prnu));
-  m_dsnu = std::move(dsnu);
+void orva_decoder::setReference(Reference& kept, const Reference& other, Reference fresh) {
+  if (fresh != nullptr && other != nullptr) requireAlike(coverageOf(*fresh), coverageOf(*other));
+  kept = std::move(fresh);
   m_referencesLoaded = false;
 }
 
+void orva_decoder::setDsnu(const char* path) {
+  setReference(m_dsnu, m_prnu, readReference("the DSNU reference", path));
+}
+
 void orva_decoder::setPrnu(const char* path) {
-  std::unique_ptr<const ReferenceTerms> prnu;
-  if (path != nullptr && *path != '\0') prnu = readReference(path);
-  if (prnu != nullptr && m_dsnu != nullptr)
-    requireAlike(coverageOf("the PRNU reference", *prnu), coverageOf("the DSNU reference", *m_dsnu));
-  m_prnu = std::move(prnu);
-  m_referencesLoaded = false;
+  setReference(m_prnu, m_dsnu, readReference("the PRNU reference", path));
 }
 
 void orva_decoder::setBias(const orva_image* low, const orva_image* high) {
@@ -109,17 +103,16 @@ void orva_decoder::setCalibration(const void* block, std::size_t length) {
   std::unique_ptr<CCameraNVMergeSettings> stored;
   if (block != nullptr) stored = readCalibration(block, length);
   m_stored = std::move(stored);
-  m_hasRatio = false;
+  m_ratioKey.reset();
 }
 
 double orva_decoder::ratioFor(const HeaderValues& header) {
-  const RatioKey key{header.device(), header.number(ORVA_META_KEY_LDR_GAIN),
-                     header.number(ORVA_META_KEY_HDR_GAIN), header.flag(ORVA_META_KEY_BACK_SIDE_ILLUMINATED)};
-  if (!m_hasRatio || !(key == m_ratioKey)) {
-    m_hasRatio = false;
+  const RatioKey key{header.device(), header.flag(ORVA_META_KEY_BACK_SIDE_ILLUMINATED),
+                     header.number(ORVA_META_KEY_LDR_GAIN), header.number(ORVA_META_KEY_HDR_GAIN)};
+  if (m_ratioKey != key) {
+    m_ratioKey.reset();
     m_ratio = gainRatioOf(header, m_stored.get());
     m_ratioKey = key;
-    m_hasRatio = true;
   }
   return m_ratio;
 }
@@ -172,8 +165,8 @@ orva_decoder::Job orva_decoder::plan(const orva_frame& frame, const orva_request
 void orva_decoder::requireCorrections(const Job& job) const {
   if ((m_dsnu != nullptr || m_prnu != nullptr) && !job.merges)
     fail(ORVA_MISMATCH, "the frame has nothing to merge, and DSNU or PRNU references are set");
-  if (m_dsnu != nullptr) rowOfFrame(coverageOf("the DSNU reference", *m_dsnu), job.frame.look);
-  if (m_prnu != nullptr) rowOfFrame(coverageOf("the PRNU reference", *m_prnu), job.frame.look);
+  for (const Reference* const reference : {&m_dsnu, &m_prnu})
+    if (*reference != nullptr) rowOfFrame(coverageOf(**reference), job.frame.look);
   if (m_biasLow == nullptr && m_biasHigh == nullptr) return;
   if (m_biasLow == nullptr) fail(ORVA_MISMATCH, "the bias frame of the first plane is missing");
   if (job.isPair() && m_biasHigh == nullptr)
@@ -182,30 +175,24 @@ void orva_decoder::requireCorrections(const Job& job) const {
 
 void orva_decoder::makeImages(const Job& job, const orva_request& request, DecodedImages& images) {
   const std::size_t bytes = sizeof(std::uint16_t) * job.pixels();
-  const orva_target* others[std::size(planeNames)] = {};
-  for (std::size_t i = 0; i < std::size(planeNames); ++i) {
-    const auto& plane = planeNames[i];
-    const orva_target& target = targetOf(request, plane.bit);
-    if ((job.wanted & plane.bit) == 0 || target.pixels == nullptr) continue;
-    others[i] = &target;
+  std::array<Block, 1 + std::size(planeNames)> used{{{job.frame.bytes, job.frame.length}}};
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    if ((job.wanted & planeNames[i].bit) == 0) continue;
+    const orva_target& target = request.*planeNames[i].target;
+    if (target.pixels == nullptr) {
+      images[i] = std::make_unique<orva_image>(ORVA_PIXEL_U16, job.plane.width, job.plane.height, m_pool);
+      continue;
+    }
+    const auto refuse = [&](const std::string& why) {
+      fail(ORVA_BAD_ARGUMENT, std::string("the memory for ") + planeNames[i].name + why);
+    };
     if (target.capacity < job.pixels())
-      fail(ORVA_BAD_ARGUMENT, std::string("the memory for ") + plane.name + " holds " +
-                                  std::to_string(target.capacity) + " pixels of " +
-                                  std::to_string(job.pixels()));
-    bool shared = overlap(target.pixels, bytes, job.frame.bytes, job.frame.length);
-    for (std::size_t other = 0; other < i; ++other)
-      shared =
-          shared || (others[other] != nullptr && overlap(target.pixels, bytes, others[other]->pixels, bytes));
-    if (shared)
-      fail(ORVA_BAD_ARGUMENT, std::string("the memory for ") + plane.name + " overlaps other memory");
-  }
-  for (const auto& plane : planeNames) {
-    if ((job.wanted & plane.bit) == 0) continue;
-    std::uint16_t* const target = targetOf(request, plane.bit).pixels;
-    images.of(plane.bit) =
-        target != nullptr
-            ? std::make_unique<orva_image>(job.plane.width, job.plane.height, target)
-            : std::make_unique<orva_image>(ORVA_PIXEL_U16, job.plane.width, job.plane.height, m_pool);
+      refuse(" holds " + std::to_string(target.capacity) + " pixels of " + std::to_string(job.pixels()));
+    const Block block{target.pixels, bytes};
+    if (std::any_of(used.begin(), used.end(), [&](const Block& other) { return block.overlaps(other); }))
+      refuse(" overlaps other memory");
+    used[1 + i] = block;
+    images[i] = std::make_unique<orva_image>(job.plane.width, job.plane.height, target.pixels);
   }
 }
 
@@ -253,45 +240,42 @@ void orva_decoder::prepareBias(const Job& job) {
     fail(ORVA_INTERNAL, "the merge refuses the bias frames");
 }
 
-IFrame& orva_decoder::machineOf(unsigned int device) {
-  if (m_machine == nullptr || m_machineDevice != device) {
-    m_machine.reset();
-    m_machine.reset(CFrameFactory::Create(static_cast<ORVADEVICETYPE>(device)));
-    if (m_machine == nullptr) throw std::bad_alloc();
-    m_machineDevice = device;
-  }
-  return *m_machine;
-}
-
 void orva_decoder::run(const Job& job, DecodedImages& images) {
   prepareMerge(job);
   prepareBias(job);
   unpacked_images_t wanted{};
-  const auto want = [&](const std::unique_ptr<orva_image>& image, unsigned short*& pixels,
-                        unsigned long& capacity, bool& request) {
+  const auto want = [&](unsigned int plane, unsigned short*& pixels, unsigned long& capacity, bool& request) {
+    const std::unique_ptr<orva_image>& image = images[placeOf(plane)];
     if (image == nullptr) return;
     pixels = image->as<unsigned short>();
     capacity = sizeof *pixels * image->pixelCount();
     request = true;
   };
-  want(job.isPair() ? images.low : images.image, wanted.pLowImage, wanted.ulLowImageSize,
+  want(job.isPair() ? ORVA_PLANE_LOW : ORVA_PLANE_IMAGE, wanted.pLowImage, wanted.ulLowImageSize,
        wanted.bLowImageRequest);
-  want(images.high, wanted.pHighImage, wanted.ulHighImageSize, wanted.bHighImageRequest);
-  want(images.merged, wanted.pMergedImage, wanted.ulMergedImageSize, wanted.bMergedImageRequest);
+  want(ORVA_PLANE_HIGH, wanted.pHighImage, wanted.ulHighImageSize, wanted.bHighImageRequest);
+  want(ORVA_PLANE_MERGED, wanted.pMergedImage, wanted.ulMergedImageSize, wanted.bMergedImageRequest);
   runMachinery(job, wanted);
   if (!job.isPair() && m_biasLow != nullptr)
-    orvacam::kernels::active().subtractBias(images.image->as<std::uint16_t>(),
+    orvacam::kernels::active().subtractBias(images[placeOf(ORVA_PLANE_IMAGE)]->as<std::uint16_t>(),
                                             m_biasLow->as<std::uint16_t>() + job.biasRow * job.plane.width,
                                             job.pixels());
 }
 
 /// The frame was looked at: what fails now is memory. The machinery starts anew after it.
 void orva_decoder::runMachinery(const Job& job, unpacked_images_t& wanted) {
-  IFrame& machine = machineOf(job.frame.values().device());
+  const unsigned int device = job.frame.values().device();
+  if (m_machine == nullptr || m_machineDevice != device) {
+    m_machine.reset();
+    m_machine.reset(CFrameFactory::Create(static_cast<ORVADEVICETYPE>(device)));
+    m_machineDevice = device;
+  }
   // The machinery writes to no pixel of the source.
   auto* const source = const_cast<unsigned char*>(job.frame.bytes);
-  const bool decoded = machine.Initialize(job.frame.values(), source, job.frame.length, m_merge.get()) >= 0 &&
-                       machine.Merge(&wanted) >= 0;
+  const bool decoded =
+      m_machine != nullptr &&
+      m_machine->Initialize(job.frame.values(), source, job.frame.length, m_merge.get()) >= 0 &&
+      m_machine->Merge(&wanted) >= 0;
   if (decoded) return;
   m_machine.reset();
   throw std::bad_alloc();
@@ -301,35 +285,20 @@ void orva_decoder::finish(const Job& job, const orva_request& request, DecodedIm
   const bool histograms = (request.flags & ORVA_HISTOGRAMS) != 0;
   const bool statistics = histograms || (request.flags & ORVA_STATISTICS) != 0;
   if (statistics && m_counter == nullptr) m_counter = std::make_unique<PlaneCounter>();
-  for (const auto& plane : planeNames) {
-    const std::unique_ptr<orva_image>& image = images.of(plane.bit);
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    orva_image* const image = images[i].get();
     if (image == nullptr) continue;
-    image->header = Held<const orva_header>(new orva_header(job.frame.header, PlaneRole{plane.bit}));
+    image->header = Held<const orva_header>(new orva_header(job.frame.header, PlaneRole{planeNames[i].bit}));
     if (statistics) image->statistics = m_counter->count(image->as<std::uint16_t>(), job.plane, histograms);
   }
 }
 
 // ---- The C interface
 
-namespace {
-
-/// Everything that a frame has.
-orva_request everything() {
-  orva_request all{};
-  all.size = sizeof all;
-  all.planes = ORVA_PLANE_LOW | ORVA_PLANE_HIGH | ORVA_PLANE_MERGED | ORVA_PLANE_IMAGE;
-  return all;
-}
-
-}  // namespace
-
 extern "C" {
 
 orva_status orva_decoder_create(orva_decoder** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
-    *out = new orva_decoder;
-  });
+  return handOut(out, [&] { return new orva_decoder; });
 }
 
 void orva_decoder_free(orva_decoder* decoder) {
@@ -368,23 +337,22 @@ orva_status orva_decoder_decode(orva_decoder* decoder, const orva_frame* frame, 
                                 orva_decoded* decoded) {
   return guarded([&] {
     give(decoded, orva_decoded{}, "the planes");
-    const orva_request wanted = request != nullptr ? taken(request, "the request") : everything();
+    orva_request wanted{};
+    wanted.planes = imagePlane | mergedPlanes;
+    if (request != nullptr) wanted = taken(request, "the request");
     orva_decoder& d = required(decoder, "the decoder");
     const orva_frame& f = required(frame, "the frame");
-    DecodedImages images;
-    withFrame(f, [&] { images = d.decode(f, wanted); });
-    give(decoded,
-         orva_decoded{sizeof(orva_decoded), images.low.release(), images.high.release(),
-                      images.merged.release(), images.image.release()},
-         "the planes");
+    DecodedImages images = withFrame(f, [&] { return d.decode(f, wanted); });
+    orva_decoded planes{};
+    for (std::size_t i = 0; i < images.size(); ++i)
+      planes.*planeNames[i].image = images[i].release();
+    give(decoded, planes, "the planes");
   });
 }
 
 void orva_decoded_free(orva_decoded* decoded) {
   if (decoded == nullptr) return;
-  for (orva_image** image : {&decoded->low, &decoded->high, &decoded->merged, &decoded->image}) {
-    orva_image_free(*image);
-    *image = nullptr;
-  }
+  for (const auto& plane : planeNames)
+    orva_image_free(std::exchange(decoded->*plane.image, nullptr));
 }
 }

@@ -6,8 +6,10 @@
 #include <orvacam/merge/CHWMergeReferenceFrames.h>
 #include <orvacam_c.h>
 
+#include <array>
 #include <memory>
-#include <vector>
+#include <optional>
+#include <tuple>
 
 #include "face/Corrections.h"
 #include "face/Frames.h"
@@ -15,17 +17,8 @@
 
 namespace orvacam::face {
 
-/// The images of one frame by orva_plane; null where there is none.
-struct DecodedImages {
-  std::unique_ptr<orva_image> low, high, merged, image;
-
-  std::unique_ptr<orva_image>& of(unsigned int plane) {
-    return plane == ORVA_PLANE_LOW      ? low
-           : plane == ORVA_PLANE_HIGH   ? high
-           : plane == ORVA_PLANE_MERGED ? merged
-                                        : image;
-  }
-};
+/// The images of one frame, in the order of planeNames; null where there is none.
+using DecodedImages = std::array<std::unique_ptr<orva_image>, std::size(planeNames)>;
 
 }  // namespace orvacam::face
 
@@ -54,6 +47,8 @@ struct orva_decoder {
   /// What a frame gets, worked out before anything is decoded.
   struct Job;
 
+  using Reference = std::unique_ptr<const orvacam::face::ReferenceTerms>;
+  void setReference(Reference& kept, const Reference& other, Reference fresh);
   double ratioFor(const orvacam::face::HeaderValues& header);
   Job plan(const orva_frame& frame, const orva_request& request);
   void requireCorrections(const Job& job) const;
@@ -64,9 +59,8 @@ struct orva_decoder {
   void run(const Job& job, orvacam::face::DecodedImages& images);
   void runMachinery(const Job& job, unpacked_images_t& wanted);
   void finish(const Job& job, const orva_request& request, orvacam::face::DecodedImages& images);
-  IFrame& machineOf(unsigned int device);
 
-  std::unique_ptr<const orvacam::face::ReferenceTerms> m_dsnu, m_prnu;
+  Reference m_dsnu, m_prnu;
   std::unique_ptr<orva_image> m_biasLow, m_biasHigh;
   unsigned int m_highThreshold, m_differenceThreshold;
   std::unique_ptr<CCameraNVMergeSettings> m_stored;
@@ -79,16 +73,9 @@ struct orva_decoder {
   orvacam::face::Held<orvacam::face::PixelPool> m_pool;
   std::unique_ptr<orvacam::face::PlaneCounter> m_counter;
 
-  /// The gain settings that the last ratio was looked up for.
-  struct RatioKey {
-    unsigned int device = 0, low = 0, high = 0;
-    bool backSide = false;
-    bool operator==(const RatioKey& other) const {
-      return device == other.device && low == other.low && high == other.high && backSide == other.backSide;
-    }
-  };
-  bool m_hasRatio = false;
-  RatioKey m_ratioKey;
+  /// The sensor, its side and the gain settings that the last ratio was looked up for.
+  using RatioKey = std::tuple<unsigned int, bool, unsigned int, unsigned int>;
+  std::optional<RatioKey> m_ratioKey;
   double m_ratio = 0;
 };
 

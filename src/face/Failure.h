@@ -22,6 +22,11 @@ struct Failure {
   throw Failure{kind, std::move(text)};
 }
 
+/// "4096 x 2048", for texts of reasons.
+inline std::string sizeText(std::uint64_t width, std::uint64_t height) {
+  return std::to_string(width) + " x " + std::to_string(height);
+}
+
 /// The exception in hand as the thread's last reason; minus its kind.
 orva_status noteException() noexcept;
 
@@ -41,6 +46,15 @@ template <typename Type>
 Type& required(Type* pointer, const char* what) {
   if (pointer == nullptr) fail(ORVA_BAD_ARGUMENT, std::string(what) + " is null");
   return *pointer;
+}
+
+/// Runs a step that makes something for `out`, which is null after a failure.
+template <typename Type, typename Step>
+orva_status handOut(Type** out, const Step& make) noexcept {
+  return guarded([&] {
+    required(out, "out") = nullptr;
+    *out = make();
+  });
 }
 
 /// Copies a record out, no more of it than the caller has room for. Records begin with their size.

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -17,48 +16,47 @@ namespace orvacam::face {
 
 namespace {
 
-[[noreturn]] void failIo(const char* path, const char* what, int error) {
-  char reason[256] = "";
-  const char* const text = strerror_r(error, reason, sizeof reason);
-  throw Failure{ORVA_IO, std::string(what) + ": " + text, 0, 0, path, error};
+std::uint64_t sizeOf(const Descriptor& file, const char* path) {
+  struct stat status {};
+  if (fstat(file.number(), &status) != 0) failIo(path, "cannot be read");
+  if (S_ISDIR(status.st_mode)) failIo(path, "is no regular file", EISDIR);
+  if (!S_ISREG(status.st_mode)) failIo(path, "is no regular file", EINVAL);
+  return static_cast<std::uint64_t>(status.st_size);
 }
 
-/// A file that is open for reading.
-class OpenFile {
- public:
-  explicit OpenFile(const char* path)
-      : m_path(path), m_file(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
-    if (m_file < 0) failIo(path, "cannot be opened", errno);
+/// Reads on until there are so many bytes, or until the file ends.
+void readOn(const Descriptor& file, const char* path, std::size_t length, FileBytes& bytes) {
+  while (bytes.length < length) {
+    const ssize_t got = read(file.number(), bytes.bytes.get() + bytes.length, length - bytes.length);
+    if (got == 0) break;
+    if (got < 0 && errno != EINTR) failIo(path, "cannot be read");
+    if (got > 0) bytes.length += static_cast<std::size_t>(got);
   }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  ~OpenFile() { close(m_file); }
+}
 
-  std::uint64_t size() const {
-    struct stat status {};
-    if (fstat(m_file, &status) != 0) failIo(m_path, "cannot be read", errno);
-    if (S_ISDIR(status.st_mode)) failIo(m_path, "is no regular file", EISDIR);
-    if (!S_ISREG(status.st_mode)) failIo(m_path, "is no regular file", EINVAL);
-    return static_cast<std::uint64_t>(status.st_size);
-  }
-  /// Reads so many bytes, or as many as there are.
-  std::size_t read(unsigned char* target, std::size_t length) const {
-    std::size_t done = 0;
-    while (done < length) {
-      const ssize_t got = ::read(m_file, target + done, length - done);
-      if (got == 0) break;
-      if (got < 0 && errno != EINTR) failIo(m_path, "cannot be read", errno);
-      if (got > 0) done += static_cast<std::size_t>(got);
-    }
-    return done;
-  }
-
- private:
-  const char* m_path;
-  int m_file;
-};
+FileBytes readStartOf(const Descriptor& file, const char* path, std::uint64_t size) {
+  const std::size_t most = std::min<std::uint64_t>(size, startLength);
+  FileBytes start{allocateBytes(most), 0};
+  readOn(file, path, most, start);
+  return start;
+}
 
 }  // namespace
+
+void failIo(const std::string& path, const char* what, int error) {
+  char reason[256] = "";
+  throw Failure{ORVA_IO, std::string(what) + ": " + strerror_r(error, reason, sizeof reason), 0, 0, path,
+                error};
+}
+
+Descriptor::Descriptor(const std::string& path, int flags)
+    : m_number(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
+  if (m_number < 0) failIo(path, "cannot be opened");
+}
+
+Descriptor::~Descriptor() {
+  close(m_number);
+}
 
 std::unique_ptr<unsigned char, FreeMemory> allocateBytes(std::size_t length) {
   std::unique_ptr<unsigned char, FreeMemory> bytes(allocateAligned(length));
@@ -66,32 +64,20 @@ std::unique_ptr<unsigned char, FreeMemory> allocateBytes(std::size_t length) {
   return bytes;
 }
 
-namespace {
-
-FileBytes readStartOf(const OpenFile& file, std::uint64_t size) {
-  FileBytes start;
-  const std::size_t most = std::min<std::uint64_t>(size, startLength);
-  start.bytes = allocateBytes(most);
-  start.length = file.read(start.bytes.get(), most);
-  return start;
-}
-
-}  // namespace
-
 FileBytes readStart(const char* path) {
-  const OpenFile file(path);
-  return readStartOf(file, file.size());
+  const Descriptor file(path, O_RDONLY);
+  return readStartOf(file, path, sizeOf(file, path));
 }
 
 FileBytes readFile(const char* path, Accept accept) {
-  const OpenFile file(path);
-  const std::uint64_t size = file.size();
-  FileBytes start = readStartOf(file, size);
+  const Descriptor file(path, O_RDONLY);
+  const std::uint64_t size = sizeOf(file, path);
+  FileBytes start = readStartOf(file, path, size);
   accept(start.bytes.get(), start.length);
   if (start.length < startLength || size <= startLength) return start;
   FileBytes whole{allocateBytes(size), start.length};
   std::memcpy(whole.bytes.get(), start.bytes.get(), start.length);
-  whole.length += file.read(whole.bytes.get() + start.length, size - start.length);
+  readOn(file, path, size, whole);
   return whole;
 }
 

@@ -1,20 +1,33 @@
 #ifndef ORVACAM_SRC_FACE_FILE_BYTES_H
 #define ORVACAM_SRC_FACE_FILE_BYTES_H
 
+#include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
+#include <string>
+
+#include "support/FileMemory.h"
 
 namespace orvacam::face {
 
-struct FreeMemory {
-  void operator()(void* memory) const { std::free(memory); }
-};
+using FileBytes = OwnedMemory;
 
-/// Bytes of a file.
-struct FileBytes {
-  std::unique_ptr<unsigned char, FreeMemory> bytes;
-  std::size_t length = 0;
+/// Throws the system's error as a Failure (io).
+[[noreturn]] void failIo(const std::string& path, const char* what, int error = errno);
+
+/// A file or folder that is open.
+class Descriptor {
+ public:
+  /// Throws Failure (io).
+  Descriptor(const std::string& path, int flags);
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor();
+
+  int number() const { return m_number; }
+
+ private:
+  int m_number;
 };
 
 /// A regular file, read once. Before the rest of it is read, `accept` may look at its start and throw. The

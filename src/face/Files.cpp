@@ -24,32 +24,11 @@ using namespace orvacam::face;
 
 namespace {
 
-[[noreturn]] void failIo(const std::string& path, const char* what) {
-  const int error = errno;
-  char reason[256] = "";
-  throw Failure{ORVA_IO, std::string(what) + ": " + strerror_r(error, reason, sizeof reason), 0, 0, path,
-                error};
+/// A file, or one in a folder, by the descriptor that is held open: the machinery takes wide names, which not
+/// every name of the system survives.
+std::wstring wideName(const Descriptor& held, const wchar_t* fileInFolder = L"") {
+  return L"/proc/self/fd/" + std::to_wstring(held.number()) + fileInFolder;
 }
-
-/// A file or folder held open and named by its descriptor: the machinery takes wide names, which not every
-/// name of the system survives.
-class HeldName {
- public:
-  HeldName(const std::string& path, int flags)
-      : m_file(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
-    if (m_file < 0) failIo(path, "cannot be opened");
-  }
-  HeldName(const HeldName&) = delete;
-  HeldName& operator=(const HeldName&) = delete;
-  ~HeldName() { close(m_file); }
-
-  std::wstring wide(const wchar_t* fileInFolder = L"") const {
-    return L"/proc/self/fd/" + std::to_wstring(m_file) + (*fileInFolder != 0 ? L"/" : L"") + fileInFolder;
-  }
-
- private:
-  int m_file;
-};
 
 constexpr const char* suffixes[] = {"", "_LOW", "_HIGH", "_MERGED"};
 
@@ -105,23 +84,25 @@ std::string folderOf(const std::string& path) {
 }
 
 /// A correction file of a conversion; nothing for none. Throws Failure where it does not cover the frame.
-std::unique_ptr<HeldName> heldReference(const char* path, const char* what, const orva_frame& frame) {
-  if (path == nullptr || *path == '\0') return nullptr;
-  rowOfFrame(coverageOf(what, *readReference(path)), frame.look);
-  return std::make_unique<HeldName>(path, O_RDWR);  // the machinery opens it for writing, too
+std::unique_ptr<Descriptor> heldReference(const char* path, const char* what, const orva_frame& frame) {
+  const auto reference = readReference(what, path);
+  if (reference == nullptr) return nullptr;
+  rowOfFrame(coverageOf(*reference), frame.look);
+  return std::make_unique<Descriptor>(path, O_RDWR);  // the machinery opens it for writing, too
 }
 
 /// Lets the machinery convert into the work folder. Throws Failure unless all files are whole.
-void convert(const HeldName& source, int format, const HeldName* dsnu, const HeldName* prnu,
+void convert(const Descriptor& source, int format, const Descriptor* dsnu, const Descriptor* prnu,
              const WorkFolder& work) {
-  const HeldName folder(work.path(), O_RDONLY | O_DIRECTORY);
-  const std::wstring dsnuName = dsnu != nullptr ? dsnu->wide() : L"";
-  const std::wstring prnuName = prnu != nullptr ? prnu->wide() : L"";
+  const Descriptor folder(work.path(), O_RDONLY | O_DIRECTORY);
+  const std::wstring dsnuName = dsnu != nullptr ? wideName(*dsnu) : L"";
+  const std::wstring prnuName = prnu != nullptr ? wideName(*prnu) : L"";
   const conv_info_t request{static_cast<unsigned int>(format), dsnu != nullptr ? dsnuName.c_str() : nullptr,
                             prnu != nullptr ? prnuName.c_str() : nullptr};
   const auto algo = std::make_unique<CAlgo>();
   errno = 0;
-  const int status = algo->ConvertFile(source.wide().c_str(), &request, folder.wide(L"frame.raw").c_str());
+  const int status =
+      algo->ConvertFile(wideName(source).c_str(), &request, wideName(folder, L"/frame.raw").c_str());
   off_t size = -1;
   for (const char* const suffix : suffixes)
     size = std::max(size, work.sizeOf(suffix));
@@ -161,8 +142,7 @@ void requireCuttable(const FrameLook& look, const orva_geometry& region) {
   if (!inside(region.x, region.image_width, whole.image_width) ||
       !inside(region.y, region.image_height, whole.image_height))
     fail(ORVA_BAD_ARGUMENT, "the region does not lie inside the image of " +
-                                std::to_string(whole.image_width) + " x " +
-                                std::to_string(whole.image_height) + " pixels");
+                                sizeText(whole.image_width, whole.image_height) + " pixels");
 }
 
 constexpr unsigned int writtenHeader = orvacam::header::writtenSize;
@@ -238,7 +218,7 @@ orva_status orva_convert_file(const char* source, int format, const char* dsnu, 
     orvacam::makeLogQuietly();
     const auto dsnuFile = heldReference(dsnu, "the DSNU reference", frame);
     const auto prnuFile = heldReference(prnu, "the PRNU reference", frame);
-    const HeldName input(from, O_RDONLY);
+    const Descriptor input(from, O_RDONLY);
     const WorkFolder work(folderOf(stem), extension);
     convert(input, format, dsnuFile.get(), prnuFile.get(), work);
     publish(work, stem, extension);
@@ -247,8 +227,7 @@ orva_status orva_convert_file(const char* source, int format, const char* dsnu, 
 
 orva_status orva_frame_cut(const orva_frame* frame, uint32_t x, uint32_t y, uint32_t width, uint32_t height,
                            orva_frame** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
+  return handOut(out, [&] {
     const orva_frame& whole = required(frame, "the frame");
     orva_geometry region{};
     region.x = x;
@@ -256,7 +235,7 @@ orva_status orva_frame_cut(const orva_frame* frame, uint32_t x, uint32_t y, uint
     region.image_width = width;
     region.image_height = height;
     withFrame(whole, [&] { requireCuttable(whole.look, region); });
-    *out = new orva_frame(cut(whole, region), std::string());
+    return new orva_frame(cut(whole, region), std::string());
   });
 }
 }

@@ -1,10 +1,9 @@
 #include "face/FrameLook.h"
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
 
-#include "face/GainRatio.h"
+#include "face/Gains.h"
 
 namespace orvacam::face {
 
@@ -13,8 +12,8 @@ namespace {
 constexpr std::uint64_t allThere = std::numeric_limits<std::uint64_t>::max() / 2;
 
 const Check* firstErrorOf(const FrameLook& look) {
-  for (const Check& check : checks())
-    if (check.severity == ORVA_ERROR && check.applies(look)) return &check;
+  for (const Check& check : checks)
+    if (check.kind.severity == ORVA_ERROR && check.say(look)) return &check;
   return nullptr;
 }
 
@@ -33,7 +32,7 @@ FrameLook lookAtHeader(const HeaderValues& header) {
 
 orva_geometry FrameLook::geometry() const {
   if (!hasGeometry()) throw failureOf(*this, *m_firstError);
-  const FrameGeometry& all = m_plan.facts.geometry;
+  const FrameGeometry& all = geometryFacts();
   const auto narrow = [](std::uint64_t size) { return static_cast<std::uint32_t>(size); };
   return {sizeof(orva_geometry),
           narrow(all.binnedColumns().frame()),
@@ -55,14 +54,6 @@ unsigned int FrameLook::planes() const {
   return wantsMerge() && isMergeable(gainRatioOf(*m_header, nullptr)) ? mergedPlanes : pairPlanes;
 }
 
-std::uint64_t FrameLook::end() const {
-  return std::max<std::uint64_t>(m_plan.firstByte, m_plan.bytesNeeded);
-}
-
-std::uint64_t FrameLook::trailing() const {
-  return m_length > end() ? m_length - end() : 0;
-}
-
 bool FrameLook::isFollowedByFrame() const {
   constexpr char magic[] = {'M', 'e', 't', 'a'};
   return trailing() >= sizeof magic && std::memcmp(m_bytes + end(), magic, sizeof magic) == 0;
@@ -70,14 +61,14 @@ bool FrameLook::isFollowedByFrame() const {
 
 std::vector<FindingText> findingsOf(const FrameLook& look) {
   std::vector<FindingText> findings;
-  for (const Check& check : checks())
-    if (check.applies(look)) findings.push_back({&check, check.say(look)});
+  for (const Check& check : checks)
+    if (Said said = check.say(look)) findings.push_back({&check, *std::move(said)});
   return findings;
 }
 
 Failure failureOf(const FrameLook& look, const Check& error) {
-  Failure failure{error.reason, error.say(look)};
-  if (error.reason == ORVA_TRUNCATED) {
+  Failure failure{error.kind.reason, error.say(look).value_or("")};
+  if (error.kind.reason == ORVA_TRUNCATED) {
     failure.needed = look.plan().bytesNeeded;
     failure.available = look.plan().bytesGiven;
   }

@@ -3,8 +3,10 @@
 
 #include <orvacam_c.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,11 +20,21 @@ namespace orvacam::face {
 struct PlaneName {
   unsigned int bit;  ///< an orva_plane
   const char* name;
+  orva_target orva_request::*target;
+  orva_image* orva_decoded::*image;
 };
-constexpr PlaneName planeNames[] = {{ORVA_PLANE_LOW, "low"},
-                                    {ORVA_PLANE_HIGH, "high"},
-                                    {ORVA_PLANE_MERGED, "merged"},
-                                    {ORVA_PLANE_IMAGE, "image"}};
+constexpr PlaneName planeNames[] = {
+    {ORVA_PLANE_LOW, "low", &orva_request::low, &orva_decoded::low},
+    {ORVA_PLANE_HIGH, "high", &orva_request::high, &orva_decoded::high},
+    {ORVA_PLANE_MERGED, "merged", &orva_request::merged, &orva_decoded::merged},
+    {ORVA_PLANE_IMAGE, "image", &orva_request::image, &orva_decoded::image},
+};
+/// Where planeNames has an orva_plane.
+constexpr std::size_t placeOf(unsigned int plane) {
+  return static_cast<std::size_t>(__builtin_ctz(plane));
+}
+static_assert(planeNames[placeOf(ORVA_PLANE_HIGH)].bit == ORVA_PLANE_HIGH &&
+              planeNames[placeOf(ORVA_PLANE_IMAGE)].bit == ORVA_PLANE_IMAGE);
 
 /// What frames yield.
 constexpr unsigned int imagePlane = ORVA_PLANE_IMAGE;
@@ -41,7 +53,8 @@ class FrameLook {
   const HeaderValues& header() const { return *m_header; }
   const DecodePlan& plan() const { return m_plan; }
 
-  bool hasGeometry() const { return !m_plan.facts.geometry.fault(); }
+  const FrameGeometry& geometryFacts() const { return m_plan.facts.geometry; }
+  bool hasGeometry() const { return !geometryFacts().fault(); }
   /// Throws Failure (bad_geometry) where there is none.
   orva_geometry geometry() const;
 
@@ -56,8 +69,8 @@ class FrameLook {
   unsigned int planes() const;
 
   /// Where the frame ends that begins the bytes.
-  std::uint64_t end() const;
-  std::uint64_t trailing() const;
+  std::uint64_t end() const { return std::max<std::uint64_t>(m_plan.firstByte, m_plan.bytesNeeded); }
+  std::uint64_t trailing() const { return m_length > end() ? m_length - end() : 0; }
   bool isFollowedByFrame() const;
 
  private:
@@ -71,26 +84,19 @@ class FrameLook {
 /// A header alone: as if all of its frame's bytes were there.
 FrameLook lookAtHeader(const HeaderValues& header);
 
+/// What a check has to say; nothing where it does not apply.
+using Said = std::optional<std::string>;
+
 /// One thing that a look can bring up. The table of them is what check, decoding errors and the documentation
 /// are made of.
 struct Check {
-  orva_severity severity;
-  int reason;           ///< of an error: an orva_reason
-  const char* id;       ///< stable
-  const char* meaning;  ///< for the documentation
-  bool (*applies)(const FrameLook& look);
-  std::string (*say)(const FrameLook& look);
+  orva_finding kind;  ///< its text is the meaning
+  Said (*say)(const FrameLook& look);
 };
 
 /// Errors first, then warnings, then notes; each in the order in which they are told.
-struct Checks {
-  const Check* first;
-  const Check* last;
-  const Check* begin() const { return first; }
-  const Check* end() const { return last; }
-};
-Checks checks();
 constexpr std::size_t checkCount = 20;
+extern const Check checks[checkCount];
 
 struct FindingText {
   const Check* check;
@@ -100,6 +106,10 @@ std::vector<FindingText> findingsOf(const FrameLook& look);
 
 /// An error as what decoding throws.
 Failure failureOf(const FrameLook& look, const Check& error);
+
+/// What keeps a frame out of a stack with another one: the field's name and both values; "" for nothing.
+/// `allowed` is an orva_allowance. Throws Failure (bad_geometry).
+std::string unlikeness(const HeaderValues& first, const HeaderValues& frame, int allowed);
 
 }  // namespace orvacam::face
 

@@ -3,10 +3,7 @@
 #include "face/Frames.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
-
-#include "face/Keys.h"
 
 using namespace orvacam::face;
 
@@ -16,19 +13,14 @@ Held<const orva_header> headerOf(const void* bytes, std::size_t length) {
   return Held<const orva_header>(new orva_header(HeaderValues::parse(bytes, length)));
 }
 
-/// What the checks are, as records. Takes no memory.
-struct FindingKinds {
-  FindingKinds() {
-    for (const Check& check : checks())
-      all[count++] = {sizeof(orva_finding), check.severity, check.reason, check.id, check.meaning, 0, 0};
-  }
-  std::array<orva_finding, checkCount> all;
-  std::size_t count = 0;
-};
+const HeaderValues& valuesOf(const orva_header* header) {
+  return required(header, "the header").values();
+}
 
-/// Accepts what begins as a frame; throws Failure.
-void requireHeader(const unsigned char* bytes, std::size_t length) {
-  HeaderValues::parse(bytes, length);
+void giveBytes(const unsigned char* all, std::size_t count, const void** bytes, std::size_t* length) {
+  required(length, "the length");
+  required(bytes, "the bytes") = all;
+  *length = count;
 }
 
 /// Copies a text out, as much of it as there is room for.
@@ -62,13 +54,15 @@ const std::vector<FindingText>& orva_frame::findings() const {
   return m_findings;
 }
 
+void orvacam::face::requireHeader(const unsigned char* bytes, std::size_t length) {
+  HeaderValues::parse(bytes, length);
+}
+
 std::unique_ptr<orva_frame> orvacam::face::readFrame(const char* path) {
-  std::unique_ptr<orva_frame> frame;
-  withPath(path, [&] {
+  return withPath(path, [&] {
     const char* const name = &required(path, "the path");
-    frame = std::make_unique<orva_frame>(readFile(name, requireHeader), name);
+    return std::make_unique<orva_frame>(readFile(name, requireHeader), name);
   });
-  return frame;
 }
 
 extern "C" {
@@ -76,30 +70,25 @@ extern "C" {
 // ---- Headers
 
 orva_status orva_header_parse(const void* bytes, size_t length, orva_header** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
-    *out = new orva_header(HeaderValues::parse(bytes, length));
-  });
+  return handOut(out, [&] { return new orva_header(HeaderValues::parse(bytes, length)); });
 }
 
 orva_status orva_header_read(const char* path, orva_header** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
-    withPath(path, [&] {
+  return handOut(out, [&] {
+    return withPath(path, [&] {
       const FileBytes start = readStart(&required(path, "the path"));
-      *out = new orva_header(HeaderValues::parse(start.bytes.get(), start.length));
+      return new orva_header(HeaderValues::parse(start.bytes.get(), start.length));
     });
   });
 }
 
 orva_status orva_header_of_plane(const orva_header* raw, unsigned plane, orva_header** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
+  return handOut(out, [&] {
     const orva_header& header = required(raw, "the header");
     const bool isPlane = std::any_of(std::begin(planeNames), std::end(planeNames),
                                      [plane](const PlaneName& known) { return known.bit == plane; });
     if (!isPlane) fail(ORVA_BAD_ARGUMENT, "a header is that of one plane, of low, high, merged and image");
-    *out = new orva_header(Held<const orva_header>::shared(header), PlaneRole{plane});
+    return new orva_header(Held<const orva_header>::shared(header), PlaneRole{plane});
   });
 }
 
@@ -113,7 +102,7 @@ void orva_header_free(orva_header* header) {
 
 orva_status orva_header_get_info(const orva_header* header, orva_header_info* info) {
   return guarded([&] {
-    const HeaderValues& h = required(header, "the header").values();
+    const HeaderValues& h = valuesOf(header);
     give(info,
          orva_header_info{sizeof(orva_header_info), h.version(), h.flag(ORVA_META_KEY_HDR_MODE) ? 1 : 0,
                           h.sensor(), h.model().c_str(), h.serial().c_str(), h.exposureSeconds(), 1,
@@ -124,14 +113,12 @@ orva_status orva_header_get_info(const orva_header* header, orva_header_info* in
 }
 
 orva_status orva_header_get_geometry(const orva_header* header, orva_geometry* geometry) {
-  return guarded([&] {
-    give(geometry, lookAtHeader(required(header, "the header").values()).geometry(), "the geometry");
-  });
+  return guarded([&] { give(geometry, lookAtHeader(valuesOf(header)).geometry(), "the geometry"); });
 }
 
 orva_status orva_header_get_number(const orva_header* header, const char* key, double* number) {
   return guarded([&] {
-    const HeaderValues& h = required(header, "the header").values();
+    const HeaderValues& h = valuesOf(header);
     const orva_key& known = keyOf(key);
     if (known.kind == ORVA_KEY_TEXT)
       fail(ORVA_BAD_ARGUMENT, std::string("\"") + known.name + "\" is a text, no number");
@@ -142,54 +129,43 @@ orva_status orva_header_get_number(const orva_header* header, const char* key, d
 orva_status orva_header_get_text(const orva_header* header, const char* key, char* text, size_t capacity,
                                  size_t* length) {
   return guarded([&] {
-    const HeaderValues& h = required(header, "the header").values();
+    const HeaderValues& h = valuesOf(header);
     giveText(h.text(keyOf(key)), text, capacity, length);
   });
 }
 
 orva_status orva_header_to_text(const orva_header* header, char* text, size_t capacity, size_t* length) {
-  return guarded(
-      [&] { giveText(renderText(required(header, "the header").values()), text, capacity, length); });
+  return guarded([&] { giveText(renderText(valuesOf(header)), text, capacity, length); });
 }
 
 orva_status orva_header_to_json(const orva_header* header, char* text, size_t capacity, size_t* length) {
-  return guarded(
-      [&] { giveText(renderJson(required(header, "the header").values()), text, capacity, length); });
+  return guarded([&] { giveText(renderJson(valuesOf(header)), text, capacity, length); });
 }
 
 orva_status orva_header_get_bytes(const orva_header* header, const void** bytes, size_t* length) {
   return guarded([&] {
-    const std::vector<unsigned char>& all = required(header, "the header").values().bytes();
-    required(length, "the length");
-    required(bytes, "the bytes") = all.data();
-    *length = all.size();
+    const std::vector<unsigned char>& all = valuesOf(header).bytes();
+    giveBytes(all.data(), all.size(), bytes, length);
   });
 }
 
 // ---- Frames
 
 orva_status orva_frame_read(const char* path, orva_frame** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
-    *out = readFrame(path).release();
-  });
+  return handOut(out, [&] { return readFrame(path).release(); });
 }
 
 orva_status orva_frame_copy(const void* bytes, size_t length, orva_frame** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
+  return handOut(out, [&] {
     HeaderValues::parse(bytes, length);  // before memory is taken for what is no frame
     FileBytes own{allocateBytes(length), length};
     std::memcpy(own.bytes.get(), bytes, length);
-    *out = new orva_frame(std::move(own), std::string());
+    return new orva_frame(std::move(own), std::string());
   });
 }
 
 orva_status orva_frame_view(const void* bytes, size_t length, orva_frame** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
-    *out = new orva_frame(bytes, length);
-  });
+  return handOut(out, [&] { return new orva_frame(bytes, length); });
 }
 
 orva_frame* orva_frame_share(const orva_frame* frame) {
@@ -206,9 +182,8 @@ const orva_header* orva_frame_header(const orva_frame* frame) {
 
 orva_status orva_frame_get_bytes(const orva_frame* frame, const void** bytes, size_t* length) {
   return guarded([&] {
-    required(length, "the length");
-    required(bytes, "the bytes") = required(frame, "the frame").bytes;
-    *length = frame->length;
+    const orva_frame& f = required(frame, "the frame");
+    giveBytes(f.bytes, f.length, bytes, length);
   });
 }
 
@@ -228,12 +203,13 @@ orva_status orva_frame_get_finding(const orva_frame* frame, size_t index, orva_f
     if (index >= all.size())
       fail(ORVA_BAD_ARGUMENT,
            "there is no finding " + std::to_string(index) + " among " + std::to_string(all.size()));
-    const Check& check = *all[index].check;
-    const bool counted = check.reason == ORVA_TRUNCATED;
-    give(finding,
-         orva_finding{sizeof(orva_finding), check.severity, check.reason, check.id, all[index].text.c_str(),
-                      counted ? frame->look.plan().bytesNeeded : 0, counted ? frame->length : 0},
-         "the finding");
+    orva_finding found = all[index].check->kind;
+    found.text = all[index].text.c_str();
+    if (found.reason == ORVA_TRUNCATED) {
+      found.needed = frame->look.plan().bytesNeeded;
+      found.available = frame->length;
+    }
+    give(finding, found, "the finding");
   });
 }
 
@@ -242,7 +218,6 @@ size_t orva_finding_kind_count(void) {
 }
 
 const orva_finding* orva_finding_kind_at(size_t index) {
-  static const FindingKinds kinds;
-  return index < kinds.count ? &kinds.all[index] : nullptr;
+  return index < checkCount ? &checks[index].kind : nullptr;
 }
 }

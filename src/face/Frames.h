@@ -36,9 +36,9 @@ namespace orvacam::face {
 
 /// Runs a step on a file; what it throws names the file.
 template <typename Step>
-void withPath(const char* path, const Step& step) {
+auto withPath(const char* path, const Step& step) {
   try {
-    step();
+    return step();
   } catch (Failure& failure) {
     if (path != nullptr) failure.path = path;
     throw;
@@ -47,9 +47,12 @@ void withPath(const char* path, const Step& step) {
 
 /// The same on a frame, which knows the file that it is from.
 template <typename Step>
-void withFrame(const orva_frame& frame, const Step& step) {
-  withPath(frame.path.c_str(), step);
+auto withFrame(const orva_frame& frame, const Step& step) {
+  return withPath(frame.path.c_str(), step);
 }
+
+/// Accepts what begins as a frame; throws Failure.
+void requireHeader(const unsigned char* bytes, std::size_t length);
 
 /// Reads a frame. Throws Failure.
 std::unique_ptr<orva_frame> readFrame(const char* path);

@@ -8,7 +8,6 @@
 #include "face/CaptureTime.h"
 #include "face/FrameLook.h"
 #include "face/HeaderValues.h"
-#include "face/Keys.h"
 
 namespace orvacam::face {
 

@@ -4,6 +4,7 @@
 #include <orvacam/metadata/CFrameMetaData.h>
 #include <orvacam_c.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -50,8 +51,8 @@ class HeaderValues : public CFrameMetaData {
 
   bool hasSetPoint() const { return version() != 1; }
   double temperature() const { return GetSensorTemperature(); }
-  double setPoint() const;
-  double exposureSeconds() const;
+  double setPoint() const { return Value(ORVA_META_KEY_TEMPERATURE_SET_POINT).GetValueInt() / 10.0; }
+  double exposureSeconds() const { return number(ORVA_META_KEY_EXPOSURE_TIME) / 100000.0; }  // of 10 us
   /// Whether the documented parser reads the header's time.
   bool hasReadableTime() const { return m_hasReadableTime; }
   /// Nanoseconds since 1970; none where the header's time cannot be read or does not exist.
@@ -66,8 +67,7 @@ class HeaderValues : public CFrameMetaData {
  private:
   HeaderValues() = default;
   void take(const unsigned char* bytes, std::size_t length);
-  void parseWithTime();
-  void parseWithoutTime();
+  void parseFields();
   void derive();
 
   std::vector<unsigned char> m_bytes;
@@ -79,6 +79,13 @@ class HeaderValues : public CFrameMetaData {
   std::optional<std::int64_t> m_time;
   std::uint64_t m_blockBegin = 0, m_blockEnd = 0;
 };
+
+/// The keys that have a name, by number.
+constexpr std::size_t keyCount = 93;
+extern const std::array<orva_key, keyCount> keys;
+
+/// The key of a name. Throws Failure (bad_argument) for a name that none has.
+const orva_key& keyOf(const char* name);
 
 /// Bytes as UTF-8: up to the first NUL, without trailing blanks, "" for "<>"; what is no UTF-8 becomes
 /// U+FFFD.

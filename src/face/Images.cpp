@@ -1,6 +1,7 @@
 #include "face/Images.h"
 
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -32,18 +33,11 @@ void PixelPool::close() noexcept {
 }
 
 std::size_t bytesOfPixel(int type) {
-  switch (type) {
-    case ORVA_PIXEL_U16:
-      return sizeof(std::uint16_t);
-    case ORVA_PIXEL_U64:
-      return sizeof(std::uint64_t);
-    case ORVA_PIXEL_F32:
-      return sizeof(float);
-    case ORVA_PIXEL_F64:
-      return sizeof(double);
-    default:
-      fail(ORVA_BAD_ARGUMENT, std::to_string(type) + " is no type of pixels");
-  }
+  static constexpr std::size_t bytes[] = {sizeof(std::uint16_t), sizeof(std::uint64_t), sizeof(float),
+                                          sizeof(double)};  // by orva_pixel_type
+  if (type < 0 || static_cast<std::size_t>(type) >= std::size(bytes))
+    fail(ORVA_BAD_ARGUMENT, std::to_string(type) + " is no type of pixels");
+  return bytes[type];
 }
 
 }  // namespace orvacam::face
@@ -59,9 +53,6 @@ orva_image::orva_image(int pixelType, std::uint32_t w, std::uint32_t h, Held<Pix
   pixels = memory.get();
 }
 
-orva_image::orva_image(std::uint32_t w, std::uint32_t h, std::uint16_t* ofCaller)
-    : type(ORVA_PIXEL_U16), width(w), height(h), pixels(ofCaller) {}
-
 orva_image::~orva_image() {
   if (memory != nullptr && pool) pool->giveBack(std::move(memory), bytesOfPixel(type) * pixelCount());
 }
@@ -69,14 +60,13 @@ orva_image::~orva_image() {
 extern "C" {
 
 orva_status orva_image_copy(int type, uint32_t width, uint32_t height, const void* pixels, orva_image** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
+  return handOut(out, [&] {
     const std::size_t bytes = bytesOfPixel(type);
     if (width != 0 && height != 0)
       required(static_cast<const unsigned char*>(pixels), "the address of the pixels");
     auto image = std::make_unique<orva_image>(type, width, height, Held<PixelPool>());
     if (!image->empty()) std::memcpy(image->pixels, pixels, bytes * image->pixelCount());
-    *out = image.release();
+    return image.release();
   });
 }
 

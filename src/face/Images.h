@@ -49,12 +49,12 @@ struct orva_image : orvacam::face::Counted {
   orva_image(int type, std::uint32_t width, std::uint32_t height,
              orvacam::face::Held<orvacam::face::PixelPool> pool);
   /// Pixels of the caller's.
-  orva_image(std::uint32_t width, std::uint32_t height, std::uint16_t* pixels);
+  orva_image(std::uint32_t w, std::uint32_t h, std::uint16_t* ofCaller)
+      : type(ORVA_PIXEL_U16), width(w), height(h), pixels(ofCaller) {}
   ~orva_image();
 
   std::size_t pixelCount() const { return std::size_t{width} * height; }
   bool empty() const { return pixels == nullptr; }
-  bool isOwner() const { return memory != nullptr; }
   template <typename Pixel>
   Pixel* as() const {
     return static_cast<Pixel*>(pixels);

@@ -1,9 +1,10 @@
-#include "face/Keys.h"
+// The names of a header's values.
 
 #include <cstring>
 #include <string>
 
 #include "face/Failure.h"
+#include "face/HeaderValues.h"
 #include "metadata/HeaderFields.h"
 #include "metadata/KeyNames.h"
 

@@ -1,10 +1,9 @@
-#include "face/Likeness.h"
+// What frames of one stack have in common.
 
 #include <cmath>
 #include <cstring>
 
 #include "face/FrameLook.h"
-#include "face/Keys.h"
 
 namespace orvacam::face {
 
@@ -53,10 +52,9 @@ std::string differs(const char* field, const std::string& first, const std::stri
   return std::string(field) + " is " + frame + ", of the first frame " + first;
 }
 
-std::string sizeText(const orva_geometry& g) {
-  return std::to_string(g.width) + " x " + std::to_string(g.height) + " with an image of " +
-         std::to_string(g.image_width) + " x " + std::to_string(g.image_height) + " at " +
-         std::to_string(g.x) + ", " + std::to_string(g.y);
+std::string placesText(const orva_geometry& g) {
+  return sizeText(g.width, g.height) + " with an image of " + sizeText(g.image_width, g.image_height) +
+         " at " + std::to_string(g.x) + ", " + std::to_string(g.y);
 }
 
 /// Zero and one mean no binning.
@@ -72,8 +70,8 @@ std::string comparable(const HeaderValues& header, const orva_key& key) {
 std::string unlikeness(const HeaderValues& first, const HeaderValues& frame, int allowed) {
   if (std::strcmp(first.sensor(), frame.sensor()) != 0)
     return differs("the sensor", first.sensor(), frame.sensor());
-  const std::string firstSize = sizeText(lookAtHeader(first).geometry());
-  const std::string frameSize = sizeText(lookAtHeader(frame).geometry());
+  const std::string firstSize = placesText(lookAtHeader(first).geometry());
+  const std::string frameSize = placesText(lookAtHeader(frame).geometry());
   if (firstSize != frameSize) return differs("the size", firstSize, frameSize);
   for (const auto& field : alike) {
     const orva_key& key = keyOfNumber(field.key);

@@ -4,7 +4,6 @@
 
 #include "face/Combine.h"
 #include "face/Decoder.h"
-#include "face/Likeness.h"
 #include "face/StackContents.h"
 
 using namespace orvacam::face;
@@ -17,10 +16,8 @@ unsigned int planeOf(const char* name) {
   fail(ORVA_BAD_ARGUMENT, "\"" + std::string(name) + "\" is no plane");
 }
 
-const char* nameOf(unsigned int bit) {
-  for (const auto& plane : planeNames)
-    if (plane.bit == bit) return plane.name;
-  return "";
+const char* nameOf(unsigned int plane) {
+  return plane != 0 ? planeNames[placeOf(plane)].name : "";
 }
 
 }  // namespace
@@ -56,17 +53,16 @@ struct orva_stack {
 namespace {
 
 unsigned int defaultPlane(unsigned int has) {
-  for (const unsigned int plane : {ORVA_PLANE_MERGED, ORVA_PLANE_IMAGE})
-    if ((has & plane) != 0) return plane;
-  return ORVA_PLANE_LOW;
+  return (has & ORVA_PLANE_MERGED) != 0  ? ORVA_PLANE_MERGED
+         : (has & ORVA_PLANE_IMAGE) != 0 ? ORVA_PLANE_IMAGE
+                                         : ORVA_PLANE_LOW;
 }
 
 std::unique_ptr<orva_image> decodeOne(orva_decoder& decoder, const orva_frame& frame, unsigned int plane) {
   orva_request request{};
-  request.size = sizeof request;
   request.planes = plane;
   DecodedImages images = decoder.decode(frame, request);
-  return std::move(images.of(plane));
+  return std::move(images[placeOf(plane)]);
 }
 
 }  // namespace
@@ -186,9 +182,8 @@ std::unique_ptr<orva_stack> stackOfSums(const orva_header& first, const orva_sta
   for (const orva_image* image : {&sums, &squares}) {
     if (image->type != ORVA_PIXEL_U64) fail(ORVA_BAD_ARGUMENT, "sums have pixels of 64 bits");
     if (image->width != plane.width || image->height != plane.height)
-      fail(ORVA_MISMATCH, "the sums have " + std::to_string(image->width) + " x " +
-                              std::to_string(image->height) + " pixels, the header's planes " +
-                              std::to_string(plane.width) + " x " + std::to_string(plane.height));
+      fail(ORVA_MISMATCH, "the sums have " + sizeText(image->width, image->height) +
+                              " pixels, the header's planes " + sizeText(plane.width, plane.height));
   }
   const std::size_t pixels = sums.pixelCount();
   requirePossible(sums.as<std::uint64_t>(), squares.as<std::uint64_t>(), pixels, state.count);
@@ -203,18 +198,13 @@ std::unique_ptr<orva_stack> stackOfSums(const orva_header& first, const orva_sta
   return stack;
 }
 
-std::unique_ptr<orva_image> copyOf(const orva_stack& stack, const std::vector<std::uint64_t>& all) {
+/// A copy of what the sums of a stack have.
+std::unique_ptr<orva_image> copyOf(const orva_stack& stack,
+                                   const std::vector<std::uint64_t>& (StackSums::*values)() const) {
+  const std::vector<std::uint64_t>& all = (stack.sums().*values)();
   auto copy = std::make_unique<orva_image>(ORVA_PIXEL_U64, stack.width, stack.height, Held<PixelPool>());
   std::memcpy(copy->pixels, all.data(), sizeof(std::uint64_t) * all.size());
   return copy;
-}
-
-template <typename Make>
-orva_status giveImage(const orva_stack* stack, orva_image** out, const Make& make) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
-    *out = make(required(stack, "the stack")).release();
-  });
 }
 
 }  // namespace
@@ -233,10 +223,7 @@ orva_status orva_header_require_alike(const orva_header* first, const orva_heade
 }
 
 orva_status orva_stack_create(int method, orva_stack** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
-    *out = new orva_stack(method);
-  });
+  return handOut(out, [&] { return new orva_stack(method); });
 }
 
 void orva_stack_free(orva_stack* stack) {
@@ -280,11 +267,11 @@ uint64_t orva_stack_count(const orva_stack* stack) {
 }
 
 orva_status orva_stack_sums(const orva_stack* stack, orva_image** out) {
-  return giveImage(stack, out, [](const orva_stack& s) { return copyOf(s, s.sums().sums()); });
+  return handOut(out, [&] { return copyOf(required(stack, "the stack"), &StackSums::sums).release(); });
 }
 
 orva_status orva_stack_squares(const orva_stack* stack, orva_image** out) {
-  return giveImage(stack, out, [](const orva_stack& s) { return copyOf(s, s.sums().squares()); });
+  return handOut(out, [&] { return copyOf(required(stack, "the stack"), &StackSums::squares).release(); });
 }
 
 orva_status orva_stack_get_header(const orva_stack* stack, const orva_header** header) {
@@ -306,10 +293,8 @@ orva_status orva_stack_from_sums(const orva_header* first, uint64_t count, const
 }
 
 orva_status orva_stack_restore(const orva_header* first, const orva_stack_state* state, orva_stack** out) {
-  return guarded([&] {
-    required(out, "out") = nullptr;
-    *out = stackOfSums(required(first, "the header"), taken(state, "the state")).release();
-  });
+  return handOut(
+      out, [&] { return stackOfSums(required(first, "the header"), taken(state, "the state")).release(); });
 }
 
 orva_status orva_stack_merge(orva_stack* stack, const orva_stack* other) {
@@ -317,14 +302,14 @@ orva_status orva_stack_merge(orva_stack* stack, const orva_stack* other) {
 }
 
 orva_status orva_stack_result(const orva_stack* stack, orva_image** out) {
-  return giveImage(stack, out, [](const orva_stack& s) { return s.result<float>(ORVA_PIXEL_F32); });
+  return handOut(out, [&] { return required(stack, "the stack").result<float>(ORVA_PIXEL_F32).release(); });
 }
 
 orva_status orva_stack_result_f64(const orva_stack* stack, orva_image** out) {
-  return giveImage(stack, out, [](const orva_stack& s) { return s.result<double>(ORVA_PIXEL_F64); });
+  return handOut(out, [&] { return required(stack, "the stack").result<double>(ORVA_PIXEL_F64).release(); });
 }
 
 orva_status orva_stack_result_u16(const orva_stack* stack, orva_image** out) {
-  return giveImage(stack, out, [](const orva_stack& s) { return s.resultU16(); });
+  return handOut(out, [&] { return required(stack, "the stack").resultU16().release(); });
 }
 }

@@ -14,31 +14,39 @@ using namespace orvacam::header;
 
 namespace {
 
-/// The value that an unsigned field has in an empty header.
+struct KeyKinds {
+  constexpr KeyKinds() {
+    for (unsigned int key = 0; key < ORVA_META_KEY_COUNT; ++key)
+      of[key] = kindOf(key);
+  }
+  char of[ORVA_META_KEY_COUNT] = {};
+};
+constexpr KeyKinds kinds;
+
+/// The value that an unsigned key has in an empty header.
 unsigned int emptyNumber(unsigned int key) {
   const bool isOne = key == ORVA_META_KEY_HORIZONTAL_BINNING || key == ORVA_META_KEY_VERTICAL_BINNING ||
                      key == ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE || key == ORVA_META_KEY_VERTICAL_PIXEL_SIZE;
   return isOne ? 1 : 0;
 }
 
-const char* emptyText(unsigned int key) {
+void reset(unsigned int key, CMetaValues& value) {
+  // Intended: the high-gain black levels are not reset.
+  if (key == ORVA_META_KEY_BLACK_LEVEL_ADJUST_HIGH || key == ORVA_META_KEY_BLACK_LEVEL_SUN_HIGH) return;
   const bool isInfo = key == ORVA_META_KEY_LIB_INFO_STRING || key == ORVA_META_KEY_APP_INFO_STRING;
-  return isInfo ? "Unknown" : "";
-}
-
-void resetField(const Field& field, CMetaValues* values) {
-  unsigned int key = field.key;
-  for (const char kind : kindsOf(field.read)) {
-    CMetaValues& value = values[key];
-    // Intended: the high-gain black levels are not reset.
-    const bool isKept =
-        key == ORVA_META_KEY_BLACK_LEVEL_ADJUST_HIGH || key == ORVA_META_KEY_BLACK_LEVEL_SUN_HIGH;
-    if (kind == 'u' && !isKept) value.SetValueUint(emptyNumber(key));
-    if (kind == 'i') value.SetValueInt(0);
-    if (kind == 'd') value.SetValueDouble(0.0);
-    if (kind == 't') value.SetValueStr(emptyText(key));
-    if (kind == 'f') value.SetValueBool(false);
-    ++key;
+  switch (kinds.of[key]) {
+    case 'u':
+      return value.SetValueUint(emptyNumber(key));
+    case 'i':
+      return value.SetValueInt(0);
+    case 'd':
+      return value.SetValueDouble(0.0);
+    case 't':
+      return value.SetValueStr(isInfo ? "Unknown" : "");
+    case 'f':
+      return value.SetValueBool(false);
+    default:
+      return;
   }
 }
 
@@ -56,16 +64,9 @@ CFrameMetaData& CFrameMetaData::operator=(const CFrameMetaData& other) = default
 // NOLINTEND(bugprone-reserved-identifier)
 
 void CFrameMetaData::DoInitialize() {
+  for (unsigned int key = 0; key < ORVA_META_KEY_COUNT; ++key)
+    reset(key, m_Values[key]);
   m_Values[ORVA_META_KEY_MAGIC_NUMBER].SetValueUint(magic);
-  m_Values[ORVA_META_KEY_METADATA_LENGTH].SetValueUint(0);
-  m_Values[ORVA_META_KEY_METADATA_VERSION].SetValueUint(0);
-  for (const Field& field : fields)
-    resetField(field, m_Values);
-  for (const Field& field : version4Fields)
-    resetField(field, m_Values);
-  for (const Flag& flag : flags)
-    m_Values[flag.key].SetValueBool(false);
-  m_Values[ORVA_META_KEY_SENSOR_READ_QUADRANTS].SetValueUint(0);
 
   m_ControlBlock.SetValueUint(0);
   m_ControlBlock2.SetValueUint(0);

@@ -325,13 +325,13 @@ constexpr unsigned int firstVersionOf(unsigned int key) {
   return timesFilled(key, V1) > 0 ? 1 : timesFilled(key, V2) > 0 ? 2 : 3;
 }
 
-/// The letter of a key's kind.
+/// The letter of a key's kind; 0 for a key that no version carries.
 constexpr char kindOf(unsigned int key) {
   for (const Flag& flag : flags)
     if (flag.key == key) return 'f';
   for (const Field& field : fields)
     if (fills(field, key, All)) return kindsOf(field.read)[key - field.key];
-  return 'u';
+  return timesFilled(key, All) > 0 ? 'u' : '\0';
 }
 
 /// Bits that a header that is written has for a value.

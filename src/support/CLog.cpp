@@ -8,10 +8,8 @@
 #include <exception>
 #include <iterator>
 #include <mutex>
-#include <new>
 #include <string>
 #include <system_error>
-#include <type_traits>
 
 #include "support/QuietLog.h"
 #include "support/WideText.h"

@@ -1,7 +1,6 @@
 #include "support/WideText.h"
 
 #include <climits>
-#include <cstdint>
 #include <cstring>
 #include <cwchar>
 
@@ -9,11 +8,9 @@ namespace orvacam {
 
 namespace {
 
-constexpr std::uint32_t escapeBase = 0xDC00;
-
 std::size_t encodeUtf8(std::uint32_t code, char* bytes) {
   const auto put = [&bytes](std::size_t at, std::uint32_t value) { bytes[at] = static_cast<char>(value); };
-  if (code >= escapeBase + 0x80 && code <= escapeBase + 0xFF) {
+  if (isEscape(code)) {
     put(0, code - escapeBase);
     return 1;
   }
@@ -32,7 +29,8 @@ std::size_t encodeUtf8(std::uint32_t code, char* bytes) {
   return count;
 }
 
-/// The character that starts the text, which has `room` bytes: its length, and its code in `code`.
+}  // namespace
+
 std::size_t decodeUtf8(const char* text, std::size_t room, std::uint32_t& code) {
   const auto at = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const std::size_t count = at(0) < 0x80 ? 1 : at(0) >= 0xF0 ? 4 : at(0) >= 0xE0 ? 3 : 2;
@@ -47,8 +45,6 @@ std::size_t decodeUtf8(const char* text, std::size_t room, std::uint32_t& code) 
   code = escapeBase + at(0);
   return 1;
 }
-
-}  // namespace
 
 std::size_t wideToNarrow(const wchar_t* wide, char* narrow, std::size_t capacity) {
   if (narrow == nullptr || capacity == 0) return 0;

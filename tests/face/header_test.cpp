@@ -41,6 +41,15 @@ long nanosecondsOf(const Header& header) {
 
 }  // namespace
 
+TEST(FaceHeader, KnowsTheSensorByTheModelUpToItsFirstNul) {
+  sim::HeaderFields fields = fieldsOf("GSense400Hdr");
+  fields.model = "LSGEN";
+  EXPECT_EQ(headerOf(fields).sensor(), "LSGEN");
+  fields.model = std::string("CAM\0LSGEN", 9);
+  EXPECT_EQ(headerOf(fields).model(), "CAM");
+  EXPECT_EQ(headerOf(fields).sensor(), "GENERIC");
+}
+
 TEST(FaceHeader, TellsWhatProgramsAskForMost) {
   sim::HeaderFields fields = fieldsOf("GSense4040Hdr");
   fields.serial = "VS-77  ";

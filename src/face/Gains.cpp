@@ -1,4 +1,6 @@
-#include "face/Calibration.h"
+// Sensors by name, and their gains: the sensor's own, or those of a camera's calibration block.
+
+#include "face/Gains.h"
 
 #include <orvacam/gain/CDeviceGainTablesFactory.h>
 #include <orvacam/gain/IDeviceGainTables.h>
@@ -55,6 +57,16 @@ const Sensor& sensorOfName(const char* name) {
   fail(ORVA_BAD_ARGUMENT, "\"" + std::string(name) + "\" is no sensor");
 }
 
+/// A camera's gain tables, which share nothing with others.
+std::unique_ptr<IDeviceGainTables> gainTablesOf(const gain_type_info_t& camera,
+                                                CCameraNVMergeSettings* stored) {
+  const GainTablesApart apart;
+  std::unique_ptr<IDeviceGainTables> tables(
+      CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, stored));
+  if (tables == nullptr) throw std::bad_alloc();
+  return tables;
+}
+
 orva_gain gainAt(IDeviceGainTables& tables, const gain_value_t& low) {
   const unsigned int device = low.uiDeviceIndex;
   const unsigned int high = tables.GetTableIndexFromDeviceIndex(ORVA_GAIN_TABLE_HIGH_CHANNEL, device);
@@ -83,6 +95,13 @@ void giveGains(IDeviceGainTables& tables, orva_gain* gains, std::size_t capacity
 
 }  // namespace
 
+double gainRatioOf(const HeaderValues& header, CCameraNVMergeSettings* stored) {
+  const auto tables =
+      gainTablesOf({header.device(), header.flag(ORVA_META_KEY_BACK_SIDE_ILLUMINATED)}, stored);
+  return tables->GetDNETableGainRatio(header.number(ORVA_META_KEY_LDR_GAIN),
+                                      header.number(ORVA_META_KEY_HDR_GAIN));
+}
+
 std::unique_ptr<CCameraNVMergeSettings> readCalibration(const void* block, std::size_t length) {
   makeLogQuietly();
   const auto* const bytes = static_cast<const unsigned char*>(block);
@@ -103,17 +122,26 @@ std::unique_ptr<CCameraNVMergeSettings> readCalibration(const void* block, std::
 
 using namespace orvacam::face;
 
-extern "C" orva_status orva_gains(const char* sensor, int back_side_illuminated, const void* calibration,
-                                  size_t length, orva_gain* gains, size_t capacity, size_t* count) {
+extern "C" {
+
+size_t orva_sensor_count(void) {
+  return static_cast<size_t>(
+      std::count_if(std::begin(orvacam::sensors), std::end(orvacam::sensors), orvacam::sendsFrames));
+}
+
+const char* orva_sensor_name(size_t index) {
+  for (const orvacam::Sensor& sensor : orvacam::sensors)
+    if (orvacam::sendsFrames(sensor) && index-- == 0) return sensor.name.data();
+  return nullptr;
+}
+
+orva_status orva_gains(const char* sensor, int back_side_illuminated, const void* calibration, size_t length,
+                       orva_gain* gains, size_t capacity, size_t* count) {
   return guarded([&] {
     const orvacam::Sensor& known = sensorOfName(sensor);
-    const std::unique_ptr<CCameraNVMergeSettings> stored =
-        calibration != nullptr ? readCalibration(calibration, length) : nullptr;
-    const gain_type_info_t camera{known.device, back_side_illuminated != 0};
-    const orvacam::GainTablesApart apart;
-    const std::unique_ptr<IDeviceGainTables> tables(
-        CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, stored.get()));
-    if (tables == nullptr) throw std::bad_alloc();
+    const auto stored = calibration != nullptr ? readCalibration(calibration, length) : nullptr;
+    const auto tables = gainTablesOf({known.device, back_side_illuminated != 0}, stored.get());
     giveGains(*tables, gains, capacity, required(count, "the count"));
   });
+}
 }
