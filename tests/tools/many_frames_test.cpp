@@ -332,4 +332,62 @@ TEST_F(Watch, TakesNoOtherInputs) {
   refused({"convert", "--watch", "in", "--files-from", "a.raw", "-o", "out"}, "--watch and --files-from");
 }
 
+// ---- Commands that read frames more than once, and the report
+
+using LogOfACommand = Program;
+
+Bytes textBytes(const std::string& text) {
+  return {text.begin(), text.end()};
+}
+
+TEST_F(LogOfACommand, CountsFramesOfACalibrationOnce) {
+  for (const unsigned int seed : {1u, 2u, 3u})
+    folder.write("d" + std::to_string(seed) + ".raw",
+                 Sample(fieldsOf("GENERIC", "single", 16, 8), seed).bytes);
+  const Ran ran = orvacam({"calibrate", "bias", "d1.raw", "d2.raw", "d3.raw", "-o", "b.ref", "--progress",
+                           "json", "--log", "log"});
+  EXPECT_EQ(ran.exitCode, 0) << ran.err;
+  EXPECT_THAT(ran.err, HasSubstr(R"({"event": "end", "done": 3, "total": 3, "failed": 0,)"));
+  EXPECT_THAT(textOf(folder.read("log")),
+              AllOf(HasSubstr("Z d2.raw: done\n"), HasSubstr("Z 3 done, 0 failed\n"),
+                    HasSubstr("Z end: exit code 0\n")));
+}
+
+TEST_F(LogOfACommand, IsThereForARegionAndAMeasurement) {
+  writeHdr("a.raw", 64, 48);
+  const Arguments region = {"--x", "0", "--y", "0", "--width", "4", "--height", "4"};
+  Arguments roi = {"roi", "a.raw", "-o", "cut.raw", "--log", "log"};
+  roi.insert(roi.end(), region.begin(), region.end());
+  good(roi);
+  EXPECT_THAT(textOf(folder.read("log")), HasSubstr("Z a.raw: done\n"));
+  roi[5] = "a.raw";
+  refused(roi, "a.raw is an input and cannot be written to");
+  const Ran ran = orvacam({"measure", "--flats", "a.raw", "none.raw", "--darks", "cut.raw", "--log", "log2",
+                           "--progress", "json"});
+  EXPECT_EQ(ran.exitCode, 1);
+  EXPECT_THAT(textOf(folder.read("log2")), AllOf(HasSubstr("No such file"), HasSubstr("end: exit code 1\n")));
+}
+
+TEST_F(LogOfACommand, HoldsWhatPythonSaysOfAReport) {
+  writeHdr("a.raw", 64, 48);
+  writeHdr("b.raw", 64, 48);
+  folder.write("python", textBytes("#!/bin/sh\necho 'orvacam: b.raw: ends too early' >&2\n"
+                                   "printf 'a warning' >&2\necho page > page.html\nexit 1\n"));
+  fs::permissions(folder.path() / "python", fs::perms::owner_all);
+  const Surroundings surroundings = {{{"ORVACAM_PYTHON", folder.file("python")}}, 0, {}};
+  const Ran ran = orvacam({"report", "a.raw", "b.raw", "-o", "page.html", "--log", "log"}, surroundings);
+  EXPECT_EQ(ran.exitCode, 1);
+  EXPECT_EQ(ran.err, "orvacam: b.raw: ends too early\norvacam: a warning\n");
+  EXPECT_THAT(textOf(folder.read("log")),
+              AllOf(HasSubstr("Z begin: 2 inputs\n"), HasSubstr("Z b.raw: ends too early\n"),
+                    HasSubstr("Z a warning\n"), HasSubstr("Z a.raw: done\n"), HasSubstr("Z b.raw: failed\n"),
+                    HasSubstr("Z end: exit code 1\n")));
+  folder.write("python", textBytes("#!/bin/sh\nkill -9 $$\n"));
+  EXPECT_THAT(orvacam({"report", "a.raw", "-o", "page.html", "--log", "log"}, surroundings).err,
+              HasSubstr("was ended: Killed"));
+  fs::remove(folder.path() / "python");
+  EXPECT_THAT(orvacam({"report", "a.raw", "-o", "page.html", "--log", "log"}, surroundings).err,
+              HasSubstr("cannot be started"));
+}
+
 }  // namespace

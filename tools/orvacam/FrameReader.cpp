@@ -34,9 +34,21 @@ void FrameReader::claim(const std::string& path) {
 }
 
 orvacam::Frame FrameReader::read(const std::string& path) {
-  orvacam::Frame frame = orvacam::Frame::read(path);
   std::string& sum = m_sums.at(path);
-  if (sum.front() != ' ') return frame;
+  if (sum.front() != ' ') return orvacam::Frame::read(path);
+  if (!m_progress) m_progress = std::make_unique<Progress>(m_sums.size());
+  try {
+    orvacam::Frame frame = readNew(path, sum);
+    m_progress->step(path, false);
+    return frame;
+  } catch (...) {
+    m_progress->step(path, true);
+    throw;
+  }
+}
+
+orvacam::Frame FrameReader::readNew(const std::string& path, std::string& sum) const {
+  orvacam::Frame frame = orvacam::Frame::read(path);
   const std::string_view bytes = frame.bytes();
   const std::string own = orvacam::files::sha256(bytes.data(), bytes.size());
   for (const auto& [other, known] : m_sums)

@@ -2,11 +2,13 @@
 #define ORVACAM_TOOL_FRAME_READER_H
 
 #include <map>
+#include <memory>
 #include <orvacam.hpp>
 #include <string>
 #include <vector>
 
 #include "Inputs.h"
+#include "Progress.h"
 
 namespace tool {
 
@@ -23,9 +25,14 @@ class FrameReader {
   void claim(const std::string& path);
   /// Throws what reading does, and science::Refused for a copy of another frame.
   orvacam::Frame read(const std::string& path);
+  /// Ends the line of progress, which counts each frame once.
+  void end() { m_progress.reset(); }
 
  private:
+  orvacam::Frame readNew(const std::string& path, std::string& sum) const;
+
   std::map<Identity, std::string> m_files;
+  std::unique_ptr<Progress> m_progress;
   std::map<std::string, std::string> m_sums;  // by path, SHA-256; blank until it is read
 };
 

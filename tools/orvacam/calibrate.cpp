@@ -90,6 +90,7 @@ int calibrated(const CalibrateOptions& o) {
     reader.claim(path);
   source.read = [&reader](const std::string& path) { return reader.read(path); };
   const science::Calibration result = science::calibrate(source);
+  reader.end();
   report(o, result);
   Outcome outcome;
   const auto write = [&](const std::string& path, const Content& content) {

@@ -58,6 +58,7 @@ int measured(const MeasureOptions& options) {
   if (!curve.empty()) targets.claim(curve);
   const science::CameraMeasurement result =
       science::measureCamera({flats, darks, read, corrections.decoder()});
+  reader.end();
   std::cout << (options.json ? jsonOf(result, tableRatio(result)) + "\n" : textOf(result));
   if (curve.empty()) return Good;
   return attempt(curve, [&] {
@@ -89,6 +90,7 @@ void describe(Command& c, MeasureOptions& o) {
   c.add("--json", o.json, "An object with all numbers, their errors and the curves");
   c.add("--overwrite", o.overwrite, "Replace a file that exists");
   addMergeCorrections(c, o.corrections);
+  addSpeech(c);
 }
 
 }  // namespace

@@ -1,8 +1,12 @@
 // orvacam report: hands over to the Python package, which draws the page.
 
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +14,7 @@
 
 #include "Commands.h"
 #include "Inputs.h"
+#include "Progress.h"
 
 namespace tool {
 
@@ -68,6 +73,57 @@ int become(const std::string& python, Names words) {
                 "): apt install python3-orvacam, or name an interpreter in ORVACAM_PYTHON");
 }
 
+/// Says again what comes from a pipe, a message a line, until it is closed. Gives the lines.
+Names passedOn(int pipe) {
+  Names lines;
+  std::string text;
+  char part[4096];
+  for (;;) {
+    const ssize_t count = read(pipe, part, sizeof part);
+    if (count < 0 && errno == EINTR) continue;
+    if (count > 0) text.append(part, static_cast<std::size_t>(count));
+    if (count <= 0 && !text.empty() && text.back() != '\n') text += '\n';
+    for (std::size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
+      const std::string line = text.substr(0, end), own = "orvacam: ";
+      lines.push_back(line.rfind(own, 0) == 0 ? line.substr(own.size()) : line);
+      complain("", lines.back());
+    }
+    if (count <= 0) return lines;
+  }
+}
+
+/// Runs the interpreter beside this process, which logs what it says and what became of the frames. Throws
+/// Failure.
+int runLogged(const std::string& python, const Names& words, const std::vector<Input>& frames) {
+  Progress progress(frames.size());
+  int ends[2];
+  if (pipe(ends) != 0) throw Failure(std::string("cannot be handed over: ") + std::strerror(errno));
+  const pid_t process = fork();
+  if (process == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+    _exit(attempt("report", [&] { become(python, words); }));
+  }
+  close(ends[1]);
+  if (process < 0) {
+    close(ends[0]);
+    throw Failure(std::string("cannot be handed over: ") + std::strerror(errno));
+  }
+  const Names lines = passedOn(ends[0]);
+  close(ends[0]);
+  int status = 0;
+  while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (WIFSIGNALED(status)) throw Failure(python + " was ended: " + strsignal(WTERMSIG(status)));
+  for (const Input& frame : frames)
+    progress.step(frame.path, std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+                    return line.rfind(frame.path + ": ", 0) == 0;
+                  }));
+  return WEXITSTATUS(status);
+}
+
 /// Throws UsageError.
 void requireOutputApart(const std::vector<Input>& inputs, const ReportOptions& options) {
   Targets targets;
@@ -103,7 +159,7 @@ int report(const ReportOptions& options) {
     words.push_back("--compare=" + path);
   if (options.overwrite) words.emplace_back("--overwrite");
   flushOutput();
-  return become(python, words);
+  return settings().log.empty() ? become(python, words) : runLogged(python, words, frames);
 }
 
 void describe(Command& c, ReportOptions& o) {

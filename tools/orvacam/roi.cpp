@@ -4,6 +4,7 @@
 
 #include "Commands.h"
 #include "Corrections.h"
+#include "ForEach.h"
 #include "Inputs.h"
 #include "PlaneFile.h"
 #include "files/Names.h"
@@ -56,7 +57,7 @@ int roi(const RoiOptions& options) {
   targets.isInput(options.file);
   addInputs(targets, options.corrections);
   targets.claim(options.output);
-  return attempt(options.file, [&] {
+  return forEach({{options.file, "", ""}}, [&](const Input&) {
     const orvacam::Frame region =
         readFrame(options.file).cut({options.x, options.y, options.width, options.height});
     if (options.output != "-") files::OutputFile::cleanUp(files::folderOf(options.output));
@@ -80,6 +81,7 @@ void describe(Command& c, RoiOptions& o) {
   c.add("--plane", &o.plane, "The plane that is converted", oneOf("PLANE", planeNames()));
   addCorrections(c, o.corrections);
   addOutputs(c, o.outputs, false);
+  addSpeech(c);
 }
 
 int checked(const RoiOptions& o) {
