@@ -30,10 +30,13 @@ class TestFolder {
   std::string file(const std::string& name) const { return (m_path / name).string(); }
   std::wstring wideFile(const std::string& name) const { return (m_path / name).wstring(); }
 
-  std::wstring write(const std::string& name, const std::vector<unsigned char>& bytes) const {
+  std::filesystem::path put(const std::string& name, const std::vector<unsigned char>& bytes) const {
     std::ofstream out(m_path / name, std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return wideFile(name);
+    return m_path / name;
+  }
+  std::wstring write(const std::string& name, const std::vector<unsigned char>& bytes) const {
+    return put(name, bytes).wstring();
   }
   std::vector<unsigned char> read(const std::string& name) const {
     std::ifstream in(m_path / name, std::ios::binary);
@@ -46,21 +49,31 @@ class TestFolder {
   std::filesystem::path m_path;
 };
 
+/// Works in a folder while this lives.
+class InFolder {
+ public:
+  explicit InFolder(const std::filesystem::path& path) : m_before(std::filesystem::current_path()) {
+    std::filesystem::current_path(path);
+  }
+  InFolder(const InFolder&) = delete;
+  InFolder& operator=(const InFolder&) = delete;
+  ~InFolder() { std::filesystem::current_path(m_before); }
+
+ private:
+  std::filesystem::path m_before;
+};
+
 /// What the library logs while this lives: a fresh log at the most talkative level, in a folder of its own.
 class LogCapture {
  public:
-  LogCapture() : m_before(std::filesystem::current_path()) {
-    std::filesystem::current_path(m_folder.path());
+  LogCapture() {
     CLog::release();
     CLog::getInstance()->m_eLogLevel = CLOGLEVEL_ENTRY;
   }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
-  ~LogCapture() {
-    // Objects keep a pointer to the log, so that it is emptied rather than released.
-    CLog::getInstance()->m_eLogLevel = CLOGLEVEL_OFF;
-    std::filesystem::current_path(m_before);
-  }
+  // Objects keep a pointer to the log, so that it is emptied rather than released.
+  ~LogCapture() { CLog::getInstance()->m_eLogLevel = CLOGLEVEL_OFF; }
 
   /// Every line logged so far, from its level word on.
   std::string text() const {
@@ -77,7 +90,7 @@ class LogCapture {
 
  private:
   TestFolder m_folder;
-  std::filesystem::path m_before;
+  InFolder m_inside{m_folder.path()};
 };
 
 #endif  // ORVACAM_TESTS_TEST_FOLDER_H

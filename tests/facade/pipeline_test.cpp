@@ -1,6 +1,5 @@
 // CAlgo: one call turns a raw frame into planes, metadata and statistics.
 
-#include <gmock/gmock.h>
 #include <orvacam.h>
 
 #include <algorithm>
@@ -9,11 +8,11 @@
 #include "TestFolder.h"
 #include "frames/FrameTesting.h"
 #include "support/Cameras.h"
+#include "support/Contains.h"
 
 namespace {
 
 using namespace frame_testing;
-using ::testing::HasSubstr;
 
 using cameras::Mode;
 
@@ -180,10 +179,7 @@ TEST_F(Facade, DeliversStatisticsAlsoOfAMergeThatFailed) {
 TEST_F(Facade, GivesAllSixBuffersBackAndKeepsTheirRecord) {
   Images::all(images);
   ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr), 0);
-  for (const void* buffer :
-       {static_cast<void*>(images.pLowMetaData), static_cast<void*>(images.pLowImage),
-        static_cast<void*>(images.pHighMetaData), static_cast<void*>(images.pHighImage),
-        static_cast<void*>(images.pMergedMetaData), static_cast<void*>(images.pMergedImage)})
+  for (const void* buffer : buffersOf(images))
     EXPECT_NE(buffer, nullptr);
   for (const unsigned long size : {images.ulLowImageSize, images.ulHighImageSize, images.ulMergedImageSize})
     EXPECT_EQ(size, 2 * raw.framePixels());
@@ -192,10 +188,7 @@ TEST_F(Facade, GivesAllSixBuffersBackAndKeepsTheirRecord) {
     EXPECT_EQ(pixels, raw.framePixels());
   EXPECT_EQ(images.uiMetaDataSize, 384u);
   algo.FreeFramePointers(&images);
-  for (const void* buffer :
-       {static_cast<void*>(images.pLowMetaData), static_cast<void*>(images.pLowImage),
-        static_cast<void*>(images.pHighMetaData), static_cast<void*>(images.pHighImage),
-        static_cast<void*>(images.pMergedMetaData), static_cast<void*>(images.pMergedImage)})
+  for (const void* buffer : buffersOf(images))
     EXPECT_EQ(buffer, nullptr);
   EXPECT_TRUE(images.bMergedImageRequest);
 }
@@ -223,13 +216,6 @@ TEST_F(Facade, UsesACallersHistogramAsFarAsItGoes) {
   ASSERT_EQ(algo.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, &stats), 0);
   EXPECT_GE(histogram[9], 0.0);
   EXPECT_EQ(histogram[10], -1.0);
-}
-
-TEST_F(Facade, MakesAGenericFrameOfAnUnknownModel) {
-  RawFrame other(header("Unheard of", 16, false, 6, 4));
-  images.bLowImageRequest = true;
-  EXPECT_EQ(algo.MergeImage(other.bytes.data(), other.bytes.size(), &images, nullptr), 0);
-  EXPECT_EQ(images.low(), other.plane(0));
 }
 
 TEST_F(Facade, FollowsSizeAndGainFromFrameToFrame) {
@@ -360,8 +346,8 @@ TEST_F(Facade, UsesReferenceFilesAndSaysWhenTheyFail) {
   EXPECT_EQ(images.pMergedImage[0], high);
 
   EXPECT_EQ(fresh.MergeFile(frame.c_str(), &images, nullptr, L"/nowhere", nullptr), -1);
-  EXPECT_THAT(log.text(), HasSubstr("ERROR, MergeFile: Error allocating reference frames w: " +
-                                    std::to_string(width) + " h: " + std::to_string(height) + "\n"));
+  EXPECT_TRUE(contains(log.text(), "ERROR, MergeFile: Error allocating reference frames w: " +
+                                       std::to_string(width) + " h: " + std::to_string(height) + "\n"));
 }
 
 TEST_F(Facade, LogsItsEntryAndExit) {
@@ -370,11 +356,11 @@ TEST_F(Facade, LogsItsEntryAndExit) {
   fresh.Initialize({0, false}, nullptr);
   EXPECT_EQ(log.text(), "UNKNO, Initialize: ENTERED pNVMergeSettings= (nil)\nUNKNO, Initialize: LEAVING\n");
   fresh.MergeImage(raw.bytes.data(), raw.bytes.size(), &images, nullptr);
-  EXPECT_THAT(log.text(),
-              HasSubstr("UNKNO, InitFrame: uiSourceSize= " + std::to_string(raw.bytes.size()) + "\n"));
+  EXPECT_TRUE(
+      contains(log.text(), "UNKNO, InitFrame: uiSourceSize= " + std::to_string(raw.bytes.size()) + "\n"));
   const TestFolder folder;
   fresh.MergeFile(folder.write("f", raw.bytes).c_str(), &images, nullptr, nullptr, nullptr);
-  EXPECT_THAT(log.text(), HasSubstr("UNKNO, InitFrame: (file)\n"));
+  EXPECT_TRUE(contains(log.text(), "UNKNO, InitFrame: (file)\n"));
 }
 
 TEST_F(Facade, MakesNoFrameWithoutMetadata) {
@@ -399,14 +385,6 @@ TEST_F(Facade, TakesHeadersOfAllVersions) {
     EXPECT_EQ(own.uiMetaDataSize, version == 1 ? 156u : version == 2 ? 246u : 384u);
     EXPECT_EQ(own.pLowMetaData[0], version < 3 ? 0 : 'M');
   }
-}
-
-TEST_F(Facade, RefusesWhatIsNoRegularFile) {
-  images.bLowImageRequest = true;
-  EXPECT_LE(algo.MergeFile(L"/dev/null", &images, nullptr, nullptr, nullptr), 0);
-  EXPECT_EQ(images.pLowImage, nullptr);
-  EXPECT_NE(algo.MergeFile(L"/tmp", &images, nullptr, nullptr, nullptr), 1);
-  EXPECT_EQ(images.pLowImage, nullptr);
 }
 
 }  // namespace

@@ -23,22 +23,6 @@ struct Expected {
   NaiveStatistics lowStats, highStats, mergedStats;
 };
 
-/// The 13-bit decoding: pixels of truth values.
-Pixels sampledPixels(const unsigned char* s, std::size_t count) {
-  // Step, S1, S0, R1, R2 of each pixel of a group.
-  constexpr int table[8][5] = {{1, 0, 5, 3, 8}, {2, 2, 10, 0, 6}, {1, 0, 7, 1, 8},  {2, 4, 12, 0, 4},
-                               {2, 1, 9, 0, 7}, {1, 0, 6, 2, 8},  {2, 3, 11, 0, 5}, {2, 0, 8, 0, 8}};
-  Pixels pixels;
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto& [step, s1, s0, r1, r2] = table[i % 8];
-    int value = (s[0] != 0) << s0 | (s[1] >> r1 != 0) << s1;
-    if (s1 != 0 && s[2] >> r2 != 0) value |= 1;
-    pixels.push_back(static_cast<unsigned short>(value));
-    s += step;
-  }
-  return pixels;
-}
-
 void expectMerge(Expected& expected, const RawFrame& raw, double ratio) {
   unsigned int width = 0, height = 0, left = 0, above = 0, unused = 0, imageWidth = 0, imageHeight = 0;
   raw.metaData.GetFrameDimensionsBinned(width, height);

@@ -2,17 +2,19 @@
 #define ORVACAM_TESTS_FACE_FACE_TESTING_H
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <orvacam.h>
 
-#include <filesystem>
-#include <fstream>
+#include <memory>
 #include <orvacam.hpp>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "TestFolder.h"
 #include "simulator/Encoder.h"
 #include "simulator/Header.h"
+#include "support/Cameras.h"
 
 namespace face_testing {
 
@@ -20,61 +22,56 @@ namespace sim = orvacam::simulator;
 using Bytes = std::vector<unsigned char>;
 using orvacam::Reason;
 
-/// A way in which a sensor sends its pixels, and what the face makes of it.
-struct Mode {
-  const char* name;
-  const char* sensor;
-  const char* model;
-  unsigned int bits;
-  bool hdr, sampled;
-  std::vector<std::string> planes;
-};
+using cameras::Mode;
 
+/// The ways in which sensors send their pixels, but for a pair that no plain camera sends, and samples.
 inline const std::vector<Mode>& modes() {
-  static const std::vector<std::string> merged = {"low", "high", "merged"};
-  static const std::vector<std::string> pair = {"low", "high"};
-  static const std::vector<std::string> image = {"image"};
-  static const std::vector<Mode> all = {
-      {"GSense400Hdr", "GSENSE400", "VESTRA VS400", 12, true, false, merged},
-      {"GSense400Single", "GSENSE400", "VESTRA VS400", 12, false, false, image},
-      {"GSense2020Hdr", "GSENSE2020", "VESTRA VS2020", 12, true, false, merged},
-      {"GSense2020Single", "GSENSE2020", "VESTRA VS2020", 12, false, false, image},
-      {"GSense2020Sixteen", "GSENSE2020", "VESTRA VS2020", 16, false, false, image},
-      {"GSense4040Hdr", "GSENSE4040", "VESTRA VS4040", 12, true, false, merged},
-      {"GSense4040Single", "GSENSE4040", "VESTRA VS4040", 12, false, false, image},
-      {"GSense4040Sixteen", "GSENSE4040", "VESTRA VS4040", 16, false, false, image},
-      {"GSense6060Hdr", "GSENSE6060", "VESTRA VS6060", 12, true, false, merged},
-      {"GSense6060Pair", "GSENSE6060", "VESTRA VS6060", 12, false, false, pair},
-      {"GSense6060Sixteen", "GSENSE6060", "VESTRA VS6060", 16, false, false, image},
-      {"Ccd23042", "CCD230-42", "ARGENT 230-42", 16, false, false, image},
-      {"Ccd23084", "CCD230-84", "ARGENT 230-84", 16, false, false, image},
-      {"Ccd4320", "CCD4320", "ARGENT 4320", 16, false, false, image},
-      {"Imx183", "IMX183", "VESTRA IMX183", 16, false, false, image},
-      {"Lsgen", "LSGEN", "LSGEN 1", 16, false, false, image},
-      {"Generic", "GENERIC", "VESTRA PLAIN", 16, false, false, image},
-  };
+  static const std::vector<Mode> all = [] {
+    auto chosen = cameras::modesThat([](const Mode& mode) {
+      return mode.stream != cameras::Stream::Sampled && (mode.stream != cameras::Stream::Plain || !mode.hdr);
+    });
+    chosen.push_back({"Lsgen", "LSGEN 1", cameras::Stream::Plain, 16, false});
+    return chosen;
+  }();
   return all;
 }
 
-inline const Mode& modeNamed(const std::string& name) {
+inline const Mode& modeNamed(std::string_view name) {
   for (const Mode& mode : modes())
     if (name == mode.name) return mode;
-  throw std::invalid_argument(name);
+  throw std::invalid_argument(std::string(name));
 }
 
-inline void PrintTo(const Mode& mode, std::ostream* out) {
-  *out << mode.name;
+/// What the face makes of a mode: its sensor's name and its planes.
+inline std::string sensorOf(const Mode& mode) {
+  return mode.name == std::string_view("Lsgen") ? "LSGEN" : mode.camera().sensor;
 }
+inline std::vector<std::string> planesOf(const Mode& mode) {
+  if (mode.hdr) return {"low", "high", "merged"};
+  // The GSENSE6060 sends two planes of 12 bits whatever its flag says.
+  if (mode.name == std::string_view("GSense6060Twelve")) return {"low", "high"};
+  return {"image"};
+}
+
+/// A test of each mode.
+class OfEveryMode : public testing::TestWithParam<Mode> {
+ protected:
+  const Mode& mode = GetParam();
+  std::vector<std::string> planes = planesOf(mode);
+};
+#define ORVACAM_OF_EVERY_MODE(suite)                                 \
+  using suite = face_testing::OfEveryMode;                           \
+  INSTANTIATE_TEST_SUITE_P(Modes, suite, testing::ValuesIn(modes()), \
+                           [](const auto& info) { return std::string(info.param.name); })
 
 inline sim::HeaderFields fieldsOf(const Mode& mode, unsigned int width = 24, unsigned int height = 10) {
   sim::HeaderFields fields;
   fields.model = mode.model;
   fields.dataBits = fields.sensorBits = mode.bits;
   fields.hdr = mode.hdr;
-  fields.correlatedMultipleSampling = mode.sampled;
   fields.width = width;
   fields.height = height;
-  fields.quadrants = 0x3C;
+  fields.quadrants = mode.quadrants;
   fields.lowGain = 1;
   fields.highGain = 2;
   return fields;
@@ -103,10 +100,45 @@ inline SimulatedFrame simulate(const sim::HeaderFields& fields, unsigned int ver
   return frame;
 }
 
-inline orvacam::Frame frameOf(const sim::HeaderFields& fields, unsigned int version = 3) {
-  const Bytes bytes = simulate(fields, version).bytes;
+inline orvacam::Frame viewed(const Bytes& bytes) {
+  return orvacam::Frame::view(bytes.data(), bytes.size());
+}
+inline orvacam::Frame copied(const Bytes& bytes) {
   return orvacam::Frame::copy(bytes.data(), bytes.size());
 }
+inline orvacam::Frame frameOf(const sim::HeaderFields& fields, unsigned int version = 3) {
+  return copied(simulate(fields, version).bytes);
+}
+
+/// What the documented classes make of a frame.
+struct Machinery {
+  Machinery() { images.bLowImageRequest = images.bHighImageRequest = images.bMergedImageRequest = true; }
+  Machinery(const Machinery&) = delete;
+  Machinery& operator=(const Machinery&) = delete;
+  ~Machinery() { algo->FreeFramePointers(&images); }
+
+  std::vector<std::uint16_t> mergedOf(Bytes bytes, CCameraNVMergeSettings* stored = nullptr) {
+    CFrameMetaData header;
+    Bytes start = bytes;
+    header.Parse(start.data(), static_cast<unsigned int>(start.size()));
+    gain_type_info_t camera{0, header.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
+    header.GetDeviceType(camera.uiDeviceType);
+    algo->Initialize(camera, stored);
+    EXPECT_EQ(algo->MergeImage(bytes.data(), bytes.size(), &images, nullptr), 0);
+    return {images.pMergedImage, images.pMergedImage + images.ulMergedImagePixels};
+  }
+  /// With reference files, or without where a name is empty.
+  std::vector<std::uint16_t> mergedOf(const std::filesystem::path& frame, const std::wstring& dsnu,
+                                      const std::wstring& prnu) {
+    EXPECT_EQ(algo->MergeFile(frame.wstring().c_str(), &images, nullptr,
+                              dsnu.empty() ? nullptr : dsnu.c_str(), prnu.empty() ? nullptr : prnu.c_str()),
+              0);
+    return {images.pMergedImage, images.pMergedImage + images.ulMergedImagePixels};
+  }
+
+  std::unique_ptr<CAlgo> algo = std::make_unique<CAlgo>();
+  unpacked_images_t images{};
+};
 
 /// The reason that a step fails for; a failure of the test when it does not.
 template <typename Step>
@@ -134,37 +166,6 @@ inline std::vector<std::string> idsOf(const std::vector<orvacam::Finding>& findi
   for (const orvacam::Finding& finding : findings)
     ids.push_back(finding.id);
   return ids;
-}
-
-/// A folder of the test's own, gone at its end.
-class TestFolder {
- public:
-  TestFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "orvacam-face-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    m_path = name;
-  }
-  TestFolder(const TestFolder&) = delete;
-  TestFolder& operator=(const TestFolder&) = delete;
-  ~TestFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-  }
-  const std::filesystem::path& path() const { return m_path; }
-  std::filesystem::path write(const std::string& name, const Bytes& bytes) const {
-    const std::filesystem::path file = m_path / name;
-    std::ofstream(file, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    return file;
-  }
-
- private:
-  std::filesystem::path m_path;
-};
-
-inline Bytes readBytes(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 }  // namespace face_testing

@@ -1,15 +1,14 @@
 // The C interface: null arguments, sizes of records, statuses.
 
-#include <gmock/gmock.h>
 #include <orvacam_c.h>
 
 #include <cstring>
 #include <thread>
 
 #include "face/FaceTesting.h"
+#include "support/Contains.h"
 
 using namespace face_testing;
-using testing::HasSubstr;
 
 namespace {
 
@@ -65,94 +64,69 @@ TEST_F(FaceArguments, NullIsAnswered) {
   auto finding = sized<orva_finding>();
   auto merge = sized<orva_merge_info>();
   auto decoded = sized<orva_decoded>();
-  const orva_status statuses[] = {orva_header_parse(bytes.data(), bytes.size(), nullptr),
-                                  orva_header_parse(nullptr, 1, &header_out),
-                                  orva_header_read(nullptr, &header_out),
-                                  orva_header_read("x", nullptr),
-                                  orva_header_get_info(nullptr, &info),
-                                  orva_header_get_info(header, nullptr),
-                                  orva_header_get_geometry(nullptr, &geometry),
-                                  orva_header_get_geometry(header, nullptr),
-                                  orva_header_get_number(nullptr, "HDRMode", &number),
-                                  orva_header_get_number(header, nullptr, &number),
-                                  orva_header_get_number(header, "HDRMode", nullptr),
-                                  orva_header_get_text(nullptr, "HDRMode", nullptr, 0, &size),
-                                  orva_header_get_text(header, nullptr, nullptr, 0, &size),
-                                  orva_header_get_text(header, "HDRMode", nullptr, 5, &size),
-                                  orva_header_to_text(nullptr, nullptr, 0, &size),
-                                  orva_header_to_json(nullptr, nullptr, 0, &size),
-                                  orva_header_get_bytes(nullptr, &data, &size),
-                                  orva_header_get_bytes(header, nullptr, &size),
-                                  orva_header_get_bytes(header, &data, nullptr),
-                                  orva_image_copy(ORVA_PIXEL_U16, 1, 1, nullptr, &image_out),
-                                  orva_image_copy(ORVA_PIXEL_U16, 1, 1, "ab", nullptr),
-                                  orva_image_copy(9, 1, 1, "ab", &image_out),
-                                  orva_image_get_info(nullptr, &image_info),
-                                  orva_image_get_info(planes.low, nullptr),
-                                  orva_image_get_header(nullptr, &borrowed),
-                                  orva_image_get_header(planes.low, nullptr),
-                                  orva_image_get_statistics(nullptr, &statistics),
-                                  orva_image_get_statistics(planes.low, &statistics),
-                                  orva_frame_read(nullptr, &frame_out),
-                                  orva_frame_read("x", nullptr),
-                                  orva_frame_copy(nullptr, 1, &frame_out),
-                                  orva_frame_copy(bytes.data(), bytes.size(), nullptr),
-                                  orva_header_of_plane(nullptr, ORVA_PLANE_LOW, &header_out),
-                                  orva_header_of_plane(header, ORVA_PLANE_LOW, nullptr),
-                                  orva_frame_view(nullptr, 1, &frame_out),
-                                  orva_frame_view(bytes.data(), bytes.size(), nullptr),
-                                  orva_frame_get_bytes(nullptr, &data, &size),
-                                  orva_frame_get_bytes(frame, nullptr, &size),
-                                  orva_frame_get_bytes(frame, &data, nullptr),
-                                  orva_frame_finding_count(nullptr, &size),
-                                  orva_frame_finding_count(frame, nullptr),
-                                  orva_frame_get_finding(nullptr, 0, &finding),
-                                  orva_frame_get_finding(frame, 0, &finding),
-                                  orva_frame_cut(nullptr, 0, 0, 2, 2, &frame_out),
-                                  orva_frame_cut(frame, 0, 0, 2, 2, nullptr),
-                                  orva_decoder_create(nullptr),
-                                  orva_decoder_set_dsnu(nullptr, "x"),
-                                  orva_decoder_set_prnu(nullptr, "x"),
-                                  orva_decoder_set_bias(nullptr, nullptr, nullptr),
-                                  orva_decoder_set_thresholds(nullptr, 1, 1),
-                                  orva_decoder_set_calibration(nullptr, nullptr, 0),
-                                  orva_decoder_get_merge_info(nullptr, header, &merge),
-                                  orva_decoder_get_merge_info(decoder, nullptr, &merge),
-                                  orva_decoder_get_merge_info(decoder, header, nullptr),
-                                  orva_decoder_decode(nullptr, frame, nullptr, &decoded),
-                                  orva_decoder_decode(decoder, nullptr, nullptr, &decoded),
-                                  orva_decoder_decode(decoder, frame, nullptr, nullptr),
-                                  orva_convert_file(nullptr, ORVA_FILE_FITS, nullptr, nullptr, "a.fit"),
-                                  orva_convert_file("a", ORVA_FILE_FITS, nullptr, nullptr, nullptr),
-                                  orva_gains(nullptr, 0, nullptr, 0, nullptr, 0, &size),
-                                  orva_gains("GSENSE400", 0, nullptr, 0, nullptr, 0, nullptr),
-                                  orva_gains("GSENSE400", 0, nullptr, 0, nullptr, 3, &size),
-                                  orva_stack_create(ORVA_STACK_MEAN, nullptr),
-                                  orva_stack_set_plane(nullptr, "low"),
-                                  orva_stack_set_decoder(stack, nullptr),
-                                  orva_stack_allow_unlike(nullptr, 1),
-                                  orva_stack_add(nullptr, frame),
-                                  orva_stack_add(stack, nullptr),
-                                  orva_stack_sums(nullptr, &image_out),
-                                  orva_stack_sums(stack, nullptr),
-                                  orva_stack_squares(nullptr, &image_out),
-                                  orva_stack_get_header(nullptr, &borrowed),
-                                  orva_stack_get_header(stack, nullptr),
-                                  orva_stack_from_sums(nullptr, 1, planes.low, planes.low, &stack_out),
-                                  orva_stack_from_sums(header, 1, nullptr, planes.low, &stack_out),
-                                  orva_stack_from_sums(header, 1, planes.low, nullptr, &stack_out),
-                                  orva_stack_from_sums(header, 1, planes.low, planes.low, &stack_out),
-                                  orva_stack_from_sums(header, 1, planes.low, planes.low, nullptr),
-                                  orva_stack_merge(nullptr, stack),
-                                  orva_stack_merge(stack, nullptr),
-                                  orva_stack_result(nullptr, &image_out),
-                                  orva_stack_result(stack, nullptr),
-                                  orva_stack_result_u16(nullptr, &image_out),
-                                  orva_stack_result_u16(stack, nullptr)};
-  for (std::size_t i = 0; i < std::size(statuses); ++i)
-    EXPECT_EQ(statuses[i], badArgument) << "call " << i;
+  const auto refused = [](const std::vector<orva_status>& statuses) {
+    for (std::size_t i = 0; i < statuses.size(); ++i)
+      EXPECT_EQ(statuses[i], badArgument) << "call " << i;
+  };
+  refused({orva_header_parse(bytes.data(), bytes.size(), nullptr), orva_header_parse(nullptr, 1, &header_out),
+           orva_header_read(nullptr, &header_out), orva_header_read("x", nullptr),
+           orva_header_get_info(nullptr, &info), orva_header_get_info(header, nullptr),
+           orva_header_get_geometry(nullptr, &geometry), orva_header_get_geometry(header, nullptr),
+           orva_header_get_number(nullptr, "HDRMode", &number),
+           orva_header_get_number(header, nullptr, &number)});
+  refused({orva_header_get_number(header, "HDRMode", nullptr),
+           orva_header_get_text(nullptr, "HDRMode", nullptr, 0, &size),
+           orva_header_get_text(header, nullptr, nullptr, 0, &size),
+           orva_header_get_text(header, "HDRMode", nullptr, 5, &size),
+           orva_header_to_text(nullptr, nullptr, 0, &size), orva_header_to_json(nullptr, nullptr, 0, &size),
+           orva_header_get_bytes(nullptr, &data, &size), orva_header_get_bytes(header, nullptr, &size),
+           orva_header_get_bytes(header, &data, nullptr),
+           orva_header_of_plane(nullptr, ORVA_PLANE_LOW, &header_out)});
+  refused({orva_header_of_plane(header, ORVA_PLANE_LOW, nullptr)});
+  refused({orva_image_copy(ORVA_PIXEL_U16, 1, 1, nullptr, &image_out),
+           orva_image_copy(ORVA_PIXEL_U16, 1, 1, "ab", nullptr), orva_image_copy(9, 1, 1, "ab", &image_out),
+           orva_image_get_info(nullptr, &image_info), orva_image_get_info(planes.low, nullptr),
+           orva_image_get_header(nullptr, &borrowed), orva_image_get_header(planes.low, nullptr),
+           orva_image_get_statistics(nullptr, &statistics),
+           orva_image_get_statistics(planes.low, &statistics)});
+  refused({orva_frame_read(nullptr, &frame_out), orva_frame_read("x", nullptr),
+           orva_frame_copy(nullptr, 1, &frame_out), orva_frame_copy(bytes.data(), bytes.size(), nullptr),
+           orva_frame_view(nullptr, 1, &frame_out), orva_frame_view(bytes.data(), bytes.size(), nullptr),
+           orva_frame_get_bytes(nullptr, &data, &size), orva_frame_get_bytes(frame, nullptr, &size),
+           orva_frame_get_bytes(frame, &data, nullptr), orva_frame_finding_count(nullptr, &size)});
+  refused({orva_frame_finding_count(frame, nullptr), orva_frame_get_finding(nullptr, 0, &finding),
+           orva_frame_get_finding(frame, 0, &finding), orva_frame_cut(nullptr, 0, 0, 2, 2, &frame_out),
+           orva_frame_cut(frame, 0, 0, 2, 2, nullptr)});
+  refused({orva_decoder_create(nullptr), orva_decoder_set_dsnu(nullptr, "x"),
+           orva_decoder_set_prnu(nullptr, "x"), orva_decoder_set_bias(nullptr, nullptr, nullptr),
+           orva_decoder_set_thresholds(nullptr, 1, 1), orva_decoder_set_calibration(nullptr, nullptr, 0),
+           orva_decoder_get_merge_info(nullptr, header, &merge),
+           orva_decoder_get_merge_info(decoder, nullptr, &merge),
+           orva_decoder_get_merge_info(decoder, header, nullptr),
+           orva_decoder_decode(nullptr, frame, nullptr, &decoded)});
+  refused({orva_decoder_decode(decoder, nullptr, nullptr, &decoded),
+           orva_decoder_decode(decoder, frame, nullptr, nullptr)});
+  refused({orva_convert_file(nullptr, ORVA_FILE_FITS, nullptr, nullptr, "a.fit"),
+           orva_convert_file("a", ORVA_FILE_FITS, nullptr, nullptr, nullptr),
+           orva_gains(nullptr, 0, nullptr, 0, nullptr, 0, &size),
+           orva_gains("GSENSE400", 0, nullptr, 0, nullptr, 0, nullptr),
+           orva_gains("GSENSE400", 0, nullptr, 0, nullptr, 3, &size)});
+  refused({orva_stack_create(ORVA_STACK_MEAN, nullptr), orva_stack_set_plane(nullptr, "low"),
+           orva_stack_set_decoder(stack, nullptr), orva_stack_allow_unlike(nullptr, 1),
+           orva_stack_add(nullptr, frame), orva_stack_add(stack, nullptr),
+           orva_stack_sums(nullptr, &image_out), orva_stack_sums(stack, nullptr),
+           orva_stack_squares(nullptr, &image_out), orva_stack_get_header(nullptr, &borrowed)});
+  refused({orva_stack_get_header(stack, nullptr),
+           orva_stack_from_sums(nullptr, 1, planes.low, planes.low, &stack_out),
+           orva_stack_from_sums(header, 1, nullptr, planes.low, &stack_out),
+           orva_stack_from_sums(header, 1, planes.low, nullptr, &stack_out),
+           orva_stack_from_sums(header, 1, planes.low, planes.low, &stack_out),
+           orva_stack_from_sums(header, 1, planes.low, planes.low, nullptr), orva_stack_merge(nullptr, stack),
+           orva_stack_merge(stack, nullptr), orva_stack_result(nullptr, &image_out),
+           orva_stack_result(stack, nullptr)});
+  refused({orva_stack_result_u16(nullptr, &image_out), orva_stack_result_u16(stack, nullptr)});
   EXPECT_EQ(orva_last_error()->kind, ORVA_BAD_ARGUMENT);
-  EXPECT_THAT(orva_last_error()->text, HasSubstr("is null"));
+  EXPECT_TRUE(contains(orva_last_error()->text, "is null"));
   EXPECT_EQ(header_out, nullptr);
   EXPECT_EQ(frame_out, nullptr);
   EXPECT_EQ(image_out, nullptr);
@@ -226,7 +200,7 @@ TEST_F(FaceArguments, RecordsAreFilledAsFarAsTheyGo) {
 TEST_F(FaceArguments, RecordsWithoutASizeAreRefused) {
   orva_header_info info{};
   EXPECT_EQ(orva_header_get_info(header, &info), badArgument);
-  EXPECT_THAT(orva_last_error()->text, HasSubstr("does not state its size"));
+  EXPECT_TRUE(contains(orva_last_error()->text, "does not state its size"));
   orva_request request{};
   auto decoded = sized<orva_decoded>();
   EXPECT_EQ(orva_decoder_decode(decoder, frame, &request, &decoded), badArgument);

@@ -1,28 +1,18 @@
 // Frames: where they come from, what they yield, and what a look at them brings up.
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <map>
 
 #include "face/FaceTesting.h"
+#include "support/Contains.h"
 
 using namespace face_testing;
 using orvacam::Finding;
 using orvacam::Frame;
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace {
-
-Frame copied(const Bytes& bytes) {
-  return Frame::copy(bytes.data(), bytes.size());
-}
 
 Finding findingOf(const Frame& frame, const std::string& id) {
   for (const Finding& finding : frame.check())
@@ -35,8 +25,8 @@ void expectRefused(const Frame& frame, const std::string& id, Reason reason, con
   const Finding finding = findingOf(frame, id);
   EXPECT_EQ(finding.severity, Finding::Severity::error);
   EXPECT_EQ(finding.reason, reason);
-  EXPECT_THAT(finding.text, HasSubstr(words));
-  EXPECT_THAT(frame.planes(), IsEmpty());
+  EXPECT_TRUE(contains(finding.text, words));
+  EXPECT_TRUE(frame.planes().empty());
   orvacam::Decoder decoder;
   const auto error = errorOf([&] { decoder.decode(frame); });
   EXPECT_EQ(error.reason(), frame.check().front().reason);
@@ -48,32 +38,29 @@ void expectRemarked(const Frame& frame, const std::string& id, Finding::Severity
                     const std::string& words) {
   const Finding finding = findingOf(frame, id);
   EXPECT_EQ(finding.severity, severity);
-  EXPECT_THAT(finding.text, HasSubstr(words));
-  EXPECT_THAT(frame.planes(), Not(IsEmpty()));
+  EXPECT_TRUE(contains(finding.text, words));
+  EXPECT_FALSE(frame.planes().empty());
   orvacam::Decoder decoder;
   EXPECT_NO_THROW(decoder.decode(frame));
 }
 
 }  // namespace
 
-class FaceFrameOf : public testing::TestWithParam<Mode> {};
-INSTANTIATE_TEST_SUITE_P(Modes, FaceFrameOf, testing::ValuesIn(modes()),
-                         [](const auto& info) { return std::string(info.param.name); });
+ORVACAM_OF_EVERY_MODE(FaceFrameOf);
 
 TEST_P(FaceFrameOf, NamesItsPlanesAndIsSane) {
-  const Frame frame = frameOf(fieldsOf(GetParam()));
-  EXPECT_EQ(frame.planes(), GetParam().planes);
-  EXPECT_EQ(idsOf(frame.check()), GetParam().sensor == std::string("GENERIC")
-                                      ? std::vector<std::string>{"unknown_sensor"}
-                                      : std::vector<std::string>());
+  const Frame frame = frameOf(fieldsOf(mode));
+  EXPECT_EQ(frame.planes(), planes);
+  EXPECT_EQ(idsOf(frame.check()), sensorOf(mode) == "GENERIC" ? std::vector<std::string>{"unknown_sensor"}
+                                                              : std::vector<std::string>());
 }
 
 TEST_P(FaceFrameOf, CutOffAnywhereNamesTheBytesThatItNeeds) {
-  const SimulatedFrame whole = simulate(fieldsOf(GetParam()));
+  const SimulatedFrame whole = simulate(fieldsOf(mode));
   for (const std::size_t missing : {std::size_t{1}, std::size_t{7}, whole.bytes.size() - 384}) {
     const Frame frame = Frame::view(whole.bytes.data(), whole.bytes.size() - missing);
     EXPECT_EQ(idsOf(frame.check()).front(), "pixels_missing");
-    EXPECT_THAT(frame.planes(), IsEmpty());
+    EXPECT_TRUE(frame.planes().empty());
     orvacam::Decoder decoder;
     const auto error = errorOf([&] { decoder.decode(frame); });
     EXPECT_EQ(error.reason(), Reason::truncated);
@@ -88,7 +75,7 @@ TEST(FaceFrame, IsReadCopiedAndViewedAlike) {
   const TestFolder folder;
   const Bytes bytes = simulate(fieldsOf("GSense400Hdr")).bytes;
   orvacam::Decoder decoder;
-  const auto read = decoder.decode(Frame::read(folder.write("a.raw", bytes)));
+  const auto read = decoder.decode(Frame::read(folder.put("a.raw", bytes)));
   const auto copy = decoder.decode(copied(bytes));
   const auto view = decoder.decode(Frame::view(bytes.data(), bytes.size()));
   EXPECT_EQ(pixelsOf(read.merged), pixelsOf(copy.merged));
@@ -99,7 +86,7 @@ TEST(FaceFrame, IsReadCopiedAndViewedAlike) {
 TEST(FaceFrame, OfAFileDoesNotMindLaterChangesOfIt) {
   const TestFolder folder;
   const Bytes bytes = simulate(fieldsOf("GSense400Hdr")).bytes;
-  const auto path = folder.write("a.raw", bytes);
+  const auto path = folder.put("a.raw", bytes);
   const Frame frame = Frame::read(path);
   std::filesystem::remove(path);
   EXPECT_EQ(frame.bytes(), std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
@@ -110,7 +97,7 @@ TEST(FaceFrame, OfMoreThanTheStartIsReadWhole) {
   const TestFolder folder;
   const Bytes bytes = simulate(fieldsOf(modeNamed("GSense4040Hdr"), 256, 200)).bytes;
   ASSERT_GT(bytes.size(), 65536u);
-  const Frame frame = Frame::read(folder.write("a.raw", bytes));
+  const Frame frame = Frame::read(folder.put("a.raw", bytes));
   EXPECT_EQ(frame.bytes(), std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
@@ -130,7 +117,7 @@ std::uint64_t bytesRead() {
 TEST(FaceFrame, IsReadOnceAndAHeaderNeedsNoMoreThanTheStart) {
   const TestFolder folder;
   const Bytes bytes = simulate(fieldsOf(modeNamed("GSense4040Hdr"), 512, 512)).bytes;
-  const auto path = folder.write("a.raw", bytes);
+  const auto path = folder.put("a.raw", bytes);
   const std::uint64_t start = bytesRead();
   if (start == 0) return;  // the system does not say
   const std::uint64_t asking = bytesRead() - start;
@@ -147,9 +134,9 @@ TEST(FaceFrame, AnyFileNameWorksAndComesBack) {
   const Bytes bytes = simulate(fieldsOf("Generic")).bytes;
   for (const std::string& name : {std::string("\xC3\xBCn\xC3\xAF.raw"), std::string("\xFF\xFE bad bytes.raw"),
                                   std::string(255, 'x'), std::string("new\nline"), std::string("-")}) {
-    EXPECT_NO_THROW(Frame::read(folder.write(name, bytes))) << name;
+    EXPECT_NO_THROW(Frame::read(folder.put(name, bytes))) << name;
     const Bytes none;
-    const auto error = errorOf([&] { Frame::read(folder.write(name, none)); });
+    const auto error = errorOf([&] { Frame::read(folder.put(name, none)); });
     EXPECT_EQ(error.path(), (folder.path() / name).native());
   }
 }
@@ -160,7 +147,7 @@ TEST(FaceFrame, AFifoIsAnsweredAtOnce) {
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   const auto error = errorOf([&] { Frame::read(path); });
   EXPECT_EQ(error.reason(), Reason::io);
-  EXPECT_THAT(error.what(), HasSubstr("no regular file"));
+  EXPECT_TRUE(contains(error.what(), "no regular file"));
   EXPECT_EQ(reasonOf([&] { orvacam::Header::read(path); }), Reason::io);
   EXPECT_EQ(reasonOf([&] { orvacam::Decoder().dsnu(path); }), Reason::io);
 }
@@ -175,7 +162,7 @@ TEST(FaceFrame, ErrorsOfDecodingNameTheFile) {
   const TestFolder folder;
   Bytes bytes = simulate(fieldsOf("GSense400Hdr")).bytes;
   bytes.pop_back();
-  const auto path = folder.write("short.raw", bytes);
+  const auto path = folder.put("short.raw", bytes);
   const Frame frame = Frame::read(path);
   EXPECT_EQ(errorOf([&] { orvacam::Decoder().decode(frame); }).path(), path.string());
 }
@@ -183,7 +170,7 @@ TEST(FaceFrame, ErrorsOfDecodingNameTheFile) {
 TEST(FaceFrame, WhatIsNoFrameIsRefused) {
   const TestFolder folder;
   const Bytes text(100000, 'x');
-  EXPECT_EQ(reasonOf([&] { Frame::read(folder.write("x", text)); }), Reason::not_a_frame);
+  EXPECT_EQ(reasonOf([&] { Frame::read(folder.put("x", text)); }), Reason::not_a_frame);
   EXPECT_EQ(reasonOf([&] { copied(text); }), Reason::not_a_frame);
   EXPECT_EQ(reasonOf([&] { Frame::view(nullptr, 5); }), Reason::bad_argument);
   EXPECT_EQ(reasonOf([&] { Frame::copy(nullptr, 0); }), Reason::not_a_frame);
@@ -207,7 +194,7 @@ TEST(FaceFinding, ImageThatStopsBeforeItStarts) {
 }
 
 TEST(FaceFinding, PairsThatASensorDoesNotSend) {
-  for (const char* mode : {"Generic", "Imx183", "Lsgen", "Ccd23042", "GSense6060Sixteen"}) {
+  for (const char* mode : {"Generic", "Imx183", "Lsgen", "FourAmplifiers", "GSense6060Sixteen"}) {
     Bytes bytes = simulate(fieldsOf(mode)).bytes;
     bytes[98] |= 0x20;
     expectRefused(copied(bytes), "impossible_pair", Reason::unsupported_sensor,
@@ -216,13 +203,10 @@ TEST(FaceFinding, PairsThatASensorDoesNotSend) {
 }
 
 TEST(FaceFinding, DepthsThatASensorDoesNotSend) {
-  const std::map<std::string, std::vector<unsigned int>> impossible = {{"GSense400Single", {16, 8, 14}},
-                                                                       {"GSense2020Single", {8, 14}},
-                                                                       {"GSense4040Single", {10}},
-                                                                       {"GSense6060Pair", {14}},
-                                                                       {"Generic", {12, 8}},
-                                                                       {"Imx183", {12}},
-                                                                       {"Ccd23042", {12, 14}}};
+  const std::map<std::string, std::vector<unsigned int>> impossible = {
+      {"GSense400Single", {16, 8, 14}}, {"GSense2020Single", {8, 14}}, {"GSense4040Single", {10}},
+      {"GSense6060Twelve", {14}},       {"Generic", {12, 8}},          {"Imx183", {12}},
+      {"FourAmplifiers", {12, 14}}};
   for (const auto& [mode, depths] : impossible)
     for (const unsigned int bits : depths) {
       Bytes bytes = simulate(fieldsOf(mode)).bytes;
@@ -238,13 +222,13 @@ TEST(FaceFinding, PairsArePackedWhateverTheDepthFieldSays) {
     const SimulatedFrame frame = simulate(fieldsOf(mode));
     Bytes bytes = frame.bytes;
     bytes[80] = 15;
-    EXPECT_THAT(copied(bytes).check(), IsEmpty());
+    EXPECT_TRUE(copied(bytes).check().empty());
     EXPECT_EQ(pixelsOf(orvacam::Decoder().decode(copied(bytes)).low), frame.planes[0]);
   }
 }
 
 TEST(FaceFinding, CcdWithoutAmplifiers) {
-  sim::HeaderFields fields = fieldsOf("Ccd23042");
+  sim::HeaderFields fields = fieldsOf("FourAmplifiers");
   Bytes bytes = simulate(fields).bytes;
   bytes[140] &= static_cast<unsigned char>(~0x3C);
   expectRefused(copied(bytes), "no_amplifier", Reason::unsupported_sensor,
@@ -255,7 +239,7 @@ TEST(FaceFinding, CcdWithoutAmplifiers) {
 }
 
 TEST(FaceFinding, BinningThatASensorDoesNotSend) {
-  for (const char* mode : {"GSense400Hdr", "GSense400Single", "Ccd23042"}) {
+  for (const char* mode : {"GSense400Hdr", "GSense400Single", "FourAmplifiers"}) {
     sim::HeaderFields fields = fieldsOf(mode);
     fields.horizontalBinning = 2;
     fields.verticalBinning = 3;
@@ -272,7 +256,7 @@ TEST(FaceFinding, BinningOfOtherSensorsIsDecoded) {
     fields.horizontalBinning = 2;
     fields.verticalBinning = 2;
     const Frame frame = frameOf(fields);
-    EXPECT_THAT(frame.planes(), Not(IsEmpty())) << mode;
+    EXPECT_FALSE(frame.planes().empty()) << mode;
     EXPECT_EQ(frame.header().frame_size(), (orvacam::Size{12, 5}));
   }
 }
@@ -311,8 +295,9 @@ TEST(FaceFinding, OddRunsOfPackedPixels) {
 }
 
 TEST(FaceFinding, OddWidthsOfOtherPixelsAreDecoded) {
-  for (const char* mode : {"GSense2020Sixteen", "GSense6060Sixteen", "Generic", "Ccd23042"})
-    EXPECT_THAT(frameOf(fieldsOf(modeNamed(mode), 23, 10)).planes(), ElementsAre("image")) << mode;
+  for (const char* mode : {"GSense2020Sixteen", "GSense6060Sixteen", "Generic", "FourAmplifiers"})
+    EXPECT_EQ(frameOf(fieldsOf(modeNamed(mode), 23, 10)).planes(), (std::vector<std::string>{"image"}))
+        << mode;
 }
 
 TEST(FaceFinding, MissingPixelsAreToldWithTheRowsThatAreWhole) {
@@ -332,11 +317,11 @@ TEST(FaceFinding, WholeRowsOfEveryPacking) {
     const Frame frame = Frame::view(bytes.data(), 384 + rows * rowBytes + rowBytes - 1);
     return findingOf(frame, "pixels_missing").text;
   };
-  EXPECT_THAT(textOf("Generic", 48, 3), HasSubstr("of 16 bits behind a header"));
-  EXPECT_THAT(textOf("Generic", 48, 3), HasSubstr(": 3 of 10 rows are whole"));
-  EXPECT_THAT(textOf("Ccd23042", 48, 9), HasSubstr(": 9 of 10 rows are whole"));
-  EXPECT_THAT(textOf("GSense400Single", 36, 0), HasSubstr(": 0 of 10 rows are whole"));
-  EXPECT_THAT(textOf("GSense6060Hdr", 72, 9), HasSubstr(": 9 of 10 rows are whole"));
+  EXPECT_TRUE(contains(textOf("Generic", 48, 3), "of 16 bits behind a header"));
+  EXPECT_TRUE(contains(textOf("Generic", 48, 3), ": 3 of 10 rows are whole"));
+  EXPECT_TRUE(contains(textOf("FourAmplifiers", 48, 9), ": 9 of 10 rows are whole"));
+  EXPECT_TRUE(contains(textOf("GSense400Single", 36, 0), ": 0 of 10 rows are whole"));
+  EXPECT_TRUE(contains(textOf("GSense6060Hdr", 72, 9), ": 9 of 10 rows are whole"));
 }
 
 TEST(FaceFinding, PlanesOfMoreThanFourGigabytes) {
@@ -344,7 +329,8 @@ TEST(FaceFinding, PlanesOfMoreThanFourGigabytes) {
   fields.width = fields.height = 65535;
   const Bytes bytes = sim::writeHeader(fields, 3);
   const Frame frame = copied(bytes);
-  EXPECT_THAT(idsOf(frame.check()), AllOf(Contains("too_large"), Contains("pixels_missing")));
+  EXPECT_EQ(findingOf(frame, "too_large").severity, Finding::Severity::error);
+  EXPECT_EQ(findingOf(frame, "pixels_missing").severity, Finding::Severity::error);
   EXPECT_EQ(reasonOf([&] { orvacam::Decoder().decode(frame); }), Reason::truncated);
 }
 
@@ -353,8 +339,8 @@ TEST(FaceFinding, PlanesOfMoreThanFourGigabytes) {
 TEST(FaceFinding, UnknownSensorsAreDecodedAsPlainCameras) {
   expectRemarked(frameOf(fieldsOf("Generic")), "unknown_sensor", Finding::Severity::warning,
                  "\"VESTRA PLAIN\"");
-  EXPECT_THAT(frameOf(fieldsOf("Imx183")).check(), IsEmpty());
-  EXPECT_THAT(frameOf(fieldsOf("Lsgen")).check(), IsEmpty());
+  EXPECT_TRUE(frameOf(fieldsOf("Imx183")).check().empty());
+  EXPECT_TRUE(frameOf(fieldsOf("Lsgen")).check().empty());
 }
 
 TEST(FaceFinding, UnknownVersionsAreReadAsFour) {
@@ -375,9 +361,9 @@ TEST(FaceFinding, ImageLargerThanTheStatedPixels) {
 }
 
 TEST(FaceFinding, CcdOfOddHeightLacksItsMiddleRow) {
-  const Frame frame = frameOf(fieldsOf(modeNamed("Ccd23042"), 24, 11));
+  const Frame frame = frameOf(fieldsOf(modeNamed("FourAmplifiers"), 24, 11));
   expectRemarked(frame, "middle_row", Finding::Severity::warning, "row 5 of the plane is 0");
-  EXPECT_THAT(idsOf(frame.check()), ElementsAre("middle_row"));
+  EXPECT_EQ(idsOf(frame.check()), (std::vector<std::string>{"middle_row"}));
   const orvacam::Plane image = orvacam::Decoder().decode(frame).image;
   for (unsigned int x = 0; x < 24; ++x)
     EXPECT_EQ(image(x, 5), 0);
@@ -389,7 +375,7 @@ TEST(FaceFinding, TrailingBytesAndWhetherTheyBeginAFrame) {
   bytes.insert(bytes.end(), 5, 'x');
   expectRemarked(copied(bytes), "trailing_bytes", Finding::Severity::warning,
                  "has 5 bytes behind its end at byte " + std::to_string(one.size()));
-  EXPECT_THAT(findingOf(copied(bytes), "trailing_bytes").text, Not(HasSubstr("another frame")));
+  EXPECT_FALSE(contains(findingOf(copied(bytes), "trailing_bytes").text, "another frame"));
   bytes = one;
   bytes.insert(bytes.end(), one.begin(), one.end());
   expectRemarked(copied(bytes), "trailing_bytes", Finding::Severity::warning, "which begin another frame");
@@ -409,14 +395,14 @@ TEST(FaceFinding, TemperaturesFarOffTheSetPoint) {
   fields.temperatureSetPoint = -200;
   for (const int temperature : {-250, -150, -200}) {
     fields.chipTemperature = temperature;
-    EXPECT_THAT(frameOf(fields).check(), IsEmpty());
+    EXPECT_TRUE(frameOf(fields).check().empty());
   }
   fields.chipTemperature = -149;
   expectRemarked(frameOf(fields), "temperature_off", Finding::Severity::warning,
                  "was taken at -14.9 degrees Celsius, with a set point of -20.0");
   fields.chipTemperature = -251;
   expectRemarked(frameOf(fields), "temperature_off", Finding::Severity::warning, "-25.1");
-  EXPECT_THAT(frameOf(fields, 1).check(), IsEmpty());
+  EXPECT_TRUE(frameOf(fields, 1).check().empty());
 }
 
 TEST(FaceFinding, BlocksThatPointOutside) {
@@ -424,7 +410,7 @@ TEST(FaceFinding, BlocksThatPointOutside) {
   fields.otherType = 3;
   fields.otherBlock = {1, 2, 3, 4};
   const Bytes whole = simulate(fields, 4).bytes;
-  EXPECT_THAT(copied(whole).check(), IsEmpty());
+  EXPECT_TRUE(copied(whole).check().empty());
   Bytes bytes = whole;
   bytes[251] = 1;
   expectRemarked(copied(bytes), "stray_block", Finding::Severity::warning,
@@ -450,8 +436,8 @@ TEST(FaceFinding, ErrorsComeFirstThenWarningsThenNotes) {
   bytes[5] = static_cast<unsigned char>(bytes[5] + 16);
   bytes.pop_back();
   std::fill_n(bytes.begin() + 152, 30, 0);
-  EXPECT_THAT(idsOf(copied(bytes).check()),
-              ElementsAre("pixels_missing", "unknown_sensor", "no_time", "header_longer"));
+  EXPECT_EQ(idsOf(copied(bytes).check()),
+            (std::vector<std::string>{"pixels_missing", "unknown_sensor", "no_time", "header_longer"}));
 }
 
 TEST(FaceFinding, EveryKindIsListedOnceWithItsMeaning) {

@@ -1,17 +1,14 @@
 // Headers: values with units, raw keys, text.
 
-#include <gmock/gmock.h>
-#include <orvacam.h>
-
 #include <chrono>
 #include <limits>
 #include <set>
 
 #include "face/FaceTesting.h"
+#include "support/Contains.h"
 
 using namespace face_testing;
 using orvacam::Header;
-using testing::HasSubstr;
 
 namespace {
 
@@ -76,13 +73,11 @@ TEST(FaceHeader, OfVersionOneHasNoSetPoint) {
   EXPECT_FALSE(header.set_point_celsius().has_value());
 }
 
-class FaceHeaderOf : public testing::TestWithParam<Mode> {};
-INSTANTIATE_TEST_SUITE_P(Modes, FaceHeaderOf, testing::ValuesIn(modes()),
-                         [](const auto& info) { return std::string(info.param.name); });
+ORVACAM_OF_EVERY_MODE(FaceHeaderOf);
 
 TEST_P(FaceHeaderOf, NamesTheSensor) {
   for (unsigned int version = 1; version <= 4; ++version)
-    EXPECT_EQ(headerOf(fieldsOf(GetParam()), version).sensor(), GetParam().sensor);
+    EXPECT_EQ(headerOf(fieldsOf(mode), version).sensor(), sensorOf(mode));
 }
 
 TEST(FaceHeader, HasTheSizeOfAPlaneAndTheImageWithinIt) {
@@ -110,7 +105,7 @@ TEST(FaceHeader, WithoutGeometrySaysWhy) {
   const Header header = parsed(bytes);
   const auto error = errorOf([&] { header.frame_size(); });
   EXPECT_EQ(error.reason(), Reason::bad_geometry);
-  EXPECT_THAT(error.what(), HasSubstr("rows 256 to 0"));
+  EXPECT_TRUE(contains(error.what(), "rows 256 to 0"));
   EXPECT_EQ(reasonOf([&] { header.image_region(); }), Reason::bad_geometry);
   EXPECT_EQ(reasonOf([&] { header.start_row(); }), Reason::bad_geometry);
 }
@@ -153,7 +148,7 @@ TEST(FaceHeader, UnreadableTimeIsNoneAndLeavesEverythingElse) {
     EXPECT_EQ(header.number("HorizontalPixelSize"), 110);  // stands behind the time
     EXPECT_EQ(header.number("CaptureDate"), 0);
     EXPECT_EQ(header.number("CaptureTime"), 0);
-    EXPECT_THAT(header.to_text(), HasSubstr("ERROR"));
+    EXPECT_TRUE(contains(header.to_text(), "ERROR"));
   }
 }
 
@@ -237,7 +232,7 @@ TEST(FaceHeader, UnknownKeysAreRefused) {
   for (const char* key : {"", "exposuretime", "ExposureTime ", "Nothing"}) {
     const auto error = errorOf([&] { header.number(key); });
     EXPECT_EQ(error.reason(), Reason::bad_argument);
-    EXPECT_THAT(error.what(), HasSubstr("is no key"));
+    EXPECT_TRUE(contains(error.what(), "is no key"));
     EXPECT_EQ(reasonOf([&] { header.text(key); }), Reason::bad_argument);
   }
   using namespace std::string_view_literals;
@@ -298,10 +293,10 @@ TEST(FaceHeader, WhatIsNoFrameIsSaidSo) {
   };
   for (const char* text : {"", "Met", "SIMPLE  =                    T", "II*", "hello, world", "meta"})
     EXPECT_EQ(errorFor(text).reason(), Reason::not_a_frame) << text;
-  EXPECT_THAT(errorFor("").what(), HasSubstr("is empty"));
-  EXPECT_THAT(errorFor("SIMPLE  = T").what(), HasSubstr("FITS"));
-  EXPECT_THAT(errorFor(std::string("II*\0", 4)).what(), HasSubstr("TIFF"));
-  EXPECT_THAT(errorFor(std::string("MM\0*", 4)).what(), HasSubstr("TIFF"));
+  EXPECT_TRUE(contains(errorFor("").what(), "is empty"));
+  EXPECT_TRUE(contains(errorFor("SIMPLE  = T").what(), "FITS"));
+  EXPECT_TRUE(contains(errorFor(std::string("II*\0", 4)).what(), "TIFF"));
+  EXPECT_TRUE(contains(errorFor(std::string("MM\0*", 4)).what(), "TIFF"));
   EXPECT_EQ(reasonOf([] { Header::parse(nullptr, 0); }), Reason::not_a_frame);
   EXPECT_EQ(reasonOf([] { Header::parse(nullptr, 10); }), Reason::bad_argument);
 }
@@ -343,7 +338,7 @@ TEST(FaceHeader, LeavesTheBytesAlone) {
 TEST(FaceHeader, IsReadFromTheStartOfAFile) {
   const TestFolder folder;
   const SimulatedFrame frame = simulate(fieldsOf("GSense4040Hdr"));
-  EXPECT_EQ(Header::read(folder.write("a.raw", frame.bytes)).sensor(), "GSENSE4040");
+  EXPECT_EQ(Header::read(folder.put("a.raw", frame.bytes)).sensor(), "GSENSE4040");
 }
 
 TEST(FaceHeader, FilesThatCannotBeReadAreSaidSo) {
@@ -353,7 +348,7 @@ TEST(FaceHeader, FilesThatCannotBeReadAreSaidSo) {
   EXPECT_EQ(missing.system_error(), ENOENT);
   EXPECT_EQ(missing.path(), (folder.path() / "missing.raw").string());
   EXPECT_EQ(reasonOf([&] { Header::read(folder.path()); }), Reason::io);
-  EXPECT_EQ(reasonOf([&] { Header::read(folder.write("empty.raw", {})); }), Reason::not_a_frame);
+  EXPECT_EQ(reasonOf([&] { Header::read(folder.put("empty.raw", {})); }), Reason::not_a_frame);
 }
 
 TEST(FaceHeader, CopiesShareAndMovedFromOnesCanBeAssigned) {

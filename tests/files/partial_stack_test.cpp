@@ -52,7 +52,7 @@ class PartialStackFile : public testing::Test {
  protected:
   /// What is said of a file of these bytes; "" when it can be read.
   std::string refusal(const Bytes& bytes) const {
-    const auto path = folder.write("part.fits", bytes);
+    const auto path = folder.put("part.fits", bytes);
     try {
       readPartialStack(path);
     } catch (const std::exception& error) {

@@ -7,12 +7,14 @@
 #include <orvacam/merge/CHWMergeReferenceFrames.h>
 #include <orvacam/metadata/CFrameMetaData.h>
 
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
 #include <random>
 #include <vector>
 
+#include "merge/MergeRule.h"
 #include "simulator/Encoder.h"
 #include "simulator/Header.h"
 #include "simulator/Scene.h"
@@ -72,15 +74,19 @@ struct RawFrame {
   CFrameMetaData metaData;
 };
 
+/// The six buffers of a record.
+inline std::array<void*, 6> buffersOf(const unpacked_images_t& images) {
+  return {images.pLowMetaData, images.pLowImage,       images.pHighMetaData,
+          images.pHighImage,   images.pMergedMetaData, images.pMergedImage};
+}
+
 /// The caller's record, given back at the end.
 struct Images : unpacked_images_t {
   Images() : unpacked_images_t{} {}
   Images(const Images&) = delete;
   Images& operator=(const Images&) = delete;
   ~Images() {
-    for (void* buffer : {static_cast<void*>(pLowMetaData), static_cast<void*>(pLowImage),
-                         static_cast<void*>(pHighMetaData), static_cast<void*>(pHighImage),
-                         static_cast<void*>(pMergedMetaData), static_cast<void*>(pMergedImage)})
+    for (void* buffer : buffersOf(*this))
       std::free(buffer);
   }
   static void all(unpacked_images_t& images) {
@@ -91,6 +97,37 @@ struct Images : unpacked_images_t {
   Pixels high() const { return {pHighImage, pHighImage + ulHighImagePixels}; }
   Pixels merged() const { return {pMergedImage, pMergedImage + ulMergedImagePixels}; }
 };
+
+/// The same, with the low-gain plane asked for.
+struct LowImage : Images {
+  LowImage() { bLowImageRequest = true; }
+};
+
+/// What the frame class of these bytes unpacks into the low-gain plane, with this status.
+inline Pixels unpackedLow(const CFrameMetaData& metaData, unsigned char* bytes, std::size_t size,
+                          int status = 0) {
+  const std::unique_ptr<IFrame> frame(CFrameFactory::Create(metaData));
+  frame->Initialize(metaData, bytes, size, nullptr);
+  LowImage images;
+  EXPECT_EQ(frame->Unpack(&images), status);
+  return images.low();
+}
+
+/// The 13-bit decoding: pixels of truth values.
+inline Pixels sampledPixels(const unsigned char* s, std::size_t count) {
+  // Step, S1, S0, R1, R2 of each pixel of a group.
+  constexpr int table[8][5] = {{1, 0, 5, 3, 8}, {2, 2, 10, 0, 6}, {1, 0, 7, 1, 8},  {2, 4, 12, 0, 4},
+                               {2, 1, 9, 0, 7}, {1, 0, 6, 2, 8},  {2, 3, 11, 0, 5}, {2, 0, 8, 0, 8}};
+  Pixels pixels;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto& [step, s1, s0, r1, r2] = table[i % 8];
+    int value = (s[0] != 0) << s0 | (s[1] >> r1 != 0) << s1;
+    if (s1 != 0 && s[2] >> r2 != 0) value |= 1;
+    pixels.push_back(static_cast<unsigned short>(value));
+    s += step;
+  }
+  return pixels;
+}
 
 /// Statistics of a row-interleaved stream: image pixels, the extra pixel of an odd row included, at (column,
 /// row of both planes together).
@@ -133,10 +170,8 @@ inline NaiveStatistics amplifierStatistics(const RawFrame& raw) {
 /// What a merge with identity frames makes of two pixels: the low-gain one is multiplied by the gain ratio in
 /// fixed point.
 inline unsigned short mergedPixel(double ratio, unsigned short low, unsigned short high) {
-  const double multiplier = std::floor(ratio * 1024) / 1024;
-  const double l = std::min(65535.0, std::round(std::min<double>(low, 4095.875) * multiplier));
-  const double h = std::round(std::min<double>(high, 4095.875));
-  return static_cast<unsigned short>(h >= 3700 || l - h > 128 ? l : h);
+  const merge_rule::Correction lowGain(0.0, std::floor(ratio * 1024) / 1024, 3), highGain(0.0, 1.0, 3);
+  return merge_rule::merged(lowGain(low), highGain(high), 3700, 128, 0);
 }
 
 /// A frame object with a merge algorithm, as the façade sets them up.
@@ -148,6 +183,12 @@ struct Bench {
     raw.metaData.GetFrameDimensions(width, height);
     merge->CreateIdentityFrames(width, height, 6.25, 1.0, nullptr);
     frame->Initialize(raw.metaData, raw.bytes.data(), raw.bytes.size(), merge.get());
+  }
+  /// The low-gain plane of an unpacking with this status.
+  Pixels unpacked(int status = 0) const {
+    LowImage images;
+    EXPECT_EQ(frame->Unpack(&images), status);
+    return images.low();
   }
   image_plane_stats_t low() {
     image_plane_stats_t s{};

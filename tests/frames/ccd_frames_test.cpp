@@ -22,8 +22,7 @@ TEST(SingleAmplifier, PutsTheImageInItsNaturalOrientation) {
       SCOPED_TRACE(std::to_string(quadrants) + ", " + std::to_string(width) + " x " + std::to_string(height));
       RawFrame raw(ccd(quadrants, width, height));
       Bench bench(raw);
-      Images images;
-      images.bLowImageRequest = true;
+      LowImage images;
       ASSERT_EQ(bench.frame->Merge(&images), 0);
       EXPECT_EQ(images.low(), raw.plane(0));
       expectSame(bench.low(), amplifierStatistics(raw));  // gathered although nobody asked
@@ -35,8 +34,7 @@ TEST(FourAmplifiers, PutTheQuadrantsInPlace) {
                                       std::pair{3001u, 2800u}}) {  // the last is written past the caches
     RawFrame raw(ccd(0x3C, width, height));
     Bench bench(raw);
-    Images images;
-    images.bLowImageRequest = true;
+    LowImage images;
     ASSERT_EQ(bench.frame->Merge(&images), 0);
     EXPECT_EQ(images.low(), raw.plane(0));
     NaiveStatistics naive;
@@ -56,12 +54,8 @@ TEST(FourAmplifiers, ReadTheSourceAsDocumented) {
     bytes.insert(bytes.end(), {0x12, value});
   CFrameMetaData metaData;
   ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
-  const std::unique_ptr<IFrame> frame(CFrameFactory::Create(metaData));
-  frame->Initialize(metaData, bytes.data(), bytes.size(), nullptr);
-  Images images;
-  images.bLowImageRequest = true;
-  ASSERT_EQ(frame->Unpack(&images), 0);
-  EXPECT_EQ(images.low(), (Pixels{0x1201, 0x1202, 0x1204, 0x1203, 0x1205, 0x1206, 0x1208, 0x1207}));
+  EXPECT_EQ(unpackedLow(metaData, bytes.data(), bytes.size()),
+            (Pixels{0x1201, 0x1202, 0x1204, 0x1203, 0x1205, 0x1206, 0x1208, 0x1207}));
 }
 
 TEST(CcdFrame, IsReadFromAnyAddress) {
@@ -72,20 +66,15 @@ TEST(CcdFrame, IsReadFromAnyAddress) {
       bytes.insert(bytes.end(), raw.bytes.begin(), raw.bytes.end());
       CFrameMetaData metaData;
       ASSERT_EQ(metaData.Parse(bytes.data() + shift, raw.bytes.size()), 0);
-      const std::unique_ptr<IFrame> frame(CFrameFactory::Create(metaData));
-      frame->Initialize(metaData, bytes.data() + shift, raw.bytes.size(), nullptr);
-      Images images;
-      images.bLowImageRequest = true;
-      ASSERT_EQ(frame->Unpack(&images), 0);
-      EXPECT_EQ(images.low(), raw.plane(0)) << quadrants << ", shift " << shift;
+      EXPECT_EQ(unpackedLow(metaData, bytes.data() + shift, raw.bytes.size()), raw.plane(0))
+          << quadrants << ", shift " << shift;
     }
 }
 
 TEST(FourAmplifiers, LeaveTheMiddleRowOfAnOddHeightAsItWas) {
   RawFrame raw(ccd(0x3C, 4, 5));
   Bench bench(raw);
-  Images images;
-  images.bLowImageRequest = true;
+  LowImage images;
   ASSERT_EQ(bench.frame->Unpack(&images), 0);
   Pixels expected = raw.plane(0);
   for (unsigned int x = 0; x < 4; ++x)
@@ -98,8 +87,7 @@ TEST(NoAmplifier, FailsWithStatisticsComputedAndNoBias) {
   Bench bench(raw);
   const Pixels bias(16, 1);
   ASSERT_EQ(bench.merge->SetBiasFrames(4, 4, bias.data(), nullptr), 0);
-  Images images;
-  images.bLowImageRequest = true;
+  LowImage images;
   EXPECT_EQ(bench.frame->Unpack(&images), -1);
   EXPECT_TRUE(std::isnan(bench.low().dMean));
   EXPECT_EQ(images.low(), Pixels(16, 0));
@@ -110,8 +98,7 @@ TEST(CcdFrame, SubtractsTheLowBiasFrame) {
   Bench bench(raw);
   const Pixels bias(16, 100);
   ASSERT_EQ(bench.merge->SetBiasFrames(4, 4, bias.data(), nullptr), 0);
-  Images images;
-  images.bLowImageRequest = true;
+  LowImage images;
   ASSERT_EQ(bench.frame->Unpack(&images), 0);
   for (unsigned int i = 0; i < 16; ++i) {
     const unsigned int pixel = raw.planes[0][i];
@@ -122,12 +109,7 @@ TEST(CcdFrame, SubtractsTheLowBiasFrame) {
 TEST(CcdFrame, IsTakenAsBarePixelsWithoutAHeader) {
   RawFrame raw(ccd(0x10, 6, 4));
   Bytes bare(raw.bytes.begin() + 384, raw.bytes.end());
-  const std::unique_ptr<IFrame> frame(CFrameFactory::Create(raw.metaData));
-  frame->Initialize(raw.metaData, bare.data(), bare.size(), nullptr);
-  Images images;
-  images.bLowImageRequest = true;
-  EXPECT_EQ(frame->Unpack(&images), 0);
-  EXPECT_EQ(images.low(), raw.plane(0));
+  EXPECT_EQ(unpackedLow(raw.metaData, bare.data(), bare.size()), raw.plane(0));
 }
 
 TEST(CcdFrame, ThatIsCutDecodesTheWholeLinesAndFails) {
@@ -135,8 +117,7 @@ TEST(CcdFrame, ThatIsCutDecodesTheWholeLinesAndFails) {
     RawFrame raw(ccd(quadrants, 4, 4));
     raw.bytes.resize(raw.bytes.size() - 9);
     Bench bench(raw);
-    Images images;
-    images.bLowImageRequest = true;
+    LowImage images;
     EXPECT_EQ(bench.frame->Unpack(&images), -1);
     const Pixels all = raw.plane(0);
     Pixels expected(16, 0);
@@ -156,8 +137,7 @@ TEST(CcdFrame, ThatIsBinnedBelowItsFullSizeIsRefused) {
     f.quadrants = quadrants;
     RawFrame raw(f);
     Bench bench(raw);
-    Images images;
-    images.bLowImageRequest = true;
+    LowImage images;
     EXPECT_EQ(bench.frame->Merge(&images), -1);
   }
 }

@@ -109,20 +109,7 @@ void expectSame(const Outcome& actual, const Outcome& expected) {
   EXPECT_EQ(actual.algorithmHeader, expected.algorithmHeader);
   for (unsigned int i = 0; i < 3; ++i) {
     SCOPED_TRACE(::testing::Message() << "statistics of plane " << i);
-    const image_plane_stats_t &a = actual.stats[i], &e = expected.stats[i];
-    EXPECT_EQ(a.uiMin, e.uiMin);
-    EXPECT_EQ(a.uiMax, e.uiMax);
-    EXPECT_EQ(a.minPoint.x, e.minPoint.x);
-    EXPECT_EQ(a.minPoint.y, e.minPoint.y);
-    EXPECT_EQ(a.maxPoint.x, e.maxPoint.x);
-    EXPECT_EQ(a.maxPoint.y, e.maxPoint.y);
-    EXPECT_EQ(a.uiLowClip, e.uiLowClip);
-    EXPECT_EQ(a.uiHighClip, e.uiHighClip);
-    expectSameNumber(a.dMean, e.dMean);
-    expectSameNumber(a.dMidpoint, e.dMidpoint);
-    expectSameNumber(a.dMode, e.dMode);
-    expectSameNumber(a.dStdDev, e.dStdDev);
-    EXPECT_TRUE(actual.histograms[i] == expected.histograms[i]);
+    frame_testing::expectSame(actual.stats[i], expected.stats[i]);
   }
 }
 

@@ -267,8 +267,7 @@ TEST_P(Plans, CountBytesFromTheHeaderOnOrBarePixels) {
     const std::unique_ptr<IFrame> frame(CFrameFactory::Create(metaData));
     Bytes pixels(bare.bytesNeeded - less, 0xFF);
     frame->Initialize(metaData, pixels.data(), pixels.size(), nullptr);
-    Images images;
-    images.bLowImageRequest = true;
+    LowImage images;
     EXPECT_EQ(frame->Unpack(&images), less == 0 ? 0 : -1);
   }
 }

@@ -26,8 +26,7 @@ INSTANTIATE_TEST_SUITE_P(Modes, EverySensor, ::testing::ValuesIn(cameras::modesT
 TEST_P(EverySensor, GivesNoMergedPlaneWithoutOneAskedFor) {
   RawFrame raw(header(GetParam().model, GetParam().bits, GetParam().hdr, 8, 4));
   Bench bench(raw);
-  Images images;
-  images.bLowImageRequest = true;
+  LowImage images;
   EXPECT_EQ(bench.frame->Merge(&images), 0);
   EXPECT_EQ(images.low(), raw.plane(0));
   EXPECT_EQ(images.pHighImage, nullptr);
@@ -83,7 +82,6 @@ struct Exposed400 : CFrameGSense400 {
   using CFrameGSense400::DoUnpackHDR;
 };
 struct Exposed2020 : CFrameGSense2020 {
-  using CFrameGSense2020::DoUnpack;
   using CFrameGSense2020::DoUnpackSingle13to16;
 };
 struct Exposed6060 : CFrameGSense6060 {
@@ -175,8 +173,7 @@ TEST(GSense400, SingleImageLeavesTheHighGainStatisticsReset) {
   RawFrame raw(header("VESTRA VS400", 12, false, 8, 4));
   Bench bench(raw);
   bench.frame->EnableMergeStatistics(true);
-  Images images;
-  images.bLowImageRequest = true;
+  LowImage images;
   ASSERT_EQ(bench.frame->Unpack(&images), 0);
   EXPECT_EQ(bench.high().dMean, 0.0);  // reset, not computed
   EXPECT_TRUE(std::isnan(bench.low().dMean));
@@ -185,72 +182,31 @@ TEST(GSense400, SingleImageLeavesTheHighGainStatisticsReset) {
 TEST(GSense2020, DecodesTruthValuesOfThirteenBitPixels) {
   sim::HeaderFields f = header("VESTRA VS2020", 12, false, 8, 2);
   f.correlatedMultipleSampling = true;
-  const Bytes head = sim::writeHeader(f, 3);
   for (const unsigned char fill : {0x00, 0xFF, 0x01, 0x10, 0x80}) {
-    Bytes bytes = head;
+    Bytes bytes = sim::writeHeader(f, 3);
+    const std::size_t start = bytes.size();
     bytes.insert(bytes.end(), 26, fill);
     CFrameMetaData metaData;
     ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
+    const Pixels pixels = unpackedLow(metaData, bytes.data(), bytes.size());
+    EXPECT_EQ(pixels, sampledPixels(bytes.data() + start, 16)) << "bytes of " << int{fill};
+    if (fill == 0xFF) EXPECT_EQ((Pixels{pixels[0], pixels[1]}), (Pixels{0x21, 0x405}));
+
     Exposed2020 frame;
     frame.Initialize(metaData, bytes.data(), bytes.size(), nullptr);
-    Images images;
-    images.bLowImageRequest = true;
-    ASSERT_EQ(frame.Unpack(&images), 0);
-    // Step, A, B, S1, S0, R1, R2 of each pixel of a group.
-    const int table[8][7] = {{1, 8, 5, 0, 5, 3, 8},  {2, 3, 8, 2, 10, 0, 6}, {1, 6, 7, 0, 7, 1, 8},
-                             {2, 1, 8, 4, 12, 0, 4}, {2, 4, 8, 1, 9, 0, 7},  {1, 7, 6, 0, 6, 2, 8},
-                             {2, 2, 8, 3, 11, 0, 5}, {2, 5, 8, 0, 8, 0, 8}};
-    for (int i = 0; i < 16; ++i) {
-      const int* row = table[i % 8];
-      int value = (fill != 0) << row[4] | (fill >> row[5] != 0) << row[3];
-      if (row[3] != 0 && fill >> row[6] != 0) value |= 1;
-      EXPECT_EQ(images.pLowImage[i], value) << i << ", bytes of " << int{fill};
-    }
-    if (fill == 0xFF) {
-      EXPECT_EQ(images.pLowImage[0], 0x21);
-      EXPECT_EQ(images.pLowImage[1], 0x405);
-    }
+    EXPECT_EQ(frame.DoUnpackSingle13to16(nullptr, 0), 0);
+    Pixels more(17, 7);
+    EXPECT_EQ(frame.DoUnpackSingle13to16(more.data(), 17), -1);  // no byte is left for the last one
+    EXPECT_EQ(more[16], 7);
+    EXPECT_EQ(Pixels(more.begin(), more.end() - 1), pixels);
   }
-}
-
-TEST(GSense2020, ThirteenBitPixelsAdvanceByTheirSteps) {
-  sim::HeaderFields f = header("VESTRA VS2020", 12, false, 16, 1);
-  f.correlatedMultipleSampling = true;
-  Bytes bytes = sim::writeHeader(f, 3);
-  const std::size_t start = bytes.size();
-  std::mt19937 random(5);
-  for (int i = 0; i < 26; ++i)
-    bytes.push_back(static_cast<unsigned char>(random() % 4 == 0 ? 0 : random()));
-  CFrameMetaData metaData;
-  ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
-  Exposed2020 frame;
-  frame.Initialize(metaData, bytes.data(), bytes.size(), nullptr);
-  Pixels out(16);
-  ASSERT_EQ(frame.DoUnpackSingle13to16(out.data(), 16), 0);
-  const int steps[8] = {1, 2, 1, 2, 2, 1, 2, 2};
-  const int firstPlace[8] = {5, 10, 7, 12, 9, 6, 11, 8};
-  std::size_t s = start;
-  for (int i = 0; i < 16; ++i) {
-    EXPECT_EQ(out[i] >> firstPlace[i % 8] & 1, bytes[s] != 0) << i;  // the first byte's truth value
-    s += steps[i % 8];
-  }
-  EXPECT_EQ(s, bytes.size());
-  EXPECT_EQ(frame.DoUnpackSingle13to16(out.data(), 0), 0);
-  Pixels more(17, 7);
-  EXPECT_EQ(frame.DoUnpackSingle13to16(more.data(), 17), -1);  // no byte is left for the last one
-  EXPECT_EQ(more[16], 7);
-  EXPECT_EQ(Pixels(more.begin(), more.end() - 1), out);
 }
 
 TEST(GSense2020, CopiesSixteenBitFramesOfCorrelatedMultipleSampling) {
   sim::HeaderFields f = header("VESTRA VS2020", 16, false, 8, 2);
   f.correlatedMultipleSampling = true;
   RawFrame raw(f);
-  Bench bench(raw);
-  Images images;
-  images.bLowImageRequest = true;
-  EXPECT_EQ(bench.frame->Unpack(&images), 0);
-  EXPECT_EQ(images.low(), raw.plane(0));
+  EXPECT_EQ(Bench(raw).unpacked(), raw.plane(0));
 }
 
 TEST(SixteenBitFrames, ThatAreShortAreLeftUncopiedWithoutAnError) {
@@ -258,8 +214,7 @@ TEST(SixteenBitFrames, ThatAreShortAreLeftUncopiedWithoutAnError) {
     RawFrame raw(header(model, 16, false, 8, 2));
     raw.bytes.pop_back();
     Bench bench(raw);
-    Images images;
-    images.bLowImageRequest = true;
+    LowImage images;
     EXPECT_EQ(bench.frame->Unpack(&images), 0) << model;
     EXPECT_EQ(images.low(), Pixels(16, 0)) << model;
   }
@@ -269,8 +224,7 @@ TEST(SingleImages, ComputeTheHighGainStatisticsOnTheirResetState) {
   RawFrame raw(header("VESTRA VS4040", 12, false, 8, 4));
   Bench bench(raw);
   bench.frame->EnableMergeStatistics(true);
-  Images images;
-  images.bLowImageRequest = true;
+  LowImage images;
   ASSERT_EQ(bench.frame->Unpack(&images), 0);
   EXPECT_TRUE(std::isnan(bench.high().dMean));
 }
@@ -280,8 +234,7 @@ TEST(GSense6060, SixteenBitHdrDataAndOtherSizesFailWithStatisticsComputed) {
     RawFrame raw(header("VESTRA VS6060", bits, hdr, 8, 2));
     Bench bench(raw);
     bench.frame->EnableMergeStatistics(true);
-    Images images;
-    images.bLowImageRequest = true;
+    LowImage images;
     EXPECT_EQ(bench.frame->Merge(&images), -1);
     EXPECT_TRUE(std::isnan(bench.low().dMean));
   }
@@ -304,11 +257,7 @@ TEST(GSense6060, DecoderAloneResetsTheStatisticsAndNeedsMetadata) {
 
 TEST(PlainFrames, OfOtherPixelSizesFailWithoutCopying) {
   RawFrame raw(header("VESTRA PLAIN", 12, false, 8, 2));
-  Bench bench(raw);
-  Images images;
-  images.bLowImageRequest = true;
-  EXPECT_EQ(bench.frame->Unpack(&images), -1);
-  EXPECT_EQ(images.low(), Pixels(16, 0));
+  EXPECT_EQ(Bench(raw).unpacked(-1), Pixels(16, 0));
 }
 
 TEST(PlainFrames, CopyAsManyPixelsAsTheImageHasInOneRun) {
@@ -317,8 +266,7 @@ TEST(PlainFrames, CopyAsManyPixelsAsTheImageHasInOneRun) {
   f.postRefRows = 1;  // 5 x 3
   RawFrame raw(f);
   Bench bench(raw);
-  Images images;
-  images.bLowImageRequest = true;
+  LowImage images;
   EXPECT_EQ(bench.frame->Unpack(&images), 0);
   Pixels expected = raw.planes[0];
   std::fill(expected.begin() + 8, expected.end(), 0);
@@ -328,20 +276,14 @@ TEST(PlainFrames, CopyAsManyPixelsAsTheImageHasInOneRun) {
 TEST(PlainFrames, AreTakenAsBarePixelsWithoutAHeader) {
   RawFrame raw(header("VESTRA PLAIN", 16, false, 8, 2));
   Bytes bare(raw.bytes.end() - 32, raw.bytes.end());
-  const std::unique_ptr<IFrame> frame(CFrameFactory::Create(raw.metaData));
-  frame->Initialize(raw.metaData, bare.data(), bare.size(), nullptr);
-  Images images;
-  images.bLowImageRequest = true;
-  EXPECT_EQ(frame->Unpack(&images), 0);
-  EXPECT_EQ(images.low(), raw.plane(0));
+  EXPECT_EQ(unpackedLow(raw.metaData, bare.data(), bare.size()), raw.plane(0));
 }
 
 TEST(PlainFrames, ThatAreCutCopyWhatIsThereAndFail) {
   RawFrame raw(header("VESTRA PLAIN", 16, false, 8, 2));
   raw.bytes.resize(raw.bytes.size() - 3);
   Bench bench(raw);
-  Images images;
-  images.bLowImageRequest = true;
+  LowImage images;
   EXPECT_EQ(bench.frame->Unpack(&images), -1);
   Pixels expected = raw.plane(0);
   expected[14] = expected[15] = 0;
@@ -416,6 +358,43 @@ TEST_P(Region, ThatIsOddOutsideOrTooLargeIsRefusedWithNothingWritten) {
   raw.bytes.pop_back();
   bench.frame->SetSourceImage(raw.bytes.data(), raw.bytes.size());
   EXPECT_EQ(bench.frame->CopyROIToBuffer(whole, out.data(), out.size()), -1);
+}
+
+// ---- Frames that lie about themselves; tests/robustness cuts and damages them
+
+TEST(HostileGeometry, AFrameOfWhichLittleArrivedIsStillDecodedUpToEightMegabytes) {
+  sim::HeaderFields f = header("VESTRA VS400", 12, false, 2048, 2048);  // 8 MiB a plane
+  Bytes bytes = sim::writeHeader(f, 3);
+  bytes.insert(bytes.end(), {0xAB, 0xCD, 0xEF});
+  CFrameMetaData metaData;
+  ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
+  const std::unique_ptr<IFrame> frame(CFrameFactory::Create(metaData));
+  frame->Initialize(metaData, bytes.data(), bytes.size(), nullptr);
+  LowImage images;
+  EXPECT_EQ(frame->Unpack(&images), -1);
+  ASSERT_NE(images.pLowImage, nullptr);
+  EXPECT_EQ(images.pLowImage[0], 0xABC);
+  EXPECT_EQ(images.pLowImage[1], 0xDEF);
+  EXPECT_EQ(images.pLowImage[2], 0);
+}
+
+TEST(HostileBuffers, AMergedPlaneThatNobodyAskedForIsNotWrittenBeyondItsSize) {
+  sim::HeaderFields fields = header("VESTRA VS400", 12, true, 10, 4);
+  fields.preRefRows = 1;
+  fields.postRefPixels = 2;
+  RawFrame raw(fields);
+  Bench bench(raw);
+  const Pixels before(raw.framePixels(), 7);
+  for (const bool fewerPixels : {false, true})
+    for (const bool smallerBuffer : {false, true}) {
+      Pixels merged = before;
+      unpacked_images_t images{};
+      images.pMergedImage = merged.data();
+      images.ulMergedImagePixels = merged.size() - (fewerPixels ? 1 : 0);
+      images.ulMergedImageSize = 2 * merged.size() - (smallerBuffer ? 1 : 0);
+      EXPECT_EQ(bench.frame->Merge(&images), 0);
+      EXPECT_EQ(merged == before, fewerPixels || smallerBuffer);
+    }
 }
 
 }  // namespace

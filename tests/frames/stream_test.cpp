@@ -2,7 +2,6 @@
 
 #include "frames/RowInterleavedStream.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -10,7 +9,6 @@
 namespace {
 
 using namespace orvacam;
-using ::testing::ElementsAre;
 using Pixels = std::vector<unsigned short>;
 
 const std::vector<unsigned char> fourPairs = {0xAB, 0xCD, 0xEF, 0x12, 0x34, 0x56,
@@ -25,20 +23,20 @@ int decodeOne(const std::vector<unsigned char>& bytes, std::vector<StreamSection
 TEST(PackedStream, DecodesTwoPixelsOfThreeBytes) {
   Pixels out(8);
   EXPECT_EQ(decodeOne(fourPairs, {{1, 0, 8, 0, 0, false}}, out), 0);
-  EXPECT_THAT(out, ElementsAre(0xABC, 0xDEF, 0x123, 0x456, 1, 2, 3, 4));
+  EXPECT_EQ(out, (Pixels{0xABC, 0xDEF, 0x123, 0x456, 1, 2, 3, 4}));
 }
 
 TEST(PackedStream, TakesAWholePairForTheLastPixelOfAnOddRun) {
   Pixels out(8);
   EXPECT_EQ(decodeOne(fourPairs, {{2, 0, 3, 0, 0, false}}, out), 0);  // two rows of 3 pixels, 4 written each
-  EXPECT_THAT(out, ElementsAre(0xABC, 0xDEF, 0x123, 0x456, 1, 2, 3, 4));
+  EXPECT_EQ(out, (Pixels{0xABC, 0xDEF, 0x123, 0x456, 1, 2, 3, 4}));
 }
 
 TEST(PackedStream, ThatEndsEarlyDecodesWhatIsWhole) {
   Pixels out(8, 9);
   std::vector<unsigned char> cut(fourPairs.begin(), fourPairs.end() - 1);
   EXPECT_EQ(decodeOne(cut, {{4, 0, 2, 0, 0, false}}, out), -1);
-  EXPECT_THAT(out, ElementsAre(0xABC, 0xDEF, 0x123, 0x456, 1, 2, 9, 9));
+  EXPECT_EQ(out, (Pixels{0xABC, 0xDEF, 0x123, 0x456, 1, 2, 9, 9}));
 }
 
 TEST(PackedStream, ThatExceedsThePlaneWritesWhatFitsAndNoFurther) {
@@ -46,7 +44,7 @@ TEST(PackedStream, ThatExceedsThePlaneWritesWhatFitsAndNoFurther) {
   PlaneCursor plane(out.data(), 5, nullptr);
   const StreamSection sections[] = {{4, 0, 2, 0, 0, false}};
   EXPECT_EQ(decodeStream({fourPairs.data(), fourPairs.size()}, sections, std::size(sections), &plane, 1), -1);
-  EXPECT_THAT(out, ElementsAre(0xABC, 0xDEF, 0x123, 0x456, 1, 9));
+  EXPECT_EQ(out, (Pixels{0xABC, 0xDEF, 0x123, 0x456, 1, 9}));
 }
 
 TEST(PackedStream, OfNoPixelsNeedsNoBytes) {
@@ -59,8 +57,8 @@ TEST(PackedStream, AlternatesBetweenPlanesAndSharesPixelsBehindTheSecond) {
   PlaneCursor planes[] = {{low.data(), 4, nullptr}, {high.data(), 4, nullptr}};
   const StreamSection sections[] = {{2, 0, 2, 0, 2, false}};  // a low row, a high row, two shared pixels
   EXPECT_EQ(decodeStream({fourPairs.data(), 9}, sections, std::size(sections), planes, 2), 0);
-  EXPECT_THAT(low, ElementsAre(0xABC, 0xDEF, 1, 2));
-  EXPECT_THAT(high, ElementsAre(0x123, 0x456, 1, 2));
+  EXPECT_EQ(low, (Pixels{0xABC, 0xDEF, 1, 2}));
+  EXPECT_EQ(high, (Pixels{0x123, 0x456, 1, 2}));
 }
 
 TEST(PackedStream, WithSharedPixelsThatFitOnePlaneOnlyFails) {
@@ -68,8 +66,8 @@ TEST(PackedStream, WithSharedPixelsThatFitOnePlaneOnlyFails) {
   PlaneCursor planes[] = {{low.data(), 3, nullptr}, {high.data(), 4, nullptr}};
   const StreamSection sections[] = {{2, 0, 2, 0, 2, false}};
   EXPECT_EQ(decodeStream({fourPairs.data(), 9}, sections, std::size(sections), planes, 2), -1);
-  EXPECT_THAT(low, ElementsAre(0xABC, 0xDEF, 1));
-  EXPECT_THAT(high, ElementsAre(0x123, 0x456, 1, 2));
+  EXPECT_EQ(low, (Pixels{0xABC, 0xDEF, 1}));
+  EXPECT_EQ(high, (Pixels{0x123, 0x456, 1, 2}));
 }
 
 TEST(PackedStream, WithoutAPlaneFailsWithoutWriting) {

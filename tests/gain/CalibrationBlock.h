@@ -46,6 +46,16 @@ class CalibrationBlock {
     return whole.body;
   }
 
+  /// A block of version 2 with one value for each channel.
+  static Bytes ofGain(unsigned int gain, double high, double low) {
+    CalibrationBlock b;
+    b.ratios(1, 1, 1, 1);
+    b.counts(1, 1, 0, 0);
+    b.electrons(gain, high);
+    b.electrons(gain, low);
+    return b.block(2);
+  }
+
   Bytes body;
 };
 

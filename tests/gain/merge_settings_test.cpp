@@ -330,54 +330,38 @@ TEST(MappingArray, OfMoreThan14BitsIsRefused) {
     EXPECT_EQ(settings.GenerateMergeMappingArrays(bits, 0, 0, 0.0), nullptr);
 }
 
-TEST(MappingArray, CopiesRowsThatExist) {
+TEST(MappingArray, IsMadeAnewForEveryOtherSizeAndCopiesRowsThatExist) {
   CMergeMappingArray map;
+  const auto expectNone = [&map] {
+    EXPECT_EQ(map.GetData(), nullptr);
+    EXPECT_EQ(map.GetWidth() + map.GetHeight(), 0u);
+  };
+  expectNone();
   map.CopyRow(0, 0);
-  map.Create(2, 3);
-  unsigned short* const data = map.GetData();
-  for (unsigned short i = 0; i < 6; ++i)
-    data[i] = i;
-  map.CopyRow(0, 2);
-  EXPECT_EQ(data[4], 0);
-  EXPECT_EQ(data[5], 1);
-  map.CopyRow(0, 3);
-  map.CopyRow(3, 0);
-  map.CopyRow(1, 1);
-  EXPECT_EQ(data[0], 0);
-  map.Create(2, 3);
-  EXPECT_EQ(map.GetData(), data);
-  EXPECT_EQ((std::vector<unsigned short>(data, data + 6)), (std::vector<unsigned short>{0, 1, 2, 3, 0, 1}))
-      << "the old contents stay";
-  map.Create(1, 1);
-  EXPECT_EQ(map.GetHeight(), 1u);
-  map.FreeAll();
-  EXPECT_EQ(map.GetData(), nullptr);
-  EXPECT_EQ(map.GetWidth(), 0u);
-  map.Create(0xFFFFFFFF, 0xFFFFFFFF);  // more than there is
-  EXPECT_EQ(map.GetData(), nullptr);
-}
-
-TEST(MappingArray, IsMadeAnewForEveryOtherSize) {
-  CMergeMappingArray map;
-  EXPECT_EQ(map.GetData(), nullptr);
-  EXPECT_EQ(map.GetWidth() + map.GetHeight(), 0u);
-  for (const auto& [width, height] : {std::pair{40u, 60u}, std::pair{40u, 61u}, std::pair{41u, 61u},
-                                      std::pair{61u, 41u}, std::pair{61u, 40u}}) {
+  for (const auto& [width, height] :
+       {std::pair{2u, 3u}, std::pair{40u, 60u}, std::pair{40u, 61u}, std::pair{41u, 61u}, std::pair{61u, 41u},
+        std::pair{61u, 40u}, std::pair{1u, 2u}}) {
     map.Create(width, height);
     ASSERT_EQ(map.GetWidth(), width);
     ASSERT_EQ(map.GetHeight(), height);
-    for (unsigned int i = 0; i < width * height; ++i)
-      map.GetData()[i] = static_cast<unsigned short>(i);
+    std::vector<unsigned short> expected(std::size_t{width} * height);
+    for (std::size_t i = 0; i < expected.size(); ++i)
+      map.GetData()[i] = expected[i] = static_cast<unsigned short>(i);
+    const unsigned short* const data = map.GetData();
     map.Create(width, height);
-    for (unsigned int i = 0; i < width * height; ++i)
-      ASSERT_EQ(map.GetData()[i], i) << "the old contents stay";
-    map.CopyRow(1, height - 1);
-    for (unsigned int column = 0; column < width; ++column)
-      ASSERT_EQ(map.GetData()[(height - 1) * width + column], width + column);
+    EXPECT_EQ(map.GetData(), data) << "the old contents stay";
+    map.CopyRow(0, height);
+    map.CopyRow(height, 0);
+    map.CopyRow(1, 1);
+    EXPECT_EQ(std::vector<unsigned short>(data, data + expected.size()), expected);
+    map.CopyRow(0, height - 1);
+    std::copy_n(expected.begin(), width, expected.end() - width);
+    EXPECT_EQ(std::vector<unsigned short>(data, data + expected.size()), expected);
   }
   map.FreeAll();
+  expectNone();
+  map.Create(0xFFFFFFFF, 0xFFFFFFFF);  // more than there is
   EXPECT_EQ(map.GetData(), nullptr);
-  EXPECT_EQ(map.GetWidth() + map.GetHeight(), 0u);
 }
 
 TEST(GainOffsetPairs, AreKeptWhileTheirNumberStays) {

@@ -1,37 +1,12 @@
 #ifndef ORVACAM_TESTS_IMAGEFILES_IMAGE_FILE_TESTING_H
 #define ORVACAM_TESTS_IMAGEFILES_IMAGE_FILE_TESTING_H
 
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
 #include <cstddef>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "TestFolder.h"
 #include "metadata/SettableHeader.h"
-
-/// A directory of a test's own, removed with all its files.
-class OwnDirectory {
- public:
-  OwnDirectory() {
-    std::string name = ::testing::TempDir() + "orvacamXXXXXX";
-    m_path = mkdtemp(name.data()) != nullptr ? name : std::string();
-  }
-  OwnDirectory(const OwnDirectory&) = delete;
-  OwnDirectory& operator=(const OwnDirectory&) = delete;
-  ~OwnDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-  }
-
-  std::string file(const std::string& name) const { return m_path + "/" + name; }
-
- private:
-  std::string m_path;
-};
 
 inline std::string contentOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

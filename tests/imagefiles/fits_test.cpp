@@ -1,6 +1,5 @@
 // FITS headers, images and files, byte by byte.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvacam/imagefiles/CFitsInterface.h>
 #include <orvacam/support/CLog.h>
@@ -8,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -17,11 +17,9 @@
 #include <vector>
 
 #include "imagefiles/ImageFileTesting.h"
+#include "support/Contains.h"
 
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 constexpr unsigned int headerSize = 5760;
 
@@ -143,7 +141,7 @@ TEST(FitsValueCard, HasNoCommentFromColumn77On) {
 TEST(FitsValueCard, OfANumberThatIsTooLongForACardIsZero) {
   const double fits70 = 1e62;    // 63 digits, point and six decimals
   const double tooLong = -1e62;  // a sign more
-  EXPECT_THAT(written(42, &fits70, nullptr), HasSubstr(".000000"));
+  EXPECT_TRUE(contains(written(42, &fits70, nullptr), ".000000"));
   EXPECT_EQ(written(42, &tooLong, "large"), card("KEYWORD = 0. / large"));
   const double most = std::numeric_limits<double>::max();
   EXPECT_EQ(written(42, &most, "large"), card("KEYWORD = 0. / large"));
@@ -198,48 +196,56 @@ TEST(FitsCommentCards, StopWhereTheyDoNotFit) {
 
 // ---- Header
 
+template <typename... Texts>
+std::vector<std::string> listOf(const Texts&... texts) {
+  return {texts...};
+}
+
 TEST(FitsHeaderCards, AreWrittenInOrder) {
   SettableHeader meta = frameHeader(100, 50);
   std::vector<std::string> cards = cardsOf(headerOf(meta));
   ASSERT_GT(cards.size(), 17U);
-  EXPECT_THAT(cards[16], testing::MatchesRegex("DATE    = '....-..-..T..:..:..\\....' / File create date"));
+  std::string date = cards[16];
+  std::replace_if(
+      date.begin(), date.end(), [](char c) { return c >= '0' && c <= '9'; }, '0');
+  EXPECT_EQ(date, "DATE    = '0000-00-00T00:00:00.000' / File create date");
   cards.erase(cards.begin() + 16);
-  EXPECT_THAT(
+  EXPECT_EQ(
       cards,
-      ElementsAre(
-          "SIMPLE  = T / file does conform to FITS standard", "BITPIX  = 16 / number of bits per data pixel",
-          "NAXIS   = 2 / number of data axes", "NAXIS1  = 100 / The X Axis (width) of Image",
-          "NAXIS2  = 50 / The Y Axis (height) of Image", "EXTEND  = T / FITS dataset may contain extensions",
-          "COMMENT   FITS (Flexible Image Transport System) format is defined in 'Astronomy",
-          "COMMENT    and Astrophysics', volume 376, page 359; bibcode: 2001A&A...376..359H",
-          "BSCALE  = 1.000000", "BZERO   = 32768.000000", "INSTRUME= 'VESTRA VS4040' / Camera Model",
-          "SERIAL  = 'SN-0042' / Camera serial number", "VERFIRM = 66051 / Firmware Version",
-          "VERAPI  = 'Created By liborvacam 2.1.4' / API Version", "MDVER   = 3 / Meta Data Version",
-          "DATE-OBS= '2024-02-29T01:02:03.004005006' / Date of observation (capture)",
-          "CCD-TEMP= -105 / Cooler Temperature (C)", "FPGATEMP= 405 / FPGA Temperature (C)",
-          "BASETEMP= 314 / Heatsink Temperature (C)", "SENSTEMP= -25.300000 / Sensor Chip Temperature (C)",
-          "BKSDILL = 0 / Back Side Illuminated", "XBINNING= 1 / Binning factor used on the X axis",
-          "YBINNING= 1 / Binning factor used on the Y axis", "BLKLVLAD= 0 / Black Level Adjust value",
-          "BLKLVLSN= 0 / Black Level Sun value", "DEADPXCR= 0 / Dead Pixel Correction flag",
-          "EXPTIME = 1200 / Duration of exposure in 10us periods", "FRAMENUM= 321 / Frame Number",
-          "ISHIFRM = 0 / Is High Frame flag", "ISMRGFRM= 0 / Is Merged Frame flag",
-          "GAINLOW = 2.000000 / Low Gain Value", "LOWDARK = 0 / Low Dark Current flag",
-          "LOWNOISE= 0 / Low Noise flag", "GPS_LOCK= 0 / GPS Present at Capture Time",
-          "GEO_LAT = 50.000000 / Geocentric latitude [deg]",
-          "GEO_LONG= -50.000000 / [deg] Geocentric longitude", "HDR-MODE= 0 / Image captured in HDR Mode",
-          "HRZDIRIN= 0 / Horizontal Scan Direction Invert flag",
-          "VRTDIRIN= 0 / Vertical Scan Direction Invert flag", "ILLSTRDL= -45 / Illumination Start Delay",
-          "ILLSTPDL= 46 / Illumination Stop Delay", "IMGSTACL= 0 / Image Start Column",
-          "IMGSTARW= 0 / Image Start Row", "IMGSTPCL= 99 / Image Stop Column",
-          "IMGSTPRW= 49 / Image Stop Row", "NONRWALL= 0 / Non-Row Alligned Image flag",
-          "NUMDTCH = 0 / Number Of Data Channels", "PXLORDIM= 0 / Pixel Ordered Image flag",
-          "PREREFRW= 0 / Number of Pre-Reference Rows", "PSTREFRW= 0 / Number of Post-Reference Rows",
-          "PRFPXPRW= 0 / Number of Pre Reference pixels per row",
-          "RFPXLPRW= 0 / Number of Post Reference pixels per row",
-          "SNRPXLDP= 16 / Sensor Pixel Depth capability", "SHUTOPDL= 77 / Shutter Open Delay",
-          "SHUTCLDL= -76 / Shutter Close Delay", "TRKFRMPR= 0 / Tracking Frames Per Image Frame",
-          "TRKSTRCL= 0 / Tracking Start Column", "TRKSTRRW= 0 / Tracking Start Row",
-          "TRKSTPCL= 0 / Tracking Stop Column", "TRKSTPRW= 0 / Tracking Stop Row", "END"));
+      listOf("SIMPLE  = T / file does conform to FITS standard",
+             "BITPIX  = 16 / number of bits per data pixel", "NAXIS   = 2 / number of data axes",
+             "NAXIS1  = 100 / The X Axis (width) of Image", "NAXIS2  = 50 / The Y Axis (height) of Image",
+             "EXTEND  = T / FITS dataset may contain extensions",
+             "COMMENT   FITS (Flexible Image Transport System) format is defined in 'Astronomy",
+             "COMMENT    and Astrophysics', volume 376, page 359; bibcode: 2001A&A...376..359H",
+             "BSCALE  = 1.000000", "BZERO   = 32768.000000", "INSTRUME= 'VESTRA VS4040' / Camera Model",
+             "SERIAL  = 'SN-0042' / Camera serial number", "VERFIRM = 66051 / Firmware Version",
+             "VERAPI  = 'Created By liborvacam 2.1.4' / API Version", "MDVER   = 3 / Meta Data Version",
+             "DATE-OBS= '2024-02-29T01:02:03.004005006' / Date of observation (capture)",
+             "CCD-TEMP= -105 / Cooler Temperature (C)", "FPGATEMP= 405 / FPGA Temperature (C)",
+             "BASETEMP= 314 / Heatsink Temperature (C)", "SENSTEMP= -25.300000 / Sensor Chip Temperature (C)",
+             "BKSDILL = 0 / Back Side Illuminated", "XBINNING= 1 / Binning factor used on the X axis",
+             "YBINNING= 1 / Binning factor used on the Y axis", "BLKLVLAD= 0 / Black Level Adjust value",
+             "BLKLVLSN= 0 / Black Level Sun value", "DEADPXCR= 0 / Dead Pixel Correction flag",
+             "EXPTIME = 1200 / Duration of exposure in 10us periods", "FRAMENUM= 321 / Frame Number",
+             "ISHIFRM = 0 / Is High Frame flag", "ISMRGFRM= 0 / Is Merged Frame flag",
+             "GAINLOW = 2.000000 / Low Gain Value", "LOWDARK = 0 / Low Dark Current flag",
+             "LOWNOISE= 0 / Low Noise flag", "GPS_LOCK= 0 / GPS Present at Capture Time",
+             "GEO_LAT = 50.000000 / Geocentric latitude [deg]",
+             "GEO_LONG= -50.000000 / [deg] Geocentric longitude", "HDR-MODE= 0 / Image captured in HDR Mode",
+             "HRZDIRIN= 0 / Horizontal Scan Direction Invert flag",
+             "VRTDIRIN= 0 / Vertical Scan Direction Invert flag", "ILLSTRDL= -45 / Illumination Start Delay",
+             "ILLSTPDL= 46 / Illumination Stop Delay", "IMGSTACL= 0 / Image Start Column",
+             "IMGSTARW= 0 / Image Start Row", "IMGSTPCL= 99 / Image Stop Column",
+             "IMGSTPRW= 49 / Image Stop Row", "NONRWALL= 0 / Non-Row Alligned Image flag",
+             "NUMDTCH = 0 / Number Of Data Channels", "PXLORDIM= 0 / Pixel Ordered Image flag",
+             "PREREFRW= 0 / Number of Pre-Reference Rows", "PSTREFRW= 0 / Number of Post-Reference Rows",
+             "PRFPXPRW= 0 / Number of Pre Reference pixels per row",
+             "RFPXLPRW= 0 / Number of Post Reference pixels per row",
+             "SNRPXLDP= 16 / Sensor Pixel Depth capability", "SHUTOPDL= 77 / Shutter Open Delay",
+             "SHUTCLDL= -76 / Shutter Close Delay", "TRKFRMPR= 0 / Tracking Frames Per Image Frame",
+             "TRKSTRCL= 0 / Tracking Start Column", "TRKSTRRW= 0 / Tracking Start Row",
+             "TRKSTPCL= 0 / Tracking Stop Column", "TRKSTPRW= 0 / Tracking Stop Row", "END"));
 }
 
 TEST(FitsHeaderCards, ShowTheValueOfTheirOwnKey) {
@@ -255,8 +261,8 @@ TEST(FitsHeaderCards, ShowTheValueOfTheirOwnKey) {
   for (const auto& [keyword, key] : keys)
     meta.set(key, 1000 + static_cast<unsigned int>(key));
   for (const auto& [keyword, key] : keys)
-    EXPECT_THAT(cardOf(meta, keyword + std::string(8 - keyword.size(), ' ') + "= "),
-                HasSubstr("= " + std::to_string(1000 + key) + " /"))
+    EXPECT_TRUE(contains(cardOf(meta, keyword + std::string(8 - keyword.size(), ' ') + "= "),
+                         "= " + std::to_string(1000 + key) + " /"))
         << keyword;
 }
 
@@ -264,12 +270,6 @@ TEST(FitsHeaderCards, ShowAFlagAsANumber) {
   SettableHeader meta;
   meta.setBool(40, true);
   EXPECT_EQ(cardOf(meta, "HDR-MODE"), "HDR-MODE= 1 / Image captured in HDR Mode");
-}
-
-TEST(FitsHeaderCards, KeepTheBlanksBehindOneComment) {
-  // As texts they cannot be told from the card's own blanks; the card is full all the same.
-  EXPECT_EQ(headerOf(frameHeader(8, 8)).substr(5 * 80, 80),
-            card("EXTEND  = T / FITS dataset may contain extensions"));
 }
 
 TEST(FitsHeaderCards, OfAHighGainPlaneShowTheHighGain) {
@@ -367,8 +367,8 @@ TEST(FitsImageBuffer, HoldsHeaderAndSwappedPixels) {
   Fits fits;
   EXPECT_EQ(fits.CreateImageBuffer(buffer.data(), headerSize, 6, meta, false), 0);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(buffer.data()), 10), "SIMPLE  = ");
-  EXPECT_THAT(std::vector<unsigned short>(buffer.begin() + headerSize / 2, buffer.end()),
-              ElementsAre(0x3412, 0xFF00, 0x00FF, 0, 0xFFFF, 0x0180, 0x1122));
+  EXPECT_EQ(std::vector<unsigned short>(buffer.begin() + headerSize / 2, buffer.end()),
+            (std::vector<unsigned short>{0x3412, 0xFF00, 0x00FF, 0, 0xFFFF, 0x0180, 0x1122}));
 }
 
 TEST(FitsImageBuffer, LeavesPixelsAloneThatAreSwappedAlready) {
@@ -449,42 +449,39 @@ std::string bigEndian(const std::vector<unsigned short>& pixels, std::size_t cou
   return bytes;
 }
 
-TEST(FitsFile, EndsTheHeadersLengthBeforeTheLastPixel) {
-  const OwnDirectory directory;
+class FitsFile : public testing::Test {
+ protected:
+  const TestFolder directory;
   const std::string path = directory.file("frame.fit");
-  const std::vector<unsigned short> pixels = ramp(100 * 50);
-  EXPECT_EQ(Fits().CreateImageFile(path, pixels.data(), frameHeader(100, 50)), 0);
+  const std::vector<unsigned short> pixels = ramp(40);
+};
+
+TEST_F(FitsFile, EndsTheHeadersLengthBeforeTheLastPixel) {
+  const std::vector<unsigned short> frame = ramp(100 * 50);
+  EXPECT_EQ(Fits().CreateImageFile(path, frame.data(), frameHeader(100, 50)), 0);
   const std::string content = contentOf(path);
   ASSERT_EQ(content.size(), 10000U);  // 5000 pixels of 2 bytes, header included
   EXPECT_EQ(cardsOf(content).size(), 62U);
-  EXPECT_EQ(content.substr(headerSize), bigEndian(pixels, 5000 - headerSize / 2));
-  EXPECT_EQ(pixels, ramp(100 * 50));
+  EXPECT_EQ(content.substr(headerSize), bigEndian(frame, 5000 - headerSize / 2));
+  EXPECT_EQ(frame, ramp(100 * 50));
 }
 
-TEST(FitsFile, OfManyPixelsIsWrittenInPieces) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.fit");
-  const std::vector<unsigned short> pixels = ramp(1100 * 1000);
+TEST_F(FitsFile, OfManyPixelsIsWrittenInPieces) {
+  const std::vector<unsigned short> frame = ramp(1100 * 1000);
   Fits fits;
-  EXPECT_EQ(fits.CreateImageFile(path, pixels.data(), frameHeader(1100, 1000)), 0);
+  EXPECT_EQ(fits.CreateImageFile(path, frame.data(), frameHeader(1100, 1000)), 0);
   const std::string content = contentOf(path);
   ASSERT_EQ(content.size(), 2200000U);
-  EXPECT_TRUE(content.substr(headerSize) == bigEndian(pixels, 1100000 - headerSize / 2));
+  EXPECT_TRUE(content.substr(headerSize) == bigEndian(frame, 1100000 - headerSize / 2));
   EXPECT_LT(fits.m_ulImageCopySize, 2200000U);
 }
 
-TEST(FitsFile, OfFewPixelsHoldsPartOfTheHeader) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.fit");
-  const std::vector<unsigned short> pixels = ramp(40);
+TEST_F(FitsFile, OfFewPixelsHoldsPartOfTheHeader) {
   EXPECT_EQ(Fits().CreateImageFile(path, pixels.data(), frameHeader(40, 1)), 0);
   EXPECT_EQ(contentOf(path), card("SIMPLE  = T / file does conform to FITS standard"));
 }
 
-TEST(FitsFile, IsForItsOwnerOnly) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.fit");
-  const std::vector<unsigned short> pixels = ramp(8);
+TEST_F(FitsFile, IsForItsOwnerOnly) {
   const mode_t before = umask(0);
   EXPECT_EQ(Fits().CreateImageFile(path, pixels.data(), frameHeader(8, 1)), 0);
   umask(before);
@@ -493,20 +490,14 @@ TEST(FitsFile, IsForItsOwnerOnly) {
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
-TEST(FitsFile, KeepsTheEndOfALongerExistingFile) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.fit");
+TEST_F(FitsFile, KeepsTheEndOfALongerExistingFile) {
   fill(path, std::string(100, 'x'));
-  const std::vector<unsigned short> pixels = ramp(40);
   EXPECT_EQ(Fits().CreateImageFile(path, pixels.data(), frameHeader(40, 1)), 0);
   EXPECT_EQ(contentOf(path).substr(80), std::string(20, 'x'));
   EXPECT_EQ(contentOf(path).size(), 100U);
 }
 
-TEST(FitsFile, IsRefusedWithoutPixelsOrSize) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.fit");
-  const std::vector<unsigned short> pixels = ramp(8);
+TEST_F(FitsFile, IsRefusedWithoutPixelsOrSize) {
   EXPECT_EQ(Fits().CreateImageFile(path, nullptr, frameHeader(8, 1)), -1);
   SettableHeader inverted = frameHeader(8, 1);
   inverted.setImage(8, 7, 0, 0);
@@ -514,10 +505,7 @@ TEST(FitsFile, IsRefusedWithoutPixelsOrSize) {
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST(FitsFile, IsRefusedWhereTheSizeIsBeyondAllSensors) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.fit");
-  const std::vector<unsigned short> pixels = ramp(8);
+TEST_F(FitsFile, IsRefusedWhereTheSizeIsBeyondAllSensors) {
   for (const unsigned int size : {65535U, 65536U, 46341U}) {
     EXPECT_EQ(Fits().CreateImageFile(path, pixels.data(), frameHeader(size, size)), -1) << size;
     EXPECT_FALSE(std::filesystem::exists(path));
@@ -526,83 +514,48 @@ TEST(FitsFile, IsRefusedWhereTheSizeIsBeyondAllSensors) {
 
 // ---- Log
 
-/// Runs in a directory of its own with the log at a level, and yields what the log files there say.
-class LoggedRun {
- public:
-  explicit LoggedRun(const OwnDirectory& directory) : m_before(std::filesystem::current_path()) {
-    std::filesystem::current_path(directory.file(""));
-    CLog::release();
-    CLog::getInstance()->m_eLogLevel = CLOGLEVEL_ERROR;
-  }
-  ~LoggedRun() {
-    CLog::release();
-    std::filesystem::current_path(m_before);
-  }
-  LoggedRun(const LoggedRun&) = delete;
-  LoggedRun& operator=(const LoggedRun&) = delete;
-
-  std::string text() {
-    CLog::release();
-    std::string all;
-    for (const auto& entry : std::filesystem::directory_iterator("MarloLogs"))
-      all += contentOf(entry.path());
-    return all;
-  }
-
- private:
-  std::filesystem::path m_before;
+class FitsFileLog : public FitsFile {
+ protected:
+  const LogCapture log;
 };
 
-TEST(FitsFileLog, SaysWhatWasWrittenAtTheErrorLevel) {
-  const OwnDirectory directory;
-  LoggedRun run(directory);
-  const std::string path = directory.file("frame.fit");
-  const std::vector<unsigned short> pixels = ramp(40);
+TEST_F(FitsFileLog, SaysWhatWasWrittenAtTheErrorLevel) {
   EXPECT_EQ(CFitsInterface().CreateImageFile(path, pixels.data(), frameHeader(40, 1)), 0);
-  EXPECT_THAT(run.text(), testing::ContainsRegex(
-                              "ERROR, CreateImageFile: Successfully wrote file .*/frame.fit, size 80\n"));
+  EXPECT_TRUE(
+      contains(log.text(), "ERROR, CreateImageFile: Successfully wrote file " + path + ", size 80\n"));
 }
 
-TEST(FitsFileLog, SaysThatAFileCannotBeOpened) {
-  const OwnDirectory directory;
-  LoggedRun run(directory);
-  const std::string path = directory.file("missing/frame.fit");
-  const std::vector<unsigned short> pixels = ramp(40);
-  EXPECT_EQ(CFitsInterface().CreateImageFile(path, pixels.data(), frameHeader(40, 1)), -1);
-  EXPECT_THAT(run.text(), HasSubstr("ERROR, CreateImageFile: Unable to open file " + path + ", err 2\n"));
+TEST_F(FitsFileLog, SaysThatAFileCannotBeOpened) {
+  const std::string missing = directory.file("missing/frame.fit");
+  EXPECT_EQ(CFitsInterface().CreateImageFile(missing, pixels.data(), frameHeader(40, 1)), -1);
+  EXPECT_TRUE(contains(log.text(), "ERROR, CreateImageFile: Unable to open file " + missing + ", err 2\n"));
 }
 
-TEST(FitsFileLog, SaysThatAFileCannotBeWritten) {
-  const OwnDirectory directory;
-  LoggedRun run(directory);
-  const std::vector<unsigned short> pixels = ramp(40);
+TEST_F(FitsFileLog, SaysThatAFileCannotBeWritten) {
   EXPECT_EQ(CFitsInterface().CreateImageFile("/dev/full", pixels.data(), frameHeader(40, 1)), -1);
-  EXPECT_THAT(run.text(), HasSubstr("ERROR, CreateImageFile: Error writing file /dev/full, size 80\n"));
+  EXPECT_TRUE(contains(log.text(), "ERROR, CreateImageFile: Error writing file /dev/full, size 80\n"));
 }
 
 [[noreturn]] void writeWithin7000Bytes(const std::string& path) {
   const rlimit limit{7000, 7000};
   std::signal(SIGXFSZ, SIG_IGN);
   setrlimit(RLIMIT_FSIZE, &limit);
-  const std::vector<unsigned short> pixels = ramp(5000);
-  _exit(Fits().CreateImageFile(path, pixels.data(), frameHeader(100, 50)) == -1 ? 7 : 1);
+  _exit(Fits().CreateImageFile(path, ramp(5000).data(), frameHeader(100, 50)) == -1 ? 7 : 1);
 }
 
-TEST(FitsFileDeathTest, FailsWhereOnlyAPartCanBeWritten) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.fit");
+using FitsFileDeathTest = FitsFile;
+
+TEST_F(FitsFileDeathTest, FailsWhereOnlyAPartCanBeWritten) {
   testing::GTEST_FLAG(death_test_style) = "fast";
   EXPECT_EXIT(writeWithin7000Bytes(path), testing::ExitedWithCode(7), "");
   EXPECT_EQ(contentOf(path).size(), 7000U);
 }
 
-TEST(FitsFileLog, IsLookedUpWhenItIsNeeded) {
-  const OwnDirectory directory;
+TEST_F(FitsFile, LooksTheLogUpWhenItIsNeeded) {
   CFitsInterface fits;
-  LoggedRun run(directory);  // releases the log that existed before
-  const std::vector<unsigned short> pixels = ramp(40);
+  const LogCapture log;  // releases the log that existed before
   EXPECT_EQ(fits.CreateImageFile(directory.file("a.fit"), pixels.data(), frameHeader(40, 1)), 0);
-  EXPECT_THAT(run.text(), HasSubstr("a.fit, size 80"));
+  EXPECT_TRUE(contains(log.text(), "a.fit, size 80"));
 }
 
 // ---- Reading back
@@ -632,7 +585,7 @@ TEST(FitsReading, RoundTripsTheHeader) {
 }
 
 TEST(FitsReading, RoundTripsAFile) {
-  const OwnDirectory directory;
+  const TestFolder directory;
   const std::string path = directory.file("frame.fit");
   const std::vector<unsigned short> pixels = ramp(100 * 50);
   ASSERT_EQ(Fits().CreateImageFile(path, pixels.data(), frameHeader(100, 50)), 0);

@@ -450,13 +450,17 @@ TEST(TiffHeader, CanBeWrittenAgainWithTheSameObject) {
 
 // ---- Files
 
-TEST(TiffFile, HoldsBlockMetadataAndPixelsAsInMemory) {
+class TiffFile : public ::testing::Test {
+ protected:
+  const TestFolder directory;
+  const std::string path = directory.file("frame.tiff");
+  const std::vector<unsigned short> pixels = ramp(100 * 100);
+  SettableHeader meta = frameHeader(20, 10);
+};
+
+TEST_F(TiffFile, HoldsBlockMetadataAndPixelsAsInMemory) {
   for (const bool littleEndian : {false, true}) {
-    const OwnDirectory directory;
-    const std::string path = directory.file("frame.tiff");
-    SettableHeader meta = frameHeader(20, 10);
     meta.SetPixelEndianFormat(littleEndian);
-    const std::vector<unsigned short> pixels = ramp(200);
     fill(path, std::string(5000, 'x'));  // an existing file is replaced
     EXPECT_EQ(CTiffMaker().CreateImageFile(path, pixels.data(), meta), 1040);
     const std::string content = contentOf(path);
@@ -467,28 +471,20 @@ TEST(TiffFile, HoldsBlockMetadataAndPixelsAsInMemory) {
   }
 }
 
-TEST(TiffFile, OfAVersion1HeaderIsWrittenWithoutIt) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.tiff");
-  SettableHeader meta = frameHeader(20, 10);
+TEST_F(TiffFile, OfAVersion1HeaderIsWrittenWithoutIt) {
   meta.set(1, 156).set(2, 1);
-  const std::vector<unsigned short> pixels = ramp(200);
   EXPECT_EQ(CTiffMaker().CreateImageFile(path, pixels.data(), meta), 812);
   EXPECT_EQ(contentOf(path).substr(656, 156), std::string(156, '\0'));
   EXPECT_EQ(contentOf(path).size(), 812U + 400);
 }
 
-TEST(TiffFile, ThatCannotBeOpenedFails) {
-  const OwnDirectory directory;
-  SettableHeader meta = frameHeader(20, 10);
-  const std::vector<unsigned short> pixels = ramp(200);
+TEST_F(TiffFile, ThatCannotBeOpenedFails) {
   EXPECT_EQ(CTiffMaker().CreateImageFile(directory.file("missing/frame.tiff"), pixels.data(), meta), -1);
 }
 
-TEST(TiffFile, ThatCannotBeWrittenFails) {
-  const std::vector<unsigned short> pixels = ramp(100 * 100);
-  SettableHeader small = frameHeader(20, 10);  // fails when the stream is closed
-  EXPECT_EQ(CTiffMaker().CreateImageFile("/dev/full", pixels.data(), small), -1);
+TEST_F(TiffFile, ThatCannotBeWrittenFails) {
+  // Fails when the stream is closed.
+  EXPECT_EQ(CTiffMaker().CreateImageFile("/dev/full", pixels.data(), meta), -1);
   SettableHeader large = frameHeader(100, 100);  // fails in the pixels
   EXPECT_EQ(CTiffMaker().CreateImageFile("/dev/full", pixels.data(), large), -1);
   SettableHeader longHeader = frameHeader(20, 10);  // fails in the metadata
@@ -496,11 +492,7 @@ TEST(TiffFile, ThatCannotBeWrittenFails) {
   EXPECT_EQ(CTiffMaker().CreateImageFile("/dev/full", pixels.data(), longHeader), -1);
 }
 
-TEST(TiffFile, IsRefusedWithoutPixelsOrSize) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.tiff");
-  const std::vector<unsigned short> pixels = ramp(8);
-  SettableHeader meta = frameHeader(8, 1);
+TEST_F(TiffFile, IsRefusedWithoutPixelsOrSize) {
   EXPECT_EQ(CTiffMaker().CreateImageFile(path, nullptr, meta), -1);
   meta.setImage(8, 7, 0, 0);
   EXPECT_EQ(CTiffMaker().CreateImageFile(path, pixels.data(), meta), -1);
@@ -511,11 +503,7 @@ TEST(TiffFile, IsRefusedWithoutPixelsOrSize) {
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST(TiffFile, IsRefusedWithAMetadataLengthThatNoHeaderHas) {
-  const OwnDirectory directory;
-  const std::string path = directory.file("frame.tiff");
-  const std::vector<unsigned short> pixels = ramp(8);
-  SettableHeader meta = frameHeader(8, 1);
+TEST_F(TiffFile, IsRefusedWithAMetadataLengthThatNoHeaderHas) {
   for (const unsigned int length : {65536U, 0xFFFFFFFFU, 0xFFFFFD70U}) {
     meta.set(1, length);
     EXPECT_EQ(CTiffMaker().CreateImageFile(path, pixels.data(), meta), -1);

@@ -57,7 +57,7 @@ class TiffReading : public testing::TestWithParam<bool> {
     return value;
   }
 
-  OwnDirectory directory;
+  TestFolder directory;
   const std::string path = directory.file("frame.tiff");
   const std::vector<unsigned short> pixels = ramp(std::size_t{width} * height);
   TiffFile file;
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(BothByteOrders, TiffReading, testing::Bool(),
                          });
 
 TEST(TiffReadingWithoutPixelSize, SeesNoResolution) {
-  const OwnDirectory directory;
+  const TestFolder directory;
   const std::string path = directory.file("frame.tiff");
   SettableHeader meta = frameHeader(width, height);
   meta.set(43, 0).set(91, 0);  // 100000 / 0

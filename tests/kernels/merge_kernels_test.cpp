@@ -1,45 +1,19 @@
 // The integer merge against the documented rule in doubles, and every table against the plain one.
 
-#include "kernels/KernelTesting.h"
-
 #include <algorithm>
-#include <cmath>
 #include <utility>
+
+#include "kernels/KernelTesting.h"
+#include "merge/MergeRule.h"
 
 namespace {
 
 using namespace kernel_testing;
 
-/// One pixel by the rule as it is documented: double terms, a clamp, a product, rounding half away from zero,
-/// a cut.
-struct CorrectionInDoubles {
-  double additive, multiplicative, max;
-
-  CorrectionInDoubles(int additiveFixed, unsigned int multiplicativeFixed, unsigned int f, unsigned int g)
-      : additive(additiveFixed / std::pow(2.0, static_cast<int>(f))),
-        multiplicative(multiplicativeFixed / std::pow(2.0, static_cast<int>(g))),
-        max(std::pow(2.0, 15 - static_cast<int>(f)) - 1.0 / std::pow(2.0, static_cast<int>(f))) {}
-
-  int operator()(unsigned int pixel) const {
-    double sum = pixel + additive;
-    if (sum > max) sum = max;
-    if (sum < 0) sum = 0;
-    const double value = sum * multiplicative;
-    return value > 65535.0 ? 65535 : static_cast<int>(std::round(value));
-  }
-};
-
-int correctedInDoubles(unsigned int pixel, int additive, unsigned int multiplicative, unsigned int f,
-                       unsigned int g) {
-  return CorrectionInDoubles(additive, multiplicative, f, g)(pixel);
-}
+using merge_rule::Correction;
 
 std::uint16_t mergedInDoubles(int low, int high, const kernels::MergeRule& rule) {
-  if (rule.type == 1) return static_cast<std::uint16_t>(low);
-  if (rule.type == 2) return static_cast<std::uint16_t>(high);
-  if (high >= rule.highThreshold) return static_cast<std::uint16_t>(low);
-  if (low > high && low - high > rule.differenceThreshold) return static_cast<std::uint16_t>(low);
-  return static_cast<std::uint16_t>(high);
+  return merge_rule::merged(low, high, rule.highThreshold, rule.differenceThreshold, rule.type);
 }
 
 class EveryFractionWidth : public ::testing::TestWithParam<unsigned int> {};
@@ -66,7 +40,7 @@ TEST_P(EveryFractionWidth, IsExactForEveryPixelAndManyTermsInEveryTable) {
                                                                {32767, large},
                                                                {32767, below}};
     for (const auto& [additive, multiplicative] : allTerms) {
-      const CorrectionInDoubles corrected(additive, multiplicative, f, g);
+      const Correction corrected(additive, multiplicative, f, g);
       for (unsigned int p = 0; p < 65536; ++p)
         expected[p] = static_cast<std::uint16_t>(corrected(p));
       for (const kernels::KernelTable* table : runnableTables())
@@ -116,8 +90,8 @@ TEST_P(EveryTable, TakesFactorsOfAnySizeForEitherPlane) {
         table().mergeUniform(pixels.data(), pixels.data(), merged.data(), merged.size(), rule,
                              {7, -9, static_cast<std::uint16_t>(low), static_cast<std::uint16_t>(high)});
         for (unsigned int p = 0; p < 4096; ++p)
-          ASSERT_EQ(merged[p], mergedInDoubles(correctedInDoubles(p, 7, low, 3, 10),
-                                               correctedInDoubles(p, -9, high, 3, 10), rule))
+          ASSERT_EQ(merged[p],
+                    mergedInDoubles(Correction(7, low, 3, 10)(p), Correction(-9, high, 3, 10)(p), rule))
               << "pixel " << p << ", factors " << low << " " << high << ", threshold " << threshold;
       }
 }
@@ -147,10 +121,10 @@ TEST_P(EveryTable, FollowsTheRuleForAllTypesThresholdsAndTerms) {
     ASSERT_EQ(streamed.values(), merged.values()) << "round " << round << ", seed " << seed;
     ASSERT_TRUE(streamed.intact());
     for (std::size_t i = 0; i < count; ++i) {
-      const int l = correctedInDoubles(low[i], static_cast<std::int16_t>(addLow[i]), mulLow[i],
-                                       rule.additiveFractionBits, rule.multiplicativeFractionBits);
-      const int h = correctedInDoubles(high[i], static_cast<std::int16_t>(addHigh[i]), mulHigh[i],
-                                       rule.additiveFractionBits, rule.multiplicativeFractionBits);
+      const int l = Correction(static_cast<std::int16_t>(addLow[i]), mulLow[i], rule.additiveFractionBits,
+                               rule.multiplicativeFractionBits)(low[i]);
+      const int h = Correction(static_cast<std::int16_t>(addHigh[i]), mulHigh[i], rule.additiveFractionBits,
+                               rule.multiplicativeFractionBits)(high[i]);
       ASSERT_EQ(merged.values()[i], mergedInDoubles(l, h, rule)) << "round " << round << ", seed " << seed;
     }
     ASSERT_TRUE(merged.intact());
@@ -190,10 +164,10 @@ struct PackedExpectation {
       : low(pixelsOf(packedLow)), high(pixelsOf(packedHigh)) {
     for (std::size_t i = 0; i < low.size(); ++i) {
       const kernels::UniformTerms& t = terms[i % terms.size()];
-      const int l = correctedInDoubles(low[i], t.additiveLow, t.multiplicativeLow, rule.additiveFractionBits,
-                                       rule.multiplicativeFractionBits);
-      const int h = correctedInDoubles(high[i], t.additiveHigh, t.multiplicativeHigh,
-                                       rule.additiveFractionBits, rule.multiplicativeFractionBits);
+      const int l = Correction(t.additiveLow, t.multiplicativeLow, rule.additiveFractionBits,
+                               rule.multiplicativeFractionBits)(low[i]);
+      const int h = Correction(t.additiveHigh, t.multiplicativeHigh, rule.additiveFractionBits,
+                               rule.multiplicativeFractionBits)(high[i]);
       merged.push_back(mergedInDoubles(l, h, rule));
       const bool lowTaken =
           rule.type == 1 || (rule.type != 2 && (h >= rule.highThreshold || l - h > rule.differenceThreshold));

@@ -71,16 +71,9 @@ void expectSame(const Merged& actual, const Merged& expected) {
   EXPECT_TRUE(actual.low == expected.low);
   EXPECT_TRUE(actual.high == expected.high);
   EXPECT_TRUE(actual.merged == expected.merged);
-  EXPECT_TRUE(actual.histograms == expected.histograms);
   for (unsigned int i = 0; i < 3; ++i) {
-    EXPECT_EQ(actual.stats[i].uiMin, expected.stats[i].uiMin) << i;
-    EXPECT_EQ(actual.stats[i].uiMax, expected.stats[i].uiMax) << i;
-    EXPECT_EQ(actual.stats[i].minPoint.x, expected.stats[i].minPoint.x) << i;
-    EXPECT_EQ(actual.stats[i].minPoint.y, expected.stats[i].minPoint.y) << i;
-    EXPECT_EQ(actual.stats[i].maxPoint.x, expected.stats[i].maxPoint.x) << i;
-    EXPECT_EQ(actual.stats[i].maxPoint.y, expected.stats[i].maxPoint.y) << i;
-    expectSameNumber(actual.stats[i].dMean, expected.stats[i].dMean);
-    expectSameNumber(actual.stats[i].dStdDev, expected.stats[i].dStdDev);
+    SCOPED_TRACE(i);
+    frame_testing::expectSame(actual.stats[i], expected.stats[i]);
   }
 }
 

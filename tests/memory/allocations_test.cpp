@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "frames/FrameTesting.h"
+#include "support/Cameras.h"
 #include "support/FaultInjector.h"
 
 namespace {
@@ -15,16 +16,11 @@ namespace {
 using frame_testing::header;
 using frame_testing::RawFrame;
 
-struct Camera {
-  const char* model;
-  unsigned int deviceType;
-};
-
 /// The most bytes that a second MergeImage into the same buffers holds at a time.
-std::size_t heldByMergeImage(const Camera& camera, unsigned int side, bool statistics) {
-  RawFrame raw(header(camera.model, 12, true, side, side));
+std::size_t heldByMergeImage(const cameras::Mode& mode, unsigned int side, bool statistics) {
+  RawFrame raw(header(mode.model, 12, true, side, side));
   CAlgo algo;
-  algo.Initialize({camera.deviceType, false}, nullptr);
+  algo.Initialize({mode.camera().device, false}, nullptr);
   unpacked_images_t images{};
   images.bLowImageRequest = images.bHighImageRequest = images.bMergedImageRequest = true;
   unpacked_stats_t stats{};
@@ -42,15 +38,11 @@ std::size_t heldByMergeImage(const Camera& camera, unsigned int side, bool stati
 }
 
 TEST(Allocations, OfMergeImageIntoReusedBuffersDoNotGrowWithTheFrame) {
-  const Camera cameras[] = {{"VESTRA VS400", ORVA_DEVICE_GSENSE400},
-                            {"VESTRA VS2020", ORVA_DEVICE_GSENSE2020},
-                            {"VESTRA VS4040", ORVA_DEVICE_GSENSE4040},
-                            {"VESTRA VS6060", ORVA_DEVICE_GSENSE6060}};
-  for (const Camera& camera : cameras)
+  for (const char* name : {"GSense400Hdr", "GSense2020Hdr", "GSense4040Hdr", "GSense6060Hdr"})
     for (const bool statistics : {false, true}) {
-      const std::size_t ofSmall = heldByMergeImage(camera, 32, statistics);
-      const std::size_t ofLarge = heldByMergeImage(camera, 256, statistics);
-      EXPECT_EQ(ofSmall, ofLarge) << camera.model << (statistics ? " with statistics" : "");
+      const std::size_t ofSmall = heldByMergeImage(cameras::modeNamed(name), 32, statistics);
+      const std::size_t ofLarge = heldByMergeImage(cameras::modeNamed(name), 256, statistics);
+      EXPECT_EQ(ofSmall, ofLarge) << name << (statistics ? " with statistics" : "");
     }
 }
 

@@ -1,6 +1,5 @@
 // The table-driven merge.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <orvacam/merge/CMergeAlgoLegacy.h>
 #include <orvacam/types/device_types.h>
@@ -10,10 +9,10 @@
 #include <vector>
 
 #include "TestFolder.h"
+#include "support/Contains.h"
 
 namespace {
 
-using ::testing::HasSubstr;
 using Pixels = std::vector<unsigned short>;
 
 constexpr unsigned int bits = 12;
@@ -89,10 +88,11 @@ TEST_F(LegacyMerge, StatisticsAreInFrameCoordinates) {
   EXPECT_EQ(stats.dMean, (out[4] + out[7]) / 2.0);
   EXPECT_EQ(stats.maxPoint.x, 1);
   EXPECT_EQ(stats.maxPoint.y, 2);
-  EXPECT_THAT(log.text(), HasSubstr("UNKNO, DoMergeWithStats: uiTotalFrameWidth= 3, uiTotalFrameHeight= 4\n"
-                                    "UNKNO, DoMergeWithStats: uiImageWidth= 1, uiImageHeight= 2\n"
-                                    "UNKNO, DoMergeWithStats: uiPreRefPixels= 1, uiPostRefPixels= 1\n"
-                                    "UNKNO, DoMergeWithStats: uiPreRefRows= 1, uiPostRefRows= 1\n"));
+  EXPECT_TRUE(contains(log.text(),
+                       "UNKNO, DoMergeWithStats: uiTotalFrameWidth= 3, uiTotalFrameHeight= 4\n"
+                       "UNKNO, DoMergeWithStats: uiImageWidth= 1, uiImageHeight= 2\n"
+                       "UNKNO, DoMergeWithStats: uiPreRefPixels= 1, uiPostRefPixels= 1\n"
+                       "UNKNO, DoMergeWithStats: uiPreRefRows= 1, uiPostRefRows= 1\n"));
 }
 
 TEST_F(LegacyMerge, WithoutAnArrayHasNoStatisticsEither) {
@@ -122,7 +122,7 @@ TEST(LegacyMergeLog, SaysThatThereIsNoMappingArray) {
   const auto merge = std::make_unique<CMergeAlgoLegacy>();
   Pixels p(4);
   EXPECT_EQ(merge->MergeFrames(p.data(), p.data(), p.data(), 4), -1);
-  EXPECT_THAT(log.text(), HasSubstr("ERROR, MergeFrames: No Mapping array- unable to merge!\n"));
+  EXPECT_TRUE(contains(log.text(), "ERROR, MergeFrames: No Mapping array- unable to merge!\n"));
 }
 
 TEST_F(LegacyMerge, RefusesNullPlanes) {

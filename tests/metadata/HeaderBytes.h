@@ -112,61 +112,29 @@ inline std::ostream& operator<<(std::ostream& stream, const NumberField& field) 
 
 /// Every plain number of a header version.
 inline std::vector<NumberField> numberFields(unsigned int version) {
-  constexpr Sign complement = Sign::Complement;
-  constexpr Sign magnitude = Sign::Magnitude;
-  std::vector<NumberField> fields = {{79, 1, 72},
-                                     {81, 2, 42},
-                                     {83, 2, 90},
-                                     {85, 4, 22},
-                                     {89, 2, 15, complement},
-                                     {91, 2, 74, magnitude},
-                                     {93, 1, 27},
-                                     {94, 1, 26},
-                                     {95, 1, 28},
-                                     {96, 1, 70},
-                                     {97, 1, 71},
-                                     {101, 3, 7},
-                                     {104, 2, 8},
-                                     {114, 2, 83},
-                                     {116, 2, 82},
-                                     {118, 2, 85},
-                                     {120, 2, 84},
-                                     {122, 2, 50},
-                                     {124, 2, 49},
-                                     {126, 2, 52},
-                                     {128, 2, 51},
-                                     {130, 2, 81},
-                                     {132, 2, 25},
-                                     {134, 2, 53},
-                                     {139, 1, 66},
-                                     {106, 2, 77, magnitude},
-                                     {108, 2, 76, magnitude},
-                                     {110, 2, 45, magnitude},
-                                     {112, 2, 46, magnitude}};
+  constexpr Sign complement = Sign::Complement, magnitude = Sign::Magnitude;
+  using F = NumberField;
+  std::vector<NumberField> fields;
   const auto add = [&fields](std::initializer_list<NumberField> more) { fields.insert(fields.end(), more); };
-  if (version <= 2) add({{99, 1, 5}, {100, 1, 6}});
-  if (version == 1) add({{152, 4, 89}});
+  add({F{79, 1, 72}, F{81, 2, 42}, F{83, 2, 90}, F{85, 4, 22}, F{89, 2, 15, complement},
+       F{91, 2, 74, magnitude}, F{93, 1, 27}, F{94, 1, 26}, F{95, 1, 28}});
+  add({F{96, 1, 70}, F{97, 1, 71}, F{101, 3, 7}, F{104, 2, 8}, F{114, 2, 83}, F{116, 2, 82}, F{118, 2, 85},
+       F{120, 2, 84}});
+  add({F{122, 2, 50}, F{124, 2, 49}, F{126, 2, 52}, F{128, 2, 51}, F{130, 2, 81}, F{132, 2, 25},
+       F{134, 2, 53}, F{139, 1, 66}});
+  add({F{106, 2, 77, magnitude}, F{108, 2, 76, magnitude}, F{110, 2, 45, magnitude},
+       F{112, 2, 46, magnitude}});
+  if (version <= 2) add({F{99, 1, 5}, F{100, 1, 6}});
+  if (version == 1) add({F{152, 4, 89}});
   if (version >= 2)
-    add({{72, 4, 89},
-         {76, 2, 78, complement},
-         {78, 1, 16},
-         {141, 2, 4, complement},
-         {143, 2, 24, complement},
-         {148, 2, 80},
-         {150, 2, 79},
-         {182, 4, 29},
-         {186, 4, 33},
-         {214, 1, 43},
-         {215, 1, 91},
-         {216, 3, 9},
-         {219, 2, 10}});
+    add({F{72, 4, 89}, F{76, 2, 78, complement}, F{78, 1, 16}, F{141, 2, 4, complement},
+         F{143, 2, 24, complement}, F{148, 2, 80}, F{150, 2, 79}, F{182, 4, 29}, F{186, 4, 33}, F{214, 1, 43},
+         F{215, 1, 91}, F{216, 3, 9}, F{219, 2, 10}});
   if (version >= 3)
-    add({{99, 2, 5},
-         {145, 2, 6},
-         {221, 4, 63, complement},
-         {225, 2, 64, complement},
-         {227, 4, 41, complement}});
-  if (version == 4) add({{236, 4, 93}, {240, 1, 94}, {241, 1, 95}, {242, 1, 99}, {243, 1, 96}, {248, 4, 98}});
+    add({F{99, 2, 5}, F{145, 2, 6}, F{221, 4, 63, complement}, F{225, 2, 64, complement},
+         F{227, 4, 41, complement}});
+  if (version == 4)
+    add({F{236, 4, 93}, F{240, 1, 94}, F{241, 1, 95}, F{242, 1, 99}, F{243, 1, 96}, F{248, 4, 98}});
   return fields;
 }
 

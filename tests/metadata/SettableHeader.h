@@ -51,6 +51,13 @@ class SettableHeader : public CFrameMetaData {
   }
 };
 
+/// 16 columns from 8 on, 10 rows from 4 on; reference pixels 5 + 3, reference rows 7 + 2.
+inline SettableHeader smallFrame() {
+  SettableHeader header;
+  header.setImage(8, 23, 4, 13).set(71, 5).set(70, 3).set(69, 7).set(68, 2).set(1, 384);
+  return header;
+}
+
 /// Sets the program's locale for the duration of a test.
 class ScopedLocale {
  public:

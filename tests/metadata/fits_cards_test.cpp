@@ -303,18 +303,6 @@ TEST(FitsHeader, OfAStreamStopsInTheBlockThatFails) {
   EXPECT_EQ(meta.Value(ORVA_META_KEY_FRAME_NUMBER).GetValueUint(), 0U);
 }
 
-TEST(FitsHeader, IsParsedByTheMetadataItself) {
-  std::string header = card("SIMPLE  = T") + card("MDVER   = 3") + card("FRAMENUM= 5") + card("END");
-  CFrameMetaData meta;
-  EXPECT_EQ(
-      meta.Parse(reinterpret_cast<unsigned char*>(header.data()), static_cast<unsigned int>(header.size())),
-      0);
-  EXPECT_EQ(meta.Value(ORVA_META_KEY_FRAME_NUMBER).GetValueUint(), 5U);
-  CFrameMetaData streamed;
-  EXPECT_EQ(streamed.Parse(streamOf(header).get()), 0);
-  EXPECT_EQ(streamed.Value(ORVA_META_KEY_FRAME_NUMBER).GetValueUint(), 5U);
-}
-
 TEST(FitsHeader, OfAnyBytesIsReadWithinItsBounds) {
   constexpr unsigned int seed = 20240229;
   SCOPED_TRACE(seed);

@@ -33,13 +33,6 @@ enum Key : int {
   PrePixels = 71
 };
 
-/// 16 columns from 8 on, 10 rows from 4 on; reference pixels 5 + 3, reference rows 7 + 2.
-SettableHeader smallFrame() {
-  SettableHeader header;
-  header.setImage(8, 23, 4, 13).set(PrePixels, 5).set(PostPixels, 3).set(PreRows, 7).set(PostRows, 2);
-  return header.set(Length, 384);
-}
-
 std::string asText(const FrameGeometry::Axis& axis) {
   return std::to_string(axis.before) + " + " + std::to_string(axis.image) + " + " +
          std::to_string(axis.after);

@@ -28,13 +28,6 @@ unsigned int typeOf(const std::string& model) {
   return type;
 }
 
-/// 16 columns from 8 on, 10 rows from 4 on; reference pixels 5 + 3, reference rows 7 + 2.
-SettableHeader smallFrame() {
-  SettableHeader header;
-  header.setImage(8, 23, 4, 13).set(71, 5).set(70, 3).set(69, 7).set(68, 2);
-  return header;
-}
-
 struct Size {
   unsigned int width;
   unsigned int height;

@@ -123,17 +123,6 @@ TEST(HeaderFields, ReferenceRowsAreTwoHalvesOfThreeBytes) {
   }
 }
 
-TEST(HeaderFields, AreReadWhereverTheVersionHasThem) {
-  // Byte 100 is the vertical binning of versions 1 and 2, and half of the horizontal one from version 3 on.
-  OpenHeader header;
-  HeaderBytes(2).put(99, 2, 0x0203).parseInto(header);
-  EXPECT_EQ(header.number(5), 2);
-  EXPECT_EQ(header.number(6), 3);
-  HeaderBytes(3).put(99, 2, 0x0203).put(145, 2, 0x0405).parseInto(header);
-  EXPECT_EQ(header.number(5), 0x0203);
-  EXPECT_EQ(header.number(6), 0x0405);
-}
-
 TEST(HeaderFields, ReservedAndPaddingBytesAreKept) {
   std::string counted(152, '\0');
   for (std::size_t i = 0; i < counted.size(); ++i)
@@ -170,15 +159,6 @@ TEST(HeaderSignMagnitude, SignBitIsClearedInTheCallersBufferAndNowhereElse) {
       EXPECT_EQ(bytes[i], signs.count(i) != 0 ? 0x7F : before[i]) << version << ", byte " << i;
     EXPECT_EQ(header.number(77), -32767);
   }
-}
-
-TEST(HeaderSignMagnitude, Of80And05IsMinus5) {
-  OpenHeader header;
-  HeaderBytes bytes(3);
-  bytes.put(91, 2, 0x8005).parseInto(header);
-  EXPECT_EQ(header.number(74), -5);
-  EXPECT_EQ(bytes[91], 0x00);
-  EXPECT_EQ(bytes[92], 0x05);
 }
 
 // ---- Flags
@@ -220,32 +200,6 @@ TEST(HeaderFlags, EachFollowsItsOwnBit) {
       }
     }
   }
-}
-
-TEST(HeaderFlags, VertScanDirInvertIsTrueWhenItsBitIsClear) {
-  OpenHeader header;
-  HeaderBytes(3).put(98, 1, 0x00).parseInto(header);
-  EXPECT_TRUE(header.flag(92));
-  HeaderBytes(3).put(98, 1, 0x02).parseInto(header);
-  EXPECT_FALSE(header.flag(92));
-}
-
-TEST(HeaderFlags, LowDarkCurrentOfVersions1And2LiesInTheBinningByte) {
-  for (const unsigned int version : {1u, 2u}) {
-    OpenHeader header;
-    HeaderBytes(version).put(98, 2, 0x0800).parseInto(header);
-    EXPECT_FALSE(header.flag(61));
-    HeaderBytes(version).put(98, 2, 0x0008).parseInto(header);
-    EXPECT_TRUE(header.flag(61));
-    EXPECT_EQ(header.number(5), 8);
-  }
-}
-
-TEST(HeaderFlags, NoneOfTheTestFlagsHoldsFor0xFF) {
-  OpenHeader header;
-  HeaderBytes(3).parseInto(header);
-  for (const int key : {86, 60, 56, 58})
-    EXPECT_FALSE(header.flag(key)) << key;
 }
 
 TEST(HeaderFlags, BytesAreKeptWhole) {
@@ -827,11 +781,6 @@ TEST(HeaderFromFile, CanBeFits) {
   EXPECT_EQ(header.Parse(file.get()), 0);
   EXPECT_EQ(header.text(11), "VESTRA VS400");
   EXPECT_EQ(header.number(22), 1234.0);
-}
-
-TEST(HeaderFromFile, OfANullStreamFails) {
-  CFrameMetaData header;
-  EXPECT_EQ(header.Parse(static_cast<std::FILE*>(nullptr)), -1);
 }
 
 // ---- Life cycle

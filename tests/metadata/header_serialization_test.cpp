@@ -89,20 +89,6 @@ TEST(WrittenHeader, HasTheOtherTypeLength) {
   EXPECT_EQ(wordAt(written(header), 244, 4), 0xA1B2C3D4u);
 }
 
-TEST(WrittenHeader, HasSignedNumbersAsTwosComplement) {
-  OpenHeader header;
-  header.setInt(78, -2).setInt(15, -300).setInt(4, -1).setInt(24, -128).setInt(63, -5).setInt(64, -6).setInt(
-      41, -7);
-  const auto bytes = written(header);
-  EXPECT_EQ(wordAt(bytes, 76, 2), 0xFFFEu);
-  EXPECT_EQ(wordAt(bytes, 89, 2), 0xFED4u);
-  EXPECT_EQ(wordAt(bytes, 141, 2), 0xFFFFu);
-  EXPECT_EQ(wordAt(bytes, 143, 2), 0xFF80u);
-  EXPECT_EQ(wordAt(bytes, 221, 4), 0xFFFFFFFBu);
-  EXPECT_EQ(wordAt(bytes, 225, 2), 0xFFFAu);
-  EXPECT_EQ(wordAt(bytes, 227, 4), 0xFFFFFFF9u);
-}
-
 TEST(WrittenHeader, HasTheChipTemperatureAsTwosComplementAlthoughItIsReadAsSignMagnitude) {
   OpenHeader header;
   header.ReInitialize(true);

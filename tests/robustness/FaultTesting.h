@@ -150,6 +150,7 @@ inline void failEveryCall(const Subject& subject, faults::Extent extent) {
                  (extent == faults::Extent::Once ? ", failed once" : ", failed from then on");
         };
         EXPECT_FALSE(escaped) << where() << ": an exception came out";
+        EXPECT_GE(status, -1) << where();
         if (!escaped && status >= 0 && !operation->mayBeSilent(first))
           EXPECT_EQ(operation->result() == expected, true)
               << where() << ": less is delivered with status " << status;

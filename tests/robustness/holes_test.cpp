@@ -318,21 +318,4 @@ TEST(Holes, AReferenceFileWhoseBytesWrapAt64BitsIsRefusedWithoutAnException) {
   }
 }
 
-// ---- What is no hole
-
-TEST(Holes, ASixteenBitFrameOfNothingButAHeaderStaysUncopiedWithoutAnError) {
-  // Documented of these classes; whoever stands between them and a user refuses such a frame.
-  for (const char* model : {"VESTRA VS2020", "VESTRA VS4040", "VESTRA VS6060"}) {
-    Bytes bytes = claim(model, 3, 2048, 2048, false, 16);
-    bytes.resize(384);
-    const auto algo = std::make_unique<CAlgo>();
-    unpacked_images_t images{};
-    images.bLowImageRequest = true;
-    EXPECT_EQ(algo->MergeImage(bytes.data(), bytes.size(), &images, nullptr), 0) << model;
-    ASSERT_EQ(images.ulLowImagePixels, 2048u * 2048);
-    EXPECT_EQ(std::count(images.pLowImage, images.pLowImage + images.ulLowImagePixels, 0), 2048 * 2048);
-    algo->FreeFramePointers(&images);
-  }
-}
-
 }  // namespace

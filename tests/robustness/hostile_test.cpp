@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "TestFolder.h"
+#include "merge/HandedOut.h"
 #include "robustness/Frames.h"
 #include "robustness/Surroundings.h"
 
@@ -282,13 +283,9 @@ std::string takeClaims(const TestFolder& folder, const char* model, unsigned int
         const conv_info_t info{format, nullptr, nullptr};
         refused("ConvertFile", algo.ConvertFile(name.c_str(), &info, out.c_str()));
       }
-      ref_frames_t terms{};
+      HandedOut terms;
       CHWMergeReferenceFrames merge;
       merge.CreateReferenceFrames(name.c_str(), name.c_str(), 1.0, 1.0, &terms);
-      delete[] terms.pAdditiveLow;
-      delete[] terms.pAdditiveHigh;
-      delete[] terms.pMultiplicativeLow;
-      delete[] terms.pMultiplicativeHigh;
     }
   return complaints;
 }

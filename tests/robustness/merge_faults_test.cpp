@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "TestFolder.h"
+#include "merge/HandedOut.h"
 #include "robustness/FaultTesting.h"
 #include "robustness/Frames.h"
 
@@ -127,26 +128,15 @@ std::unique_ptr<Operation> makeFrame(unsigned int device) {
 
 // ---- Merges
 
-void freePlanes(ref_frames_t& terms) {
-  delete[] terms.pAdditiveLow;
-  delete[] terms.pAdditiveHigh;
-  delete[] terms.pMultiplicativeLow;
-  delete[] terms.pMultiplicativeHigh;
-  terms = ref_frames_t{};
-}
-
 /// A merge with its terms, and planes to use them on.
 struct Terms {
   CHWMergeReferenceFrames merge;
   std::vector<unsigned short> low = ramp(100), high = ramp(2000), merged;
-  ref_frames_t handedOut{};
+  HandedOut handedOut;
   std::wstring dsnu = commonFile("dsnu", referenceOf(width, height, 8, 16));
   std::wstring prnu = commonFile("prnu", referenceOf(width, height, 2048, 1024));
 
   Terms() : merged(pixels) { merge.CreateIdentityFrames(width, height, nullptr); }
-  Terms(const Terms&) = delete;
-  Terms& operator=(const Terms&) = delete;
-  ~Terms() { freePlanes(handedOut); }
 
   /// What the terms make of the planes, and the terms themselves.
   Bytes result() {
@@ -163,7 +153,7 @@ struct Terms {
 std::unique_ptr<Operation> terms(int (*action)(Terms&)) {
   const auto s = std::make_shared<Terms>();
   return *Steps([s, action] { return action(*s); }, [s] { return s->result(); },
-                [s] { freePlanes(s->handedOut); });
+                [s] { s->handedOut.clear(); });
 }
 
 CFrameMetaData headerOf(unsigned int frameWidth, unsigned int frameHeight) {

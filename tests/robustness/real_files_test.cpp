@@ -214,21 +214,17 @@ class Outputs : public RealFiles {
   std::vector<unsigned short> pixels = std::vector<unsigned short>(200 * 200, 0x1234);
 };
 
-TEST_F(Outputs, FailOnAFullDevice) {
-  const std::string out =
-      folderWith([](const std::string& name) { std::filesystem::create_symlink("/dev/full", name); });
-  EXPECT_EQ(inChild([&] { return bothFail(out); }), "");
-}
-
-TEST_F(Outputs, FailOnADirectory) {
-  const std::string out =
-      folderWith([](const std::string& name) { std::filesystem::create_directory(name); });
-  EXPECT_EQ(inChild([&] { return bothFail(out); }), "");
-}
-
-TEST_F(Outputs, FailOnAFifoThatNobodyReads) {
-  const std::string out = folderWith([](const std::string& name) { mkfifo(name.c_str(), 0600); });
-  EXPECT_EQ(inChild([&] { return bothFail(out); }), "");
+TEST_F(Outputs, FailWhereThereIsNoFile) {
+  const std::function<void(const std::string&)> obstacles[] = {
+      [](const std::string& name) { std::filesystem::create_symlink("/dev/full", name); },
+      [](const std::string& name) { std::filesystem::create_directory(name); },
+      [](const std::string& name) { mkfifo(name.c_str(), 0600); }};  // that nobody reads
+  for (const auto& obstacle : obstacles) {
+    const std::string out = folderWith(obstacle);
+    EXPECT_EQ(inChild([&] { return bothFail(out); }), "") << &obstacle - obstacles;
+    std::filesystem::remove_all(out);
+  }
+  EXPECT_EQ(inChild([&] { return bothFail(folder.file("none")); }), "") << "no folder";
 }
 
 TEST_F(Outputs, FailOnAFifoWhoseReaderReadsNothing) {
@@ -239,10 +235,6 @@ TEST_F(Outputs, FailOnAFifoWhoseReaderReadsNothing) {
               return fits < 0 || tiff < 0 ? std::string("no reader") : bothFail(out);
             }),
             "");
-}
-
-TEST_F(Outputs, FailInAFolderThatIsNotThere) {
-  EXPECT_EQ(inChild([&] { return bothFail(folder.file("none")); }), "");
 }
 
 TEST_F(Outputs, FailOnFilesThatMayNotBeWritten) {

@@ -1,7 +1,5 @@
 // The command-line program where files are not what they should be and disks are full.
 
-#include <gmock/gmock.h>
-
 #include "robustness/Frames.h"
 #include "robustness/Surroundings.h"
 #include "tools/Program.h"
@@ -14,7 +12,6 @@ using robustness::inChild;
 using robustness::makeDiskSmall;
 using robustness::Obstacle;
 using robustness::put;
-using ::testing::IsEmpty;
 
 /// Runs the program as somebody who may not do everything, and within a minute.
 std::string complaintOf(const TestFolder& folder, const std::vector<std::string>& arguments,
@@ -51,7 +48,7 @@ TEST_P(ToolInputs, AreNamedInOneSentenceAndLeaveNothingBehind) {
   for (const auto& command : commands) {
     EXPECT_EQ(complaintOf(folder, command, "bad.raw"), "");
     EXPECT_EQ(files(), before) << command[0];
-    EXPECT_THAT(files("out"), IsEmpty()) << command[0];
+    EXPECT_TRUE(files("out").empty()) << command[0];
   }
 }
 
@@ -95,7 +92,7 @@ TEST_F(ToolOutputs, AreNotMadeInAFolderThatMayNotBeWritten) {
   chmod(folder.file("out").c_str(), 0555);
   for (const Writer& writer : writers) {
     EXPECT_EQ(complaintOf(folder, writer.command, "out", 3), "");
-    EXPECT_THAT(files("out"), IsEmpty()) << writer.command[0];
+    EXPECT_TRUE(files("out").empty()) << writer.command[0];
   }
 }
 
@@ -137,7 +134,7 @@ TEST_F(Program, TakesLittleMemoryForASmallFileThatClaimsToBeLarge) {
         EXPECT_EQ(ran.err.rfind("orvacam: claim.raw: ", 0), 0u) << ran.err;
         if (!robustness::sanitized) EXPECT_LT(ran.peakKilobytes, 64 * 1024) << model << ", " << command[0];
       }
-      EXPECT_THAT(files("out"), IsEmpty()) << model;
+      EXPECT_TRUE(files("out").empty()) << model;
     }
 }
 

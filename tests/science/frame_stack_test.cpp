@@ -257,7 +257,7 @@ TEST(FrameStack, ReadsFilesByTheirPaths) {
   std::vector<std::string> paths;
   for (std::size_t i = 0; i < 3; ++i) {
     const std::string_view bytes = night.frame(i).bytes();
-    paths.push_back(folder.write("frame" + std::to_string(i), Bytes(bytes.begin(), bytes.end())));
+    paths.push_back(folder.put("frame" + std::to_string(i), Bytes(bytes.begin(), bytes.end())));
   }
   FrameBands bands(seriesOf(paths), {{"low", "high"}});
   std::size_t used = 0;

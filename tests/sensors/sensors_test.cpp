@@ -39,17 +39,6 @@ TEST(Sensors, AreFoundByTheirDevice) {
   EXPECT_EQ(orvacam::sensorOf(0xFFFFFFFF).name, "GENERIC");
 }
 
-TEST(Sensors, AreFoundByTheModelsText) {
-  for (const cameras::Camera& camera : cameras::all) {
-    if (camera.model == nullptr) continue;
-    const Sensor* const sensor = orvacam::sensorOfModel(camera.model);
-    ASSERT_NE(sensor, nullptr) << camera.model;
-    EXPECT_EQ(sensor->name, camera.sensor);
-  }
-  for (const char* stranger : {"", "VESTRA", "ARGENT", "ARGENT IMX183", "230-84"})
-    EXPECT_EQ(orvacam::sensorOfModel(stranger), nullptr) << stranger;
-}
-
 TEST(Sensors, HaveAFrameClassOfTheirOwnWhereTheirPixelsNeedOne) {
   for (const Sensor& sensor : sensors) {
     const std::unique_ptr<IFrame> frame(CFrameFactory::Create(sensor.device));

@@ -23,6 +23,15 @@ image_plane_stats_t resultsOf(const CFrameStatistics& statistics) {
   return stats;
 }
 
+std::vector<double> histogramOf(const CFrameStatistics& statistics) {
+  std::vector<double> histogram(65535, -1.0);
+  image_plane_stats_t stats{};
+  stats.pHistogram = histogram.data();
+  stats.uiHistogramSize = 65535;
+  orvacam::copyResults(statistics, stats);
+  return histogram;
+}
+
 class Statistics : public ::testing::Test {
  protected:
   std::unique_ptr<CFrameStatistics> owner = std::make_unique<CFrameStatistics>();
@@ -148,12 +157,7 @@ TEST_F(Statistics, ResetForgetsEverythingButTheClipPoints) {
   EXPECT_EQ(after.uiLowClip, before.uiLowClip);
   EXPECT_EQ(after.uiHighClip, before.uiHighClip);
   EXPECT_EQ(after.maxPoint.x, 0);
-  std::vector<double> histogram(65535, -1.0);
-  image_plane_stats_t stats{};
-  stats.pHistogram = histogram.data();
-  stats.uiHistogramSize = 65535;
-  orvacam::copyResults(statistics, stats);
-  EXPECT_EQ(histogram, std::vector<double>(65535, 0.0));
+  EXPECT_EQ(histogramOf(statistics), std::vector<double>(65535, 0.0));
 }
 
 TEST_F(Statistics, OfRandomPlanesAreThoseOfPixelByPixelSums) {
@@ -178,15 +182,6 @@ TEST_F(Statistics, OfRandomPlanesAreThoseOfPixelByPixelSums) {
     SCOPED_TRACE(largest);
     expectSame(resultsOf(statistics), naive);
   }
-}
-
-std::vector<double> histogramOf(const CFrameStatistics& statistics) {
-  std::vector<double> histogram(65535, -1.0);
-  image_plane_stats_t stats{};
-  stats.pHistogram = histogram.data();
-  stats.uiHistogramSize = 65535;
-  orvacam::copyResults(statistics, stats);
-  return histogram;
 }
 
 TEST(StatisticsMemory, WhatItHeldBeforeIsNotCounted) {

@@ -17,34 +17,14 @@
 
 // The linker sends a call of f to __wrap_f, and a call of __real_f to f.
 // NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" {
-void* __real_malloc(std::size_t);
-void* __real_calloc(std::size_t, std::size_t);
-void* __real_realloc(void*, std::size_t);
-void* __real_aligned_alloc(std::size_t, std::size_t);
-void __real_free(void*);
-std::FILE* __real_fopen(const char*, const char*);
-std::FILE* __real_fdopen(int, const char*);
-int __real_fclose(std::FILE*);
-std::size_t __real_fread(void*, std::size_t, std::size_t, std::FILE*);
-std::size_t __real_fwrite(const void*, std::size_t, std::size_t, std::FILE*);
-int __real_fseek(std::FILE*, long, int);
-long __real_ftell(std::FILE*);
-int __real_fflush(std::FILE*);
-int __real_open(const char*, int, ...);
-ssize_t __real_read(int file, void* bytes, std::size_t count);
-char* __real_mkdtemp(char* name);
-int __real_rename(const char* from, const char* to);
-ssize_t __real_write(int, const void*, std::size_t);
-int __real_close(int);
-int __real_fcntl(int, int, ...);
-int __real_stat(const char*, struct stat*);
-int __real_fstat(int, struct stat*);
-int __real_mkdir(const char*, mode_t);
-char* __real_getcwd(char*, std::size_t);
-int __real_statvfs(const char*, struct statvfs*);
-int __real_clock_gettime(clockid_t, timespec*);
-}
+// clang-format off
+#define REAL(function) extern "C" decltype(::function) __real_##function
+REAL(malloc); REAL(calloc); REAL(realloc); REAL(aligned_alloc); REAL(free); REAL(fopen); REAL(fdopen);
+REAL(fclose); REAL(fread); REAL(fwrite); REAL(fseek); REAL(ftell); REAL(fflush); REAL(open);
+REAL(read); REAL(mkdtemp); REAL(rename); REAL(write); REAL(close); REAL(fcntl); REAL(stat);
+REAL(fstat); REAL(mkdir); REAL(getcwd); REAL(statvfs); REAL(clock_gettime);
+#undef REAL
+// clang-format on
 
 namespace faults {
 

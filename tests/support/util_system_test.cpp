@@ -5,12 +5,11 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <regex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "TestFolder.h"
@@ -27,20 +26,6 @@ timespec now(clockid_t clock) {
 unsigned long milliseconds(const timespec& time) {
   return static_cast<unsigned long>(time.tv_sec) * 1000 + static_cast<unsigned long>(time.tv_nsec) / 1000000;
 }
-
-/// Works in a folder for the duration of a test.
-class InFolder {
- public:
-  explicit InFolder(const std::filesystem::path& path) : m_before(std::filesystem::current_path()) {
-    std::filesystem::current_path(path);
-  }
-  InFolder(const InFolder&) = delete;
-  InFolder& operator=(const InFolder&) = delete;
-  ~InFolder() { std::filesystem::current_path(m_before); }
-
- private:
-  std::filesystem::path m_before;
-};
 
 // ---- Time
 
@@ -103,8 +88,10 @@ TEST(UtilLocalTime, IsWrittenTheSameInEveryLocale) {
     const ScopedLocale scope(locale);
     std::vector<char> text(64, '#');
     utilOSGetLocalTimeString(text.data(), static_cast<unsigned int>(text.size()));
-    EXPECT_TRUE(std::regex_match(text.data(), std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3})")))
-        << text.data();
+    std::string shape = text.data();
+    std::replace_if(
+        shape.begin(), shape.end(), [](char c) { return c >= '0' && c <= '9'; }, '0');
+    EXPECT_EQ(shape, "0000-00-00T00:00:00.000");
     for (std::size_t i = std::strlen(text.data()); i < text.size(); ++i)
       EXPECT_EQ(text[i], '\0') << "the rest of the buffer is cleared";
   }
@@ -162,17 +149,6 @@ TEST(UtilText, OfNullIsEmpty) {
 TEST(UtilText, IsUtf8InAHostThatNeverChoseALocale) {
   EXPECT_STREQ(utilWideToMbsStatic(L"\u03B1"), "\xCE\xB1");
   EXPECT_EQ(std::wstring(utilCharToWideStrStatic("\xCE\xB1")), L"\u03B1");
-}
-
-TEST(UtilText, OfThreadsDoesNotMeet) {
-  const char* const mine = utilWideToMbsStatic(L"mine");
-  const wchar_t* const mineWide = utilCharToWideStrStatic("mine");
-  std::thread([] {
-    EXPECT_STREQ(utilWideToMbsStatic(L"theirs"), "theirs");
-    EXPECT_EQ(std::wstring(utilCharToWideStrStatic("theirs")), L"theirs");
-  }).join();
-  EXPECT_STREQ(mine, "mine");
-  EXPECT_EQ(std::wstring(mineWide), L"mine");
 }
 
 TEST(UtilW2S, ReplacesTheOutputByTheNarrowForm) {

@@ -5,11 +5,12 @@
 
 #include <orvacam.hpp>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "gain/CalibrationBlock.h"
 #include "simulator/Encoder.h"
 #include "simulator/Header.h"
+#include "threads/Together.h"
 
 namespace {
 
@@ -34,35 +35,8 @@ Bytes frameBytes(unsigned int gain, unsigned int seed) {
   return sim::encodeFrame(fields, 3, planes);
 }
 
-/// A camera's calibration block with one value for each channel.
-Bytes calibrationBlock(unsigned int gain, unsigned int high, unsigned int low) {
-  Bytes block = {'M', 'e', 't', 'a', 0, 44, 0, 2};
-  const auto put = [&](unsigned int value, int bytes) {
-    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
-      block.push_back(static_cast<unsigned char>(value >> shift));
-  };
-  for (int i = 0; i < 4; ++i)
-    put(1000, 4);
-  for (const unsigned int count : {1, 1, 0, 0})
-    put(count, 2);
-  for (const unsigned int electrons : {high, low}) {
-    put(gain, 2);
-    put(electrons * 10000, 4);
-  }
-  return block;
-}
-
 std::vector<std::uint16_t> pixelsOf(const orvacam::Plane& plane) {
   return {plane.data(), plane.data() + std::size_t{plane.size().width} * plane.size().height};
-}
-
-template <typename Work>
-void inThreads(int count, const Work& work) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < count; ++i)
-    threads.emplace_back([&work, i] { work(i); });
-  for (std::thread& thread : threads)
-    thread.join();
 }
 
 }  // namespace
@@ -72,15 +46,15 @@ TEST(FaceThreads, DecodersWithOtherCalibrationsDecodeOneSharedFrame) {
   const orvacam::Frame frame = orvacam::Frame::view(bytes.data(), bytes.size());
   const auto mergedWith = [&](unsigned int low) {
     orvacam::Decoder decoder;
-    const Bytes block = calibrationBlock(2, 1, low);
+    const Bytes block = CalibrationBlock::ofGain(2, 1, low);
     if (low != 0) decoder.calibration(block.data(), block.size());
     return pixelsOf(decoder.decode(frame).merged);
   };
   const std::vector<std::vector<std::uint16_t>> expected = {mergedWith(0), mergedWith(10), mergedWith(20),
                                                             mergedWith(30)};
-  inThreads(4, [&](int i) {
+  together(4, [&](std::size_t i) {
     for (int round = 0; round < rounds; ++round)
-      EXPECT_EQ(mergedWith(static_cast<unsigned int>(10 * i)), expected[static_cast<std::size_t>(i)]);
+      EXPECT_EQ(mergedWith(static_cast<unsigned int>(10 * i)), expected[i]);
   });
 }
 
@@ -89,7 +63,7 @@ TEST(FaceThreads, FramesHeadersAndFindingsAreShared) {
   bytes.push_back('x');
   const orvacam::Frame frame = orvacam::Frame::copy(bytes.data(), bytes.size());
   const orvacam::Plane plane = orvacam::Decoder().decode(frame).high;
-  inThreads(4, [&](int) {
+  together(4, [&](std::size_t) {
     for (int round = 0; round < rounds; ++round) {
       const orvacam::Frame copy = frame;
       EXPECT_EQ(copy.check().size(), 1u);
@@ -111,15 +85,15 @@ TEST(FaceThreads, PlanesAreLetGoElsewhere) {
     std::vector<orvacam::Decoded> given;
     for (int i = 0; i < 3; ++i)
       given.push_back(decoder.decode(frame));
-    inThreads(3, [&](int i) {
-      orvacam::Decoded mine = std::move(given[static_cast<std::size_t>(i)]);
+    together(3, [&](std::size_t i) {
+      orvacam::Decoded mine = std::move(given[i]);
       EXPECT_EQ(pixelsOf(mine.merged), expected);
     });
   }
 }
 
 TEST(FaceThreads, ReasonsAreEachThreadsOwn) {
-  inThreads(4, [](int i) {
+  together(4, [](std::size_t i) {
     for (int round = 0; round < rounds; ++round)
       try {
         const std::string path = "/no/such/file/" + std::to_string(i);
