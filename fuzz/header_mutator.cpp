@@ -5,8 +5,8 @@
 #include <iterator>
 #include <random>
 
-#include "metadata/KeyNames.h"
 #include "metadata/HeaderFields.h"
+#include "metadata/KeyNames.h"
 
 namespace fuzz {
 

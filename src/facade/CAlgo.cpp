@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <utility>
 
 #include "facade/Pipeline.h"
 #include "metadata/FrameGeometry.h"
@@ -19,12 +20,6 @@
 namespace {
 
 constexpr unsigned int histogramEntries = 65535;
-
-template <typename Pointer>
-void release(Pointer& pBuffer) {
-  std::free(pBuffer);
-  pBuffer = nullptr;
-}
 
 /// Gives the merge its copy of the metadata. Without memory for it the frame has no metadata either, so that
 /// its operations fail.
@@ -162,19 +157,13 @@ void CAlgo::GetStats(IFrame* pFrame, unpacked_stats_t* pStats) {
 }
 
 void CAlgo::FreeFramePointers(unpacked_images_t* pImages) {
-  if (pImages == nullptr) return;
-  release(pImages->pLowMetaData);
-  release(pImages->pLowImage);
-  release(pImages->pHighMetaData);
-  release(pImages->pHighImage);
-  release(pImages->pMergedMetaData);
-  release(pImages->pMergedImage);
+  if (pImages != nullptr) orvacam::freeBuffers(*pImages);
 }
 
 void CAlgo::FreeStatsPointers(unpacked_stats_t* pStats) {
   if (pStats == nullptr) return;
   for (image_plane_stats_t* stats : {&pStats->statsLow, &pStats->statsHigh, &pStats->statsMerged}) {
-    release(stats->pHistogram);
+    std::free(std::exchange(stats->pHistogram, nullptr));
     stats->uiHistogramSize = 0;
   }
 }

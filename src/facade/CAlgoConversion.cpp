@@ -137,9 +137,32 @@ class ProcessedHeader : public CFrameMetaData {
   }
 };
 
-void mark(CFrameMetaData& metaData, const PlaneFile& plane) {
-  metaData.SetIsHighFrame(plane.highFrame);
-  metaData.SetIsMergedFrame(plane.mergedFrame);
+/// Which header describes a plane in its file. Intended: all TIFF files carry the low-gain plane's, apart
+/// from two flags.
+enum class FileHeader : unsigned char { OfThePlane, OfTheLowPlane };
+
+/// Converts a frame and writes a file of each plane that it yields.
+template <typename Writer>
+int writeFiles(const Conversion& conversion, const wchar_t* source, const conv_info_t& info,
+               const wchar_t* destination, const char* extension, FileHeader header) {
+  ProcessedHeader metaData;
+  Writer writer;
+  const unpacked_images_t& images = conversion.memory.images;
+  int result = conversion.run(source, info);
+  if (result < 0) return result;
+  if (header == FileHeader::OfTheLowPlane) result = metaData.Read(images.pLowMetaData, images.uiMetaDataSize);
+  for (const PlaneFile& plane : planeFiles(images)) {
+    if (plane.image == nullptr) continue;
+    if (header == FileHeader::OfThePlane) {
+      metaData.ReInitialize(false);
+      metaData.Read(plane.metaData, images.uiMetaDataSize);
+    }
+    metaData.SetIsHighFrame(plane.highFrame);
+    metaData.SetIsMergedFrame(plane.mergedFrame);
+    result = writer.CreateImageFile(
+        conversion.algo.MakeProcessedFileName(destination, plane.suffix, extension), plane.image, metaData);
+  }
+  return result;
 }
 
 }  // namespace
@@ -174,39 +197,15 @@ int CAlgo::DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpac
 }
 
 int CAlgo::DoConvertToFits(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
-  ProcessedHeader metaData;
-  CFitsInterface fits;
-  orvacam::ConversionMemory& memory = kept(m_pConversionMemory);
-  int result = Conversion{*this, m_MergeSettings, m_MetaData, m_HWMerge, memory}.run(pSource, *pInfo);
-  if (result < 0) return result;
-
-  for (const PlaneFile& plane : planeFiles(memory.images)) {
-    if (plane.image == nullptr) continue;
-    metaData.ReInitialize(false);
-    metaData.Read(plane.metaData, memory.images.uiMetaDataSize);
-    mark(metaData, plane);
-    result = fits.CreateImageFile(MakeProcessedFileName(pDestination, plane.suffix, ".fit"), plane.image,
-                                  metaData);
-  }
-  return result;
+  const Conversion conversion{*this, m_MergeSettings, m_MetaData, m_HWMerge, kept(m_pConversionMemory)};
+  return writeFiles<CFitsInterface>(conversion, pSource, *pInfo, pDestination, ".fit",
+                                    FileHeader::OfThePlane);
 }
 
 int CAlgo::DoConvertToTIFF(const wchar_t* pSource, const conv_info_t* pInfo, const wchar_t* pDestination) {
-  ProcessedHeader metaData;
-  CTiffMaker tiff;
-  orvacam::ConversionMemory& memory = kept(m_pConversionMemory);
-  int result = Conversion{*this, m_MergeSettings, m_MetaData, m_HWMerge, memory}.run(pSource, *pInfo);
-  if (result < 0) return result;
-
-  // Intended: all files carry the low-gain plane's metadata, apart from two flags.
-  result = metaData.Read(memory.images.pLowMetaData, memory.images.uiMetaDataSize);
-  for (const PlaneFile& plane : planeFiles(memory.images)) {
-    if (plane.image == nullptr) continue;
-    mark(metaData, plane);
-    result = tiff.CreateImageFile(MakeProcessedFileName(pDestination, plane.suffix, ".tiff"), plane.image,
-                                  metaData);
-  }
-  return result;
+  const Conversion conversion{*this, m_MergeSettings, m_MetaData, m_HWMerge, kept(m_pConversionMemory)};
+  return writeFiles<CTiffMaker>(conversion, pSource, *pInfo, pDestination, ".tiff",
+                                FileHeader::OfTheLowPlane);
 }
 
 std::string CAlgo::MakeProcessedFileName(const wchar_t* pPath, const char* pSuffix, const char* pExtension) {

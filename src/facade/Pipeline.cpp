@@ -4,6 +4,7 @@
 #include <orvacam/types/device_types.h>
 
 #include <cstdlib>
+#include <utility>
 
 #include "metadata/FrameGeometry.h"
 
@@ -61,11 +62,11 @@ int mergeAndDeliver(CAlgo& algo, IFrame& frame, unpacked_images_t& images, unpac
   return result;
 }
 
-ConversionMemory::~ConversionMemory() {
-  for (void* buffer : {static_cast<void*>(images.pLowImage), static_cast<void*>(images.pHighImage),
-                       static_cast<void*>(images.pMergedImage), static_cast<void*>(images.pLowMetaData),
-                       static_cast<void*>(images.pHighMetaData), static_cast<void*>(images.pMergedMetaData)})
-    std::free(buffer);
+void freeBuffers(unpacked_images_t& images) {
+  for (unsigned char** metaData : {&images.pLowMetaData, &images.pHighMetaData, &images.pMergedMetaData})
+    std::free(std::exchange(*metaData, nullptr));
+  for (unsigned short** image : {&images.pLowImage, &images.pHighImage, &images.pMergedImage})
+    std::free(std::exchange(*image, nullptr));
 }
 
 }  // namespace orvacam

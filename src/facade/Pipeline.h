@@ -30,13 +30,16 @@ enum class Headers : unsigned char {
 int mergeAndDeliver(CAlgo& algo, IFrame& frame, unpacked_images_t& images, unpacked_stats_t* stats,
                     Headers headers);
 
+/// Frees and nulls the six buffers.
+void freeBuffers(unpacked_images_t& images);
+
 /// Memory that one conversion leaves to the next of frames of the same size: fresh pages cost several times
 /// what is done with them.
 struct ConversionMemory {
   ConversionMemory() = default;
   ConversionMemory(const ConversionMemory&) = delete;
   ConversionMemory& operator=(const ConversionMemory&) = delete;
-  ~ConversionMemory();
+  ~ConversionMemory() { freeBuffers(images); }
 
   OwnedMemory file;
   unpacked_images_t images{};  ///< their buffers, too

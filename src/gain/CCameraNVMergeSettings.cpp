@@ -21,8 +21,6 @@ constexpr double temperatureScale = 100.0;
 constexpr double ratioScale = 1000.0;
 constexpr double electronsScale = 10000.0;
 
-constexpr unsigned int electronsEntrySize = 6;
-
 /// What a merge-line record carries in each version, in the order of its bytes.
 struct RecordLayout {
   bool mappingThreshold;
@@ -48,59 +46,63 @@ constexpr VersionLayout layouts[] = {
 };
 static_assert(std::size(layouts) == newestVersion);
 
-bool readUint(ByteReader& reader, unsigned int width, unsigned int& value) {
-  std::uint64_t bits = 0;
-  if (!reader.readUint(width, bits)) return false;
-  value = static_cast<unsigned int>(bits);
-  return true;
-}
+/// Reads fields one after the other. Once one is missing so are all that follow, and their targets stay.
+class Fields {
+ public:
+  Fields(const unsigned char* bytes, std::size_t size) : m_reader(bytes, size) {}
 
-bool readScaled(ByteReader& reader, double scale, double& value) {
-  unsigned int bits = 0;
-  if (!readUint(reader, 4, bits)) return false;
-  value = bits / scale;
-  return true;
-}
+  bool whole() const { return m_whole; }
+  std::size_t remaining() const { return m_reader.remaining(); }
 
-bool readInt16(ByteReader& reader, int& value) {
-  std::int64_t bits = 0;
-  if (!reader.readInt(2, bits)) return false;
-  value = static_cast<int>(bits);
-  return true;
-}
+  void read(unsigned int width, unsigned int& value) {
+    std::uint64_t bits = 0;
+    m_whole = m_whole && m_reader.readUint(width, bits);
+    if (m_whole) value = static_cast<unsigned int>(bits);
+  }
+  void read(double scale, double& value) {
+    unsigned int bits = 0;
+    read(4, bits);
+    if (m_whole) value = bits / scale;
+  }
+  void read(int& value) {
+    std::int64_t bits = 0;
+    m_whole = m_whole && m_reader.readInt(2, bits);
+    if (m_whole) value = static_cast<int>(bits);
+  }
+
+ private:
+  ByteReader m_reader;
+  bool m_whole = true;
+};
 
 /// Reads a whole record or changes nothing.
-bool readRecord(ByteReader& reader, const RecordLayout& layout, merge_line_offsets_t& target) {
-  ByteReader ahead = reader;
+bool readRecord(Fields& fields, const RecordLayout& layout, merge_line_offsets_t& target) {
   merge_line_offsets_t record = target;
-  bool whole = true;
-  if (layout.mappingThreshold) whole = readUint(ahead, 2, record.uiMappingThreshold);
-  if (layout.mergeThresholds)
-    whole =
-        whole && readUint(ahead, 2, record.uiMergeThreshold1) && readUint(ahead, 2, record.uiMergeThreshold2);
-  whole =
-      whole && readUint(ahead, 2, record.uiHighGainSetting) && readUint(ahead, 2, record.uiLowGainSetting);
-  if (layout.gainRatio) whole = whole && readScaled(ahead, ratioScale, record.dGainRatio);
-  for (int i = 0; i < 3 && whole; ++i) {
+  if (layout.mappingThreshold) fields.read(2, record.uiMappingThreshold);
+  if (layout.mergeThresholds) {
+    fields.read(2, record.uiMergeThreshold1);
+    fields.read(2, record.uiMergeThreshold2);
+  }
+  fields.read(2, record.uiHighGainSetting);
+  fields.read(2, record.uiLowGainSetting);
+  if (layout.gainRatio) fields.read(ratioScale, record.dGainRatio);
+  for (int i = 0; i < 3; ++i) {
     int temperature = 0;
-    whole = readInt16(ahead, temperature) && readInt16(ahead, record.iLineOffset[i]);
+    fields.read(temperature);
+    fields.read(record.iLineOffset[i]);
     record.dTemperature[i] = temperature / temperatureScale;
   }
-  if (!whole) return false;
-  target = record;
-  reader = ahead;
-  return true;
+  if (fields.whole()) target = record;
+  return fields.whole();
 }
 
-bool readElectrons(ByteReader& reader, unsigned int count, std::vector<electrons_per_count_t>& list) {
-  for (unsigned int i = 0; i < count; ++i) {
-    if (reader.remaining() < electronsEntrySize) return false;
+void readElectrons(Fields& fields, unsigned int count, std::vector<electrons_per_count_t>& list) {
+  for (unsigned int i = 0; i < count && fields.whole(); ++i) {
     electrons_per_count_t entry{};
-    if (!readUint(reader, 2, entry.uiGain) || !readScaled(reader, electronsScale, entry.dElectronsPerCount))
-      return false;
-    list.push_back(entry);
+    fields.read(2, entry.uiGain);
+    fields.read(electronsScale, entry.dElectronsPerCount);
+    if (fields.whole()) list.push_back(entry);
   }
-  return true;
 }
 
 }  // namespace
@@ -171,31 +173,29 @@ int CCameraNVMergeSettings::DoParseBody(const unsigned char* pBody, unsigned int
                                         unsigned int uiVersion) try {
   if (pBody == nullptr) return -1;
   const VersionLayout& layout = layouts[uiVersion - 1];
-  ByteReader reader(pBody, uiLength);
-
-  bool whole = readScaled(reader, ratioScale, m_dRatio1) && readScaled(reader, ratioScale, m_dRatio2) &&
-               readScaled(reader, ratioScale, m_dGainRatio) &&
-               readScaled(reader, ratioScale, m_dDefaultGainRatio) && readUint(reader, 2, m_uiNumHighEPC) &&
-               readUint(reader, 2, m_uiNumLowEPC) && readUint(reader, 2, m_uiNumLineOffsets) &&
-               readUint(reader, 2, m_uiNumExtraLineOffsets);
-  whole = whole && readElectrons(reader, m_uiNumHighEPC, m_vHighEPC) &&
-          readElectrons(reader, m_uiNumLowEPC, m_vLowEPC);
+  Fields fields(pBody, uiLength);
+  for (double* const ratio : {&m_dRatio1, &m_dRatio2, &m_dGainRatio, &m_dDefaultGainRatio})
+    fields.read(ratioScale, *ratio);
+  for (unsigned int* const count :
+       {&m_uiNumHighEPC, &m_uiNumLowEPC, &m_uiNumLineOffsets, &m_uiNumExtraLineOffsets})
+    fields.read(2, *count);
+  readElectrons(fields, m_uiNumHighEPC, m_vHighEPC);
+  readElectrons(fields, m_uiNumLowEPC, m_vLowEPC);
 
   if (m_uiNumLineOffsets > 0) {
     // Also after a failure: the records then hold their defaults.
     delete[] m_pLineOffsets;
     m_pLineOffsets = new (std::nothrow) merge_line_offsets_t[m_uiNumLineOffsets];
-    if (m_pLineOffsets == nullptr || !whole) return -1;
+    if (m_pLineOffsets == nullptr) return -1;
   }
+  if (!fields.whole()) return -1;
   // The documented checks count on from here by their own sizes; a record must be there whole besides.
-  std::size_t counted = reader.remaining();
+  std::size_t counted = fields.remaining();
   for (unsigned int i = 0; i < m_uiNumLineOffsets; ++i, counted -= arrayCheckedSize)
-    if (counted < arrayCheckedSize || !readRecord(reader, layout.array, m_pLineOffsets[i])) return -1;
-  if (!whole) return -1;
-
+    if (counted < arrayCheckedSize || !readRecord(fields, layout.array, m_pLineOffsets[i])) return -1;
   for (unsigned int i = 0; i < m_uiNumExtraLineOffsets; ++i, counted -= layout.extraCheckedSize) {
     merge_line_offsets_t record;
-    if (counted < layout.extraCheckedSize || !readRecord(reader, layout.extra, record)) return -1;
+    if (counted < layout.extraCheckedSize || !readRecord(fields, layout.extra, record)) return -1;
     m_vExtraLineOffsets.push_back(record);
   }
   return 0;

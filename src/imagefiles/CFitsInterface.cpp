@@ -46,16 +46,14 @@ constexpr const char* formatComment =
 
 /// Where a card's value comes from.
 enum class Source : unsigned char {
-  Key,       // the metadata value that the keyword stands for
-  Constant,  // the row's number
-  Width,     // of the binned frame
+  Key,      // the metadata value that the keyword stands for
+  Number,   // the row's number
+  Derived,  // a number that the metadata derive
+  Width,    // of the binned frame
   Height,
   Creator,  // this library and its version
   CaptureDate,
   LocalTime,
-  SensorTemperature,
-  Latitude,
-  Longitude,
   FormatComment,  // no value: a text in comment cards
   None            // no value: the keyword alone
 };
@@ -68,7 +66,8 @@ struct Card {
   FITS_VALUE_TYPE type;
   Source source = Source::Key;
   When when = When::Always;
-  double constant = 0.0;
+  double number = 0.0;
+  double (CFrameMetaData::*derived)() const = nullptr;
 };
 
 constexpr FITS_VALUE_TYPE L = FITS_VALUE_LOGICAL;
@@ -79,15 +78,15 @@ constexpr FITS_VALUE_TYPE F = FITS_VALUE_FLOAT;
 
 /// The header, in order.
 constexpr Card cards[] = {
-    {Simple, L, Source::Constant, When::Always, 1},
-    {Bitpix, U, Source::Constant, When::Always, 16},
-    {Naxis, U, Source::Constant, When::Always, 2},
+    {Simple, L, Source::Number, When::Always, 1},
+    {Bitpix, U, Source::Number, When::Always, 16},
+    {Naxis, U, Source::Number, When::Always, 2},
     {Naxis1, U, Source::Width},
     {Naxis2, U, Source::Height},
-    {Extend, L, Source::Constant, When::Always, 1},
+    {Extend, L, Source::Number, When::Always, 1},
     {Comment, S, Source::FormatComment},
-    {Bscale, F, Source::Constant, When::Always, 1.0},
-    {Bzero, F, Source::Constant, When::Always, 32768.0},
+    {Bscale, F, Source::Number, When::Always, 1.0},
+    {Bzero, F, Source::Number, When::Always, 32768.0},
     {ORVA_META_KEY_CAMERA_MODEL, S},
     {ORVA_META_KEY_CAMERA_SERIAL_NUMBER, S},
     {ORVA_META_KEY_FIRMWARE_VERSION, U},
@@ -98,7 +97,8 @@ constexpr Card cards[] = {
     {ORVA_META_KEY_SENSOR_COOLER_TEMP, I},            // intended: these three are tenths, labelled as degrees
     {ORVA_META_KEY_FPGA_TEMPERATURE, I},
     {ORVA_META_KEY_BASE_TEMPERATURE, I},
-    {ORVA_META_KEY_SENSOR_CHIP_TEMP, F, Source::SensorTemperature},
+    {ORVA_META_KEY_SENSOR_CHIP_TEMP, F, Source::Derived, When::Always, 0,
+     &CFrameMetaData::GetSensorTemperature},
     {ORVA_META_KEY_BACK_SIDE_ILLUMINATED, U},
     {ORVA_META_KEY_HORIZONTAL_BINNING, U},
     {ORVA_META_KEY_VERTICAL_BINNING, U},
@@ -114,8 +114,10 @@ constexpr Card cards[] = {
     {ORVA_META_KEY_LOW_DARK_CURRENT, U},
     {ORVA_META_KEY_LOW_NOISE, U},
     {ORVA_META_KEY_GPS_LOCKED, U, Source::Key, When::HasPosition},
-    {ORVA_META_KEY_GPS_LATITUDE_RAW, F, Source::Latitude, When::HasPosition},
-    {ORVA_META_KEY_GPS_LONGITUDE_RAW, F, Source::Longitude, When::HasPosition},
+    {ORVA_META_KEY_GPS_LATITUDE_RAW, F, Source::Derived, When::HasPosition, 0,
+     &CFrameMetaData::GetGPSLatitude},
+    {ORVA_META_KEY_GPS_LONGITUDE_RAW, F, Source::Derived, When::HasPosition, 0,
+     &CFrameMetaData::GetGPSLongitude},
     {ORVA_META_KEY_HDR_MODE, U},
     {ORVA_META_KEY_HORZ_SCAN_DIR_INVERT, U},
     {ORVA_META_KEY_VERT_SCAN_DIR_INVERT, U},
@@ -151,18 +153,17 @@ class CardValues {
  public:
   explicit CardValues(const CFrameMetaData& meta) : m_meta(meta) {
     m_meta.GetFrameDimensionsBinned(m_width, m_height);
-    m_isHighPlane = m_meta.Value(ORVA_META_KEY_TEST_IS_HIGH_FRAME).GetValueBool();
-    m_hasPosition = m_meta.Value(ORVA_META_KEY_METADATA_VERSION).GetValueUint() != 1;
   }
 
   bool applies(When when) const {
+    const bool isHighPlane = m_meta.Value(ORVA_META_KEY_TEST_IS_HIGH_FRAME).GetValueBool();
     switch (when) {
       case When::HasPosition:
-        return m_hasPosition;
+        return m_meta.Value(ORVA_META_KEY_METADATA_VERSION).GetValueUint() != 1;
       case When::IsHighPlane:
-        return m_isHighPlane;
+        return isHighPlane;
       case When::IsLowPlane:
-        return !m_isHighPlane;
+        return !isHighPlane;
       default:
         return true;
     }
@@ -172,76 +173,60 @@ class CardValues {
   const void* of(const Card& card) {
     switch (card.source) {
       case Source::Key:
-        return keyValue(card);
-      case Source::Constant:
-        return number(card.type, card.constant);
+        return card.type == FITS_VALUE_STRING ? keyText(card) : number(card.type, keyNumber(card));
+      case Source::Number:
+        return number(card.type, card.number);
+      case Source::Derived:
+        return number(card.type, (m_meta.*card.derived)());
       case Source::Width:
         return number(card.type, m_width);
       case Source::Height:
         return number(card.type, m_height);
       case Source::Creator:
-        std::snprintf(m_text, sizeof m_text, "Created By liborvacam %d.%d.%d", ORVACAM_VERSION_MAJOR,
-                      ORVACAM_VERSION_MINOR, ORVACAM_VERSION_PATCH);
-        return m_text;
+        return "Created By liborvacam " ORVACAM_VERSION_STRING;
       case Source::CaptureDate:
         m_meta.GetCaptureDate(m_text, sizeof m_text);
         return m_text;
       case Source::LocalTime:
         utilOSGetLocalTimeString(m_text, sizeof m_text);
         return m_text;
-      case Source::SensorTemperature:
-        return number(card.type, m_meta.GetSensorTemperature());
-      case Source::Latitude:
-        return number(card.type, m_meta.GetGPSLatitude());
-      case Source::Longitude:
-        return number(card.type, m_meta.GetGPSLongitude());
       default:
         return nullptr;
     }
   }
 
  private:
-  const void* keyValue(const Card& card) {
-    const CMetaValues& value = m_meta.Value(static_cast<ORVA_META_KEYS>(card.keyword));
-    switch (card.type) {
-      case FITS_VALUE_STRING: {
-        int length = sizeof m_text - 1;
-        m_text[length] = '\0';
-        return value.GetValue(m_text, length);
-      }
-      case FITS_VALUE_SIGNED:
-        return number(card.type, value.GetValueInt());
-      case FITS_VALUE_FLOAT:
-        return number(card.type, value.GetValueDouble());
-      default:
-        return number(card.type, value.GetValueUint());
-    }
+  const CMetaValues& value(const Card& card) const {
+    return m_meta.Value(static_cast<ORVA_META_KEYS>(card.keyword));
+  }
+  const void* keyText(const Card& card) {
+    int length = sizeof m_text - 1;
+    m_text[length] = '\0';
+    return value(card).GetValue(m_text, length);
+  }
+  double keyNumber(const Card& card) const {
+    return card.type == FITS_VALUE_SIGNED  ? value(card).GetValueInt()
+           : card.type == FITS_VALUE_FLOAT ? value(card).GetValueDouble()
+                                           : value(card).GetValueUint();
   }
 
   /// All 32-bit integers are doubles, too.
   const void* number(FITS_VALUE_TYPE type, double value) {
-    switch (type) {
-      case FITS_VALUE_LOGICAL:
-        return &(m_flag = value != 0.0);
-      case FITS_VALUE_UNSIGNED:
-        return &(m_unsigned = static_cast<unsigned int>(value));
-      case FITS_VALUE_SIGNED:
-        return &(m_signed = static_cast<int>(value));
-      default:
-        return &(m_real = value);
-    }
+    if (type == FITS_VALUE_LOGICAL) return &(m_number.flag = value != 0.0);
+    if (type == FITS_VALUE_UNSIGNED) return &(m_number.whole = static_cast<unsigned int>(value));
+    if (type == FITS_VALUE_SIGNED) return &(m_number.integer = static_cast<int>(value));
+    return &(m_number.real = value);
   }
 
   const CFrameMetaData& m_meta;
   unsigned int m_width = 0;
   unsigned int m_height = 0;
-  bool m_isHighPlane;
-  bool m_hasPosition;
-
-  bool m_flag = false;
-  unsigned int m_unsigned = 0;
-  int m_signed = 0;
-  double m_real = 0.0;
+  union {
+    bool flag;
+    unsigned int whole;
+    int integer;
+    double real = 0.0;
+  } m_number;
   char m_text[128] = "";
 };
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "merge/MergeTerms.h"
-#include "support/LineAllocator.h"
+#include "support/AlignedMemory.h"
 
 namespace orvacam {
 

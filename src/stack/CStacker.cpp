@@ -38,6 +38,8 @@ class PlaneSum {
   bool hasMemory() const { return m_recent != nullptr && m_total != nullptr && m_means != nullptr; }
   bool isInUse() const { return m_recentUsed || m_totalUsed; }
 
+  unsigned long pixels() const { return m_pixels; }
+
   void add(const unsigned char* frame) {
     const kernels::KernelTable& kernel = kernels::active();
     (m_recentUsed ? kernel.addToSums8 : kernel.startSums8)(frame, m_recent.get(), m_pixels);
@@ -105,12 +107,21 @@ class StackSums {
 
 static constexpr const char* stackNextFrame = "StackNextFrame";
 
-/// Whether a frame fits a stack of this many pixels; one that does not is logged.
-static bool fits(unsigned long pixels, unsigned long ofStack, const wchar_t* mismatch, CLog& log) {
-  if (pixels == ofStack) return true;
-  log.log(CLOGLEVEL_ERROR, mismatch, stackNextFrame, static_cast<int>(pixels),
-          static_cast<long long>(ofStack));
-  return false;
+/// Adds a frame's planes, of which the high-gain one may be null. One of another size is logged.
+template <typename Pixel>
+static int addFrame(orvacam::StackSums* sums, const Pixel* low, const unsigned short* high,
+                    unsigned long pixels, const wchar_t* mismatch, CLog& log, unsigned int& frames) {
+  if (low == nullptr || sums == nullptr) return -1;
+  if (pixels != sums->low.pixels()) {
+    log.log(CLOGLEVEL_ERROR, mismatch, stackNextFrame, static_cast<int>(pixels),
+            static_cast<long long>(sums->low.pixels()));
+    return -1;
+  }
+  sums->low.add(low);
+  if (high != nullptr) sums->high.add(high);
+  sums->countFrame();
+  ++frames;
+  return 0;
 }
 
 CStacker::CStacker()
@@ -136,36 +147,20 @@ int CStacker::Initialize(unsigned long ulNumPixels) {
 }
 
 int CStacker::StackNextFrame(const unsigned char* pFrame, unsigned long ulNumPixels) {
-  if (pFrame == nullptr || m_pSums == nullptr ||
-      !fits(ulNumPixels, m_uiNumPixels, L"%s8: uiNumPixels= %d != m_uiNumPixels= %lld\n", *m_pLog))
-    return -1;
-  m_pSums->low.add(pFrame);
-  m_pSums->countFrame();
-  ++m_uiNumFrames;
-  return 0;
+  return addFrame(m_pSums.get(), pFrame, nullptr, ulNumPixels,
+                  L"%s8: uiNumPixels= %d != m_uiNumPixels= %lld\n", *m_pLog, m_uiNumFrames);
 }
 
 int CStacker::StackNextFrame(const unsigned short* pFrame, unsigned long ulNumPixels) {
-  if (pFrame == nullptr || m_pSums == nullptr ||
-      !fits(ulNumPixels, m_uiNumPixels, L"%s16: uiNumPixels= %d != m_uiNumPixels= %lld\n", *m_pLog))
-    return -1;
-  m_pSums->low.add(pFrame);
-  m_pSums->countFrame();
-  ++m_uiNumFrames;
-  return 0;
+  return addFrame(m_pSums.get(), pFrame, nullptr, ulNumPixels,
+                  L"%s16: uiNumPixels= %d != m_uiNumPixels= %lld\n", *m_pLog, m_uiNumFrames);
 }
 
 int CStacker::StackNextFrame(const unsigned short* pLow, const unsigned short* pHigh,
                              unsigned long ulNumPixels) {
   if (pLow == nullptr) m_pLog->log(CLOGLEVEL_ERROR, L"%s: No Source frame provided!\n", stackNextFrame);
-  if (pLow == nullptr || m_pSums == nullptr ||
-      !fits(ulNumPixels, m_uiNumPixels, L"%sLH: uiNumPixels= %d != m_uiNumPixels= %lld\n", *m_pLog))
-    return -1;
-  m_pSums->low.add(pLow);
-  if (pHigh != nullptr) m_pSums->high.add(pHigh);
-  m_pSums->countFrame();
-  ++m_uiNumFrames;
-  return 0;
+  return addFrame(m_pSums.get(), pLow, pHigh, ulNumPixels, L"%sLH: uiNumPixels= %d != m_uiNumPixels= %lld\n",
+                  *m_pLog, m_uiNumFrames);
 }
 
 int CStacker::Finish(unsigned short** ppLow, unsigned short** ppHigh, unsigned int* puiNumPixels) {

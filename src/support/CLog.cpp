@@ -21,42 +21,40 @@ using orvacam::wideToNarrow;
 constexpr std::size_t lineCapacity = 1024;
 constexpr unsigned int largestFile = 0x4000000;
 
-struct LevelWord {
-  int level;
+struct Level {
+  int number;
   const char* word;
-  const wchar_t* wideWord;
-  bool narrowEntry;  ///< whether the narrow entry knows the level
   const wchar_t* exceptionMessage;
+  bool narrowEntry = true;  ///< whether the narrow entry knows the level
 };
 
-constexpr LevelWord levelWords[] = {
-    {1, "ERROR", L"ERROR", true, L"CLog::log(): LOG_ERROR Program Exception occurred."},
-    {2, "WARN ", L"WARN ", true, L"CLog::log(): LOG_WARNING Program Exception occurred."},
-    {3, "INFO ", L"INFO ", true, L"CLog::log(): LOG_INFO Program Exception occurred."},
+constexpr Level levels[] = {
+    {1, "ERROR", L"CLog::log(): LOG_ERROR Program Exception occurred."},
+    {2, "WARN ", L"CLog::log(): LOG_WARNING Program Exception occurred."},
+    {3, "INFO ", L"CLog::log(): LOG_INFO Program Exception occurred."},
     // Intended: the narrow entry has no word of its own for this level.
-    {4, "REGRW", L"REGRW", false, L"CLog::log(): LOG_REGRW Program Exception occurred."},
-    {5, "DEBUG", L"DEBUG", true, L"CLog::log(): LOG_DEBUG Program Exception occurred."},
-    {6, "TRACE", L"TRACE", true, L"CLog::log(): LOG_TRACE Program Exception occurred."},
-    {7, "FIBRE", L"FIBRE", true, L"CLog::log(): LOG_TRACE_FIBRE Program Exception occurred."},
+    {4, "REGRW", L"CLog::log(): LOG_REGRW Program Exception occurred.", false},
+    {5, "DEBUG", L"CLog::log(): LOG_DEBUG Program Exception occurred."},
+    {6, "TRACE", L"CLog::log(): LOG_TRACE Program Exception occurred."},
+    {7, "FIBRE", L"CLog::log(): LOG_TRACE_FIBRE Program Exception occurred."},
 };
-constexpr LevelWord unknownWord = {0, "UNKNO", L"UNKNO", true,
-                                   L"CLog::log(): LOG_UNKNOWN Program Exception occurred."};
+constexpr Level unknownLevel = {0, "UNKNO", L"CLog::log(): LOG_UNKNOWN Program Exception occurred."};
 
-const LevelWord& wordOf(CLOGLEVEL eLevel, bool bNarrow) {
-  for (const LevelWord& word : levelWords)
-    if (word.level == eLevel && (word.narrowEntry || !bNarrow)) return word;
-  return unknownWord;
+const Level& levelOf(CLOGLEVEL eLevel, bool bNarrow) {
+  for (const Level& level : levels)
+    if (level.number == eLevel && (level.narrowEntry || !bNarrow)) return level;
+  return unknownLevel;
 }
 
-struct LocalTime {
-  unsigned int year, month, day, hour, minute, second, millisecond;
+/// The local time in a format of seven numbers.
+struct TimeText {
+  explicit TimeText(const wchar_t* pFormat = L"%04u/%02u/%02u %02u:%02u:%02u.%03u") {
+    unsigned int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
+    utilOSGetLocalTime(&year, &month, &day, &hour, &minute, &second, &millisecond);
+    std::swprintf(text, std::size(text), pFormat, year, month, day, hour, minute, second, millisecond);
+  }
+  wchar_t text[64];
 };
-
-LocalTime localTime() {
-  LocalTime t{};
-  utilOSGetLocalTime(&t.year, &t.month, &t.day, &t.hour, &t.minute, &t.second, &t.millisecond);
-  return t;
-}
 
 /// The formatted text, whole or cut far behind what a line holds. Formatters that need a buffer of the right
 /// size are asked with growing ones. A text that cannot be formatted yields its format, so that the line is
@@ -91,6 +89,30 @@ void makeLine(std::basic_string<Character>& text) {
   if (text.size() >= lineCapacity || (text.size() == lineCapacity - 1 && text.back() != Character('\n')))
     text.resize(lineCapacity - 2);
   if (text.empty() || text.back() != Character('\n')) text.push_back(Character('\n'));
+}
+
+std::string lineOf(const char* pFormat, va_list args) {
+  std::string line =
+      formatted(pFormat, args, [](char* pText, std::size_t size, const char* pForm, va_list list) {
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it follows no va_copy
+        return std::vsnprintf(pText, size, pForm, list);
+      });
+  makeLine(line);
+  return line;
+}
+
+/// Characters may take several bytes: cut once more, with room for the line feed.
+std::string lineOf(const wchar_t* pFormat, va_list args) {
+  std::wstring wide =
+      formatted(pFormat, args, [](wchar_t* pText, std::size_t size, const wchar_t* pForm, va_list list) {
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it follows no va_copy
+        return std::vswprintf(pText, size, pForm, list);
+      });
+  makeLine(wide);
+  wide.pop_back();
+  std::string line(lineCapacity, '\0');
+  line.resize(wideToNarrow(wide.c_str(), line.data(), lineCapacity - 1));
+  return line + '\n';
 }
 
 void append(wchar_t* pTarget, std::size_t capacity, const wchar_t* pText) {
@@ -180,58 +202,35 @@ bool CLog::readyFile() {
   return m_pFile != nullptr;
 }
 
-unsigned int CLog::logData(const char* pWord, const char* pFormat, va_list args) {
+template <typename Character>
+unsigned int CLog::writeLine(const char* pWord, const Character* pFormat, va_list args) {
   if (!readyFile()) return 0;
-  const LocalTime t = localTime();
-  std::snprintf(m_LineBuffer, sizeof m_LineBuffer, "%04u/%02u/%02u %02u:%02u:%02u.%03u, %s, ", t.year,
-                t.month, t.day, t.hour, t.minute, t.second, t.millisecond, pWord);
-  std::string message =
-      formatted(pFormat, args, [](char* pText, std::size_t size, const char* pForm, va_list list) {
-        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it follows no va_copy
-        return std::vsnprintf(pText, size, pForm, list);
-      });
-  makeLine(message);
+  std::snprintf(m_LineBuffer, sizeof m_LineBuffer, "%ls, %s, ", TimeText().text, pWord);
+  const std::string message = lineOf(pFormat, args);
   unsigned int written = put(m_LineBuffer);
   written += put(message.c_str());
   std::fflush(m_pFile);
   return written;
 }
 
-unsigned int CLog::logData(const wchar_t* pWord, const wchar_t* pFormat, va_list args) {
-  if (!readyFile()) return 0;
-  std::wstring message =
-      formatted(pFormat, args, [](wchar_t* pText, std::size_t size, const wchar_t* pForm, va_list list) {
-        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it follows no va_copy
-        return std::vswprintf(pText, size, pForm, list);
-      });
-  makeLine(message);
-  message.pop_back();
+unsigned int CLog::logData(const char* pWord, const char* pFormat, va_list args) {
+  return writeLine(pWord, pFormat, args);
+}
 
-  const LocalTime t = localTime();
-  std::swprintf(m_MessageBuffer, lineCapacity, L"%04u/%02u/%02u %02u:%02u:%02u.%03u, %ls, ", t.year, t.month,
-                t.day, t.hour, t.minute, t.second, t.millisecond, pWord);
-  wideToNarrow(m_MessageBuffer, m_LineBuffer, sizeof m_LineBuffer);
-  unsigned int written = put(m_LineBuffer);
-  // Characters may take several bytes: cut once more, with room for the line feed.
-  const std::size_t length = wideToNarrow(message.c_str(), m_LineBuffer, sizeof m_LineBuffer - 1);
-  m_LineBuffer[length] = '\n';
-  m_LineBuffer[length + 1] = '\0';
-  written += put(m_LineBuffer);
-  std::fflush(m_pFile);
-  return written;
+unsigned int CLog::logData(const wchar_t* pWord, const wchar_t* pFormat, va_list args) {
+  char word[lineCapacity];
+  wideToNarrow(pWord, word, sizeof word);
+  return writeLine(word, pFormat, args);
 }
 
 void CLog::openNewFile() {
   if (m_bDirectoryDue) makeLogDirectory();
   m_bDirectoryDue = false;
   closeLogFile(nullptr);
-  const LocalTime t = localTime();
-  wchar_t name[64];
-  std::swprintf(name, 64, L"_%04u%02u%02u_%02u.%02u.%02u.%03u.txt", t.year, t.month, t.day, t.hour, t.minute,
-                t.second, t.millisecond);
+  const TimeText time(L"_%04u%02u%02u_%02u.%02u.%02u.%03u.txt");
+  const wchar_t* const parts[] = {m_Directory, L"/", m_FilePrefix, time.text};
   m_FileName[0] = L'\0';
-  for (const wchar_t* part : {static_cast<const wchar_t*>(m_Directory), L"/",
-                              static_cast<const wchar_t*>(m_FilePrefix), static_cast<const wchar_t*>(name)})
+  for (const wchar_t* part : parts)
     append(m_FileName, std::size(m_FileName), part);
 
   char path[lineCapacity];
@@ -255,17 +254,13 @@ void CLog::openNewFile() {
 
 void CLog::closeLogFile(const wchar_t* pReason) {
   if (m_pFile == nullptr) return;
-  const LocalTime t = localTime();
-  wchar_t time[64];
-  std::swprintf(time, 64, L"at %04u/%02u/%02u %02u:%02u:%02u.%03u\n", t.year, t.month, t.day, t.hour,
-                t.minute, t.second, t.millisecond);
   m_MessageBuffer[0] = L'\0';
   append(m_MessageBuffer, lineCapacity, L"\n\nFile Closed ");
   if (pReason != nullptr) {
     append(m_MessageBuffer, lineCapacity - 64, pReason);
     append(m_MessageBuffer, lineCapacity, L" ");
   }
-  append(m_MessageBuffer, lineCapacity, time);
+  append(m_MessageBuffer, lineCapacity, TimeText(L"at %04u/%02u/%02u %02u:%02u:%02u.%03u\n").text);
   wideToNarrow(m_MessageBuffer, m_LineBuffer, sizeof m_LineBuffer);
   put(m_LineBuffer);
   std::fclose(m_pFile);
@@ -279,13 +274,13 @@ bool CLog::logFileTooLarge() {
 }
 
 template <typename Character>
-void CLog::writeLocked(const Character* pWord, const wchar_t* pExceptionMessage, const Character* pFormat,
+void CLog::writeLocked(const char* pWord, const wchar_t* pExceptionMessage, const Character* pFormat,
                        va_list args) {
   if (const int error = pthread_mutex_lock(&m_Mutex); error != 0)
     throw std::system_error(error, std::generic_category());
   if (pFormat != nullptr && pFormat[0] != Character(0)) {
     try {
-      logData(pWord, pFormat, args);
+      writeLine(pWord, pFormat, args);
     } catch (...) {
       utilOSShowError(pExceptionMessage);
     }
@@ -297,8 +292,8 @@ void CLog::writeLocked(const Character* pWord, const wchar_t* pExceptionMessage,
 
 void CLog::DoLog(CLOGLEVEL eLevel, const char* pFormat, va_list args) {
   if (m_eLogLevel == CLOGLEVEL_OFF || m_eLogLevel < eLevel) return;
-  const LevelWord& word = wordOf(eLevel, true);
-  writeLocked(word.word, word.exceptionMessage, pFormat, args);
+  const Level& level = levelOf(eLevel, true);
+  writeLocked(level.word, level.exceptionMessage, pFormat, args);
 }
 
 void CLog::log(CLOGLEVEL eLevel, const char* pFormat, ...) {
@@ -310,10 +305,10 @@ void CLog::log(CLOGLEVEL eLevel, const char* pFormat, ...) {
 
 void CLog::log(CLOGLEVEL eLevel, const wchar_t* pFormat, ...) {
   if (m_eLogLevel == CLOGLEVEL_OFF || m_eLogLevel < eLevel) return;
-  const LevelWord& word = wordOf(eLevel, false);
+  const Level& level = levelOf(eLevel, false);
   va_list args;
   va_start(args, pFormat);
-  writeLocked(word.wideWord, word.exceptionMessage, pFormat, args);
+  writeLocked(level.word, level.exceptionMessage, pFormat, args);
   va_end(args);
 }
 
@@ -333,9 +328,9 @@ void CLog::log(CLOGLEVEL eLevel, const wchar_t* pFormat, ...) {
     va_end(args);                                                                              \
   }
 
-ORVACAM_FIXED_LEVEL_LOG(logError, L"ERROR")
-ORVACAM_FIXED_LEVEL_LOG(logWarning, L"WARN ")
-ORVACAM_FIXED_LEVEL_LOG(logInfo, L"INFO ")
-ORVACAM_FIXED_LEVEL_LOG(logTrace, L"TRACE")
-ORVACAM_FIXED_LEVEL_LOG(logTraceFibre, L"FIBRE")
-ORVACAM_FIXED_LEVEL_VLOG(logDebug, L"DEBUG")  // intended: there is no variadic form of this one
+ORVACAM_FIXED_LEVEL_LOG(logError, "ERROR")
+ORVACAM_FIXED_LEVEL_LOG(logWarning, "WARN ")
+ORVACAM_FIXED_LEVEL_LOG(logInfo, "INFO ")
+ORVACAM_FIXED_LEVEL_LOG(logTrace, "TRACE")
+ORVACAM_FIXED_LEVEL_LOG(logTraceFibre, "FIBRE")
+ORVACAM_FIXED_LEVEL_VLOG(logDebug, "DEBUG")  // intended: there is no variadic form of this one

@@ -116,6 +116,13 @@ TEST_F(Log, StartsOffWithADirectoryButNoFile) {
   EXPECT_TRUE(files().empty());
 }
 
+// The first line opens the file, which needs texts of both kinds.
+TEST_F(Log, LeavesTheStaticTextsOfItsCallersAlone) {
+  OpenLog log;
+  log.write(L"WORD ", L"%ls %s", utilCharToWideStrStatic("wide"), utilWideToMbsStatic(L"narrow"));
+  EXPECT_EQ(lines(), "WORD , wide narrow\n");
+}
+
 TEST_F(Log, IsOneInstanceUntilItIsReleased) {
   CLog::release();
   EXPECT_EQ(CLog::m_pInstance, nullptr);

@@ -85,11 +85,13 @@ class ORVACAM_API CLog {
   static CLog* m_pInstance;
 
  protected:
-  /// Locks, writes one line by the given step unless the format is empty, unlocks; an exception while writing
-  /// is caught and the message shown.
+  /// Locks, writes one line unless the format is empty, unlocks; an exception while writing is caught and the
+  /// message shown.
   template <typename Character>
-  void writeLocked(const Character* pWord, const wchar_t* pExceptionMessage, const Character* pFormat,
+  void writeLocked(const char* pWord, const wchar_t* pExceptionMessage, const Character* pFormat,
                    va_list args);
+  template <typename Character>
+  unsigned int writeLine(const char* pWord, const Character* pFormat, va_list args);
   unsigned int put(const char* pText);
   bool readyFile();
 
