@@ -63,24 +63,30 @@ class Pairs:
         self.exposures, self.means, self.variances = map(numpy.array, (self.exposures, self.means, self.variances))
 
 
-def split(images, temporal):
-    """Row, column and pixel variance of the mean image, as the standard has them."""
-    mean = numpy.mean(images, axis=0)
-    m, n = mean.shape
-    total, columns, rows = mean.var(), mean.mean(axis=0).var(), mean.mean(axis=1).var()
+def parts(image):
+    """Row, column and pixel variance of an image, as the standard has them."""
+    m, n = image.shape
+    total, columns, rows = image.var(), image.mean(axis=0).var(), image.mean(axis=1).var()
     pixel = m * n / (m * n - m - n) * (total - columns - rows)
-    return rows - pixel / n, columns - pixel / m, pixel - temporal / len(images)
+    return numpy.array((rows - pixel / n, columns - pixel / m, pixel))
 
 
-def local(images, temporal):
+def split(images):
+    """The same of the mean of two images, less what their difference shows of temporal noise."""
+    return parts(numpy.mean(images, axis=0)) - parts(images[0] - images[1]) / 4
+
+
+def local(images):
     """Of the mean image less its surroundings, where these are whole; white noise keeps its variance."""
+    row, column, pixel = parts(images[0] - images[1]) / 4
     kernel = numpy.convolve(numpy.convolve(numpy.ones(7) / 7, numpy.ones(11) / 11), [0.25, 0.5, 0.25])
     mean = numpy.mean(images, axis=0)
     low = mean
     for axis in (0, 1):
         low = numpy.apply_along_axis(numpy.convolve, axis, low, kernel, "valid")
     left = 1 - 2 * kernel[9] ** 2 + (kernel ** 2).sum() ** 2
-    return (mean[9:-9, 9:-9] - low).var() / left - temporal / len(images)
+    left_of_lines = 1 - 2 * kernel[9] + (kernel ** 2).sum()
+    return ((mean[9:-9, 9:-9] - low).var() - left_of_lines * (row + column)) / left - pixel
 
 
 def near(told, expected, tolerance, what):
@@ -119,8 +125,8 @@ def check_by_numpy(told, frames, suffix):
     at = usable[numpy.argmin(abs(signal[usable] - top / 2))]
     images = [plane(p, suffix) for _, p in frames["flat"][2 * at:2 * at + 2]]
     still = [plane(p, suffix) for _, p in frames["dark"][2 * at:2 * at + 2]]
-    bright, dark = split(images, flats.variances[at]), split(still, darks.variances[at])
-    difference = local(images, flats.variances[at]) - local(still, darks.variances[at])
+    bright, dark = split(images), split(still)
+    difference = local(images) - local(still)
     near(told["prnu_local_percent"], 100 * numpy.sqrt(difference) / signal[at], 1e-6, "local PRNU")
     for part, b, d in zip(("row", "column", "pixel"), bright, dark):
         for name, variance, scale in (("dsnu_%s_e", d, 1 / slope), ("prnu_%s_percent", b - d, 100 / signal[at])):

@@ -83,6 +83,83 @@ TEST(PairMoments, HaveTheErrorThatTheirScatterShows) {
   EXPECT_NEAR(error / rounds, mean * std::sqrt(2 / 1024.0), 0.03 * mean * std::sqrt(2 / 1024.0));
 }
 
+/// Frames of 48 x 32 pixels whose rows (3 ADU), columns (2 ADU) and pixels (5 ADU) are noisy.
+class NoisyLines {
+ public:
+  static constexpr std::uint32_t width = 48, height = 32;
+
+  Image<std::uint16_t> frame() {
+    std::vector<double> rows(height), columns(width);
+    for (double& row : rows)
+      row = 3 * m_normal(m_random);
+    for (double& column : columns)
+      column = 2 * m_normal(m_random);
+    Pixels pixels;
+    for (std::uint32_t y = 0; y < height; ++y)
+      for (std::uint32_t x = 0; x < width; ++x)
+        pixels.push_back(
+            static_cast<std::uint16_t>(std::lround(1000 + rows[y] + columns[x] + 5 * m_normal(m_random))));
+    return imageOf(width, height, pixels);
+  }
+  science::PairMoments pair() { return science::momentsOf(frame(), frame(), {0, 0, width, height}); }
+
+ private:
+  std::mt19937_64 m_random{7};
+  std::normal_distribution<double> m_normal;
+};
+
+/// Mean and scatter of what was seen.
+struct Seen {
+  double count = 0, sum = 0, squares = 0;
+  void add(double value) { count += 1, sum += value, squares += value * value; }
+  double mean() const { return sum / count; }
+  double scatter() const { return std::sqrt(squares / count - mean() * mean()); }
+};
+
+TEST(PairMoments, TellTheNoiseOfRowsAndColumnsApart) {
+  NoisyLines camera;
+  Seen rows, columns, variances, means, errors, rowErrors, columnErrors, meanVariances;
+  for (int i = 0; i < 400; ++i) {
+    const science::PairMoments m = camera.pair();
+    rows.add(m.row.value), columns.add(m.column.value), variances.add(m.variance), means.add(m.mean[0]);
+    errors.add(m.varianceError), rowErrors.add(m.row.error), columnErrors.add(m.column.error);
+    meanVariances.add(m.meanVariance);
+  }
+  EXPECT_NEAR(rows.mean(), 9, 3 * rows.scatter() / 20);  // of 400 rounds
+  EXPECT_NEAR(columns.mean(), 4, 3 * columns.scatter() / 20);
+  // Errors are what the rounds scatter by, which they tell to 4 %; single pixels would explain a third of it.
+  EXPECT_NEAR(errors.mean() / variances.scatter(), 1, 0.15);
+  EXPECT_NEAR(rowErrors.mean() / rows.scatter(), 1, 0.15);
+  EXPECT_NEAR(columnErrors.mean() / columns.scatter(), 1, 0.15);
+  EXPECT_NEAR(std::sqrt(meanVariances.mean()) / means.scatter(), 1, 0.15);
+}
+
+TEST(PairMoments, HaveNoLinesToTellApartInTwoByTwoPixels) {
+  const auto m =
+      science::momentsOf(imageOf(2, 2, {13, 9, 11, 101}), imageOf(2, 2, {10, 10, 10, 100}), {0, 0, 2, 2});
+  EXPECT_EQ(m.row.value, 0);
+  EXPECT_EQ(m.column.value, 0);
+  EXPECT_EQ(m.meanVariance, 0.25);
+}
+
+TEST(MeanImage, TakesNoisyRowsAndColumnsNotForAPattern) {
+  NoisyLines camera;
+  Seen row, column, pixel, local, rowErrors;
+  for (int i = 0; i < 60; ++i) {
+    const auto a = camera.frame(), b = camera.frame();
+    const Region all{0, 0, NoisyLines::width, NoisyLines::height};
+    const science::PairMoments m = science::momentsOf(a, b, all);
+    science::MeanImage image(all);
+    image.add(a), image.add(b);
+    const auto v = image.variance({{m.variance, m.varianceError}, m.row, m.column});
+    row.add(v.row.value), column.add(v.column.value), pixel.add(v.pixel.value), local.add(v.local.value);
+    rowErrors.add(v.row.error);
+  }
+  for (const Seen* const part : {&row, &column, &pixel, &local})
+    EXPECT_NEAR(part->mean(), 0, 3 * part->scatter() / std::sqrt(60));
+  EXPECT_NEAR(rowErrors.mean() / row.scatter(), 1, 0.3);
+}
+
 TEST(PairMoments, OfTwoPlanesHaveTheirCommonNoise) {
   // Differences 2, -2 and 20, -20: covariance 40, of which half. The light of both changed by 1 and 5 as
   // well.

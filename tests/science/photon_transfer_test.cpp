@@ -262,6 +262,50 @@ TEST(PhotonTransfer, GivesALimitWhereRoundingHidesTheReadNoise) {
   EXPECT_NEAR(plane.threshold.value, std::sqrt(0.49 * 0.49 * 400 + 0.25) + 0.5, 1e-6);
 }
 
+/// The variance of normal noise about an offset when it is rounded to whole numbers.
+double roundedVariance(double deviation, double offset) {
+  const auto below = [&](double x) { return 0.5 * std::erfc((offset - x) / deviation / std::sqrt(2.0)); };
+  double sum = 0, squares = 0;
+  for (int k = -20; k <= 20; ++k) {
+    const double part = below(k + 0.5) - below(k - 0.5);
+    sum += part * k, squares += part * k * k;
+  }
+  return squares - sum * sum;
+}
+
+TEST(PhotonTransfer, HoldsWhatRoundingHidesInTheErrorOfTheReadNoise) {
+  // Worst at whole and half counts; errors are on the mean square of all offsets.
+  for (const double noise : {0.47, 0.5, 0.6}) {
+    Camera camera;
+    camera.gain = 20;
+    camera.darkCurrent = 0;
+    for (const double offset : {0.0, 0.5}) {
+      Series series = seriesOf(camera, {10, 20, 40, 60, 80, 85});
+      for (DarkLevel& dark : series.darks)
+        dark.variance = {roundedVariance(noise, offset), 0};
+      const PlaneTransfer plane = measured(camera, series);
+      const double off = std::fabs(plane.readNoiseAdu.value - noise);
+      EXPECT_NEAR(off / plane.readNoiseAdu.error, std::sqrt(2.0), 0.45) << noise << " at " << offset;
+    }
+  }
+}
+
+TEST(PhotonTransfer, HoldsTheDarkCurrentsErrorInThatOfTheReadNoise) {
+  // Darks of 1 s: 200 ADU of dark current are 100 ADU squared. Means that scatter by 4 ADU do not know it
+  // well.
+  Camera camera;
+  camera.darkCurrent = 400;
+  Series series = seriesOf(camera, {1, 2, 3, 4, 5, 6});
+  for (DarkLevel& dark : series.darks)
+    dark.frameMeans.back() += 4;
+  const PlaneTransfer plane = measured(camera, series);
+  const Estimate noise = plane.readNoiseAdu;
+  const double variance = std::pow(noise.value + noise.error, 2) - std::pow(noise.value, 2);
+  const double shot = std::hypot(plane.darkCurrentAdu.error / 2, 100 * plane.gain.error / 2);
+  EXPECT_GT(shot, 0.1);
+  EXPECT_NEAR(variance, std::hypot(shot, 0.01), 0.01 * shot);
+}
+
 TEST(PhotonTransfer, WarnsOfAnOffsetThatCutsTheNoise) {
   const Camera camera;
   Series series = seriesOf(camera, usual);

@@ -78,7 +78,7 @@ class Measurement {
   MergedPoint darkPoint();
   Plane mergedWith(const std::string& path, unsigned high, unsigned difference);
   void addNonuniformityOf(MeasuredPlane& plane, const Gathered& gathered);
-  SpatialVariance spatial(const Paths& paths, const PlaneOf& which, const Estimate& temporal);
+  SpatialVariance spatial(const Paths& paths, const PlaneOf& which, const TemporalVariance& temporal);
 
   MeasurementSource m_source;
   std::optional<Header> m_first;
@@ -178,6 +178,13 @@ void Measurement::choosePlanes() {
   });
 }
 
+/// The mean of `before` estimates and one more, and its error.
+void include(Estimate& mean, double before, const Estimate& next) {
+  const Estimate old = before > 0 ? mean : Estimate{0, 0};
+  mean = {(old.value * before + next.value) / (before + 1),
+          std::hypot(old.error * before, next.error) / (before + 1)};
+}
+
 void Measurement::addDarkPair(const std::string& a, const std::string& b, double exposure) {
   const Decoded first = decode(a, {});
   const Decoded second = decode(b, {});
@@ -189,10 +196,10 @@ void Measurement::addDarkPair(const std::string& a, const std::string& b, double
     dark.exposure = exposure;
     dark.pixels = m.pixels;
     if (a != b) {
-      // The mean of the pairs so far, and its error.
-      const Estimate old = before > 0 ? dark.variance : Estimate{0, 0};
-      dark.variance = {(old.value * before + m.variance) / (before + 1),
-                       std::hypot(old.error * before, m.varianceError) / (before + 1)};
+      include(dark.variance, before, {m.variance, m.varianceError});
+      include(dark.row, before, m.row);
+      include(dark.column, before, m.column);
+      dark.meanVariance += (m.meanVariance - dark.meanVariance) / (before + 1);
       dark.frameMeans.push_back(m.mean[0]);
     }
     dark.frameMeans.push_back(m.mean[1]);
@@ -309,7 +316,8 @@ MergedPoint Measurement::darkPoint() {
   return point;
 }
 
-SpatialVariance Measurement::spatial(const Paths& paths, const PlaneOf& which, const Estimate& temporal) {
+SpatialVariance Measurement::spatial(const Paths& paths, const PlaneOf& which,
+                                     const TemporalVariance& temporal) {
   Planes wanted{false, false, false, false};
   wanted.*which.wanted = true;
   MeanImage mean(m_region);
@@ -328,21 +336,22 @@ void Measurement::addNonuniformityOf(MeasuredPlane& plane, const Gathered& gathe
   }
   const CurvePoint& chosen = plane.transfer.curve[*at];
   Paths flats;
-  Estimate temporal{0, 0};
+  TemporalVariance temporal;
   for (const CurvePoint& point : plane.transfer.curve) {
     if (point.exposure != chosen.exposure ||
         std::fabs(point.signal - chosen.signal) > sameLevel * chosen.signal)
       continue;
+    const double before = static_cast<double>(flats.size()) / 2;
+    include(temporal.total, before, {point.moments.variance, point.moments.varianceError});
+    include(temporal.row, before, point.moments.row);
+    include(temporal.column, before, point.moments.column);
     flats.push_back(m_pairs[point.pair].first);
     flats.push_back(m_pairs[point.pair].second);
-    temporal.value += point.moments.variance;
-    temporal.error = std::hypot(temporal.error, point.moments.varianceError);
   }
-  const double pairs = static_cast<double>(flats.size()) / 2;
-  temporal = {temporal.value / pairs, temporal.error / pairs};
+  const DarkLevel& darks = gathered.darks.at(chosen.exposure);
   const SpatialVariance flat = spatial(flats, *gathered.which, temporal);
   const SpatialVariance dark =
-      spatial(m_darks.at(chosen.exposure), *gathered.which, gathered.darks.at(chosen.exposure).variance);
+      spatial(m_darks.at(chosen.exposure), *gathered.which, {darks.variance, darks.row, darks.column});
   plane.transfer.uniformityExposure = chosen.exposure;
   addNonuniformity(plane.transfer, flat, dark);
 }

@@ -39,12 +39,17 @@ const Kernel& lowPass() {
   return kernel;
 }
 
-/// What the high-pass 1 - low-pass leaves of the variance of white noise.
-double whiteLeft() {
+/// What the high-pass 1 - low-pass leaves of the variance of white noise, and of that of whole rows or
+/// columns.
+struct Left {
+  double white, lines;
+};
+Left leftByHighPass() {
   double squares = 0;
   for (const double weight : lowPass())
     squares += weight * weight;
-  return 1 - 2 * square(lowPass()[lowPass().size() / 2]) + square(squares);
+  const double middle = lowPass()[lowPass().size() / 2];
+  return {1 - 2 * square(middle) + square(squares), 1 - 2 * middle + squares};
 }
 
 Estimate minus(const Estimate& a, const Estimate& b, double factor) {
@@ -68,7 +73,7 @@ void MeanImage::add(const Image<std::uint16_t>& plane) {
   ++m_frames;
 }
 
-SpatialVariance MeanImage::variance(const Estimate& temporal) const {
+SpatialVariance MeanImage::variance(const TemporalVariance& temporal) const {
   SpatialVariance result;
   result.frames = m_frames;
   const std::size_t width = m_region.width, height = m_region.height;
@@ -95,9 +100,11 @@ SpatialVariance MeanImage::variance(const Estimate& temporal) const {
   const double freedom = static_cast<double>(width - 1) * static_cast<double>(height - 1);
   const double spread = std::sqrt(std::fmax(fourth / pixels - square(second / pixels), 0) / pixels);
   const Estimate white = {second / freedom, spread * pixels / freedom};  // pixels and the temporal noise left
-  result.pixel = minus(white, temporal, 1 / frames);
-  result.row = minus(varianceOf(rows, result.mean), white, 1 / static_cast<double>(width));
-  result.column = minus(varianceOf(columns, result.mean), white, 1 / static_cast<double>(height));
+  result.pixel = minus(white, temporal.pixel(), 1 / frames);
+  result.row = minus(minus(varianceOf(rows, result.mean), white, 1 / static_cast<double>(width)),
+                     temporal.row, 1 / frames);
+  result.column = minus(minus(varianceOf(columns, result.mean), white, 1 / static_cast<double>(height)),
+                        temporal.column, 1 / frames);
   result.local = localVariance(temporal);
   result.total = {result.pixel.value + result.row.value + result.column.value,
                   std::hypot(result.pixel.error, result.row.error, result.column.error)};
@@ -117,7 +124,7 @@ std::vector<double> MeanImage::smoothedRow(std::size_t y) const {
   return row;
 }
 
-Estimate MeanImage::localVariance(const Estimate& temporal) const {
+Estimate MeanImage::localVariance(const TemporalVariance& temporal) const {
   const std::size_t width = m_region.width, height = m_region.height;
   if (width <= taps || height <= taps || m_frames == 0) return {};
   const auto frames = static_cast<double>(m_frames);
@@ -140,7 +147,9 @@ Estimate MeanImage::localVariance(const Estimate& temporal) const {
   }
   const double variance = second / count - square(sum / count);
   const double spread = std::sqrt(std::fmax(fourth / count - square(second / count), 0) / count);
-  return minus({variance / whiteLeft(), spread / whiteLeft()}, temporal, 1 / frames);
+  const auto [white, lines] = leftByHighPass();
+  const Estimate left = minus({variance / white, spread / white}, temporal.pixel(), 1 / frames);
+  return minus(minus(left, temporal.row, lines / white / frames), temporal.column, lines / white / frames);
 }
 
 }  // namespace orvacam::science

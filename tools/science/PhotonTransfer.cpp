@@ -42,9 +42,9 @@ const DarkLevel& shortestDark(const PlaneTransfer& plane) {
                        [](const DarkLevel& dark) { return dark.variance.known(); });
 }
 
-/// Of a frame's mean, by the noise of its pixels: frames may scatter less by chance, above all two of them.
+/// Of a frame's mean, by its own noise: frames may scatter less by chance, above all two of them.
 double ownVariance(const DarkLevel& dark) {
-  return dark.variance.value / dark.pixels;
+  return std::fmax(dark.variance.value / dark.pixels, dark.meanVariance);
 }
 
 void subtractDarks(PlaneTransfer& plane) {
@@ -202,9 +202,19 @@ void findOffset(PlaneTransfer& plane) {
 }
 
 /// Dark current leaves K times its ADU as variance.
-double darkShotVariance(const PlaneTransfer& plane, const DarkLevel& dark) {
-  if (!plane.darkCurrentAdu.known() || !plane.gain.known()) return 0;
-  return std::fmax(0, plane.darkCurrentAdu.value * dark.exposure / plane.gain.value);
+Estimate darkShotVariance(const PlaneTransfer& plane, const DarkLevel& dark) {
+  if (!plane.darkCurrentAdu.known() || !plane.gain.known()) return {0, 0};
+  const Estimate adu = {plane.darkCurrentAdu.value * dark.exposure,
+                        plane.darkCurrentAdu.error * dark.exposure};
+  const Estimate variance = quotient(adu, plane.gain);
+  return {std::fmax(0, variance.value), variance.error};
+}
+
+/// Rounding adds 1/12 to a variance v, and up to (1 / pi^2 + 4 v) exp(-2 pi^2 v) more or less: where the
+/// offset lies between two counts decides. On the mean square, that over sqrt 2.
+double roundingError(double v) {
+  constexpr double pi = 3.14159265358979323846;
+  return (1 / square(pi) + 4 * v) * std::exp(-2 * square(pi) * v) / std::sqrt(2.0);
 }
 
 void findReadNoise(PlaneTransfer& plane) {
@@ -216,8 +226,10 @@ void findReadNoise(PlaneTransfer& plane) {
             " is below 0.24 ADU squared. It is below 0.40 ADU; the dynamic range is a lower limit.");
     return;
   }
-  const Estimate variance = {dark.variance.value - roundingVariance - darkShotVariance(plane, dark),
-                             dark.variance.error};
+  const Estimate shot = darkShotVariance(plane, dark);
+  const double whole = dark.variance.value - roundingVariance;
+  const Estimate variance = {whole - shot.value,
+                             std::hypot(dark.variance.error, shot.error, roundingError(whole))};
   plane.readNoiseAdu = rootOf(variance);
   if (!plane.gain.known()) return;
   plane.readNoise = {

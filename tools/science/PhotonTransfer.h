@@ -17,11 +17,13 @@ namespace orvacam::science {
 
 /// The darks of one exposure, in one plane.
 struct DarkLevel {
-  double exposure = 0;             ///< s
-  std::vector<double> frameMeans;  ///< ADU, one a frame
-  Estimate variance;               ///< temporal, mean of the pairs, ADU squared; unknown for a single frame
-  double pixels = 1;               ///< of a frame
-  double atZero = 0;               ///< the part of pixels that are 0
+  double exposure = 0;               ///< s
+  std::vector<double> frameMeans;    ///< ADU, one a frame
+  Estimate variance;                 ///< temporal, mean of the pairs, ADU squared; unknown for a single frame
+  Estimate row{0, 0}, column{0, 0};  ///< what rows and columns have of it
+  double pixels = 1;                 ///< of a frame
+  double meanVariance = 0;           ///< what that noise leaves in the mean of one frame, ADU squared
+  double atZero = 0;                 ///< the part of pixels that are 0
 
   double mean() const;
 };
