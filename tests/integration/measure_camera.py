@@ -78,7 +78,11 @@ def split(images):
 
 def local(images):
     """Of the mean image less its surroundings, where these are whole; white noise keeps its variance."""
-    row, column, pixel = parts(images[0] - images[1]) / 4
+    temporal = (images[0] - images[1]) / 2
+    rows, columns = (temporal.mean(axis=axis).var(ddof=1) for axis in (1, 0))
+    pixel = (temporal.var() - rows - columns) / (1 - sum(1 / n for n in temporal.shape))
+    row, column = rows - pixel / temporal.shape[1], columns - pixel / temporal.shape[0]
+    pixel = temporal.var() - row - column
     kernel = numpy.convolve(numpy.convolve(numpy.ones(7) / 7, numpy.ones(11) / 11), [0.25, 0.5, 0.25])
     mean = numpy.mean(images, axis=0)
     low = mean

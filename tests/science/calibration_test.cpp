@@ -298,6 +298,74 @@ TEST_F(Calibrating, LeavesCosmicRaysOutEvenOfThreeFrames) {
   }
 }
 
+TEST_F(Calibrating, LeavesCosmicRaysOutThatHitAPixelTwice) {
+  // Two of twelve frames: such a pixel is listed as blinking, and the hits stay out of its mean all the same.
+  const CalibrationSource s = source(CalibrationKind::dark, 12);
+  const std::string without = science::calibrate(s).file;
+  for (const unsigned number : {3u, 8u}) {
+    std::vector<sim::Plane> planes = expose(sim::FrameType::Dark, number, 2, 0);
+    for (sim::Plane& plane : planes)
+      plane[1000] = static_cast<std::uint16_t>(plane[1000] + 900);
+    keep("dark" + std::to_string(number), planes);
+  }
+  const Calibration made = science::calibrate(s);
+  EXPECT_EQ(made.planes[1].blinking, 1u);
+  for (unsigned p = 0; p < 2; ++p)
+    EXPECT_NEAR(planeOf(made.file, p, true, 8)[1000], planeOf(without, p, true, 8)[1000], 1.5);
+}
+
+TEST_F(Calibrating, IsNotSpoiltByOneFrameWhereverItStands) {
+  // Frames that are too noisy, lit, or empty; as the first, second, third or last one.
+  const auto spoil = [](std::vector<sim::Plane>& planes, int how) {
+    for (sim::Plane& plane : planes)
+      for (std::size_t i = 0; i < plane.size(); ++i)
+        plane[i] = how == 0   ? static_cast<std::uint16_t>(plane[i] + 60 * (i * 7919 % 2))
+                   : how == 1 ? static_cast<std::uint16_t>(plane[i] + i * 200 / plane.size())
+                              : std::uint16_t{0};
+  };
+  for (const unsigned count : {3u, 10u}) {
+    const CalibrationSource s = source(CalibrationKind::dark, count);
+    const std::map<std::string, Bytes> whole = frames;
+    const Calibration good = science::calibrate(s);
+    for (const int how : {0, 1, 2})
+      for (const unsigned at : {0u, 1u, 2u, count - 1}) {
+        SCOPED_TRACE(std::to_string(at) + " of " + std::to_string(count) + ", " + std::to_string(how));
+        frames = whole;
+        std::vector<sim::Plane> planes = expose(sim::FrameType::Dark, at, 2, 0);
+        spoil(planes, how);
+        keep("dark" + std::to_string(at), planes);
+        const Calibration made = science::calibrate(s);
+        for (unsigned p = 0; p < 2; ++p) {
+          EXPECT_NEAR(made.planes[p].noise.value, good.planes[p].noise.value,
+                      0.1 * good.planes[p].noise.value);
+          EXPECT_NEAR(made.planes[p].level.value, good.planes[p].level.value, 0.5);
+          // Of three frames, two are left.
+          EXPECT_NEAR(made.planes[p].after / good.planes[p].after, count == 3 ? std::sqrt(1.5) : 1, 0.25);
+        }
+        EXPECT_NEAR(made.pedestal, good.pedestal, 1);
+        const std::string name = "dark" + std::to_string(at);
+        EXPECT_THAT(made.warnings.back(),
+                    HasSubstr(how == 2 ? "more than four deviations off: " + name : "left out"));
+      }
+  }
+}
+
+TEST_F(Calibrating, IsNotSpoiltByAFlatOfAnotherShape) {
+  const Calibration darks = dark();
+  CalibrationSource s = source(CalibrationKind::flat, 8);
+  s.dark = write("dsnu", darks);
+  const Calibration good = science::calibrate(s);
+  std::vector<sim::Plane> planes = expose(sim::FrameType::Flat, 0, 2, 12000);
+  for (sim::Plane& plane : planes)
+    for (std::size_t i = 0; i < plane.size(); ++i)
+      plane[i] = static_cast<std::uint16_t>(plane[i] * (0.5 + 1.0 * static_cast<double>(i) / plane.size()));
+  keep("flat0", planes);
+  const Calibration made = science::calibrate(s);
+  for (unsigned p = 0; p < 2; ++p)
+    EXPECT_LT(made.planes[p].after, 1.25 * good.planes[p].after);
+  EXPECT_THAT(made.warnings.back(), HasSubstr("one or more frames are unlike the others"));
+}
+
 TEST_F(Calibrating, TakesFlatsOfATwilightSkyWithItsStars) {
   const Calibration darks = dark();
   CalibrationSource twilight = sourceOf(CalibrationKind::flat);
@@ -676,6 +744,36 @@ TEST_F(Calibrating, HoldsFlatsToTheFileThatTakesTheirOffsetOff) {
   refused(s, s.bias, "needs 12672 bytes for a plane of 96 x 64, ends at byte 1000");
   s.bias = folder.file("missing");
   EXPECT_THROW(science::calibrate(s), orvacam::Error);
+}
+
+TEST_F(Calibrating, WarnsOfOffsetsThatHardlyAreSome) {
+  CalibrationSource lit = source(CalibrationKind::flat, 10, 2, 12000);
+  lit.kind = CalibrationKind::dark;
+  EXPECT_THAT(science::calibrate(lit).warnings,
+              ElementsAre(AllOf(HasSubstr("the high plane's offset"), HasSubstr("taken in the dark?"))));
+  CalibrationSource low = sourceOf(CalibrationKind::dark);
+  for (unsigned i = 0; i < 10; ++i) {
+    std::vector<sim::Plane> planes = expose(sim::FrameType::Dark, i, 2, 0);
+    for (std::uint16_t& pixel : planes[1])
+      pixel = static_cast<std::uint16_t>(std::max(0, pixel - 110));
+    low.frames.push_back(keep("low" + std::to_string(i), planes));
+  }
+  EXPECT_THAT(science::calibrate(low).warnings,
+              ElementsAre(AllOf(HasSubstr("the high plane's offset"), HasSubstr("cut off at 0"))));
+}
+
+TEST_F(Calibrating, TellsOneKindOfReferenceFileFromAnother) {
+  const Calibration darks = dark(), flats = flat(darks);
+  const std::string bias = write("bias", science::calibrate(source(CalibrationKind::bias, 8)));
+  const std::string dsnu = write("dsnu", darks), prnu = write("prnu", flats);
+  CalibrationSource s = source(CalibrationKind::flat, 3);
+  for (const std::string& file : {bias, prnu}) {
+    s.dark = file;
+    refused(s, file, "which is no offset: it is no DSNU file");
+  }
+  s.dark.clear();
+  s.bias = dsnu;
+  refused(s, dsnu, "which is no offset: it is no bias file");
 }
 
 TEST_F(Calibrating, WarnsOfWhatWeakensTheResult) {

@@ -1,6 +1,7 @@
 #include "science/Calibration.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -18,6 +19,9 @@ constexpr double pedestalNoise = 6;   // deviations of the high plane's noise
 constexpr double largestFactor = 64;  // what 10 fraction bits leave room for
 constexpr double high12 = 4095;       // where a high-gain pixel saturates
 constexpr std::size_t goodFrames = 10;
+constexpr double mostOffset = 0.25;   // of full scale
+constexpr double leastOffset = 3;     // deviations of a frame's noise
+constexpr double offLevel = 4;        // of the same; beyond, values are left out
 constexpr double longBias = 0.1;      // seconds
 constexpr double poorCorrection = 1;  // percent
 
@@ -80,8 +84,10 @@ class Maker {
     } else {
       findHot();
     }
-    for (unsigned p = 0; p < m_maps.size(); ++p)
+    for (unsigned p = 0; p < m_maps.size(); ++p) {
+      m_medianLevels[p] = medianLevel(p);
       describe(p);
+    }
     if (m_source.kind == CalibrationKind::dark) {
       setRatio();
       setPedestal();
@@ -171,13 +177,23 @@ class Maker {
 
   // ---- What the frames say of a plane
 
+  double medianLevel(unsigned p) const {
+    std::vector<float> levels;
+    for (const auto& level : m_survey.levels)
+      levels.push_back(static_cast<float>(level[p]));
+    return medianOf(levels);
+  }
+
   void describe(unsigned p) {
     CalibratedPlane& plane = m_result.planes[p];
     const RowSums& sums = m_maps[p].sums;
     plane.rejected = sums.rejected;
-    const double unit = flat() ? 100 : 1;  // percent of the level
-    const Estimate temporal = {sums.temporal / sums.freedom,
-                               sums.temporal / sums.freedom * std::sqrt(2 / sums.freedom)};
+    const double unit = flat() ? 100 : 1;                       // percent of the level
+    Estimate temporal = {m_survey.noise[p].variance, unknown};  // where no pixel is ordinary
+    if (sums.freedom > 0) {
+      temporal.value = sums.temporal / sums.freedom;
+      temporal.error = temporal.value * std::sqrt(2 / sums.freedom);
+    }
     setLevel(p, temporal);
     setPattern(p, temporal, unit);
     plane.noise = rootOf(temporal);
@@ -185,31 +201,47 @@ class Maker {
       plane.noise.value *= plane.level.value;
       plane.noise.error *= plane.level.value;
     }
-    // Half of the frames against the other half: what a mean of all still has.
-    const auto frames = static_cast<double>(m_result.frames);
-    const double even = std::ceil(frames / 2), odd = std::floor(frames / 2);
-    const double mean = sums.halves / sums.halfPixels;
-    const double between = std::fmax(sums.halfSquares / sums.halfPixels - mean * mean, 0);
-    plane.after = unit * std::sqrt(between * even * odd) / frames;
+    plane.after = unit * std::sqrt(leftInMean(sums, temporal.value));
   }
 
+  /// Variance that a mean of all frames still has: half of them against the other half. Where one half was
+  /// left out (few frames, one of them spoilt), by the noise of what is left.
+  double leftInMean(const RowSums& sums, double temporal) const {
+    const auto frames = static_cast<double>(m_result.frames), pixels = static_cast<double>(imagePixels());
+    if (sums.halfPixels < pixels / 2)
+      return temporal / std::fmax(1, frames - static_cast<double>(sums.rejected) / pixels);
+    const double even = std::ceil(frames / 2), odd = std::floor(frames / 2);
+    const double mean = sums.halves / sums.halfPixels;
+    return std::fmax(sums.halfSquares / sums.halfPixels - mean * mean, 0) * even * odd / (frames * frames);
+  }
+
+  /// Of the frames whose level is not off; the drift is that of all.
   void setLevel(unsigned p, const Estimate& temporal) {
     CalibratedPlane& plane = m_result.planes[p];
-    double least = std::numeric_limits<double>::infinity(), most = -least, sum = 0;
-    for (const auto& level : m_survey.levels) {
-      least = std::fmin(least, level[p]);
-      most = std::fmax(most, level[p]);
-      sum += level[p];
+    std::vector<double> levels;
+    double least = std::numeric_limits<double>::infinity(), most = -least, mean = 0, squares = 0;
+    for (std::size_t i = 0; i < m_survey.levels.size(); ++i) {
+      const double level = m_survey.levels[i][p];
+      least = std::fmin(least, level);
+      most = std::fmax(most, level);
+      if (!isOff(i, p, std::sqrt(temporal.value))) levels.push_back(level);
     }
     plane.drift = most - least;
-    const auto frames = static_cast<double>(m_result.frames);
-    double squares = 0;
-    for (const auto& level : m_survey.levels)
-      squares += (level[p] - sum / frames) * (level[p] - sum / frames);
+    const auto frames = static_cast<double>(levels.size());
+    for (const double level : levels)
+      mean += level / frames;
+    for (const double level : levels)
+      squares += (level - mean) * (level - mean);
     // Light that changes from flat to flat, or an offset that drifts, is more than the pixels' noise.
-    const double scale = flat() ? sum / frames : 1;
+    const double scale = flat() ? mean : 1;
     const double noise = temporal.value * scale * scale / frames / static_cast<double>(imagePixels());
-    plane.level = {sum / frames, std::sqrt(std::fmax(noise, squares / (frames - 1) / frames))};
+    plane.level = {mean, std::sqrt(std::fmax(noise, frames > 1 ? squares / (frames - 1) / frames : 0))};
+  }
+
+  /// Whether a frame lies so far from the others that its values are left out. Flats are measured in parts of
+  /// their level.
+  bool isOff(std::size_t frame, unsigned p, double noise) const {
+    return !flat() && std::fabs(m_survey.levels[frame][p] - m_medianLevels[p]) > offLevel * noise;
   }
 
   std::uint64_t imagePixels() const { return std::uint64_t{m_survey.image.width} * m_survey.image.height; }
@@ -408,7 +440,42 @@ class Maker {
       if (plane.clipped > 0)
         all.push_back(std::to_string(plane.clipped) + " terms of the " + plane.name +
                       " plane do not fit the file's numbers and were cut off");
-    if (flat()) warnOfFlats();
+    if (flat())
+      warnOfFlats();
+    else
+      warnOfLevels();
+    warnOfFrames();
+  }
+
+  /// Of offsets that hardly are some.
+  void warnOfLevels() {
+    for (const CalibratedPlane& plane : m_result.planes) {
+      const std::string where = "the " + plane.name + " plane's offset of " + text(plane.level.value, 1);
+      if (plane.level.value > mostOffset * plane.fullScale)
+        m_result.warnings.push_back(where + " is more than a quarter of full scale, " +
+                                    text(plane.fullScale, 0) + ": were these frames taken in the dark?");
+      if (plane.level.value < leastOffset * plane.noise.value || plane.level.value == 0)
+        m_result.warnings.push_back(where + " is below three times the noise of a frame, " +
+                                    text(plane.noise.value, 1) + ": noise is cut off at 0");
+    }
+  }
+
+  /// Of frames that were left out as a whole, or nearly.
+  void warnOfFrames() {
+    std::string names;
+    for (std::size_t i = 0; i < m_survey.levels.size(); ++i)
+      for (unsigned p = 0; p < m_result.planes.size(); ++p)
+        if (isOff(i, p, m_result.planes[p].noise.value)) {
+          names += (names.empty() ? "" : ", ") + m_source.frames[i];
+          break;
+        }
+    if (!names.empty())
+      m_result.warnings.push_back("left out, as their level is more than four deviations off: " + names);
+    for (const CalibratedPlane& plane : m_result.planes)
+      if (names.empty() && 2 * plane.rejected > imagePixels())
+        m_result.warnings.push_back(std::to_string(plane.rejected) + " values of the " + plane.name +
+                                    " plane were left out, and a frame has " + std::to_string(imagePixels()) +
+                                    ": one or more frames are unlike the others");
   }
 
   void warnOfFlats() {
@@ -437,6 +504,7 @@ class Maker {
   const CalibrationSurvey& m_survey;
   Calibration m_result;
   std::vector<Map> m_maps;
+  std::array<double, 2> m_medianLevels{};  ///< of the frames, by plane
   FixedPoint m_format = biasTerms();
   std::vector<std::uint16_t> m_plane;
   std::vector<std::vector<std::uint16_t>> m_terms;

@@ -93,21 +93,25 @@ double levelOf(const CalibrationSurvey& survey, const Plane& plane, unsigned ind
   return mean;
 }
 
-/// Half the variance of two frames' difference, outliers aside: temporal noise, in parts of the levels of
-/// flats.
-double pairVariance(const CalibrationSurvey& survey, unsigned index, const Plane& a, const Plane& b,
+/// One of the first frames' planes.
+struct FirstPlane {
+  const Plane& plane;
+  double level;  ///< of flats, which are measured in parts of it; else 1
+};
+
+/// Half the variance of two frames' difference, outliers aside: temporal noise.
+double pairVariance(const CalibrationSurvey& survey, unsigned index, const FirstPlane& a, const FirstPlane& b,
                     bool flat) {
   const Region& image = survey.image;
-  const double scaleA = flat ? 1 / survey.levels[0][index] : 1,
-               scaleB = flat ? 1 / survey.levels[1][index] : 1;
+  const double scaleA = 1 / a.level, scaleB = 1 / b.level;
   std::vector<double> offset(survey.size.width);
   double variance = 0, limit = std::numeric_limits<double>::infinity();
   for (int round = 0; round < 6; ++round) {
     double count = 0, sum = 0, squares = 0;
     for (std::uint32_t y = image.y; y < image.y + image.height; ++y) {
       if (flat) survey.offset.row(index, y, offset);
-      const std::uint16_t* const rowA = a.row(y);
-      const std::uint16_t* const rowB = b.row(y);
+      const std::uint16_t* const rowA = a.plane.row(y);
+      const std::uint16_t* const rowB = b.plane.row(y);
       for (std::uint32_t x = image.x; x < image.x + image.width; ++x) {
         const double difference = (rowA[x] - offset[x]) * scaleA - (rowB[x] - offset[x]) * scaleB;
         const double stays = std::fabs(difference) <= limit ? 1 : 0;
@@ -169,18 +173,6 @@ CalibrationSurvey begin(const CalibrationSource& source, const std::string& path
   return survey;
 }
 
-void setNoise(CalibrationSurvey& survey, const std::vector<Plane>& a, const std::vector<Plane>& b,
-              bool flat) {
-  for (unsigned p = 0; p < a.size(); ++p) {
-    NoiseModel& noise = survey.noise[p];
-    noise.relative = flat;
-    noise.variance = pairVariance(survey, p, a[p], b[p], flat);
-    noise.level = flat ? 1 : (survey.levels[0][p] + survey.levels[1][p]) / 2;
-    // Shot noise of hot pixels, where the gain is known; else that of one electron per count.
-    noise.perCount = survey.gains[p] > 0 ? 1 / survey.gains[p] : 1;
-  }
-}
-
 }  // namespace
 
 FlatOffset::FlatOffset(const CalibrationSource& source, const Header& frames, double tableRatio)
@@ -190,7 +182,10 @@ FlatOffset::FlatOffset(const CalibrationSource& source, const Header& frames, do
   const Size size = frames.frame_size();
   if (file->sensor != frames.sensor())
     throw Refused(path, "is of a " + file->sensor + ", the flats are of a " + frames.sensor());
-  if (file->planes < 2) throw Refused(path, "holds one plane, the flats have two");
+  if (file->planes < 2)
+    throw Refused(path, "holds one plane, the flats have two: these need " +
+                            std::to_string(file->bytesOfPair) + " bytes, and it ends at byte " +
+                            std::to_string(file->bytes));
   if (file->size.width != size.width || std::uint64_t{m_startRow} + size.height > file->size.height)
     throw Refused(path, "of " + sizeText(file->size) + " does not cover flats of " + sizeText(size) +
                             (m_startRow > 0 ? " from row " + std::to_string(m_startRow) + " on" : ""));
@@ -200,6 +195,24 @@ FlatOffset::FlatOffset(const CalibrationSource& source, const Header& frames, do
     m_pedestals[1] = file->pedestal;
   }
   m_file = std::move(file);
+  for (unsigned plane = 0; plane < 2; ++plane)
+    requireOffset(path, plane);
+}
+
+/// Files of the three kinds look alike; what another one takes off is no offset.
+void FlatOffset::requireOffset(const std::string& path, unsigned plane) const {
+  constexpr double least = -5, most = 4095;  // counts; another maker may leave a few
+  std::vector<double> counts(m_file->size.width);
+  double mean = 0;
+  for (std::uint32_t y = m_startRow; y < m_file->size.height; ++y) {
+    row(plane, y - m_startRow, counts);
+    for (const double each : counts)
+      mean += each / static_cast<double>(counts.size()) / (m_file->size.height - m_startRow);
+  }
+  if (mean >= least && mean <= most) return;
+  throw Refused(path, std::string("would take ") + text(mean, 1) + " counts off the " +
+                          (plane == 0 ? "low" : "high") + " plane, which is no offset: it is no " +
+                          (m_dsnu ? "DSNU" : "bias") + " file");
 }
 
 void FlatOffset::row(unsigned plane, std::uint32_t y, std::vector<double>& counts) const {
@@ -220,10 +233,7 @@ CalibrationSurveyor::CalibrationSurveyor(const CalibrationSource& source) : m_ki
 void CalibrationSurveyor::see(const std::string& path, const std::vector<Plane>& planes) {
   const bool flat = m_kind == CalibrationKind::flat;
   const std::size_t index = m_survey.levels.size();
-  if (index == 0) {
-    m_survey.planeHeader = planes.front().header();
-    m_first = planes;
-  }
+  if (index == 0) m_survey.planeHeader = planes.front().header();
   if (flat)
     for (std::size_t p = 0; p < planes.size(); ++p)
       refuseSaturated(path, m_survey, planes[p], m_survey.planes[p]);
@@ -232,10 +242,30 @@ void CalibrationSurveyor::see(const std::string& path, const std::vector<Plane>&
     levels[p] = levelOf(m_survey, planes[p], p);
   if (flat) refuseDark(path, m_survey, levels);
   m_survey.levels.push_back(levels);
-  if (index == 1) {
-    setNoise(m_survey, m_first, planes, flat);
-    m_first.clear();
-  }
+  learnNoise(planes);
+}
+
+/// From the two of the first three frames that differ least: one of them may be spoilt. An empty frame has no
+/// noise, but another level.
+void CalibrationSurveyor::learnNoise(const std::vector<Plane>& planes) {
+  constexpr std::size_t looked = 3;
+  const bool flat = m_kind == CalibrationKind::flat;
+  const auto& levels = m_survey.levels;
+  const std::size_t b = levels.size() - 1;
+  for (std::size_t a = 0; a < m_earlier.size(); ++a)
+    for (unsigned p = 0; p < planes.size(); ++p) {
+      const double levelA = levels[a][p], levelB = levels[b][p];
+      const double variance = pairVariance(m_survey, p, {m_earlier[a][p], flat ? levelA : 1},
+                                           {planes[p], flat ? levelB : 1}, flat);
+      const double differ = variance + (flat ? 0 : (levelA - levelB) * (levelA - levelB) / 2);
+      if (m_leastDiffer[p] >= 0 && m_leastDiffer[p] <= differ) continue;
+      m_leastDiffer[p] = differ;
+      // Shot noise of hot pixels, where the gain is known; else that of one electron per count.
+      const double perCount = m_survey.gains[p] > 0 ? 1 / m_survey.gains[p] : 1;
+      m_survey.noise[p] = {variance, flat ? 1 : (levelA + levelB) / 2, perCount, flat};
+    }
+  m_earlier.push_back(planes);
+  if (levels.size() >= looked) m_earlier.clear();
 }
 
 namespace {

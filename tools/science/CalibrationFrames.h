@@ -46,6 +46,8 @@ class FlatOffset {
   double exposure() const { return m_file->exposure; }
 
  private:
+  void requireOffset(const std::string& path, unsigned plane) const;
+
   std::shared_ptr<const ReferenceFile> m_file;
   bool m_dsnu = false;
   std::uint32_t m_startRow = 0;
@@ -92,9 +94,12 @@ class CalibrationSurveyor {
   const CalibrationSurvey& survey() const { return m_survey; }
 
  private:
+  void learnNoise(const std::vector<Plane>& planes);
+
   CalibrationKind m_kind;
   CalibrationSurvey m_survey;
-  std::vector<Plane> m_first;
+  std::vector<std::vector<Plane>> m_earlier;  ///< the first frames
+  double m_leastDiffer[2] = {-1, -1};         ///< of two of them, by plane; below 0: none yet
 };
 
 /// Combines rows of all frames; each row depends on itself alone. Calls `pause` with every row.

@@ -27,10 +27,10 @@ Plane& planeNamed(Decoded& decoded, const std::string& name) {
                             : decoded.image;
 }
 
-constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
+constexpr std::uint64_t kibibyte = std::uint64_t{1} << 10, mebibyte = std::uint64_t{1} << 20;
 
 std::string atMost(std::uint64_t bytes) {
-  return std::to_string(bytes / mebibyte) + "M";
+  return bytes < mebibyte ? std::to_string(bytes / kibibyte) + "K" : std::to_string(bytes / mebibyte) + "M";
 }
 std::string atLeast(std::uint64_t bytes) {
   return std::to_string((bytes + mebibyte - 1) / mebibyte) + "M";

@@ -62,6 +62,8 @@ ReferenceFile readReferenceFile(const std::string& path) {
                             std::to_string(result.size.width) + " x " + std::to_string(result.size.height) +
                             ", ends at byte " + std::to_string(bytes.size()));
   result.planes = (bytes.size() - begin) / 2 / pixels >= 2 ? 2 : 1;
+  result.bytes = bytes.size();
+  result.bytesOfPair = begin + 4 * pixels;
   result.sensor = header.sensor();
   result.exposure = header.exposure_seconds();
   if (header.version() >= 3) {

@@ -21,7 +21,8 @@ struct ReferenceFile {
   double gainRatio = 0;  ///< of the header: that of a calibration made here
   double pedestal = 0;   ///< counts that a DSNU file leaves in the merged image; 0 where it names none
   unsigned planes = 2;   ///< low and high, or one
-  std::vector<std::uint16_t> terms;  ///< plane after plane
+  std::uint64_t bytes = 0, bytesOfPair = 0;  ///< of the file; that two planes take
+  std::vector<std::uint16_t> terms;          ///< plane after plane
 
   const std::uint16_t* plane(unsigned index) const {
     return terms.data() + std::size_t{index} * size.width * size.height;

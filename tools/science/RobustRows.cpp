@@ -7,9 +7,10 @@ namespace orvacam::science {
 
 namespace {
 
-constexpr double clip = 4;        // deviations
-constexpr double farClip = 5;     // deviations of a blinking pixel's values
-constexpr double ordinary = 1.5;  // times the ordinary variance: noise is measured below
+constexpr double clip = 4;              // deviations
+constexpr double farClip = 5;           // deviations of a blinking pixel's values
+constexpr std::size_t oftenBlinks = 4;  // one of so many frames
+constexpr double ordinary = 1.5;        // times the ordinary variance: noise is measured below
 
 }  // namespace
 
@@ -61,9 +62,9 @@ void RowCombiner::average(const std::vector<const Pixel*>& rows) {
   }
 }
 
-/// Of a blinking pixel: the mean and the deviation of all values.
+/// Of a blinking pixel: the deviation of all values, and their mean where it blinks often.
 template <class Pixel>
-void RowCombiner::averageAll(const std::vector<const Pixel*>& rows, std::size_t x) {
+void RowCombiner::takeBlinking(const std::vector<const Pixel*>& rows, std::size_t x) {
   double sum = 0, squares = 0;
   for (const Pixel* const row : rows) {
     const double off = row[x] - m_centres[x];
@@ -71,7 +72,7 @@ void RowCombiner::averageAll(const std::vector<const Pixel*>& rows, std::size_t 
     squares += off * off;
   }
   const auto frames = static_cast<double>(rows.size());
-  m_means[x] = static_cast<float>(m_centres[x] + sum / frames);
+  if (m_far[x] * oftenBlinks >= rows.size()) m_means[x] = static_cast<float>(m_centres[x] + sum / frames);
   m_blinking[x] = static_cast<float>(std::sqrt(std::fmax(squares - sum * sum / frames, 0) / (frames - 1)));
 }
 
@@ -93,7 +94,7 @@ RowSums RowCombiner::combine(const std::vector<const Pixel*>& rows, const NoiseM
     const double sum = m_halves[0].sums[x] + m_halves[1].sums[x];
     m_means[x] = static_cast<float>(count > 0 ? m_centres[x] + sum / count : m_centres[x]);
     m_blinking[x] = 0;
-    if (m_far[x] >= enough) averageAll(rows, x);
+    if (m_far[x] >= enough) takeBlinking(rows, x);
   }
   return summed(noise, rows.size(), first, last);
 }

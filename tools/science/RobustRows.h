@@ -28,8 +28,8 @@ struct RowSums {
 
 /// Combines the rows of many frames, pixel by pixel. Values more than 4 deviations from the median are left
 /// out (of two frames: more than 4 sqrt(2) above the lower one), the others averaged. A pixel is blinking
-/// when a tenth of the frames, two at least, lie more than 5 deviations off, which takes four frames: its
-/// mean is that of all.
+/// when a tenth of the frames, two at least, lie more than 5 deviations off, which takes four frames. From a
+/// quarter of them on its mean is that of all; below, these may be cosmic rays.
 class RowCombiner {
  public:
   explicit RowCombiner(std::size_t width);
@@ -49,7 +49,7 @@ class RowCombiner {
   template <class Pixel>
   void average(const std::vector<const Pixel*>& rows);
   template <class Pixel>
-  void averageAll(const std::vector<const Pixel*>& rows, std::size_t x);
+  void takeBlinking(const std::vector<const Pixel*>& rows, std::size_t x);
   RowSums summed(const NoiseModel& noise, std::size_t frames, std::uint32_t first, std::uint32_t last) const;
 
   struct Half {
