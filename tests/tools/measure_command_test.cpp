@@ -307,14 +307,14 @@ TEST_F(Measure, RefusesUnlikeFramesAndNamesTheField) {
       {[](sim::HeaderFields& f) { f.lowGain = 1; }, "LDRGain is 1, of the first frame 0"},
       {[](sim::HeaderFields& f) { f.blackLevel = 7; }, "BlackLevelAdjust is 7, of the first frame 100"},
       {[](sim::HeaderFields& f) { f.chipTemperature = -180; },
-       "SensorChipTemp is -18.0 degrees Celsius, of the first frame -19.5 degrees Celsius"},
+       "SensorChipTemp is -18, of the first frame -19.5 degrees Celsius"},
       {[](sim::HeaderFields& f) { f.width = 66; }, "the size is 66 x 48"},
       {[](sim::HeaderFields& f) { f.model = "VESTRA VS4040", f.dataBits = 16; }, "the sensor is GSENSE4040"},
       {[](sim::HeaderFields& f) { f.startRow = 8; }, "ImageStartRow is 8"},
       {[](sim::HeaderFields& f) { f.dataZeroPoint = 0, f.dataBits = 14; }, "DataPixelBitDepth is 14"}};
   for (const auto& [change, what] : cases) {
     shoot("d1b", 2, 0, change);
-    bad(arguments(), "d1b", std::string("is unlike the first flat: ") + what);
+    bad(arguments(), "d1b", std::string("is unlike the first frame: ") + what);
   }
 }
 

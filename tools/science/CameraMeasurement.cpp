@@ -5,8 +5,6 @@
 #include <cstdio>
 #include <map>
 
-#include "science/Likeness.h"
-
 namespace orvacam::science {
 
 namespace {
@@ -109,8 +107,7 @@ Decoded Measurement::decode(const std::string& path, const Planes& wanted) {
   const Frame frame = read(path);
   return blaming(path, [&] {
     // Files may change between two passes.
-    const std::string unlike = unlikeness(*m_first, frame.header(), false);
-    if (!unlike.empty()) throw Refused(path, "is unlike the first flat: " + unlike);
+    require_alike(*m_first, frame.header(), Unlike::exposure);
     return m_source.decoder.decode(frame, wanted);
   });
 }
@@ -121,8 +118,7 @@ void Measurement::lookAtHeaders() {
     for (const std::string& path : paths) {
       const Header header = blaming(path, [&] { return Header::read(path); });
       if (!m_first) m_first = header;
-      const std::string unlike = blaming(path, [&] { return unlikeness(*m_first, header, false); });
-      if (!unlike.empty()) throw Refused(path, "is unlike the first flat: " + unlike);
+      blaming(path, [&] { require_alike(*m_first, header, Unlike::exposure); });
       byExposure[header.exposure_seconds()].push_back(path);
     }
   };
