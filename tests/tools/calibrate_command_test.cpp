@@ -149,6 +149,8 @@ TEST_F(Calibrate, RefusesWhatCannotBeMeant) {
   refused({"calibrate", "bias", "f", "-o", "x", "--pedestal", "3"}, "--pedestal: it belongs to darks");
   refused({"calibrate", "dark", "f", "-o", "x", "--pedestal", "-3"}, "--pedestal");
   refused({"calibrate", "dark", "f", "-o", "x", "--pedestal", "1.5"}, "--pedestal");
+  refused({"calibrate", "bias", "f", "-o", "x", "--thresholds", "3700,128"},
+          "--thresholds: they limit the pedestal");
   refused({"calibrate", "bias", "f", "-o", "x", "--ratio", "table"}, "--ratio: a bias file has none");
   refused({"calibrate", "dark", "f", "-o", "x", "--ratio", "measured"}, "flats alone show the ratio");
   for (const char* ratio : {"64", "0", "-2", "nan", "6x", "x"})

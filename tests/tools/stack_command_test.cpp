@@ -138,7 +138,9 @@ TEST_F(StackMethods, NameTheFrameThatIsWrong) {
     bad(stack({"f0.raw", "f1.raw", "--plane", "low"}, more), "f0.raw", "has no plane \"low\"");
     bad(stack({"f0.raw", "--memory", "10M"}, more), "f0.raw", "10M of memory do not hold one frame");
   }
-  bad({"stack", "f0.raw", "-o", "a.fits", "--memory", "1"}, "f0.raw", "--memory is 0M");
+  bad({"stack", "f0.raw", "--partial", "a.fits", "--memory", "1"}, "f0.raw", "--memory is 0M");
+  for (const auto& [memory, text] : {std::pair("100", "100 bytes of memory"), std::pair("2K", "2K of memory")})
+    bad({"stack", "f0.raw", "-o", "a.fits", "--memory", memory}, "f0.raw", text);
 }
 
 TEST_F(StackMethods, StandardInputIsReadOnceHoweverManyPasses) {
@@ -185,6 +187,31 @@ TEST_F(StackMethods, KeepToTheMemoryAndOpenEachFileOncePerPass) {
     for (const auto& [name, times] : opens.take())
       if (name.find(".raw") != name.npos) EXPECT_EQ(times, 1) << name << ", " << method;
   }
+}
+
+TEST_F(StackMethods, GiveTheSameFileWhereSumsDoNotFit) {
+  std::vector<unsigned int> values;
+  for (unsigned int i = 0; i < 8; ++i)
+    values.push_back(65535 - i * 7);
+  const Arguments frames = write(values, 1024, 1024);
+  for (const char* const method : {"mean", "sum", "max"})
+    for (const char* const type : {"float32", "float64", "uint16"}) {
+      if (std::string(method) == "sum" && std::string(type) == "uint16") continue;
+      SCOPED_TRACE(std::string(method) + ", " + type);
+      const Arguments options = {"--overwrite", "--method", method, "--dtype", type, "--reproducible"};
+      Arguments roomy = options, tight = options;
+      const int memory = std::string(type) == "float64" ? 45 : 37;  // sums take 16 M, the result up to 16
+      roomy.insert(roomy.end(), {"-o", "roomy.fits"});
+      tight.insert(tight.end(), {"-o", "tight.fits", "--memory", std::to_string(memory) + "M"});
+      EXPECT_EQ(orvacam(stack(frames, roomy)).exitCode, 0);
+      const Ran ran = orvacam(stack(frames, tight));
+      ASSERT_EQ(ran.exitCode, 0) << ran.err;
+      EXPECT_LE(ran.peakKilobytes, memory * 1024);
+      EXPECT_EQ(folder.read("tight.fits"), folder.read("roomy.fits"));
+    }
+  const Ran part = orvacam(stack(frames, {"--partial", "p.fits", "--memory", "37M"}));
+  EXPECT_EQ(part.exitCode, 1);
+  EXPECT_THAT(part.err, testing::HasSubstr("of memory to be summed, --memory is 37M"));
 }
 #endif
 

@@ -69,7 +69,9 @@ void addReferences(Command& command, CorrectionOptions& o) {
               fileValue());
 }
 
-void addMergeSettings(Command& command, CorrectionOptions& o) {
+}  // namespace
+
+void addThresholds(Command& command, CorrectionOptions& o) {
   const auto readThresholds = [&o](const std::string& text) {
     if (!readPair(text, o.high, o.difference))
       throw UsageError("--thresholds: '" + text + "' is not HIGH,DIFFERENCE, each 0 to 65535");
@@ -77,6 +79,12 @@ void addMergeSettings(Command& command, CorrectionOptions& o) {
   };
   command.add("--thresholds", readThresholds, "The merge's high and difference thresholds, in counts",
               textValue("HIGH,DIFFERENCE"));
+}
+
+namespace {
+
+void addMergeSettings(Command& command, CorrectionOptions& o) {
+  addThresholds(command, o);
   command.add("--calibration", &o.calibration, "The camera's stored calibration block: gain ratios",
               fileValue());
 }

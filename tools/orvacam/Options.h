@@ -38,6 +38,8 @@ void addSpeech(Command& command);
 void addCorrections(Command& command, CorrectionOptions& options);
 /// The same without --bias, which changes what is merged.
 void addMergeCorrections(Command& command, CorrectionOptions& options);
+/// --thresholds alone.
+void addThresholds(Command& command, CorrectionOptions& options);
 /// --overwrite, --skip-existing where frames can be skipped, --reproducible.
 void addOutputs(Command& command, OutputOptions& options, bool canSkip);
 

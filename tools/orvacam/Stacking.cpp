@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 
@@ -84,16 +85,33 @@ void hold(Product& product, Raster::Sample sample, const orvacam::Image<Pixel>& 
   product.owner = owner;
 }
 
-/// A sum keeps two words a pixel, whatever the number of frames; then comes the result, and its file.
+constexpr std::uint64_t processBytes = std::uint64_t{24} << 20, mebibyte = std::uint64_t{1} << 20;
+constexpr std::uint64_t bytesOfSums = 2 * sizeof(std::uint64_t);  // a pixel, whatever the number of frames
+
+/// Whether a frame, and so many bytes for each pixel of a plane, fit into the memory.
+bool fits(const StackOptions& options, const std::vector<Input>& inputs, std::uint64_t bytesPerPixel) {
+  const std::string& path = inputs.front().path;
+  std::error_code error;
+  const std::uint64_t frame = std::filesystem::file_size(path, error);
+  if (error) return true;  // standard input; reading says what is wrong
+  const auto holds = [&](std::uint64_t pixels) {
+    return processBytes + frame + pixels * bytesPerPixel <= options.memory;
+  };
+  if (holds(frame * 2 / 3)) return true;  // a pixel has 12 bits or more
+  try {
+    const orvacam::Size size = orvacam::Header::read(path).frame_size();
+    return holds(std::uint64_t{size.width} * size.height);
+  } catch (const orvacam::Error&) {
+    return true;
+  }
+}
+
+/// The sums, and their file, of a partial stack.
 void requireMemory(const StackOptions& options, const Frame& first) {
-  constexpr std::uint64_t process = std::uint64_t{24} << 20, mebibyte = std::uint64_t{1} << 20;
   const orvacam::Size size = first.header().frame_size();
   const std::uint64_t pixels = std::uint64_t{size.width} * size.height;
-  const std::uint64_t sums = 2 * sizeof(std::uint64_t);
-  const std::uint64_t stacking = first.bytes().size() + pixels * (sums + sizeof(std::uint16_t));
-  const std::uint64_t writing =
-      pixels * (sums + (options.partial.empty() ? bytesOfResult(options) : 2 * sums));
-  const std::uint64_t needed = process + std::max(stacking, writing);
+  const std::uint64_t stacking = first.bytes().size() + pixels * (bytesOfSums + sizeof(std::uint16_t));
+  const std::uint64_t needed = processBytes + std::max(stacking, pixels * 3 * bytesOfSums);
   if (needed > options.memory)
     throw Failure("needs " + std::to_string((needed + mebibyte - 1) / mebibyte) +
                   "M of memory to be summed, --memory is " + std::to_string(options.memory / mebibyte) + "M");
@@ -111,7 +129,7 @@ std::optional<PartialStack> sumOfFrames(const StackOptions& options, const std::
     corrections.requireApplicable(frame);
     if (part.stack.count() == 0) {
       frame.header().image_region();
-      requireMemory(options, frame);
+      if (!options.partial.empty()) requireMemory(options, frame);
     }
     part.stack.add(frame);
     if (part.stack.count() == 1) describe(part.record, corrections, frame.header(), part.stack.plane());
@@ -265,14 +283,18 @@ class Selection {
  public:
   Selection(const StackOptions& options, const std::vector<Input>& inputs)
       : m_options(options),
+        m_settings(settingsOf(options)),
         m_corrections(options.corrections),
         m_series(inputs, m_corrections),
-        m_pixels(options.type) {}
+        m_pixels(options.type) {
+    const std::uint64_t plane = sizeof(std::uint16_t), sums = sizeof(double);
+    m_settings.byBands = !fits(options, inputs, plane + sums + m_settings.bytesPerPixel);
+  }
 
   /// Throws what frames can be wrong with; current() says which.
   void run() {
     m_plane = science::stackFrames(
-        m_series.frames(), settingsOf(m_options), [&](const Frame& frame) { see(frame); },
+        m_series.frames(), m_settings, [&](const Frame& frame) { see(frame); },
         [&](const science::StackedPixels& some) { put(some); });
   }
   const std::string& current() const { return m_series.current(); }
@@ -317,6 +339,7 @@ class Selection {
   }
 
   const StackOptions& m_options;
+  science::StackSettings m_settings;
   Corrections m_corrections;
   Series m_series;
   Pixels m_pixels;
@@ -330,7 +353,8 @@ class Selection {
 }  // namespace
 
 std::optional<Stacked> stackedOf(const StackOptions& options, const std::vector<Input>& inputs) {
-  if (options.isSummed()) {
+  const std::uint64_t beside = std::max(sizeof(std::uint16_t), bytesOfResult(options));
+  if (options.combine || (options.isSummed() && fits(options, inputs, bytesOfSums + beside))) {
     auto sums = sumsOf(options, inputs);
     if (!sums) return std::nullopt;
     return stackedOf(options, std::move(*sums));

@@ -21,6 +21,7 @@ struct CalibrateOptions {
   InputOptions inputs;
   std::string output, hotPixels, mask, dark, bias, ratio;
   std::optional<double> pedestal;
+  CorrectionOptions merge;  ///< its thresholds
   std::uint64_t memory = std::uint64_t{1} << 30;
   bool json = false, overwrite = false;
 };
@@ -61,6 +62,9 @@ science::CalibrationSource sourceOf(const CalibrateOptions& o) {
   if (o.pedestal && source.kind != CalibrationKind::dark) throw UsageError("--pedestal: it belongs to darks");
   if (!o.ratio.empty() && source.kind == CalibrationKind::bias)
     throw UsageError("--ratio: a bias file has none");
+  if (o.merge.hasThresholds && source.kind != CalibrationKind::dark)
+    throw UsageError("--thresholds: they limit the pedestal, which belongs to darks");
+  if (o.merge.hasThresholds) source.highThreshold = o.merge.high;
   readRatio(o, source);
   if (o.pedestal) source.pedestal = static_cast<unsigned>(*o.pedestal);
   source.dark = o.dark;
@@ -128,6 +132,7 @@ void describe(Command& c, CalibrateOptions& o) {
       "Of darks: counts that stay in the merged image, so that noise is not cut off at 0; the smallest good "
       "number when it is not given",
       wholeNumber(0, 4095));
+  addThresholds(c, o.merge);
   c.add("--ratio", &o.ratio,
         "Gain ratio of darks and flats: 'table' (by the header's gains; the usual), a number, or of flats "
         "'measured'",

@@ -336,7 +336,7 @@ class Maker {
     eachImagePixel([&](std::size_t pixel) {
       if (m_result.planes[1].mask[pixel] == 0) darkest = std::fmax(darkest, means[pixel]);
     });
-    const double threshold = m_survey.merge.high_threshold;
+    const double threshold = m_source.highThreshold.value_or(m_survey.merge.high_threshold);
     const double smallest = std::fmax(0, std::ceil(threshold - high12 + darkest));
     const double usual = std::ceil(pedestalNoise * m_result.planes[1].noise.value);
     m_result.smallestPedestal = static_cast<unsigned>(smallest);

@@ -23,10 +23,11 @@ struct CalibrationSource {
   std::vector<std::string> frames;  ///< names; two or more
   std::function<Frame(const std::string&)> read = [](const std::string& path) { return Frame::read(path); };
   std::uint64_t memory = std::uint64_t{1} << 30;  ///< bytes: rows are combined in bands that fit
-  std::string dark, bias;            ///< of flats: the DSNU or the bias file that takes the offset off
-  std::optional<unsigned> pedestal;  ///< of darks: counts; none: the one that serves
-  std::optional<double> ratio;       ///< of darks and flats; none: that of the gains
-  bool measuredRatio = false;        ///< of flats: the one that they show
+  std::string dark, bias;                 ///< of flats: the DSNU or the bias file that takes the offset off
+  std::optional<unsigned> pedestal;       ///< of darks: counts; none: the one that serves
+  std::optional<unsigned> highThreshold;  ///< of darks: of the merge that they are for; none: the usual one
+  std::optional<double> ratio;            ///< of darks and flats; none: that of the gains
+  bool measuredRatio = false;             ///< of flats: the one that they show
   /// Called with every frame and row: the caller's moment, to report or to stop by an exception.
   std::function<void()> pause = [] {};
 };

@@ -30,6 +30,7 @@ Plane& planeNamed(Decoded& decoded, const std::string& name) {
 constexpr std::uint64_t kibibyte = std::uint64_t{1} << 10, mebibyte = std::uint64_t{1} << 20;
 
 std::string atMost(std::uint64_t bytes) {
+  if (bytes < kibibyte) return std::to_string(bytes) + " bytes";
   return bytes < mebibyte ? std::to_string(bytes / kibibyte) + "K" : std::to_string(bytes / mebibyte) + "M";
 }
 std::string atLeast(std::uint64_t bytes) {

@@ -62,7 +62,7 @@ BandSettings bandsOf(const StackSettings& settings, std::uint64_t bytesPerPixel)
 
 constexpr std::size_t piece = 65536;
 
-/// Methods that need all values of a pixel at once.
+/// All values of a pixel at once.
 std::string stackByBands(const FrameSeries& series, const StackSettings& settings,
                          const std::function<void(const Frame&)>& seen,
                          const std::function<void(const StackedPixels&)>& put) {
@@ -153,15 +153,11 @@ std::string stackRunning(const FrameSeries& series, const StackSettings& setting
 std::string stackFrames(const FrameSeries& series, const StackSettings& settings,
                         const std::function<void(const Frame&)>& seen,
                         const std::function<void(const StackedPixels&)>& put) {
-  switch (settings.method) {
-    case Method::mean:
-    case Method::sum:
-    case Method::minimum:
-    case Method::maximum:
-      return stackRunning(series, settings, seen, put);
-    default:
-      return stackByBands(series, settings, seen, put);
-  }
+  const Method method = settings.method;
+  const bool runs = method == Method::mean || method == Method::sum || method == Method::minimum ||
+                    method == Method::maximum;
+  return runs && !settings.byBands ? stackRunning(series, settings, seen, put)
+                                   : stackByBands(series, settings, seen, put);
 }
 
 }  // namespace orvacam::science

@@ -23,6 +23,7 @@ struct StackSettings {
   Unlike allowed = Unlike::nothing;
   std::uint64_t memory = std::uint64_t{1} << 30;
   std::uint64_t bytesPerPixel = 0;  ///< that the caller keeps
+  bool byBands = false;             ///< whatever the method: where running sums, 8 bytes a pixel, do not fit
 };
 
 /// Pixels of the result, row after row: values, and how many frames' values were rejected at each.
@@ -33,9 +34,10 @@ struct StackedPixels {
 };
 
 /// One frame of many. `seen` is called for each frame in the first pass, `put` for all pixels in order.
-/// Frames are read once for mean, sum, minimum and maximum, else once for each band of rows that the memory
-/// holds. Sums are doubles, in the order of the frames. Throws what FrameBands throws; SeriesError for a
-/// multiplicative normalization by a median of 0 and for exposures that are all 0. Gives the plane's name.
+/// Frames are read once for mean, sum, minimum and maximum, else (or by bands) once for each band of rows
+/// that the memory holds; the result is the same. Sums are doubles, in the order of the frames. Throws what
+/// FrameBands throws; SeriesError for a multiplicative normalization by a median of 0 and for exposures that
+/// are all 0. Gives the plane's name.
 std::string stackFrames(const FrameSeries& series, const StackSettings& settings,
                         const std::function<void(const Frame&)>& seen,
                         const std::function<void(const StackedPixels&)>& put);
