@@ -43,15 +43,6 @@ class Conversion : public ::testing::Test {
   RawFrame single{header("VESTRA VS4040", 12, false, 100, 60)};
 };
 
-TEST_F(Conversion, WorksForHeadersOfEveryVersion) {
-  for (unsigned int version = 1; version <= 4; ++version) {
-    const RawFrame raw(header("VESTRA VS2020", 12, true, 80, 50), version, version);
-    ASSERT_GE(convert(raw, ORVA_IMAGE_FORMAT_TIFF, "v.raw"), 0) << version;
-    EXPECT_EQ(pixelsOf("v_LOW.tiff", 1040, false), raw.plane(0)) << version;
-    EXPECT_EQ(pixelsOf("v_HIGH.tiff", 1040, false), raw.plane(1)) << version;
-  }
-}
-
 TEST_F(Conversion, GivesTheSameFilesWhateverTheObjectConvertedBefore) {
   // Memory is kept from file to file; nothing of an earlier frame may come through.
   const auto ccd = [](unsigned int quadrants) {

@@ -93,19 +93,6 @@ TEST(NoAmplifier, FailsWithStatisticsComputedAndNoBias) {
   EXPECT_EQ(images.low(), Pixels(16, 0));
 }
 
-TEST(CcdFrame, SubtractsTheLowBiasFrame) {
-  RawFrame raw(ccd(0x20, 4, 4));
-  Bench bench(raw);
-  const Pixels bias(16, 100);
-  ASSERT_EQ(bench.merge->SetBiasFrames(4, 4, bias.data(), nullptr), 0);
-  LowImage images;
-  ASSERT_EQ(bench.frame->Unpack(&images), 0);
-  for (unsigned int i = 0; i < 16; ++i) {
-    const unsigned int pixel = raw.planes[0][i];
-    EXPECT_EQ(images.pLowImage[i], pixel > 100 ? pixel - 100 : 0);
-  }
-}
-
 TEST(CcdFrame, IsTakenAsBarePixelsWithoutAHeader) {
   RawFrame raw(ccd(0x10, 6, 4));
   Bytes bare(raw.bytes.begin() + 384, raw.bytes.end());

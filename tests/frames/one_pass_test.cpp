@@ -225,6 +225,7 @@ TEST_P(MergeInOnePass, MergesLargeFramesPastTheCachesAllTheSame) {
   unpacked_images_t wanted{};
   wanted.bLowImageRequest = wanted.bHighImageRequest = wanted.bMergedImageRequest = true;
   for (const std::size_t shift : {0, 8}) {
+    if (shift == 0 && GetParam().camera != std::string("GSENSE2020")) continue;  // the streams alone differ
     CHWMergeReferenceFrames algorithm;
     algorithm.CreateIdentityFrames(fields.width, fields.height, 22.8113, 1.0, nullptr);
     CHWMergeReferenceFrames other(algorithm);
@@ -317,7 +318,11 @@ TEST_P(MergeInOnePass, CountsScenesOfAllKindsLikeTheGeneralWay) {
     raw.metaData.GetFrameDimensions(width, height);
     unpacked_images_t wanted{};
     wanted.bLowImageRequest = wanted.bMergedImageRequest = true;
-    for (const Terms kind : {Identity, SmallRatio, LargeRatio, Uniform, AdditivePlanes, AllPlanes}) {
+    constexpr Terms kinds[] = {Identity, SmallRatio, LargeRatio, Uniform, AdditivePlanes, AllPlanes};
+    for (const Terms kind : kinds) {
+      // All of them on one sensor; on the others, whose streams alone differ, two by turns.
+      const bool byTurns = static_cast<unsigned int>(kind) % 3 == scene % 3;
+      if (GetParam().camera != std::string("GSENSE2020") && !byTurns) continue;
       SCOPED_TRACE(::testing::Message() << "scene " << scene << ", terms " << kind);
       CHWMergeReferenceFrames algorithm;
       setTerms(algorithm, kind, width, height, random);

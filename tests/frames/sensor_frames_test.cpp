@@ -105,26 +105,6 @@ TEST(PackedSingleImage, OfAnOddWidthWritesThePairsOfEachRow) {
   EXPECT_EQ(frame.UnpackImage12to16(out.data(), 11), -1);
 }
 
-TEST(PackedSingleImage, KeepsReferenceRowsAndPixelsInStreamOrder) {
-  sim::HeaderFields f = header("VESTRA VS400", 12, false, 2, 1);
-  f.preRefPixels = f.postRefPixels = 2;
-  f.preRefRows = f.postRefRows = 1;  // 6 x 3
-  Bytes bytes = sim::writeHeader(f, 3);
-  Pixels expected;
-  for (unsigned char pair = 0; pair < 9; ++pair) {
-    bytes.insert(bytes.end(), {pair, 0x10, pair});
-    expected.push_back(static_cast<unsigned short>(16 * pair + 1));
-    expected.push_back(pair);
-  }
-  CFrameMetaData metaData;
-  ASSERT_EQ(metaData.Parse(bytes.data(), bytes.size()), 0);
-  CFrameGSense400 frame;
-  frame.Initialize(metaData, bytes.data(), bytes.size(), nullptr);
-  Pixels out(18);
-  EXPECT_EQ(frame.UnpackImage12to16(out.data(), 18), 0);
-  EXPECT_EQ(out, expected);
-}
-
 TEST(PackedSingleImage, WithoutDimensionsWritesNothing) {
   RawFrame raw(header("VESTRA VS400", 12, false, 4, 2));
   raw.metaData.SetValue(ORVA_META_KEY_IMAGE_START_ROW, "2");  // one behind the last
@@ -277,17 +257,6 @@ TEST(PlainFrames, AreTakenAsBarePixelsWithoutAHeader) {
   RawFrame raw(header("VESTRA PLAIN", 16, false, 8, 2));
   Bytes bare(raw.bytes.end() - 32, raw.bytes.end());
   EXPECT_EQ(unpackedLow(raw.metaData, bare.data(), bare.size()), raw.plane(0));
-}
-
-TEST(PlainFrames, ThatAreCutCopyWhatIsThereAndFail) {
-  RawFrame raw(header("VESTRA PLAIN", 16, false, 8, 2));
-  raw.bytes.resize(raw.bytes.size() - 3);
-  Bench bench(raw);
-  LowImage images;
-  EXPECT_EQ(bench.frame->Unpack(&images), -1);
-  Pixels expected = raw.plane(0);
-  expected[14] = expected[15] = 0;
-  EXPECT_EQ(images.low(), expected);
 }
 
 TEST(PlainFrames, OfAnHdrPairAreMergedWithWhateverTheHighPlaneHolds) {

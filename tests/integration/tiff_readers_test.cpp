@@ -102,16 +102,6 @@ TEST_P(TiffReading, GivesEveryPixelInTheOrderThatTheHeaderStates) {
   }
 }
 
-TEST_P(TiffReading, GivesRows) {
-  std::vector<unsigned short> row(width);
-  ASSERT_EQ(TIFFScanlineSize(file.get()), static_cast<tmsize_t>(2 * width));
-  for (unsigned int y = 0; y < height; ++y) {
-    ASSERT_EQ(TIFFReadScanline(file.get(), row.data(), y), 1);
-    const unsigned short first = pixels[std::size_t{y} * width];
-    ASSERT_EQ(row[0], bigEndian() ? (first & 255) << 8 | first >> 8 : first);
-  }
-}
-
 INSTANTIATE_TEST_SUITE_P(BothByteOrders, TiffReading, testing::Bool(),
                          [](const testing::TestParamInfo<bool>& tested) {
                            return tested.param ? "BigEndian" : "LittleEndian";

@@ -216,21 +216,6 @@ TEST(WrittenHeader, OfVersion2CarriesNoPaddingOfAnEarlierVersion3) {
   EXPECT_EQ(textAt(written(header), 252, 132), padded(std::string(5, '\x9'), 132));
 }
 
-TEST(WrittenHeader, OfVersion2ComesOutAsVersion4) {
-  OpenHeader header;
-  ASSERT_EQ(HeaderBytes(2).text(190, "application!").put(99, 2, 0x0203).fill(221, 246, 9).parseInto(header),
-            0);
-  const auto bytes = written(header);
-  EXPECT_EQ(wordAt(bytes, 4, 2), 384u);
-  EXPECT_EQ(wordAt(bytes, 6, 2), 4u);
-  EXPECT_EQ(wordAt(bytes, 99, 2), 2u);
-  EXPECT_EQ(wordAt(bytes, 145, 2), 3u);
-  EXPECT_EQ(textAt(bytes, 190, 12), std::string(12, '\0'));
-  EXPECT_EQ(textAt(bytes, 232, 4), std::string(4, '\x9'));
-  EXPECT_EQ(textAt(bytes, 252, 5), std::string(5, '\x9'));
-  EXPECT_EQ(bytes[257], 0);
-}
-
 TEST(WrittenHeader, ReadsBackAsItWas) {
   constexpr unsigned int seed = 20240102;
   std::mt19937 random(seed);
@@ -385,20 +370,6 @@ TEST(HeaderMarks, KeepFlagAndByteInAgreement) {
   }
 }
 
-TEST(HeaderMarks, MergedOnADefaultHeaderIsEFAndReadsBack) {
-  OpenHeader header;
-  header.SetIsMergedFrame(true);
-  EXPECT_EQ(header.m_ControlBlockTest.GetValueUint(), 0xEFu);
-  const auto bytes = written(header);
-  EXPECT_EQ(bytes[147], 0xEF);
-  HeaderBytes again(4);
-  again.put(147, 1, bytes[147]);
-  OpenHeader parsed;
-  ASSERT_EQ(again.parseInto(parsed), 0);
-  EXPECT_TRUE(parsed.flag(58));
-  EXPECT_FALSE(parsed.flag(60));
-}
-
 TEST(HeaderMarks, BitsPerPixelAreThoseOfSensorAndData) {
   OpenHeader header;
   header.SetBitsPerPixel(14);
@@ -501,13 +472,6 @@ TEST(ValuesFromText, ThatAreNoCaptureDateStayATextAndMarkTheTime) {
     EXPECT_EQ(header.number(13), 5.0);
     EXPECT_FALSE(header.m_bCaptureTimeValid) << text;
   }
-}
-
-TEST(ValuesFromText, AreReadWithTheSeparatorsOfFitsToo) {
-  OpenHeader header;
-  header.SetValue(ORVA_META_KEY_CAPTURE_DATE, "2024-01-02T03:04:05.250000000");
-  EXPECT_EQ(header.number(13), 11045.0);
-  EXPECT_EQ(header.number(14), 250000000.0);
 }
 
 TEST(WrittenHeader, TakesNumbersThatCameAsText) {

@@ -360,14 +360,6 @@ TEST(MetaDataText, DoesNotFollowTheLocale) {
   }
 }
 
-TEST(MetaDataText, OfADefaultHeaderIsRendered) {
-  CFrameMetaData header;
-  header.ReInitialize(true);
-  const std::string text = textOf(header);
-  EXPECT_NE(text.find("CameraModel             = VESTRA VS4040\n"), text.npos);
-  EXPECT_NE(text.find("App Info String = Unknown\n"), text.npos);
-}
-
 // ---- Single lines
 
 TEST(MetaDataTextLine, OfEachFlagShowsItsOwnKey) {

@@ -191,7 +191,7 @@ class ConvertFilesOfTwoSizes : public ConvertFile {
  public:
   explicit ConvertFilesOfTwoSizes(unsigned int format)
       : ConvertFile(modeNamed("GSense2020Sixteen"), format, false) {
-    m_other = commonFile("other", frameOf(fieldsOf(modeNamed("GSense400Hdr"), 70, 60)));
+    m_other = commonFile("other", frameOf(fieldsOf(modeNamed("GSense4040Sixteen"), 70, 60)));
     m_otherOut = commonFolder().wideFile("outother.raw");
   }
   int run() override {
@@ -285,10 +285,13 @@ std::vector<Subject> subjects() {
   std::vector<Subject> all;
   const auto add = [&all](const std::string& name, auto make) { all.push_back({name, make}); };
   for (const Mode& family : families) {
-    const std::string name = family.name;
-    add("MergeImage_" + name, [&] { return std::make_unique<MergeImage>(family, false); });
-    add("MergeFile_" + name, [&] { return std::make_unique<MergeFile>(family, false); });
+    add(std::string("MergeImage_") + family.name,
+        [&] { return std::make_unique<MergeImage>(family, false); });
   }
+  // Read as it is, and decoded as from memory.
+  for (const char* name : {"GSense400Hdr", "GSense2020Sixteen", "FourAmplifiers"})
+    add(std::string("MergeFile_") + name,
+        [name] { return std::make_unique<MergeFile>(modeNamed(name), false); });
   for (const Mode* family : {&modeNamed("GSense400Hdr"), &modeNamed("GSense6060Hdr"),
                              &modeNamed("FourAmplifiers"), &modeNamed("Generic")})
     add(std::string("MergeImageWithStatistics_") + family->name,

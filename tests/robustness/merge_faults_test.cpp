@@ -259,9 +259,10 @@ std::vector<Subject> subjects() {
   for (const Mode& family : families) {
     add(std::string("Frame_") + family.name,
         [&] { return std::make_unique<FrameObject>(family, false, true); });
-    add(std::string("FrameFromFile_") + family.name,
-        [&] { return std::make_unique<FrameObject>(family, true, false); });
   }
+  for (const char* name : {"GSense400Hdr", "GSense2020Sixteen", "FourAmplifiers"})
+    add(std::string("FrameFromFile_") + name,
+        [name] { return std::make_unique<FrameObject>(modeNamed(name), true, false); });
   add("CopyROIToBuffer", copyRegion);
   for (const unsigned int device : {ORVA_DEVICE_GSENSE400, ORVA_DEVICE_GSENSE6060, ORVA_DEVICE_UNKNOWN})
     add("CreateFrame_" + std::to_string(device), [device] { return makeFrame(device); });
