@@ -41,3 +41,18 @@ endif()
 # information is what a stack trace needs; the library that they test keeps the flags of its build. Under an emulator
 # running them takes longer.
 set(ORVACAM_TEST_OPTIONS $<IF:$<BOOL:${CMAKE_CROSSCOMPILING}>,-O1,-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
+
+# orvacam_in_units(<target>): with ORVACAM_UNITY, sources of the target are compiled eight at a time. What they share,
+# standard headers and templates above all, is most of their compilation. Never the library's own sources: their code
+# is that of every build.
+function(orvacam_in_units target)
+  if(NOT ORVACAM_UNITY)
+    return()
+  endif()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # A unit includes its sources, so that their own classes look as if they came from headers. Collecting garbage below
+    # half a gigabyte takes a tenth of the time.
+    target_compile_options(${target} PRIVATE -Wno-subobject-linkage --param=ggc-min-heapsize=524288)
+  endif()
+endfunction()

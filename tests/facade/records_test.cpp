@@ -23,8 +23,8 @@ void expectFields(const Types&... fields) {
 }
 
 using Uint = unsigned int;
-using Bytes = unsigned char*;
-using Pixels = unsigned short*;
+using BytePointer = unsigned char*;
+using PixelPointer = unsigned short*;
 using Count = unsigned long;
 
 // Each binding names as many fields as the record has: one more or less does not compile.
@@ -34,8 +34,8 @@ TEST(Records, OfPlanesAndTheirStatistics) {
   [[maybe_unused]] const auto& [size, request, lowMeta, low, lowPixels, lowSize, lowRequest, highMeta, high,
                                 highPixels, highSize, highRequest, mergedMeta, merged, mergedPixels,
                                 mergedSize, mergedRequest] = images;
-  expectFields<Fields<Uint, bool, Bytes, Pixels, Count, Count, bool, Bytes, Pixels, Count, Count, bool, Bytes,
-                      Pixels, Count, Count, bool>>(
+  expectFields<Fields<Uint, bool, BytePointer, PixelPointer, Count, Count, bool, BytePointer, PixelPointer,
+                      Count, Count, bool, BytePointer, PixelPointer, Count, Count, bool>>(
       images.uiMetaDataSize, images.bMetaDataRequest, images.pLowMetaData, images.pLowImage,
       images.ulLowImagePixels, images.ulLowImageSize, images.bLowImageRequest, images.pHighMetaData,
       images.pHighImage, images.ulHighImagePixels, images.ulHighImageSize, images.bHighImageRequest,
@@ -81,7 +81,7 @@ TEST(Records, OfGainsAndCalibration) {
 TEST(Records, OfMergesAndConversions) {
   const ref_frames_t frames{};
   [[maybe_unused]] const auto& [width, height, addLow, addHigh, mulLow, mulHigh] = frames;
-  expectFields<Fields<Uint, Uint, short*, short*, Pixels, Pixels>>(
+  expectFields<Fields<Uint, Uint, short*, short*, PixelPointer, PixelPointer>>(
       frames.uiWidth, frames.uiHeight, frames.pAdditiveLow, frames.pAdditiveHigh, frames.pMultiplicativeLow,
       frames.pMultiplicativeHigh);
   const hw_merge_enables_t enables{};

@@ -20,7 +20,7 @@ orvacam::Header headerOf(const sim::HeaderFields& fields, unsigned int version =
   return orvacam::Header::parse(bytes.data(), bytes.size());
 }
 
-sim::HeaderFields fieldsOf(const char* camera, const char* mode) {
+sim::HeaderFields usualFields(const char* camera, const char* mode) {
   return sim::headerFor(*sim::findCamera(camera), mode).value();
 }
 
@@ -56,7 +56,7 @@ TEST(Keywords, ComeFromTheVersionsThatCarryThem) {
 }
 
 TEST(Keywords, OfALargestReferenceRegionTakeTheFirstOfEqualOnes) {
-  Subject subject = subjectOf(headerOf(fieldsOf("GENERIC", "single")), "image");
+  Subject subject = subjectOf(headerOf(usualFields("GENERIC", "single")), "image");
   subject.size = {12, 14};
   subject.image = {1, 2, 10, 10};  // 2 rows ahead (24), 2 behind (24), 1 pixel (10) on either side
   EXPECT_EQ(std::get<std::string>(valuesOf(subject).at("BIASSEC")), "[1:12,1:2]");
@@ -65,10 +65,10 @@ TEST(Keywords, OfALargestReferenceRegionTakeTheFirstOfEqualOnes) {
 }
 
 TEST(Keywords, SaturateWhereThePlaneEnds) {
-  sim::HeaderFields fields = fieldsOf("GENERIC", "single");
+  sim::HeaderFields fields = usualFields("GENERIC", "single");
   Subject single = subjectOf(headerOf(fields), "image");
   EXPECT_EQ(single.saturation(), 65535);
-  Subject merged = subjectOf(headerOf(fieldsOf("GSENSE400", "hdr")), "merged");
+  Subject merged = subjectOf(headerOf(usualFields("GSENSE400", "hdr")), "merged");
   merged.merge = MergeFacts{6.5, false, 3700, 128, 0};
   EXPECT_EQ(merged.saturation(), 26618);  // 4095 x 6.5 = 26617.5
   merged.bias = 20;
@@ -77,13 +77,13 @@ TEST(Keywords, SaturateWhereThePlaneEnds) {
   EXPECT_EQ(merged.saturation(), 65535);
   merged.stack = StackFacts{true, 3, 3, {}, {}};
   EXPECT_EQ(merged.saturation(), 3 * 65535);
-  Subject low = subjectOf(headerOf(fieldsOf("GSENSE400", "hdr")), "low");
+  Subject low = subjectOf(headerOf(usualFields("GSENSE400", "hdr")), "low");
   low.bias = 20.5;
   EXPECT_EQ(std::get<double>(valuesOf(low).at("SATURATE")), 4074.5);
 }
 
 TEST(Keywords, NameTheClockBehindTheTime) {
-  std::vector<unsigned char> bytes = sim::writeHeader(fieldsOf("GENERIC", "single"), 3);
+  std::vector<unsigned char> bytes = sim::writeHeader(usualFields("GENERIC", "single"), 3);
   const auto clock = [&](const std::string& text) {
     std::fill(bytes.begin() + 152, bytes.begin() + 182, 0);
     std::copy(text.begin(), text.end(), bytes.begin() + 152);
@@ -99,7 +99,7 @@ TEST(Keywords, NameTheClockBehindTheTime) {
 }
 
 TEST(Keywords, OfTextsAreAscii) {
-  sim::HeaderFields fields = fieldsOf("GENERIC", "single");
+  sim::HeaderFields fields = usualFields("GENERIC", "single");
   fields.serial = "S'1\x02\xC3\xA4";
   const Subject subject = subjectOf(headerOf(fields), "image");
   const std::string serial = std::get<std::string>(valuesOf(subject).at("SERIAL"));
@@ -115,7 +115,7 @@ TEST(Keywords, OfTextsAreAscii) {
 }
 
 TEST(Keywords, OfColdSensorsAreNegativeInEveryVersion) {
-  sim::HeaderFields fields = fieldsOf("GENERIC", "single");
+  sim::HeaderFields fields = usualFields("GENERIC", "single");
   fields.chipTemperature = -401, fields.coolerTemperature = -55;
   for (unsigned int version = 1; version <= 4; ++version) {
     const auto values = valuesOf(subjectOf(headerOf(fields, version), "image"));

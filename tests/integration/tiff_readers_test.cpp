@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr unsigned int width = 120;
-constexpr unsigned int height = 60;
+constexpr unsigned int columns = 120;
+constexpr unsigned int rows = 60;
 
 std::vector<std::string>& messages() {
   static std::vector<std::string> all;
@@ -41,7 +41,7 @@ class TiffReading : public testing::TestWithParam<bool> {
     messages().clear();
     TIFFSetWarningHandler(keepMessage);
     TIFFSetErrorHandler(keepMessage);
-    SettableHeader meta = frameHeader(width, height);
+    SettableHeader meta = frameHeader(columns, rows);
     meta.SetPixelEndianFormat(!bigEndian());
     ASSERT_EQ(CTiffMaker().CreateImageFile(path, pixels.data(), meta), 1040);
     file.reset(TIFFOpen(path.c_str(), "rc"));  // "c": strips as they are in the file
@@ -59,7 +59,7 @@ class TiffReading : public testing::TestWithParam<bool> {
 
   TestFolder directory;
   const std::string path = directory.file("frame.tiff");
-  const std::vector<unsigned short> pixels = ramp(std::size_t{width} * height);
+  const std::vector<unsigned short> pixels = ramp(std::size_t{columns} * rows);
   TiffFile file;
 };
 
@@ -70,19 +70,19 @@ TEST_P(TiffReading, HasTheByteOrderOfItsHeader) {
 
 TEST_P(TiffReading, HasEveryTag) {
   EXPECT_EQ(field<uint32_t>(TIFFTAG_SUBFILETYPE), 0U);
-  EXPECT_EQ(field<uint32_t>(TIFFTAG_IMAGEWIDTH), width);
-  EXPECT_EQ(field<uint32_t>(TIFFTAG_IMAGELENGTH), height);
+  EXPECT_EQ(field<uint32_t>(TIFFTAG_IMAGEWIDTH), columns);
+  EXPECT_EQ(field<uint32_t>(TIFFTAG_IMAGELENGTH), rows);
   EXPECT_EQ(field<uint16_t>(TIFFTAG_BITSPERSAMPLE), 16U);
   EXPECT_EQ(field<uint16_t>(TIFFTAG_COMPRESSION), COMPRESSION_NONE);
   EXPECT_EQ(field<uint16_t>(TIFFTAG_PHOTOMETRIC), PHOTOMETRIC_MINISBLACK);
   EXPECT_EQ(field<uint16_t>(TIFFTAG_SAMPLESPERPIXEL), 1U);
-  EXPECT_EQ(field<uint32_t>(TIFFTAG_ROWSPERSTRIP), height);
+  EXPECT_EQ(field<uint32_t>(TIFFTAG_ROWSPERSTRIP), rows);
   EXPECT_EQ(field<uint16_t>(TIFFTAG_RESOLUTIONUNIT), RESUNIT_CENTIMETER);
   EXPECT_FLOAT_EQ(field<float>(TIFFTAG_XRESOLUTION), 100000.0F / 90);
   EXPECT_FLOAT_EQ(field<float>(TIFFTAG_YRESOLUTION), 100000.0F / 45);
   EXPECT_EQ(TIFFNumberOfStrips(file.get()), 1U);
   EXPECT_EQ(TIFFGetStrileOffset(file.get(), 0), 1040U);
-  EXPECT_EQ(TIFFGetStrileByteCount(file.get(), 0), width * height * 2);
+  EXPECT_EQ(TIFFGetStrileByteCount(file.get(), 0), columns * rows * 2);
   EXPECT_EQ(TIFFNumberOfDirectories(file.get()), 1U);
 }
 
@@ -110,9 +110,9 @@ INSTANTIATE_TEST_SUITE_P(BothByteOrders, TiffReading, testing::Bool(),
 TEST(TiffReadingWithoutPixelSize, SeesNoResolution) {
   const TestFolder directory;
   const std::string path = directory.file("frame.tiff");
-  SettableHeader meta = frameHeader(width, height);
+  SettableHeader meta = frameHeader(columns, rows);
   meta.set(43, 0).set(91, 0);  // 100000 / 0
-  const std::vector<unsigned short> pixels = ramp(std::size_t{width} * height);
+  const std::vector<unsigned short> pixels = ramp(std::size_t{columns} * rows);
   ASSERT_EQ(CTiffMaker().CreateImageFile(path, pixels.data(), meta), 1040);
   TIFFSetWarningHandler(nullptr);
   const TiffFile file(TIFFOpen(path.c_str(), "r"));

@@ -280,7 +280,7 @@ void makeEveryGainTable() {
       delete CDeviceGainTablesFactory::IDeviceGainTables_Create({device, backSideIlluminated}, nullptr);
 }
 
-std::vector<Subject> subjects() {
+std::vector<Subject> facadeSubjects() {
   makeEveryGainTable();
   std::vector<Subject> all;
   const auto add = [&all](const std::string& name, auto make) { all.push_back({name, make}); };
@@ -321,6 +321,6 @@ std::vector<Subject> subjects() {
   return all;
 }
 
-ORVACAM_FAIL_EVERY_CALL(FacadeWithFaults, subjects());
+ORVACAM_FAIL_EVERY_CALL(FacadeWithFaults, facadeSubjects());
 
 }  // namespace

@@ -21,7 +21,7 @@ using robustness::referenceOf;
 
 constexpr unsigned int width = 6, height = 4, pixels = width * height;
 
-std::vector<unsigned short> ramp(unsigned int first) {
+std::vector<unsigned short> planeFrom(unsigned int first) {
   std::vector<unsigned short> values(pixels);
   for (unsigned int i = 0; i < pixels; ++i)
     values[i] = static_cast<unsigned short>(first + 7 * i);
@@ -131,7 +131,7 @@ std::unique_ptr<Operation> makeFrame(unsigned int device) {
 /// A merge with its terms, and planes to use them on.
 struct Terms {
   CHWMergeReferenceFrames merge;
-  std::vector<unsigned short> low = ramp(100), high = ramp(2000), merged;
+  std::vector<unsigned short> low = planeFrom(100), high = planeFrom(2000), merged;
   HandedOut handedOut;
   std::wstring dsnu = commonFile("dsnu", referenceOf(width, height, 8, 16));
   std::wstring prnu = commonFile("prnu", referenceOf(width, height, 2048, 1024));
@@ -169,7 +169,8 @@ template <typename Merge>
 struct Merging {
   Merge merge;
   CMergeSettings settings;
-  std::vector<unsigned short> low = ramp(1), high = ramp(3), out = std::vector<unsigned short>(8000);
+  std::vector<unsigned short> low = planeFrom(1), high = planeFrom(3),
+                              out = std::vector<unsigned short>(8000);
 
   explicit Merging(ORVA_IMAGE_FORMAT format) {
     merge.SetMetaData(headerOf(width, height));
@@ -201,7 +202,7 @@ std::unique_ptr<Operation> merging(ORVA_IMAGE_FORMAT format) {
 std::unique_ptr<Operation> copyMerge() {
   struct State {
     CHWMergeReferenceFrames from, to;
-    std::vector<unsigned short> low = ramp(100), high = ramp(2000), merged = ramp(0);
+    std::vector<unsigned short> low = planeFrom(100), high = planeFrom(2000), merged = planeFrom(0);
   };
   const auto s = std::make_shared<State>();
   s->from.CreateIdentityFrames(width, height, 0.0, 0.0, 1.0, 1.0, 3u, 10u, 1.0, 1.0, nullptr);
@@ -225,7 +226,7 @@ std::unique_ptr<Operation> stack() {
     CStacker stacker;
     const Bytes frame = frameOf(fieldsOf(modeNamed("GSense400Hdr")));
     Bytes base = frame, header;
-    std::vector<unsigned short> low = ramp(1), high = ramp(50), means;
+    std::vector<unsigned short> low = planeFrom(1), high = planeFrom(50), means;
   };
   const auto s = std::make_shared<State>();
   s->means.reserve(2 * pixels);
@@ -253,7 +254,7 @@ std::unique_ptr<Operation> stack() {
       [s] { return Collected().bytes(s->header).bytes(s->means.data(), 2 * s->means.size()).all(); });
 }
 
-std::vector<Subject> subjects() {
+std::vector<Subject> mergeSubjects() {
   std::vector<Subject> all;
   const auto add = [&all](const std::string& name, auto make) { all.push_back({name, make}); };
   for (const Mode& family : families) {
@@ -309,6 +310,6 @@ std::vector<Subject> subjects() {
   return all;
 }
 
-ORVACAM_FAIL_EVERY_CALL(MergeWithFaults, subjects());
+ORVACAM_FAIL_EVERY_CALL(MergeWithFaults, mergeSubjects());
 
 }  // namespace

@@ -335,7 +335,7 @@ std::unique_ptr<Operation> texts() {
                 [=] { return Bytes(narrow->begin(), narrow->end()); });
 }
 
-std::vector<Subject> subjects() {
+std::vector<Subject> partSubjects() {
   std::vector<Subject> all;
   const auto add = [&all](const std::string& name, auto make) { all.push_back({name, make}); };
   for (const unsigned int version : {1u, 2u, 3u, 4u}) {
@@ -401,7 +401,7 @@ std::vector<Subject> subjects() {
   return all;
 }
 
-ORVACAM_FAIL_EVERY_CALL(PartsWithFaults, subjects());
+ORVACAM_FAIL_EVERY_CALL(PartsWithFaults, partSubjects());
 
 TEST(WritesWithFaults, AreTakenUpAgainWhereTheyWereInterrupted) {
   const faults::StoppedClock clock;

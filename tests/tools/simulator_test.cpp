@@ -73,10 +73,10 @@ class Delivery {
   unpacked_images_t images{};
 };
 
-struct Moments {
+struct MeanAndDeviation {
   double mean, deviation;
 };
-Moments momentsOf(const Plane& plane) {
+MeanAndDeviation momentsOf(const Plane& plane) {
   double sum = 0, squares = 0;
   for (const std::uint16_t v : plane)
     sum += v;
@@ -512,7 +512,7 @@ TEST(SimulatedSky, MergesWithoutASeam) {
 
 class ReferenceFiles : public ::testing::TestWithParam<const char*> {
  protected:
-  Moments merged(const sim::Sky& sky, bool dsnu, bool prnu) {
+  MeanAndDeviation merged(const sim::Sky& sky, bool dsnu, bool prnu) {
     const sim::Camera& of = camera(GetParam());
     const sim::HeaderFields fields = fieldsOf(of, "hdr", 64, 48);
     const Bytes frame = sim::encodeFrame(fields, 3, sim::exposeSky(of, fields, sky));
@@ -534,10 +534,10 @@ TEST_P(ReferenceFiles, UndoTheOffsetsOfADarkFrame) {
   dark.stars = 0;
   dark.background = dark.readNoise = dark.rowPattern = dark.gainPattern = 0;
   dark.columnPattern = 12;
-  const Moments before = merged(dark, false, false);
+  const MeanAndDeviation before = merged(dark, false, false);
   EXPECT_NEAR(before.mean, 20, 3);
   EXPECT_NEAR(before.deviation, 12 / std::sqrt(3.0), 1.5);  // of evenly spread offsets
-  const Moments after = merged(dark, true, false);
+  const MeanAndDeviation after = merged(dark, true, false);
   EXPECT_LT(after.mean, 1);  // the bias goes, too
   EXPECT_LT(after.deviation, 0.5);
 }
@@ -550,10 +550,10 @@ TEST_P(ReferenceFiles, UndoTheResponseOfAFlatFrame) {
   const sim::Camera& of = camera(GetParam());
   flat.background = 2500 * of.electronsHigh;  // counts that the high-gain channel holds
   const double photonNoise = std::sqrt(flat.background) / of.electronsHigh;
-  const Moments before = merged(flat, true, false);
+  const MeanAndDeviation before = merged(flat, true, false);
   EXPECT_NEAR(before.mean, 2500, 25);
   EXPECT_NEAR(before.deviation, 2500 * 0.2 / std::sqrt(3.0), 25);
-  const Moments after = merged(flat, true, true);
+  const MeanAndDeviation after = merged(flat, true, true);
   EXPECT_NEAR(after.mean, 2500, 5);
   EXPECT_NEAR(after.deviation, photonNoise, 0.1 * photonNoise);
 }
