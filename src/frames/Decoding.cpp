@@ -51,8 +51,7 @@ int decodePacked(const Way& way, unsigned int planeCount) {
   const unsigned long pixels = way.planes.pixels();
   PlaneCursor all[] = {{way.planes.low(), pixels, way.counted(way.parts.low)},
                        {way.planes.high(), pixels, way.counted(way.parts.high)}};
-  const StreamSection* const sections = way.plan.stream.sections;
-  const int result = decodeStream(way.source, sections, std::size(way.plan.stream.sections), all, planeCount);
+  const int result = decodeStream(way.source, way.plan.stream, all, planeCount);
   way.planes.keep(FramePlanes::Low, 2 * all[0].written());
   way.planes.keep(FramePlanes::High, 2 * all[1].written());
   return result;
@@ -112,7 +111,7 @@ bool decodeAndMerge(const Way& way) {
     return false;
   const unsigned long pixels = way.planes.pixels();
   const PairPlanes planes = {way.planes.low(), way.planes.high(), way.planes.mergedPixels(), pixels};
-  OnePassMerge pass(way.parts.algorithm, *way.parts.metaData, way.plan.stream);
+  OnePassMerge pass(way.parts.algorithm, way.plan.facts.geometry, way.plan.stream);
   if (!pass.fits(planes)) return false;
   way.planes.keep(FramePlanes::Low, 2 * pixels);
   way.planes.keep(FramePlanes::High, 2 * pixels);
@@ -236,13 +235,12 @@ void logStreamSizes(const FrameParts& parts) {
 
 namespace {
 
-template <std::size_t planeCount>
-int decodeAlone(const FrameParts& parts, StreamMaker maker, PlaneCursor (&planes)[planeCount]) {
+int decodeAlone(const FrameParts& parts, StreamMaker maker, PlaneCursor* planes, unsigned int planeCount) {
   if (parts.metaData == nullptr || parts.source == nullptr) return -1;
   const FrameFacts facts(*parts.metaData);
   const GeometryFault& fault = facts.geometry.fault();
   if (fault) return fault.kind == GeometryFault::ImageEndsBeforeItStarts ? 0 : -1;  // no pixels, or too many
-  return decodeStream(pixelBytes(parts, facts.geometry.headerLength()), maker(facts), planes);
+  return decodeStream(pixelBytes(parts, facts.geometry.headerLength()), maker(facts), planes, planeCount);
 }
 
 }  // namespace
@@ -251,12 +249,12 @@ int decodePair(IFrame& frame, StreamMaker maker, const PlaneRoom& low, const Pla
   const FrameParts parts = partsOf(frame);
   PlaneCursor planes[] = {{low.plane, low.pixels, parts.statisticsEnabled ? &parts.low : nullptr},
                           {high.plane, high.pixels, parts.statisticsEnabled ? &parts.high : nullptr}};
-  return decodeAlone(parts, maker, planes);
+  return decodeAlone(parts, maker, planes, 2);
 }
 
 int decodeSingle(IFrame& frame, const PlaneRoom& room) {
-  PlaneCursor planes[] = {{room.plane, room.pixels, nullptr}};
-  return decodeAlone(partsOf(frame), singleStream, planes);
+  PlaneCursor plane(room.plane, room.pixels, nullptr);
+  return decodeAlone(partsOf(frame), singleStream, &plane, 1);
 }
 
 int copyWhole16(IFrame& frame, const PlaneRoom& room) {

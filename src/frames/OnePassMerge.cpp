@@ -3,7 +3,6 @@
 #include <orvacam/merge/CHWMergeReferenceFrames.h>
 
 #include <algorithm>
-#include <iterator>
 #include <optional>
 
 #include "frames/OwnClasses.h"
@@ -27,19 +26,17 @@ class MergeSink {
     m_mergePlanes = m_streaming ? kernel.mergePackedPlanesStreaming : kernel.mergePackedPlanes;
   }
 
-  void count(CFrameStatistics& low, CFrameStatistics& high, CFrameStatistics& merged) {
+  void startCounting(CFrameStatistics& low, CFrameStatistics& high, CFrameStatistics& merged) {
     static_assert(mergeBlock <= JointHistogram::mostPixels);
     m_statistics.emplace(low, high, merged, m_terms.rule, m_terms.isUniform ? &m_terms.uniform : nullptr,
                          m_planes.pixels);
   }
   bool counts() const { return m_statistics.has_value(); }
 
-  void run(const StreamRun& run) {
-    const RunPlace place = {0, static_cast<int>(run.row), static_cast<int>(m_regions.prePixels),
-                            static_cast<int>(m_regions.preRows + run.row)};
-    merge(run.packed[0], run.packed[1], run.pairs[0], run.counted ? &place : nullptr, run.ahead);
+  void run(const StreamRun& run) { merge(run); }
+  void share(const std::uint8_t* packed, std::size_t pairs) {
+    merge({{packed, packed}, {pairs, pairs}, false, 0, {}});
   }
-  void share(const std::uint8_t* packed, std::size_t pairs) { merge(packed, packed, pairs, nullptr, {}); }
 
   void finish() {
     if (m_streaming) kernels::active().finishStreaming();
@@ -47,33 +44,30 @@ class MergeSink {
   }
 
  private:
-  void merge(const std::uint8_t* low, const std::uint8_t* high, std::size_t pairs, const RunPlace* place,
-             const SourceBytes& ahead) {
+  void merge(const StreamRun& run) {
     constexpr std::size_t most = mergeBlock / 2;
-    for (std::size_t done = 0; done < pairs; done += most) {
+    for (std::size_t done = 0; done < run.pairs[0]; done += most) {
       const std::size_t bytes = bytesPerPair * done;
-      block(low + bytes, high + bytes, std::min(pairs - done, most), place, static_cast<int>(2 * done),
-            ahead);
+      const kernels::PackedPair block = {run.packed[0] + bytes,
+                                         run.packed[1] + bytes,
+                                         std::min(run.pairs[0] - done, most),
+                                         m_planes.low != nullptr ? m_planes.low + m_done : nullptr,
+                                         m_planes.high != nullptr ? m_planes.high + m_done : nullptr,
+                                         reinterpret_cast<unsigned short*>(m_planes.merged) + m_done,
+                                         run.counted ? &m_statistics->notes() : nullptr};
+      if (m_terms.isUniform)
+        m_mergeUniform(block, m_terms.rule, m_terms.uniform);
+      else
+        m_mergePlanes(block, m_terms.rule, m_terms.planesAt(m_done));
+      if (run.counted) {
+        const int x = static_cast<int>(2 * done);
+        const int y = static_cast<int>(run.row);
+        m_statistics->add(
+            block, {x, y, static_cast<int>(m_regions.prePixels) + x, static_cast<int>(m_regions.preRows) + y},
+            {run.ahead.bytes, run.ahead.length});
+      }
+      m_done += 2 * block.pairs;
     }
-  }
-
-  void block(const std::uint8_t* low, const std::uint8_t* high, std::size_t pairs, const RunPlace* place,
-             int column, const SourceBytes& ahead) {
-    const kernels::PackedPair run = {low,
-                                     high,
-                                     pairs,
-                                     m_planes.low != nullptr ? m_planes.low + m_done : nullptr,
-                                     m_planes.high != nullptr ? m_planes.high + m_done : nullptr,
-                                     reinterpret_cast<unsigned short*>(m_planes.merged) + m_done,
-                                     place != nullptr ? &m_statistics->notes() : nullptr};
-    if (m_terms.isUniform)
-      m_mergeUniform(run, m_terms.rule, m_terms.uniform);
-    else
-      m_mergePlanes(run, m_terms.rule, m_terms.planesAt(m_done));
-    if (place != nullptr)
-      m_statistics->add(run, {place->x + column, place->y, place->mergedX + column, place->mergedY},
-                        {ahead.bytes, ahead.length});
-    m_done += 2 * pairs;
   }
 
   PairPlanes m_planes;
@@ -88,9 +82,9 @@ class MergeSink {
 
 }  // namespace
 
-OnePassMerge::OnePassMerge(CCustomMergeAlgo* algorithm, const CFrameMetaData& metaData,
+OnePassMerge::OnePassMerge(CCustomMergeAlgo* algorithm, const FrameGeometry& geometry,
                            const StreamLayout& layout)
-    : m_algorithm(asOwnMerge(algorithm)), m_layout(layout), m_regions(metaData) {}
+    : m_algorithm(asOwnMerge(algorithm)), m_layout(layout), m_regions(geometry) {}
 
 /// A sensor's stream may differ from the regions that its metadata states; merged statistics follow the
 /// latter.
@@ -125,9 +119,9 @@ int OnePassMerge::run(SourceBytes source, const PairPlanes& planes, unsigned sho
   MergeSink sink(merge, planes, m_regions);
   if (counting) {
     merge.statistics->Reset();
-    sink.count(*lowStatistics, *highStatistics, *merge.statistics);
+    sink.startCounting(*lowStatistics, *highStatistics, *merge.statistics);
   }
-  StreamWalk(source, 2).walk(m_layout.sections, std::size(m_layout.sections), sink);
+  StreamWalk<2, MergeSink>(source, sink).walk(m_layout);
   sink.finish();
   if (counting) merge.statistics->Compute();
   return finishMergedFrame(*m_algorithm, mergedBuffer, planes.pixels);

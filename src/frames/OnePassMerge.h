@@ -11,7 +11,6 @@
 #include "merge/MergeTerms.h"
 
 class CCustomMergeAlgo;
-class CFrameMetaData;
 class CHWMergeReferenceFrames;
 
 namespace orvacam {
@@ -33,7 +32,7 @@ struct PairPlanes {
 /// All others are unpacked and merged one after the other, which gives the same.
 class OnePassMerge {
  public:
-  OnePassMerge(CCustomMergeAlgo* algorithm, const CFrameMetaData& metaData, const StreamLayout& layout);
+  OnePassMerge(CCustomMergeAlgo* algorithm, const FrameGeometry& geometry, const StreamLayout& layout);
 
   /// Whether these planes can be filled in one pass. Nothing is changed by asking.
   bool fits(const PairPlanes& planes) const;

@@ -80,10 +80,11 @@ class PlaneSink {
 
 }  // namespace
 
-int decodeStream(SourceBytes source, const StreamSection* sections, std::size_t sectionCount,
-                 PlaneCursor* planes, unsigned int planeCount) {
+int decodeStream(SourceBytes source, const StreamLayout& layout, PlaneCursor* planes,
+                 unsigned int planeCount) {
   PlaneSink sink(planes, planeCount);
-  const bool whole = StreamWalk(source, planeCount).walk(sections, sectionCount, sink);
+  const bool whole = planeCount == 2 ? StreamWalk<2, PlaneSink>(source, sink).walk(layout)
+                                     : StreamWalk<1, PlaneSink>(source, sink).walk(layout);
   return whole && sink.fits() ? 0 : -1;
 }
 

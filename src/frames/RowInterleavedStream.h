@@ -29,58 +29,48 @@ struct StreamRun {
 ///
 /// A run of n pixels takes ceil(n / 2) pairs: it brings the extra pixel of an odd run, too. Runs of a row
 /// come as one where they are of even length and need not be told apart.
+template <unsigned int planes, typename Sink>
 class StreamWalk {
  public:
-  StreamWalk(SourceBytes source, unsigned int planes) : m_source(source), m_planes(planes) {}
+  StreamWalk(SourceBytes source, Sink& sink) : m_source(source), m_sink(sink) {}
 
   /// False when the source has ended early: what it holds is walked through, all the same.
-  template <typename Sink>
-  bool walk(const StreamSection* sections, std::size_t count, Sink& sink) {
-    for (std::size_t i = 0; i < count; ++i)
-      if (!sections[i].isEmpty()) walkSection(sections[i], sink);
+  bool walk(const StreamLayout& layout) {
+    for (const StreamSection& section : layout.sections)
+      if (!section.isEmpty()) walkSection(section);
     return m_whole;
   }
 
  private:
-  template <typename Sink>
-  void walkSection(const StreamSection& section, Sink& sink) {
-    const bool counted = section.counted && sink.counts();
+  void walkSection(const StreamSection& section) {
+    const bool counted = section.counted && m_sink.counts();
     const bool apart = counted || (section.before | section.pixels | section.after) % 2 != 0;
-    m_rowBytes = bytesPerPair * section.pairsOfRow();
-    const std::size_t rows = m_planes * m_rowBytes;
-    const std::size_t all = rows + bytesPerPair * pairsOf(section.shared);
-    for (unsigned int row = 0; row < section.rows / m_planes && m_whole; ++row) {
-      m_run.row = row;
-      m_run.ahead = m_source.from(m_position + all);
-      m_run.ahead.length = std::min(m_run.ahead.length, all);
-      m_inRow = 0;
-      if (apart) {
-        run(section.before, false, sink);
-        run(section.pixels, counted, sink);
-        run(section.after, false, sink);
-      } else {
-        run(std::uint64_t{section.before} + section.pixels + section.after, false, sink);
+    const std::uint64_t together = std::uint64_t{section.before} + section.pixels + section.after;
+    const std::uint64_t runs[] = {apart ? section.before : 0, apart ? section.pixels : together,
+                                  apart ? section.after : 0};
+    const std::size_t rowBytes = bytesPerPair * section.pairsOfRow();
+    const std::size_t all = planes * rowBytes + bytesPerPair * pairsOf(section.shared);
+    for (unsigned int row = 0; row < section.rows / planes && m_whole; ++row, m_position += all) {
+      std::size_t inRow = 0;
+      for (const std::uint64_t& pixels : runs) {
+        if (pixels == 0) continue;
+        const SourceBytes rest = m_source.from(m_position + all);
+        StreamRun run;
+        for (unsigned int plane = 0; plane < planes; ++plane) {
+          const SourceBytes bytes = m_source.from(m_position + plane * rowBytes + inRow);
+          run.packed[plane] = bytes.bytes;
+          run.pairs[plane] = pairsThatAreThere(bytes, pairsOf(pixels));
+        }
+        run.counted = counted && &pixels == &runs[1];
+        run.row = row;
+        run.ahead = {rest.bytes, std::min(rest.length, all)};
+        m_sink.run(run);
+        inRow += bytesPerPair * pairsOf(pixels);
       }
-      if (section.shared > 0) {
-        const SourceBytes bytes = m_source.from(m_position + rows);
-        sink.share(bytes.bytes, pairsThatAreThere(bytes, pairsOf(section.shared)));
-      }
-      m_position += all;
+      if (section.shared == 0) continue;
+      const SourceBytes bytes = m_source.from(m_position + planes * rowBytes);
+      m_sink.share(bytes.bytes, pairsThatAreThere(bytes, pairsOf(section.shared)));
     }
-  }
-
-  template <typename Sink>
-  void run(std::uint64_t pixels, bool counted, Sink& sink) {
-    const std::uint64_t pairs = pairsOf(pixels);
-    if (pairs == 0) return;
-    for (unsigned int plane = 0; plane < m_planes; ++plane) {
-      const SourceBytes bytes = m_source.from(m_position + plane * m_rowBytes + m_inRow);
-      m_run.packed[plane] = bytes.bytes;
-      m_run.pairs[plane] = pairsThatAreThere(bytes, pairs);
-    }
-    m_run.counted = counted;
-    sink.run(m_run);
-    m_inRow += bytesPerPair * pairs;
   }
 
   std::size_t pairsThatAreThere(const SourceBytes& bytes, std::uint64_t wanted) {
@@ -90,12 +80,9 @@ class StreamWalk {
   }
 
   SourceBytes m_source;
-  unsigned int m_planes;
+  Sink& m_sink;
   std::size_t m_position = 0;  ///< of the rows in hand
-  std::size_t m_inRow = 0;
-  std::size_t m_rowBytes = 0;  ///< of each plane
   bool m_whole = true;
-  StreamRun m_run{};
 };
 
 /// A plane that is written from its start to its end. Asked once per run of pixels for room, which it hands
@@ -120,13 +107,8 @@ class PlaneCursor {
 
 /// Decodes a stream into one or two planes. 0; -1 when the source ends early (what is whole is decoded) or a
 /// plane is too small (what fits is written).
-int decodeStream(SourceBytes source, const StreamSection* sections, std::size_t sectionCount,
-                 PlaneCursor* planes, unsigned int planeCount);
-
-template <std::size_t planeCount>
-int decodeStream(SourceBytes source, const StreamLayout& layout, PlaneCursor (&planes)[planeCount]) {
-  return decodeStream(source, layout.sections, std::size(layout.sections), planes, planeCount);
-}
+int decodeStream(SourceBytes source, const StreamLayout& layout, PlaneCursor* planes,
+                 unsigned int planeCount);
 
 }  // namespace orvacam
 

@@ -89,14 +89,18 @@ static void placePairs(const std::uint16_t* pixels, std::size_t pairs, std::uint
 }
 
 static void sumCounts(const std::uint32_t* counts, std::size_t size, std::uint32_t first, CountSums* sums) {
-  for (std::size_t i = 0; i < size; ++i) {
-    const std::uint64_t count = counts[i];
-    const std::uint64_t value = first + i;
-    if (count == 0) continue;
-    sums->pixels += count;
-    sums->values += count * value;
-    sums->squares += count * value * value;
-    if (count > sums->largest) sums->largest = counts[i];
+  for (std::size_t group = 0; group < size; group += countGroup) {
+    std::uint32_t any = 0;
+    for (std::size_t i = group; i < group + countGroup; ++i)
+      any |= counts[i];
+    for (std::size_t i = group; any != 0 && i < group + countGroup; ++i) {
+      const std::uint64_t count = counts[i];
+      const std::uint64_t value = first + i;
+      sums->pixels += count;
+      sums->values += count * value;
+      sums->squares += count * value * value;
+      if (count > sums->largest) sums->largest = counts[i];
+    }
   }
 }
 

@@ -23,7 +23,8 @@ struct WideRule {
 
 }  // namespace
 
-static WideRule widened(const MergeRule& rule) {
+/// Always inline: a call would keep in memory whatever holds its result.
+[[gnu::always_inline]] static inline WideRule widened(const MergeRule& rule) {
   const std::uint32_t fraction = rule.additiveFractionBits + rule.multiplicativeFractionBits;
   const bool neverLow = rule.type == 2;
   const bool alwaysLow = rule.type == 1 || (rule.highThreshold == 0 && !neverLow);

@@ -93,7 +93,8 @@ struct NoTermsInMemory {
 };
 
 struct PackedUniform : NoTermsInMemory {
-  PackedUniform(const WideRule& wide, const UniformTerms& uniform) : rule(wide), terms(uniform) {}
+  PackedUniform(const MergeRule& narrow, const UniformTerms& uniform)
+      : rule(widened(narrow)), terms(uniform) {}
 
   Register low(Register pixels, std::size_t /*i*/) const {
     return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
@@ -109,6 +110,8 @@ struct PackedUniform : NoTermsInMemory {
 };
 
 struct PackedPlanes {
+  PackedPlanes(const MergeRule& narrow, const PlaneTerms& planes) : rule(widened(narrow)), terms(planes) {}
+
   Register low(Register pixels, std::size_t i) const {
     return correctedPacked(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
   }
@@ -274,10 +277,10 @@ static void finishNotes(const WideNotes& wide, PairNotes* notes) {
   notes->mergedExtremes = narrowed(wide.merged);
 }
 
-template <Noting noting, typename Corrector>
-static void mergeCached(const PackedPair& given, const Corrector& givenCorrector) {
-  const PackedPair run = given;  // copies that the output cannot overlap
-  const Corrector corrector = givenCorrector;
+template <Noting noting, typename Corrector, typename Terms>
+static void mergeCached(const PackedPair& given, const MergeRule& rule, const Terms& terms) {
+  const PackedPair run = given;  // a copy that the output cannot overlap
+  const Corrector corrector(rule, terms);
   const std::size_t pixels = 2 * run.pairs;
   const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
   WideNotes wideNotes = noNotes(notes);
@@ -293,10 +296,11 @@ static void mergeCached(const PackedPair& given, const Corrector& givenCorrector
 
 /// Streams whole cache lines. The lines at both ends, which the run may share with its neighbours in the
 /// planes, are stored through the cache.
-template <Noting noting, typename Corrector>
-static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Corrector& givenCorrector) {
+template <Noting noting, typename Corrector, typename Terms>
+static void mergeStreamed(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
+                          const Terms& terms) {
   const PackedPair run = given;
-  const Corrector corrector = givenCorrector;
+  const Corrector corrector(rule, terms);
   const std::size_t pixels = 2 * run.pairs;
   const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
   WideNotes wideNotes = noNotes(notes);
@@ -327,23 +331,24 @@ static std::size_t pixelsToCommonLine(const PackedPair& run) {
   return together && pixels % 2 == 0 ? pixels : 2 * run.pairs + 1;
 }
 
-template <Stores stores, Noting noting, typename Corrector>
-static void mergeNoting(const PackedPair& run, const Corrector& corrector) {
+template <Stores stores, Noting noting, typename Corrector, typename Terms>
+static void mergeNoting(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
   const std::size_t ahead = pixelsToCommonLine(run);
   if (stores == streaming && ahead + 2 * pixelsOfLine <= 2 * run.pairs)
-    mergeStreamed<noting>(run, ahead, corrector);
+    mergeStreamed<noting, Corrector>(run, ahead, rule, terms);
   else
-    mergeCached<noting>(run, corrector);
+    mergeCached<noting, Corrector>(run, rule, terms);
 }
 
-template <Stores stores, typename Corrector>
-static void mergePackedBy(const PackedPair& run, const Corrector& corrector) {
+/// Rule and terms are widened where the loop is: handing registers on takes tens of nanoseconds a run.
+template <Stores stores, typename Corrector, typename Terms>
+static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Terms& terms) {
   if (run.notes == nullptr)
-    mergeNoting<stores, nothing>(run, corrector);
+    mergeNoting<stores, nothing, Corrector>(run, rule, terms);
   else if (run.notes->places == nullptr)
-    mergeNoting<stores, markedPixels>(run, corrector);
+    mergeNoting<stores, markedPixels, Corrector>(run, rule, terms);
   else
-    mergeNoting<stores, places>(run, corrector);
+    mergeNoting<stores, places, Corrector>(run, rule, terms);
 }
 
 template <Stores stores>
@@ -352,11 +357,11 @@ static void mergePackedUniformBy(const PackedPair& run, const MergeRule& rule, c
   if (2 * run.pairs < lanes)
     loops::mergePackedUniform(run, rule, terms);
   else if (lowAlone && ScaledLow::factorOf(rule, terms) <= 65535)
-    mergePackedBy<stores>(run, ScaledLow(rule, terms));
+    mergePackedBy<stores, ScaledLow>(run, rule, terms);
   else if (lowAlone && terms.multiplicativeLow <= 32767)
-    mergePackedBy<stores>(run, SteepLow(rule, terms));
+    mergePackedBy<stores, SteepLow>(run, rule, terms);
   else
-    mergePackedBy<stores>(run, PackedUniform(widened(rule), terms));
+    mergePackedBy<stores, PackedUniform>(run, rule, terms);
 }
 
 template <Stores stores>
@@ -364,7 +369,7 @@ static void mergePackedPlanesBy(const PackedPair& run, const MergeRule& rule, co
   if (2 * run.pairs < lanes)
     loops::mergePackedPlanes(run, rule, terms);
   else
-    mergePackedBy<stores>(run, PackedPlanes{widened(rule), terms});
+    mergePackedBy<stores, PackedPlanes>(run, rule, terms);
 }
 
 static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {

@@ -106,7 +106,7 @@ void JointHistogram::countEach(const kernels::PackedPair& run, const RunPlace& p
   const std::size_t pixels = 2 * run.pairs;
   const bool isNew = extendRanges({m_notes.lowExtremes, m_notes.highExtremes, m_notes.mergedExtremes});
   if (m_marking && !isNew)
-    countMarked(pixels, ahead);
+    countMarked(pixels, place, ahead);
   else
     countByThemselves(pixels, place);
   if (m_memory != nullptr && m_watch.isDue(pixels)) chooseWindows(pixels);
@@ -115,23 +115,24 @@ void JointHistogram::countEach(const kernels::PackedPair& run, const RunPlace& p
 void JointHistogram::countByThemselves(std::size_t pixels, const RunPlace& place) {
   removeMarks(m_lowPixels, pixels);
   removeMarks(m_highPixels, pixels);
-  if (m_marking) merge(m_rule.type, m_lowPixels, m_highPixels, m_mergedPixels, pixels);
+  if (m_marking && isUniform()) merge(m_rule.type, m_lowPixels, m_highPixels, m_mergedPixels, pixels);
   addRow(m_low, m_lowPixels, pixels, place.x, 2 * place.y);
   addRow(m_high, m_highPixels, pixels, place.x, 2 * place.y + 1);
   addRow(m_merged, m_mergedPixels, pixels, place.mergedX, place.mergedY);
 }
 
 void JointHistogram::beginMarks() {
-  if (m_marking || !isUniform()) return;
+  if (m_marking) return;
   std::fill_n(m_memory->lowMarks, kernels::markedEntries, 0U);
   std::fill_n(m_memory->highMarks, kernels::markedEntries, 0U);
   m_marking = true;
 }
 
-void JointHistogram::countMarked(std::size_t pixels, const BytesAhead& ahead) {
+void JointHistogram::countMarked(std::size_t pixels, const RunPlace& place, const BytesAhead& ahead) {
   constexpr std::size_t stride = kernels::markedBankStride;
   m_kernel.countValues(m_lowPixels, pixels, m_memory->lowMarks, stride, ahead.first, ahead.count);
   m_kernel.countValues(m_highPixels, pixels, m_memory->highMarks, stride, nullptr, 0);
+  if (!isUniform()) addRow(m_merged, m_mergedPixels, pixels, place.mergedX, place.mergedY);
 }
 
 void JointHistogram::putMarks() {
@@ -139,7 +140,8 @@ void JointHistogram::putMarks() {
   putMarksOf(m_high, m_memory->highMarks, 2);
 }
 
-/// Marked and other counts are the plane's; the marked ones, at the corrected values, are the merged plane's.
+/// Marked and other counts are the plane's; the marked ones, at the corrected values, are the merged plane's
+/// where all pixels have the same terms.
 void JointHistogram::putMarksOf(CFrameStatistics& plane, const std::uint32_t* banks, unsigned int mergeType) {
   static_assert(mostPixels >= pixelValues);
   std::uint32_t* const times = m_memory->times;
@@ -147,6 +149,7 @@ void JointHistogram::putMarksOf(CFrameStatistics& plane, const std::uint32_t* ba
   for (unsigned int value = 0; value < pixelValues; ++value)
     times[value] = countOf(banks, value) + countOf(banks, kernels::takenMark + value);
   addCounted(plane, {m_places, times, pixelValues});
+  if (!isUniform()) return;
   merge(mergeType, m_places, m_places, m_places, pixelValues);
   for (unsigned int value = 0; value < pixelValues; ++value)
     times[value] = countOf(banks, kernels::takenMark + value);

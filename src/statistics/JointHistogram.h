@@ -31,8 +31,9 @@ struct BytesAhead {
 ///   for three planes. The place (low << lowShift) + (high << highShift), both from their window's first
 ///   value on, is counted; where the merge does not follow from the two, merged - high is a third part of it.
 ///   Windows follow the frame, and lie between the extremes seen so far: a new one is always outside.
-/// - Marked, where windows do not fit and all pixels have the same correction terms: two additions. A pixel
-///   that the merge took is counted apart; such counts, at the corrected values, are the merged plane's.
+/// - Marked, where windows do not fit: two additions. A pixel that the merge took is counted apart; such
+///   counts, at the corrected values, are the merged plane's. Where pixels have terms of their own, the
+///   merged plane is counted by itself.
 /// - Each plane by itself, in frames that are too small for more, for runs with a new extreme, and where
 ///   there is no memory for the other ways: three additions. All ways give the same results.
 ///
@@ -84,7 +85,7 @@ class JointHistogram {
   void countEach(const kernels::PackedPair& run, const RunPlace& place, const BytesAhead& ahead);
   void countByThemselves(std::size_t pixels, const RunPlace& place);
   void beginMarks();
-  void countMarked(std::size_t pixels, const BytesAhead& ahead);
+  void countMarked(std::size_t pixels, const RunPlace& place, const BytesAhead& ahead);
   void putMarks();
   void putMarksOf(CFrameStatistics& plane, const std::uint32_t* banks, unsigned int mergeType);
 

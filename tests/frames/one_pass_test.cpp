@@ -362,7 +362,8 @@ class OnePass : public ::testing::Test {
     return header;
   }
   bool fits(CCustomMergeAlgo* algo) const {
-    return orvacam::OnePassMerge(algo, raw.metaData, layout).fits({nullptr, nullptr, merged, pixels});
+    return orvacam::OnePassMerge(algo, orvacam::FrameGeometry(raw.metaData), layout)
+        .fits({nullptr, nullptr, merged, pixels});
   }
 
   RawFrame raw;
