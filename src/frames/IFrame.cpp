@@ -28,24 +28,7 @@ unsigned char* allocateZeroed(unsigned long size) {
 
 }  // namespace
 
-IFrame::IFrame()
-    : m_pMetaData(nullptr),
-      m_pSource(nullptr),
-      m_ulSourceLength(0),
-      m_bSourceOwned(false),
-      m_bSourceIncomplete(false),
-      m_pWorkBuffer1(nullptr),
-      m_pWorkBuffer2(nullptr),
-      m_pWorkBuffer3(nullptr),
-      m_uiWorkSize(0),
-      m_uiWorkSizeWithHeader(0),
-      m_uiMergeLeadingBytes(0),
-      m_bMergeStatistics(false),
-      m_uiMergeImageFormat(ORVA_IMAGE_FORMAT_RAW),
-      m_pLog(CLog::getInstance()),
-      m_pMergeAlgo(nullptr),
-      m_UserMergeBuffers{},
-      m_bSourceByteSwapped(false) {}
+IFrame::IFrame() : m_pLog(CLog::getInstance()) {}
 
 IFrame::~IFrame() {
   FreeAll();

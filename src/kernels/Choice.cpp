@@ -4,7 +4,77 @@
 
 #include "kernels/KernelTables.h"
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
 namespace orvacam::kernels {
+
+// ---- The tables
+
+namespace {
+
+constexpr const KernelTable* tables[] = {
+    &plainTable,
+#if defined(__x86_64__)
+    &avx2Table,
+    &avx512Table,
+#elif defined(__aarch64__)
+    &neonTable,
+#endif
+};
+
+}  // namespace
+
+const KernelTable* const* allTables(std::size_t& count) {
+  count = sizeof tables / sizeof tables[0];
+  return tables;
+}
+
+const KernelTable& plain() {
+  return plainTable;
+}
+
+// ---- The processor
+
+#if defined(__x86_64__)
+
+namespace {
+
+Maker makerOf(unsigned ebx, unsigned ecx, unsigned edx) {
+  const bool amd = ebx == signature_AMD_ebx && ecx == signature_AMD_ecx && edx == signature_AMD_edx;
+  return amd ? Maker::amd : Maker::other;
+}
+
+/// The base family is in bits 8 to 11 of leaf 1; from 15 on the extended family, bits 20 to 27, is added.
+std::uint32_t familyOf(unsigned eax) {
+  const std::uint32_t base = eax >> 8 & 15;
+  return base < 15 ? base : base + (eax >> 20 & 255);
+}
+
+}  // namespace
+
+Processor thisProcessor() {
+  Processor processor{Maker::other, 0, 0};
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  if (__get_cpuid(0, &eax, &ebx, &ecx, &edx) != 0) processor.maker = makerOf(ebx, ecx, edx);
+  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0) processor.family = familyOf(eax);
+  if (__builtin_cpu_supports("avx2") != 0) processor.features |= featureAvx2;
+  if (__builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
+      __builtin_cpu_supports("avx512vl") != 0)
+    processor.features |= featureAvx512;
+  return processor;
+}
+
+#else
+
+Processor thisProcessor() {
+  return {Maker::other, 0, 0};
+}
+
+#endif
+
+// ---- The choice
 
 namespace {
 
@@ -37,11 +107,10 @@ constexpr std::initializer_list<Exception> exceptions = {
 
 /// The last one: later tables are faster.
 const KernelTable& lastThatRuns(const Processor& processor) {
-  std::size_t count = 0;
-  const KernelTable* const* const tables = allTables(count);
-  while (--count > 0 && !runs(processor, *tables[count])) {
-  }
-  return *tables[count];
+  const KernelTable* last = tables[0];
+  for (const KernelTable* table : tables)
+    if (runs(processor, *table)) last = table;
+  return *last;
 }
 
 }  // namespace

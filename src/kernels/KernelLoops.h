@@ -334,14 +334,6 @@ static void meansOfRecentSums(const std::uint32_t* sums, std::uint16_t* means, s
   }
 }
 
-// Plain loops do not stream.
-static constexpr auto unpack12Streaming = unpack12;
-static constexpr auto swapBytesStreaming = swapBytes;
-static constexpr auto swapBytesMirroredStreaming = swapBytesMirrored;
-static constexpr auto mergeUniformStreaming = mergeUniform;
-static constexpr auto mergePlanesStreaming = mergePlanes;
-static constexpr auto mergePackedUniformStreaming = mergePackedUniform;
-static constexpr auto mergePackedPlanesStreaming = mergePackedPlanes;
 static void finishStreaming() {}
 
 /// The loops above, as the including source is compiled.
@@ -349,9 +341,9 @@ static constexpr KernelTable table(const char* name, std::uint32_t needs) {
   KernelTable table{};
   table.name = name;
   table.needs = needs;
-  ORVACAM_PUT(table, loops, unpack12);
-  ORVACAM_PUT(table, loops, swapBytes);
-  ORVACAM_PUT(table, loops, swapBytesMirrored);
+  ORVACAM_PUT_TWICE(table, loops, unpack12);
+  ORVACAM_PUT_TWICE(table, loops, swapBytes);
+  ORVACAM_PUT_TWICE(table, loops, swapBytesMirrored);
   ORVACAM_PUT(table, loops, subtractBias);
   ORVACAM_PUT(table, loops, countValues);
   ORVACAM_PUT(table, loops, placePairs);
@@ -359,8 +351,8 @@ static constexpr KernelTable table(const char* name, std::uint32_t needs) {
   ORVACAM_PUT(table, loops, findFirst);
   ORVACAM_PUT(table, loops, findEach);
   ORVACAM_PUT(table, loops, sumCounts);
-  ORVACAM_PUT(table, loops, mergeUniform);
-  ORVACAM_PUT(table, loops, mergePlanes);
+  ORVACAM_PUT_TWICE(table, loops, mergeUniform);
+  ORVACAM_PUT_TWICE(table, loops, mergePlanes);
   ORVACAM_PUT(table, loops, mergeMapped);
   ORVACAM_PUT(table, loops, mergeByLine);
   ORVACAM_PUT(table, loops, addToSums8);
@@ -375,16 +367,9 @@ static constexpr KernelTable table(const char* name, std::uint32_t needs) {
   ORVACAM_PUT(table, loops, keepGreater);
   ORVACAM_PUT(table, loops, sortColumns16);
   ORVACAM_PUT(table, loops, sortColumns64);
-  ORVACAM_PUT(table, loops, unpack12Streaming);
-  ORVACAM_PUT(table, loops, swapBytesStreaming);
-  ORVACAM_PUT(table, loops, swapBytesMirroredStreaming);
-  ORVACAM_PUT(table, loops, mergeUniformStreaming);
-  ORVACAM_PUT(table, loops, mergePlanesStreaming);
   ORVACAM_PUT(table, loops, finishStreaming);
-  ORVACAM_PUT(table, loops, mergePackedUniform);
-  ORVACAM_PUT(table, loops, mergePackedPlanes);
-  ORVACAM_PUT(table, loops, mergePackedUniformStreaming);
-  ORVACAM_PUT(table, loops, mergePackedPlanesStreaming);
+  ORVACAM_PUT_TWICE(table, loops, mergePackedUniform);
+  ORVACAM_PUT_TWICE(table, loops, mergePackedPlanes);
   return table;
 }
 

@@ -219,14 +219,11 @@ struct KernelTable {
   /// As their namesakes, with stores past the caches. Call finishStreaming once after the last of them,
   /// before another thread reads the output. Worth it for runs of a row and more. The output is none of the
   /// inputs.
-  void (*unpack12Streaming)(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs);
-  void (*swapBytesStreaming)(const std::uint16_t* source, std::uint16_t* destination, std::size_t count);
-  void (*swapBytesMirroredStreaming)(const std::uint16_t* source, std::uint16_t* destination,
-                                     std::size_t count);
-  void (*mergeUniformStreaming)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                                std::size_t count, const MergeRule& rule, const UniformTerms& terms);
-  void (*mergePlanesStreaming)(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                               std::size_t count, const MergeRule& rule, const PlaneTerms& terms);
+  decltype(unpack12) unpack12Streaming;
+  decltype(swapBytes) swapBytesStreaming;
+  decltype(swapBytesMirrored) swapBytesMirroredStreaming;
+  decltype(mergeUniform) mergeUniformStreaming;
+  decltype(mergePlanes) mergePlanesStreaming;
   void (*finishStreaming)();
 
   /// unpack12 of both gains and the merge in one go, so that corrected values stay in registers. The rule has
@@ -234,9 +231,8 @@ struct KernelTable {
   void (*mergePackedUniform)(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms);
   void (*mergePackedPlanes)(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms);
   /// The same, with low, high and merged stored past the caches.
-  void (*mergePackedUniformStreaming)(const PackedPair& run, const MergeRule& rule,
-                                      const UniformTerms& terms);
-  void (*mergePackedPlanesStreaming)(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms);
+  decltype(mergePackedUniform) mergePackedUniformStreaming;
+  decltype(mergePackedPlanes) mergePackedPlanesStreaming;
 };
 
 /// Every table that this build holds, the plain one first, faster ones behind slower ones.

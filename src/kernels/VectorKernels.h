@@ -34,18 +34,14 @@ static void unpackPairs(const std::uint8_t* packed, std::uint16_t* pixels, std::
   }
 }
 
+/// Through the caches up to the first cache line; all of it where no pair begins at one.
+template <Stores stores>
 static void unpack12(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
-  unpackPairs<cached>(packed, pixels, pairs);
-}
-
-static void unpack12Streaming(const std::uint8_t* packed, std::uint16_t* pixels, std::size_t pairs) {
   const std::size_t ahead = pixelsToLine(pixels);
-  if (ahead % 2 != 0 || ahead / 2 > pairs) {  // no pair begins at a cache line
-    unpackPairs<cached>(packed, pixels, pairs);
-    return;
-  }
-  unpackPairs<cached>(packed, pixels, ahead / 2);
-  unpackPairs<streaming>(packed + 3 * (ahead / 2), pixels + ahead, pairs - ahead / 2);
+  const bool streams = stores == streaming && ahead % 2 == 0 && ahead / 2 <= pairs;
+  const std::size_t through = streams ? ahead / 2 : pairs;
+  unpackPairs<cached>(packed, pixels, through);
+  if (streams) unpackPairs<streaming>(packed + 3 * through, pixels + ahead, pairs - through);
 }
 
 // ---- Byte order
@@ -106,8 +102,7 @@ static void mergeByLine(const std::uint16_t* low, const std::uint16_t* high, std
 /// compilers do not vectorise well.
 static constexpr KernelTable vectorTable() {
   KernelTable table = loops::table(tableName, tableNeeds);
-  ORVACAM_PUT(table, kernels, unpack12);
-  ORVACAM_PUT(table, kernels, unpack12Streaming);
+  ORVACAM_PUT_STORES(table, kernels, unpack12);
   ORVACAM_PUT(table, kernels, swapBytesStreaming);
   ORVACAM_PUT(table, kernels, swapBytesMirroredStreaming);
   ORVACAM_PUT(table, kernels, mergeByLine);

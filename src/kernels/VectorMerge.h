@@ -137,8 +137,8 @@ static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint
 }
 
 template <Stores stores>
-static void mergeUniformBy(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                           std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
+static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
+                         std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
   const loops::UniformCorrector plain = {rule, terms};
   if (fitsSmallUniform(rule, terms))
     merge<stores>(low, high, merged, count, smallUniform(rule, terms), plain);
@@ -146,31 +146,16 @@ static void mergeUniformBy(const std::uint16_t* low, const std::uint16_t* high, 
     merge<stores>(low, high, merged, count, WideUniform{widened(rule), terms}, plain);
 }
 
-static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                         std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
-  mergeUniformBy<cached>(low, high, merged, count, rule, terms);
-}
-static void mergeUniformStreaming(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                                  std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
-  mergeUniformBy<streaming>(low, high, merged, count, rule, terms);
-}
-
+template <Stores stores>
 static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                         std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
-  merge<cached>(low, high, merged, count, WidePlanes{widened(rule), terms},
-                loops::PlanesCorrector{rule, terms});
-}
-static void mergePlanesStreaming(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                                 std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
-  merge<streaming>(low, high, merged, count, WidePlanes{widened(rule), terms},
-                   loops::PlanesCorrector{rule, terms});
+  const loops::PlanesCorrector plain = {rule, terms};
+  merge<stores>(low, high, merged, count, WidePlanes{widened(rule), terms}, plain);
 }
 
 static constexpr void putMerges(KernelTable& table) {
-  ORVACAM_PUT(table, kernels, mergeUniform);
-  ORVACAM_PUT(table, kernels, mergeUniformStreaming);
-  ORVACAM_PUT(table, kernels, mergePlanes);
-  ORVACAM_PUT(table, kernels, mergePlanesStreaming);
+  ORVACAM_PUT_STORES(table, kernels, mergeUniform);
+  ORVACAM_PUT_STORES(table, kernels, mergePlanes);
 }
 
 }  // namespace orvacam::kernels

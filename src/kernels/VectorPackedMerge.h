@@ -352,7 +352,7 @@ static void mergePackedBy(const PackedPair& run, const MergeRule& rule, const Te
 }
 
 template <Stores stores>
-static void mergePackedUniformBy(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
+static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
   const bool lowAlone = changesLowAlone(rule, terms);
   if (2 * run.pairs < lanes)
     loops::mergePackedUniform(run, rule, terms);
@@ -365,33 +365,16 @@ static void mergePackedUniformBy(const PackedPair& run, const MergeRule& rule, c
 }
 
 template <Stores stores>
-static void mergePackedPlanesBy(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
+static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
   if (2 * run.pairs < lanes)
     loops::mergePackedPlanes(run, rule, terms);
   else
     mergePackedBy<stores, PackedPlanes>(run, rule, terms);
 }
 
-static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
-  mergePackedUniformBy<cached>(run, rule, terms);
-}
-static void mergePackedUniformStreaming(const PackedPair& run, const MergeRule& rule,
-                                        const UniformTerms& terms) {
-  mergePackedUniformBy<streaming>(run, rule, terms);
-}
-static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
-  mergePackedPlanesBy<cached>(run, rule, terms);
-}
-static void mergePackedPlanesStreaming(const PackedPair& run, const MergeRule& rule,
-                                       const PlaneTerms& terms) {
-  mergePackedPlanesBy<streaming>(run, rule, terms);
-}
-
 static constexpr void putPackedMerges(KernelTable& table) {
-  ORVACAM_PUT(table, kernels, mergePackedUniform);
-  ORVACAM_PUT(table, kernels, mergePackedUniformStreaming);
-  ORVACAM_PUT(table, kernels, mergePackedPlanes);
-  ORVACAM_PUT(table, kernels, mergePackedPlanesStreaming);
+  ORVACAM_PUT_STORES(table, kernels, mergePackedUniform);
+  ORVACAM_PUT_STORES(table, kernels, mergePackedPlanes);
 }
 
 }  // namespace orvacam::kernels

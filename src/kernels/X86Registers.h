@@ -51,61 +51,35 @@ static Register bothBits(Register a, Register b) {
 static Register shiftLeft16(Register values, Bits bits) {
   return ORVACAM_X86(sll_epi16)(values, bits);
 }
-static Register add16(Register a, Register b) {
-  return ORVACAM_X86(add_epi16)(a, b);
-}
-static Register subtract16(Register a, Register b) {
-  return ORVACAM_X86(sub_epi16)(a, b);
-}
-static Register subtractToZero16(Register a, Register b) {
-  return ORVACAM_X86(subs_epu16)(a, b);
-}
-static Register addSigned16(Register a, Register b) {
-  return ORVACAM_X86(adds_epi16)(a, b);
-}
-static Register maximumSigned16(Register a, Register b) {
-  return ORVACAM_X86(max_epi16)(a, b);
-}
-static Register multiplyLow16(Register a, Register b) {
-  return ORVACAM_X86(mullo_epi16)(a, b);
-}
-static Register multiplyHigh16(Register a, Register b) {
-  return ORVACAM_X86(mulhi_epu16)(a, b);
-}
 static Register topBit16(Register values) {
   return ORVACAM_X86(srli_epi16)(values, 15);
-}
-static Register minimum16(Register a, Register b) {
-  return ORVACAM_X86(min_epu16)(a, b);
-}
-static Register maximum16(Register a, Register b) {
-  return ORVACAM_X86(max_epu16)(a, b);
-}
-static Register add32(Register a, Register b) {
-  return ORVACAM_X86(add_epi32)(a, b);
-}
-static Register maximum32(Register a, Register b) {
-  return ORVACAM_X86(max_epu32)(a, b);
-}
-static Register add64(Register a, Register b) {
-  return ORVACAM_X86(add_epi64)(a, b);
-}
-/// Products of the lower halves of lanes of 64 bits.
-static Register multiplyEven32(Register a, Register b) {
-  return ORVACAM_X86(mul_epu32)(a, b);
 }
 static Register upperHalves64(Register values) {
   return ORVACAM_X86(srli_epi64)(values, 32);
 }
-static Register shiftRight32(Register values, Register bits) {
-  return ORVACAM_X86(srlv_epi32)(values, bits);
-}
-static Register multiplyRounded15(Register a, Register b) {
-  return ORVACAM_X86(mulhrs_epi16)(a, b);  // (a * b + 2^14) >> 15, signed
-}
-static Register packToLimit16(Register first, Register second) {
-  return ORVACAM_X86(packus_epi32)(first, second);
-}
+
+/// Operations on the lanes of two registers, and the intrinsics that do them.
+#define ORVACAM_OPERATION(name, intrinsic)       \
+  static Register name(Register a, Register b) { \
+    return ORVACAM_X86(intrinsic)(a, b);         \
+  }
+ORVACAM_OPERATION(add16, add_epi16)
+ORVACAM_OPERATION(subtract16, sub_epi16)
+ORVACAM_OPERATION(subtractToZero16, subs_epu16)
+ORVACAM_OPERATION(addSigned16, adds_epi16)
+ORVACAM_OPERATION(maximumSigned16, max_epi16)
+ORVACAM_OPERATION(multiplyLow16, mullo_epi16)
+ORVACAM_OPERATION(multiplyHigh16, mulhi_epu16)
+ORVACAM_OPERATION(minimum16, min_epu16)
+ORVACAM_OPERATION(maximum16, max_epu16)
+ORVACAM_OPERATION(add32, add_epi32)
+ORVACAM_OPERATION(maximum32, max_epu32)
+ORVACAM_OPERATION(add64, add_epi64)
+ORVACAM_OPERATION(multiplyEven32, mul_epu32)  // products of the lower halves of lanes of 64 bits
+ORVACAM_OPERATION(shiftRight32, srlv_epi32)
+ORVACAM_OPERATION(multiplyRounded15, mulhrs_epi16)  // (a * b + 2^14) >> 15, signed
+ORVACAM_OPERATION(packToLimit16, packus_epi32)
+#undef ORVACAM_OPERATION
 
 namespace {
 

@@ -38,33 +38,36 @@ static Register spread32(std::uint32_t value) {
 static Register widened12(Register pixels) {
   return vshlq_n_u16(pixels, 4);  // to the top of 16 bits
 }
-static Register eitherBits(Register a, Register b) {
-  return vorrq_u16(a, b);
-}
-static Register bothBits(Register a, Register b) {
-  return vandq_u16(a, b);
-}
 static Register shiftLeft16(Register values, Bits bits) {
   return vshlq_u16(values, bits);
 }
-static Register add16(Register a, Register b) {
-  return vaddq_u16(a, b);
-}
-static Register subtract16(Register a, Register b) {
-  return vsubq_u16(a, b);
-}
-static Register subtractToZero16(Register a, Register b) {
-  return vqsubq_u16(a, b);
-}
-static Register addSigned16(Register a, Register b) {
-  return vreinterpretq_u16_s16(vqaddq_s16(vreinterpretq_s16_u16(a), vreinterpretq_s16_u16(b)));
-}
-static Register maximumSigned16(Register a, Register b) {
-  return vreinterpretq_u16_s16(vmaxq_s16(vreinterpretq_s16_u16(a), vreinterpretq_s16_u16(b)));
-}
-static Register multiplyLow16(Register a, Register b) {
-  return vmulq_u16(a, b);
-}
+/// Operations on the lanes of two registers, and the intrinsics that do them: of 16 bits, or of other lanes.
+#define ORVACAM_OPERATION(name, intrinsic)       \
+  static Register name(Register a, Register b) { \
+    return intrinsic(a, b);                      \
+  }
+#define ORVACAM_OPERATION_OF(type, name, intrinsic)                               \
+  static Register name(Register a, Register b) {                                  \
+    return vreinterpretq_u16_##type(                                              \
+        intrinsic(vreinterpretq_##type##_u16(a), vreinterpretq_##type##_u16(b))); \
+  }
+ORVACAM_OPERATION(eitherBits, vorrq_u16)
+ORVACAM_OPERATION(bothBits, vandq_u16)
+ORVACAM_OPERATION(add16, vaddq_u16)
+ORVACAM_OPERATION(subtract16, vsubq_u16)
+ORVACAM_OPERATION(subtractToZero16, vqsubq_u16)
+ORVACAM_OPERATION(multiplyLow16, vmulq_u16)
+ORVACAM_OPERATION(minimum16, vminq_u16)
+ORVACAM_OPERATION(maximum16, vmaxq_u16)
+ORVACAM_OPERATION_OF(s16, addSigned16, vqaddq_s16)
+ORVACAM_OPERATION_OF(s16, maximumSigned16, vmaxq_s16)
+ORVACAM_OPERATION_OF(u32, add32, vaddq_u32)
+ORVACAM_OPERATION_OF(u32, maximum32, vmaxq_u32)
+ORVACAM_OPERATION_OF(u64, add64, vaddq_u64)
+ORVACAM_OPERATION_OF(s16, multiplyRounded15, vqrdmulhq_s16)  // (a * b + 2^14) >> 15, signed
+#undef ORVACAM_OPERATION
+#undef ORVACAM_OPERATION_OF
+
 static Register multiplyHigh16(Register a, Register b) {
   const uint32x4_t first = vmull_u16(vget_low_u16(a), vget_low_u16(b));
   const uint32x4_t second = vmull_high_u16(a, b);
@@ -72,21 +75,6 @@ static Register multiplyHigh16(Register a, Register b) {
 }
 static Register topBit16(Register values) {
   return vshrq_n_u16(values, 15);
-}
-static Register minimum16(Register a, Register b) {
-  return vminq_u16(a, b);
-}
-static Register maximum16(Register a, Register b) {
-  return vmaxq_u16(a, b);
-}
-static Register add32(Register a, Register b) {
-  return vreinterpretq_u16_u32(vaddq_u32(vreinterpretq_u32_u16(a), vreinterpretq_u32_u16(b)));
-}
-static Register maximum32(Register a, Register b) {
-  return vreinterpretq_u16_u32(vmaxq_u32(vreinterpretq_u32_u16(a), vreinterpretq_u32_u16(b)));
-}
-static Register add64(Register a, Register b) {
-  return vreinterpretq_u16_u64(vaddq_u64(vreinterpretq_u64_u16(a), vreinterpretq_u64_u16(b)));
 }
 /// Products of the lower halves of lanes of 64 bits.
 static Register multiplyEven32(Register a, Register b) {
@@ -102,10 +90,6 @@ static Register upperHalves64(Register values) {
 static Register shiftRight32(Register values, Register bits) {
   return vreinterpretq_u16_u32(
       vshlq_u32(vreinterpretq_u32_u16(values), vnegq_s32(vreinterpretq_s32_u16(bits))));
-}
-static Register multiplyRounded15(Register a, Register b) {
-  // (a * b + 2^14) >> 15, signed
-  return vreinterpretq_u16_s16(vqrdmulhq_s16(vreinterpretq_s16_u16(a), vreinterpretq_s16_u16(b)));
 }
 static Register packToLimit16(Register first, Register second) {
   return vqmovn_high_u32(vqmovn_u32(vreinterpretq_u32_u16(first)), vreinterpretq_u32_u16(second));

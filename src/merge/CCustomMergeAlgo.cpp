@@ -5,15 +5,7 @@
 #include "kernels/Kernels.h"
 #include "statistics/PlaneCounts.h"
 
-CCustomMergeAlgo::CCustomMergeAlgo()
-    : m_bMergedStatistics(false),
-      m_MergeEnables{},
-      m_bByteSwapped(false),
-      m_uiBiasWidth(0),
-      m_uiBiasHeight(0),
-      m_pBiasLow(nullptr),
-      m_pBiasHigh(nullptr),
-      m_pLog(CLog::getInstance()) {}
+CCustomMergeAlgo::CCustomMergeAlgo() : m_pLog(CLog::getInstance()) {}
 
 CCustomMergeAlgo::~CCustomMergeAlgo() = default;
 

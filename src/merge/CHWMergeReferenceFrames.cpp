@@ -22,10 +22,6 @@ using orvacam::TermSlot;
 
 namespace {
 
-constexpr unsigned int defaultSize = 4096;
-constexpr unsigned int defaultAddFracBits = 3;
-constexpr unsigned int defaultMulFracBits = 10;
-
 /// Bytes from the stream's position to the end of a regular file; 0 for anything else.
 unsigned long bytesLeft(std::FILE* pFile) {
   struct stat status {};
@@ -62,19 +58,7 @@ void freePlanes(ref_frames_t& ref) {
 
 }  // namespace
 
-CHWMergeReferenceFrames::CHWMergeReferenceFrames()
-    : m_uiWidth(defaultSize),
-      m_uiHeight(defaultSize),
-      m_uiAddFracBits(defaultAddFracBits),
-      m_uiMulFracBits(defaultMulFracBits),
-      m_usHighThreshold(MERGEREF_MAX_HIGH_THRESHOLD),
-      m_usDifferenceThreshold(MERGEREF_MAX_DIFFERENCE_THRESHOLD),
-      m_usUniformTerms{},
-      m_bTermsMade{},
-      m_uiMergeStartRowOffset(0),
-      m_bIdentityFrames(true),
-      m_bCallerFrames(false) {}
-
+CHWMergeReferenceFrames::CHWMergeReferenceFrames() = default;
 CHWMergeReferenceFrames::CHWMergeReferenceFrames(const CHWMergeReferenceFrames& other) = default;
 CHWMergeReferenceFrames& CHWMergeReferenceFrames::operator=(const CHWMergeReferenceFrames& other) = default;
 CHWMergeReferenceFrames::~CHWMergeReferenceFrames() = default;
@@ -163,10 +147,10 @@ int copyTerms(const ReferenceMerge& from, ref_frames_t& ref) {
     return -1;
   }
   for (unsigned long i = 0; i < pixels; ++i) {
-    ref.pAdditiveLow[i] = static_cast<short>(from.additiveLow.at(i));
-    ref.pAdditiveHigh[i] = static_cast<short>(from.additiveHigh.at(i));
-    ref.pMultiplicativeLow[i] = from.multiplicativeLow.at(i);
-    ref.pMultiplicativeHigh[i] = from.multiplicativeHigh.at(i);
+    ref.pAdditiveLow[i] = static_cast<short>(from.terms[orvacam::AdditiveLow].at(i));
+    ref.pAdditiveHigh[i] = static_cast<short>(from.terms[orvacam::AdditiveHigh].at(i));
+    ref.pMultiplicativeLow[i] = from.terms[orvacam::MultiplicativeLow].at(i);
+    ref.pMultiplicativeHigh[i] = from.terms[orvacam::MultiplicativeHigh].at(i);
   }
   return 0;
 }
@@ -278,54 +262,45 @@ int CHWMergeReferenceFrames::CheckReferenceMetaData(std::FILE* pDSNU, std::FILE*
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: Both file pointers are null.  One must be valid!\n", name);
     return 0;
   }
-  const auto parse = [](std::FILE* pFile, CFrameMetaData& metaData) {
+  // The size that a file's header states and where its planes are; -1 where the header is none.
+  const auto parse = [&](std::FILE* pFile, const char* kind, unsigned int& width, unsigned int& height) {
+    CFrameMetaData metaData;
+    const bool parsed = metaData.Parse(pFile) >= 0 && metaData.IsValid();
+    const FrameGeometry geometry(metaData);
+    const auto length = static_cast<long>(metaData.GetBinarizeSize());
     // A length of 0 is what a file leaves that is no frame; a header that could not be read to its end leaves
     // the sizes of an empty one.
-    return metaData.Parse(pFile) >= 0 && metaData.IsValid() && !FrameGeometry(metaData).fault() &&
-           metaData.GetBinarizeSize() != 0 &&
-           std::ftell(pFile) >= static_cast<long>(metaData.GetBinarizeSize());
-  };
-  const auto takeSize = [](const CFrameMetaData& metaData, unsigned int& width, unsigned int& height) {
-    const FrameGeometry geometry(metaData);
+    if (!parsed || geometry.fault() || length == 0 || std::ftell(pFile) < length) {
+      m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error parsing %s File Meta Data\n", name, kind);
+      return -1L;
+    }
     width = static_cast<unsigned int>(geometry.columns().frame());
     height = static_cast<unsigned int>(geometry.rows().frame());
+    return length;
   };
-  const auto moveToPlanes = [](std::FILE* pFile, const CFrameMetaData& metaData) {
-    return std::fseek(pFile, static_cast<long>(metaData.GetBinarizeSize()), SEEK_SET) == 0 ? 0 : -1;
-  };
-  CFrameMetaData metaData;
-  if (pDSNU == nullptr) {
-    if (!parse(pPRNU, metaData)) {
-      m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error parsing PRNU File Meta Data\n", name);
-      return -1;
-    }
-    // Intended: a PRNU file that comes alone stays where the parse left it.
-    takeSize(metaData, uiWidth, uiHeight);
-    return 0;
-  }
-  if (!parse(pDSNU, metaData)) {
-    m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error parsing DSNU File Meta Data\n", name);
-    return -1;
-  }
-  takeSize(metaData, uiWidth, uiHeight);
-  m_pLog->log(CLOGLEVEL_DEBUG, L"%s: DSNU File size w: %d, h: %d.\n", name, uiWidth, uiHeight);
-  if (moveToPlanes(pDSNU, metaData) != 0) return -1;
-  if (pPRNU == nullptr) return 0;
-
-  CFrameMetaData prnu;
-  if (!parse(pPRNU, prnu)) {
-    m_pLog->log(CLOGLEVEL_ERROR, L"%s: Error parsing PRNU File Meta Data\n", name);
-    return -1;
+  if (pDSNU != nullptr) {
+    const long planes = parse(pDSNU, "DSNU", uiWidth, uiHeight);
+    if (planes < 0) return -1;
+    m_pLog->log(CLOGLEVEL_DEBUG, L"%s: DSNU File size w: %d, h: %d.\n", name, uiWidth, uiHeight);
+    if (std::fseek(pDSNU, planes, SEEK_SET) != 0) return -1;
+    if (pPRNU == nullptr) return 0;
   }
   unsigned int width = 0;
   unsigned int height = 0;
-  takeSize(prnu, width, height);
+  const long planes = parse(pPRNU, "PRNU", width, height);
+  if (planes < 0) return -1;
+  if (pDSNU == nullptr) {
+    // Intended: a PRNU file that comes alone stays where the parse left it.
+    uiWidth = width;
+    uiHeight = height;
+    return 0;
+  }
   if (width != uiWidth || height != uiHeight) {
     m_pLog->log(CLOGLEVEL_ERROR, L"%s: PRNU File size w: %d, h: %d does not match DSNU size w: %d, h: %d\n",
                 name, width, height, uiWidth, uiHeight);
     return -1;
   }
-  return moveToPlanes(pPRNU, prnu);
+  return std::fseek(pPRNU, planes, SEEK_SET) == 0 ? 0 : -1;
 }
 
 int CHWMergeReferenceFrames::CreateReferenceFrames(const wchar_t* pDSNUFile, const wchar_t* pPRNUFile,

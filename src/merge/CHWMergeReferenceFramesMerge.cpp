@@ -87,11 +87,12 @@ void mergeInDoubles(const CHWMergeReferenceFrames& algorithm, const ReferenceMer
   const double max = CHWMergeReferenceFrames::PositiveIntMax(by.rule.additiveFractionBits);
   const unsigned long offset = by.startRow * by.width;
   for (unsigned long i = first; i < first + count; ++i) {
-    const int low = algorithm.CorrectPixel(planes.low[i], static_cast<short>(by.additiveLow.at(i + offset)),
-                                           by.multiplicativeLow.at(i + offset), max);
-    const int high =
-        algorithm.CorrectPixel(planes.high[i], static_cast<short>(by.additiveHigh.at(i + offset)),
-                               by.multiplicativeHigh.at(i + offset), max);
+    const auto corrected = [&](unsigned short pixel, orvacam::WhichTerms add, orvacam::WhichTerms mul) {
+      return int{algorithm.CorrectPixel(pixel, static_cast<short>(by.terms[add].at(i + offset)),
+                                        by.terms[mul].at(i + offset), max)};
+    };
+    const int low = corrected(planes.low[i], orvacam::AdditiveLow, orvacam::MultiplicativeLow);
+    const int high = corrected(planes.high[i], orvacam::AdditiveHigh, orvacam::MultiplicativeHigh);
     const bool takeLow =
         by.rule.type == 1 ||
         (by.rule.type != 2 && (high >= by.rule.highThreshold || low - high > by.rule.differenceThreshold));

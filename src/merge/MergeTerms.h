@@ -9,6 +9,8 @@
 
 namespace orvacam {
 
+enum WhichTerms : unsigned int { AdditiveLow, AdditiveHigh, MultiplicativeLow, MultiplicativeHigh, allTerms };
+
 /// The fixed-point terms of one plane: one each, or one for all.
 struct ReferencePlane {
   const unsigned short* values = nullptr;  ///< bits of the terms; null when they are uniform
@@ -43,12 +45,12 @@ struct MergeTerms {
   kernels::MergeRule rule;
   bool isUniform;  ///< one term a plane for all pixels: `uniform` holds them, else the four planes do
   kernels::UniformTerms uniform;
-  PlaneOfTerms additiveLow, additiveHigh, multiplicativeLow, multiplicativeHigh;
+  PlaneOfTerms planes[allTerms];
 
   /// Terms of at most mergeBlock pixels from the image's pixel `first` on.
   kernels::PlaneTerms planesAt(unsigned long first) const {
-    return {additiveLow.signedAt(first), additiveHigh.signedAt(first), multiplicativeLow.at(first),
-            multiplicativeHigh.at(first)};
+    return {planes[AdditiveLow].signedAt(first), planes[AdditiveHigh].signedAt(first),
+            planes[MultiplicativeLow].at(first), planes[MultiplicativeHigh].at(first)};
   }
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <limits>
 
 #include "imagefiles/ImageFormats.h"
@@ -18,33 +19,31 @@ constexpr unsigned int mostMulFracBits = 16;
 class Members : public CHWMergeReferenceFrames {
  public:
   static ReferenceMerge of(CHWMergeReferenceFrames& algorithm) {
-    const auto terms = [&](WhichTerms which, double identity, unsigned int fractionBits) -> ReferencePlane {
+    const unsigned int addBits = algorithm.*&Members::m_uiAddFracBits;
+    const unsigned int mulBits = algorithm.*&Members::m_uiMulFracBits;
+    const auto terms = [&](WhichTerms which) -> ReferencePlane {
       const TermSlot slot = slotAt(algorithm, which);
-      const unsigned short uniform = slot.made ? slot.uniform : ConvertToFixedPoint(identity, fractionBits);
+      const bool additive = which == AdditiveLow || which == AdditiveHigh;
+      const unsigned short identity =
+          additive ? ConvertToFixedPoint(0.0, addBits) : ConvertToFixedPoint(1.0, mulBits);
+      const unsigned short uniform = slot.made ? slot.uniform : identity;
       if (slot.values == nullptr) return {nullptr, 0, uniform};
       return {slot.values->terms.data(), slot.values->terms.size(), uniform};
     };
-    const unsigned int addBits = algorithm.*&Members::m_uiAddFracBits;
-    const unsigned int mulBits = algorithm.*&Members::m_uiMulFracBits;
     return {{addBits, mulBits, algorithm.*&Members::m_usHighThreshold,
              algorithm.*&Members::m_usDifferenceThreshold, algorithm.ConvertMergeType()},
-            terms(AdditiveLow, 0.0, addBits),
-            terms(AdditiveHigh, 0.0, addBits),
-            terms(MultiplicativeLow, 1.0, mulBits),
-            terms(MultiplicativeHigh, 1.0, mulBits),
+            {terms(AdditiveLow), terms(AdditiveHigh), terms(MultiplicativeLow), terms(MultiplicativeHigh)},
             algorithm.*&Members::m_uiWidth,
             algorithm.*&Members::m_uiHeight,
             algorithm.*&Members::m_uiMergeStartRowOffset,
             algorithm.*&Members::m_pBiasLow != nullptr || algorithm.*&Members::m_pBiasHigh != nullptr,
+            algorithm.*&Members::m_bByteSwapped,
             &(algorithm.*&Members::m_MergedStatistics)};
   }
   static TermSlot slotAt(CHWMergeReferenceFrames& algorithm, WhichTerms which) {
     return {(algorithm.*&Members::m_pTerms)[which], (algorithm.*&Members::m_usUniformTerms)[which],
             (algorithm.*&Members::m_bTermsMade)[which], algorithm.*&Members::m_bIdentityFrames,
             algorithm.*&Members::m_bCallerFrames};
-  }
-  static bool swapped(const CHWMergeReferenceFrames& algorithm) {
-    return algorithm.*&Members::m_bByteSwapped;
   }
 };
 
@@ -61,9 +60,9 @@ TermSlot slotOf(CHWMergeReferenceFrames& algorithm, WhichTerms which) {
 std::uint64_t ReferenceMerge::termsAvailable() const {
   const std::uint64_t start = startRow * width;
   std::uint64_t available = std::numeric_limits<std::uint64_t>::max();
-  for (const ReferencePlane* terms : {&additiveLow, &additiveHigh, &multiplicativeLow, &multiplicativeHigh})
-    if (terms->values != nullptr)
-      available = std::min(available, terms->count > start ? terms->count - start : 0);
+  for (const ReferencePlane& plane : terms)
+    if (plane.values != nullptr)
+      available = std::min(available, plane.count > start ? plane.count - start : 0);
   return available;
 }
 
@@ -76,20 +75,15 @@ bool ReferenceMerge::fitsKernels() const {
   return rule.additiveFractionBits <= mostAddFracBits && rule.multiplicativeFractionBits <= mostMulFracBits;
 }
 
-void ReferenceMerge::takeTerms(MergeTerms& terms) const {
-  terms.rule = rule;
-  terms.isUniform = additiveLow.values == nullptr && additiveHigh.values == nullptr &&
-                    multiplicativeLow.values == nullptr && multiplicativeHigh.values == nullptr;
-  if (terms.isUniform) {
-    terms.uniform = {static_cast<short>(additiveLow.uniform), static_cast<short>(additiveHigh.uniform),
-                     multiplicativeLow.uniform, multiplicativeHigh.uniform};
-    return;
-  }
-  const std::uint64_t start = startRow * width;
-  terms.additiveLow.take(additiveLow, start);
-  terms.additiveHigh.take(additiveHigh, start);
-  terms.multiplicativeLow.take(multiplicativeLow, start);
-  terms.multiplicativeHigh.take(multiplicativeHigh, start);
+void ReferenceMerge::takeTerms(MergeTerms& taken) const {
+  taken.rule = rule;
+  taken.uniform = {static_cast<short>(terms[AdditiveLow].uniform),
+                   static_cast<short>(terms[AdditiveHigh].uniform), terms[MultiplicativeLow].uniform,
+                   terms[MultiplicativeHigh].uniform};
+  taken.isUniform = std::all_of(std::begin(terms), std::end(terms),
+                                [](const ReferencePlane& plane) { return plane.values == nullptr; });
+  for (unsigned int which = 0; which < allTerms && !taken.isUniform; ++which)
+    taken.planes[which].take(terms[which], startRow * width);
 }
 
 int finishMergedFrame(CHWMergeReferenceFrames& algorithm, unsigned short* merged, unsigned long pixels) try {
@@ -99,7 +93,7 @@ int finishMergedFrame(CHWMergeReferenceFrames& algorithm, unsigned short* merged
   unsigned int trailing = 0;
   algorithm.GetMergeHeaderSize(static_cast<ORVA_IMAGE_FORMAT>(enables.uiImageFormat), pixels, 16, leading,
                                trailing);
-  const bool swapped = Members::swapped(algorithm);
+  const bool swapped = handOut(algorithm).byteSwapped;
   CFrameMetaData& metaData = algorithm.GetMetaData();
   metaData.SetBitsPerPixel(16);
   metaData.SetHDRFrame(false);

@@ -16,10 +16,11 @@ namespace orvacam {
 /// changes in the merge.
 struct ReferenceMerge {
   kernels::MergeRule rule;
-  ReferencePlane additiveLow, additiveHigh, multiplicativeLow, multiplicativeHigh;
+  ReferencePlane terms[allTerms];
   std::uint64_t width, height;  ///< of the reference frames
   std::uint64_t startRow;       ///< of the reference frames, where images start
   bool hasBias;                 ///< whether bias frames are to be subtracted before
+  bool byteSwapped;             ///< the planes' pixels are in the other byte order
   CFrameStatistics* statistics;
 
   /// Pixels, from the start row on, for which every plane has terms; and of a start row within the frames.
@@ -27,7 +28,7 @@ struct ReferenceMerge {
   std::uint64_t pixelsAvailable() const;
   /// Whether the kernels' integers give what the rule in doubles does.
   bool fitsKernels() const;
-  void takeTerms(MergeTerms& terms) const;
+  void takeTerms(MergeTerms& taken) const;
 };
 
 ReferenceMerge handOut(CHWMergeReferenceFrames& algorithm);
@@ -38,7 +39,6 @@ struct ReferenceValues {
 };
 
 /// Where the merge keeps the terms of a plane.
-enum WhichTerms : unsigned int { AdditiveLow, AdditiveHigh, MultiplicativeLow, MultiplicativeHigh, allTerms };
 struct TermSlot {
   std::shared_ptr<const ReferenceValues>& values;
   unsigned short& uniform;

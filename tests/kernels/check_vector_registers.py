@@ -26,12 +26,18 @@ NEON = r'\bv\d+\.(8h|16b|4s|2d)\b'
 SETS = {'avx2': ('%ymm', '%ymm', 'vmovnt'), 'avx512': ('%zmm', '%[yz]mm', 'vmovnt'), 'neon': (NEON, NEON, None)}
 
 
+def plain_name(name):
+    """A function's name, a clone's its function's. Of templates over Stores, those that stream end in "Streaming"."""
+    name = name.split(' [clone')[0].removeprefix('void ')
+    return re.sub(r'<\(orvacam::kernels::Stores\)([01])>\(', lambda match: 'Streaming(' if match[1] == '1' else '(', name, count=1)
+
+
 def functions(objdump, path):
-    """Code of each function by its whole name; a clone's code is its function's."""
+    """Code of each function by its name."""
     text = subprocess.run([objdump, '-dC', '--no-show-raw-insn', path], check=True, capture_output=True, text=True).stdout
     bodies = {}
     for name, body in re.findall(r'^[0-9a-f]+ <(.*)>:\n((?:.+\n?)*)', text, re.M):
-        name = name.split(' [clone')[0]
+        name = plain_name(name)
         bodies[name] = bodies.get(name, '') + body
     return bodies
 
@@ -43,7 +49,7 @@ def code_of(entry, scope, bodies):
     while waiting:
         name = waiting.pop()
         found.add(name)
-        called = {re.sub(r'\+0x[0-9a-f]+$', '', target).split(' [clone')[0]
+        called = {plain_name(re.sub(r'\+0x[0-9a-f]+$', '', target))
                   for target in re.findall(r'<(.*)>$', bodies[name], re.M)}
         waiting += [target for target in called - found if target in bodies and not target.startswith(plain)]
     return ''.join(bodies[name] for name in sorted(found))

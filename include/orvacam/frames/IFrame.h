@@ -104,27 +104,27 @@ class ORVACAM_API IFrame {
   int DoInitialize(const CFrameMetaData& metaData, CCustomMergeAlgo* pMergeAlgo);
   void DoGetStats(const CFrameStatistics& statistics, image_plane_stats_t& stats);
 
-  CFrameMetaData* m_pMetaData;  ///< an own copy; null before Initialize
-  unsigned char* m_pSource;     ///< the raw frame, header included
-  unsigned long m_ulSourceLength;
-  bool m_bSourceOwned;
-  bool m_bSourceIncomplete;       ///< owned, and not all of the file could be read
-  unsigned char* m_pWorkBuffer1;  ///< stands in for the low-gain plane
-  unsigned char* m_pWorkBuffer2;  ///< stands in for the high-gain plane
-  unsigned char* m_pWorkBuffer3;  ///< stands in for the merged plane, with room for its header
-  unsigned int m_uiWorkSize;
-  unsigned int m_uiWorkSizeWithHeader;
-  unsigned int m_uiMergeLeadingBytes;
+  CFrameMetaData* m_pMetaData = nullptr;  ///< an own copy; null before Initialize
+  unsigned char* m_pSource = nullptr;     ///< the raw frame, header included
+  unsigned long m_ulSourceLength = 0;
+  bool m_bSourceOwned = false;
+  bool m_bSourceIncomplete = false;         ///< owned, and not all of the file could be read
+  unsigned char* m_pWorkBuffer1 = nullptr;  ///< stands in for the low-gain plane
+  unsigned char* m_pWorkBuffer2 = nullptr;  ///< stands in for the high-gain plane
+  unsigned char* m_pWorkBuffer3 = nullptr;  ///< stands in for the merged plane, with room for its header
+  unsigned int m_uiWorkSize = 0;
+  unsigned int m_uiWorkSizeWithHeader = 0;
+  unsigned int m_uiMergeLeadingBytes = 0;
   CTiffMaker m_TiffMaker;
-  bool m_bMergeStatistics;
+  bool m_bMergeStatistics = false;
   CFrameStatistics m_LowStatistics;
   CFrameStatistics m_HighStatistics;
   CFrameStatistics m_MergedStatistics;
-  unsigned int m_uiMergeImageFormat;
+  unsigned int m_uiMergeImageFormat = ORVA_IMAGE_FORMAT_RAW;
   CLog* m_pLog;
-  CCustomMergeAlgo* m_pMergeAlgo;
-  unpacked_images_t m_UserMergeBuffers;  ///< the caller's record, completed with working planes
-  bool m_bSourceByteSwapped;             ///< a sensor that delivers the other byte order sets it
+  CCustomMergeAlgo* m_pMergeAlgo = nullptr;
+  unpacked_images_t m_UserMergeBuffers{};  ///< the caller's record, completed with working planes
+  bool m_bSourceByteSwapped = false;       ///< a sensor that delivers the other byte order sets it
 };
 
 #endif  // ORVACAM_FRAMES_IFRAME_H

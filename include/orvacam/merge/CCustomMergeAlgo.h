@@ -67,14 +67,14 @@ class ORVACAM_API CCustomMergeAlgo {
   CCustomMergeAlgo& operator=(const CCustomMergeAlgo& other) = default;
 
   CFrameMetaData m_MetaData;
-  bool m_bMergedStatistics;
+  bool m_bMergedStatistics = false;
   CFrameStatistics m_MergedStatistics;
-  hw_merge_enables_t m_MergeEnables;
-  bool m_bByteSwapped;  ///< the planes' pixels are in the other byte order
-  unsigned int m_uiBiasWidth;
-  unsigned int m_uiBiasHeight;
-  const unsigned short* m_pBiasLow;
-  const unsigned short* m_pBiasHigh;
+  hw_merge_enables_t m_MergeEnables{};
+  bool m_bByteSwapped = false;  ///< the planes' pixels are in the other byte order
+  unsigned int m_uiBiasWidth = 0;
+  unsigned int m_uiBiasHeight = 0;
+  const unsigned short* m_pBiasLow = nullptr;
+  const unsigned short* m_pBiasHigh = nullptr;
   CLog* m_pLog;
 };
 

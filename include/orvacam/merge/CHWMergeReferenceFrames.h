@@ -134,23 +134,23 @@ class ORVACAM_API CHWMergeReferenceFrames : public CCustomMergeAlgo {
   static unsigned int ConvertMergeType(unsigned int uiEnableBits);
 
  protected:
-  unsigned long m_uiWidth;
-  unsigned long m_uiHeight;
-  unsigned int m_uiAddFracBits;
-  unsigned int m_uiMulFracBits;
-  unsigned short m_usHighThreshold;
-  unsigned short m_usDifferenceThreshold;
+  unsigned long m_uiWidth = 4096;
+  unsigned long m_uiHeight = 4096;
+  unsigned int m_uiAddFracBits = 3;
+  unsigned int m_uiMulFracBits = 10;
+  unsigned short m_usHighThreshold = MERGEREF_MAX_HIGH_THRESHOLD;
+  unsigned short m_usDifferenceThreshold = MERGEREF_MAX_DIFFERENCE_THRESHOLD;
   /// Terms, as their fixed-point bits: additive of low and high gain, then multiplicative of both. One for
   /// each pixel, or one for all; without either, the identity. Copies of this object share what is one each.
   std::shared_ptr<const orvacam::ReferenceValues> m_pTerms[4];
-  unsigned short m_usUniformTerms[4];
-  bool m_bTermsMade[4];
+  unsigned short m_usUniformTerms[4] = {};
+  bool m_bTermsMade[4] = {};
   std::vector<unsigned short> m_TestMerged;  ///< of the test merge
   std::vector<unsigned short> m_TestLow;
   std::vector<unsigned short> m_TestHigh;
-  unsigned int m_uiMergeStartRowOffset;
-  bool m_bIdentityFrames;
-  bool m_bCallerFrames;
+  unsigned int m_uiMergeStartRowOffset = 0;
+  bool m_bIdentityFrames = true;
+  bool m_bCallerFrames = false;
 };
 
 #endif  // ORVACAM_MERGE_CHWMERGEREFERENCEFRAMES_H
