@@ -8,41 +8,29 @@ namespace orvacam {
 
 namespace {
 
-/// The sum over all sections of rows times what a row of one plane has, and of row pairs times what both
-/// share.
-template <typename OfRow, typename OfPair>
-std::uint64_t total(const StreamSection (&sections)[3], const OfRow& ofRow, const OfPair& ofPair) {
+/// So many of each pair of a row, and so many of each pair that two rows share.
+std::uint64_t total(const StreamSection (&sections)[3], unsigned int ofPair, unsigned int ofSharedPair) {
   unsigned __int128 sum = 0;
   for (const StreamSection& section : sections) {
-    sum += static_cast<unsigned __int128>(section.rows) * ofRow(section);
-    sum += static_cast<unsigned __int128>(section.rows / 2) * ofPair(section);
+    sum += static_cast<unsigned __int128>(section.rows) * ofPair * section.pairsOfRow();
+    sum += static_cast<unsigned __int128>(section.rows / 2) * ofSharedPair * pairsOf(section.shared);
   }
   constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
   return sum > largest ? largest : static_cast<std::uint64_t>(sum);
 }
 
-std::uint64_t none(const StreamSection& /*section*/) {
-  return 0;
-}
-
 }  // namespace
 
 std::uint64_t StreamLayout::bytes() const {
-  return total(
-      sections, [](const StreamSection& section) { return bytesPerPair * section.pairsOfRow(); },
-      [](const StreamSection& section) { return bytesPerPair * pairsOf(section.shared); });
+  return total(sections, bytesPerPair, bytesPerPair);
 }
 
 std::uint64_t StreamLayout::pixelsOfOne() const {
-  return total(
-      sections, [](const StreamSection& section) { return 2 * section.pairsOfRow(); }, none);
+  return total(sections, 2, 0);
 }
 
 std::uint64_t StreamLayout::pixelsOfEach() const {
-  // Two pixels a pair, and every second row.
-  return total(
-      sections, [](const StreamSection& section) { return section.pairsOfRow(); },
-      [](const StreamSection& section) { return 2 * pairsOf(section.shared); });
+  return total(sections, 1, 2);  // a pair brings two pixels, of every second row
 }
 
 bool StreamLayout::hasWholePairsOnly() const {

@@ -142,59 +142,59 @@ static std::uint16_t chosen(std::int32_t low, std::int32_t high, const MergeRule
   return static_cast<std::uint16_t>(takesLow(low, high, rule) ? low : high);
 }
 
+template <typename Term>
+static Term termAt(Term ofAll, std::size_t /*i*/) {
+  return ofAll;
+}
+template <typename Term>
+static Term termAt(const Term* terms, std::size_t i) {
+  return terms[i];
+}
+
+static UniformTerms termsFrom(const UniformTerms& terms, std::size_t /*i*/) {
+  return terms;
+}
+static PlaneTerms termsFrom(const PlaneTerms& terms, std::size_t i) {
+  return {terms.additiveLow + i, terms.additiveHigh + i, terms.multiplicativeLow + i,
+          terms.multiplicativeHigh + i};
+}
+
 namespace {
 
-// What the correction of a pixel needs, from the first pixel of a run on: `low` and `high` correct pixel i of
-// their plane; `from` is the same for a run that begins at pixel i of this one.
-
-struct UniformCorrector {
+/// What the correction of a pixel needs, from the first pixel of a run on: `low` and `high` correct pixel i
+/// of their plane; `from` is the same for a run that begins at pixel i of this one.
+template <typename Terms>
+struct Corrector {
   MergeRule rule;
-  UniformTerms terms;
-
-  std::int32_t low(std::int32_t pixel, std::size_t /*i*/) const {
-    return corrected(pixel, terms.additiveLow, terms.multiplicativeLow, rule);
-  }
-  std::int32_t high(std::int32_t pixel, std::size_t /*i*/) const {
-    return corrected(pixel, terms.additiveHigh, terms.multiplicativeHigh, rule);
-  }
-  UniformCorrector from(std::size_t /*i*/) const { return *this; }
-};
-
-struct PlanesCorrector {
-  MergeRule rule;
-  PlaneTerms terms;
+  Terms terms;
 
   std::int32_t low(std::int32_t pixel, std::size_t i) const {
-    return corrected(pixel, terms.additiveLow[i], terms.multiplicativeLow[i], rule);
+    return corrected(pixel, termAt(terms.additiveLow, i), termAt(terms.multiplicativeLow, i), rule);
   }
   std::int32_t high(std::int32_t pixel, std::size_t i) const {
-    return corrected(pixel, terms.additiveHigh[i], terms.multiplicativeHigh[i], rule);
+    return corrected(pixel, termAt(terms.additiveHigh, i), termAt(terms.multiplicativeHigh, i), rule);
   }
-  PlanesCorrector from(std::size_t i) const {
-    return {rule,
-            {terms.additiveLow + i, terms.additiveHigh + i, terms.multiplicativeLow + i,
-             terms.multiplicativeHigh + i}};
-  }
+  Corrector from(std::size_t i) const { return {rule, termsFrom(terms, i)}; }
 };
 
 }  // namespace
 
-template <typename Corrector>
+template <typename Terms>
 static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
-                  std::size_t count, const Corrector& given) {
-  const Corrector corrector = given;  // a copy that the output cannot overlap
+                  std::size_t count, const Corrector<Terms>& given) {
+  const Corrector<Terms> corrector = given;  // a copy that the output cannot overlap
   for (std::size_t i = 0; i < count; ++i)
     merged[i] = chosen(corrector.low(low[i], i), corrector.high(high[i], i), corrector.rule);
 }
 
 static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                          std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
-  merge(low, high, merged, count, UniformCorrector{rule, terms});
+  merge(low, high, merged, count, Corrector<UniformTerms>{rule, terms});
 }
 
 static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                         std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
-  merge(low, high, merged, count, PlanesCorrector{rule, terms});
+  merge(low, high, merged, count, Corrector<PlaneTerms>{rule, terms});
 }
 
 static void extend(std::uint16_t value, Extremes* extremes) {
@@ -222,9 +222,9 @@ static std::uint16_t placeOf(std::uint16_t low, std::uint16_t high, std::uint16_
 }
 
 /// Notes pixel i of the run.
-template <typename Corrector>
+template <typename Terms>
 static void notePixel(const PackedPair& run, std::size_t i, std::uint16_t low, std::uint16_t high,
-                      const Corrector& corrector) {
+                      const Corrector<Terms>& corrector) {
   PairNotes& notes = *run.notes;
   const std::uint16_t merged = run.merged[i];
   if (notes.merged != nullptr) notes.merged[i] = merged;
@@ -246,8 +246,8 @@ static void notePixel(const PackedPair& run, std::size_t i, std::uint16_t low, s
 }
 
 /// In blocks, whose loops the compiler vectorises where it can.
-template <typename Corrector>
-static void mergePacked(const PackedPair& run, const Corrector& corrector) {
+template <typename Terms>
+static void mergePacked(const PackedPair& run, const Corrector<Terms>& corrector) {
   constexpr std::size_t block = 256;
   std::uint16_t low[block];
   std::uint16_t high[block];
@@ -265,11 +265,11 @@ static void mergePacked(const PackedPair& run, const Corrector& corrector) {
 }
 
 static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, const UniformTerms& terms) {
-  mergePacked(run, UniformCorrector{rule, terms});
+  mergePacked(run, Corrector<UniformTerms>{rule, terms});
 }
 
 static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, const PlaneTerms& terms) {
-  mergePacked(run, PlanesCorrector{rule, terms});
+  mergePacked(run, Corrector<PlaneTerms>{rule, terms});
 }
 
 static void mergeMapped(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,

@@ -55,22 +55,31 @@ static Choice takesHigh(Register low, Register high, const WideRule& rule) {
   return takesHigh(low, high, rule.belowHighThreshold, rule.differenceThreshold, rule.alwaysLow);
 }
 
+/// Terms of the pixels from i on.
+template <typename Term>
+static Register termsAt(Term ofAll, std::size_t /*i*/) {
+  return spread16(static_cast<std::uint16_t>(ofAll));
+}
+template <typename Term>
+static Register termsAt(const Term* terms, std::size_t i) {
+  return load(terms + i);
+}
+
 namespace {
 
 // What the correction of a register of pixels needs: `low` and `high` correct the pixels from i on of their
 // plane.
 
-struct WideUniform {
+template <typename Terms>
+struct WideCorrector {
   WideRule rule;
-  UniformTerms terms;
+  Terms terms;
 
-  Register low(Register pixels, std::size_t /*i*/) const {
-    return corrected(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
-                     spread16(terms.multiplicativeLow), rule);
+  Register low(Register pixels, std::size_t i) const {
+    return corrected(pixels, termsAt(terms.additiveLow, i), termsAt(terms.multiplicativeLow, i), rule);
   }
-  Register high(Register pixels, std::size_t /*i*/) const {
-    return corrected(pixels, spread16(static_cast<std::uint16_t>(terms.additiveHigh)),
-                     spread16(terms.multiplicativeHigh), rule);
+  Register high(Register pixels, std::size_t i) const {
+    return corrected(pixels, termsAt(terms.additiveHigh, i), termsAt(terms.multiplicativeHigh, i), rule);
   }
 };
 
@@ -83,26 +92,14 @@ struct SmallUniform {
   std::uint32_t factorHigh;
 
   Register low(Register pixels, std::size_t /*i*/) const {
-    const Register additive = spread16(static_cast<std::uint16_t>(terms.additiveLow));
-    return multiplyRounded15(sums(pixels, additive, rule.additiveFactor, rule.largestShiftable),
-                             spread16(factorLow));
+    return corrected(pixels, terms.additiveLow, factorLow);
   }
   Register high(Register pixels, std::size_t /*i*/) const {
-    const Register additive = spread16(static_cast<std::uint16_t>(terms.additiveHigh));
-    return multiplyRounded15(sums(pixels, additive, rule.additiveFactor, rule.largestShiftable),
-                             spread16(factorHigh));
+    return corrected(pixels, terms.additiveHigh, factorHigh);
   }
-};
-
-struct WidePlanes {
-  WideRule rule;
-  PlaneTerms terms;
-
-  Register low(Register pixels, std::size_t i) const {
-    return corrected(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
-  }
-  Register high(Register pixels, std::size_t i) const {
-    return corrected(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
+  Register corrected(Register pixels, std::int16_t additive, std::uint32_t factor) const {
+    const Register sum = sums(pixels, termsAt(additive, 0), rule.additiveFactor, rule.largestShiftable);
+    return multiplyRounded15(sum, spread16(factor));
   }
 };
 
@@ -139,18 +136,18 @@ static void merge(const std::uint16_t* low, const std::uint16_t* high, std::uint
 template <Stores stores>
 static void mergeUniform(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                          std::size_t count, const MergeRule& rule, const UniformTerms& terms) {
-  const loops::UniformCorrector plain = {rule, terms};
+  const loops::Corrector<UniformTerms> plain = {rule, terms};
   if (fitsSmallUniform(rule, terms))
     merge<stores>(low, high, merged, count, smallUniform(rule, terms), plain);
   else
-    merge<stores>(low, high, merged, count, WideUniform{widened(rule), terms}, plain);
+    merge<stores>(low, high, merged, count, WideCorrector<UniformTerms>{widened(rule), terms}, plain);
 }
 
 template <Stores stores>
 static void mergePlanes(const std::uint16_t* low, const std::uint16_t* high, std::uint16_t* merged,
                         std::size_t count, const MergeRule& rule, const PlaneTerms& terms) {
-  const loops::PlanesCorrector plain = {rule, terms};
-  merge<stores>(low, high, merged, count, WidePlanes{widened(rule), terms}, plain);
+  const loops::Corrector<PlaneTerms> plain = {rule, terms};
+  merge<stores>(low, high, merged, count, WideCorrector<PlaneTerms>{widened(rule), terms}, plain);
 }
 
 static constexpr void putMerges(KernelTable& table) {

@@ -84,55 +84,38 @@ static Register correctedPacked(Register pixels, Register additive, Register mul
                        shiftRight32(add32(products.second, rule.half), rule.resultShift));
 }
 
+/// A prefetch hint: the terms that follow those of pixel i.
+static inline void prefetchTerms(const UniformTerms& /*terms*/, std::size_t /*i*/) {}
+/// With the four planes of terms there are more streams than the processor prefetches by itself. The
+/// addresses may be behind the terms; they are never read.
+static inline void prefetchTerms(const PlaneTerms& terms, std::size_t i) {
+  constexpr std::size_t ahead = 2048;
+  const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeLow + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeHigh + i)};
+  for (const std::uintptr_t plane : planes)
+    __builtin_prefetch(reinterpret_cast<const void*>(plane + ahead));
+}
+
 namespace {
 
-// Correctors as in VectorMerge.h. `prefetch` is a hint: the terms that follow those of pixel i.
+// Correctors as in VectorMerge.h, of a rule and terms.
 
-struct NoTermsInMemory {
-  static void prefetch(std::size_t /*i*/) {}
-};
-
-struct PackedUniform : NoTermsInMemory {
-  PackedUniform(const MergeRule& narrow, const UniformTerms& uniform)
-      : rule(widened(narrow)), terms(uniform) {}
-
-  Register low(Register pixels, std::size_t /*i*/) const {
-    return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveLow)),
-                           spread16(terms.multiplicativeLow), rule);
-  }
-  Register high(Register pixels, std::size_t /*i*/) const {
-    return correctedPacked(pixels, spread16(static_cast<std::uint16_t>(terms.additiveHigh)),
-                           spread16(terms.multiplicativeHigh), rule);
-  }
-
-  WideRule rule;
-  UniformTerms terms;
-};
-
-struct PackedPlanes {
-  PackedPlanes(const MergeRule& narrow, const PlaneTerms& planes) : rule(widened(narrow)), terms(planes) {}
+template <typename Terms>
+struct PackedCorrector {
+  PackedCorrector(const MergeRule& narrow, const Terms& given) : rule(widened(narrow)), terms(given) {}
 
   Register low(Register pixels, std::size_t i) const {
-    return correctedPacked(pixels, load(terms.additiveLow + i), load(terms.multiplicativeLow + i), rule);
+    return correctedPacked(pixels, termsAt(terms.additiveLow, i), termsAt(terms.multiplicativeLow, i), rule);
   }
   Register high(Register pixels, std::size_t i) const {
-    return correctedPacked(pixels, load(terms.additiveHigh + i), load(terms.multiplicativeHigh + i), rule);
-  }
-
-  /// With the four planes of terms there are more streams than the processor prefetches by itself. The
-  /// addresses may be behind the terms; they are never read.
-  void prefetch(std::size_t i) const {
-    constexpr std::size_t ahead = 2048;
-    const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
-                                     reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),
-                                     reinterpret_cast<std::uintptr_t>(terms.multiplicativeLow + i),
-                                     reinterpret_cast<std::uintptr_t>(terms.multiplicativeHigh + i)};
-    for (const std::uintptr_t plane : planes)
-      __builtin_prefetch(reinterpret_cast<const void*>(plane + ahead));
+    return correctedPacked(pixels, termsAt(terms.additiveHigh, i), termsAt(terms.multiplicativeHigh, i),
+                           rule);
   }
 
   WideRule rule;
-  PlaneTerms terms;
+  Terms terms;
 };
 
 constexpr std::uint32_t scaleBits = 12;
@@ -140,7 +123,7 @@ constexpr std::uint32_t scaleBits = 12;
 // Identity frames, the usual case: the low-gain plane is scaled to the high-gain plane, which stays as it is.
 
 /// c = (p * factor + half) >> scaleBits, where factor < 2^16, half = 1 << (scaleBits - 1).
-struct ScaledLow : NoTermsInMemory {
+struct ScaledLow {
   ScaledLow(const MergeRule& narrow, const UniformTerms& terms)
       : rule(widened(narrow)), factor(factorOf(narrow, terms)) {}
 
@@ -159,7 +142,7 @@ struct ScaledLow : NoTermsInMemory {
 };
 
 /// c = (p * m + half) >> g in 32 bits, where m < 2^15.
-struct SteepLow : NoTermsInMemory {
+struct SteepLow {
   SteepLow(const MergeRule& narrow, const UniformTerms& terms)
       : rule(widened(narrow)),
         factorAndHalf(terms.multiplicativeLow | half(narrow.multiplicativeFractionBits) << 16),
@@ -253,13 +236,13 @@ static inline void putPair(const PackedPair& run, std::size_t i, How how, const 
 }
 
 /// Merges a cache line of pixels, then streams a whole line to each output. Half-written lines cost time.
-template <Noting noting, typename Corrector>
+template <Noting noting, typename Corrector, typename Terms>
 static inline void streamLine(const PackedPair& run, std::size_t i, const Corrector& corrector,
-                              const PairNotes& notes, WideNotes* wide) {
+                              const Terms& terms, const PairNotes& notes, WideNotes* wide) {
   constexpr std::size_t registers = pixelsOfLine / lanes;
   // A register of a whole line without notes leaves the processor time to fetch terms by itself: there asking
   // took a tenth longer.
-  if (lanes < pixelsOfLine || noting != nothing) corrector.prefetch(i);
+  if (lanes < pixelsOfLine || noting != nothing) prefetchTerms(terms, i);
   WidePair pairs[registers];
   for (std::size_t r = 0; r < registers; ++r)
     pairs[r] = mergedPair<noting>(run, i + r * lanes, corrector, notes, wide);
@@ -298,8 +281,9 @@ static void mergeCached(const PackedPair& given, const MergeRule& rule, const Te
 /// planes, are stored through the cache.
 template <Noting noting, typename Corrector, typename Terms>
 static void mergeStreamed(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
-                          const Terms& terms) {
+                          const Terms& givenTerms) {
   const PackedPair run = given;
+  const Terms terms = givenTerms;
   const Corrector corrector(rule, terms);
   const std::size_t pixels = 2 * run.pairs;
   const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
@@ -315,7 +299,7 @@ static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Merg
   for (; i < ahead; i += lanes)
     merge(i, 0, ahead - i < lanes ? ahead - i : lanes);
   for (i = ahead; i + pixelsOfLine <= pixels; i += pixelsOfLine)
-    streamLine<noting>(run, i, corrector, notes, &wideNotes);
+    streamLine<noting>(run, i, corrector, terms, notes, &wideNotes);
   for (; i + lanes <= pixels; i += lanes)
     merge(i, 0, lanes);
   if (i < pixels) merge(pixels - lanes, lanes - (pixels - i), lanes);
@@ -361,7 +345,7 @@ static void mergePackedUniform(const PackedPair& run, const MergeRule& rule, con
   else if (lowAlone && terms.multiplicativeLow <= 32767)
     mergePackedBy<stores, SteepLow>(run, rule, terms);
   else
-    mergePackedBy<stores, PackedUniform>(run, rule, terms);
+    mergePackedBy<stores, PackedCorrector<UniformTerms>>(run, rule, terms);
 }
 
 template <Stores stores>
@@ -369,7 +353,7 @@ static void mergePackedPlanes(const PackedPair& run, const MergeRule& rule, cons
   if (2 * run.pairs < lanes)
     loops::mergePackedPlanes(run, rule, terms);
   else
-    mergePackedBy<stores, PackedPlanes>(run, rule, terms);
+    mergePackedBy<stores, PackedCorrector<PlaneTerms>>(run, rule, terms);
 }
 
 static constexpr void putPackedMerges(KernelTable& table) {
