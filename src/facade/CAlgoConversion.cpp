@@ -92,7 +92,7 @@ int Conversion::run(const wchar_t* source, const conv_info_t& info) const {
   if (parsed < 0) return parsed;
   // Planes are as large as this header says, files as the processed one does: they must say the same.
   const orvacam::FrameGeometry geometry(metaData);
-  if (geometry.fault() || orvacam::processedHeaderFault(metaData)) return -1;
+  if (geometry.fault() || !orvacam::surviveProcessing(metaData)) return -1;
   const bool hdr = metaData.Value(ORVA_META_KEY_HDR_MODE).GetValueBool();
   if (!prepareImages(geometry, hdr, memory.images) || !orvacam::takeGains(settings, metaData)) return -1;
   const int result = orvacam::takeReferences(merge, metaData, info.pDSNUFileName, info.pPRNUFileName,

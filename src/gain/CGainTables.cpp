@@ -149,37 +149,25 @@ constexpr SensorGains sensorLsgen = sensor(1, Dne::None, 1.0, plain(unity.data()
 constexpr SensorGains sensorGeneric =
     sensor(1, Dne::None, 1.0, plain(unity.data(), fieldA), plain(unity.data(), fieldB));
 
+/// The tables of what lives apart in this thread; null where nothing does.
+thread_local std::shared_ptr<DneTables>* t_apart = nullptr;
+
 /// The tables that the objects of a class share. One set per thread, so that cameras in different threads do
 /// not disturb each other; an object keeps its set alive wherever it goes.
 template <typename Class>
 std::shared_ptr<DneTables>& tablesOf() {
   thread_local std::shared_ptr<DneTables> tables;
-  std::shared_ptr<DneTables>* const apart = orvacam::GainTablesApart::tables();
-  return apart != nullptr ? *apart : tables;
-}
-
-}  // namespace
-
-namespace {
-
-/// The tables of what lives apart in this thread.
-std::shared_ptr<DneTables>*& apartTables() {
-  thread_local std::shared_ptr<DneTables>* tables = nullptr;
-  return tables;
+  return t_apart != nullptr ? *t_apart : tables;
 }
 
 }  // namespace
 
 orvacam::GainTablesApart::GainTablesApart() {
-  apartTables() = &m_tables;
+  t_apart = &m_tables;
 }
 
 orvacam::GainTablesApart::~GainTablesApart() {
-  apartTables() = nullptr;
-}
-
-std::shared_ptr<DneTables>* orvacam::GainTablesApart::tables() {
-  return apartTables();
+  t_apart = nullptr;
 }
 
 CGainTablesSensor::CGainTablesSensor(const SensorGains& gains, std::shared_ptr<DneTables>& tablesOfClass)

@@ -17,8 +17,7 @@ using orvacam::truncated;
 // Line offsets that are made from a gain ratio, at the three default temperatures.
 constexpr double generatedOffsetScale[3] = {120.0, 125.0, 130.0};
 
-/// What a calibrated record gives to a pair; never its mapping threshold.
-/// Intended: all but the mapping threshold.
+/// What a calibrated record gives to a pair. Intended: all but the mapping threshold.
 void takeRecord(merge_line_offsets_t& target, const merge_line_offsets_t& record) {
   std::copy_n(record.dTemperature, 3, target.dTemperature);
   target.uiMergeThreshold1 = record.uiMergeThreshold1;
@@ -45,6 +44,27 @@ unsigned int recordsToSearch(const CCameraNVMergeSettings& nv) {
   while (own > 0 && records[own - 1].uiLowGainSetting == 0 && records[own - 1].uiHighGainSetting == 0)
     --own;
   return std::min(own + 1, all);
+}
+
+/// The record of a pair of table entries: the camera's, its stand-in, or one made of a gain ratio.
+void fillPair(merge_line_offsets_t& record, unsigned int low, unsigned int high, IDeviceGainTables& tables,
+              const CCameraNVMergeSettings* nv, unsigned int records) {
+  if (nv == nullptr) {
+    takeRecord(record, generatedRecord(tables.GetDNETableGainRatio(low, high)));
+  } else {
+    const int found = CMergeSettings::FindCameraMergeLineOffsetIndex(
+        nv->GetLineOffsets(), records, tables.GetDNETableDeviceIndex(ORVA_GAIN_TABLE_LOW_CHANNEL, low),
+        tables.GetDNETableDeviceIndex(ORVA_GAIN_TABLE_HIGH_CHANNEL, high));
+    if (found >= 0)
+      takeRecord(record, nv->GetLineOffsets()[found]);
+    else if (!nv->GetExtraLineOffsets().empty())
+      takeRecord(record, nv->GetExtraLineOffsets().front());  // intended: whatever its gain settings
+    else
+      takeRecord(record, generatedRecord(nv->GetDefaultGainRatio()));
+  }
+  // Intended: table indices, not device values.
+  record.uiHighGainSetting = high;
+  record.uiLowGainSetting = low;
 }
 
 /// A point on the line through two points.
@@ -87,30 +107,8 @@ int CMergeSettings::Initialize(const gain_type_info_t& info, CCameraNVMergeSetti
   const unsigned int records = pNV != nullptr ? recordsToSearch(*pNV) : 0;
   for (unsigned int i = 0; i < lowGains; ++i)
     for (unsigned int j = 0; j < highGains; ++j)
-      DoFillPair(m_ppGainOffsetPairs[i][j], i, j, pNV, records);
+      fillPair(m_ppGainOffsetPairs[i][j], i, j, *m_pGainTables, pNV, records);
   return 0;
-}
-
-void CMergeSettings::DoFillPair(merge_line_offsets_t& record, unsigned int uiLowIndex,
-                                unsigned int uiHighIndex, const CCameraNVMergeSettings* pNV,
-                                unsigned int uiRecords) const {
-  if (pNV == nullptr) {
-    takeRecord(record, generatedRecord(m_pGainTables->GetDNETableGainRatio(uiLowIndex, uiHighIndex)));
-  } else {
-    const int found = FindCameraMergeLineOffsetIndex(
-        pNV->GetLineOffsets(), uiRecords,
-        m_pGainTables->GetDNETableDeviceIndex(ORVA_GAIN_TABLE_LOW_CHANNEL, uiLowIndex),
-        m_pGainTables->GetDNETableDeviceIndex(ORVA_GAIN_TABLE_HIGH_CHANNEL, uiHighIndex));
-    if (found >= 0)
-      takeRecord(record, pNV->GetLineOffsets()[found]);
-    else if (!pNV->GetExtraLineOffsets().empty())
-      takeRecord(record, pNV->GetExtraLineOffsets().front());  // intended: whatever its gain settings
-    else
-      takeRecord(record, generatedRecord(pNV->GetDefaultGainRatio()));
-  }
-  // Intended: table indices, not device values.
-  record.uiHighGainSetting = uiHighIndex;
-  record.uiLowGainSetting = uiLowIndex;
 }
 
 double CMergeSettings::GetGainRatio(unsigned int uiLow, unsigned int uiHigh) const {

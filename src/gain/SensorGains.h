@@ -54,9 +54,6 @@ class GainTablesApart {
   GainTablesApart& operator=(const GainTablesApart&) = delete;
   ~GainTablesApart();
 
-  /// Of this thread; null where none lives.
-  static std::shared_ptr<DneTables>* tables();
-
  private:
   std::shared_ptr<DneTables> m_tables;
 };

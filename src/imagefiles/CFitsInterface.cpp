@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <orvacam/imagefiles/CFitsInterface.h>
 #include <orvacam/metadata/CFrameMetaData.h>
 #include <orvacam/support/CLog.h>
@@ -23,6 +24,7 @@
 #include "support/AlignedMemory.h"
 #include "support/CheckedMath.h"
 #include "support/NumberText.h"
+#include "support/OpenFile.h"
 
 using namespace orvacam::fits;
 
@@ -414,7 +416,7 @@ int CFitsInterface::CreateImageFile(const std::string& path, const unsigned shor
   if (AllocateImageCopy(std::min(pixels, piecePixels), orvacam::fitsHeaderSize) != 0) return -1;
 
   // Intended: an existing file is not truncated.
-  const int file = orvacam::openOutput(path, O_WRONLY, S_IRUSR | S_IWUSR);
+  const int file = orvacam::openForWriting(path.c_str(), O_WRONLY | O_CREAT, S_IRUSR | S_IWUSR);
   if (file < 0) {
     log->log(CLOGLEVEL_ERROR, L"%s: Unable to open file %s, err %d\n", operation, path.c_str(), errno);
     return -1;

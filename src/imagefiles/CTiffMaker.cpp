@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <orvacam/imagefiles/CTiffMaker.h>
 #include <orvacam/metadata/CFrameMetaData.h>
 
@@ -10,6 +11,7 @@
 #include "imagefiles/FileWriting.h"
 #include "imagefiles/FramePixels.h"
 #include "imagefiles/ImageFormats.h"
+#include "support/OpenFile.h"
 
 namespace {
 
@@ -212,19 +214,20 @@ int CTiffMaker::SetImageDimensions(unsigned int uiWidth, unsigned int uiHeight) 
   return result;
 }
 
-int CTiffMaker::SetPixelSize(unsigned int uiX, unsigned int uiY) {
-  const int resultX = DoSetResolution(XResolution, uiX);
-  if (DoSetResolution(YResolution, uiY) != 0) return -1;
-  return SetTag(ResolutionUnit, TIFF_TAGTYPE_SHORT, centimetre) == 0 ? resultX : -1;
-}
-
-int CTiffMaker::DoSetResolution(unsigned short usTag, unsigned int uiSize) {
-  const unsigned int ratio[2] = {tenthsOfMicrometreInCentimetre, uiSize};
-  _tiff_tag_complete_t* const node = FindTag(usTag);
-  if (node == nullptr) return AddTag({usTag, TIFF_TAGTYPE_RATIONAL, 1, 0}, ratio, 1);
+/// Pixels per centimetre from a size in tenths of a micrometre.
+static int setResolution(CTiffMaker& maker, unsigned short tag, unsigned int size) {
+  const unsigned int ratio[2] = {tenthsOfMicrometreInCentimetre, size};
+  _tiff_tag_complete_t* const node = maker.FindTag(tag);
+  if (node == nullptr) return maker.AddTag({tag, TIFF_TAGTYPE_RATIONAL, 1, 0}, ratio, 1);
   if (node->pData == nullptr || dataSize(*node) < sizeof ratio) return -1;
   std::memcpy(node->pData, ratio, sizeof ratio);
   return 0;
+}
+
+int CTiffMaker::SetPixelSize(unsigned int uiX, unsigned int uiY) {
+  const int resultX = setResolution(*this, XResolution, uiX);
+  if (setResolution(*this, YResolution, uiY) != 0) return -1;
+  return SetTag(ResolutionUnit, TIFF_TAGTYPE_SHORT, centimetre) == 0 ? resultX : -1;
 }
 
 // ---- Writing
@@ -276,7 +279,7 @@ int CTiffMaker::CreateImageFile(const std::string& path, const unsigned short* p
   const std::unique_ptr<unsigned char[]> header(new (std::nothrow) unsigned char[headerSize]);
   if (header == nullptr) return -1;
 
-  const int file = orvacam::openOutput(path, O_RDWR | O_TRUNC, 0666);
+  const int file = orvacam::openForWriting(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0666);
   if (file < 0) return -1;
   const bool bigEndian = !meta.Value(ORVA_META_KEY_PIXEL_ORDERED_IMAGE).GetValueBool();
   int result = WriteHeader(header.get(), headerSize, meta, bigEndian);

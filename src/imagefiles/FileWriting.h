@@ -1,21 +1,12 @@
 #ifndef ORVACAM_SRC_IMAGEFILES_FILE_WRITING_H
 #define ORVACAM_SRC_IMAGEFILES_FILE_WRITING_H
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
-#include <string>
-
-#include "support/OpenFile.h"
 
 namespace orvacam {
-
-/// Opens a file for writing, made where there is none; negative on failure, with errno set.
-inline int openOutput(const std::string& path, int flags, mode_t permissions) {
-  return openForWriting(path.c_str(), flags | O_CREAT, permissions);
-}
 
 /// Writes all of it straight from the caller's memory, or says false.
 inline bool writeAll(int file, const void* data, std::size_t count) {

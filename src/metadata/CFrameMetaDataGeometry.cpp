@@ -40,6 +40,16 @@ int pixelsOf(const CFrameMetaData& header, int (CFrameMetaData::*size)(unsigned 
   return result;
 }
 
+/// Electrons per count of a gain setting; 1.0 without tables.
+double gainValue(const CFrameMetaData& header, ORVAGAINTABLE table, ORVA_META_KEYS key) {
+  gain_type_info_t camera{ORVA_DEVICE_UNKNOWN,
+                          header.Value(ORVA_META_KEY_BACK_SIDE_ILLUMINATED).GetValueBool()};
+  header.GetDeviceType(camera.uiDeviceType);
+  const std::unique_ptr<IDeviceGainTables> tables(
+      CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, nullptr));
+  return tables == nullptr ? 1.0 : tables->GetDNETableValue(table, header.Value(key).GetValueUint());
+}
+
 }  // namespace
 
 // ---- Device
@@ -55,21 +65,12 @@ int CFrameMetaData::DoGetDeviceType(unsigned int& uiType) const {
   return 0;
 }
 
-double CFrameMetaData::DoGetGainValue(unsigned int uiTable, ORVA_META_KEYS eGainKey) const {
-  gain_type_info_t camera{ORVA_DEVICE_UNKNOWN, m_Values[ORVA_META_KEY_BACK_SIDE_ILLUMINATED].GetValueBool()};
-  GetDeviceType(camera.uiDeviceType);
-  const std::unique_ptr<IDeviceGainTables> tables(
-      CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, nullptr));
-  return tables == nullptr ? 1.0
-                           : tables->GetDNETableValue(static_cast<ORVAGAINTABLE>(uiTable), DoUint(eGainKey));
-}
-
 double CFrameMetaData::GetLowGainValue() const {
-  return DoGetGainValue(ORVA_GAIN_TABLE_LOW_CHANNEL, ORVA_META_KEY_LDR_GAIN);
+  return gainValue(*this, ORVA_GAIN_TABLE_LOW_CHANNEL, ORVA_META_KEY_LDR_GAIN);
 }
 
 double CFrameMetaData::GetHighGainValue() const {
-  return DoGetGainValue(ORVA_GAIN_TABLE_HIGH_CHANNEL, ORVA_META_KEY_HDR_GAIN);
+  return gainValue(*this, ORVA_GAIN_TABLE_HIGH_CHANNEL, ORVA_META_KEY_HDR_GAIN);
 }
 
 // ---- Sizes. Sums and products are 32-bit and wrap, as documented

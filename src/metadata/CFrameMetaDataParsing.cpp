@@ -209,9 +209,8 @@ int CFrameMetaData::DoParseVersion4(unsigned char* pHeader, unsigned int uiLengt
   const unsigned int blockLength = DoUint(ORVA_META_KEY_OTHER_TYPE_LENGTH);
   if (blockLength == 0) return 0;
   const std::size_t blockOffset = std::size_t{writtenSize} + DoUint(ORVA_META_KEY_OTHER_TYPE_OFFSET);
-  ByteReader block;
-  if (ByteReader(pHeader, uiLength).sub(blockOffset, blockLength, block))
-    m_OtherMetaData.SetData(block.current(), blockLength,
+  if (blockOffset + blockLength <= uiLength)
+    m_OtherMetaData.SetData(pHeader + blockOffset, blockLength,
                             static_cast<unsigned char>(DoUint(ORVA_META_KEY_OTHER_TYPE)));
   else
     m_Values[ORVA_META_KEY_OTHER_TYPE_LENGTH].SetValueUint(0);

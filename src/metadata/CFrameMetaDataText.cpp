@@ -77,6 +77,13 @@ void printTime(char* pText, std::size_t size, const char* format, const CFrameMe
                 static_cast<int>(nanoseconds));
 }
 
+std::string paddingText(const unsigned char* padding, unsigned int count) {
+  std::string text;
+  for (unsigned int i = 0; i < count; ++i)
+    text += print(i == 0 ? "%02d" : ", %02d", int{padding[i]});
+  return text;
+}
+
 /// A line that follows from its value alone.
 std::string render(Rule rule, const CMetaValues& value) {
   const unsigned int word = value.GetValueUint();
@@ -156,13 +163,6 @@ void CFrameMetaData::GetClockFromUsecs(unsigned long ulUsecs, char* pText, unsig
 
 // ---- Values
 
-std::string CFrameMetaData::DoRenderPadding(unsigned int uiCount) const {
-  std::string text;
-  for (unsigned int i = 0; i < uiCount; ++i)
-    text += print(i == 0 ? "%02d" : ", %02d", int{m_Padding[i]});
-  return text;
-}
-
 std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKey) {
   const CMetaValues& value = m_Values[uiKey];
   const auto rule = static_cast<Rule>(uiRule);
@@ -202,8 +202,9 @@ std::string CFrameMetaData::DoRenderLines(unsigned int uiVersion, bool bPadding)
     const char* const label = line.labels[uiVersion - 1];
     if (label == nullptr || (line.rule == Rule::Padding && !bPadding)) continue;
     text += label;
-    text += line.rule == Rule::Padding ? DoRenderPadding(widthOf(Kept::Padding, longPadding ? V34 : V2))
-                                       : DoRenderValue(static_cast<unsigned int>(line.rule), line.key);
+    text += line.rule == Rule::Padding
+                ? paddingText(m_Padding, widthOf(Kept::Padding, longPadding ? V34 : V2))
+                : DoRenderValue(static_cast<unsigned int>(line.rule), line.key);
     text += '\n';
   }
   return text;

@@ -23,8 +23,7 @@ struct GeometryFault {
     None,
     ImageEndsBeforeItStarts,  ///< value is the stop, limit the start
     FrameTooLarge,            ///< value is the number of columns or rows, limit the most
-    HeaderTooLong,            ///< value and limit are bytes
-    FieldTooLarge             ///< value does not fit a processed header, which holds up to limit
+    HeaderTooLong             ///< value and limit are bytes
   };
   Kind kind = None;
   unsigned int key = 0;  ///< the metadata key that is to blame; of an axis, its stop
@@ -92,7 +91,7 @@ GeometryFault headerLengthFault(const CFrameMetaData& metaData);
 
 /// Whether the sizes are the same once the metadata are written as a processed header and read back, whose
 /// fields are narrower than those of a FITS text.
-GeometryFault processedHeaderFault(const CFrameMetaData& metaData);
+bool surviveProcessing(const CFrameMetaData& metaData);
 
 }  // namespace orvacam
 

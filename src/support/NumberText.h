@@ -18,7 +18,7 @@ std::string_view fixedText(NumberMemory& memory, double value, int decimals = 6)
 
 /// What strtod reads from the start of the text in the C locale: leading white space, an optional sign,
 /// decimal or hexadecimal digits, an exponent, "inf", "nan". 0.0 when no number stands there; HUGE_VAL with
-/// the number's sign beyond the range of a double.
+/// the number's sign beyond the range of a double. May throw std::bad_alloc.
 double parseDouble(std::string_view text);
 
 }  // namespace orvacam

@@ -72,11 +72,6 @@ class ORVACAM_API CMergeSettings {
   unsigned int m_uiNumHighGains;
   CMergeMappingArray m_MappingArray;
   IDeviceGainTables* m_pGainTables;
-
- private:
-  ORVACAM_INTERNAL void DoFillPair(merge_line_offsets_t& record, unsigned int uiLowIndex,
-                                   unsigned int uiHighIndex, const CCameraNVMergeSettings* pNV,
-                                   unsigned int uiRecords) const;
 };
 
 #endif  // ORVACAM_GAIN_CMERGESETTINGS_H

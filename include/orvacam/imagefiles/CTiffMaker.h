@@ -104,9 +104,6 @@ class ORVACAM_API CTiffMaker {
   _tiff_tag_complete_t* m_pTags;  ///< sorted by tag number
   unsigned int m_uiNumTags;
   unsigned int m_uiCursor;  ///< where the next out-of-line data goes
-
- private:
-  ORVACAM_INTERNAL int DoSetResolution(unsigned short usTag, unsigned int uiSize);
 };
 
 #endif  // ORVACAM_IMAGEFILES_CTIFFMAKER_H

@@ -242,10 +242,8 @@ class ORVACAM_API CFrameMetaData {
   ORVACAM_INTERNAL void DoDeriveFlags(unsigned int uiVersion);
   ORVACAM_INTERNAL int DoReadTimeText(char* pText, unsigned int uiLength);
   ORVACAM_INTERNAL void DoSetFlag(ORVA_META_KEYS eKey, bool bValue);
-  ORVACAM_INTERNAL double DoGetGainValue(unsigned int uiTable, ORVA_META_KEYS eGainKey) const;
   ORVACAM_INTERNAL std::string DoRenderLines(unsigned int uiVersion, bool bPadding);
   ORVACAM_INTERNAL std::string DoRenderValue(unsigned int uiRule, unsigned int uiKey);
-  ORVACAM_INTERNAL std::string DoRenderPadding(unsigned int uiCount) const;
   ORVACAM_INTERNAL unsigned int DoUint(ORVA_META_KEYS eKey) const { return m_Values[eKey].GetValueUint(); }
   ORVACAM_INTERNAL CMetaValues& DoKeptByte(unsigned int uiByte);
 };
