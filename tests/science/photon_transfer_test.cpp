@@ -139,6 +139,16 @@ TEST(PhotonTransfer, WidensTheErrorWherePointsDoNotLieOnALine) {
   EXPECT_GT(measured(camera, series).gain.error, 4 * before);
 }
 
+TEST(PhotonTransfer, DoubtsPairsOfDifferentLevels) {
+  const Camera camera;
+  Series series = seriesOf(camera, usual);
+  series.flats[1].moments.mean[0] += 12;  // of 500
+  series.flats[1].moments.mean[1] -= 12;
+  EXPECT_EQ(noteOn(measured(camera, series), "gain_e_per_adu"), "");
+  series.flats[1].moments.mean[0] += 3;
+  EXPECT_THAT(noteOn(measured(camera, series), "gain_e_per_adu"), HasSubstr("differ by up to 5.384 %"));
+}
+
 TEST(PhotonTransfer, SeparatesDarkCurrentFromReadNoise) {
   Camera camera;
   camera.darkCurrent = 400;

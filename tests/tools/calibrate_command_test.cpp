@@ -164,6 +164,12 @@ TEST_F(Calibrate, RefusesWhatCannotBeMeant) {
   refused({"calibrate", "flat", "f", "--dark", "d", "-o", "d"}, "d");
 }
 
+TEST_F(Calibrate, LetsNoDsnuFileTakeAFramesOffsetOff) {
+  take("d", sim::FrameType::Dark, 10);
+  good({"calibrate", "dark", "d", "-o", "c.dsnu"});
+  bad({"stats", "d/0.raw", "--bias", "c.dsnu"}, "c.dsnu", "which is no offset: it is no bias file");
+}
+
 TEST_F(Calibrate, NamesTheFrameThatDoesNotBelong) {
   take("f", sim::FrameType::Dark, 4);
   take("g", sim::FrameType::Flat, 3);

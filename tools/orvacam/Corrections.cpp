@@ -57,6 +57,7 @@ Corrections::Corrections(const CorrectionOptions& options) : m_options(options) 
                     " bytes for a plane, ends at byte " + std::to_string(bytes.size()));
     m_biasLow = planeAt(bytes.substr(start, plane), size);
     if (bytes.size() >= start + 2 * plane) m_biasHigh = planeAt(bytes.substr(start + plane, plane), size);
+    requireOffsets(options.bias);
     m_biasSensor = bias.header().sensor();
     addReference("BIAS", "bias frame subtracted:", options.bias);
   }
@@ -87,6 +88,17 @@ void Corrections::apply(orvacam::Decoder& decoder) const {
   } catch (const orvacam::Error& error) {
     throw Failure(m_options.calibration + ": " + error.what());
   }
+}
+
+/// Files of offsets, DSNU and PRNU look alike; what a pair cannot reach is no offset of it.
+void Corrections::requireOffsets(const std::string& path) const {
+  constexpr double pairFull = 4095;
+  const orvacam::Size size = m_biasLow.size();
+  if (m_biasHigh.empty()) return;
+  for (const orvacam::Plane* plane : {&m_biasLow, &m_biasHigh})
+    if (const double median = files::medianOf(*plane, {0, 0, size.width, size.height}); median > pairFull)
+      throw Failure(path + ": would take " + files::numberText(median) +
+                    " counts off, which is no offset: it is no bias file");
 }
 
 orvacam::Decoder Corrections::decoder() const {

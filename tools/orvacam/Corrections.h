@@ -35,6 +35,7 @@ class Corrections {
 
  private:
   void apply(orvacam::Decoder& decoder) const;
+  void requireOffsets(const std::string& path) const;
   double biasLevel(const files::Subject& subject, const orvacam::Header& header) const;
 
   CorrectionOptions m_options;

@@ -1,5 +1,7 @@
 #include "FrameReader.h"
 
+#include <malloc.h>
+
 #include "files/Sha256.h"
 #include "science/Refused.h"
 
@@ -12,6 +14,11 @@ namespace {
 constexpr std::size_t hexDigits = 64;
 
 }  // namespace
+
+void freeFramesAtOnce() {
+  constexpr int ownPages = 1 << 18;  // bytes, from which on memory is the system's, not the heap's
+  mallopt(M_MMAP_THRESHOLD, ownPages);
+}
 
 std::vector<std::string> framesToReread(const std::string& command, const InputOptions& options) {
   std::vector<std::string> paths;

@@ -12,6 +12,10 @@
 
 namespace tool {
 
+/// Frames go back to the system when they are done with: on the heap, small pieces between them would keep
+/// their memory, more of it the more frames there are. For commands that read many, before the first.
+void freeFramesAtOnce();
+
 /// The frames that names stand for, which are read more than once. Throws UsageError for standard input,
 /// science::Refused, Failure.
 std::vector<std::string> framesToReread(const std::string& command, const InputOptions& options);

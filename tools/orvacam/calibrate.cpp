@@ -109,6 +109,7 @@ int calibrated(const CalibrateOptions& o) {
 }
 
 int calibrate(const CalibrateOptions& options) {
+  freeFramesAtOnce();
   return attemptCode("", [&]() -> int {
     try {
       return calibrated(options);

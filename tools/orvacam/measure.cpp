@@ -68,6 +68,7 @@ int measured(const MeasureOptions& options) {
 }
 
 int measure(const MeasureOptions& options) {
+  freeFramesAtOnce();
   return attemptCode("", [&]() -> int {
     try {
       return measured(options);

@@ -1,12 +1,11 @@
 // orvacam stack: many frames become one.
 
-#include <malloc.h>
-
 #include <charconv>
 #include <map>
 
 #include "Commands.h"
 #include "Corrections.h"
+#include "FrameReader.h"
 #include "Stacking.h"
 #include "files/Names.h"
 
@@ -64,10 +63,7 @@ int run(const StackOptions& options, Format format, const std::vector<Input>& in
 }
 
 int stack(const StackOptions& options) {
-  // Frames go back to the system when they are done with: on the heap, small pieces between them would keep
-  // their memory, more of it than the limit allows.
-  constexpr int ownPages = 1 << 20;
-  mallopt(M_MMAP_THRESHOLD, ownPages);
+  freeFramesAtOnce();
   const bool isPart = !options.partial.empty();
   const std::string& output = isPart ? options.partial : options.output;
   const Format format = isPart                   ? Format::Fits

@@ -15,6 +15,7 @@ constexpr double hiddenVariance = 0.24;               // below this, rounding hi
 constexpr double hiddenDeviation = 0.49;              // its root: what is used instead
 constexpr double fitPart = 0.7;                       // of saturation, where the gain is fitted
 constexpr double linearFrom = 0.05, linearTo = 0.95;  // of saturation, where linearity is judged
+constexpr double pairsDiffer = 0.05;                  // a part of the signal
 constexpr double fewPixels = 0.001;                   // a part of the pixels that does not matter
 
 double square(double value) {
@@ -133,6 +134,20 @@ Estimate slopeOf(const std::vector<const CurvePoint*>& points, const PlaneTransf
   return {slope, scale * std::sqrt(own + shared) / xx};
 }
 
+/// Of two flats that differ by a part d, the response's deviation p leaves (p d signal)^2 / 2 in the
+/// variance.
+void sayIfPairsDiffer(PlaneTransfer& plane, const std::vector<const CurvePoint*>& points) {
+  double most = 0;
+  for (const CurvePoint* point : points)
+    most = std::fmax(most, std::fabs(point->moments.mean[0] - point->moments.mean[1]) / point->signal);
+  if (most <= pairsDiffer) return;
+  say(plane, "gain_e_per_adu",
+      "The flats of a pair differ by up to " + number(100 * most) +
+          " %: the pixels' different responses count as noise, and the gain comes out too small. Flats of "
+          "equal "
+          "exposure are paired in their order.");
+}
+
 void fitGain(PlaneTransfer& plane, double fullScale) {
   const double most = fitPart * referenceSignal(plane, fullScale);
   std::vector<const CurvePoint*> points;
@@ -155,6 +170,7 @@ void fitGain(PlaneTransfer& plane, double fullScale) {
     return;
   }
   plane.gain = quotient({1, 0}, slope);
+  sayIfPairsDiffer(plane, points);
 }
 
 /// The straight line through the means of all dark frames.
