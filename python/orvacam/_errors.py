@@ -36,6 +36,9 @@ class Error(Exception):
     def __str__(self) -> str:
         return f'{self.path}: {self.text}' if self.path else self.text
 
+    def __repr__(self) -> str:
+        return f'{type(self).__name__}({str(self)!r})'
+
     def __reduce__(self) -> Tuple[Any, ...]:
         return type(self), (self.text, self.reason, self.path, self.needed, self.available)
 

@@ -8,7 +8,7 @@ whole numbers: it does not matter where and in which order they are made, or whe
 import json
 import os
 import re
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from typing import TYPE_CHECKING, Any, Dict, Hashable, Iterable, List, Optional, Sequence, Tuple, Union
 
 import numpy
@@ -66,7 +66,7 @@ def _plane_of(path: str, plane: str, shape: Tuple[int, int], first: bytes) -> ND
 class _Kind:
     """What all frames of a series are like: the first one's header and size, the plane that is taken."""
 
-    header: bytes
+    header: bytes = field(repr=False)
     plane: str
     shape: Tuple[int, int]
     nbytes: int  #: of a file

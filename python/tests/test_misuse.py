@@ -10,6 +10,7 @@ import numpy
 import pytest
 
 import orvacam
+from orvacam._series import _kind_of
 
 lib: Any = orvacam  #: without its types, which refuse most of this
 ma: Any = numpy.ma
@@ -101,6 +102,14 @@ def test_parts_that_are_no_files_are_answered_at_once(tmp_path: pathlib.Path) ->
     with pytest.raises(FileNotFoundError) as caught:
         orvacam.Stack.combine([tmp_path / 'none'])
     assert caught.value.filename == str(tmp_path / 'none')
+
+
+def test_what_a_cluster_logs_names_the_frame_and_is_short(hdr_file: pathlib.Path) -> None:
+    hdr_file.write_bytes(hdr_file.read_bytes()[:-1])
+    with pytest.raises(orvacam.Truncated) as caught:
+        orvacam.read(hdr_file).merged
+    assert re.match(rf"Truncated\('{re.escape(str(hdr_file))}: needs 9600 bytes ", repr(caught.value))
+    assert len(repr(_kind_of(str(hdr_file), None))) < 200
 
 
 def test_a_stack_says_what_it_is(hdr: bytes) -> None:
