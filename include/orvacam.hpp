@@ -470,18 +470,20 @@ class Plane : public Image<std::uint16_t> {
 
   /// The processed header: 16 bits a pixel, no pair, this plane's flags. Throws bad_argument for an empty and
   /// for a copied plane.
-  const Header& header() const {
+  const Header& header() const& {
     if (m_header.m_handle.get() == nullptr) {
       const orva_header* none = nullptr;
       detail::check(orva_image_get_header(m_handle.get(), &none));
     }
     return m_header;
   }
+  Header header() const&& { return header(); }  ///< of a plane that goes away
   /// None unless asked for.
-  const std::optional<Statistics>& statistics() const {
+  const std::optional<Statistics>& statistics() const& {
     static const std::optional<Statistics> none;
     return m_statistics != nullptr ? *m_statistics : none;
   }
+  std::optional<Statistics> statistics() const&& { return statistics(); }
 
   /// Pixels of the caller's, copied, without header and statistics.
   static Plane copy(Size size, const std::uint16_t* pixels) {
@@ -569,7 +571,8 @@ class Frame {
     return Frame(detail::FrameHandle(frame));
   }
 
-  const Header& header() const { return m_header; }
+  const Header& header() const& { return m_header; }
+  Header header() const&& { return m_header; }  ///< of a frame that goes away
   /// {"low", "high", "merged"}, {"image"}, {"low", "high"}; {} where it cannot be decoded.
   std::vector<std::string> planes() const {
     constexpr struct {
@@ -668,31 +671,42 @@ class Decoder {
 
   /// Correction files of the merge: read now, opened for reading only; "" takes one back. After a refusal the
   /// earlier one holds. Throws what reading a frame does, and mismatch.
-  Decoder& dsnu(const std::filesystem::path& path) {
+  Decoder& dsnu(const std::filesystem::path& path) & {
     detail::check(orva_decoder_set_dsnu(m_handle.get(), path.c_str()));
     return *this;
   }
-  Decoder& prnu(const std::filesystem::path& path) {
+  Decoder& prnu(const std::filesystem::path& path) & {
     detail::check(orva_decoder_set_prnu(m_handle.get(), path.c_str()));
     return *this;
   }
   /// Subtracted from each plane before merging, stopping at 0; frames of one image take the first. Empty
   /// planes take them back. A plane with a header covers the rows from its start row on, others those from
   /// row 0 on.
-  Decoder& bias(const Plane& low, const Plane& high) {
+  Decoder& bias(const Plane& low, const Plane& high) & {
     detail::check(orva_decoder_set_bias(m_handle.get(), low.m_handle.get(), high.m_handle.get()));
     return *this;
   }
   /// Of the merge; 3700 and 128 at first. No effect where nothing is merged. Throws bad_argument above 65535.
-  Decoder& thresholds(unsigned high, unsigned difference) {
+  Decoder& thresholds(unsigned high, unsigned difference) & {
     detail::check(orva_decoder_set_thresholds(m_handle.get(), high, difference));
     return *this;
   }
   /// The calibration block that a camera keeps, from which gain ratios are taken. Copied; null takes it back.
   /// Throws bad_argument: it is none; the earlier one holds.
-  Decoder& calibration(const void* block, std::size_t length) {
+  Decoder& calibration(const void* block, std::size_t length) & {
     detail::check(orva_decoder_set_calibration(m_handle.get(), block, length));
     return *this;
+  }
+
+  // Of a decoder without a name: `Decoder decoder = Decoder().thresholds(3600, 128);`
+  Decoder&& dsnu(const std::filesystem::path& path) && { return std::move(dsnu(path)); }
+  Decoder&& prnu(const std::filesystem::path& path) && { return std::move(prnu(path)); }
+  Decoder&& bias(const Plane& low, const Plane& high) && { return std::move(bias(low, high)); }
+  Decoder&& thresholds(unsigned high, unsigned difference) && {
+    return std::move(thresholds(high, difference));
+  }
+  Decoder&& calibration(const void* block, std::size_t length) && {
+    return std::move(calibration(block, length));
   }
 
   /// The planes of a frame. Throws what the frame's error findings say, mismatch where corrections do not
@@ -767,25 +781,30 @@ class Stack {
   }
 
   /// Settings, to be made before the first frame. Throw bad_argument later, and for what is no plane's name.
-  Stack& plane(std::string_view name) {
+  Stack& plane(std::string_view name) & {
     detail::check(orva_stack_set_plane(m_handle.get(), detail::name(name).c_str()));
     return *this;
   }
   /// Its settings hold for every frame.
-  Stack& decoder(Decoder decoder) {
+  Stack& decoder(Decoder decoder) & {
     detail::check(orva_stack_set_decoder(m_handle.get(), decoder.m_handle.release()));
     return *this;
   }
   /// The limits of sigma_clip and winsorized; 3 and 3 at first. Throws bad_argument: not above 0.
-  Stack& sigma(double low, double high) {
+  Stack& sigma(double low, double high) & {
     detail::check(orva_stack_set_sigma(m_handle.get(), low, high));
     return *this;
   }
   /// Takes frames whose settings differ as well; sensor, mode and size can never be unlike.
-  Stack& allow_unlike(bool allow) {
+  Stack& allow_unlike(bool allow) & {
     detail::check(orva_stack_allow_unlike(m_handle.get(), allow ? 1 : 0));
     return *this;
   }
+  // Of a stack without a name: `Stack stack = Stack(Stack::Method::median).plane("low");`
+  Stack&& plane(std::string_view name) && { return std::move(plane(name)); }
+  Stack&& decoder(Decoder decoder) && { return std::move(this->decoder(std::move(decoder))); }
+  Stack&& sigma(double low, double high) && { return std::move(sigma(low, high)); }
+  Stack&& allow_unlike(bool allow) && { return std::move(allow_unlike(allow)); }
 
   /// Throws what decoding does; mismatch, naming the field, for a frame that is unlike the first one;
   /// bad_argument for a frame that lacks the plane. The stack is then as before.

@@ -293,6 +293,17 @@ void orva_decoder::finish(const Job& job, const orva_request& request, DecodedIm
   }
 }
 
+namespace {
+
+/// Whether the caller's record, by its size, reaches as far as this image.
+bool holds(const orva_decoded& record, orva_image* orva_decoded::*image) {
+  const auto* const begin = reinterpret_cast<const char*>(&record);
+  const auto* const end = reinterpret_cast<const char*>(&(record.*image) + 1);
+  return record.size >= static_cast<std::size_t>(end - begin);
+}
+
+}  // namespace
+
 // ---- The C interface
 
 extern "C" {
@@ -345,7 +356,7 @@ orva_status orva_decoder_decode(orva_decoder* decoder, const orva_frame* frame, 
     DecodedImages images = withFrame(f, [&] { return d.decode(f, wanted); });
     orva_decoded planes{};
     for (std::size_t i = 0; i < images.size(); ++i)
-      planes.*planeNames[i].image = images[i].release();
+      if (holds(*decoded, planeNames[i].image)) planes.*planeNames[i].image = images[i].release();
     give(decoded, planes, "the planes");
   });
 }
@@ -353,6 +364,6 @@ orva_status orva_decoder_decode(orva_decoder* decoder, const orva_frame* frame, 
 void orva_decoded_free(orva_decoded* decoded) {
   if (decoded == nullptr) return;
   for (const auto& plane : planeNames)
-    orva_image_free(std::exchange(decoded->*plane.image, nullptr));
+    if (holds(*decoded, plane.image)) orva_image_free(std::exchange(decoded->*plane.image, nullptr));
 }
 }

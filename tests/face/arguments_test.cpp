@@ -197,6 +197,21 @@ TEST_F(FaceArguments, RecordsAreFilledAsFarAsTheyGo) {
   EXPECT_EQ(later.beyond[0], 0xCD);
 }
 
+TEST_F(FaceArguments, PlanesBeyondARecordOfTheCallersAreNeitherGivenNorFreed) {
+  orva_decoded decoded{};
+  std::memset(static_cast<void*>(&decoded), 0xAB, sizeof decoded);
+  decoded.size = offsetof(orva_decoded, merged);  // low and high alone
+  ASSERT_EQ(orva_decoder_decode(decoder, frame, nullptr, &decoded), 0);
+  auto info = sized<orva_image_info>();
+  EXPECT_EQ(orva_image_get_info(decoded.high, &info), 0);
+  orva_decoded_free(&decoded);
+  EXPECT_EQ(decoded.low, nullptr);
+  EXPECT_EQ(decoded.high, nullptr);
+  const auto* const rest = reinterpret_cast<const unsigned char*>(&decoded.merged);
+  for (std::size_t i = 0; i < sizeof decoded - offsetof(orva_decoded, merged); ++i)
+    ASSERT_EQ(rest[i], 0xAB);
+}
+
 TEST_F(FaceArguments, RecordsWithoutASizeAreRefused) {
   orva_header_info info{};
   EXPECT_EQ(orva_header_get_info(header, &info), badArgument);
