@@ -77,7 +77,7 @@ py::array pixelArray(const py::handle& object, const std::string& name) {
 
 /// The caller's memory for a plane.
 py::array outArray(const py::handle& object, const std::string& name, const Size& size) {
-  const py::array array = pixelArray(object, name);
+  py::array array = pixelArray(object, name);
   const auto rows = static_cast<py::ssize_t>(size.height), columns = static_cast<py::ssize_t>(size.width);
   if (array.shape(0) != rows || array.shape(1) != columns)
     throw py::value_error(name + " has the shape " + shapeText(array.shape(0), array.shape(1)) +
