@@ -155,6 +155,7 @@ TEST_F(LogFile, IsAppendedToAndSaysWhatBecameOfEachInput) {
 TEST_F(LogFile, IsNoInputAndNoOtherOutput) {
   refused({"stats", "night", "--log", "night/f10.raw"}, "is an input and cannot be written to");
   refused({"check", "--files-from", "night/f10.raw", "--log", "./night/f10.raw"}, "is an input");
+  refused({"check", "night/f10.raw", "--files-from", "none", "--log", "night/f10.raw"}, "is an input");
   refused({"stats", "night/f11.raw", "--bias", "night/f10.raw", "--log", "night/f10.raw"}, "is an input");
   refused({"stats", "night", "--histogram-csv", "x", "--log", "./x"}, "would be written twice");
   refused({"convert", "night", "-o", "out", "--log", "out/f10.fits"}, "would be written twice");
@@ -165,6 +166,17 @@ TEST_F(LogFile, ThatCannotBeWrittenIsSaidAndDoesNotStopTheRest) {
   EXPECT_EQ(ran.exitCode, 3);
   EXPECT_EQ(ran.out, "FrameNumber             = 7\n");
   EXPECT_EQ(ran.err, "orvacam: none/log: cannot be written: No such file or directory\n");
+}
+
+TEST_F(LogFile, IsNeverAFrameWhateverGoesWrongFirst) {
+  fs::create_directory(folder.path() / "none");
+  writeHdr("d.ref", 16, 8);
+  const auto before = folder.read("d.ref");
+  const Ran ran = orvacam({"calibrate", "flat", "none", "--dark", "d.ref", "-o", "x", "--log", "d.ref"});
+  EXPECT_EQ(ran.exitCode, 3);
+  EXPECT_THAT(ran.err, AllOf(HasSubstr("orvacam: none: holds no frame\n"),
+                             HasSubstr("orvacam: d.ref: is a frame or a picture and stays as it is\n")));
+  EXPECT_EQ(folder.read("d.ref"), before);
 }
 
 // ---- A watched folder

@@ -81,6 +81,14 @@ TEST_F(TheProgram, RefusesUnknownAndMissingOptions) {
   refused({"simulate", "GENERIC", "-o", "b.raw", "--header-version", "5"}, "--header-version");
 }
 
+TEST_F(TheProgram, NamesTheHelpThatFitsAWrongCall) {
+  refused({"convert", "a.raw", "-o", "x", "--skip-existing", "--overwrite"},
+          "do not go together (orvacam convert --help)\n");
+  refused({"info"}, "no input is named (orvacam info --help)\n");
+  refused({"stack", "-o", "x"}, "(orvacam stack --help)\n");
+  refused({"convrt"}, "did you mean 'convert'? (orvacam --help)\n");
+}
+
 TEST_F(TheProgram, RefusesOptionsThatDoNotGoTogether) {
   writeFlat("a.raw", 1);
   const Arguments pairs[] = {{"--native", "--compress", "rice"},

@@ -1,6 +1,7 @@
 // What the program never does: lose data, leave rubbish behind.
 
 #include <sys/prctl.h>
+#include <sys/stat.h>
 
 #include "Background.h"
 
@@ -11,7 +12,13 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 using Safety = Program;
-using Inputs = Program;
+class Inputs : public Program {
+ protected:
+  /// What bash makes of a command line in which $0 is the program.
+  Ran shell(const std::string& command) const {
+    return runProgram("bash", folder.path(), {"-c", command, ORVACAM_TOOL});
+  }
+};
 
 TEST_F(Safety, NeverWritesToAnInput) {
   writeHdr("a.raw", 16, 8);
@@ -233,6 +240,62 @@ TEST_F(Inputs, AreTakenFromLists) {
   const Ran missing = orvacam({"check", "--files-from", "none"});
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_THAT(missing.err, HasSubstr("none cannot be opened"));
+}
+
+TEST_F(Inputs, AreTakenFromListsOfOtherSystemsAndThroughPipes) {
+  writeFlat("a.raw", 1);
+  writeFlat("b.raw", 2);
+  writeFlat("odd\r", 3);
+  const auto exposures = [&](const std::string& list) {
+    const std::string text = "a.raw\r\n\r\nodd\r\nb.raw" + list;
+    folder.write("list", Bytes(text.begin(), text.end()));
+    return lines(good({"info", "--files-from", "list", "--keys", "FrameNumber", "--csv"}));
+  };
+  EXPECT_EQ(exposures(""), 1 + 3u);
+  EXPECT_EQ(exposures("\r\n"), 1 + 3u);
+  const Ran piped = shell("\"$0\" info --keys FrameNumber --csv --files-from <(printf 'a.raw\\nb.raw\\n')");
+  EXPECT_EQ(piped.exitCode, 0) << piped.err;
+  EXPECT_EQ(lines(piped.out), 1 + 2u);
+  folder.write("list", {'a', '.', 'r', 'a', 'w', 0, 'b', '.', 'r', 'a', 'w'});
+  EXPECT_EQ(lines(good({"info", "--files-from", "list", "-0", "--keys", "FrameNumber", "--csv"})), 1 + 2u);
+  const Ran wrong = orvacam({"info", "--files-from", "list"});
+  EXPECT_EQ(wrong.exitCode, 1);
+  EXPECT_EQ(wrong.err, "orvacam: the list list has names that end with a NUL, which -0 reads\n");
+}
+
+// ---- What the caller gives a program
+
+using Surrounded = Inputs;
+
+TEST_F(Surrounded, ByClosedDescriptorsWritesWholeFiles) {
+  writeHdr("a.raw", 64, 48);
+  good({"convert", "a.raw", "-o", "open", "--reproducible"});
+  const Ran closed =
+      shell("exec \"$0\" convert a.raw none.raw -o closed --reproducible --log log <&- >&- 2>&-");
+  EXPECT_EQ(closed.exitCode, 1);
+  for (const std::string& name : files("open"))
+    EXPECT_EQ(folder.read("closed/" + name), folder.read("open/" + name)) << name;
+  EXPECT_THAT(textOf(folder.read("log")),
+              ::testing::AllOf(::testing::HasSubstr("Z none.raw: cannot be opened"),
+                               ::testing::Not(::testing::HasSubstr("orvacam:"))));
+  EXPECT_EQ(shell("exec \"$0\" info a.raw >&-").exitCode, 3);
+}
+
+TEST_F(Surrounded, ByFewDescriptorsWorksWithFewerProcesses) {
+  for (const char* const name : {"a.raw", "b.raw", "c.raw", "d.raw", "e.raw"})
+    writeFlat(name, 1);
+  const Ran few = shell("ulimit -n 8; exec \"$0\" stats . --jobs 5");
+  EXPECT_EQ(few.exitCode, 0) << few.err;
+  EXPECT_EQ(few.out, good({"stats", ".", "--jobs", "1"}));
+}
+
+TEST_F(Surrounded, ByAPipeThatNobodyReadsDoesNotWaitForALog) {
+  writeFlat("a.raw", 1);
+  ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
+  const Ran ran = orvacam({"convert", "a.raw", "-o", "out", "--log", "pipe"});
+  EXPECT_EQ(ran.exitCode, 3);
+  EXPECT_EQ(ran.err, "orvacam: pipe: cannot be written: No such device or address\n");
+  EXPECT_EQ(files("out"), Names{"a.fits"});
 }
 
 }  // namespace

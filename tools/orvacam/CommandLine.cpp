@@ -94,6 +94,11 @@ const Command* chosenOf(const CLI::App& app, const std::vector<Command>& command
   return nullptr;
 }
 
+/// The call that helps, behind what was wrong with one.
+std::string helpFor(const Command* command) {
+  return " (orvacam " + (command == nullptr ? "" : command->name + " ") + "--help)";
+}
+
 /// Reads the command line and does what it says. Throws UsageError.
 int called(const std::vector<Command>& commands, int argc, char** argv) {
   CLI::App app{"", "orvacam"};
@@ -115,10 +120,11 @@ int called(const std::vector<Command>& commands, int argc, char** argv) {
     return app.exit(request, std::cout, std::cerr);
   } catch (const CLI::ParseError& error) {
     const Command* const chosen = chosenOf(app, commands);
-    throw UsageError(complaintOf(app, commands, chosen, error) + " (orvacam " +
-                     (chosen == nullptr ? "" : chosen->name + " ") + "--help)");
+    settings().help = helpFor(chosen);
+    throw UsageError(complaintOf(app, commands, chosen, error));
   }
   const Command* const chosen = chosenOf(app, commands);
+  settings().help = helpFor(chosen);
   if (json && !version) throw UsageError("--json: stands behind a command, or with --version");
   if (version) {
     std::cout << (json ? versionJson(commands) : "orvacam " + orvacam::version()) << '\n';

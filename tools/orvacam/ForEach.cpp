@@ -36,8 +36,8 @@ class Run {
     const std::size_t ahead = std::size_t{8} * jobs;
     std::map<std::size_t, Answer> early;
     for (std::size_t next = 0, shown = 0; shown < m_inputs.size();) {
-      for (; next < m_inputs.size() && next < shown + ahead && workers.hasIdle(); ++next)
-        workers.give(next, std::to_string(next));
+      while (next < m_inputs.size() && next < shown + ahead && workers.give(next, std::to_string(next)))
+        ++next;
       for (Answer& answer : workers.wait()) {
         const std::size_t number = answer.number;
         early.emplace(number, std::move(answer));

@@ -76,13 +76,33 @@ void addFolder(const std::string& folder, bool recursive, std::vector<Input>& in
     inputs.push_back({(fs::path(folder) / below).native(), under, ""});
 }
 
+/// A list may come through a pipe: --files-from <(find ...).
+std::string listAt(const std::string& path) {
+  struct stat status {};
+  if (path == "-" || stat(path.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) return readAll(path);
+  const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (opened.file < 0) throw Failure(std::string("cannot be opened: ") + std::strerror(errno));
+  return contentOf(opened.file);
+}
+
+/// A line without the CR that other systems end it with, unless a file is called so.
+std::string withoutReturn(std::string line) {
+  struct stat status {};
+  if (line.back() == '\r' && lstat(line.c_str(), &status) != 0) line.pop_back();
+  return line;
+}
+
 std::vector<std::string> namesIn(const InputOptions& options) {
-  const std::string text = readAll(options.list);
+  const std::string text = listAt(options.list);
   const char separator = options.nulEnded ? '\0' : '\n';
+  if (!options.nulEnded && text.find('\0') != std::string::npos)
+    throw Failure("has names that end with a NUL, which -0 reads");
   std::vector<std::string> names;
   for (std::size_t from = 0; from < text.size();) {
     const std::size_t to = std::min(text.find(separator, from), text.size());
-    if (to > from) names.push_back(text.substr(from, to - from));
+    std::string name = text.substr(from, to - from);
+    if (!name.empty() && !options.nulEnded) name = withoutReturn(std::move(name));
+    if (!name.empty()) names.push_back(std::move(name));
     from = to + 1;
   }
   return names;
@@ -101,6 +121,15 @@ std::string readAll(const std::string& path) {
 
 std::vector<Input> inputsOf(const InputOptions& options) {
   std::vector<std::string> names = options.files;
+  const Identity log = identityOf(settings().log);
+  const auto refuseLog = [&](const std::string& path) {
+    if (log != Identity{0, 0} && identityOf(path) == log)
+      throw UsageError("--log: " + path + " is an input and cannot be written to");
+  };
+  // Before anything can go wrong, which the log would be told.
+  refuseLog(options.list);
+  for (const std::string& name : names)
+    refuseLog(name);
   if (!options.list.empty()) {
     try {
       for (std::string& name : namesIn(options))
@@ -112,12 +141,6 @@ std::vector<Input> inputsOf(const InputOptions& options) {
   const auto fromStandardInput = std::count(names.begin(), names.end(), "-") + (options.list == "-" ? 1 : 0);
   if (fromStandardInput > 1) throw UsageError("standard input can be one input only");
   if (names.empty() && options.list.empty()) throw UsageError("no input is named");
-  const Identity log = identityOf(settings().log);
-  const auto refuseLog = [&](const std::string& path) {
-    if (log != Identity{0, 0} && identityOf(path) == log)
-      throw UsageError("--log: " + path + " is an input and cannot be written to");
-  };
-  refuseLog(options.list);
   std::vector<Input> inputs;
   for (const std::string& name : names) {
     std::error_code none;

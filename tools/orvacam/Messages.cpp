@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "Program.h"
+#include "files/FixedFiles.h"
 #include "files/Text.h"
 
 namespace tool {
@@ -29,28 +30,40 @@ class Log {
   ~Log() { close(); }
 
   void write(const std::string& text) {
-    if (settings().log.empty() || m_error != 0 || !begin()) return;
+    if (settings().log.empty() || !m_wrong.empty() || !begin()) return;
     const std::string line = orvacam::files::isoNow() + "Z " + text + "\n";
     // One call a line: runs that share a log do not break into each other's lines.
-    if (::write(m_file, line.data(), line.size()) != static_cast<ssize_t>(line.size())) m_error = errno;
+    if (::write(m_file, line.data(), line.size()) != static_cast<ssize_t>(line.size())) fail();
   }
   bool isBegun() const { return m_file >= 0; }
-  int error() const { return m_error; }
+  /// What is wrong with it, "" for nothing.
+  const std::string& wrong() const { return m_wrong; }
   void close() {
     if (m_file >= 0) ::close(m_file);
     m_file = -1;
-    m_error = 0;
+    m_wrong.clear();
   }
 
  private:
   bool begin() {
     if (m_file >= 0) return true;
-    m_file = open(settings().log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (m_file < 0) m_error = errno;
-    return m_file >= 0;
+    // What goes wrong early is said before inputs are known: a frame is never a log.
+    using orvacam::files::FileKind;
+    const FileKind kind = orvacam::files::kindOf(settings().log);
+    if (kind != FileKind::Unreadable && kind != FileKind::Empty && kind != FileKind::Other) {
+      m_wrong = "is a frame or a picture and stays as it is";
+      return false;
+    }
+    // A pipe that nobody reads is an error, not a reason to wait.
+    constexpr int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
+    m_file = open(settings().log.c_str(), flags | O_NONBLOCK, 0666);
+    if (m_file < 0 || fcntl(m_file, F_SETFL, flags) != 0) fail();
+    return m_wrong.empty();
   }
+  void fail() { m_wrong = std::string("cannot be written: ") + std::strerror(errno); }
 
-  int m_file = -1, m_error = 0;
+  int m_file = -1;
+  std::string m_wrong;
 };
 Log theLog;
 
@@ -97,7 +110,8 @@ void complain(const std::string& subject, const std::string& what) {
   theLog.write(logged(subject, what));
 }
 
-void complainOfUsage(const std::string& what) {
+void complainOfUsage(const std::string& sentence) {
+  const std::string what = sentence + settings().help;
   if (capture != nullptr) return complain("", what);
   showMessage("", what, Colour::Red);
   if (theLog.isBegun()) theLog.write(logged("", what));
@@ -115,11 +129,10 @@ void logLine(const std::string& text) {
 
 bool endLog(int exitCode) {
   if (theLog.isBegun()) theLog.write("end: exit code " + std::to_string(exitCode));
-  const int error = theLog.error();
+  const std::string wrong = theLog.wrong();
   theLog.close();
-  if (error != 0)
-    showMessage(settings().log, std::string("cannot be written: ") + std::strerror(error), Colour::Red);
-  return error == 0;
+  if (!wrong.empty()) showMessage(settings().log, wrong, Colour::Red);
+  return wrong.empty();
 }
 
 std::string coloured(const std::string& text, Colour colour, int descriptor) {

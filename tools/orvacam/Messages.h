@@ -25,6 +25,7 @@ struct Settings {
   std::string log;
   unsigned jobs = 1;
   std::string progress = "auto";
+  std::string help;  ///< " (orvacam COMMAND --help)", behind what was wrong with a call
 };
 Settings& settings();
 /// Those of a run that begins.

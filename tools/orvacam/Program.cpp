@@ -1,11 +1,13 @@
 #include "Program.h"
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <sched.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <iostream>
 #include <new>
 #include <orvacam.hpp>
@@ -41,6 +43,17 @@ std::size_t edits(const std::string& a, const std::string& b) {
     }
   }
   return row[b.size()];
+}
+
+/// Standard descriptors that the caller has closed: else the next file that is opened becomes standard
+/// output.
+void holdStandardDescriptors() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF) continue;
+    // Printing fails and says so; messages have nowhere to go.
+    const int opened = open("/dev/null", descriptor == STDERR_FILENO ? O_WRONLY : O_RDONLY);
+    if (opened != descriptor) _exit(Failed);
+  }
 }
 
 }  // namespace
@@ -82,6 +95,7 @@ void flushOutput() {
 }
 
 void prepareProcess() {
+  holdStandardDescriptors();
   struct sigaction action {};
   action.sa_handler = stop;
   sigfillset(&action.sa_mask);

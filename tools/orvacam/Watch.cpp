@@ -242,38 +242,36 @@ class Watching {
   }
 
   void arrive(const Arrival& arrival) {
-    const auto same = [&](const Arrival& other) { return other.input.path == arrival.input.path; };
-    const auto waiting = std::find_if(m_waiting.begin(), m_waiting.end(), same);
-    if (waiting == m_waiting.end())
-      m_waiting.push_back(arrival);
-    else
-      waiting->wasThere = waiting->wasThere && arrival.wasThere;
+    const auto [place, isNew] = m_places.emplace(arrival.input.path, m_arrived);
+    if (isNew)
+      m_waiting.emplace(m_arrived++, arrival);
+    else if (!arrival.wasThere)
+      m_waiting.at(place->second).wasThere = false;
   }
 
   /// What is worked on already waits until that is done.
   void giveWork() {
-    for (auto next = m_waiting.begin(); next != m_waiting.end() && m_workers.hasIdle();) {
-      const std::string& path = next->input.path;
-      const bool atWork = std::any_of(m_atWork.begin(), m_atWork.end(),
-                                      [&](const auto& entry) { return entry.second == path; });
-      if (atWork) {
+    for (auto next = m_waiting.begin(); next != m_waiting.end();) {
+      const std::string path = next->second.input.path;
+      if (m_atWork.count(path) > 0) {
         ++next;
         continue;
       }
       Seen now;
       const auto before = m_seen.find(path);
       if (look(path, now) && (before == m_seen.end() || !(before->second == now))) {
-        m_atWork[++m_number] = path;
+        if (!m_workers.give(next->first, jobOf(next->second))) return;
+        m_atWork.insert(path);
+        m_given[next->first] = path;
         m_unfinished.erase(path);
-        m_workers.give(m_number, jobOf(*next));
       }
+      m_places.erase(path);
       next = m_waiting.erase(next);
     }
   }
 
   void finish(Answer answer) {
-    const auto work = m_atWork.find(answer.number);
-    const std::string path = work->second;
+    const std::string path = m_given.at(answer.number);
     for (Said& said : answer.said) {
       if (said.kind == Said::Complaint && said.subject.empty()) said.subject = path;
       sayAgain(said);
@@ -285,7 +283,8 @@ class Watching {
       remember(path, report.seen);
       m_progress.step(path, report.fate == Fate::Failed);
     }
-    m_atWork.erase(work);
+    m_given.erase(answer.number);
+    m_atWork.erase(path);
   }
 
   /// Not of all nights: memory is not to grow with their number.
@@ -314,9 +313,11 @@ class Watching {
   Tree m_tree;
   Workers m_workers;
   Progress m_progress{0};
-  std::deque<Arrival> m_waiting;
-  std::map<std::size_t, std::string> m_atWork;
-  std::size_t m_number = 0;
+  std::size_t m_arrived = 0;
+  std::map<std::size_t, Arrival> m_waiting;     // in the order of coming
+  std::map<std::string, std::size_t> m_places;  // of paths among them
+  std::map<std::size_t, std::string> m_given;   // to a worker
+  std::set<std::string> m_atWork;               // the same paths
   std::map<std::string, Seen> m_seen;
   std::deque<std::string> m_order;
   std::set<std::string> m_unfinished;

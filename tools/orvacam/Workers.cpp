@@ -195,21 +195,35 @@ void Workers::work(int channel) {
   std::exit(0);
 }
 
-bool Workers::hasIdle() const {
-  return std::any_of(m_workers.begin(), m_workers.end(), [](const Worker& worker) { return !worker.busy; });
+/// An idle worker, the ones that are there first; null when all that can be had are busy.
+Workers::Worker* Workers::ready() {
+  Worker* fresh = nullptr;
+  bool anyBusy = false;
+  for (Worker& worker : m_workers) {
+    if (!worker.busy && worker.process != 0) return &worker;
+    if (!worker.busy && fresh == nullptr) fresh = &worker;
+    anyBusy = anyBusy || worker.busy;
+  }
+  if (fresh == nullptr) return nullptr;
+  try {
+    start(*fresh);
+  } catch (const Failure&) {
+    if (anyBusy) return nullptr;
+    throw;
+  }
+  return fresh;
 }
 
-void Workers::give(std::size_t number, const std::string& job) {
-  const auto idle =
-      std::find_if(m_workers.begin(), m_workers.end(), [](const Worker& worker) { return !worker.busy; });
-  if (idle == m_workers.end()) throw Failure("all workers are busy");
-  if (idle->process == 0) start(*idle);
+bool Workers::give(std::size_t number, const std::string& job) {
+  Worker* const idle = ready();
+  if (idle == nullptr) return false;
   std::string message;
   append(message, job);
   idle->busy = true;
   idle->number = number;
   // A worker that is gone is found when its answer does not come.
   sendAll(idle->channel, message);
+  return true;
 }
 
 void Workers::end(Worker& worker) {

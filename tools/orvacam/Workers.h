@@ -34,9 +34,9 @@ class Workers {
   /// Lets them end; what they still work on is lost.
   ~Workers();
 
-  bool hasIdle() const;
-  /// Gives a job to an idle worker.
-  void give(std::size_t number, const std::string& job);
+  /// Gives a job to an idle worker; false when none is idle and no more can be started. Throws Failure when
+  /// there is none at all.
+  bool give(std::size_t number, const std::string& job);
   /// Waits until one has an answer, or one of other descriptors can be read; what has come. A worker that
   /// broke down gives exit code 1 and says so.
   std::vector<Answer> wait(const std::vector<int>& others = {});
@@ -52,6 +52,7 @@ class Workers {
     std::size_t number = 0;
   };
   void start(Worker& worker);
+  Worker* ready();
   [[noreturn]] void work(int channel);
   Answer answerOf(Worker& worker);
   void end(Worker& worker);
