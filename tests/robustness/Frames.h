@@ -7,6 +7,7 @@
 #include "simulator/Encoder.h"
 #include "simulator/Header.h"
 #include "support/Cameras.h"
+#include "support/Sanitized.h"
 
 namespace robustness {
 
@@ -88,20 +89,6 @@ inline Bytes claim(const char* model, unsigned int version, unsigned int width, 
   bytes.resize(2048, 0x11);
   return bytes;
 }
-
-/// Sanitizers keep memory of their own and hold freed memory back: what a process takes then means nothing.
-inline constexpr bool sanitized =
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-    true;
-#else
-    false;
-#endif
-#else
-    false;
-#endif
 
 }  // namespace robustness
 

@@ -132,7 +132,7 @@ TEST_F(Program, TakesLittleMemoryForASmallFileThatClaimsToBeLarge) {
         const Ran ran = orvacam(command);
         EXPECT_EQ(ran.exitCode, 1) << model << ", version " << version << ", " << command[0];
         EXPECT_EQ(ran.err.rfind("orvacam: claim.raw: ", 0), 0u) << ran.err;
-        if (!robustness::sanitized) EXPECT_LT(ran.peakKilobytes, 64 * 1024) << model << ", " << command[0];
+        if (!sanitized) EXPECT_LT(ran.peakKilobytes, 64 * 1024) << model << ", " << command[0];
       }
       EXPECT_TRUE(files("out").empty()) << model;
     }

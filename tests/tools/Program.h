@@ -13,6 +13,7 @@
 #include "simulator/Scene.h"
 #include "support/ReadImages.h"
 #include "support/RunProgram.h"
+#include "support/Sanitized.h"
 
 namespace program_testing {
 

@@ -39,11 +39,12 @@ TEST_F(Simulate, WritesTheFrameThatItsOptionsDescribe) {
 }
 
 TEST_F(Simulate, MakesFramesOfEveryCameraModeAndHeaderThatTheProgramReads) {
+  const Arguments versions = sanitized ? Arguments{"3"} : Arguments{"1", "2", "3", "4"};
   for (const sim::Camera& camera : sim::cameras())
     for (const char* mode : {"single", "hdr", "16bit", "cms"})
-      for (const char* version : {"1", "2", "3", "4"}) {
+      for (const std::string& version : versions) {
         const bool has = sim::headerFor(camera, mode).has_value();
-        const bool old = *version < '3';
+        const bool old = version < "3";
         const bool told = has && !(old && (camera.ccd || std::string(mode) == "cms"));
         SCOPED_TRACE(std::string(camera.name) + " " + mode + " " + version);
         const Ran made = orvacam({"simulate", camera.name, "-o", "a.raw", "--mode", mode, "--width", "48",

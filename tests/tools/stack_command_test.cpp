@@ -139,7 +139,8 @@ TEST_F(StackMethods, NameTheFrameThatIsWrong) {
     bad(stack({"f0.raw", "--memory", "10M"}, more), "f0.raw", "10M of memory do not hold one frame");
   }
   bad({"stack", "f0.raw", "--partial", "a.fits", "--memory", "1"}, "f0.raw", "--memory is 0M");
-  for (const auto& [memory, text] : {std::pair("100", "100 bytes of memory"), std::pair("2K", "2K of memory")})
+  for (const auto& [memory, text] :
+       {std::pair("100", "100 bytes of memory"), std::pair("2K", "2K of memory")})
     bad({"stack", "f0.raw", "-o", "a.fits", "--memory", memory}, "f0.raw", text);
 }
 
