@@ -282,7 +282,8 @@ TEST_F(Surrounded, ByClosedDescriptorsWritesWholeFiles) {
 }
 
 TEST_F(Surrounded, ByFewDescriptorsWorksWithFewerProcesses) {
-  if (sanitized) return;  // UndefinedBehaviorSanitizer looks at objects through pipes, for which none are left
+  if (sanitized)
+    return;  // UndefinedBehaviorSanitizer looks at objects through pipes, for which none are left
   for (const char* const name : {"a.raw", "b.raw", "c.raw", "d.raw", "e.raw"})
     writeFlat(name, 1);
   const Ran few = shell("ulimit -n 8; exec \"$0\" stats . --jobs 5");
