@@ -57,7 +57,7 @@ auto working(const Work& work) {
 }
 
 template <typename Value>
-py::bytes bytesOf(const std::vector<Value>& values) {
+py::bytes rawBytes(const std::vector<Value>& values) {
   static_assert(std::is_trivially_copyable_v<Value>);
   return py::bytes(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(Value));
 }
@@ -76,7 +76,7 @@ std::vector<Value> valuesOf(const py::handle& given, std::size_t count) {
 py::tuple packed(const CombinedRows& rows) {
   py::list planes;
   for (const CombinedPlane& plane : rows.planes)
-    planes.append(py::make_tuple(bytesOf(plane.means), bytesOf(plane.blinking), bytesOf(plane.sums)));
+    planes.append(py::make_tuple(rawBytes(plane.means), rawBytes(plane.blinking), rawBytes(plane.sums)));
   return py::make_tuple(rows.first, rows.rows, planes);
 }
 
@@ -94,7 +94,7 @@ CombinedRows unpacked(const py::tuple& given, Size size, std::size_t planes) {
   return rows;
 }
 
-void add(py::dict& numbers, const char* name, const Estimate& estimate) {
+void addNumber(py::dict& numbers, const char* name, const Estimate& estimate) {
   numbers[name] = estimate.value;
   numbers[(std::string(name) + "_error").c_str()] = estimate.error;
 }
@@ -102,13 +102,13 @@ void add(py::dict& numbers, const char* name, const Estimate& estimate) {
 py::dict numbersOf(const science::CalibratedPlane& plane) {
   py::dict numbers;
   numbers["gain_e_per_adu"] = plane.gain;
-  add(numbers, "level_adu", plane.level);
-  add(numbers, "temporal_noise_adu", plane.noise);
-  add(numbers, "fixed_pattern_before", plane.before);
+  addNumber(numbers, "level_adu", plane.level);
+  addNumber(numbers, "temporal_noise_adu", plane.noise);
+  addNumber(numbers, "fixed_pattern_before", plane.before);
   numbers["fixed_pattern_after"] = plane.after;
-  add(numbers, "column_pattern", plane.columns);
-  add(numbers, "row_pattern", plane.rows);
-  add(numbers, "pixel_pattern", plane.pixels);
+  addNumber(numbers, "column_pattern", plane.columns);
+  addNumber(numbers, "row_pattern", plane.rows);
+  addNumber(numbers, "pixel_pattern", plane.pixels);
   numbers["drift_adu"] = plane.drift;
   numbers["hot_pixels"] = plane.hot;
   numbers["dead_pixels"] = plane.dead;

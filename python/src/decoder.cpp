@@ -146,7 +146,7 @@ void addArrays(Request& request, const Frame& frame, const std::vector<std::stri
 }
 
 /// The planes that this decoder makes of the frame: references can merge what gains alone do not.
-std::vector<std::string> planesOf(PyDecoder& self, const Frame& frame) {
+std::vector<std::string> decodedPlanesOf(PyDecoder& self, const Frame& frame) {
   std::vector<std::string> names = frame.planes();
   const bool pair = names.size() == 2;
   if (pair) {
@@ -160,7 +160,7 @@ std::vector<std::string> planesOf(PyDecoder& self, const Frame& frame) {
 /// The names of the planes to decode. None stands for all; a frame that has none says why when it is decoded.
 std::vector<std::string> wantedPlanes(PyDecoder& self, const Frame& frame,
                                       const std::optional<std::vector<std::string>>& asked) {
-  std::vector<std::string> has = planesOf(self, frame);
+  std::vector<std::string> has = decodedPlanesOf(self, frame);
   if (has.empty() || !asked) return has;
   std::vector<std::string> names;
   for (const std::string& name : *asked) {

@@ -18,7 +18,7 @@ constexpr unsigned int largestValue = 65535;
 /// Smaller frames are not worth windows or marks, whose memory is cleared and read once for each frame.
 constexpr std::size_t smallestFrame = 131072;
 constexpr unsigned int mostSpareBits = 3;
-constexpr WindowWatch::Rules rules = {2048, 4, 32768};
+constexpr WindowWatch::Rules jointRules = {2048, 4, 32768};
 constexpr kernels::Extremes none = {65535, 0};
 
 /// The count of a value that may be marked.
@@ -59,7 +59,7 @@ JointHistogram::JointHistogram(CFrameStatistics& low, CFrameStatistics& high, CF
       m_rule(rule),
       m_terms(terms),
       m_memory(pixels >= smallestFrame ? new (std::nothrow) Memory : nullptr),
-      m_watch(rules),
+      m_watch(jointRules),
       m_ranges{none, none, none} {}
 
 kernels::PairNotes& JointHistogram::notes() {

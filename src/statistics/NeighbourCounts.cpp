@@ -8,7 +8,7 @@ namespace {
 
 /// Pixels that are added at once: what is noted of them stays in the cache.
 constexpr std::size_t blockPixels = 8192;
-constexpr WindowWatch::Rules rules = {1, 8, 65536};
+constexpr WindowWatch::Rules neighbourRules = {1, 8, 65536};
 
 }  // namespace
 
@@ -25,7 +25,7 @@ kernels::Extremes countRow(const std::uint16_t* pixels, std::size_t count, Histo
   return extremes;
 }
 
-NeighbourCounts::NeighbourCounts() : m_watch(rules), m_first(0) {}
+NeighbourCounts::NeighbourCounts() : m_watch(neighbourRules), m_first(0) {}
 
 kernels::Extremes NeighbourCounts::addRow(const std::uint16_t* pixels, std::size_t count,
                                           Histogram histogram) {

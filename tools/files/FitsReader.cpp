@@ -6,12 +6,12 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "files/FitsBlocks.h"
+
 namespace orvacam::files {
 
 namespace {
 
-constexpr std::size_t cardSize = 80;
-constexpr std::size_t blockSize = 2880;
 constexpr std::size_t largestHeader = (std::size_t{1} << 20) / blockSize * blockSize;
 
 std::string_view trimmed(std::string_view text) {

@@ -11,6 +11,8 @@
 #include <new>
 #include <stdexcept>
 
+#include "files/FitsBlocks.h"
+
 namespace orvacam::files {
 
 /// The bytes of 256 words at a time are summed side by side, which 16 bits hold.
@@ -45,8 +47,6 @@ std::uint32_t addedSums(std::uint32_t a, std::uint32_t b) {
 
 namespace {
 
-constexpr std::size_t cardSize = 80;
-constexpr std::size_t blockSize = 2880;
 // What stands in the two cards until the sums are known.
 constexpr const char* openDataSum = "0000000000";
 constexpr const char* openCheckSum = "0000000000000000";

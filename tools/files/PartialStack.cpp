@@ -31,7 +31,7 @@ constexpr struct {
   const char* name;
   std::int64_t bits;
 } units[] = {{"SUM", 64}, {"SUMSQ", 64}, {"HEADER", 8}, {"FRAMES", 8}, {"HISTORY", 8}};
-enum Unit { Sum, Squares, FirstHeader, Frames, History, unitCount };
+enum UnitIndex { Sum, Squares, FirstHeader, Frames, History, unitCount };
 
 [[noreturn]] void refuse(const std::string& what) {
   throw std::runtime_error(what);
@@ -203,15 +203,15 @@ class PartFile {
   }
 
   const FitsUnit& primary() const { return m_units.front(); }
-  std::uint64_t columns(Unit unit) const { return axis(unit, "NAXIS1"); }
-  std::uint64_t rows(Unit unit) const { return axis(unit, "NAXIS2"); }
-  std::vector<unsigned char> bytes(Unit unit) {
+  std::uint64_t columns(UnitIndex unit) const { return axis(unit, "NAXIS1"); }
+  std::uint64_t rows(UnitIndex unit) const { return axis(unit, "NAXIS2"); }
+  std::vector<unsigned char> bytes(UnitIndex unit) {
     std::vector<unsigned char> bytes(at(unit).dataBytes);
     read(at(unit).dataStart, bytes.size(), bytes.data());
     return bytes;
   }
   /// As many as the size says, which is that of the unit.
-  Image<std::uint64_t> numbers(Unit unit, Size size) {
+  Image<std::uint64_t> numbers(UnitIndex unit, Size size) {
     std::vector<std::uint64_t> words(std::size_t{size.width} * size.height);
     read(at(unit).dataStart, words.size() * sizeof(std::uint64_t), words.data());
     for (std::uint64_t& word : words)
@@ -222,8 +222,8 @@ class PartFile {
  private:
   static constexpr std::uint64_t block = 2880;
 
-  const FitsUnit& at(Unit unit) const { return m_units[std::size_t{unit} + 1]; }
-  std::uint64_t axis(Unit unit, const char* keyword) const {
+  const FitsUnit& at(UnitIndex unit) const { return m_units[std::size_t{unit} + 1]; }
+  std::uint64_t axis(UnitIndex unit, const char* keyword) const {
     return static_cast<std::uint64_t>(wholeOf(at(unit), keyword, 1, 0xFFFFFFFF));
   }
   std::uint64_t endOf(std::size_t i) const {
@@ -367,7 +367,7 @@ PartialStack readPartialStack(const std::string& path, Stack::Method method) {
   StackRecord record = recordOf(file, count);
   const Header first = headerOf(file);
   const Size size = first.frame_size();
-  for (const Unit unit : {Sum, Squares})
+  for (const UnitIndex unit : {Sum, Squares})
     if (file.columns(unit) != size.width || file.rows(unit) != size.height)
       refuse(std::string("its unit ") + units[unit].name + " has " + std::to_string(file.columns(unit)) +
              " x " + std::to_string(file.rows(unit)) + " pixels, its frames " + std::to_string(size.width) +

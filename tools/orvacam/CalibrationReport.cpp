@@ -14,6 +14,7 @@ using science::CalibratedPlane;
 using science::Calibration;
 using science::CalibrationKind;
 using science::Estimate;
+using science::formatted;
 
 namespace {
 
@@ -85,21 +86,6 @@ constexpr Count counts[] = {{"hot_pixels", "hot pixels", &CalibratedPlane::hot},
                             {"rejected_values", "values left out", &CalibratedPlane::rejected},
                             {"clipped_terms", "terms cut off", &CalibratedPlane::clipped}};
 
-std::string formatted(const char* format, double value) {
-  char text[64];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
-}
-
-/// To the second digit of the error: "4.013 +- 0.021".
-std::string shown(const Estimate& estimate) {
-  if (!(estimate.error > 0) || !std::isfinite(estimate.error)) return formatted("%.4g", estimate.value);
-  const int decimals = std::clamp(1 - static_cast<int>(std::floor(std::log10(estimate.error))), 0, 12);
-  char text[96];
-  std::snprintf(text, sizeof text, "%.*f +- %.*f", decimals, estimate.value, decimals, estimate.error);
-  return text;
-}
-
 std::string line(const std::string& label, const std::string& value, const char* unit) {
   char text[200];
   std::snprintf(text, sizeof text, "  %-24s%s%s%s\n", label.c_str(), value.c_str(), *unit != '\0' ? " " : "",
@@ -111,7 +97,7 @@ std::string ratioText(const Calibration& calibration) {
   if (!std::isfinite(calibration.tableRatio) || calibration.kind == CalibrationKind::bias) return "";
   std::string text =
       "gain ratio:\n" + line("by the header's gains", formatted("%.4f", calibration.tableRatio), "");
-  if (calibration.measuredRatio.known()) text += line("measured", shown(calibration.measuredRatio), "");
+  if (calibration.measuredRatio.known()) text += line("measured", shown(calibration.measuredRatio, 4), "");
   return text + line("in the file", formatted("%.4f", calibration.usedRatio), "");
 }
 
@@ -153,7 +139,7 @@ std::string textOf(const Calibration& calibration) {
   for (const CalibratedPlane& plane : calibration.planes) {
     text += plane.name + ":\n";
     for (const Row& row : rowsOf(calibration, plane))
-      if (row.value.known()) text += line(row.label, shown(row.value), row.unit);
+      if (row.value.known()) text += line(row.label, shown(row.value, 4), row.unit);
     for (const Count& count : counts)
       if (plane.*count.value > 0 || count.value == &CalibratedPlane::hot)
         text += line(count.label, std::to_string(plane.*count.value), "");

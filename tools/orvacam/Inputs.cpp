@@ -32,11 +32,11 @@ struct Descriptor {
   int file;
 };
 
-std::string contentOf(int file) {
+std::string bytesIn(int file) {
   std::string bytes;
   std::vector<char> part(std::size_t{1} << 16);
   for (;;) {
-    const ssize_t count = read(file, part.data(), part.size());
+    const ssize_t count = ::read(file, part.data(), part.size());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) throw Failure(std::string("cannot be read: ") + std::strerror(errno));
     if (count == 0) return bytes;
@@ -82,7 +82,7 @@ std::string listAt(const std::string& path) {
   if (path == "-" || stat(path.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) return readAll(path);
   const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (opened.file < 0) throw Failure(std::string("cannot be opened: ") + std::strerror(errno));
-  return contentOf(opened.file);
+  return bytesIn(opened.file);
 }
 
 /// A line without the CR that other systems end it with, unless a file is called so.
@@ -111,12 +111,12 @@ std::vector<std::string> namesIn(const InputOptions& options) {
 }  // namespace
 
 std::string readAll(const std::string& path) {
-  if (path == "-") return contentOf(STDIN_FILENO);
+  if (path == "-") return bytesIn(STDIN_FILENO);
   const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (opened.file < 0) throw Failure(std::string("cannot be opened: ") + std::strerror(errno));
   struct stat status {};
   if (fstat(opened.file, &status) != 0 || !S_ISREG(status.st_mode)) throw Failure("is no regular file");
-  return contentOf(opened.file);
+  return bytesIn(opened.file);
 }
 
 std::vector<Input> inputsOf(const InputOptions& options) {

@@ -16,6 +16,7 @@ namespace {
 using science::CurvePoint;
 using science::DarkLevel;
 using science::Estimate;
+using science::formatted;
 using science::MeasuredPlane;
 using science::PlaneTransfer;
 
@@ -47,22 +48,6 @@ constexpr struct {
             {"prnu_pixel_percent", "  of pixels", "%", &PlaneTransfer::prnuPixel},
             {"prnu_local_percent", "  less surroundings", "%", &PlaneTransfer::prnuLocal}};
 
-std::string formatted(const char* format, double value) {
-  char text[64];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
-}
-
-/// A number to the second digit of its error: "4.013 +- 0.021".
-std::string shown(const Estimate& estimate) {
-  if (!estimate.known()) return "-";
-  if (!(estimate.error > 0) || !std::isfinite(estimate.error)) return formatted("%.6g", estimate.value);
-  const int decimals = std::clamp(1 - static_cast<int>(std::floor(std::log10(estimate.error))), 0, 12);
-  char text[96];
-  std::snprintf(text, sizeof text, "%.*f +- %.*f", decimals, estimate.value, decimals, estimate.error);
-  return text;
-}
-
 std::string padded(const std::string& text, std::size_t width) {
   return text + std::string(text.size() < width ? width - text.size() : 1, ' ');
 }
@@ -79,16 +64,17 @@ std::string textOf(const science::ChangeOver& change, const orvacam::MergeInfo& 
   const auto line = [&text](const char* label, const char* unit, const std::string& value) {
     text += padded(std::string("  ") + label, 24) + padded(unit, 8) + value + "\n";
   };
-  line("gain ratio", "",
-       shown(change.ratio) + (merge.gain_ratio > 0 ? ", the merge uses " + formatted("%.6g", merge.gain_ratio)
-                                                   : std::string()));
-  line("offsets apart", "ADU", shown(change.offset));
-  line("slope, low to high", "", shown(change.slope));
-  line("step", "ADU", shown(change.step));
+  line(
+      "gain ratio", "",
+      shown(change.ratio, 6) +
+          (merge.gain_ratio > 0 ? ", the merge uses " + formatted("%.6g", merge.gain_ratio) : std::string()));
+  line("offsets apart", "ADU", shown(change.offset, 6));
+  line("slope, low to high", "", shown(change.slope, 6));
+  line("step", "ADU", shown(change.step, 6));
   line("lift below", "ADU",
-       shown(change.lift) + (std::isfinite(change.lifted) ? ", " + formatted("%.3g", 100 * change.lifted) +
-                                                                " % of the pixels from the low gain"
-                                                          : std::string()));
+       shown(change.lift, 6) + (std::isfinite(change.lifted) ? ", " + formatted("%.3g", 100 * change.lifted) +
+                                                                   " % of the pixels from the low gain"
+                                                             : std::string()));
   line("step", "sigma", std::isfinite(change.stepInNoise) ? formatted("%.3g", change.stepInNoise) : "-");
   if (change.step.known()) line("the response is", "", change.straight() ? "straight" : "not straight");
   return text + notesOf(change.notes, "  note");
@@ -204,7 +190,7 @@ std::string textOf(const science::CameraMeasurement& measured) {
   for (const auto& row : rows) {
     line = padded(row.label, labels) + padded(row.unit, units);
     for (const MeasuredPlane& plane : measured.planes)
-      line += padded(shown(plane.transfer.*row.value), values);
+      line += padded(shown(plane.transfer.*row.value, 6), values);
     finish(line);
   }
   for (const MeasuredPlane& plane : measured.planes)

@@ -46,7 +46,7 @@ std::vector<Row> rows() {
   return all;
 }
 
-std::string jsonOf(const Row& row) {
+std::string jsonRow(const Row& row) {
   files::JsonList modes;
   for (const std::string& mode : row.modes)
     modes.raw(files::jsonText(mode));
@@ -63,7 +63,7 @@ int cameras(const CamerasOptions& options) {
   if (options.json) {
     files::JsonList list;
     for (const Row& row : rows())
-      list.raw(jsonOf(row));
+      list.raw(jsonRow(row));
     std::cout << files::JsonObject().text("schema", "orvacam.cameras/1").raw("cameras", list.str()).str()
               << '\n';
     return Good;

@@ -73,7 +73,7 @@ Facts factsOf(const orvacam::Header& header) {
   return facts;
 }
 
-Json jsonOf(const files::Value& value) {
+Json jsonValue(const files::Value& value) {
   if (const auto* text = std::get_if<std::string>(&value)) return *text;
   if (const auto* whole = std::get_if<std::int64_t>(&value)) return *whole;
   if (const auto* number = std::get_if<double>(&value)) return *number;
@@ -90,7 +90,7 @@ std::string unitIn(const std::string& comment) {
 
 Json orNull(const files::FitsUnit& unit, const char* keyword) {
   const files::Value* const value = unit.find(keyword);
-  return value != nullptr ? jsonOf(*value) : Json(nullptr);
+  return value != nullptr ? jsonValue(*value) : Json(nullptr);
 }
 
 /// The keywords of the first unit with pixels.
@@ -104,11 +104,11 @@ Facts factsOfFits(const std::string& path) {
   Json values = Json::object(), labels = Json::object();
   for (const files::Card& card : unit.cards) {
     if (card.keyword == "HISTORY") {
-      values["HISTORY"].push_back(jsonOf(card.value));
-      facts.text += lineOf(card.keyword, shown(jsonOf(card.value)));
+      values["HISTORY"].push_back(jsonValue(card.value));
+      facts.text += lineOf(card.keyword, shown(jsonValue(card.value)));
       continue;
     }
-    values[card.keyword] = jsonOf(card.value);
+    values[card.keyword] = jsonValue(card.value);
     if (!unitIn(card.comment).empty()) labels[card.keyword] = unitIn(card.comment);
     facts.text += lineOf(card.keyword, shown(values[card.keyword]));
   }

@@ -67,7 +67,7 @@ void requireDecodable(const std::vector<unsigned char>& bytes) {
       throw UsageError("such a frame could not be decoded: it " + finding.text);
 }
 
-Content contentOf(const std::vector<unsigned char>& bytes) {
+Content rawContent(const std::vector<unsigned char>& bytes) {
   return tool::contentOf(std::string(bytes.begin(), bytes.end()));
 }
 
@@ -148,7 +148,7 @@ int simulate(const SimulateOptions& given) {
   Outcome outcome;
   const auto write = [&](const std::string& path, const std::vector<unsigned char>& bytes) {
     if (path != "-") files::OutputFile::cleanUp(files::folderOf(path));
-    outcome.add(attempt(path, [&] { writeContent(path, contentOf(bytes), options.overwrite); }));
+    outcome.add(attempt(path, [&] { writeContent(path, rawContent(bytes), options.overwrite); }));
   };
   write(options.output, frame);
   if (!options.dsnu.empty()) write(options.dsnu, sim::dsnuFile(*camera, fields, options.sky));

@@ -25,19 +25,13 @@ constexpr double offLevel = 4;        // of the same; beyond, values are left ou
 constexpr double longBias = 0.1;      // seconds
 constexpr double poorCorrection = 1;  // percent
 
-std::string text(double value, int digits) {
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%.*f", digits, value);
-  return buffer;
-}
-
 /// A plane of means and what is odd in it.
 struct Map {
   std::vector<float> means;
   RowSums sums;
 };
 
-double medianOf(std::vector<float>& values) {
+double medianIn(std::vector<float>& values) {
   if (values.empty()) return unknown;
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
@@ -142,10 +136,10 @@ class Maker {
       const std::vector<float>& means = m_maps[p].means;
       std::vector<float> values;
       eachImagePixel([&](std::size_t pixel) { values.push_back(means[pixel]); });
-      const double median = medianOf(values);
+      const double median = medianIn(values);
       for (float& value : values)
         value = std::fabs(value - static_cast<float>(median));
-      const double limit = std::max(hotAtLeast, hotFrom * 1.4826 * medianOf(values));
+      const double limit = std::max(hotAtLeast, hotFrom * 1.4826 * medianIn(values));
       eachImagePixel([&](std::size_t pixel) {
         const bool blinks = m_result.planes[p].mask[pixel] != 0;
         if (!blinks && means[pixel] - median > limit) list(p, pixel, Hot, means[pixel] - median);
@@ -159,7 +153,7 @@ class Maker {
       std::vector<float>& means = m_maps[p].means;
       std::vector<float> values;
       eachImagePixel([&](std::size_t pixel) { values.push_back(means[pixel]); });
-      const double median = medianOf(values);
+      const double median = medianIn(values);
       double sum = 0, count = 0;
       for (const float value : values)
         if (value > leastResponse * median && value < mostResponse * median) {
@@ -181,7 +175,7 @@ class Maker {
     std::vector<float> levels;
     for (const auto& level : m_survey.levels)
       levels.push_back(static_cast<float>(level[p]));
-    return medianOf(levels);
+    return medianIn(levels);
   }
 
   void describe(unsigned p) {
@@ -324,7 +318,7 @@ class Maker {
     m_result.usedRatio =
         m_source.measuredRatio ? m_result.measuredRatio.value : m_source.ratio.value_or(m_result.tableRatio);
     if (m_result.usedRatio >= largestFactor)
-      throw Refused("", "the gain ratio of " + text(m_result.usedRatio, 3) +
+      throw Refused("", "the gain ratio of " + fixedText(m_result.usedRatio, 3) +
                             " does not fit the merge, which takes factors below 64");
   }
 
@@ -344,8 +338,8 @@ class Maker {
     if (m_result.pedestal < m_result.smallestPedestal)
       throw Refused("", "a pedestal of " + std::to_string(m_result.pedestal) +
                             " is too small: a high-gain pixel that saturates would reach " +
-                            text(high12 + m_result.pedestal - darkest, 1) +
-                            ", and the merge's high threshold is " + text(threshold, 0) +
+                            fixedText(high12 + m_result.pedestal - darkest, 1) +
+                            ", and the merge's high threshold is " + fixedText(threshold, 0) +
                             "; the smallest that serves is " + std::to_string(m_result.smallestPedestal));
   }
 
@@ -397,8 +391,9 @@ class Maker {
       largest = std::fmax(largest, factor * corrections[pixel]);
     });
     if (largest >= largestFactor)
-      throw Refused("", "a low-gain pixel needs the factor " + text(largest, 3) + " (the ratio of " +
-                            text(factor, 3) + " times its correction), and the merge takes factors below 64");
+      throw Refused("", "a low-gain pixel needs the factor " + fixedText(largest, 3) + " (the ratio of " +
+                            fixedText(factor, 3) +
+                            " times its correction), and the merge takes factors below 64");
     addTerms(factor);
     double rounding = 0;
     for (const double correction : corrections) {
@@ -434,7 +429,7 @@ class Maker {
       all.push_back("made from " + std::to_string(m_result.frames) + " frames: ten or more are better");
     const double exposure = m_survey.header->exposure_seconds();
     if (m_source.kind == CalibrationKind::bias && exposure > longBias)
-      all.push_back("these frames were exposed for " + text(exposure, 3) +
+      all.push_back("these frames were exposed for " + fixedText(exposure, 3) +
                     " s: bias frames have the shortest exposure");
     for (const CalibratedPlane& plane : m_result.planes)
       if (plane.clipped > 0)
@@ -450,13 +445,13 @@ class Maker {
   /// Of offsets that hardly are some.
   void warnOfLevels() {
     for (const CalibratedPlane& plane : m_result.planes) {
-      const std::string where = "the " + plane.name + " plane's offset of " + text(plane.level.value, 1);
+      const std::string where = "the " + plane.name + " plane's offset of " + fixedText(plane.level.value, 1);
       if (plane.level.value > mostOffset * plane.fullScale)
         m_result.warnings.push_back(where + " is more than a quarter of full scale, " +
-                                    text(plane.fullScale, 0) + ": were these frames taken in the dark?");
+                                    fixedText(plane.fullScale, 0) + ": were these frames taken in the dark?");
       if (plane.level.value < leastOffset * plane.noise.value || plane.level.value == 0)
         m_result.warnings.push_back(where + " is below three times the noise of a frame, " +
-                                    text(plane.noise.value, 1) + ": noise is cut off at 0");
+                                    fixedText(plane.noise.value, 1) + ": noise is cut off at 0");
     }
   }
 
@@ -482,16 +477,16 @@ class Maker {
     std::vector<std::string>& all = m_result.warnings;
     const double other = m_survey.offset.ratio();
     if (other > 0 && std::fabs(other - m_result.usedRatio) > 0.001)
-      all.push_back("the gain ratio is " + text(m_result.usedRatio, 4) +
-                    ", and the DSNU file was made with " + text(other, 4));
+      all.push_back("the gain ratio is " + fixedText(m_result.usedRatio, 4) +
+                    ", and the DSNU file was made with " + fixedText(other, 4));
     const double dark = m_survey.offset.exposure(), exposure = m_survey.header->exposure_seconds();
     if (!m_source.dark.empty() && std::fabs(dark - exposure) > 0.01 * std::fmax(dark, exposure))
-      all.push_back("the flats were exposed for " + text(exposure, 3) + " s, the darks for " + text(dark, 3) +
-                    " s");
+      all.push_back("the flats were exposed for " + fixedText(exposure, 3) + " s, the darks for " +
+                    fixedText(dark, 3) + " s");
     for (const CalibratedPlane& plane : m_result.planes)
       if (plane.after > poorCorrection)
-        all.push_back("the corrections of the " + plane.name + " plane are known to " + text(plane.after, 2) +
-                      " % only: more flats, or brighter ones, make them better");
+        all.push_back("the corrections of the " + plane.name + " plane are known to " +
+                      fixedText(plane.after, 2) + " % only: more flats, or brighter ones, make them better");
   }
 
   void sortOdd() {

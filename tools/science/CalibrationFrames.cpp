@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <limits>
 
+#include "science/Estimate.h"
 #include "science/Refused.h"
 
 namespace orvacam::science {
@@ -15,12 +16,6 @@ constexpr double saturatedFrom = 0.98;      // of the full scale
 constexpr double mostSaturated = 0.001;     // of the image pixels
 constexpr std::uint64_t keptPerPixel = 16;  // bytes: means, mask, terms and the file; values to sort
 constexpr double darkestFlat = 1;           // counts above the dark
-
-std::string text(double value, int digits) {
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%.*f", digits, value);
-  return buffer;
-}
 
 std::string sizeText(const Size& size) {
   return std::to_string(size.width) + " x " + std::to_string(size.height);
@@ -139,18 +134,18 @@ void refuseSaturated(const std::string& path, const CalibrationSurvey& survey, c
   const auto pixels = static_cast<double>(std::uint64_t{image.width} * image.height);
   const double part = static_cast<double>(saturated) / pixels;
   if (part > mostSaturated)
-    throw Refused(path, "is saturated: " + text(100 * part, 2) + " % of the " + name +
-                            " plane's image pixels are at " + text(std::ceil(limit), 0) +
-                            " or above, which is " + text(saturatedFrom, 2) +
-                            " of full scale; a flat may have " + text(100 * mostSaturated, 1) + " %");
+    throw Refused(path, "is saturated: " + fixedText(100 * part, 2) + " % of the " + name +
+                            " plane's image pixels are at " + fixedText(std::ceil(limit), 0) +
+                            " or above, which is " + fixedText(saturatedFrom, 2) +
+                            " of full scale; a flat may have " + fixedText(100 * mostSaturated, 1) + " %");
 }
 
 void refuseDark(const std::string& path, const CalibrationSurvey& survey,
                 const std::array<double, 2>& levels) {
   for (std::size_t p = 0; p < survey.planes.size(); ++p)
     if (levels[p] < darkestFlat)
-      throw Refused(path, "shows no light: the " + survey.planes[p] + " plane lies " + text(levels[p], 2) +
-                              " counts above the dark");
+      throw Refused(path, "shows no light: the " + survey.planes[p] + " plane lies " +
+                              fixedText(levels[p], 2) + " counts above the dark");
 }
 
 /// The first frame: what all others are held to.
@@ -210,7 +205,7 @@ void FlatOffset::requireOffset(const std::string& path, unsigned plane) const {
       mean += each / static_cast<double>(counts.size()) / (m_file->size.height - m_startRow);
   }
   if (mean >= least && mean <= most) return;
-  throw Refused(path, std::string("would take ") + text(mean, 1) + " counts off the " +
+  throw Refused(path, std::string("would take ") + fixedText(mean, 1) + " counts off the " +
                           (plane == 0 ? "low" : "high") + " plane, which is no offset: it is no " +
                           (m_dsnu ? "DSNU" : "bias") + " file");
 }

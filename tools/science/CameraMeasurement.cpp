@@ -9,7 +9,6 @@ namespace orvacam::science {
 
 namespace {
 
-constexpr double fewPixels = 0.001;       // a part of the pixels that does not matter
 constexpr double wellBelow = 0.9;         // of the threshold: no noise reaches from there to it
 constexpr double sameLevel = 0.01;        // flats whose signals differ by less may be averaged
 constexpr unsigned never = 65535;         // a threshold that nothing reaches

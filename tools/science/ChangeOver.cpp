@@ -9,12 +9,6 @@ namespace orvacam::science {
 
 namespace {
 
-constexpr double fewPixels = 0.001;
-
-double square(double value) {
-  return value * value;
-}
-
 /// y = atCentre + slope (x - centre): in this form both errors are independent.
 struct Line {
   double centre = 0;

@@ -3,10 +3,21 @@
 
 #include <cmath>
 #include <limits>
+#include <string>
 
 namespace orvacam::science {
 
 constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+
+constexpr double fewPixels = 0.001;  ///< a part of the pixels that does not matter
+
+inline double square(double value) {
+  return value * value;
+}
+
+/// A number by a format of printf, or with so many digits behind the point.
+std::string formatted(const char* format, double value);
+std::string fixedText(double value, int decimals);
 
 /// A number and its standard error; NaN where it is not known.
 struct Estimate {
@@ -14,6 +25,10 @@ struct Estimate {
 
   bool known() const { return std::isfinite(value); }
 };
+
+/// To the second digit of the error: "4.013 +- 0.021". Without an error, so many digits; "-" where it is not
+/// known.
+std::string shown(const Estimate& estimate, int digits);
 
 /// The root of a variance that may have come out below 0: then 0. The error is the way up to the root of the
 /// variance one standard error higher, which for a well measured variance is error / (2 root).

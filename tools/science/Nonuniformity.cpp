@@ -6,10 +6,6 @@ namespace orvacam::science {
 
 namespace {
 
-double square(double value) {
-  return value * value;
-}
-
 /// Variance of these means about their own mean, and its standard error.
 Estimate varianceOf(const std::vector<double>& means, double mean) {
   const auto freedom = static_cast<double>(means.size() - 1);

@@ -16,11 +16,6 @@ constexpr double hiddenDeviation = 0.49;              // its root: what is used 
 constexpr double fitPart = 0.7;                       // of saturation, where the gain is fitted
 constexpr double linearFrom = 0.05, linearTo = 0.95;  // of saturation, where linearity is judged
 constexpr double pairsDiffer = 0.05;                  // a part of the signal
-constexpr double fewPixels = 0.001;                   // a part of the pixels that does not matter
-
-double square(double value) {
-  return value * value;
-}
 
 std::string number(double value) {
   char text[32];
