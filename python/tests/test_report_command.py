@@ -64,6 +64,25 @@ def test_what_is_wrong_is_said_before_anything_is_done(tmp_path: pathlib.Path) -
     assert frame.read_bytes() == content and not (tmp_path / 'a.html').exists()
 
 
+def test_a_thousand_frames_take_no_more_memory_than_ten(tmp_path: pathlib.Path) -> None:
+    for seed in range(1000):
+        frame = orvacam.simulate('GSENSE400', mode='hdr', width=32, height=24, seed=seed)
+        (tmp_path / f'{seed:04}.raw').write_bytes(frame)
+
+    def peak(count: int) -> int:
+        names = [f'{seed:04}.raw' for seed in range(count)]
+        words = [str(TOOL), 'report', *names, '-o', f'{count}.html']
+        environment = {**os.environ, 'ORVACAM_PYTHON': sys.executable}
+        with subprocess.Popen(words, cwd=tmp_path, env=environment) as run:
+            _, status, used = os.wait4(run.pid, 0)
+            run.returncode = os.waitstatus_to_exitcode(status)
+        assert run.returncode == 0
+        return int(used.ru_maxrss)
+
+    few = peak(10)
+    assert 20000 < few and peak(1000) <= 1.2 * few
+
+
 def test_a_page_that_exists_stays(tmp_path: pathlib.Path) -> None:
     night(tmp_path / 'n')
     page = tmp_path / 'a.html'
