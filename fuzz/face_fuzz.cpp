@@ -125,7 +125,10 @@ void compareWithClasses(Bytes frame, const orva_decoded& decoded) {
   requirePlane(decoded.image, images.pLowImage, images.ulLowImagePixels);
   requirePlane(decoded.low, images.pLowImage, images.ulLowImagePixels);
   requirePlane(decoded.high, images.pHighImage, images.ulHighImagePixels);
-  requirePlane(decoded.merged, images.pMergedImage, images.ulMergedImagePixels);
+  // The classes merge nothing where identity frames are too small for rows from the start row on; the face
+  // makes them large enough.
+  if (metaData.Value(ORVA_META_KEY_IMAGE_START_ROW).GetValueUint() == 0)
+    requirePlane(decoded.merged, images.pMergedImage, images.ulMergedImagePixels);
   algo->FreeFramePointers(&images);
 }
 
