@@ -276,9 +276,8 @@ constexpr Check checks[checkCount] = {
         "rows would be sheared.",
         isMisplaced),
     check(ORVA_ERROR, ORVA_BAD_GEOMETRY, "odd_run",
-          "Pixels are packed in pairs, and a row or a part of one has an odd number of them, so that rows "
-          "would "
-          "be sheared.",
+          "Pixels are packed in pairs, and a row or a part of one has an odd number of them, so that "
+          "rows would be sheared.",
           hasOddRun),
     check(ORVA_ERROR, ORVA_TRUNCATED, "pixels_missing", "The frame ends before its last pixel.", lacksPixels),
     check(ORVA_ERROR, ORVA_BAD_GEOMETRY, "too_large", "A plane would take more than 4 GiB.", isTooLarge),
