@@ -143,9 +143,9 @@ def calibrate(kind: str, paths: Iterable[Path], dark: Optional[Path] = None, bia
         return _made(kind, _core.calibrate(source))
     first = _once(client, _kind_of, names[0], None)
     planes = 2 if first.plane in ('merged', 'low', 'high') else 1
-    # Of all frames two bytes a pixel; means, blinking pixels and what is worked out of them.
-    row = first.shape[1] * planes * (2 * len(names) + 16) + first.shape[1] * (8 * len(names) + 64)
-    bands = _bands(first, row, limit // places[1], f'calibration with {len(names)} frames')
+    # Of all frames two bytes a pixel; means, blinking pixels and what is worked out of them. One row at a time as double.
+    row, beside = first.shape[1] * planes * (2 * len(names) + 16), first.shape[1] * (8 * len(names) + 64)
+    bands = _bands(first, row, limit // places[1], f'calibration with {len(names)} frames', beside)
     plan, wanted = _plan(source, bands)
     return _made(kind, _run(plan, wanted, client))
 

@@ -143,7 +143,7 @@ class Decoder:
 
     def __init__(self, dsnu: Optional[Path] = None, prnu: Optional[Path] = None, bias: Optional[Bias] = None,
                  thresholds: Optional[Tuple[int, int]] = None, calibration: Optional[bytes] = None) -> None:
-        self._handle = _core.Decoder()
+        self._handle = _core.Decoder.make()
         if dsnu is not None:
             self._handle.dsnu(_fsbytes(dsnu))
         if prnu is not None:
@@ -189,4 +189,6 @@ class Decoder:
     def merge_info(self, header: Header) -> Optional[Dict[str, Any]]:
         """How frames with this header are merged: gain_ratio (of high to low gain, as used; 0 with a PRNU file),
         high_threshold, difference_threshold, type, dsnu, prnu, bias. None where there is nothing to merge."""
+        if not isinstance(header, Header):
+            raise TypeError(f'the header is a Header, not {type(header).__name__}')
         return self._handle.merge_info(header._handle)

@@ -31,7 +31,7 @@ class Finding:
     """Something that a look at a frame brought up.
 
     Attributes:
-        severity: 'note', 'warning' or 'error'. Of an error, the frame's planes cannot be decoded.
+        severity: 'note', 'warning' or 'error'. A frame with an error cannot be decoded.
         id: a stable name.
         text: one sentence with the numbers that matter.
         reason: of an error, the reason of the exception that decoding raises; else None.
@@ -133,7 +133,7 @@ class Frame:
         if planes and name not in planes:
             raise AttributeError(self._lacks(name))
         try:
-            decoded = _core.Decoder().decode_kept(self._handle, name)
+            decoded = _core.Decoder.make().decode_kept(self._handle, name)
         except Error as error:
             raise self._named(error)
         # Of two threads that come first, both get the same array.

@@ -103,7 +103,7 @@ class Header(Mapping[str, Value]):
         return key in _KINDS
 
     def __hash__(self) -> int:
-        return hash(self._handle.tobytes())
+        return hash(tuple(self.values()))  # bytes that are no values may differ
 
     def __copy__(self) -> 'Header':
         return self

@@ -193,7 +193,7 @@ def _part_of(names: Sequence[str], kind: _Kind, method: str, rows: slice) -> _Pa
 
 def _sums_of_planes(names: Sequence[str], kind: _Kind) -> _Part:
     """By the library's stack, which takes a pixel once. Frames are held to the first of all, not of these."""
-    stack = _core.Stack(_METHODS['mean'], False)
+    stack = _core.Stack.make(_METHODS['mean'], False)
     stack.set_plane(kind.plane)
     stack.allow_unlike(True)
     for name in names:
@@ -254,15 +254,16 @@ def _bytes_of(memory: Union[str, int]) -> int:
     match = re.fullmatch(r'\s*(\d+(?:\.\d+)?)\s*([a-z]*)\s*', str(memory).lower())
     if match is None or match[2] not in _UNITS:
         raise ValueError(f"memory: '{memory}' is no number of bytes such as '1GiB'")
-    return int(float(match[1]) * _UNITS[match[2]])
+    number, most = float(match[1]) * _UNITS[match[2]], 2**63 - 1
+    return int(number) if number < most else most
 
 
-def _bands(kind: _Kind, each_row: int, limit: int, what: str) -> List[slice]:
-    """Bands of rows, of which one and a frame fit into the memory; as few as can be."""
-    room = limit - kind.frame_bytes
-    rows = room // each_row
+def _bands(kind: _Kind, each_row: int, limit: int, what: str, beside: int = 0) -> List[slice]:
+    """Bands of rows, of which one fits into the memory with a frame and what is needed beside; as few as can be."""
+    beside += kind.frame_bytes
+    rows = (limit - beside) // each_row
     if rows < 1:
-        needed = kind.frame_bytes + each_row
+        needed = beside + each_row
         raise ValueError(f'memory: {what} needs {needed} bytes for a task, and {limit} are given to one')
     return _spread(kind.shape[0], -(-kind.shape[0] // min(rows, kind.shape[0])))
 

@@ -42,8 +42,7 @@ def _write_whole(path: Path, data: Any, overwrite: bool) -> None:
     target = os.path.realpath(os.fsdecode(path))
     if not overwrite and os.path.lexists(target):
         raise FileExistsError(errno.EEXIST, os.strerror(errno.EEXIST), os.fsdecode(path))
-    folder, name = os.path.split(target)
-    hidden = os.path.join(folder, f'.{name[:100]}.{os.getpid()}.{secrets.token_hex(4)}')
+    hidden = os.path.join(os.path.dirname(target), f'.orvacam-{os.getpid()}-{secrets.token_hex(8)}')
     try:
         with open(hidden, 'xb') as file:
             file.write(data)
@@ -63,8 +62,8 @@ def _write_whole(path: Path, data: Any, overwrite: bool) -> None:
 class Stack:
     """Many frames into one: their merged plane, else image, else low, or the plane that is named. One per thread.
 
-    method: 'mean', 'sum', 'median', 'min', 'max', 'sigma' or 'winsorized'. Mean and sum keep exact integer sums, two
-        words a pixel; the others keep every frame's plane, two bytes a pixel.
+    method: 'mean', 'sum', 'median', 'min', 'max', 'sigma' or 'winsorized'. Mean and sum keep two exact sums, 16 bytes a
+        pixel; min and max keep one plane, 2 bytes a pixel; the others keep every frame's.
     plane: 'low', 'high', 'merged' or 'image'; None for the first frame's best.
     decoder: its settings hold for every frame; correction files are read again.
     allow_unlike: takes frames whose settings differ as well; sensor, mode and size can never be unlike.
@@ -90,7 +89,7 @@ class Stack:
         self._open = None
         number = _method(method, _METHODS)
         self._method = method
-        stack = _core.Stack(number, bool(digest) and method in _SAVED)
+        stack = _core.Stack.make(number, bool(digest) and method in _SAVED)
         if plane is not None:
             if not isinstance(plane, str):
                 raise TypeError(f'plane is a str, not {type(plane).__name__}')

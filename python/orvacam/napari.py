@@ -24,6 +24,8 @@ def _listed(path: Paths) -> List[str]:
 
 
 def _begins_as_frame(path: str) -> bool:
+    if not os.path.isfile(path):  # opening a pipe would wait
+        return False
     try:
         with open(path, 'rb') as file:
             return file.read(4) == b'Meta'

@@ -30,7 +30,8 @@ struct PyFrame {
 };
 
 /// Lets other threads run Python while it lives. A thread that wants the GIL back when the interpreter has
-/// ended stops here for good: Python would end it by unwinding it, which destructors do not survive.
+/// ended stops for good, here and in SignalWatch: Python would end it by unwinding it, which destructors do
+/// not survive.
 class WithoutGil {
  public:
   WithoutGil() : m_state(PyEval_SaveThread()) {}
@@ -115,6 +116,16 @@ py::object statisticsOf(const Plane& plane);
 /// An array of 16-bit pixels of the caller's as a plane; None gives an empty one. Throws py::type_error and
 /// py::value_error, which begin with `name`.
 Plane copiedPlane(const py::object& array, const std::string& name);
+
+/// A class whose objects the module makes. `__new__`, which pybind11 leaves open, would give one of raw
+/// memory.
+template <typename Class>
+void makeHereAlone(Class& made) {
+  reinterpret_cast<PyTypeObject*>(made.ptr())->tp_new = [](PyTypeObject*, PyObject*, PyObject*) -> PyObject* {
+    PyErr_SetString(PyExc_TypeError, "is made by the module's functions alone");
+    return nullptr;
+  };
+}
 
 void bindHeader(py::module_& module);
 void bindFrame(py::module_& module);

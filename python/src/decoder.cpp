@@ -32,9 +32,9 @@ py::buffer_info bufferOf(const Pixels<Pixel>& self) {
 
 template <typename Pixel>
 void bindPixels(py::module_& module, const char* name) {
-  py::class_<Pixels<Pixel>>(module, name, py::buffer_protocol()).def_buffer([](const Pixels<Pixel>& self) {
-    return bufferOf(self);
-  });
+  py::class_<Pixels<Pixel>> pixels(module, name, py::buffer_protocol());
+  makeHereAlone(pixels);
+  pixels.def_buffer([](const Pixels<Pixel>& self) { return bufferOf(self); });
 }
 
 /// The planes of a frame, by name.
@@ -222,8 +222,9 @@ void setDsnu(PyDecoder& self, const py::bytes& path) {
   const WithoutGil others;
   const InUse::Lock lock(self.use);
   self.decoder.dsnu(name);
+  std::string digest = digestOf(name);
   self.settings.dsnu = name;
-  self.settings.dsnuDigest = digestOf(name);
+  self.settings.dsnuDigest = std::move(digest);
 }
 
 void setPrnu(PyDecoder& self, const py::bytes& path) {
@@ -231,8 +232,9 @@ void setPrnu(PyDecoder& self, const py::bytes& path) {
   const WithoutGil others;
   const InUse::Lock lock(self.use);
   self.decoder.prnu(name);
+  std::string digest = digestOf(name);
   self.settings.prnu = name;
-  self.settings.prnuDigest = digestOf(name);
+  self.settings.prnuDigest = std::move(digest);
 }
 
 void setBias(PyDecoder& self, const py::object& low, const py::object& high) {
@@ -337,8 +339,9 @@ void bindDecoder(py::module_& module) {
   bindPixels<std::uint64_t>(module, "Pixels64");
   bindPixels<float>(module, "PixelsFloat");
   bindPixels<double>(module, "PixelsDouble");
-  py::class_<PyDecoder>(module, "Decoder")
-      .def(py::init<>())
+  py::class_<PyDecoder> decoder(module, "Decoder");
+  makeHereAlone(decoder);
+  decoder.def_static("make", [] { return std::make_unique<PyDecoder>(); })
       .def("dsnu", &setDsnu)
       .def("prnu", &setPrnu)
       .def("bias", &setBias)

@@ -93,8 +93,9 @@ py::list findingKinds() {
 }  // namespace
 
 void bindFrame(py::module_& module) {
-  py::class_<PyFrame>(module, "Frame")
-      .def_static("read", &readFrame)
+  py::class_<PyFrame> frame(module, "Frame");
+  makeHereAlone(frame);
+  frame.def_static("read", &readFrame)
       .def_static("open", &openBytes)
       .def("header", [](const PyFrame& self) { return self.frame.header(); })
       .def("planes", &planesOf)

@@ -48,8 +48,9 @@ py::list keyTable() {
 }  // namespace
 
 void bindHeader(py::module_& module) {
-  py::class_<Header>(module, "Header")
-      .def_static("parse", &parseHeader)
+  py::class_<Header> header(module, "Header");
+  makeHereAlone(header);
+  header.def_static("parse", &parseHeader)
       .def_static("read", &readHeader)
       .def("of_plane", [](const Header& h, const std::string& plane) { return h.of_plane(plane); })
       .def("version", &Header::version)

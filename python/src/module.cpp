@@ -12,13 +12,22 @@ std::filesystem::path pathOf(const py::bytes& path) {
   return {std::move(bytes)};
 }
 
-WithoutGil::~WithoutGil() {
+namespace {
+
+template <typename Take>
+void takeGil(const Take& take) {
   try {
-    PyEval_RestoreThread(m_state);
+    take();
   } catch (const abi::__forced_unwind&) {  // the interpreter is ending
     for (;;)
       pause();
   }
+}
+
+}  // namespace
+
+WithoutGil::~WithoutGil() {
+  takeGil([this] { PyEval_RestoreThread(m_state); });
 }
 
 void SignalWatch::operator()() {
@@ -26,7 +35,8 @@ void SignalWatch::operator()() {
   const auto now = std::chrono::steady_clock::now();
   if (now < m_next) return;
   m_next = now + each;
-  const PyGILState_STATE state = PyGILState_Ensure();
+  PyGILState_STATE state{};
+  takeGil([&state] { state = PyGILState_Ensure(); });
   const bool raised = PyErr_CheckSignals() != 0;
   PyGILState_Release(state);
   if (raised) throw Interrupted{};

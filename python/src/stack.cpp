@@ -31,10 +31,15 @@ py::array taken(PyStack& self, Result (Stack::*take)() const) {
   return readOnlyArray(using_(self, [&](Stack& stack) { return (stack.*take)(); }));
 }
 
-void takeDecoder(PyStack& self, const PyDecoder& decoder) {
-  const Settings settings = decoder.settings;
-  using_(self, [&](Stack& stack) { stack.decoder(settings.decoder()); });
-  self.settings = settings;
+void takeDecoder(PyStack& self, PyDecoder& decoder) {
+  const WithoutGil others;
+  Settings settings = [&] {
+    const InUse::Lock lock(decoder.use);
+    return decoder.settings;
+  }();
+  const InUse::Lock lock(self.use);
+  self.part.stack.decoder(settings.decoder());
+  self.settings = std::move(settings);
 }
 
 std::string digestOf(const Plane& low, const Plane& high) {
@@ -138,6 +143,12 @@ py::buffer_info bytesOf(const SavedStack& self) {
           static_cast<py::ssize_t>(self.file.size()), true};
 }
 
+/// Whether it says something of the machine, and nothing of the file that was read.
+bool isOfTheMachine(const std::runtime_error& error) {
+  const auto* const known = dynamic_cast<const Error*>(&error);
+  return known != nullptr && (known->reason() == Reason::io || known->reason() == Reason::out_of_memory);
+}
+
 /// Throws Refusal: what is wrong with the file.
 std::unique_ptr<PyStack> loaded(const py::bytes& path, int method) {
   const std::filesystem::path name = pathOf(path);
@@ -146,17 +157,20 @@ std::unique_ptr<PyStack> loaded(const py::bytes& path, int method) {
     return std::unique_ptr<PyStack>(new PyStack{
         files::readPartialStack(name.string(), static_cast<Stack::Method>(method)), true, {}, {}});
   } catch (const std::runtime_error& error) {
+    if (isOfTheMachine(error)) throw;
     throw Refusal{Reason::not_a_frame, error.what(), name.string()};
   }
 }
 
 void merge(PyStack& self, PyStack& part, bool allowUnlike, const py::bytes& path) {
   const std::string name = pathOf(path).string();
+  if (&self == &part) throw py::value_error("a stack does not go into itself");
   using_(self, [&](Stack&) {
     const InUse::Lock lock(part.use);
     try {
       files::addPart(self.part, part.part, allowUnlike);
     } catch (const std::runtime_error& error) {
+      if (isOfTheMachine(error)) throw;
       throw Refusal{Reason::mismatch, error.what(), name};
     }
   });
@@ -165,12 +179,17 @@ void merge(PyStack& self, PyStack& part, bool allowUnlike, const py::bytes& path
 }  // namespace
 
 void bindStack(py::module_& module) {
-  py::class_<SavedStack>(module, "SavedStack", py::buffer_protocol()).def_buffer(&bytesOf);
-  py::class_<PyStack>(module, "Stack")
-      .def(py::init([](int method, bool savable) {
-        return std::unique_ptr<PyStack>(
-            new PyStack{{{}, Stack(static_cast<Stack::Method>(method))}, savable, {}, {}});
-      }))
+  py::class_<SavedStack> savedStack(module, "SavedStack", py::buffer_protocol());
+  makeHereAlone(savedStack);
+  savedStack.def_buffer(&bytesOf);
+  py::class_<PyStack> stack(module, "Stack");
+  makeHereAlone(stack);
+  stack
+      .def_static("make",
+                  [](int method, bool savable) {
+                    return std::unique_ptr<PyStack>(
+                        new PyStack{{{}, Stack(static_cast<Stack::Method>(method))}, savable, {}, {}});
+                  })
       .def_static("load", &loaded)
       .def_static("from_sums", &stackOfSums)
       .def("set_plane",
@@ -180,8 +199,10 @@ void bindStack(py::module_& module) {
                            double high) { using_(self, [&](Stack& s) { s.sigma(low, high); }); })
       .def("allow_unlike",
            [](PyStack& self, bool allow) {
-             using_(self, [&](Stack& s) { s.allow_unlike(allow); });
-             self.part.record.forced = allow;
+             using_(self, [&](Stack& s) {
+               s.allow_unlike(allow);
+               self.part.record.forced = allow;
+             });
            })
       .def("add", &add)
       .def("save", &saved)

@@ -10,6 +10,7 @@ import numpy
 import pytest
 
 import orvacam
+from orvacam import _core
 from orvacam._series import _kind_of
 
 lib: Any = orvacam  #: without its types, which refuse most of this
@@ -48,6 +49,8 @@ WRONG: Dict[str, Any] = {
     'ratio': (lambda f, p: lib.calibrate('dark', [p], ratio=[1]), TypeError, 'ratio is a number'),
     'a frame twice': (lambda f, p: lib.calibrate('bias', [p, p]), orvacam.Mismatch, 'is given twice'),
     'no frame for astropy': (lambda f, p: lib.to_ccddata(p), TypeError, 'is a Frame, .* not str'),
+    'header of a merge': (lambda f, p: lib.Decoder().merge_info(p), TypeError, 'the header is a Header, not str'),
+    'no memory': (lambda f, p: lib.stack([p], memory=1), ValueError, 'memory: a stack by mean needs'),
     'method': (lambda f, p: lib.stack([p], method=[]), TypeError, 'method is a str, not list'),
     'lacks the plane': (lambda f, p: f.image, AttributeError, "hdr.raw: the frame has no plane 'image'; it has low, "),
 }
@@ -92,6 +95,31 @@ def test_files_that_cannot_be_written_are_named_as_they_were_asked_for(hdr: byte
         with pytest.raises(error) as caught:
             stack.save(path, overwrite=overwrite)
         assert caught.value.filename == str(path) and os.listdir(tmp_path) == []
+
+
+@pytest.mark.parametrize('name', ['\u20ac' * 83 + '.fits', 'a' * 255, '\udcff' * 255])
+def test_names_may_be_as_long_as_the_system_takes_them(name: str, hdr: bytes, tmp_path: pathlib.Path) -> None:
+    assert 250 <= len(os.fsencode(name)) <= 255
+    stack = orvacam.Stack()
+    stack.add(hdr)
+    stack.save(tmp_path / name)
+    assert os.listdir(tmp_path) == [name]
+    assert orvacam.Stack.combine([tmp_path / name]).count == 1
+
+
+def test_objects_of_the_module_are_made_by_it_alone() -> None:
+    kinds: List[Any] = [kind for kind in vars(_core).values() if isinstance(kind, type)]
+    assert {'Header', 'Frame', 'Decoder', 'Stack', 'SavedStack', 'Pixels16'} <= {kind.__name__ for kind in kinds}
+    for kind in kinds:
+        for make in (kind, kind.__new__, object.__new__):
+            with pytest.raises(TypeError):
+                make(*([] if make is kind else [kind]))
+
+
+def test_a_stack_does_not_go_into_itself() -> None:
+    stack = _core.Stack.make(0, True)
+    with pytest.raises(ValueError, match='into itself'):
+        stack.merge(stack, False, b'')
 
 
 def test_parts_that_are_no_files_are_answered_at_once(tmp_path: pathlib.Path) -> None:

@@ -3,6 +3,7 @@
 import os
 import pathlib
 import subprocess
+import sys
 from typing import Any, List
 
 import numpy
@@ -153,3 +154,32 @@ def test_clipping_takes_limits(night: List[pathlib.Path]) -> None:
     for wrong in ((0, 3), (3, -1), (float('nan'), 3)):
         with pytest.raises(ValueError):
             orvacam.Stack('sigma', sigma=wrong)
+
+
+LITTLE_MEMORY = '''
+import pathlib, re, resource, sys
+import orvacam
+parts = [pathlib.Path(path) for path in sys.argv[1:]]
+for seed, part in enumerate(parts):
+    with orvacam.Stack() as stack:
+        stack.add(orvacam.simulate('GSENSE400', mode='hdr', width=512, height=384, seed=seed))
+        stack.save(part)
+used = 1024 * int(re.search(r'VmSize:\\s+(\\d+)', pathlib.Path('/proc/self/status').read_text())[1])
+limits, refused = resource.getrlimit(resource.RLIMIT_AS), 0
+while True:
+    resource.setrlimit(resource.RLIMIT_AS, (used + (refused << 18), limits[1]))
+    try:
+        whole = orvacam.Stack.combine(parts)
+        break
+    except MemoryError:
+        refused += 1
+    finally:
+        resource.setrlimit(resource.RLIMIT_AS, limits)
+assert whole.count == 2 and refused > 10, refused
+'''
+
+
+def test_parts_for_which_there_is_no_memory_are_not_called_damaged(tmp_path: pathlib.Path) -> None:
+    """Wherever the memory ends: each piece is asked of the system."""
+    subprocess.run([sys.executable, '-P', '-c', LITTLE_MEMORY, tmp_path / '1.fits', tmp_path / '2.fits'], check=True,
+                   timeout=60, env={**os.environ, 'MALLOC_MMAP_THRESHOLD_': '65536', 'MALLOC_TRIM_THRESHOLD_': '0'})

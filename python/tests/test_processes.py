@@ -139,11 +139,15 @@ def test_threads_that_come_after_a_fork_wait_for_each_other() -> None:
 
 
 LEAVES_THREADS = '''
-import threading, time
+import os, threading, time
 import orvacam
 data = orvacam.simulate('GSENSE400', mode='hdr', width=512, height=384)
 frame, decoder, stack = orvacam.read(data), orvacam.Decoder(), orvacam.Stack()
 stack.add(frame)
+paths = [os.path.join({folder!r}, name) for name in 'ab']
+for path in paths:
+    with open(path, 'wb') as file:
+        file.write(data)
 begun = threading.Event()
 
 def work():
@@ -159,10 +163,15 @@ time.sleep({wait})
 
 
 @pytest.mark.parametrize('work', ['decoder.decode(frame)', 'orvacam.read(data).merged', 'stack.add(frame)',
-                                  'stack.result()', 'orvacam.read(bytearray(data))'])
-def test_the_interpreter_ends_while_threads_are_at_work(work: str) -> None:
-    children = [subprocess.Popen([sys.executable, '-c', LEAVES_THREADS.format(work=work, wait=i / 500)],
-                                 stderr=subprocess.PIPE) for i in range(2)]
+                                  'stack.result()', 'orvacam.read(bytearray(data))',
+                                  'orvacam.calibrate("bias", paths)'])
+def test_the_interpreter_ends_while_threads_are_at_work(work: str, tmp_path: pathlib.Path) -> None:
+    children = []
+    for i in range(2):
+        folder = tmp_path / str(i)
+        folder.mkdir()
+        program = LEAVES_THREADS.format(work=work, wait=i / 500, folder=str(folder))
+        children.append(subprocess.Popen([sys.executable, '-c', program], stderr=subprocess.PIPE))
     for child in children:
         _, errors = child.communicate(timeout=120)
         assert (child.returncode, errors) == (0, b'')

@@ -337,6 +337,18 @@ def test_what_measure_found_is_shown(tmp_path: pathlib.Path) -> None:
         path.write_text(other)
         with pytest.raises(ValueError, match='no output of measure'):
             make_page([], measure=(str(path),))
+    for broken in (b'', b'{', b'[' * 100000, b'"\xed\xa0\x80"'):
+        path.write_bytes(broken)
+        with pytest.raises(ValueError, match='camera.json: is no JSON'):
+            make_page([], measure=(str(path),))
+
+
+def test_numbers_of_any_length_are_taken(tmp_path: pathlib.Path) -> None:
+    path, long = tmp_path / 'camera.json', '9' * 400
+    path.write_text('{"schema": "orvacam.measure/1", "ratio": {"table": %s, "measured": %s}, "planes": {"low": '
+                    '{"gain_e_per_adu": %s, "hot_pixels": %s}}}' % (long, long, long, long))
+    rows = rows_of(page_of(measure=(str(path),)), 'one standard deviation')
+    assert rows[1:] == [['gain, e⁻/ADU', '–'], ['hot pixels', '–']]
 
 
 # ---- As a program

@@ -157,7 +157,8 @@ def test_what_cannot_be_stacked_is_said(night: List[str], tmp_path: pathlib.Path
 
 
 def test_units_of_memory() -> None:
-    units: List[Tuple[Any, int]] = [('1GiB', 2**30), ('500 MB', 500_000_000), ('64M', 2**26), ('1.5k', 1536), (123, 123)]
+    units: List[Tuple[Any, int]] = [('1GiB', 2**30), ('500 MB', 500_000_000), ('64M', 2**26), ('1.5k', 1536), (123, 123),
+                                    ('9' * 400, 2**63 - 1), (2**70, 2**63 - 1)]
     for text, count in units:
         assert _series._bytes_of(text) == count
     for wrong in ('', 'GiB', '1 QiB', '-1', '1e9'):

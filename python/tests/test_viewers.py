@@ -3,6 +3,7 @@
 import importlib
 import importlib.metadata
 import logging
+import os
 import pathlib
 from typing import Any, Dict, List
 
@@ -75,7 +76,9 @@ def test_napari_is_told_what_is_no_frame(frame: str, tmp_path: pathlib.Path) -> 
     get_reader = reader_of(manifest())
     text = tmp_path / 'notes.raw'
     text.write_text('seeing')
-    for wrong in (str(text), str(tmp_path), str(tmp_path / 'none.raw'), [frame, str(text)], []):
+    pipe = tmp_path / 'pipe.raw'
+    os.mkfifo(pipe)
+    for wrong in (str(text), str(tmp_path), str(tmp_path / 'none.raw'), 'a\0.raw', [frame, str(text)], [], str(pipe)):
         assert get_reader(wrong) is None
     cut = tmp_path / 'cut.raw'
     cut.write_bytes(pathlib.Path(frame).read_bytes()[:3000])

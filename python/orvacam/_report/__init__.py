@@ -118,14 +118,21 @@ def _page(
     for i, path in enumerate(measure):
         from .measured import measured_of
 
-        with open(path, encoding='utf-8') as file:
-            context['measures'].append(
-                measured_of(json.load(file), f'measure{i + 1}', path_text(os.path.basename(os.fsdecode(path))))
-            )
+        name = path_text(os.path.basename(os.fsdecode(path)))
+        context['measures'].append(measured_of(_json_of(path, name), f'measure{i + 1}', name))
     context['title'], context['subtitle'] = _titles(paths, compare, measure, context)
     context['sections'] = _sections(context)
     context['made_by'] = _made_by(arguments)
     return _render(context)
+
+
+def _json_of(path: Path, name: str) -> Any:
+    """What the file holds. ValueError for what is no JSON."""
+    try:
+        with open(path, encoding='utf-8') as file:
+            return json.load(file)
+    except (ValueError, RecursionError) as error:
+        raise ValueError(f'{name}: is no JSON: {error}') from None
 
 
 def _budget(count: int, share: float) -> Any:

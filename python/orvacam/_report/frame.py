@@ -458,7 +458,7 @@ def _strip_picture(reference: evaluate.Reference, plane: str) -> Still:
     return Still(
         f'{reference.name}, {plane}',
         pictures.lossless(stretch.greys(shown)),
-        f'{reference.name}, {plane} plane{turned}; black to white: mean ± 5 σ',
+        f'{reference.name}, {plane} plane{turned}; black to white: median ± 5 robust σ',
     )
 
 

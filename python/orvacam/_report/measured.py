@@ -71,7 +71,7 @@ def _ratio_words(ratio: Any) -> str:
         return ''
     words = []
     if isinstance(ratio.get('table'), (int, float)):
-        words.append(f"of the gain table {number(ratio['table'], 4)}")
+        words.append(f"of the gain table {number(_number(ratio['table']), 4)}")
     if isinstance(ratio.get('measured'), (int, float)):
         words.append('measured ' + _with_error(ratio, 'measured', 4))
     return ' Gain ratio: ' + ', '.join(words) + '.' if words else ''
@@ -110,7 +110,12 @@ def _notes(planes: Mapping[str, Mapping[str, Any]]) -> List[str]:
 
 def _number(value: Any) -> float:
     """NaN for what is no number, null among it."""
-    return float(value) if isinstance(value, (int, float)) and not isinstance(value, bool) else float('nan')
+    if isinstance(value, bool) or not isinstance(value, (int, float)):
+        return float('nan')
+    try:
+        return float(value)
+    except OverflowError:  # whole numbers have no end in JSON
+        return float('nan')
 
 
 def _curve(plane: Mapping[str, Any]) -> List[figures.CurvePoint]:
