@@ -487,7 +487,8 @@ ORVA_API orva_status orva_stack_allow_unlike(orva_stack* stack, int allow);
 
 /**
  * Decodes a frame and adds it. After a failure the stack is as before. Kinds: those of decoding; mismatch:
- * unlike the first frame (the text names the field); bad_argument: the frame lacks the plane.
+ * unlike the first frame (the text names the field); bad_argument: the frame lacks the plane, or the stack
+ * has 2^32 frames.
  */
 ORVA_API orva_status orva_stack_add(orva_stack* stack, const orva_frame* frame);
 /** 0 for null. */
@@ -516,15 +517,18 @@ typedef struct orva_stack_state {
 } orva_stack_state;
 /**
  * A stack that goes on where another one stopped. bad_argument: another method, a plane that frames with this
- * header do not have, a count of 0, no images of ORVA_PIXEL_U64, sums that no such count of 16-bit frames
- * has. mismatch: sizes that are not that of the header's planes.
+ * header do not have, a count of 0 or above 2^32, no images of ORVA_PIXEL_U64, sums that no such count of
+ * 16-bit frames has. mismatch: sizes that are not that of the header's planes.
  */
 ORVA_API orva_status orva_stack_restore(const orva_header* first, const orva_stack_state* state,
                                         orva_stack** out);
 /** The same of a mean of the plane that the header says. */
 ORVA_API orva_status orva_stack_from_sums(const orva_header* first, uint64_t count, const orva_image* sums,
                                           const orva_image* squares, orva_stack** out);
-/** Adds another stack's frames; `other` stays as it is. mismatch: unlike frames, planes or methods. */
+/**
+ * Adds another stack's frames; `other` stays as it is. mismatch: unlike frames, planes or methods;
+ * bad_argument: together they have more than 2^32 frames. After a failure the stack is as before.
+ */
 ORVA_API orva_status orva_stack_merge(orva_stack* stack, const orva_stack* other);
 
 /** The result so far, as ORVA_PIXEL_F32 and ORVA_PIXEL_F64, rounded once. The stack goes on. bad_argument:

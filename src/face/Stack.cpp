@@ -16,6 +16,9 @@ unsigned int planeOf(const char* name) {
   fail(ORVA_BAD_ARGUMENT, "\"" + std::string(name) + "\" is no plane");
 }
 
+/// The squares of as many of the largest pixel value fit 64 bits.
+constexpr std::uint64_t mostFrames = std::uint64_t{1} << 32;
+
 const char* nameOf(unsigned int plane) {
   return plane != 0 ? planeNames[placeOf(plane)].name : "";
 }
@@ -27,6 +30,11 @@ struct orva_stack {
 
   void requireFrames() const {
     if (count == 0) fail(ORVA_BAD_ARGUMENT, "the stack is empty");
+  }
+  /// Throws unless the sums of so many more frames stay exact.
+  void requireRoom(std::uint64_t more) const {
+    if (more > mostFrames - count)
+      fail(ORVA_BAD_ARGUMENT, "a stack holds at most " + std::to_string(mostFrames) + " frames");
   }
   void requireEmpty() const {
     if (count != 0) fail(ORVA_BAD_ARGUMENT, "the stack has frames; its settings are made before the first");
@@ -76,6 +84,7 @@ void orva_stack::setSigma(double low, double high) {
 
 /// What can fail is done first.
 void orva_stack::addFrame(const orva_frame& frame) {
+  requireRoom(1);
   frame.look.requireDecodable();
   if (first) {
     const std::string unlike = unlikeness(first->values(), frame.values(), allowed());
@@ -117,6 +126,7 @@ void orva_stack::merge(const orva_stack& other) {
   }
   const std::string unlike = unlikeness(first->values(), other.first->values(), allowed());
   if (!unlike.empty()) fail(ORVA_MISMATCH, "the stacks are unlike: " + unlike);
+  requireRoom(other.count);
   contents->merge(*other.contents);
   count += other.count;
 }
@@ -149,7 +159,7 @@ namespace {
 void requirePossible(const std::uint64_t* sums, const std::uint64_t* squares, std::size_t pixels,
                      std::uint64_t count) {
   constexpr std::uint64_t largest = 65535;
-  if (count == 0 || count > std::uint64_t{1} << 32)
+  if (count == 0 || count > mostFrames)
     fail(ORVA_BAD_ARGUMENT, std::to_string(count) + " is no number of frames");
   for (std::size_t i = 0; i < pixels; ++i) {
     const auto square = static_cast<unsigned __int128>(sums[i]) * sums[i];

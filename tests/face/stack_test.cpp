@@ -428,6 +428,25 @@ TEST(FaceStack, RefusesSumsThatNoFramesHave) {
             Reason::bad_argument);
 }
 
+TEST(FaceStack, HoldsAsManyFramesAsHaveExactSums) {
+  const Frame frame = frameOf(fieldsOf(modeNamed("Imx183"), 1, 1));
+  const auto of = [&](std::uint64_t count) {
+    const std::uint64_t sum = 65535 * count, square = 65535 * sum;  // every pixel has the largest value
+    return Stack::from_sums(frame.header(), count, orvacam::Image<std::uint64_t>::copy({1, 1}, &sum),
+                            orvacam::Image<std::uint64_t>::copy({1, 1}, &square));
+  };
+  Stack stack = of(0xFFFFFFFF);
+  stack.merge(of(1));
+  EXPECT_EQ(stack.count(), 0x100000000u);
+  EXPECT_EQ(stack.squares()(0, 0), 0xFFFE000100000000u);  // 65535^2 * 2^32
+  EXPECT_EQ(reasonOf([&] { stack.merge(of(1)); }), Reason::bad_argument);
+  EXPECT_EQ(reasonOf([&] { stack.merge(stack); }), Reason::bad_argument);
+  EXPECT_EQ(reasonOf([&] { stack.add(frame); }), Reason::bad_argument);
+  EXPECT_EQ(stack.count(), 0x100000000u);
+  EXPECT_EQ(stack.squares()(0, 0), 0xFFFE000100000000u);
+  EXPECT_EQ(stack.result()(0, 0), 65535.0f);
+}
+
 TEST(FaceStack, MovedFromOnesCanBeAssigned) {
   Stack stack;
   stack.add(frameOf(fieldsOf("Imx183")));
