@@ -15,6 +15,7 @@
 
 #include "facade/Pipeline.h"
 #include "metadata/FrameGeometry.h"
+#include "metadata/Values.h"
 #include "support/OpenFile.h"
 
 namespace {
@@ -39,11 +40,9 @@ void makeHistogram(image_plane_stats_t& stats) {
 
 }  // namespace
 
-CAlgo::CAlgo() : m_FileName{}, m_pLog(CLog::getInstance()), m_pConversionMemory(nullptr) {}
+CAlgo::CAlgo() : m_FileName{}, m_pLog(CLog::getInstance()) {}
 
-CAlgo::~CAlgo() {
-  delete m_pConversionMemory;
-}
+CAlgo::~CAlgo() = default;
 
 int CAlgo::Initialize(const gain_type_info_t& info, CCameraNVMergeSettings* pNVMergeSettings) {
   m_pLog->log(CLOGLEVEL_ENTRY, L"%s: ENTERED pNVMergeSettings= %p\n", "Initialize",
@@ -65,8 +64,8 @@ double CAlgo::DeriveGainRatioFromMetaData(CFrameMetaData& metaData) {
   const std::unique_ptr<IDeviceGainTables> tables(
       CDeviceGainTablesFactory::IDeviceGainTables_Create(orvacam::cameraOf(metaData), nullptr));
   if (tables == nullptr) return orvacam::gainRatio(m_MergeSettings, metaData);
-  return tables->GetDNETableGainRatio(metaData.Value(ORVA_META_KEY_LDR_GAIN).GetValueUint(),
-                                      metaData.Value(ORVA_META_KEY_HDR_GAIN).GetValueUint());
+  return tables->GetDNETableGainRatio(orvacam::numberOf(metaData, ORVA_META_KEY_LDR_GAIN),
+                                      orvacam::numberOf(metaData, ORVA_META_KEY_HDR_GAIN));
 }
 
 // ---- One frame

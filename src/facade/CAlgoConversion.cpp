@@ -108,8 +108,8 @@ int Conversion::run(const wchar_t* source, const conv_info_t& info) const {
 }
 
 /// The memory of a façade's conversions, made for the first one.
-orvacam::ConversionMemory& kept(orvacam::ConversionMemory*& memory) {
-  if (memory == nullptr) memory = new orvacam::ConversionMemory;
+orvacam::ConversionMemory& kept(std::unique_ptr<orvacam::ConversionMemory>& memory) {
+  if (memory == nullptr) memory = std::make_unique<orvacam::ConversionMemory>();
   return *memory;
 }
 

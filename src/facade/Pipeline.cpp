@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "metadata/FrameGeometry.h"
+#include "metadata/Values.h"
 
 namespace orvacam {
 
@@ -32,8 +33,8 @@ bool takeGains(CMergeSettings& settings, const CFrameMetaData& metaData) {
 }
 
 double gainRatio(const CMergeSettings& settings, const CFrameMetaData& metaData) {
-  return settings.GetGainRatio(metaData.Value(ORVA_META_KEY_LDR_GAIN).GetValueUint(),
-                               metaData.Value(ORVA_META_KEY_HDR_GAIN).GetValueUint());
+  return settings.GetGainRatio(numberOf(metaData, ORVA_META_KEY_LDR_GAIN),
+                               numberOf(metaData, ORVA_META_KEY_HDR_GAIN));
 }
 
 int takeReferences(CHWMergeReferenceFrames& merge, const CFrameMetaData& metaData, const wchar_t* dsnu,

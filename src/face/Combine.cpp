@@ -56,60 +56,63 @@ double deviationOf(std::uint64_t n, std::uint64_t sum, std::uint64_t squares) {
   return std::sqrt(exact) / static_cast<double>(n);
 }
 
-/// A run of a pixel's sorted integers, and its sums, which are exact.
-class IntegerRun {
+/// A run of a pixel's sorted values.
+template <typename Value>
+class SortedRun {
  public:
-  IntegerRun(const std::uint16_t* column, std::size_t size, std::uint64_t sum, std::uint64_t squares)
-      : m_column(column), m_end(size), m_sum(sum), m_squares(squares) {}
+  SortedRun(const Value* column, std::size_t size) : m_column(column), m_end(size) {}
 
   std::size_t size() const { return m_end - m_begin; }
   std::size_t begin() const { return m_begin; }
   std::size_t end() const { return m_end; }
   double at(std::size_t i) const { return m_column[i * columns]; }
-  void dropFirst() { drop(m_column[columns * m_begin++]); }
-  void dropLast() { drop(m_column[columns * --m_end]); }
+  /// The value that goes.
+  Value dropFirst() { return m_column[columns * m_begin++]; }
+  Value dropLast() { return m_column[columns * --m_end]; }
+
+ private:
+  const Value* m_column;
+  std::size_t m_begin = 0, m_end;
+};
+
+/// One of integers, and its sums, which are exact.
+class IntegerRun : public SortedRun<std::uint16_t> {
+ public:
+  IntegerRun(const std::uint16_t* column, std::size_t size, std::uint64_t sum, std::uint64_t squares)
+      : SortedRun(column, size), m_sum(sum), m_squares(squares) {}
+
+  void dropFirst() { subtract(SortedRun::dropFirst()); }
+  void dropLast() { subtract(SortedRun::dropLast()); }
   double sum() const { return static_cast<double>(m_sum); }
   double deviation() const { return deviationOf(size(), m_sum, m_squares); }
 
  private:
-  void drop(std::uint64_t value) {
+  void subtract(std::uint64_t value) {
     m_sum -= value;
     m_squares -= value * value;
   }
 
-  const std::uint16_t* m_column;
-  std::size_t m_begin = 0, m_end;
   std::uint64_t m_sum, m_squares;
 };
 
-/// The same of doubles, whose sums are taken anew.
-class DoubleRun {
+/// One of doubles, whose sums are taken anew.
+class DoubleRun : public SortedRun<double> {
  public:
-  DoubleRun(const double* column, std::size_t size) : m_column(column), m_end(size) {}
+  using SortedRun::SortedRun;
 
-  std::size_t size() const { return m_end - m_begin; }
-  std::size_t begin() const { return m_begin; }
-  std::size_t end() const { return m_end; }
-  double at(std::size_t i) const { return m_column[i * columns]; }
-  void dropFirst() { ++m_begin; }
-  void dropLast() { --m_end; }
   double sum() const {
     double sum = 0;
-    for (std::size_t i = m_begin; i < m_end; ++i)
+    for (std::size_t i = begin(); i < end(); ++i)
       sum += at(i);
     return sum;
   }
   double deviation() const {
     const double mean = sum() / static_cast<double>(size());
     double squares = 0;
-    for (std::size_t i = m_begin; i < m_end; ++i)
+    for (std::size_t i = begin(); i < end(); ++i)
       squares += (at(i) - mean) * (at(i) - mean);
     return std::sqrt(squares / static_cast<double>(size()));
   }
-
- private:
-  const double* m_column;
-  std::size_t m_begin = 0, m_end;
 };
 
 /// Of sorted values, at least one.

@@ -9,6 +9,7 @@
 #include "face/CaptureTime.h"
 #include "face/Failure.h"
 #include "metadata/HeaderFields.h"
+#include "metadata/Values.h"
 #include "sensors/Sensors.h"
 #include "support/WideText.h"
 
@@ -68,20 +69,13 @@ std::string asUtf8(const std::string& bytes) {
   return text;
 }
 
-std::string cleanText(const char* bytes, std::size_t length) {
-  std::string text(bytes, strnlen(bytes, length));
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text == "<>" ? std::string() : asUtf8(text);
-}
-
 namespace {
 
-std::string textOf(const CMetaValues& value) {
-  int length = 0;
-  const unsigned char* const bytes = value.GetValue(nullptr, length);
-  return bytes != nullptr && length > 0
-             ? cleanText(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length))
-             : std::string();
+/// A stored text as UTF-8: without trailing blanks, "" for "<>".
+std::string cleanText(const CMetaValues& value) {
+  std::string text(textOf(value));
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text == "<>" ? std::string() : asUtf8(text);
 }
 
 }  // namespace
@@ -132,8 +126,8 @@ std::size_t HeaderValues::neededLength() const {
 }
 
 void HeaderValues::derive() {
-  m_model = textOf(Value(ORVA_META_KEY_CAMERA_MODEL));
-  m_serial = textOf(Value(ORVA_META_KEY_CAMERA_SERIAL_NUMBER));
+  m_model = cleanText(Value(ORVA_META_KEY_CAMERA_MODEL));
+  m_serial = cleanText(Value(ORVA_META_KEY_CAMERA_SERIAL_NUMBER));
   // The documented model texts name no LSGEN camera; these say it themselves.
   m_device = m_model.find("LSGEN") != m_model.npos ? ORVA_DEVICE_LSGEN : ORVA_DEVICE_UNKNOWN;
   GetDeviceType(m_device);
@@ -150,7 +144,7 @@ void HeaderValues::derive() {
 
 std::string HeaderValues::text(const orva_key& key) const {
   const CMetaValues& value = Value(static_cast<ORVA_META_KEYS>(key.number));
-  if (key.kind == ORVA_KEY_TEXT) return textOf(value);
+  if (key.kind == ORVA_KEY_TEXT) return cleanText(value);
   if (key.kind == ORVA_KEY_FLAG) return value.GetValueBool() ? "true" : "false";
   const double number = value.GetValueDouble();
   if (std::floor(number) == number && std::fabs(number) < 1e15)  // digits that are exact

@@ -87,10 +87,7 @@ extern const std::array<orva_key, keyCount> keys;
 /// The key of a name. Throws Failure (bad_argument) for a name that none has.
 const orva_key& keyOf(const char* name);
 
-/// Bytes as UTF-8: up to the first NUL, without trailing blanks, "" for "<>"; what is no UTF-8 becomes
-/// U+FFFD.
-std::string cleanText(const char* bytes, std::size_t length);
-/// Any bytes as UTF-8.
+/// Any bytes as UTF-8; what is none becomes U+FFFD.
 std::string asUtf8(const std::string& bytes);
 
 /// The shortest digits that read back as the number, whatever the locale.

@@ -105,15 +105,57 @@ void readElectrons(Fields& fields, unsigned int count, std::vector<electrons_per
   }
 }
 
+/// Lets a free function at the protected members of any settings.
+struct Members : CCameraNVMergeSettings {
+  static int parse(CCameraNVMergeSettings& settings, const unsigned char* body, unsigned int length,
+                   unsigned int version);
+};
+
+int Members::parse(CCameraNVMergeSettings& settings, const unsigned char* body, unsigned int length,
+                   unsigned int version) try {
+  if (body == nullptr) return -1;
+  const VersionLayout& layout = layouts[version - 1];
+  Fields fields(body, length);
+  for (const auto ratio :
+       {&Members::m_dRatio1, &Members::m_dRatio2, &Members::m_dGainRatio, &Members::m_dDefaultGainRatio})
+    fields.read(ratioScale, settings.*ratio);
+  for (const auto count : {&Members::m_uiNumHighEPC, &Members::m_uiNumLowEPC, &Members::m_uiNumLineOffsets,
+                           &Members::m_uiNumExtraLineOffsets})
+    fields.read(2, settings.*count);
+  readElectrons(fields, settings.*&Members::m_uiNumHighEPC, settings.*&Members::m_vHighEPC);
+  readElectrons(fields, settings.*&Members::m_uiNumLowEPC, settings.*&Members::m_vLowEPC);
+
+  const unsigned int records = settings.*&Members::m_uiNumLineOffsets;
+  std::unique_ptr<merge_line_offsets_t[]>& array = settings.*&Members::m_pLineOffsets;
+  if (records > 0) {
+    // Also after a failure: the records then hold their defaults.
+    array = nullptr;  // before there is more
+    array.reset(new (std::nothrow) merge_line_offsets_t[records]);
+    if (array == nullptr) return -1;
+  }
+  if (!fields.whole()) return -1;
+  // The documented checks count on from here by their own sizes; a record must be there whole besides.
+  std::size_t counted = fields.remaining();
+  for (unsigned int i = 0; i < records; ++i, counted -= arrayCheckedSize)
+    if (counted < arrayCheckedSize || !readRecord(fields, layout.array, array[i])) return -1;
+  const unsigned int extraRecords = settings.*&Members::m_uiNumExtraLineOffsets;
+  for (unsigned int i = 0; i < extraRecords; ++i, counted -= layout.extraCheckedSize) {
+    merge_line_offsets_t record;
+    if (counted < layout.extraCheckedSize || !readRecord(fields, layout.extra, record)) return -1;
+    (settings.*&Members::m_vExtraLineOffsets).push_back(record);
+  }
+  return 0;
+} catch (const std::exception&) {
+  return -1;
+}
+
 }  // namespace
 
-CCameraNVMergeSettings::CCameraNVMergeSettings() : m_pLineOffsets(nullptr), m_pLog(CLog::getInstance()) {
+CCameraNVMergeSettings::CCameraNVMergeSettings() : m_pLog(CLog::getInstance()) {
   DoInitialize();
 }
 
-CCameraNVMergeSettings::~CCameraNVMergeSettings() {
-  delete[] m_pLineOffsets;
-}
+CCameraNVMergeSettings::~CCameraNVMergeSettings() = default;
 
 void CCameraNVMergeSettings::DoInitialize() {
   m_ulReserved[0] = m_ulReserved[1] = 0;
@@ -121,7 +163,6 @@ void CCameraNVMergeSettings::DoInitialize() {
   m_dRatio1 = m_dRatio2 = 1.1;
   m_dGainRatio = m_dDefaultGainRatio = 40.0;
   m_uiNumHighEPC = m_uiNumLowEPC = m_uiNumLineOffsets = m_uiNumExtraLineOffsets = 0;
-  delete[] m_pLineOffsets;
   m_pLineOffsets = nullptr;
   m_vExtraLineOffsets.clear();
   m_vHighEPC.clear();
@@ -151,56 +192,22 @@ int CCameraNVMergeSettings::DoParseSettings(const unsigned char* pBuffer, unsign
   m_pLog->log(CLOGLEVEL_TRACE, L"%s: NV Data: magic= 0x%x, vers= 0x%x, length= 0x%x\n", name, m_uiMagic,
               m_uiVersion, m_uiLength);
   if (uiLength < m_uiLength) return 0;
-  if (DoParseBody(pBuffer + headerSize, m_uiLength - headerSize, m_uiVersion) < 0)
+  if (Members::parse(*this, pBuffer + headerSize, m_uiLength - headerSize, m_uiVersion) < 0)
     m_pLog->log(CLOGLEVEL_WARNING, layouts[m_uiVersion - 1].failure, name);
   return 0;
 }
 
 int CCameraNVMergeSettings::ParseSettings1(const unsigned char* pBody, unsigned int uiLength) {
-  return DoParseBody(pBody, uiLength, 1);
+  return Members::parse(*this, pBody, uiLength, 1);
 }
 int CCameraNVMergeSettings::ParseSettings2(const unsigned char* pBody, unsigned int uiLength) {
-  return DoParseBody(pBody, uiLength, 2);
+  return Members::parse(*this, pBody, uiLength, 2);
 }
 int CCameraNVMergeSettings::ParseSettings3(const unsigned char* pBody, unsigned int uiLength) {
-  return DoParseBody(pBody, uiLength, 3);
+  return Members::parse(*this, pBody, uiLength, 3);
 }
 int CCameraNVMergeSettings::ParseSettings4(const unsigned char* pBody, unsigned int uiLength) {
-  return DoParseBody(pBody, uiLength, 4);
-}
-
-int CCameraNVMergeSettings::DoParseBody(const unsigned char* pBody, unsigned int uiLength,
-                                        unsigned int uiVersion) try {
-  if (pBody == nullptr) return -1;
-  const VersionLayout& layout = layouts[uiVersion - 1];
-  Fields fields(pBody, uiLength);
-  for (double* const ratio : {&m_dRatio1, &m_dRatio2, &m_dGainRatio, &m_dDefaultGainRatio})
-    fields.read(ratioScale, *ratio);
-  for (unsigned int* const count :
-       {&m_uiNumHighEPC, &m_uiNumLowEPC, &m_uiNumLineOffsets, &m_uiNumExtraLineOffsets})
-    fields.read(2, *count);
-  readElectrons(fields, m_uiNumHighEPC, m_vHighEPC);
-  readElectrons(fields, m_uiNumLowEPC, m_vLowEPC);
-
-  if (m_uiNumLineOffsets > 0) {
-    // Also after a failure: the records then hold their defaults.
-    delete[] m_pLineOffsets;
-    m_pLineOffsets = new (std::nothrow) merge_line_offsets_t[m_uiNumLineOffsets];
-    if (m_pLineOffsets == nullptr) return -1;
-  }
-  if (!fields.whole()) return -1;
-  // The documented checks count on from here by their own sizes; a record must be there whole besides.
-  std::size_t counted = fields.remaining();
-  for (unsigned int i = 0; i < m_uiNumLineOffsets; ++i, counted -= arrayCheckedSize)
-    if (counted < arrayCheckedSize || !readRecord(fields, layout.array, m_pLineOffsets[i])) return -1;
-  for (unsigned int i = 0; i < m_uiNumExtraLineOffsets; ++i, counted -= layout.extraCheckedSize) {
-    merge_line_offsets_t record;
-    if (counted < layout.extraCheckedSize || !readRecord(fields, layout.extra, record)) return -1;
-    m_vExtraLineOffsets.push_back(record);
-  }
-  return 0;
-} catch (const std::exception&) {
-  return -1;
+  return Members::parse(*this, pBody, uiLength, 4);
 }
 
 bool CCameraNVMergeSettings::GetNVElectronsPerCount(unsigned int uiGain, bool bHighGain,

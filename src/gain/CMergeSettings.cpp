@@ -75,19 +75,15 @@ int lineOffset(double temperature, double t0, int o0, double t1, int o1) {
 
 }  // namespace
 
-CMergeSettings::CMergeSettings()
-    : m_ppGainOffsetPairs(nullptr), m_uiNumLowGains(0), m_uiNumHighGains(0), m_pGainTables(nullptr) {
+CMergeSettings::CMergeSettings() : m_uiNumLowGains(0), m_uiNumHighGains(0) {
   DoInitialize();
 }
 
-CMergeSettings::~CMergeSettings() {
-  FreeAll();
-}
+CMergeSettings::~CMergeSettings() = default;
 
 void CMergeSettings::DoInitialize() {
   m_dADUScale = 1.0;
   m_dGainRatio = 40.0;
-  delete m_pGainTables;
   m_pGainTables = nullptr;
   m_DefaultLineOffsets = merge_line_offsets_t();
   m_DefaultLineOffsets.uiMergeThreshold1 = 15750;
@@ -98,7 +94,7 @@ void CMergeSettings::DoInitialize() {
 int CMergeSettings::Initialize(const gain_type_info_t& info, CCameraNVMergeSettings* pNV) {
   DoInitialize();
   if (pNV != nullptr) m_dGainRatio = pNV->GetGainRatio();
-  m_pGainTables = CDeviceGainTablesFactory::IDeviceGainTables_Create(info, pNV);
+  m_pGainTables.reset(CDeviceGainTablesFactory::IDeviceGainTables_Create(info, pNV));
   if (m_pGainTables == nullptr) return 0;
 
   const unsigned int lowGains = m_pGainTables->GetDNETableNumEntries(ORVA_GAIN_TABLE_LOW_CHANNEL);
@@ -209,12 +205,12 @@ int CMergeSettings::AllocateGainOffsetPairs(unsigned int uiLowGains, unsigned in
   if (m_ppGainOffsetPairs != nullptr && m_uiNumLowGains == uiLowGains && m_uiNumHighGains == uiHighGains)
     return 0;
   FreeGainOffsetPairs();
-  m_ppGainOffsetPairs = new (std::nothrow) merge_line_offsets_t*[uiLowGains]();
+  m_ppGainOffsetPairs.reset(new (std::nothrow) std::unique_ptr<merge_line_offsets_t[]>[uiLowGains]());
   if (m_ppGainOffsetPairs == nullptr) return -1;
   m_uiNumLowGains = uiLowGains;
   m_uiNumHighGains = uiHighGains;
   for (unsigned int i = 0; i < uiLowGains; ++i) {
-    m_ppGainOffsetPairs[i] = new (std::nothrow) merge_line_offsets_t[uiHighGains];
+    m_ppGainOffsetPairs[i].reset(new (std::nothrow) merge_line_offsets_t[uiHighGains]);
     if (m_ppGainOffsetPairs[i] == nullptr) {
       FreeGainOffsetPairs();
       return -1;
@@ -224,9 +220,6 @@ int CMergeSettings::AllocateGainOffsetPairs(unsigned int uiLowGains, unsigned in
 }
 
 void CMergeSettings::FreeGainOffsetPairs() {
-  for (unsigned int i = 0; i < m_uiNumLowGains; ++i)
-    delete[] m_ppGainOffsetPairs[i];
-  delete[] m_ppGainOffsetPairs;
   m_ppGainOffsetPairs = nullptr;
   m_uiNumLowGains = 0;
   m_uiNumHighGains = 0;
@@ -234,6 +227,5 @@ void CMergeSettings::FreeGainOffsetPairs() {
 
 void CMergeSettings::FreeAll() {
   FreeGainOffsetPairs();
-  delete m_pGainTables;
   m_pGainTables = nullptr;
 }

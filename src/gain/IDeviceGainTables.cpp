@@ -11,10 +11,11 @@ bool isChannel(ORVAGAINTABLE eTable) {
   return eTable <= ORVA_GAIN_TABLE_HIGH_CHANNEL;
 }
 
-/// The first of n entries that fits; n when none does.
-template <typename Entry, typename Fits>
-unsigned int findEntry(const Entry* pTable, unsigned int n, Fits fits) {
+/// The first of n entries whose field is the wanted one; n when there is none.
+template <typename Entry>
+unsigned int findEntry(const Entry* pTable, unsigned int n, unsigned int Entry::*field, unsigned int wanted) {
   if (pTable == nullptr) return n;
+  const auto fits = [&](const Entry& entry) { return entry.*field == wanted; };
   return static_cast<unsigned int>(std::find_if(pTable, pTable + n, fits) - pTable);
 }
 
@@ -54,28 +55,25 @@ unsigned int IDeviceGainTables::GetTableIndexFromDeviceIndex(ORVAGAINTABLE eTabl
   if (!isChannel(eTable)) return uiDeviceIndex;
   const unsigned int count = m_uiNumEntries[eTable];
   const unsigned int found =
-      findEntry(m_pMappedTables[eTable], count,
-                [uiDeviceIndex](const gain_value_t& entry) { return entry.uiDeviceIndex == uiDeviceIndex; });
+      findEntry(m_pMappedTables[eTable], count, &gain_value_t::uiDeviceIndex, uiDeviceIndex);
   if (found < count) return found;
   return uiDeviceIndex < count ? uiDeviceIndex : count - 1;
 }
 
 unsigned int IDeviceGainTables::GetTableIndexFromDeviceValue(ORVAGAINTABLE eTable, unsigned int uiValue) {
   if (!isChannel(eTable)) return 0;
-  const unsigned int found =
-      findEntry(m_pMappedTables[eTable], m_uiNumEntries[eTable],
-                [uiValue](const gain_value_t& entry) { return entry.uiValue == uiValue; });
-  return found < m_uiNumEntries[eTable] ? found : 0;
+  const unsigned int count = m_uiNumEntries[eTable];
+  const unsigned int found = findEntry(m_pMappedTables[eTable], count, &gain_value_t::uiValue, uiValue);
+  return found < count ? found : 0;
 }
 
 double IDeviceGainTables::GetDNETableGainRatio(unsigned int uiLowIndex, unsigned int uiHighIndex) {
   const unsigned int wanted[2] = {uiLowIndex, uiHighIndex};
   double values[2] = {};
   for (unsigned int t = 0; t < 2; ++t) {
-    const unsigned int found =
-        findEntry(m_pDNETables[t], m_uiDNENumEntries[t],
-                  [&](const merge_gain_t& entry) { return entry.uiDeviceIndex == wanted[t]; });
-    if (found == m_uiDNENumEntries[t]) return m_dDefaultGainRatio;
+    const unsigned int count = m_uiDNENumEntries[t];
+    const unsigned int found = findEntry(m_pDNETables[t], count, &merge_gain_t::uiDeviceIndex, wanted[t]);
+    if (found == count) return m_dDefaultGainRatio;
     values[t] = m_pDNETables[t][found].dValue;
   }
   return values[0] >= 0.0 && values[1] > 0.0 ? values[0] / values[1] : m_dDefaultGainRatio;
@@ -83,10 +81,10 @@ double IDeviceGainTables::GetDNETableGainRatio(unsigned int uiLowIndex, unsigned
 
 double IDeviceGainTables::GetDNETableValue(ORVAGAINTABLE eTable, unsigned int uiDeviceIndex) {
   if (!isChannel(eTable)) return 1.0;
+  const unsigned int count = m_uiDNENumEntries[eTable];
   const unsigned int found =
-      findEntry(m_pDNETables[eTable], m_uiDNENumEntries[eTable],
-                [uiDeviceIndex](const merge_gain_t& entry) { return entry.uiDeviceIndex == uiDeviceIndex; });
-  return found < m_uiDNENumEntries[eTable] ? m_pDNETables[eTable][found].dValue : 1.0;
+      findEntry(m_pDNETables[eTable], count, &merge_gain_t::uiDeviceIndex, uiDeviceIndex);
+  return found < count ? m_pDNETables[eTable][found].dValue : 1.0;
 }
 
 unsigned int IDeviceGainTables::GetDNETableDeviceIndex(ORVAGAINTABLE eTable, unsigned int uiIndex) {

@@ -201,10 +201,9 @@ class CardValues {
   const CMetaValues& value(const Card& card) const {
     return m_meta.Value(static_cast<ORVA_META_KEYS>(card.keyword));
   }
-  const void* keyText(const Card& card) {
-    int length = sizeof m_text - 1;
-    m_text[length] = '\0';
-    return value(card).GetValue(m_text, length);
+  const void* keyText(const Card& card) const {
+    int length = 0;
+    return value(card).GetValue(nullptr, length);  // which a zero byte closes
   }
   double keyNumber(const Card& card) const {
     return card.type == FITS_VALUE_SIGNED  ? value(card).GetValueInt()
@@ -232,6 +231,48 @@ class CardValues {
   char m_text[128] = "";
 };
 
+/// The next card of a header, blank but for the keyword, and the position behind it; null, with nothing
+/// moved, where there is no room.
+unsigned char* nextCard(unsigned char* header, unsigned int size, unsigned int& position,
+                        std::string_view keyword) {
+  if (header == nullptr || position > size || size - position < cardSize) return nullptr;
+  unsigned char* const card = header + position;
+  position += cardSize;
+  std::memset(card, ' ', cardSize);
+  keyword.copy(reinterpret_cast<char*>(card), keywordSize);
+  return card;
+}
+
+using ValueText = char[cardSize + 1];
+
+/// A value as it stands in its card; null for none.
+const char* formatValue(unsigned int type, const void* value, ValueText& text) {
+  if (value == nullptr) return nullptr;
+  switch (type) {
+    case FITS_VALUE_LOGICAL:
+      return *static_cast<const bool*>(value) ? "T" : "F";
+    case FITS_VALUE_STRING:
+      std::snprintf(text, sizeof text, "'%.*s'", static_cast<int>(longestText),
+                    static_cast<const char*>(value));
+      return text;
+    case FITS_VALUE_UNSIGNED:
+      std::snprintf(text, sizeof text, "%u", *static_cast<const unsigned int*>(value));
+      return text;
+    case FITS_VALUE_SIGNED:
+      std::snprintf(text, sizeof text, "%d", *static_cast<const int*>(value));
+      return text;
+    case FITS_VALUE_FLOAT: {
+      orvacam::NumberMemory memory;
+      const std::string_view digits = orvacam::fixedText(memory, *static_cast<const double*>(value));
+      if (digits.size() > cardSize - valueColumn) return "0.";  // a cut number would be another number
+      text[digits.copy(text, digits.size())] = '\0';
+      return text;
+    }
+    default:
+      return nullptr;
+  }
+}
+
 // ---- Pixels and files
 
 /// Room of an odd size puts the pixels at odd addresses.
@@ -243,6 +284,24 @@ void swapInPlace(unsigned char* bytes, std::size_t pixels) {
   }
   for (std::size_t i = 0; i < pixels; ++i)
     std::swap(bytes[2 * i], bytes[2 * i + 1]);
+}
+
+/// Writes a file of 2 bytes for each pixel, header included: false when it cannot be written whole. The
+/// memory begins with the header and has room for a piece of pixels besides.
+bool writeImage(int file, unsigned char* memory, const unsigned short* pixels, unsigned int count) {
+  // Intended: the length counts the pixels alone, so that the header displaces the last of them.
+  std::size_t left = sizeof *pixels * std::size_t{count};
+  std::size_t filled = std::min<std::size_t>(left, orvacam::fitsHeaderSize);
+  while (left > 0) {
+    const std::size_t piece = std::min<std::size_t>(left, pieceBytes);
+    const std::size_t swapped = (piece - filled) / sizeof *pixels;
+    orvacam::kernels::active().swapBytes(pixels, reinterpret_cast<unsigned short*>(memory + filled), swapped);
+    if (!orvacam::writeAll(file, memory, piece)) return false;
+    pixels += swapped;
+    left -= piece;
+    filled = 0;
+  }
+  return true;
 }
 
 }  // namespace
@@ -264,49 +323,15 @@ bool CFitsInterface::IsSupportIncluded() {
 
 // ---- Header
 
-unsigned char* CFitsInterface::DoNextCard(unsigned char* pBuffer, unsigned int uiSize, const char* pKeyword) {
-  if (pBuffer == nullptr || m_uiPosition > uiSize || uiSize - m_uiPosition < cardSize) return nullptr;
-  unsigned char* const card = pBuffer + m_uiPosition;
-  m_uiPosition += cardSize;
-  std::memset(card, ' ', cardSize);
-  if (pKeyword != nullptr) std::memcpy(card, pKeyword, strnlen(pKeyword, keywordSize));
-  return card;
-}
-
-const char* CFitsInterface::DoFormatValue(unsigned int uiType, const void* pValue) {
-  if (pValue == nullptr && uiType != FITS_VALUE_STRING) return nullptr;
-  switch (uiType) {
-    case FITS_VALUE_LOGICAL:
-      return *static_cast<const bool*>(pValue) ? "T" : "F";
-    case FITS_VALUE_STRING:
-      std::snprintf(m_ValueText, sizeof m_ValueText, "'%.*s'", static_cast<int>(longestText),
-                    pValue != nullptr ? static_cast<const char*>(pValue) : m_pDefaultText);
-      return m_ValueText;
-    case FITS_VALUE_UNSIGNED:
-      std::snprintf(m_ValueText, sizeof m_ValueText, "%u", *static_cast<const unsigned int*>(pValue));
-      return m_ValueText;
-    case FITS_VALUE_SIGNED:
-      std::snprintf(m_ValueText, sizeof m_ValueText, "%d", *static_cast<const int*>(pValue));
-      return m_ValueText;
-    case FITS_VALUE_FLOAT: {
-      orvacam::NumberMemory memory;
-      const std::string_view text = orvacam::fixedText(memory, *static_cast<const double*>(pValue));
-      if (text.size() > cardSize - valueColumn) return "0.";  // a cut number would be another number
-      m_ValueText[text.copy(m_ValueText, text.size())] = '\0';
-      return m_ValueText;
-    }
-    default:
-      return nullptr;
-  }
-}
-
 int CFitsInterface::RecWriteNextKey(unsigned char* pBuffer, unsigned int uiSize, const char* pKeyword,
                                     unsigned int uiType, const void* pValue, const char* pComment) {
-  unsigned char* const card = DoNextCard(pBuffer, uiSize, pKeyword);
+  const std::string_view keyword(pKeyword, pKeyword != nullptr ? strnlen(pKeyword, keywordSize) : 0);
+  unsigned char* const card = nextCard(pBuffer, uiSize, m_uiPosition, keyword);
   if (card == nullptr) return -1;
 
-  std::size_t end = pKeyword != nullptr ? strnlen(pKeyword, keywordSize) : 0;
-  if (const char* const value = DoFormatValue(uiType, pValue)) {
+  std::size_t end = keyword.size();
+  if (uiType == FITS_VALUE_STRING && pValue == nullptr) pValue = m_pDefaultText;
+  if (const char* const value = formatValue(uiType, pValue, m_ValueText)) {
     card[keywordSize] = '=';
     end = valueColumn;
     for (const char* next = value; *next != '\0' && end < cardSize; ++next)
@@ -323,7 +348,7 @@ int CFitsInterface::RecWriteNextKey(unsigned char* pBuffer, unsigned int uiSize,
   std::string_view text = pText != nullptr ? pText : "";
   while (!text.empty()) {
     const std::string_view part = text.substr(0, cardSize - valueColumn);
-    unsigned char* const card = DoNextCard(pBuffer, uiSize, keywords[Comment].name.data());
+    unsigned char* const card = nextCard(pBuffer, uiSize, m_uiPosition, keywords[Comment].name);
     if (card == nullptr) return -1;
     std::memcpy(card + valueColumn, part.data(), part.size());
     text.remove_prefix(part.size());
@@ -388,25 +413,6 @@ void CFitsInterface::FreeAll() {
   m_ulImageCopySize = 0;
 }
 
-int CFitsInterface::DoWriteImage(int iFile, const unsigned short* pPixels, unsigned int uiNumPixels,
-                                 const CFrameMetaData& meta) {
-  if (DoWriteHeader(m_pImageCopy, orvacam::fitsHeaderSize, meta) != 0) return -1;
-  // Intended: the length counts the pixels alone, so that the header displaces the last of them.
-  std::size_t left = sizeof *pPixels * std::size_t{uiNumPixels};
-  std::size_t filled = std::min<std::size_t>(left, orvacam::fitsHeaderSize);
-  while (left > 0) {
-    const std::size_t piece = std::min<std::size_t>(left, pieceBytes);
-    const std::size_t pixels = (piece - filled) / sizeof *pPixels;
-    auto* const swapped = reinterpret_cast<unsigned short*>(m_pImageCopy + filled);
-    orvacam::kernels::active().swapBytes(pPixels, swapped, pixels);
-    if (!orvacam::writeAll(iFile, m_pImageCopy, piece)) return -1;
-    pPixels += pixels;
-    left -= piece;
-    filled = 0;
-  }
-  return 0;
-}
-
 int CFitsInterface::CreateImageFile(const std::string& path, const unsigned short* pPixels,
                                     const CFrameMetaData& meta) try {
   constexpr const char* operation = "CreateImageFile";
@@ -421,7 +427,9 @@ int CFitsInterface::CreateImageFile(const std::string& path, const unsigned shor
     log->log(CLOGLEVEL_ERROR, L"%s: Unable to open file %s, err %d\n", operation, path.c_str(), errno);
     return -1;
   }
-  int result = DoWriteImage(file, pPixels, pixels, meta);
+  const bool written = DoWriteHeader(m_pImageCopy, orvacam::fitsHeaderSize, meta) == 0 &&
+                       writeImage(file, m_pImageCopy, pPixels, pixels);
+  int result = written ? 0 : -1;
   if (close(file) != 0) result = -1;  // some file systems say only now that the disk is full
   log->log(
       CLOGLEVEL_ERROR,  // intended: the success, too

@@ -11,6 +11,7 @@
 #include "imagefiles/FileWriting.h"
 #include "imagefiles/FramePixels.h"
 #include "imagefiles/ImageFormats.h"
+#include "metadata/Values.h"
 #include "support/OpenFile.h"
 
 namespace {
@@ -19,6 +20,7 @@ namespace {
 constexpr unsigned int directoryOffset = 14;
 constexpr unsigned int entrySize = 12;
 constexpr unsigned int dataOffset = 400;
+using orvacam::numberOf;
 using orvacam::tiffBlockSize;
 constexpr unsigned int tagLimit = 30;  // one more is added while the list does not hold more than this
 static_assert(directoryOffset + 2 + (tagLimit + 1) * entrySize + 4 <= dataOffset,
@@ -261,9 +263,9 @@ int CTiffMaker::WriteHeader(unsigned char* pBuffer, unsigned int uiSize, CFrameM
   meta.GetFrameDimensionsBinned(width, height);
 
   if (InitTags(metaSize) != 0 || SetImageDimensions(width, height) != 0 ||
-      SetPixelSize(meta.Value(ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE).GetValueUint(),
-                   meta.Value(ORVA_META_KEY_VERTICAL_PIXEL_SIZE).GetValueUint()) != 0 ||
-      SetPageNumber(meta.Value(ORVA_META_KEY_FRAME_NUMBER).GetValueUint()) != 0 ||
+      SetPixelSize(numberOf(meta, ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE),
+                   numberOf(meta, ORVA_META_KEY_VERTICAL_PIXEL_SIZE)) != 0 ||
+      SetPageNumber(numberOf(meta, ORVA_META_KEY_FRAME_NUMBER)) != 0 ||
       Binarize(pBuffer, uiSize, bBigEndian) < 0)
     return -1;
   // Intended: a header too short for the one layout that is written (version 1) is left out.

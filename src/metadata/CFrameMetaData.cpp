@@ -1,14 +1,11 @@
 // Life cycle, value access and the setters that mark a header as processed.
 
 #include <orvacam/metadata/CFrameMetaData.h>
-#include <orvacam/support/util.h>
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 #include "metadata/HeaderFields.h"
-#include "support/NumberText.h"
 
 using namespace orvacam::header;
 
@@ -16,18 +13,28 @@ namespace {
 
 struct KeyKinds {
   constexpr KeyKinds() {
-    for (unsigned int key = 0; key < ORVA_META_KEY_COUNT; ++key)
+    for (unsigned int key = 0; key < valueCount; ++key)
       of[key] = kindOf(key);
   }
-  char of[ORVA_META_KEY_COUNT] = {};
+  char of[valueCount] = {};
 };
 constexpr KeyKinds kinds;
 
-/// The value that an unsigned key has in an empty header.
+/// What an unsigned value is in an empty header.
 unsigned int emptyNumber(unsigned int key) {
-  const bool isOne = key == ORVA_META_KEY_HORIZONTAL_BINNING || key == ORVA_META_KEY_VERTICAL_BINNING ||
-                     key == ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE || key == ORVA_META_KEY_VERTICAL_PIXEL_SIZE;
-  return isOne ? 1 : 0;
+  switch (key) {
+    case ORVA_META_KEY_MAGIC_NUMBER:
+      return magic;
+    case ORVA_META_KEY_HORIZONTAL_BINNING:
+    case ORVA_META_KEY_VERTICAL_BINNING:
+    case ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE:
+    case ORVA_META_KEY_VERTICAL_PIXEL_SIZE:
+      return 1;
+    case ControlBlockTest:
+      return 0xFF;  // none of its inverted flags
+    default:
+      return 0;
+  }
 }
 
 void reset(unsigned int key, CMetaValues& value) {
@@ -50,6 +57,17 @@ void reset(unsigned int key, CMetaValues& value) {
   }
 }
 
+/// Sets a flag, and its bit in the byte that is kept whole.
+void setFlag(CMetaValues* values, ORVA_META_KEYS key, bool value) {
+  values[key].SetValueBool(value);
+  for (const Flag& flag : flags) {
+    if (flag.key != key) continue;
+    CMetaValues& kept = values[flag.byte];
+    const bool set = value != flag.whenClear;
+    kept.SetValueUint(set ? kept.GetValueUint() | flag.mask : kept.GetValueUint() & ~unsigned{flag.mask});
+  }
+}
+
 }  // namespace
 
 CFrameMetaData::CFrameMetaData() : m_uiCursor(0), m_bCaptureTimeValid(true) {
@@ -64,20 +82,14 @@ CFrameMetaData& CFrameMetaData::operator=(const CFrameMetaData& other) = default
 // NOLINTEND(bugprone-reserved-identifier)
 
 void CFrameMetaData::DoInitialize() {
-  for (unsigned int key = 0; key < ORVA_META_KEY_COUNT; ++key)
+  static_assert(sizeof m_Values / sizeof *m_Values == valueCount);
+  for (unsigned int key = 0; key < valueCount; ++key)
     reset(key, m_Values[key]);
-  m_Values[ORVA_META_KEY_MAGIC_NUMBER].SetValueUint(magic);
-
-  m_ControlBlock.SetValueUint(0);
-  m_ControlBlock2.SetValueUint(0);
-  m_ExtraFlags.SetValueUint(0);
-  m_ControlBlockTest.SetValueUint(0xFF);  // none of its inverted flags
   m_OtherMetaData = CFrameOtherMetaData();
   m_bCaptureTimeValid = true;
   std::memset(m_CaptureTimeText, 0, sizeof m_CaptureTimeText);
   std::memset(m_Padding, 0, sizeof m_Padding);
   std::memset(m_Reserved1, 0, sizeof m_Reserved1);
-  std::memset(m_Reserved2, 0, sizeof m_Reserved2);
   std::memset(m_RawHeader, 0, sizeof m_RawHeader);
 }
 
@@ -122,90 +134,31 @@ const CMetaValues& CFrameMetaData::Value(ORVA_META_KEYS eKey) const {
   return m_Values[eKey < ORVA_META_KEY_COUNT ? eKey : ORVA_META_KEY_MAGIC_NUMBER];
 }
 
-void CFrameMetaData::SetValue(ORVA_META_KEYS eKey, const std::string& text) {
-  switch (eKey) {
-    case ORVA_META_KEY_CAMERA_MODEL:
-    case ORVA_META_KEY_CAMERA_SERIAL_NUMBER:
-    case ORVA_META_KEY_LIB_INFO_STRING:
-    case ORVA_META_KEY_APP_INFO_STRING:
-      m_Values[eKey].SetValueStr(text.c_str());
-      break;
-    case ORVA_META_KEY_CAPTURE_DATE: {
-      m_Values[eKey].SetValueStr(text.c_str());
-      std::vector<char> buffer(text.c_str(), text.c_str() + text.size() + 1);  // the reader changes its input
-      if (DoReadTimeText(buffer.data(), static_cast<unsigned int>(text.size())) < 0)
-        m_bCaptureTimeValid = false;
-      break;
-    }
-    default:
-      if (eKey < ORVA_META_KEY_COUNT) m_Values[eKey].SetValueDouble(orvacam::parseDouble(text));
-  }
-}
-
-int CFrameMetaData::DoReadTimeText(char* pText, unsigned int uiLength) {
-  unsigned int year = 0;
-  unsigned int month = 0;
-  unsigned int day = 0;
-  double seconds = 0.0;
-  if (utilParseTimeString(pText, uiLength, year, month, day, seconds) < 0) return -1;
-  const auto wholeSeconds = static_cast<double>(static_cast<unsigned int>(seconds));
-  m_Values[ORVA_META_KEY_CAPTURE_DATE].SetValueUint(year * 65536 + month * 256 + day);
-  m_Values[ORVA_META_KEY_CAPTURE_TIME].SetValueDouble(wholeSeconds);
-  // Intended: the fraction of a double, which may lie a little below the text's: cut to an integer it reads
-  // one less.
-  m_Values[ORVA_META_KEY_CAPTURE_TIME_NSECS].SetValueDouble((seconds - wholeSeconds) * 1e9);
-  return 0;
-}
-
 bool CFrameMetaData::IsValid() const {
   return m_Values[ORVA_META_KEY_MAGIC_NUMBER].IsEqual(magic);
 }
 
 bool CFrameMetaData::IsMerged() const {
-  return !m_Values[ORVA_META_KEY_HDR_MODE].GetValueBool() && DoUint(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH) == 16;
+  return !m_Values[ORVA_META_KEY_HDR_MODE].GetValueBool() &&
+         m_Values[ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH].GetValueUint() == 16;
 }
 
 // ---- Marking a header as processed
 
-CMetaValues& CFrameMetaData::DoKeptByte(unsigned int uiByte) {
-  switch (static_cast<Kept>(uiByte)) {
-    case Kept::ControlBlock2:
-      return m_ControlBlock2;
-    case Kept::ExtraFlags:
-      return m_ExtraFlags;
-    case Kept::ControlBlockTest:
-      return m_ControlBlockTest;
-    case Kept::HorizontalBinning:
-      return m_Values[ORVA_META_KEY_HORIZONTAL_BINNING];
-    default:
-      return m_ControlBlock;
-  }
-}
-
-void CFrameMetaData::DoSetFlag(ORVA_META_KEYS eKey, bool bValue) {
-  m_Values[eKey].SetValueBool(bValue);
-  for (const Flag& flag : flags) {
-    if (flag.key != eKey) continue;
-    CMetaValues& kept = DoKeptByte(static_cast<unsigned int>(flag.byte));
-    const bool set = bValue != flag.whenClear;
-    kept.SetValueUint(set ? kept.GetValueUint() | flag.mask : kept.GetValueUint() & ~unsigned{flag.mask});
-  }
-}
-
 void CFrameMetaData::SetHDRFrame(bool bValue) {
-  DoSetFlag(ORVA_META_KEY_HDR_MODE, bValue);
+  setFlag(m_Values, ORVA_META_KEY_HDR_MODE, bValue);
 }
 void CFrameMetaData::SetPixelEndianFormat(bool bValue) {
-  DoSetFlag(ORVA_META_KEY_PIXEL_ORDERED_IMAGE, bValue);
+  setFlag(m_Values, ORVA_META_KEY_PIXEL_ORDERED_IMAGE, bValue);
 }
 void CFrameMetaData::SetIsHighFrame(bool bValue) {
-  DoSetFlag(ORVA_META_KEY_TEST_IS_HIGH_FRAME, bValue);
+  setFlag(m_Values, ORVA_META_KEY_TEST_IS_HIGH_FRAME, bValue);
 }
 void CFrameMetaData::SetIsMergedFrame(bool bValue) {
-  DoSetFlag(ORVA_META_KEY_TEST_IS_MERGED_FRAME, bValue);
+  setFlag(m_Values, ORVA_META_KEY_TEST_IS_MERGED_FRAME, bValue);
 }
 void CFrameMetaData::SetIsStackedFrame(bool bValue) {
-  DoSetFlag(ORVA_META_KEY_TEST_IS_STACKED_FRAME, bValue);
+  setFlag(m_Values, ORVA_META_KEY_TEST_IS_STACKED_FRAME, bValue);
 }
 
 void CFrameMetaData::SetBitsPerPixel(unsigned int uiBits) {

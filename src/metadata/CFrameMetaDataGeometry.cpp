@@ -7,24 +7,15 @@
 
 #include <cstring>
 #include <memory>
-#include <string_view>
 
+#include "metadata/Values.h"
 #include "sensors/Sensors.h"
 #include "support/CheckedMath.h"
 
 namespace {
 
 using orvacam::ceilDivide;
-
-/// The text of a stored value up to its first zero byte; it stays the value's. Nothing here takes memory: a
-/// camera is the same one also when there is none.
-std::string_view textOf(const CMetaValues& value) {
-  int length = 0;
-  const auto* const bytes = reinterpret_cast<const char*>(value.GetValue(nullptr, length));
-  return bytes == nullptr || length <= 0
-             ? std::string_view()
-             : std::string_view(bytes, strnlen(bytes, static_cast<unsigned>(length)));
-}
+using orvacam::numberOf;
 
 unsigned int binned(unsigned int size, unsigned int factor) {
   return factor > 1 ? ceilDivide(size, factor) : size;
@@ -47,7 +38,7 @@ double gainValue(const CFrameMetaData& header, ORVAGAINTABLE table, ORVA_META_KE
   header.GetDeviceType(camera.uiDeviceType);
   const std::unique_ptr<IDeviceGainTables> tables(
       CDeviceGainTablesFactory::IDeviceGainTables_Create(camera, nullptr));
-  return tables == nullptr ? 1.0 : tables->GetDNETableValue(table, header.Value(key).GetValueUint());
+  return tables == nullptr ? 1.0 : tables->GetDNETableValue(table, numberOf(header, key));
 }
 
 }  // namespace
@@ -59,7 +50,9 @@ int CFrameMetaData::GetDeviceType(unsigned int& uiType) const {
 }
 
 int CFrameMetaData::DoGetDeviceType(unsigned int& uiType) const {
-  const orvacam::Sensor* const sensor = orvacam::sensorOfModel(textOf(m_Values[ORVA_META_KEY_CAMERA_MODEL]));
+  // Without memory: a camera is the same one also when there is none.
+  const orvacam::Sensor* const sensor =
+      orvacam::sensorOfModel(orvacam::textOf(m_Values[ORVA_META_KEY_CAMERA_MODEL]));
   if (sensor == nullptr) return -1;
   uiType = sensor->device;
   return 0;
@@ -76,28 +69,31 @@ double CFrameMetaData::GetHighGainValue() const {
 // ---- Sizes. Sums and products are 32-bit and wrap, as documented
 
 int CFrameMetaData::GetImageDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const {
-  int result = -1;
-  if (DoUint(ORVA_META_KEY_IMAGE_STOP_COLUMN) >= DoUint(ORVA_META_KEY_IMAGE_START_COLUMN)) {
-    uiWidth = DoUint(ORVA_META_KEY_IMAGE_STOP_COLUMN) + 1 - DoUint(ORVA_META_KEY_IMAGE_START_COLUMN);
-    result = 0;
-  }
-  if (DoUint(ORVA_META_KEY_IMAGE_STOP_ROW) < DoUint(ORVA_META_KEY_IMAGE_START_ROW)) return -1;
-  uiHeight = DoUint(ORVA_META_KEY_IMAGE_STOP_ROW) + 1 - DoUint(ORVA_META_KEY_IMAGE_START_ROW);
-  return result;
+  const auto measure = [this](ORVA_META_KEYS start, ORVA_META_KEYS stop, unsigned int& size) {
+    const unsigned int first = numberOf(*this, start);
+    const unsigned int last = numberOf(*this, stop);
+    if (last >= first) size = last + 1 - first;
+    return last >= first;
+  };
+  const bool columns = measure(ORVA_META_KEY_IMAGE_START_COLUMN, ORVA_META_KEY_IMAGE_STOP_COLUMN, uiWidth);
+  const bool rows = measure(ORVA_META_KEY_IMAGE_START_ROW, ORVA_META_KEY_IMAGE_STOP_ROW, uiHeight);
+  return columns && rows ? 0 : -1;
 }
 
 int CFrameMetaData::GetFrameDimensions(unsigned int& uiWidth, unsigned int& uiHeight) const {
   const int result = GetImageDimensions(uiWidth, uiHeight);
   if (result != 0) return result;
-  uiWidth += DoUint(ORVA_META_KEY_POST_ROW_REF_PIXELS) + DoUint(ORVA_META_KEY_PRE_ROW_REF_PIXELS);
-  uiHeight += DoUint(ORVA_META_KEY_POST_REFERENCE_ROWS) + DoUint(ORVA_META_KEY_PRE_REFERENCE_ROWS);
+  uiWidth +=
+      numberOf(*this, ORVA_META_KEY_POST_ROW_REF_PIXELS) + numberOf(*this, ORVA_META_KEY_PRE_ROW_REF_PIXELS);
+  uiHeight +=
+      numberOf(*this, ORVA_META_KEY_POST_REFERENCE_ROWS) + numberOf(*this, ORVA_META_KEY_PRE_REFERENCE_ROWS);
   return 0;
 }
 
 int CFrameMetaData::GetImageDimensionsBinned(unsigned int& uiWidth, unsigned int& uiHeight) const {
   const int result = GetImageDimensions(uiWidth, uiHeight);
-  uiWidth = binned(uiWidth, DoUint(ORVA_META_KEY_HORIZONTAL_BINNING));
-  uiHeight = binned(uiHeight, DoUint(ORVA_META_KEY_VERTICAL_BINNING));
+  uiWidth = binned(uiWidth, numberOf(*this, ORVA_META_KEY_HORIZONTAL_BINNING));
+  uiHeight = binned(uiHeight, numberOf(*this, ORVA_META_KEY_VERTICAL_BINNING));
   return result;
 }
 
@@ -129,19 +125,23 @@ int CFrameMetaData::GetFrameSizePixelsBinned(unsigned int& uiPixels) const {
 }
 
 int CFrameMetaData::GetRefPixelsBinned(unsigned int& uiPre, unsigned int& uiPost) const {
-  uiPre = binned(DoUint(ORVA_META_KEY_PRE_ROW_REF_PIXELS), DoUint(ORVA_META_KEY_HORIZONTAL_BINNING));
-  uiPost = binned(DoUint(ORVA_META_KEY_POST_ROW_REF_PIXELS), DoUint(ORVA_META_KEY_HORIZONTAL_BINNING));
+  uiPre = binned(numberOf(*this, ORVA_META_KEY_PRE_ROW_REF_PIXELS),
+                 numberOf(*this, ORVA_META_KEY_HORIZONTAL_BINNING));
+  uiPost = binned(numberOf(*this, ORVA_META_KEY_POST_ROW_REF_PIXELS),
+                  numberOf(*this, ORVA_META_KEY_HORIZONTAL_BINNING));
   return 0;
 }
 
 int CFrameMetaData::GetRefRowsBinned(unsigned int& uiPre, unsigned int& uiPost) const {
-  uiPre = binned(DoUint(ORVA_META_KEY_PRE_REFERENCE_ROWS), DoUint(ORVA_META_KEY_VERTICAL_BINNING));
-  uiPost = binned(DoUint(ORVA_META_KEY_POST_REFERENCE_ROWS), DoUint(ORVA_META_KEY_VERTICAL_BINNING));
+  uiPre = binned(numberOf(*this, ORVA_META_KEY_PRE_REFERENCE_ROWS),
+                 numberOf(*this, ORVA_META_KEY_VERTICAL_BINNING));
+  uiPost = binned(numberOf(*this, ORVA_META_KEY_POST_REFERENCE_ROWS),
+                  numberOf(*this, ORVA_META_KEY_VERTICAL_BINNING));
   return 0;
 }
 
 int CFrameMetaData::GetPixelSize(unsigned int& uiBits) const {
-  uiBits = DoUint(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
+  uiBits = numberOf(*this, ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
   return 0;
 }
 
@@ -160,14 +160,15 @@ int CFrameMetaData::GetImageSizeBytes(unsigned int& uiBytes) const {
   unsigned int width = 0;
   unsigned int height = 0;
   if (GetImageDimensions(width, height) != 0) return -1;
-  const unsigned int bits = DoUint(ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
+  const unsigned int bits = numberOf(*this, ORVA_META_KEY_DATA_PIXEL_BIT_DEPTH);
   const unsigned int refPixels =
-      DoUint(ORVA_META_KEY_POST_ROW_REF_PIXELS) + DoUint(ORVA_META_KEY_PRE_ROW_REF_PIXELS);
-  const unsigned int rows =
-      height + DoUint(ORVA_META_KEY_POST_REFERENCE_ROWS) + DoUint(ORVA_META_KEY_PRE_REFERENCE_ROWS);
+      numberOf(*this, ORVA_META_KEY_POST_ROW_REF_PIXELS) + numberOf(*this, ORVA_META_KEY_PRE_ROW_REF_PIXELS);
+  const unsigned int rows = height + numberOf(*this, ORVA_META_KEY_POST_REFERENCE_ROWS) +
+                            numberOf(*this, ORVA_META_KEY_PRE_REFERENCE_ROWS);
   const bool hdr = m_Values[ORVA_META_KEY_HDR_MODE].GetValueBool();
 
-  const unsigned int bin = DoUint(ORVA_META_KEY_HORIZONTAL_BINNING) * DoUint(ORVA_META_KEY_VERTICAL_BINNING);
+  const unsigned int bin =
+      numberOf(*this, ORVA_META_KEY_HORIZONTAL_BINNING) * numberOf(*this, ORVA_META_KEY_VERTICAL_BINNING);
   if (bin == 0) return 0;
 
   const orvacam::SizeRule& rule = orvacam::sensorOf(device).size;
@@ -193,20 +194,21 @@ double CFrameMetaData::GetSensorTemperature() const {
 }
 
 double CFrameMetaData::DoGetGPSLocation(unsigned int uiRaw) const {
-  if (DoUint(ORVA_META_KEY_METADATA_VERSION) == 1) return 0.0;  // intended: its header has no position
+  if (numberOf(*this, ORVA_META_KEY_METADATA_VERSION) == 1)
+    return 0.0;  // intended: its header has no position
   const double degrees = (uiRaw & 0x7FFFFFFFu) / 600000.0;
   return (uiRaw >> 31) != 0 ? degrees : -degrees;
 }
 
 double CFrameMetaData::GetGPSLatitude() const {
-  return DoGetGPSLocation(DoUint(ORVA_META_KEY_GPS_LATITUDE_RAW));
+  return DoGetGPSLocation(numberOf(*this, ORVA_META_KEY_GPS_LATITUDE_RAW));
 }
 double CFrameMetaData::GetGPSLongitude() const {
-  return DoGetGPSLocation(DoUint(ORVA_META_KEY_GPS_LONGITUDE_RAW));
+  return DoGetGPSLocation(numberOf(*this, ORVA_META_KEY_GPS_LONGITUDE_RAW));
 }
 
 int CFrameMetaData::GetRawMetaData(unsigned char* pBuffer, unsigned int uiSize) const {
-  const unsigned int length = DoUint(ORVA_META_KEY_METADATA_LENGTH);
+  const unsigned int length = numberOf(*this, ORVA_META_KEY_METADATA_LENGTH);
   if (pBuffer == nullptr || length > uiSize || length > s_uiRawHeaderSize) return -1;
   std::memcpy(pBuffer, m_RawHeader, length);
   return 0;

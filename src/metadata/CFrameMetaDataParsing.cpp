@@ -1,17 +1,20 @@
-// Reading a header from bytes.
+// Reading a header, from bytes and from text.
 
 #include <orvacam/metadata/CFrameMetaData.h>
+#include <orvacam/support/util.h>
 #include <orvacam/types/device_types.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <exception>
+#include <vector>
 
 #include "metadata/FitsCards.h"
 #include "metadata/HeaderFields.h"
 #include "sensors/Sensors.h"
 #include "support/ByteReader.h"
+#include "support/NumberText.h"
 
 using namespace orvacam::header;
 using orvacam::ByteReader;
@@ -37,6 +40,147 @@ int parse(unsigned char*& pPosition, unsigned int& uiRemaining, unsigned int n, 
   if (bytes == nullptr) return -1;
   use(bytes);
   return 0;
+}
+
+// ---- Fields
+
+/// Date and time of the capture from a text, which the reader may change. -1, with nothing stored, for a text
+/// that is none.
+int readTime(char* text, unsigned int length, CMetaValues* values) {
+  unsigned int year = 0;
+  unsigned int month = 0;
+  unsigned int day = 0;
+  double seconds = 0.0;
+  if (utilParseTimeString(text, length, year, month, day, seconds) < 0) return -1;
+  const auto wholeSeconds = static_cast<double>(static_cast<unsigned int>(seconds));
+  values[ORVA_META_KEY_CAPTURE_DATE].SetValueUint(year * 65536 + month * 256 + day);
+  values[ORVA_META_KEY_CAPTURE_TIME].SetValueDouble(wholeSeconds);
+  // Intended: the fraction of a double, which may lie a little below the text's: cut to an integer it reads
+  // one less.
+  values[ORVA_META_KEY_CAPTURE_TIME_NSECS].SetValueDouble((seconds - wholeSeconds) * 1e9);
+  return 0;
+}
+
+/// Reads a header's fields, one after the other, into the parts of an object.
+struct FieldReader {
+  unsigned char* position;
+  unsigned int remaining;
+  CMetaValues* values;
+  char* timeText;
+  bool& isTimeValid;
+  unsigned char* reserved;
+  unsigned char* padding;
+
+  int readAll(Versions version);
+  int read(const Field& field);
+  int readTimeText(unsigned int length);
+  int keepRaw(void* area, unsigned int length) {
+    return parse(position, remaining, length, [&](auto* bytes) { std::memcpy(area, bytes, length); });
+  }
+};
+
+int FieldReader::readAll(Versions version) {
+  int result = 0;
+  bool forgivable = false;
+  for (const Field& field : fields) {
+    if ((field.versions & version) == 0) continue;
+    // Intended: from version 3 on, a failure between the model and the common block is forgotten there.
+    if (forgivable && field.offset == commonBlock) result = 0;
+    if (result != 0) continue;
+    result = read(field);
+    forgivable = result != 0 && version == V34 && field.offset >= forgivenFrom && field.offset < commonBlock;
+  }
+  return result;
+}
+
+int FieldReader::read(const Field& field) {
+  CMetaValues* const targets = &values[field.key];
+  CMetaValues bits;
+  switch (field.read) {
+    case Encoding::Signed:
+      return CFrameMetaData::ParseInt(position, remaining, *targets, field.width);
+    case Encoding::SignMagnitude:
+      return CFrameMetaData::ParseIntSignedMagnitude(position, remaining, *targets, field.width);
+    case Encoding::OptionalText:
+      if (remaining < field.width) return 0;
+      [[fallthrough]];
+    case Encoding::Text:
+      return CFrameMetaData::ParseString(position, remaining, *targets, field.width);
+    case Encoding::PixelDepths:
+      if (CFrameMetaData::ParseUint(position, remaining, bits, field.width) != 0) return -1;
+      targets[0].SetValueUint((bits.GetValueUint() & 15) + 1);  // the camera sends the bit depth minus one
+      targets[1].SetValueUint(bits.GetValueUint() >> 4);
+      return 0;
+    case Encoding::ReferenceRows:
+      if (CFrameMetaData::ParseUint(position, remaining, bits, field.width) != 0) return -1;
+      targets[0].SetValueUint(bits.GetValueUint() >> 12);
+      targets[1].SetValueUint(bits.GetValueUint() & 0xFFF);
+      return 0;
+    case Encoding::PackedDate:
+      if (CFrameMetaData::ParseUint(position, remaining, bits, field.width) != 0) return -1;
+      targets->SetValueUint(((bits.GetValueUint() >> 9) + 2000) * 65536 +
+                            (bits.GetValueUint() >> 5 & 15) * 256 + (bits.GetValueUint() & 31));
+      return 0;
+    case Encoding::PackedTime: {
+      if (CFrameMetaData::ParseUint64(position, remaining, bits, field.width) != 0) return -1;
+      constexpr unsigned long unitsPerSecond = 10000000;
+      const unsigned long seconds = bits.GetValueUint64() / unitsPerSecond;
+      targets[0].SetValueDouble(static_cast<double>(seconds));
+      targets[1].SetValueDouble(static_cast<double>(bits.GetValueUint64() % unitsPerSecond) * 100.0);
+      return 0;
+    }
+    case Encoding::TimeText:
+      return readTimeText(field.width);
+    case Encoding::Gps:
+      return CFrameMetaData::ParseGPSLocation(position, remaining, targets[0], targets[1], targets[2],
+                                              targets[3]);
+    case Encoding::Reserved:
+      return keepRaw(reserved, field.width);
+    case Encoding::Padding:
+      return keepRaw(padding, field.width);
+    default:
+      return CFrameMetaData::ParseUint(position, remaining, *targets, field.width);
+  }
+}
+
+int FieldReader::readTimeText(unsigned int length) {
+  values[ORVA_META_KEY_CAPTURE_TIME].SetValueDouble(0.0);
+  values[ORVA_META_KEY_CAPTURE_TIME_NSECS].SetValueDouble(0.0);
+  isTimeValid = keepRaw(timeText, length) == 0 && readTime(timeText, length, values) == 0;
+  return isTimeValid ? 0 : -1;
+}
+
+/// What version 4 carries in its padding, and the block that it describes, of a header of this many bytes.
+int readVersion4(unsigned char* header, unsigned int length, CMetaValues* values,
+                 CFrameOtherMetaData& block) {
+  if (length <= version4CountedFrom) return 0;
+  unsigned int remaining = length - version4CountedFrom;
+  unsigned char* position = header + version4Fields[0].offset;
+  for (const Field& field : version4Fields)
+    if (CFrameMetaData::ParseUint(position, remaining, values[field.key], field.width) != 0) return -1;
+
+  const unsigned int blockLength = values[ORVA_META_KEY_OTHER_TYPE_LENGTH].GetValueUint();
+  if (blockLength == 0) return 0;
+  const std::size_t blockOffset =
+      std::size_t{writtenSize} + values[ORVA_META_KEY_OTHER_TYPE_OFFSET].GetValueUint();
+  if (blockOffset + blockLength <= length)
+    block.SetData(header + blockOffset, blockLength,
+                  static_cast<unsigned char>(values[ORVA_META_KEY_OTHER_TYPE].GetValueUint()));
+  else
+    values[ORVA_META_KEY_OTHER_TYPE_LENGTH].SetValueUint(0);
+  return 0;
+}
+
+/// The flags follow from whatever their bytes hold.
+void deriveFlags(CMetaValues* values, Versions version) {
+  for (const Flag& flag : flags) {
+    if ((flag.versions & version) == 0) continue;
+    const bool set = (values[flag.byte].GetValueUint() & flag.mask) != 0;
+    values[flag.key].SetValueBool(set != flag.whenClear);
+  }
+  if (version == V34)
+    values[ORVA_META_KEY_SENSOR_READ_QUADRANTS].SetValueUint(values[ControlBlock2].GetValueUint() &
+                                                             quadrantMask);
 }
 
 }  // namespace
@@ -75,7 +219,7 @@ int CFrameMetaData::Parse(std::FILE* pStream) try {
   ParseUint(position, remaining, m_Values[ORVA_META_KEY_METADATA_LENGTH], 2);
   ParseUint(position, remaining, m_Values[ORVA_META_KEY_METADATA_VERSION], 2);
 
-  const unsigned int length = DoUint(ORVA_META_KEY_METADATA_LENGTH);
+  const unsigned int length = m_Values[ORVA_META_KEY_METADATA_LENGTH].GetValueUint();
   if (length > s_uiRawHeaderSize) return -1;
   std::memcpy(m_RawHeader, prefix, prefixSize);
   const unsigned int rest = length > prefixSize ? length - prefixSize : 0;
@@ -94,142 +238,25 @@ int CFrameMetaData::DoParse(unsigned char* pBuffer, unsigned int uiLength) {
       ParseUint(position, remaining, m_Values[ORVA_META_KEY_METADATA_LENGTH], 2) == 0)
     ParseUint(position, remaining, m_Values[ORVA_META_KEY_METADATA_VERSION], 2);
 
-  // The version that is held now decides, even when it could not be read. Every unknown version is parsed
-  // as 4.
-  const unsigned int version = DoUint(ORVA_META_KEY_METADATA_VERSION);
-  int result = DoParseFields(position, remaining, version);
+  // The version that is held now decides, even when it could not be read.
+  const unsigned int version = m_Values[ORVA_META_KEY_METADATA_VERSION].GetValueUint();
+  FieldReader reader{position,    remaining, m_Values, m_CaptureTimeText, m_bCaptureTimeValid,
+                     m_Reserved1, m_Padding};
+  int result = reader.readAll(setOf(version));
+  deriveFlags(m_Values, setOf(version));  // also after a failure
   // Intended: every version but 1, 2 and 3 is read as version 4.
-  if (result == 0 && setOf(version) == V34 && version != 3) result = DoParseVersion4(pBuffer, uiLength);
+  if (result == 0 && setOf(version) == V34 && version != 3)
+    result = readVersion4(pBuffer, uiLength, m_Values, m_OtherMetaData);
   if (result == 0) FixRefPixels();
 
-  const unsigned int stated = DoUint(ORVA_META_KEY_METADATA_LENGTH);
+  const unsigned int stated = m_Values[ORVA_META_KEY_METADATA_LENGTH].GetValueUint();
   const unsigned int kept = std::min({stated != 0 ? stated : s_uiRawHeaderSize, uiLength, s_uiRawHeaderSize});
   if (pBuffer != nullptr) std::memmove(m_RawHeader, pBuffer, kept);
   return result;
 }
 
-// ---- Fields
-
-int CFrameMetaData::DoParseFields(unsigned char* pPosition, unsigned int uiRemaining,
-                                  unsigned int uiVersion) {
-  const Versions version = setOf(uiVersion);
-  int result = 0;
-  bool forgivable = false;
-  for (unsigned int row = 0; row < fieldCount; ++row) {
-    const Field& field = fields[row];
-    if ((field.versions & version) == 0) continue;
-    // Intended: from version 3 on, a failure between the model and the common block is forgotten there.
-    if (forgivable && field.offset == commonBlock) result = 0;
-    if (result != 0) continue;
-    result = DoParseField(row, pPosition, uiRemaining);
-    forgivable = result != 0 && version == V34 && field.offset >= forgivenFrom && field.offset < commonBlock;
-  }
-  // The flags follow from whatever their bytes hold now, also after a failure.
-  DoDeriveFlags(uiVersion);
-  return result;
-}
-
-int CFrameMetaData::DoParseField(unsigned int uiRow, unsigned char*& pPosition, unsigned int& uiRemaining) {
-  const Field& field = fields[uiRow];
-  CMetaValues* const values = &m_Values[field.key];
-  CMetaValues word;
-  switch (field.read) {
-    case Encoding::Unsigned:
-      return ParseUint(pPosition, uiRemaining, *values, field.width);
-    case Encoding::Signed:
-      return ParseInt(pPosition, uiRemaining, *values, field.width);
-    case Encoding::SignMagnitude:
-      return ParseIntSignedMagnitude(pPosition, uiRemaining, *values, field.width);
-    case Encoding::Text:
-      return ParseString(pPosition, uiRemaining, *values, field.width);
-    case Encoding::OptionalText:
-      return uiRemaining < field.width ? 0 : ParseString(pPosition, uiRemaining, *values, field.width);
-    case Encoding::FlagByte:
-      return ParseUint(pPosition, uiRemaining, DoKeptByte(static_cast<unsigned int>(field.kept)),
-                       field.width);
-    case Encoding::PixelDepths:
-      if (ParseUint(pPosition, uiRemaining, word, field.width) != 0) return -1;
-      values[0].SetValueUint((word.GetValueUint() & 15) + 1);  // the camera sends the bit depth minus one
-      values[1].SetValueUint(word.GetValueUint() >> 4);
-      return 0;
-    case Encoding::ReferenceRows:
-      if (ParseUint(pPosition, uiRemaining, word, field.width) != 0) return -1;
-      values[0].SetValueUint(word.GetValueUint() >> 12);
-      values[1].SetValueUint(word.GetValueUint() & 0xFFF);
-      return 0;
-    case Encoding::PackedDate:
-      if (ParseUint(pPosition, uiRemaining, word, field.width) != 0) return -1;
-      values->SetValueUint(((word.GetValueUint() >> 9) + 2000) * 65536 +
-                           (word.GetValueUint() >> 5 & 15) * 256 + (word.GetValueUint() & 31));
-      return 0;
-    case Encoding::PackedTime: {
-      if (ParseUint64(pPosition, uiRemaining, word, field.width) != 0) return -1;
-      constexpr unsigned long unitsPerSecond = 10000000;
-      const unsigned long seconds = word.GetValueUint64() / unitsPerSecond;
-      values[0].SetValueDouble(static_cast<double>(seconds));
-      values[1].SetValueDouble(static_cast<double>(word.GetValueUint64() % unitsPerSecond) * 100.0);
-      return 0;
-    }
-    case Encoding::TimeText:
-      return DoParseTimeString(pPosition, uiRemaining);
-    case Encoding::Gps:
-      return ParseGPSLocation(pPosition, uiRemaining, values[0], values[1], values[2], values[3]);
-    default: {  // raw bytes
-      const unsigned char* const bytes = takeBytes(pPosition, uiRemaining, field.width);
-      if (bytes == nullptr) return -1;
-      std::memcpy(field.kept == Kept::Reserved1   ? m_Reserved1
-                  : field.kept == Kept::Reserved2 ? m_Reserved2
-                                                  : m_Padding,
-                  bytes, field.width);
-      return 0;
-    }
-  }
-}
-
-int CFrameMetaData::DoParseTimeString(unsigned char*& pPosition, unsigned int& uiRemaining) {
-  m_Values[ORVA_META_KEY_CAPTURE_TIME].SetValueDouble(0.0);
-  m_Values[ORVA_META_KEY_CAPTURE_TIME_NSECS].SetValueDouble(0.0);
-  const unsigned char* const text = takeBytes(pPosition, uiRemaining, s_uiTimeTextSize);
-  if (text != nullptr) {
-    std::memcpy(m_CaptureTimeText, text, s_uiTimeTextSize);
-    m_CaptureTimeText[s_uiTimeTextSize] = '\0';
-    if (DoReadTimeText(m_CaptureTimeText, s_uiTimeTextSize) == 0) return 0;
-  }
-  m_bCaptureTimeValid = false;
-  return -1;
-}
-
-int CFrameMetaData::DoParseVersion4(unsigned char* pHeader, unsigned int uiLength) {
-  if (uiLength <= version4CountedFrom) return 0;
-  unsigned int remaining = uiLength - version4CountedFrom;
-  unsigned char* position = pHeader + version4Fields[0].offset;
-  for (const Field& field : version4Fields)
-    if (ParseUint(position, remaining, m_Values[field.key], field.width) != 0) return -1;
-
-  const unsigned int blockLength = DoUint(ORVA_META_KEY_OTHER_TYPE_LENGTH);
-  if (blockLength == 0) return 0;
-  const std::size_t blockOffset = std::size_t{writtenSize} + DoUint(ORVA_META_KEY_OTHER_TYPE_OFFSET);
-  if (blockOffset + blockLength <= uiLength)
-    m_OtherMetaData.SetData(pHeader + blockOffset, blockLength,
-                            static_cast<unsigned char>(DoUint(ORVA_META_KEY_OTHER_TYPE)));
-  else
-    m_Values[ORVA_META_KEY_OTHER_TYPE_LENGTH].SetValueUint(0);
-  return 0;
-}
-
-void CFrameMetaData::DoDeriveFlags(unsigned int uiVersion) {
-  const Versions version = setOf(uiVersion);
-  for (const Flag& flag : flags) {
-    if ((flag.versions & version) == 0) continue;
-    const bool set = (DoKeptByte(static_cast<unsigned int>(flag.byte)).GetValueUint() & flag.mask) != 0;
-    m_Values[flag.key].SetValueBool(set != flag.whenClear);
-  }
-  if (version == V34)
-    m_Values[ORVA_META_KEY_SENSOR_READ_QUADRANTS].SetValueUint(m_ControlBlock2.GetValueUint() & quadrantMask);
-}
-
 void CFrameMetaData::FixRefPixels() {
-  if (setOf(DoUint(ORVA_META_KEY_METADATA_VERSION)) == V34) return;
+  if (setOf(m_Values[ORVA_META_KEY_METADATA_VERSION].GetValueUint()) == V34) return;
   unsigned int device = ORVA_DEVICE_UNKNOWN;
   DoGetDeviceType(device);
   const auto fix = [this](ORVA_META_KEYS key, int pixels) {
@@ -239,6 +266,28 @@ void CFrameMetaData::FixRefPixels() {
   const orvacam::ReferencePixels& known = orvacam::sensorOf(device).referencePixels;
   fix(ORVA_META_KEY_PRE_ROW_REF_PIXELS, known.pre);
   fix(ORVA_META_KEY_POST_ROW_REF_PIXELS, known.post);
+}
+
+// ---- Values from text
+
+void CFrameMetaData::SetValue(ORVA_META_KEYS eKey, const std::string& text) {
+  switch (eKey) {
+    case ORVA_META_KEY_CAMERA_MODEL:
+    case ORVA_META_KEY_CAMERA_SERIAL_NUMBER:
+    case ORVA_META_KEY_LIB_INFO_STRING:
+    case ORVA_META_KEY_APP_INFO_STRING:
+      m_Values[eKey].SetValueStr(text.c_str());
+      break;
+    case ORVA_META_KEY_CAPTURE_DATE: {
+      m_Values[eKey].SetValueStr(text.c_str());
+      std::vector<char> buffer(text.c_str(), text.c_str() + text.size() + 1);  // the reader changes its input
+      if (readTime(buffer.data(), static_cast<unsigned int>(text.size()), m_Values) < 0)
+        m_bCaptureTimeValid = false;
+      break;
+    }
+    default:
+      if (eKey < ORVA_META_KEY_COUNT) m_Values[eKey].SetValueDouble(orvacam::parseDouble(text));
+  }
 }
 
 // ---- Field and byte readers

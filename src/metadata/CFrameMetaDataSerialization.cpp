@@ -16,7 +16,7 @@ using orvacam::ByteWriter;
 namespace {
 
 constexpr unsigned int writtenPadding(unsigned int version) {
-  return version == 2 || version == 3 ? widthOf(Kept::Padding, setOf(version)) : 0;
+  return version == 2 || version == 3 ? paddingOf(setOf(version)) : 0;
 }
 
 void putText(ByteWriter& writer, const Field& field, const CMetaValues& value) {
@@ -61,26 +61,22 @@ int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
   if (pBuffer == nullptr || uiSize < writtenSize) return -1;
   std::memset(pBuffer, 0, uiSize);
   ByteWriter writer(pBuffer, writtenSize);
-  writer.putUint(0, 4, DoUint(ORVA_META_KEY_MAGIC_NUMBER));
+  writer.putUint(0, 4, m_Values[ORVA_META_KEY_MAGIC_NUMBER].GetValueUint());
   // Intended: always a version 4 header of 384 bytes, whatever the object holds.
   writer.putUint(4, 2, writtenSize);
   writer.putUint(6, 2, writtenVersion);
 
-  const unsigned int version = DoUint(ORVA_META_KEY_METADATA_VERSION);
+  const unsigned int version = m_Values[ORVA_META_KEY_METADATA_VERSION].GetValueUint();
   if (version == 1) TimeMetaToString2(m_CaptureTimeText, sizeof m_CaptureTimeText);
 
   for (const Field& field : fields) {
     if ((field.versions & V34) == 0) continue;
     switch (field.written()) {
-      case Encoding::FlagByte:
-        writer.putUint(field.offset, field.width,
-                       DoKeptByte(static_cast<unsigned int>(field.kept)).GetValueUint());
-        break;
       case Encoding::TimeText:
         // Intended: empty when no header was parsed, and then it does not parse again.
         writer.putBytes(field.offset, m_CaptureTimeText, field.width);
         break;
-      case Encoding::Raw:
+      case Encoding::Padding:
         writer.putBytes(field.offset, m_Padding, writtenPadding(version));
         break;
       case Encoding::LibraryVersion:
@@ -116,7 +112,7 @@ int CFrameMetaData::BinarizeEx(unsigned char* pBuffer, unsigned int uiSize, cons
 }
 
 unsigned int CFrameMetaData::GetBinarizeSize() const {
-  return DoUint(ORVA_META_KEY_METADATA_LENGTH);
+  return m_Values[ORVA_META_KEY_METADATA_LENGTH].GetValueUint();
 }
 
 unsigned int CFrameMetaData::GetBinarizeSizeEx() const {

@@ -13,6 +13,7 @@
 
 #include "metadata/HeaderFields.h"
 #include "metadata/TextLines.h"
+#include "metadata/Values.h"
 #include "support/NumberText.h"
 #include "support/WideText.h"
 
@@ -41,13 +42,6 @@ std::string decimalAndHex(unsigned int value) {
 
 std::string flag(bool value) {
   return value ? "TRUE" : "FALSE";
-}
-
-std::string storedText(const CMetaValues& value) {
-  int length = 0;
-  const auto* const bytes = reinterpret_cast<const char*>(value.GetValue(nullptr, length));
-  if (bytes == nullptr || length <= 0) return {};
-  return std::string(bytes, strnlen(bytes, static_cast<unsigned int>(length)));
 }
 
 /// A GPS position: degrees, minutes and hemisphere flag are neighbouring keys.
@@ -84,11 +78,11 @@ std::string paddingText(const unsigned char* padding, unsigned int count) {
   return text;
 }
 
-/// A line that follows from its value alone.
-std::string render(Rule rule, const CMetaValues& value) {
-  const unsigned int word = value.GetValueUint();
-  const int number = value.GetValueInt();
-  switch (rule) {
+/// What a line shows of its value, and of the neighbours where it shows several.
+std::string render(const Line& line, const CMetaValues* value) {
+  const unsigned int word = value->GetValueUint();
+  const int number = value->GetValueInt();
+  switch (line.rule) {
     case Rule::Decimal:
       return decimal(word);
     case Rule::Signed:
@@ -100,9 +94,9 @@ std::string render(Rule rule, const CMetaValues& value) {
     case Rule::DecimalAndHex:
       return decimalAndHex(word);
     case Rule::Text:
-      return storedText(value);
+      return std::string(orvacam::textOf(*value));
     case Rule::Flag:
-      return flag(value.GetValueBool());
+      return flag(value->GetValueBool());
     case Rule::Tenths6:
       return fixedText(number / 10.0);
     case Rule::Tenths:
@@ -121,17 +115,52 @@ std::string render(Rule rule, const CMetaValues& value) {
       return decimal(word >> 8 & 255);
     case Rule::Day:
       return decimal(word & 255);
-    case Rule::Quadrant20:
-      return flag((word & 0x20) != 0);
-    case Rule::Quadrant10:
-      return flag((word & 0x10) != 0);
-    case Rule::Quadrant08:
-      return flag((word & 0x08) != 0);
-    case Rule::Quadrant04:
-      return flag((word & 0x04) != 0);
+    case Rule::Bit:
+      return flag((word & line.bit) != 0);
+    case Rule::ReservedBytes:
+      return print("[0x%x, 0x%x]", word >> 8, word & 255);
+    case Rule::Seconds:
+      return fixedText(value[0].GetValueDouble() + value[1].GetValueDouble() / 1e9) + " secs";
+    case Rule::Exposure: {
+      char clock[64];
+      CFrameMetaData::GetClockFromUsecs(word * 10UL, clock, sizeof clock);
+      return clock + print(", %d (10usec periods)", static_cast<int>(word));
+    }
+    case Rule::Latitude:
+      return position(value, "N", "S");
+    case Rule::Longitude:
+      return position(value, "E", "W");
     default:
       return {};
   }
+}
+
+/// The parts of a header that its text shows.
+struct Shown {
+  const CFrameMetaData& header;
+  const CMetaValues* values;
+  const unsigned char* padding;
+};
+
+std::string renderLines(const Shown& shown, unsigned int version, bool withPadding) {
+  const unsigned int held = shown.values[ORVA_META_KEY_METADATA_VERSION].GetValueUint();
+  std::string text;
+  for (const Line& line : orvacam::text::lines) {
+    const char* const label = line.labels[version - 1];
+    if (label == nullptr || (line.rule == Rule::Padding && !withPadding)) continue;
+    text += label;
+    if (line.rule == Rule::Padding) {
+      text += paddingText(shown.padding, paddingOf(version > 2 && held == 3 ? V34 : V2));
+    } else if (line.rule == Rule::CaptureTime) {
+      char time[64];
+      shown.header.TimeMetaToString2(time, sizeof time);
+      text += time;
+    } else {
+      text += render(line, &shown.values[line.key]);
+    }
+    text += '\n';
+  }
+  return text;
 }
 
 }  // namespace
@@ -161,78 +190,32 @@ void CFrameMetaData::GetClockFromUsecs(unsigned long ulUsecs, char* pText, unsig
                 static_cast<int>(ulUsecs % 1000000));
 }
 
-// ---- Values
-
-std::string CFrameMetaData::DoRenderValue(unsigned int uiRule, unsigned int uiKey) {
-  const CMetaValues& value = m_Values[uiKey];
-  const auto rule = static_cast<Rule>(uiRule);
-  char text[64];
-  switch (rule) {
-    case Rule::Seconds:
-      return fixedText(value.GetValueDouble() + m_Values[uiKey + 1].GetValueDouble() / 1e9) + " secs";
-    case Rule::CaptureTime:
-      TimeMetaToString2(text, sizeof text);
-      return text;
-    case Rule::Exposure:
-      GetClockFromUsecs(value.GetValueUint() * 10UL, text, sizeof text);
-      return text + print(", %d (10usec periods)", static_cast<int>(value.GetValueUint()));
-    case Rule::ControlBlock:
-      return decimal(m_ControlBlock.GetValueUint());
-    case Rule::ControlBlock2:
-      return decimalAndHex(m_ControlBlock2.GetValueUint());
-    case Rule::ControlBlockTest:
-      return print("0x%x", m_ControlBlockTest.GetValueUint());
-    case Rule::ReservedBytes:
-      return print("[0x%x, 0x%x]", unsigned{m_Reserved2[0]}, unsigned{m_Reserved2[1]});
-    case Rule::Latitude:
-      return position(&value, "N", "S");
-    case Rule::Longitude:
-      return position(&value, "E", "W");
-    default:
-      return render(rule, value);
-  }
-}
-
 // ---- Lines
 
-std::string CFrameMetaData::DoRenderLines(unsigned int uiVersion, bool bPadding) {
-  const bool longPadding = uiVersion > 2 && DoUint(ORVA_META_KEY_METADATA_VERSION) == 3;
-  std::string text;
-  for (const Line& line : orvacam::text::lines) {
-    const char* const label = line.labels[uiVersion - 1];
-    if (label == nullptr || (line.rule == Rule::Padding && !bPadding)) continue;
-    text += label;
-    text += line.rule == Rule::Padding
-                ? paddingText(m_Padding, widthOf(Kept::Padding, longPadding ? V34 : V2))
-                : DoRenderValue(static_cast<unsigned int>(line.rule), line.key);
-    text += '\n';
-  }
-  return text;
-}
-
 int CFrameMetaData::DoToString1(char* pText, unsigned int uiSize) {
-  return pText == nullptr ? -1 : deliver(DoRenderLines(1, true), pText, uiSize);
+  return pText == nullptr ? -1 : deliver(renderLines({*this, m_Values, m_Padding}, 1, true), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString2(char* pText, unsigned int uiSize) {
-  return pText == nullptr ? -1 : deliver(DoRenderLines(2, true), pText, uiSize);
+  return pText == nullptr ? -1 : deliver(renderLines({*this, m_Values, m_Padding}, 2, true), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString3(char* pText, unsigned int uiSize, bool bPadding) {
-  return pText == nullptr ? -1 : deliver(DoRenderLines(3, bPadding), pText, uiSize);
+  return pText == nullptr ? -1
+                          : deliver(renderLines({*this, m_Values, m_Padding}, 3, bPadding), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString4(char* pText, unsigned int uiSize) {
   const int length = DoToString3(pText, uiSize, false);
   if (length <= 0) return length;
-  const std::string block = DoRenderLines(4, true);
+  const std::string block = renderLines({*this, m_Values, m_Padding}, 4, true);
   const auto used = static_cast<unsigned int>(length);
   if (used < uiSize) deliver(block, pText + used, uiSize - used);
   return length + static_cast<int>(block.size());
 }
 
 int CFrameMetaData::DoToString(char* pText, unsigned int uiSize) try {
-  switch (DoUint(ORVA_META_KEY_METADATA_VERSION)) {
+  switch (m_Values[ORVA_META_KEY_METADATA_VERSION].GetValueUint()) {
     case 1:
       return DoToString1(pText, uiSize);
     case 2:

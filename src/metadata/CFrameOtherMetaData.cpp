@@ -1,8 +1,9 @@
 #include <orvacam/metadata/CFrameOtherMetaData.h>
 
 #include <cstring>
+#include <utility>
 
-CFrameOtherMetaData::CFrameOtherMetaData() : m_uiType(0), m_uiLength(0), m_pData(nullptr) {}
+CFrameOtherMetaData::CFrameOtherMetaData() : m_uiType(0), m_uiLength(0) {}
 
 CFrameOtherMetaData::CFrameOtherMetaData(const CFrameOtherMetaData& other) : CFrameOtherMetaData() {
   *this = other;
@@ -10,28 +11,20 @@ CFrameOtherMetaData::CFrameOtherMetaData(const CFrameOtherMetaData& other) : CFr
 
 CFrameOtherMetaData& CFrameOtherMetaData::operator=(const CFrameOtherMetaData& other) {
   if (this == &other) return *this;
-  unsigned char* copy = nullptr;
-  if (other.m_pData != nullptr) {
-    copy = new unsigned char[other.m_uiLength];
-    std::memcpy(copy, other.m_pData, other.m_uiLength);
-  }
-  delete[] m_pData;
-  m_pData = copy;
+  if (other.m_pData == nullptr) m_pData = nullptr;
+  SetData(other.m_pData.get(), other.m_uiLength, 0);
   m_uiType = other.m_uiType;
   m_uiLength = other.m_uiLength;
   return *this;
 }
 
-CFrameOtherMetaData::~CFrameOtherMetaData() {
-  delete[] m_pData;
-}
+CFrameOtherMetaData::~CFrameOtherMetaData() = default;
 
 void CFrameOtherMetaData::SetData(const void* pBytes, unsigned int uiLength, unsigned char ucType) {
   if (pBytes == nullptr) return;
-  auto* copy = new unsigned char[uiLength];
-  std::memcpy(copy, pBytes, uiLength);
-  delete[] m_pData;
-  m_pData = copy;
+  std::unique_ptr<unsigned char[]> copy(new unsigned char[uiLength]);
+  std::memcpy(copy.get(), pBytes, uiLength);
+  m_pData = std::move(copy);
   m_uiLength = uiLength;
   m_uiType = ucType;
 }

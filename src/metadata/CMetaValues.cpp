@@ -19,7 +19,7 @@ constexpr bool isSigned(unsigned int kind) {
 
 }  // namespace
 
-CMetaValues::CMetaValues() : m_uiKind(Uint32), m_uiLength(noLength), m_pBytes(nullptr), m_Value{} {
+CMetaValues::CMetaValues() : m_uiKind(Uint32), m_uiLength(noLength), m_Value{} {
   m_Value.uint64 = 0;
 }
 
@@ -29,15 +29,14 @@ CMetaValues::CMetaValues(const CMetaValues& other) : CMetaValues() {
 
 CMetaValues& CMetaValues::operator=(const CMetaValues& other) {
   if (this == &other) return *this;
-  if (other.m_uiKind == Bytes) SetValueByte(other.m_pBytes, other.m_pBytes != nullptr ? other.m_uiLength : 0);
+  if (other.m_uiKind == Bytes)
+    SetValueByte(other.m_pBytes.get(), other.m_pBytes != nullptr ? other.m_uiLength : 0);
   m_uiKind = other.m_uiKind;
   m_Value = other.m_Value;
   return *this;
 }
 
-CMetaValues::~CMetaValues() {
-  delete[] m_pBytes;
-}
+CMetaValues::~CMetaValues() = default;
 
 void CMetaValues::SetValueUint(unsigned int uiValue) {
   m_uiKind = Uint32;
@@ -70,14 +69,13 @@ void CMetaValues::SetValueBool(bool bValue) {
 }
 
 void CMetaValues::SetValueByte(const void* pBytes, unsigned int uiCount) {
-  unsigned char* copy = nullptr;
+  std::unique_ptr<unsigned char[]> copy;
   if (pBytes != nullptr) {
-    copy = new unsigned char[static_cast<unsigned long>(uiCount) + 1]();
-    std::memcpy(copy, pBytes, uiCount);
+    copy = std::make_unique<unsigned char[]>(std::size_t{uiCount} + 1);
+    std::memcpy(copy.get(), pBytes, uiCount);
   }
-  delete[] m_pBytes;
-  m_pBytes = copy;
   m_uiLength = copy != nullptr ? uiCount : 0;
+  m_pBytes = std::move(copy);
   m_uiKind = Bytes;
 }
 
@@ -131,11 +129,12 @@ unsigned char* CMetaValues::GetValue(void* pBuffer, int& iSize) const {
   const int length = static_cast<int>(m_uiLength);
   if (pBuffer == nullptr) {
     iSize = length;
-    return m_pBytes;
+    return m_pBytes.get();
   }
   if (iSize > 0) std::memset(pBuffer, 0, static_cast<unsigned int>(iSize));
   if (iSize > length) iSize = length;
-  if (m_pBytes != nullptr && iSize > 0) std::memcpy(pBuffer, m_pBytes, static_cast<unsigned int>(iSize));
+  if (m_pBytes != nullptr && iSize > 0)
+    std::memcpy(pBuffer, m_pBytes.get(), static_cast<unsigned int>(iSize));
   return static_cast<unsigned char*>(pBuffer);
 }
 
@@ -149,7 +148,7 @@ bool CMetaValues::IsStringValue() const {
 
 bool CMetaValues::IsEqual(const void* pBytes, unsigned int uiCount) const {
   return m_uiKind == Bytes && m_uiLength == uiCount && m_pBytes != nullptr && pBytes != nullptr &&
-         std::memcmp(m_pBytes, pBytes, uiCount) == 0;
+         std::memcmp(m_pBytes.get(), pBytes, uiCount) == 0;
 }
 
 bool CMetaValues::IsEqual(unsigned int uiValue) const {

@@ -1,6 +1,7 @@
 #include "metadata/FrameGeometry.h"
 
 #include "metadata/HeaderFields.h"
+#include "metadata/Values.h"
 #include "support/CheckedMath.h"
 
 namespace orvacam {
@@ -37,7 +38,7 @@ FrameGeometry::FrameGeometry(const CFrameMetaData& metaData) {
 
 void FrameGeometry::take(const CFrameMetaData& metaData, Axis& axis, Axis& binned, bool columns) {
   const AxisKeys& keys = columns ? columnKeys : rowKeys;
-  const auto value = [&](ORVA_META_KEYS key) { return std::uint64_t{metaData.Value(key).GetValueUint()}; };
+  const auto value = [&](ORVA_META_KEYS key) { return std::uint64_t{numberOf(metaData, key)}; };
   const std::uint64_t start = value(keys.start);
   const std::uint64_t stop = value(keys.stop);
   const std::uint64_t factor = value(keys.binning);
@@ -59,9 +60,9 @@ GeometryFault headerLengthFault(const CFrameMetaData& metaData) {
 bool surviveProcessing(const CFrameMetaData& metaData) {
   for (const AxisKeys& axis : {columnKeys, rowKeys})
     for (const ORVA_META_KEYS key : {axis.start, axis.stop, axis.before, axis.after, axis.binning})
-      if (std::uint64_t{metaData.Value(key).GetValueUint()} >> header::writtenBits(key) != 0) return false;
+      if (std::uint64_t{numberOf(metaData, key)} >> header::writtenBits(key) != 0) return false;
   // A header that starts with something else is none, and gives none of its sizes back.
-  return metaData.Value(ORVA_META_KEY_MAGIC_NUMBER).GetValueUint() == header::magic;
+  return numberOf(metaData, ORVA_META_KEY_MAGIC_NUMBER) == header::magic;
 }
 
 std::string GeometryFault::text() const {

@@ -40,37 +40,35 @@ enum class Encoding : unsigned char {
   OptionalText,   // read only when that many bytes remain; else the next field is read from the same position
   PixelDepths,    // low nibble: data bit depth minus one; high nibble: data zero point
   ReferenceRows,  // two 12-bit halves: rows after the image, rows before it
-  FlagByte,       // kept whole; its flags are derived
   PackedDate,     // version 1: 7 bits of years since 2000, 4 of month, 5 of day
   PackedTime,     // version 1: time of day in 100 ns units
   TimeText,       // "YYYY/MM/DD hh:mm:ss.nnnnnnnnn"
   Gps,            // hemisphere and 1/600000 degrees, into four keys
-  Raw,            // kept and not interpreted
+  Reserved,       // kept raw: the reserved bytes of version 1
+  Padding,        // kept raw: the tail of versions 2 and 3
   LibraryVersion,  // written only: this library's own version
   Nothing,         // written only: stays zero
   AsRead           // written only: as it was read
 };
 
-/// The bytes that are kept whole: flag bytes and raw areas.
-enum class Kept : unsigned char {
-  None,
-  ControlBlock,
+/// Behind its keys, a header's values hold what is kept whole: the flag bytes, whose flags are derived, and
+/// the two reserved bytes of version 2.
+enum KeptValue : unsigned char {
+  ControlBlock = ORVA_META_KEY_COUNT,
   ControlBlock2,
   ExtraFlags,
   ControlBlockTest,
-  HorizontalBinning,  // a value of its own that also carries a flag
-  Reserved1,
-  Reserved2,
-  Padding
+  ReservedOfVersion2
 };
+constexpr unsigned int valueCount = ReservedOfVersion2 + 1;
+constexpr unsigned char noKey = 0;  // of what is in no value
 
 struct Field {
   unsigned short offset;
   unsigned char width;
   Versions versions;
   Encoding read;
-  unsigned char key;  // the first one where the encoding fills several; meaningless for kept bytes
-  Kept kept = Kept::None;
+  unsigned char key;                  // or a KeptValue; the first one where the encoding fills several
   Encoding write = Encoding::AsRead;  // differs where a header is written otherwise than it is read
 
   constexpr Encoding written() const { return write == Encoding::AsRead ? read : write; }
@@ -93,13 +91,13 @@ inline constexpr Field fields[] = {
     {85, 4, All, Encoding::Unsigned, ORVA_META_KEY_EXPOSURE_TIME},
     {89, 2, All, Encoding::Signed, ORVA_META_KEY_SENSOR_COOLER_TEMP},
     // Intended: read as sign-magnitude, written as two's complement.
-    {91, 2, All, Encoding::SignMagnitude, ORVA_META_KEY_SENSOR_CHIP_TEMP, Kept::None, Encoding::Signed},
+    {91, 2, All, Encoding::SignMagnitude, ORVA_META_KEY_SENSOR_CHIP_TEMP, Encoding::Signed},
     {93, 1, All, Encoding::Unsigned, ORVA_META_KEY_GLOBAL_GAIN},
     {94, 1, All, Encoding::Unsigned, ORVA_META_KEY_LDR_GAIN},
     {95, 1, All, Encoding::Unsigned, ORVA_META_KEY_HDR_GAIN},
     {96, 1, All, Encoding::Unsigned, ORVA_META_KEY_POST_ROW_REF_PIXELS},
     {97, 1, All, Encoding::Unsigned, ORVA_META_KEY_PRE_ROW_REF_PIXELS},
-    {98, 1, All, Encoding::FlagByte, 0, Kept::ControlBlock},
+    {98, 1, All, Encoding::Unsigned, ControlBlock},
     {99, 1, V12, Encoding::Unsigned, ORVA_META_KEY_HORIZONTAL_BINNING},
     {100, 1, V12, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_BINNING},
     {99, 2, V34, Encoding::Unsigned, ORVA_META_KEY_HORIZONTAL_BINNING},
@@ -123,36 +121,34 @@ inline constexpr Field fields[] = {
     {136, 3, All, Encoding::ReferenceRows, ORVA_META_KEY_POST_REFERENCE_ROWS},
     {139, 1, All, Encoding::Unsigned, ORVA_META_KEY_NUMBER_OF_DATA_CHANNELS},
 
-    {140, 12, V1, Encoding::Raw, 0, Kept::Reserved1},
+    {140, 12, V1, Encoding::Reserved, noKey},
     {152, 4, V1, Encoding::Unsigned, ORVA_META_KEY_FIRMWARE_VERSION},
 
-    {140, 1, V234, Encoding::FlagByte, 0, Kept::ControlBlock2},
+    {140, 1, V234, Encoding::Unsigned, ControlBlock2},
     {141, 2, V234, Encoding::Signed, ORVA_META_KEY_BASE_TEMPERATURE},
     {143, 2, V234, Encoding::Signed, ORVA_META_KEY_FPGA_TEMPERATURE},
-    {145, 2, V2, Encoding::Raw, 0, Kept::Reserved2},
+    {145, 2, V2, Encoding::Unsigned, ReservedOfVersion2},
     {145, 2, V34, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_BINNING},
-    {147, 1, V234, Encoding::FlagByte, 0, Kept::ControlBlockTest},
+    {147, 1, V234, Encoding::Unsigned, ControlBlockTest},
     {148, 2, V234, Encoding::Unsigned, ORVA_META_KEY_TEST_LOW_GAIN_ABSOLUTE},
     {150, 2, V234, Encoding::Unsigned, ORVA_META_KEY_TEST_HIGH_GAIN_ABSOLUTE},
     {152, 30, V234, Encoding::TimeText, ORVA_META_KEY_CAPTURE_DATE},
     {182, 4, V234, Encoding::Gps, ORVA_META_KEY_GPS_LATITUDE_RAW},
     {186, 4, V234, Encoding::Gps, ORVA_META_KEY_GPS_LONGITUDE_RAW},
     // Intended: the application's text is the application's to write; ours says who wrote the header.
-    {190, 12, V234, Encoding::OptionalText, ORVA_META_KEY_APP_INFO_STRING, Kept::None, Encoding::Nothing},
-    {202, 12, V234, Encoding::OptionalText, ORVA_META_KEY_LIB_INFO_STRING, Kept::None,
-     Encoding::LibraryVersion},
+    {190, 12, V234, Encoding::OptionalText, ORVA_META_KEY_APP_INFO_STRING, Encoding::Nothing},
+    {202, 12, V234, Encoding::OptionalText, ORVA_META_KEY_LIB_INFO_STRING, Encoding::LibraryVersion},
     {214, 1, V234, Encoding::Unsigned, ORVA_META_KEY_HORIZONTAL_PIXEL_SIZE},
     {215, 1, V234, Encoding::Unsigned, ORVA_META_KEY_VERTICAL_PIXEL_SIZE},
     {216, 3, V234, Encoding::Unsigned, ORVA_META_KEY_BLACK_LEVEL_ADJUST_HIGH},
     {219, 2, V234, Encoding::Unsigned, ORVA_META_KEY_BLACK_LEVEL_SUN_HIGH},
-    {221, 25, V2, Encoding::Raw, 0, Kept::Padding},
+    {221, 25, V2, Encoding::Padding, noKey},
     {221, 4, V34, Encoding::Signed, ORVA_META_KEY_MERGE_GAIN_RATIO},
     {225, 2, V34, Encoding::Signed, ORVA_META_KEY_MERGE_LINE_OFFSET},
     {227, 4, V34, Encoding::Signed, ORVA_META_KEY_HIGH_GAIN_ADU_E},
-    {231, 1, V34, Encoding::FlagByte, 0, Kept::ExtraFlags},
-    {232, 152, V34, Encoding::Raw, 0, Kept::Padding},
+    {231, 1, V34, Encoding::Unsigned, ExtraFlags},
+    {232, 152, V34, Encoding::Padding, noKey},
 };
-inline constexpr unsigned int fieldCount = sizeof fields / sizeof fields[0];
 
 /// What version 4 carries in the padding.
 inline constexpr Field version4Fields[] = {
@@ -169,7 +165,7 @@ constexpr unsigned int version4CountedFrom = 244;
 
 /// One flag of a kept byte.
 struct Flag {
-  Kept byte;
+  unsigned char byte;  // a KeptValue, or the key of a value that also carries a flag
   unsigned char mask;
   unsigned char key;
   Versions versions;
@@ -177,27 +173,27 @@ struct Flag {
 };
 
 inline constexpr Flag flags[] = {
-    {Kept::ControlBlock, 0x80, ORVA_META_KEY_DEAD_PIXEL_CORRECTION, All, false},
-    {Kept::ControlBlock, 0x40, ORVA_META_KEY_PIXEL_ORDERED_IMAGE, All, false},
-    {Kept::ControlBlock, 0x20, ORVA_META_KEY_HDR_MODE, All, false},
-    {Kept::ControlBlock, 0x10, ORVA_META_KEY_LOW_NOISE, All, false},
-    {Kept::ControlBlock, 0x08, ORVA_META_KEY_LOW_DARK_CURRENT, V34, false},
+    {ControlBlock, 0x80, ORVA_META_KEY_DEAD_PIXEL_CORRECTION, All, false},
+    {ControlBlock, 0x40, ORVA_META_KEY_PIXEL_ORDERED_IMAGE, All, false},
+    {ControlBlock, 0x20, ORVA_META_KEY_HDR_MODE, All, false},
+    {ControlBlock, 0x10, ORVA_META_KEY_LOW_NOISE, All, false},
+    {ControlBlock, 0x08, ORVA_META_KEY_LOW_DARK_CURRENT, V34, false},
     // Intended: versions 1 and 2 have it in the byte behind the Control Block.
-    {Kept::HorizontalBinning, 0x08, ORVA_META_KEY_LOW_DARK_CURRENT, V12, false},
-    {Kept::ControlBlock, 0x04, ORVA_META_KEY_HORZ_SCAN_DIR_INVERT, All, false},
-    {Kept::ControlBlock, 0x02, ORVA_META_KEY_VERT_SCAN_DIR_INVERT, All, true},  // intended: inverted
-    {Kept::ControlBlock, 0x01, ORVA_META_KEY_NON_ROW_ALLIGNED_IMAGE, All, false},
-    {Kept::ControlBlock2, 0x80, ORVA_META_KEY_BACK_SIDE_ILLUMINATED, V234, false},
-    {Kept::ControlBlock2, 0x40, ORVA_META_KEY_GPS_LOCKED, V234, false},
-    {Kept::ControlBlock2, 0x02, ORVA_META_KEY_GLOBAL_RESET, V34, false},
-    {Kept::ControlBlock2, 0x01, ORVA_META_KEY_GPS_ERROR, V34, false},
+    {ORVA_META_KEY_HORIZONTAL_BINNING, 0x08, ORVA_META_KEY_LOW_DARK_CURRENT, V12, false},
+    {ControlBlock, 0x04, ORVA_META_KEY_HORZ_SCAN_DIR_INVERT, All, false},
+    {ControlBlock, 0x02, ORVA_META_KEY_VERT_SCAN_DIR_INVERT, All, true},  // intended: inverted
+    {ControlBlock, 0x01, ORVA_META_KEY_NON_ROW_ALLIGNED_IMAGE, All, false},
+    {ControlBlock2, 0x80, ORVA_META_KEY_BACK_SIDE_ILLUMINATED, V234, false},
+    {ControlBlock2, 0x40, ORVA_META_KEY_GPS_LOCKED, V234, false},
+    {ControlBlock2, 0x02, ORVA_META_KEY_GLOBAL_RESET, V34, false},
+    {ControlBlock2, 0x01, ORVA_META_KEY_GPS_ERROR, V34, false},
     // Intended: a camera sends 0xFF when none of the four applies.
-    {Kept::ControlBlockTest, 0x80, ORVA_META_KEY_TEST_USE_SHIFTED_AVERAGING, V234, true},
-    {Kept::ControlBlockTest, 0x40, ORVA_META_KEY_TEST_IS_STACKED_FRAME, V234, true},
-    {Kept::ControlBlockTest, 0x20, ORVA_META_KEY_TEST_IS_HIGH_FRAME, V234, true},
-    {Kept::ControlBlockTest, 0x10, ORVA_META_KEY_TEST_IS_MERGED_FRAME, V234, true},
-    {Kept::ExtraFlags, 0x40, ORVA_META_KEY_CORRELATED_MULTIPLE_SAMPLE, V34, false},
-    {Kept::ExtraFlags, 0x80, ORVA_META_KEY_EXTRA_FLAG_BIT7, V34, false},
+    {ControlBlockTest, 0x80, ORVA_META_KEY_TEST_USE_SHIFTED_AVERAGING, V234, true},
+    {ControlBlockTest, 0x40, ORVA_META_KEY_TEST_IS_STACKED_FRAME, V234, true},
+    {ControlBlockTest, 0x20, ORVA_META_KEY_TEST_IS_HIGH_FRAME, V234, true},
+    {ControlBlockTest, 0x10, ORVA_META_KEY_TEST_IS_MERGED_FRAME, V234, true},
+    {ExtraFlags, 0x40, ORVA_META_KEY_CORRELATED_MULTIPLE_SAMPLE, V34, false},
+    {ExtraFlags, 0x80, ORVA_META_KEY_EXTRA_FLAG_BIT7, V34, false},
 };
 constexpr unsigned int quadrantMask = 0x3C;  // of Control Block 2, versions 3 and 4
 
@@ -210,26 +206,10 @@ constexpr unsigned int sizeOf(unsigned int version) {
   return version == 1 ? sizeOfVersion1 : version == 2 ? sizeOfVersion2 : writtenSize;
 }
 
-/// The field that fills a key, as written.
-constexpr const Field& fieldOf(unsigned int key) {
+/// The bytes of padding that a version carries.
+constexpr unsigned int paddingOf(Versions version) {
   for (const Field& field : fields)
-    if (field.key == key && field.kept == Kept::None && (field.versions & V34) != 0) return field;
-  const Field* field = version4Fields;
-  while (field->key != key)  // does not compile for a key without a field
-    ++field;
-  return *field;
-}
-constexpr unsigned int widthOf(unsigned int key) {
-  return fieldOf(key).width;
-}
-constexpr unsigned int offsetOf(unsigned int key) {
-  return fieldOf(key).offset;
-}
-
-/// The bytes of a raw area.
-constexpr unsigned int widthOf(Kept area, Versions version) {
-  for (const Field& field : fields)
-    if (field.kept == area && (field.versions & version) != 0) return field.width;
+    if (field.read == Encoding::Padding && (field.versions & version) != 0) return field.width;
   return 0;
 }
 
@@ -291,6 +271,22 @@ constexpr bool fills(const Field& field, unsigned int key, Versions versions) {
   return (field.versions & versions) != 0 && key >= field.key && key - field.key < kindsOf(field.read).size();
 }
 
+/// The field that fills a key, as written.
+constexpr const Field& fieldOf(unsigned int key) {
+  for (const Field& field : fields)
+    if (fills(field, key, V34)) return field;
+  const Field* field = version4Fields;
+  while (field->key != key)  // does not compile for a key without a field
+    ++field;
+  return *field;
+}
+constexpr unsigned int widthOf(unsigned int key) {
+  return fieldOf(key).width;
+}
+constexpr unsigned int offsetOf(unsigned int key) {
+  return fieldOf(key).offset;
+}
+
 /// How many fields and flags of a set of versions fill a key.
 constexpr unsigned int timesFilled(unsigned int key, Versions versions) {
   const bool isPrefix = key <= ORVA_META_KEY_METADATA_VERSION;
@@ -336,9 +332,8 @@ constexpr char kindOf(unsigned int key) {
 
 /// Bits that a header that is written has for a value.
 constexpr std::size_t writtenBits(unsigned int key) {
-  for (const Field& field : fields)
-    if (fills(field, key, V34)) return 8 * field.width / kindsOf(field.read).size();
-  return 0;
+  const Field& field = fieldOf(key);
+  return 8 * field.width / kindsOf(field.read).size();
 }
 
 }  // namespace orvacam::header

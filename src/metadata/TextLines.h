@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+#include "metadata/HeaderFields.h"
+
 /// The lines of the metadata text. Labels are the interface: programs search for them. Intended: their
 /// misspellings.
 namespace orvacam::text {
@@ -28,31 +30,25 @@ enum class Rule : unsigned char {
   Year,           // parts of the packed capture date
   Month,
   Day,
-  Seconds,           // capture time of day with its fraction
-  CaptureTime,       // capture date and time
-  Exposure,          // clock text and count of 10 us periods
-  ControlBlock,      // %d of the byte
-  ControlBlock2,     // %d (0x%x) of the byte
-  ControlBlockTest,  // 0x%x of the byte
-  ReservedBytes,     // [0x%x, 0x%x] of the two bytes of version 2
-  Quadrant20,        // TRUE where the amplifier of this bit is in use
-  Quadrant10,
-  Quadrant08,
-  Quadrant04,
-  Latitude,  // degrees, minutes and hemisphere
+  Seconds,        // capture time of day with its fraction
+  CaptureTime,    // capture date and time
+  Exposure,       // clock text and count of 10 us periods
+  ReservedBytes,  // [0x%x, 0x%x] of two bytes
+  Bit,            // TRUE where the value has the line's bit
+  Latitude,       // degrees, minutes and hemisphere
   Longitude,
   Padding  // the padding bytes in decimal
 };
 
 struct Line {
   Rule rule;
-  unsigned char key;
-  const char*
-      labels[4];  // of versions 1, 2, 3 and of what version 4 adds to 3; null where there is no such line
+  unsigned char key;      // or a KeptValue
+  const char* labels[4];  // of versions 1, 2, 3 and of what version 4 adds to 3; null for no such line
+  unsigned char bit = 0;  // of Rule::Bit
 };
 
 constexpr const char* none = nullptr;
-constexpr unsigned char noKey = 0;
+using header::noKey;
 
 constexpr Line line(Rule rule, unsigned char key, const char* version1, const char* version2,
                     const char* version3) {
@@ -89,7 +85,7 @@ inline constexpr Line lines[] = {
     line(Rule::Decimal, ORVA_META_KEY_HDR_GAIN, "HDRGain             = ", "HDR Gain                = "),
     line(Rule::Decimal, ORVA_META_KEY_POST_ROW_REF_PIXELS, "DummyPixelsPerRow   = ", "Dummy Pixels Per Row    = ", "PostRowRefPixels        = "),
     line(Rule::Decimal, ORVA_META_KEY_PRE_ROW_REF_PIXELS, "UnusedByte          = ", "UnusedByte              = ", "PreRowRefPixels         = "),
-    line(Rule::ControlBlock, noKey, "ControlBlock        = ", "Control Block           = "),
+    line(Rule::Decimal, header::ControlBlock, "ControlBlock        = ", "Control Block           = "),
     line(Rule::Flag, ORVA_META_KEY_DEAD_PIXEL_CORRECTION, "DeadPixelCorrection = ", "  DeadPixel Correction    = ", "    DeadPixel Correction   = "),
     line(Rule::Flag, ORVA_META_KEY_PIXEL_ORDERED_IMAGE, "PixelOrderedImage   = ", "  Pixel Ordered Image     = ", "    Pixel Ordered Image    = "),
     line(Rule::Flag, ORVA_META_KEY_HDR_MODE, "HDRMode             = ", "  HDR Mode                = ", "    HDR Mode               = "),
@@ -123,23 +119,23 @@ inline constexpr Line lines[] = {
     line(Rule::Decimal, ORVA_META_KEY_NUMBER_OF_DATA_CHANNELS, "NumberOfDataChannels = ", "Number Of Data Channels = ", "Number Of Data Channels    = "),
     line(Rule::Hex, ORVA_META_KEY_FIRMWARE_VERSION, "FirmwareVersion     = ", none, none),
     line(Rule::Empty, noKey, none, ""),
-    line(Rule::ControlBlock2, noKey, none, "Control Block 2         = "),
+    line(Rule::DecimalAndHex, header::ControlBlock2, none, "Control Block 2         = "),
     line(Rule::Flag, ORVA_META_KEY_BACK_SIDE_ILLUMINATED, none, "  Back Side Illuminated   = ", none),
     line(Rule::Flag, ORVA_META_KEY_GPS_LOCKED, none, "  GPS Locked              = ", none),
     line(Rule::Flag, ORVA_META_KEY_GPS_ERROR, none, none, "    GPS Error               = "),
     line(Rule::Flag, ORVA_META_KEY_GLOBAL_RESET, none, none, "    Global Reset            = "),
-    line(Rule::Quadrant20, ORVA_META_KEY_SENSOR_READ_QUADRANTS, none, "  Sensor Read Quadrant UL = ", "    Sensor Read Quadrant UL = "),
-    line(Rule::Quadrant10, ORVA_META_KEY_SENSOR_READ_QUADRANTS, none, "  Sensor Read Quadrant UR = ", "    Sensor Read Quadrant UR = "),
-    line(Rule::Quadrant08, ORVA_META_KEY_SENSOR_READ_QUADRANTS, none, "  Sensor Read Quadrant LL = ", "    Sensor Read Quadrant LL = "),
-    line(Rule::Quadrant04, ORVA_META_KEY_SENSOR_READ_QUADRANTS, none, "  Sensor Read Quadrant LR = ", "    Sensor Read Quadrant LR = "),
+    {Rule::Bit, ORVA_META_KEY_SENSOR_READ_QUADRANTS, {none, "  Sensor Read Quadrant UL = ", "    Sensor Read Quadrant UL = ", none}, 0x20},
+    {Rule::Bit, ORVA_META_KEY_SENSOR_READ_QUADRANTS, {none, "  Sensor Read Quadrant UR = ", "    Sensor Read Quadrant UR = ", none}, 0x10},
+    {Rule::Bit, ORVA_META_KEY_SENSOR_READ_QUADRANTS, {none, "  Sensor Read Quadrant LL = ", "    Sensor Read Quadrant LL = ", none}, 0x08},
+    {Rule::Bit, ORVA_META_KEY_SENSOR_READ_QUADRANTS, {none, "  Sensor Read Quadrant LR = ", "    Sensor Read Quadrant LR = ", none}, 0x04},
     line(Rule::Flag, ORVA_META_KEY_GPS_LOCKED, none, none, "    GPS Locked              = "),
     line(Rule::Flag, ORVA_META_KEY_BACK_SIDE_ILLUMINATED, none, none, "    Back Side Illuminated   = "),
     line(Rule::Empty, noKey, none, ""),
     line(Rule::Tenths, ORVA_META_KEY_BASE_TEMPERATURE, none, "Base Temperature        = "),
     line(Rule::Tenths, ORVA_META_KEY_FPGA_TEMPERATURE, none, "FPGA Temperature        = "),
-    line(Rule::ReservedBytes, noKey, none, "Reserved "),
+    line(Rule::ReservedBytes, header::ReservedOfVersion2, none, "Reserved "),
     line(Rule::Empty, noKey, none, ""),
-    line(Rule::ControlBlockTest, noKey, none, "Control Block Test         = "),
+    line(Rule::Hex, header::ControlBlockTest, none, "Control Block Test         = "),
     line(Rule::Flag, ORVA_META_KEY_TEST_USE_SHIFTED_AVERAGING, none, " Test Use Shifted Averaging = ", "    Test Use Shifted Averaging = "),
     line(Rule::Flag, ORVA_META_KEY_TEST_IS_STACKED_FRAME, none, " Test Is Stacked Frame      = ", "    Test Is Stacked Frame      = "),
     line(Rule::Flag, ORVA_META_KEY_TEST_IS_HIGH_FRAME, none, " Test Is High Frame         = ", "    Test Is High Frame         = "),

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "support/ByteReader.h"
+#include "support/ByteWriter.h"
 
 namespace {
 
@@ -66,8 +66,7 @@ unsigned int utilBufBCDToUint32(const unsigned char* pBuffer, unsigned int /*uiL
 unsigned int utilUint32ToBuf(unsigned int uiValue, unsigned char* pBuffer, unsigned int uiLength) {
   if (pBuffer == nullptr) return 0;
   const unsigned int count = uiLength < 4 ? uiLength : 4;
-  for (unsigned int i = 0; i < count; ++i)
-    pBuffer[i] = static_cast<unsigned char>(uiValue >> (8 * (count - 1 - i)));
+  orvacam::ByteWriter(pBuffer, count).putUint(0, count, uiValue);
   return count;
 }
 

@@ -14,7 +14,6 @@
 class OpenHeader : public SettableHeader {
  public:
   using CFrameMetaData::m_CaptureTimeText;
-  using CFrameMetaData::m_ExtraFlags;
   using CFrameMetaData::m_OtherMetaData;
   using CFrameMetaData::m_Reserved1;
 

@@ -18,12 +18,11 @@ class SettableHeader : public CFrameMetaData {
   using CFrameMetaData::DoToString3;
   using CFrameMetaData::DoToString4;
   using CFrameMetaData::m_bCaptureTimeValid;
-  using CFrameMetaData::m_ControlBlock;
-  using CFrameMetaData::m_ControlBlock2;
-  using CFrameMetaData::m_ControlBlockTest;
   using CFrameMetaData::m_Padding;
   using CFrameMetaData::m_RawHeader;
-  using CFrameMetaData::m_Reserved2;
+
+  /// Where the values that are kept whole lie behind the keys.
+  enum Kept { controlBlock = 100, controlBlock2, extraFlags, controlBlockTest, reservedOfVersion2 };
 
   SettableHeader& set(int key, unsigned int value) {
     m_Values[key].SetValueUint(value);

@@ -131,8 +131,7 @@ TEST(HeaderFields, ReservedAndPaddingBytesAreKept) {
   ASSERT_EQ(HeaderBytes(1).text(140, counted.substr(0, 12)).parseInto(header), 0);
   EXPECT_EQ(std::memcmp(header.m_Reserved1, counted.data(), 12), 0);
   ASSERT_EQ(HeaderBytes(2).put(145, 2, 0xA1B2).text(221, counted.substr(0, 25)).parseInto(header), 0);
-  EXPECT_EQ(header.m_Reserved2[0], 0xA1);
-  EXPECT_EQ(header.m_Reserved2[1], 0xB2);
+  EXPECT_EQ(header.number(OpenHeader::reservedOfVersion2), 0xA1B2);
   EXPECT_EQ(std::memcmp(header.m_Padding, counted.data(), 25), 0);
   EXPECT_EQ(header.m_Padding[25], 0);
   for (const unsigned int version : {3u, 4u}) {
@@ -207,10 +206,10 @@ TEST(HeaderFlags, BytesAreKeptWhole) {
   ASSERT_EQ(
       HeaderBytes(3).put(98, 1, 0xA5).put(140, 1, 0x5A).put(147, 1, 0xC3).put(231, 1, 0x7E).parseInto(header),
       0);
-  EXPECT_EQ(header.m_ControlBlock.GetValueUint(), 0xA5u);
-  EXPECT_EQ(header.m_ControlBlock2.GetValueUint(), 0x5Au);
-  EXPECT_EQ(header.m_ControlBlockTest.GetValueUint(), 0xC3u);
-  EXPECT_EQ(header.m_ExtraFlags.GetValueUint() & 0xFF, 0x7Eu);
+  EXPECT_EQ(header.number(OpenHeader::controlBlock), 0xA5);
+  EXPECT_EQ(header.number(OpenHeader::controlBlock2), 0x5A);
+  EXPECT_EQ(header.number(OpenHeader::controlBlockTest), 0xC3);
+  EXPECT_EQ(header.number(OpenHeader::extraFlags), 0x7E);
 }
 
 TEST(HeaderFlags, ReadQuadrantsAreFourBitsOfControlBlock2FromVersion3On) {
@@ -797,10 +796,10 @@ void expectEmptyHeader(const OpenHeader& header, double blackLevelHigh) {
     EXPECT_EQ(header.text(key), text) << key;
     EXPECT_EQ(header.kind(key) == 5, key == 11 || key == 75 || key == 87 || key == 88) << key;
   }
-  EXPECT_EQ(header.m_ControlBlockTest.GetValueUint(), 255u);
-  EXPECT_EQ(header.m_ControlBlock.GetValueUint(), 0u);
-  EXPECT_EQ(header.m_ControlBlock2.GetValueUint(), 0u);
-  EXPECT_EQ(header.m_ExtraFlags.GetValueUint(), 0u);
+  EXPECT_EQ(header.number(OpenHeader::controlBlockTest), 255);
+  EXPECT_EQ(header.number(OpenHeader::controlBlock), 0);
+  EXPECT_EQ(header.number(OpenHeader::controlBlock2), 0);
+  EXPECT_EQ(header.number(OpenHeader::extraFlags), 0);
   EXPECT_TRUE(header.m_bCaptureTimeValid);
   EXPECT_EQ(header.OtherMetaData().GetBinarizeSize(), 0u);
   const auto isZero = [](const auto& area) {
@@ -811,7 +810,7 @@ void expectEmptyHeader(const OpenHeader& header, double blackLevelHigh) {
   EXPECT_TRUE(isZero(header.m_CaptureTimeText));
   EXPECT_TRUE(isZero(header.m_Padding));
   EXPECT_TRUE(isZero(header.m_Reserved1));
-  EXPECT_TRUE(isZero(header.m_Reserved2));
+  EXPECT_EQ(header.number(OpenHeader::reservedOfVersion2), 0);
   EXPECT_TRUE(isZero(header.m_RawHeader));
 }
 

@@ -125,10 +125,8 @@ TEST(WrittenHeader, PacksDepthsAndReferenceRows) {
 
 TEST(WrittenHeader, HasTheKeptFlagBytes) {
   OpenHeader header;
-  header.m_ControlBlock.SetValueUint(0xA5);
-  header.m_ControlBlock2.SetValueUint(0x5A);
-  header.m_ControlBlockTest.SetValueUint(0xC3);
-  header.m_ExtraFlags.SetValueUint(0x7E);
+  header.set(OpenHeader::controlBlock, 0xA5).set(OpenHeader::controlBlock2, 0x5A);
+  header.set(OpenHeader::controlBlockTest, 0xC3).set(OpenHeader::extraFlags, 0x7E);
   header.setBool(40, true);  // a flag alone is not written
   const auto bytes = written(header);
   EXPECT_EQ(bytes[98], 0xA5);
@@ -346,25 +344,25 @@ TEST(HeaderMarks, KeepFlagAndByteInAgreement) {
   const struct {
     Setter set;
     int key;
-    CMetaValues OpenHeader::*byte;
+    int byte;
     unsigned int mask;
     bool whenClear;
   } rows[] = {
-      {&CFrameMetaData::SetHDRFrame, 40, &OpenHeader::m_ControlBlock, 0x20, false},
-      {&CFrameMetaData::SetPixelEndianFormat, 67, &OpenHeader::m_ControlBlock, 0x40, false},
-      {&CFrameMetaData::SetIsHighFrame, 56, &OpenHeader::m_ControlBlockTest, 0x20, true},
-      {&CFrameMetaData::SetIsMergedFrame, 58, &OpenHeader::m_ControlBlockTest, 0x10, true},
-      {&CFrameMetaData::SetIsStackedFrame, 60, &OpenHeader::m_ControlBlockTest, 0x40, true},
+      {&CFrameMetaData::SetHDRFrame, 40, OpenHeader::controlBlock, 0x20, false},
+      {&CFrameMetaData::SetPixelEndianFormat, 67, OpenHeader::controlBlock, 0x40, false},
+      {&CFrameMetaData::SetIsHighFrame, 56, OpenHeader::controlBlockTest, 0x20, true},
+      {&CFrameMetaData::SetIsMergedFrame, 58, OpenHeader::controlBlockTest, 0x10, true},
+      {&CFrameMetaData::SetIsStackedFrame, 60, OpenHeader::controlBlockTest, 0x40, true},
   };
   for (const auto& row : rows) {
     for (const bool value : {true, false}) {
       for (const unsigned int before : {0x00u, 0xFFu}) {
         OpenHeader header;
-        (header.*row.byte).SetValueUint(before);
+        header.set(row.byte, before);
         (header.*row.set)(value);
         EXPECT_EQ(header.flag(row.key), value) << row.key;
         const unsigned int expected = value != row.whenClear ? before | row.mask : before & (0xFF ^ row.mask);
-        EXPECT_EQ((header.*row.byte).GetValueUint(), expected) << row.key << ", " << value << ", " << before;
+        EXPECT_EQ(header.number(row.byte), expected) << row.key << ", " << value << ", " << before;
       }
     }
   }

@@ -260,7 +260,7 @@ TEST(MetaValueText, StaysInMemoryUnderANumber) {
   value.SetValueStr("kept");
   value.SetValueUint(3);
   EXPECT_FALSE(value.IsStringValue());
-  EXPECT_STREQ(reinterpret_cast<const char*>(value.m_pBytes), "kept");
+  EXPECT_STREQ(reinterpret_cast<const char*>(value.m_pBytes.get()), "kept");
 }
 
 // ---- Copies

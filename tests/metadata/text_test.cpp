@@ -297,11 +297,8 @@ SettableHeader sampleHeader(unsigned int version) {
   header.set(73, 0x24).set(89, 0xBEEF).set(9, 0x90909).set(10, 0x1010);
   header.setDouble(30, 48.0).setDouble(31, 8.1234).setBool(32, true);
   header.setDouble(34, 11.0).setDouble(35, 34.567).setBool(36, false);
-  header.m_ControlBlock.SetValueUint(0xA9);
-  header.m_ControlBlock2.SetValueUint(0xA5);
-  header.m_ControlBlockTest.SetValueUint(0xEF);
-  header.m_Reserved2[0] = 0xAB;
-  header.m_Reserved2[1] = 0x05;
+  header.set(SettableHeader::controlBlock, 0xA9).set(SettableHeader::controlBlock2, 0xA5);
+  header.set(SettableHeader::controlBlockTest, 0xEF).set(SettableHeader::reservedOfVersion2, 0xAB05);
   for (unsigned int i = 0; i < sizeof header.m_Padding; ++i)
     header.m_Padding[i] = static_cast<unsigned char>(7 * i);
   return header;

@@ -13,6 +13,7 @@
 #include <orvacam/types/unpacked_images.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 
 class CCameraNVMergeSettings;
@@ -114,7 +115,7 @@ class ORVACAM_API CAlgo {
   CLog* m_pLog;
 
  private:
-  orvacam::ConversionMemory* m_pConversionMemory;  ///< null before the first conversion
+  std::unique_ptr<orvacam::ConversionMemory> m_pConversionMemory;  ///< null before the first conversion
 };
 
 #endif  // ORVACAM_FACADE_CALGO_H

@@ -4,6 +4,7 @@
 #include <orvacam/types/export.h>
 #include <orvacam/types/gain_types.h>
 
+#include <memory>
 #include <vector>
 
 class CLog;
@@ -37,7 +38,7 @@ class ORVACAM_API CCameraNVMergeSettings {
   unsigned int GetNumLineOffsets() const { return m_pLineOffsets != nullptr ? m_uiNumLineOffsets : 0; }
   /// The merge-line records by pair of gains, null when there are none, and those of the extra list, the
   /// first of which stands in for missing pairs. They stay the object's.
-  const merge_line_offsets_t* GetLineOffsets() const { return m_pLineOffsets; }
+  const merge_line_offsets_t* GetLineOffsets() const { return m_pLineOffsets.get(); }
   const std::vector<merge_line_offsets_t>& GetExtraLineOffsets() const { return m_vExtraLineOffsets; }
 
   /// Parse the body of a block of one version: uiLength bytes behind the header. 0, or -1 for a null or
@@ -65,14 +66,11 @@ class ORVACAM_API CCameraNVMergeSettings {
   unsigned int m_uiNumLowEPC;
   unsigned int m_uiNumLineOffsets;
   unsigned int m_uiNumExtraLineOffsets;
-  merge_line_offsets_t* m_pLineOffsets;  ///< m_uiNumLineOffsets records, owned
+  std::unique_ptr<merge_line_offsets_t[]> m_pLineOffsets;  ///< m_uiNumLineOffsets records
   std::vector<merge_line_offsets_t> m_vExtraLineOffsets;
   std::vector<electrons_per_count_t> m_vHighEPC;
   std::vector<electrons_per_count_t> m_vLowEPC;
   CLog* m_pLog;
-
- private:
-  ORVACAM_INTERNAL int DoParseBody(const unsigned char* pBody, unsigned int uiLength, unsigned int uiVersion);
 };
 
 #endif  // ORVACAM_GAIN_CCAMERANVMERGESETTINGS_H

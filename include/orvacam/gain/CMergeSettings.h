@@ -5,6 +5,8 @@
 #include <orvacam/types/export.h>
 #include <orvacam/types/gain_types.h>
 
+#include <memory>
+
 class CCameraNVMergeSettings;
 class IDeviceGainTables;
 
@@ -67,11 +69,12 @@ class ORVACAM_API CMergeSettings {
   double m_dADUScale;
   double m_dGainRatio;
   merge_line_offsets_t m_DefaultLineOffsets;
-  merge_line_offsets_t** m_ppGainOffsetPairs;  ///< [low-gain table index][high-gain table index]
+  /// [low-gain table index][high-gain table index]
+  std::unique_ptr<std::unique_ptr<merge_line_offsets_t[]>[]> m_ppGainOffsetPairs;
   unsigned int m_uiNumLowGains;
   unsigned int m_uiNumHighGains;
   CMergeMappingArray m_MappingArray;
-  IDeviceGainTables* m_pGainTables;
+  std::unique_ptr<IDeviceGainTables> m_pGainTables;
 };
 
 #endif  // ORVACAM_GAIN_CMERGESETTINGS_H

@@ -111,16 +111,6 @@ class ORVACAM_API CFitsInterface {
   std::size_t m_ulImageCopySize;  ///< in bytes
   unsigned int m_uiPosition;      ///< bytes of header written so far
   char m_ValueText[81];           ///< one formatted value
-
- private:
-  /// The next card of the buffer, blank but for the keyword; null when there is no room.
-  ORVACAM_INTERNAL unsigned char* DoNextCard(unsigned char* pBuffer, unsigned int uiSize,
-                                             const char* pKeyword);
-  /// A value as the text that stands in its card, or null for none.
-  ORVACAM_INTERNAL const char* DoFormatValue(unsigned int uiType, const void* pValue);
-  /// Writes header and pixels, uiNumPixels x 2 bytes in all, to an open file.
-  ORVACAM_INTERNAL int DoWriteImage(int iFile, const unsigned short* pPixels, unsigned int uiNumPixels,
-                                    const CFrameMetaData& meta);
 };
 
 #endif  // ORVACAM_IMAGEFILES_CFITSINTERFACE_H

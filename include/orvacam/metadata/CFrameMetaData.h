@@ -219,33 +219,16 @@ class ORVACAM_API CFrameMetaData {
   int DoToString3(char* pText, unsigned int uiSize, bool bPadding);
   int DoToString4(char* pText, unsigned int uiSize);
 
-  CMetaValues m_Values[ORVA_META_KEY_COUNT];  ///< indexed by ORVA_META_KEYS
-  unsigned int m_uiCursor;                    ///< of GetValueNext
-  CMetaValues m_ControlBlock;                 ///< whole flag bytes, as received and as written back
-  CMetaValues m_ControlBlock2;
-  CMetaValues m_ExtraFlags;
-  CMetaValues m_ControlBlockTest;
+  /// By ORVA_META_KEYS; behind them what is kept whole as received and as written back: Control Block,
+  /// Control Block 2, extra flags, Control Block Test, the reserved bytes of version 2.
+  CMetaValues m_Values[ORVA_META_KEY_COUNT + 5];
+  unsigned int m_uiCursor;                       ///< of GetValueNext
   char m_CaptureTimeText[s_uiTimeTextSize + 1];  ///< the time string of versions 2 to 4
   unsigned char m_Padding[s_uiPaddingSize];      ///< raw tail bytes of versions 2 and 3
   CFrameOtherMetaData m_OtherMetaData;
   bool m_bCaptureTimeValid;
   unsigned char m_Reserved1[12];                 ///< of version 1, kept raw
-  unsigned char m_Reserved2[2];                  ///< of version 2, kept raw
   unsigned char m_RawHeader[s_uiRawHeaderSize];  ///< the first bytes of the last header parsed
-
- private:
-  ORVACAM_INTERNAL int DoParseFields(unsigned char* pPosition, unsigned int uiRemaining,
-                                     unsigned int uiVersion);
-  ORVACAM_INTERNAL int DoParseField(unsigned int uiRow, unsigned char*& pPosition, unsigned int& uiRemaining);
-  ORVACAM_INTERNAL int DoParseTimeString(unsigned char*& pPosition, unsigned int& uiRemaining);
-  ORVACAM_INTERNAL int DoParseVersion4(unsigned char* pHeader, unsigned int uiLength);
-  ORVACAM_INTERNAL void DoDeriveFlags(unsigned int uiVersion);
-  ORVACAM_INTERNAL int DoReadTimeText(char* pText, unsigned int uiLength);
-  ORVACAM_INTERNAL void DoSetFlag(ORVA_META_KEYS eKey, bool bValue);
-  ORVACAM_INTERNAL std::string DoRenderLines(unsigned int uiVersion, bool bPadding);
-  ORVACAM_INTERNAL std::string DoRenderValue(unsigned int uiRule, unsigned int uiKey);
-  ORVACAM_INTERNAL unsigned int DoUint(ORVA_META_KEYS eKey) const { return m_Values[eKey].GetValueUint(); }
-  ORVACAM_INTERNAL CMetaValues& DoKeptByte(unsigned int uiByte);
 };
 
 #endif  // ORVACAM_METADATA_CFRAMEMETADATA_H

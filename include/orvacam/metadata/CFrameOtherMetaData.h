@@ -3,6 +3,8 @@
 
 #include <orvacam/types/export.h>
 
+#include <memory>
+
 /// The block of other data that can follow a version 4 header: a type and an owned copy of its bytes. Copies
 /// are deep and may throw std::bad_alloc.
 /// One object is used by one thread at a time.
@@ -18,7 +20,7 @@ class ORVACAM_API CFrameOtherMetaData {
 
   unsigned int GetType() const { return m_uiType; }
   /// The block's bytes, which stay the object's; null when there is none.
-  const unsigned char* GetData() const { return m_pData; }
+  const unsigned char* GetData() const { return m_pData.get(); }
 
   /// Both yield the block's length in bytes.
   unsigned int GetBinarizeSize() const { return m_uiLength; }
@@ -27,7 +29,7 @@ class ORVACAM_API CFrameOtherMetaData {
  protected:
   unsigned int m_uiType;
   unsigned int m_uiLength;
-  unsigned char* m_pData;
+  std::unique_ptr<unsigned char[]> m_pData;
 };
 
 #endif  // ORVACAM_METADATA_CFRAMEOTHERMETADATA_H

@@ -3,6 +3,8 @@
 
 #include <orvacam/types/export.h>
 
+#include <memory>
+
 /// One metadata value: a number of some kind, a flag, or a text. Copies are deep. A wrong kind is no error:
 /// it reads 0, -1 (text length) or false. Setting a text may throw std::bad_alloc, as may copying one.
 /// One object is used by one thread at a time.
@@ -67,7 +69,7 @@ class ORVACAM_API CMetaValues {
 
   unsigned int m_uiKind;
   unsigned int m_uiLength;
-  unsigned char* m_pBytes;
+  std::unique_ptr<unsigned char[]> m_pBytes;
   Number m_Value;
 };
 
