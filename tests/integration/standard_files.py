@@ -7,6 +7,7 @@ The planes as numpy files are what all others are held to. Prints "ok" and what 
 import json
 import os
 import pathlib
+import subprocess
 import sys
 import warnings
 import xml.etree.ElementTree as xml
@@ -27,12 +28,11 @@ Image.MAX_IMAGE_PIXELS = None
 read = {}
 
 
-def count(reader):
-    read[reader] = read.get(reader, 0) + 1
+def count(reader, files=1):
+    read[reader] = read.get(reader, 0) + files
 
 
-def check_header(header, frame, plane):
-    said = json.loads(good(orvacam, "info", "--json", frame + ".raw"))
+def check_header(header, said, frame, plane):
     values, derived = said["header"]["values"], said["derived"]
     assert header["EXPTIME"] == derived["exposure_seconds"]
     assert header.get("DATE-OBS") == derived["time_utc"], (frame, header.get("DATE-OBS"))
@@ -46,45 +46,32 @@ def check_header(header, frame, plane):
         assert header["TIMESRC"] == "CAMERA" and header["DATE-OBS"].endswith("33.123000000")
 
 
-def check_fits(frame, plane, truth, path):
-    done = run("fitsverify", "-q", path)
-    assert done.returncode == 0 and b"verification OK" in done.stdout, (path, done.stdout)
-    count("fitsverify")
+def check_fits(said, frame, plane, truth, path):
     with warnings.catch_warnings():
         warnings.simplefilter("error")
         with fits.open(path, checksum=True, memmap=False) as hdus:
             hdus.verify("exception")
             data = hdus[0].data
             assert data.dtype == numpy.uint16 and (data == truth).all(), path
-            check_header(hdus[0].header, frame, plane)
+            check_header(hdus[0].header, said, frame, plane)
     count("astropy")
     data, header = fitsio.read(path, header=True)
     assert data.dtype == numpy.uint16 and (data == truth).all() and header["BUNIT"] == "adu", path
     count("fitsio")
-    good("fpack", "-r", path)
-    good("funpack", "-O", "unpacked.fits", path + ".fz")
-    assert (fitsio.read("unpacked.fits") == truth).all(), path
-    os.remove("unpacked.fits"), os.remove(path + ".fz")
-    count("fpack")
 
 
-def check_single_file(frame, truths, path):
-    done = run("fitsverify", "-q", path)
-    assert done.returncode == 0 and b"verification OK" in done.stdout, (path, done.stdout)
+def check_single_file(said, frame, truths, path):
     with fits.open(path, checksum=True, memmap=False) as hdus:
         for plane, truth in truths.items():
             assert (hdus[plane.upper()].data == truth).all(), (path, plane)
-            check_header(hdus[plane.upper()].header, frame, plane)
-    count("fitsverify"), count("astropy")
+            check_header(hdus[plane.upper()].header, said, frame, plane)
+    count("astropy")
 
 
 def check_tiff(truth, path):
-    info = run("tiffinfo", path)
-    assert info.returncode == 0 and not info.stderr, (path, info.stderr)
     assert (tifffile.imread(path) == truth).all(), path
     assert (numpy.array(Image.open(path)) == truth).all(), path
-    for reader in ("tiffinfo", "tifffile", "Pillow"):
-        count(reader)
+    count("tifffile"), count("Pillow")
 
 
 def check_ome(truths, path):
@@ -99,25 +86,56 @@ def check_ome(truths, path):
     count("tifffile (OME)")
 
 
-def check_png(truth, path):
-    assert (numpy.array(Image.open(path)) == truth).all(), path
-    count("Pillow")
-    if truth.shape[1] > 16000:  # Debian's ImageMagick is told to refuse these
-        return
-    size = good("identify", "-format", "%w %h %z", path).split()
-    assert [int(n) for n in size] == [truth.shape[1], truth.shape[0], 16], (path, size)
-    count("ImageMagick")
+# Programs read many files at a time: starting one for each file takes longer than reading it.
 
 
-def check_json(frame):
-    for command in ("info", "stats", "check"):
-        schema = json.loads((schemas / (command + ".schema.json")).read_text())
-        done = run(orvacam, command, "--json", frame + ".raw")
-        jsonschema.validate(json.loads(done.stdout), schema)
-    for command, words in (("cameras", ["cameras", "--json"]), ("version", ["--version", "--json"])):
-        schema = json.loads((schemas / (command + ".schema.json")).read_text())
-        jsonschema.validate(json.loads(run(orvacam, *words).stdout), schema)
-    count("jsonschema")
+def check_with_fitsverify(paths):
+    said = good("fitsverify", "-q", *paths)
+    verified = {line.split()[2] for line in said.splitlines() if line.startswith("verification OK:")}
+    assert verified == set(paths), (set(paths) - verified, said)
+    count("fitsverify", len(paths))
+
+
+def check_with_fpack(truths):
+    good("fpack", "-r", *truths)
+    packed = [os.path.basename(path) + ".fz" for path in truths]
+    done = subprocess.run(["funpack", "-P", "unpacked_", *packed], cwd="fits", check=False)
+    assert done.returncode == 0
+    for path, truth in truths.items():
+        assert (fitsio.read(f"fits/unpacked_{os.path.basename(path)}") == truth).all(), path
+    count("fpack", len(truths))
+
+
+def check_with_tiffinfo(paths):
+    info = run("tiffinfo", *paths)
+    assert info.returncode == 0 and not info.stderr, info.stderr
+    assert info.stdout.count(b"Image Width:") == len(paths)
+    count("tiffinfo", len(paths))
+
+
+def check_with_imagemagick(truths):
+    truths = {path: truth for path, truth in truths.items() if truth.shape[1] <= 16000}  # Debian's refuses wider ones
+    said = good("identify", "-format", "%w %h %z %i\n", *truths).splitlines()
+    assert said == [f"{truth.shape[1]} {truth.shape[0]} 16 {path}" for path, truth in truths.items()]
+    count("ImageMagick", len(truths))
+
+
+def check_json(raws):
+    """What info says of each frame, after its words and those of others are found to be as their schemas have them."""
+    def lines(schema, *words):
+        schema = json.loads((schemas / (schema + ".schema.json")).read_text())
+        said = [json.loads(line) for line in run(orvacam, *words).stdout.splitlines()]
+        for line in said:
+            jsonschema.validate(line, schema)
+        count("jsonschema", len(said))
+        return said
+
+    for command in ("stats", "check"):
+        assert len(lines(command, command, "--json", *raws)) == len(raws)
+    assert lines("cameras", "cameras", "--json") and lines("version", "--version", "--json")
+    said = lines("info", "info", "--json", *raws)
+    assert [line["file"] for line in said] == raws
+    return said
 
 
 def check_calibration():
@@ -145,24 +163,34 @@ def check_calibration():
 
 def main():
     frames = make_frames(orvacam)
-    for frame in frames:
-        raw = frame + ".raw"
-        for kind in ("npy", "fits", "tiff", "ome-tiff", "png16"):
-            good(orvacam, "convert", raw, "-o", kind, "-f", kind, "--quiet")
-        good(orvacam, "convert", raw, "-o", "single", "--single-file", "--quiet")
-        good(orvacam, "convert", raw, "-o", "rice", "--compress", "rice", "--single-file", "--quiet")
-        names = json.loads(good(orvacam, "info", "--json", raw))["derived"]["planes"]
+    raws = [frame + ".raw" for frame in frames]
+    for kind in ("npy", "fits", "tiff", "ome-tiff", "png16"):
+        good(orvacam, "convert", *raws, "-o", kind, "-f", kind, "--quiet")
+    good(orvacam, "convert", *raws, "-o", "single", "--single-file", "--quiet")
+    good(orvacam, "convert", *raws, "-o", "rice", "--compress", "rice", "--single-file", "--quiet")
+    files = {"fits": {}, "tiff": {}, "png16": {}}
+    single = []
+    for frame, said in zip(frames, check_json(raws)):
+        names = said["derived"]["planes"]
         truths = {}
         for plane in names:
             stem = frame + ("_" + plane.upper() if len(names) > 1 else "")
             truths[plane] = numpy.load(f"npy/{stem}.npy")
-            check_fits(frame, plane, truths[plane], f"fits/{stem}.fits")
+            for kind in files:
+                files[kind][f"{kind}/{stem}.{kind.rstrip('16')}"] = truths[plane]
+            check_fits(said, frame, plane, truths[plane], f"fits/{stem}.fits")
             check_tiff(truths[plane], f"tiff/{stem}.tiff")
-            check_png(truths[plane], f"png16/{stem}.png")
-        check_single_file(frame, truths, f"single/{frame}.fits")
-        check_single_file(frame, truths, f"rice/{frame}.fits.fz")
+        single += [f"single/{frame}.fits", f"rice/{frame}.fits.fz"]
+        for path in single[-2:]:
+            check_single_file(said, frame, truths, path)
         check_ome(truths, f"ome-tiff/{frame}.ome.tiff")
-        check_json(frame)
+    for path, truth in files["png16"].items():
+        assert (numpy.array(Image.open(path)) == truth).all(), path
+        count("Pillow")
+    check_with_fitsverify([*files["fits"], *single])
+    check_with_fpack(files["fits"])
+    check_with_tiffinfo(files["tiff"])
+    check_with_imagemagick(files["png16"])
     check_calibration()
     print("ok", len(frames), "frames;", ", ".join(f"{reader} {n}" for reader, n in read.items()))
 
