@@ -42,41 +42,47 @@ class StreamWalk {
   }
 
  private:
+  /// Pairs of a row that are one run.
+  struct Part {
+    std::size_t pairs;
+    bool counted;
+  };
+
   void walkSection(const StreamSection& section) {
     const bool counted = section.counted && m_sink.counts();
     const bool apart = counted || (section.before | section.pixels | section.after) % 2 != 0;
-    const std::uint64_t together = std::uint64_t{section.before} + section.pixels + section.after;
-    const std::uint64_t runs[] = {apart ? section.before : 0, apart ? section.pixels : together,
-                                  apart ? section.after : 0};
-    const std::size_t rowBytes = bytesPerPair * section.pairsOfRow();
-    const std::size_t all = planes * rowBytes + bytesPerPair * pairsOf(section.shared);
-    for (unsigned int row = 0; row < section.rows / planes && m_whole; ++row, m_position += all) {
-      std::size_t inRow = 0;
-      for (const std::uint64_t& pixels : runs) {
-        if (pixels == 0) continue;
-        const SourceBytes rest = m_source.from(m_position + all);
-        StreamRun run;
-        for (unsigned int plane = 0; plane < planes; ++plane) {
-          const SourceBytes bytes = m_source.from(m_position + plane * rowBytes + inRow);
-          run.packed[plane] = bytes.bytes;
-          run.pairs[plane] = pairsThatAreThere(bytes, pairsOf(pixels));
-        }
-        run.counted = counted && &pixels == &runs[1];
-        run.row = row;
-        run.ahead = {rest.bytes, std::min(rest.length, all)};
+    const std::size_t row = section.pairsOfRow();
+    const std::size_t before = apart ? pairsOf(section.before) : 0;
+    const std::size_t behind = apart ? pairsOf(section.after) : 0;
+    const Part parts[] = {{before, false}, {row - before - behind, counted}, {behind, false}};
+    const Part* const first = before == 0 ? parts + 1 : parts;
+    const Part* const end = behind == 0 ? parts + 2 : parts + 3;
+    const std::size_t shared = pairsOf(section.shared);
+    const std::size_t rows = bytesPerPair * (planes * row + shared);
+    for (unsigned int y = 0; y < section.rows / planes && m_whole; ++y, m_position += rows) {
+      const SourceBytes rest = m_source.from(m_position + rows);
+      std::size_t place = m_position;
+      for (const Part* part = first; part != end; ++part) {
+        StreamRun run = {{}, {}, part->counted, y, {rest.bytes, std::min(rest.length, rows)}};
+        for (unsigned int plane = 0; plane < planes; ++plane)
+          run.pairs[plane] = pairsAt(place + plane * bytesPerPair * row, part->pairs, run.packed[plane]);
         m_sink.run(run);
-        inRow += bytesPerPair * pairsOf(pixels);
+        place += bytesPerPair * part->pairs;
       }
-      if (section.shared == 0) continue;
-      const SourceBytes bytes = m_source.from(m_position + planes * rowBytes);
-      m_sink.share(bytes.bytes, pairsThatAreThere(bytes, pairsOf(section.shared)));
+      if (shared == 0) continue;
+      const std::uint8_t* packed = nullptr;
+      const std::size_t pairs = pairsAt(m_position + planes * bytesPerPair * row, shared, packed);
+      m_sink.share(packed, pairs);
     }
   }
 
-  std::size_t pairsThatAreThere(const SourceBytes& bytes, std::uint64_t wanted) {
-    const std::size_t pairs = std::min<std::uint64_t>(wanted, bytes.length / bytesPerPair);
-    if (pairs < wanted) m_whole = false;
-    return pairs;
+  /// Where pairs are, and how many of those wanted.
+  std::size_t pairsAt(std::size_t place, std::size_t wanted, const std::uint8_t*& packed) {
+    const SourceBytes bytes = m_source.from(place);
+    packed = bytes.bytes;
+    if (bytes.length >= bytesPerPair * wanted) return wanted;
+    m_whole = false;
+    return bytes.length / bytesPerPair;
   }
 
   SourceBytes m_source;

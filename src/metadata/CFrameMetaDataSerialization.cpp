@@ -32,26 +32,17 @@ void putSignMagnitude(ByteWriter& writer, const Field& field, int value) {
   writer.putUint(field.offset, field.width, magnitude | sign);
 }
 
-/// A field that follows from the value of its key, or of two neighbouring ones, alone.
-void putValues(ByteWriter& writer, const Field& field, const CMetaValues* values) {
-  const auto put = [&](unsigned int value) { writer.putUint(field.offset, field.width, value); };
+/// The number that a field holds: its key's value, or two neighbouring ones together.
+unsigned int numberOf(const Field& field, const CMetaValues* values) {
   switch (field.written()) {
-    case Encoding::Unsigned:
-    case Encoding::Gps:
-      return put(values->GetValueUint());
     case Encoding::Signed:
-      return put(static_cast<unsigned int>(values->GetValueInt()));
-    case Encoding::SignMagnitude:
-      return putSignMagnitude(writer, field, values->GetValueInt());
-    case Encoding::Text:
-    case Encoding::OptionalText:
-      return putText(writer, field, *values);
+      return static_cast<unsigned int>(values->GetValueInt());
     case Encoding::PixelDepths:
-      return put(((values[0].GetValueUint() - 1) & 15) | (values[1].GetValueUint() << 4));
+      return ((values[0].GetValueUint() - 1) & 15) | (values[1].GetValueUint() << 4);
     case Encoding::ReferenceRows:
-      return put(values[1].GetValueUint() + (values[0].GetValueUint() << 12));
+      return values[1].GetValueUint() + (values[0].GetValueUint() << 12);
     default:
-      return;
+      return values->GetValueUint();
   }
 }
 
@@ -83,8 +74,17 @@ int CFrameMetaData::Binarize(unsigned char* pBuffer, unsigned int uiSize) {
         writer.putBytes(field.offset, ORVACAM_VERSION_STRING,
                         std::min<std::size_t>(std::strlen(ORVACAM_VERSION_STRING), field.width));
         break;
+      case Encoding::Text:
+      case Encoding::OptionalText:
+        putText(writer, field, m_Values[field.key]);
+        break;
+      case Encoding::SignMagnitude:
+        putSignMagnitude(writer, field, m_Values[field.key].GetValueInt());
+        break;
+      case Encoding::Nothing:
+        break;
       default:
-        putValues(writer, field, &m_Values[field.key]);
+        writer.putUint(field.offset, field.width, numberOf(field, &m_Values[field.key]));
         break;
     }
   }

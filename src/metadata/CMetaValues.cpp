@@ -23,8 +23,10 @@ CMetaValues::CMetaValues() : m_uiKind(Uint32), m_uiLength(noLength), m_Value{} {
   m_Value.uint64 = 0;
 }
 
-CMetaValues::CMetaValues(const CMetaValues& other) : CMetaValues() {
-  *this = other;
+// A frame's header is copied several times, a hundred values each, nearly all of them numbers.
+CMetaValues::CMetaValues(const CMetaValues& other)
+    : m_uiKind(other.m_uiKind), m_uiLength(noLength), m_pBytes(nullptr), m_Value(other.m_Value) {
+  if (m_uiKind == Bytes) *this = other;
 }
 
 CMetaValues& CMetaValues::operator=(const CMetaValues& other) {
