@@ -84,20 +84,6 @@ static Register correctedPacked(Register pixels, Register additive, Register mul
                        shiftRight32(add32(products.second, rule.half), rule.resultShift));
 }
 
-/// A prefetch hint: the terms that follow those of pixel i.
-static inline void prefetchTerms(const UniformTerms& /*terms*/, std::size_t /*i*/) {}
-/// With the four planes of terms there are more streams than the processor prefetches by itself. The
-/// addresses may be behind the terms; they are never read.
-static inline void prefetchTerms(const PlaneTerms& terms, std::size_t i) {
-  constexpr std::size_t ahead = 2048;
-  const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
-                                   reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),
-                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeLow + i),
-                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeHigh + i)};
-  for (const std::uintptr_t plane : planes)
-    __builtin_prefetch(reinterpret_cast<const void*>(plane + ahead));
-}
-
 namespace {
 
 // Correctors as in VectorMerge.h, of a rule and terms.
@@ -235,14 +221,30 @@ static inline void putPair(const PackedPair& run, std::size_t i, How how, const 
   put(how, run.merged + i, pair.merged);
 }
 
+/// A prefetch hint: the terms that follow those of pixel i.
+template <typename Corrector>
+static inline void prefetchTerms(const Corrector& /*corrector*/, std::size_t /*i*/) {}
+/// With the four planes of terms there are more streams than the processor prefetches by itself. The
+/// addresses may be behind the terms; they are never read.
+static inline void prefetchTerms(const PackedCorrector<PlaneTerms>& corrector, std::size_t i) {
+  constexpr std::size_t ahead = 2048;
+  const PlaneTerms& terms = corrector.terms;
+  const std::uintptr_t planes[] = {reinterpret_cast<std::uintptr_t>(terms.additiveLow + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.additiveHigh + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeLow + i),
+                                   reinterpret_cast<std::uintptr_t>(terms.multiplicativeHigh + i)};
+  for (const std::uintptr_t plane : planes)
+    __builtin_prefetch(reinterpret_cast<const void*>(plane + ahead));
+}
+
 /// Merges a cache line of pixels, then streams a whole line to each output. Half-written lines cost time.
-template <Noting noting, typename Corrector, typename Terms>
+template <Noting noting, typename Corrector>
 static inline void streamLine(const PackedPair& run, std::size_t i, const Corrector& corrector,
-                              const Terms& terms, const PairNotes& notes, WideNotes* wide) {
+                              const PairNotes& notes, WideNotes* wide) {
   constexpr std::size_t registers = pixelsOfLine / lanes;
   // A register of a whole line without notes leaves the processor time to fetch terms by itself: there asking
   // took a tenth longer.
-  if (lanes < pixelsOfLine || noting != nothing) prefetchTerms(terms, i);
+  if (lanes < pixelsOfLine || noting != nothing) prefetchTerms(corrector, i);
   WidePair pairs[registers];
   for (std::size_t r = 0; r < registers; ++r)
     pairs[r] = mergedPair<noting>(run, i + r * lanes, corrector, notes, wide);
@@ -281,9 +283,8 @@ static void mergeCached(const PackedPair& given, const MergeRule& rule, const Te
 /// planes, are stored through the cache.
 template <Noting noting, typename Corrector, typename Terms>
 static void mergeStreamed(const PackedPair& given, std::size_t ahead, const MergeRule& rule,
-                          const Terms& givenTerms) {
+                          const Terms& terms) {
   const PackedPair run = given;
-  const Terms terms = givenTerms;
   const Corrector corrector(rule, terms);
   const std::size_t pixels = 2 * run.pairs;
   const PairNotes notes = noting == nothing ? PairNotes() : *run.notes;
@@ -299,7 +300,7 @@ static void mergeStreamed(const PackedPair& given, std::size_t ahead, const Merg
   for (; i < ahead; i += lanes)
     merge(i, 0, ahead - i < lanes ? ahead - i : lanes);
   for (i = ahead; i + pixelsOfLine <= pixels; i += pixelsOfLine)
-    streamLine<noting>(run, i, corrector, terms, notes, &wideNotes);
+    streamLine<noting>(run, i, corrector, notes, &wideNotes);
   for (; i + lanes <= pixels; i += lanes)
     merge(i, 0, lanes);
   if (i < pixels) merge(pixels - lanes, lanes - (pixels - i), lanes);

@@ -113,9 +113,22 @@ TEST(KernelChoice, IsTheLastTableWhoseFeaturesThereAre) {
     for (const std::uint32_t family : {0u, 6u, 25u, 26u, 27u}) {
       expectWhole({maker, family, 0}, kernels::plain());
       expectWhole({maker, family, kernels::featureAvx2}, *tableNamed("avx2"));
-      if (maker == Maker::amd && family == 26) continue;
+      if (maker == Maker::amd && (family == 25 || family == 26)) continue;
       expectWhole({maker, family, everyFeature}, *tableNamed("avx512"));
     }
+}
+
+TEST(KernelChoice, TakesSimpleLoopsAndSumsOfCountsFromAvx2OnAmdFamily25) {
+  const Processor processor = {Maker::amd, 25, everyFeature};
+  expectMixed(processor,
+              "avx512 with avx2's unpack12, swapBytes, swapBytesMirrored, subtractBias, addToSums16, "
+              "keepLesser, keepGreater, sumCounts",
+              *tableNamed("avx512"),
+              {placeOf<&KernelTable::unpack12>(), placeOf<&KernelTable::swapBytes>(),
+               placeOf<&KernelTable::swapBytesMirrored>(), placeOf<&KernelTable::subtractBias>(),
+               placeOf<&KernelTable::addToSums16>(), placeOf<&KernelTable::keepLesser>(),
+               placeOf<&KernelTable::keepGreater>(), placeOf<&KernelTable::sumCounts>()},
+              *tableNamed("avx2"));
 }
 
 TEST(KernelChoice, TakesWhatIsBoundByMemoryFromAvx2OnAmdFamily26) {
@@ -128,7 +141,8 @@ TEST(KernelChoice, TakesWhatIsBoundByMemoryFromAvx2OnAmdFamily26) {
 }
 
 TEST(KernelChoice, NeverTakesWhatTheProcessorDoesNotRun) {
-  expectWhole({Maker::amd, 26, kernels::featureAvx512}, *tableNamed("avx512"));
+  for (const std::uint32_t family : {25u, 26u})
+    expectWhole({Maker::amd, family, kernels::featureAvx512}, *tableNamed("avx512"));
 }
 
 #elif defined(__aarch64__)
