@@ -530,7 +530,7 @@ class Plane : public Image<std::uint16_t> {
 
 // ---- Frames
 
-/// Something that a look at a frame brought up. Of an error, the frame's planes cannot be decoded.
+/// Something that a look at a frame brought up. A frame with an error cannot be decoded.
 struct Finding {
   enum class Severity { note, warning, error } severity;
   std::string id, text;  ///< a stable name, and one sentence with numbers

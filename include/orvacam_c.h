@@ -123,7 +123,7 @@ enum orva_severity { ORVA_NOTE = 0, ORVA_WARNING = 1, ORVA_ERROR = 2 };
 /** Something that a look at a frame brought up. */
 typedef struct orva_finding {
   size_t size;
-  int severity;     /**< an orva_severity. Of ORVA_ERROR: the frame's planes cannot be decoded */
+  int severity;     /**< an orva_severity; a frame with an ORVA_ERROR cannot be decoded */
   int reason;       /**< of an error: the orva_reason that decoding fails with; else 0 */
   const char* id;   /**< stable: "pixels_missing" */
   const char* text; /**< one sentence with numbers */
