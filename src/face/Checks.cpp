@@ -130,9 +130,7 @@ std::uint64_t bytesOfRows(const FrameLook& look, std::uint64_t rows) {
   for (const StreamSection& section : plan.stream.sections) {
     const std::uint64_t planes = look.isPair() ? 2 : 1;
     const std::uint64_t here = std::min<std::uint64_t>(rows, section.rows / planes);
-    const auto packed = [](std::uint64_t pixels) { return (pixels + 1) / 2 * 3; };
-    bytes += here * (planes * (packed(section.before) + packed(section.pixels) + packed(section.after)) +
-                     packed(section.shared));
+    bytes += here * bytesPerPair * (planes * section.pairsOfRow() + pairsOf(section.shared));
     rows -= here;
   }
   return bytes;

@@ -21,6 +21,7 @@
 #include "support/QuietLog.h"
 
 using namespace orvacam::face;
+using orvacam::packedBytes;
 
 namespace {
 
@@ -123,10 +124,6 @@ void publish(const WorkFolder& work, const std::string& stem, const char* extens
 
 // ---- Regions
 
-std::size_t packedBytes(std::size_t pixels) {
-  return pixels / 2 * 3;
-}
-
 void requireCuttable(const FrameLook& look, const orva_geometry& region) {
   look.requireDecodable();
   const bool packed = look.plan().kind == orvacam::StreamKind::PackedPair ||
@@ -179,19 +176,17 @@ FileBytes cut(const orva_frame& frame, const orva_geometry& region) {
   const std::size_t planes = frame.look.isPair() ? 2 : 1;
   const orvacam::StreamSection& before = plan.stream.sections[0];
   const orvacam::StreamSection& image = plan.stream.sections[1];
-  const std::size_t rowBytes =
-      packedBytes(image.before) + packedBytes(image.pixels) + packedBytes(image.after);
+  const std::size_t rowBytes = orvacam::bytesPerPair * image.pairsOfRow();
   const std::size_t cutBytes = packedBytes(region.image_width);
   const std::size_t rows = planes * region.image_height;
   FileBytes out{allocateBytes(writtenHeader + rows * cutBytes), writtenHeader + rows * cutBytes};
   writeRegionHeader(frame.values(), region, out.bytes.get());
-  const unsigned char* row =
-      frame.bytes + plan.firstByte +
-      before.rows * (packedBytes(before.before) + packedBytes(before.pixels) + packedBytes(before.after)) +
-      planes * region.y * rowBytes;
+  const unsigned char* row = frame.bytes + plan.firstByte +
+                             before.rows * orvacam::bytesPerPair * before.pairsOfRow() +
+                             planes * region.y * rowBytes + packedBytes(image.before) + packedBytes(region.x);
   unsigned char* target = out.bytes.get() + writtenHeader;
   for (std::size_t i = 0; i < rows; ++i, row += rowBytes, target += cutBytes)
-    std::memcpy(target, row + packedBytes(image.before) + packedBytes(region.x), cutBytes);
+    std::memcpy(target, row, cutBytes);
   return out;
 }
 

@@ -33,7 +33,6 @@ FrameLook lookAtHeader(const HeaderValues& header) {
 orva_geometry FrameLook::geometry() const {
   if (!hasGeometry()) throw failureOf(*this, *m_firstError);
   const FrameGeometry& all = geometryFacts();
-  const auto narrow = [](std::uint64_t size) { return static_cast<std::uint32_t>(size); };
   return {sizeof(orva_geometry),
           narrow(all.binnedColumns().frame()),
           narrow(all.binnedRows().frame()),

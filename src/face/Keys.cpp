@@ -12,8 +12,6 @@ namespace orvacam::face {
 
 namespace {
 
-constexpr int newestVersion = 4;
-
 constexpr orva_key_kind kindOf(unsigned int number) {
   const char kind = header::kindOf(number);
   return kind == 'f' ? ORVA_KEY_FLAG : kind == 't' ? ORVA_KEY_TEXT : ORVA_KEY_NUMBER;
@@ -30,7 +28,7 @@ constexpr std::array<orva_key, keyCount> namedKeys() {
                        kindOf(row.place),
                        static_cast<int>(row.place),
                        static_cast<int>(header::firstVersionOf(row.place)),
-                       newestVersion};
+                       static_cast<int>(header::writtenVersion)};
   return named;
 }
 

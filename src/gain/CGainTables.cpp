@@ -94,19 +94,10 @@ constexpr electrons_per_count_t curve6060High[] = {{3, 12.5}, {21, 3.226}, {33, 
 
 // ---- Sensors
 
-constexpr GainField noField = {0, 0, 0};
 constexpr GainField fieldA = {7, 18, 0x1C0000};
 constexpr GainField fieldB = {7, 15, 0x38000};
 constexpr GainField fieldC = {3, 14, 0xFC000};
 constexpr GainField fieldD = {163, 19, 0x1F80000};
-
-constexpr ChannelGains plain(const gain_value_t* table, GainField field) {
-  return {table, field, nullptr, 0, nullptr, 0};
-}
-
-constexpr ChannelGains fixed(const gain_value_t* table, GainField field, const double* electrons) {
-  return {table, field, electrons, 0, nullptr, 0};
-}
 
 template <unsigned int N>
 constexpr ChannelGains curved(const gain_value_t* table, GainField field, double electrons,
@@ -124,8 +115,8 @@ constexpr SensorGains sensor(unsigned int entries, Dne dne, double ratio, Channe
   return sensor(entries, dne, ratio, both, both);
 }
 
-constexpr SensorGains sensor400 = sensor(8, Dne::Fixed, 40.0, fixed(gsense400.data(), fieldA, gsense400Low),
-                                         fixed(gsense400.data(), fieldB, gsense400High));
+constexpr SensorGains sensor400 = sensor(8, Dne::Fixed, 40.0, {gsense400.data(), fieldA, gsense400Low},
+                                         {gsense400.data(), fieldB, gsense400High});
 constexpr SensorGains sensor2020Bsi =
     sensor(26, Dne::FromGains, 40.0, curved(gsense2020Bsi.data(), fieldC, 18.6916, curve4040),
            curved(gsense2020Bsi.data(), fieldD, 0.8194, curve4040));
@@ -138,16 +129,16 @@ constexpr SensorGains sensor4040 =
 constexpr SensorGains sensor6060 =
     sensor(58, Dne::FromGains, 14.32, curved(gsense6060.data(), fieldC, 12.5, curve6060Low),
            curved(gsense6060.data(), fieldD, 2.494, curve6060High));
-constexpr SensorGains sensorImx183 = sensor(4, Dne::None, 1.0, plain(imx183.data(), {17, 24, 0x3000000}));
+constexpr SensorGains sensorImx183 = sensor(4, Dne::None, 1.0, {imx183.data(), {17, 24, 0x3000000}});
 constexpr SensorGains sensorLumora420 =
-    sensor(481, Dne::FromGains, 40.0, plain(lumora420.data(), {20, 0, 0xFFFFFFFF}));
+    sensor(481, Dne::FromGains, 40.0, {lumora420.data(), {20, 0, 0xFFFFFFFF}});
 constexpr SensorGains sensorLumora533 =
-    sensor(7, Dne::FromGains, 40.0, plain(lumora533.data(), {62, 0, 0xFFFFFFFF}));
+    sensor(7, Dne::FromGains, 40.0, {lumora533.data(), {62, 0, 0xFFFFFFFF}});
 constexpr SensorGains sensorLumora571 =
-    sensor(7, Dne::FromGains, 40.0, plain(lumora533.data(), {64, 0, 0xFFFFFFFF}));
-constexpr SensorGains sensorLsgen = sensor(1, Dne::None, 1.0, plain(unity.data(), noField));
+    sensor(7, Dne::FromGains, 40.0, {lumora533.data(), {64, 0, 0xFFFFFFFF}});
+constexpr SensorGains sensorLsgen = sensor(1, Dne::None, 1.0, {unity.data()});
 constexpr SensorGains sensorGeneric =
-    sensor(1, Dne::None, 1.0, plain(unity.data(), fieldA), plain(unity.data(), fieldB));
+    sensor(1, Dne::None, 1.0, {unity.data(), fieldA}, {unity.data(), fieldB});
 
 /// The tables of what lives apart in this thread; null where nothing does.
 thread_local std::shared_ptr<DneTables>* t_apart = nullptr;

@@ -24,11 +24,11 @@ enum class Dne {
 /// What is known of one channel of a sensor.
 struct ChannelGains {
   const gain_value_t* table;
-  GainField field;
-  const double* fixedElectrons;        ///< for Dne::Fixed
-  double defaultElectrons;             ///< where neither camera nor curve has a value
-  const electrons_per_count_t* curve;  ///< null where the merge settings are not initialized
-  unsigned int curveSize;
+  GainField field = {};
+  const double* fixedElectrons = nullptr;        ///< for Dne::Fixed
+  double defaultElectrons = 0;                   ///< where neither camera nor curve has a value
+  const electrons_per_count_t* curve = nullptr;  ///< null where the merge settings are not initialized
+  unsigned int curveSize = 0;
 };
 
 /// What is known of a sensor. Both channels have the same number of entries.

@@ -120,16 +120,58 @@ void append(wchar_t* pTarget, std::size_t capacity, const wchar_t* pText) {
   if (pText != nullptr) std::wcsncat(pTarget, pText, capacity - 1 - length);
 }
 
+// ---- Writing
+
+/// Lets free functions at the protected members of the log.
+struct Members : CLog {
+  static pthread_mutex_t& mutexOf(CLog& log) { return log.*&Members::m_Mutex; }
+  static std::FILE*& fileOf(CLog& log) { return log.*&Members::m_pFile; }
+};
+
+unsigned int put(std::FILE* file, const char* text) {
+  return static_cast<unsigned int>(std::fwrite(text, 1, std::strlen(text), file));
+}
+
+template <typename Character>
+unsigned int writeLine(CLog& log, const char* word, const Character* format, va_list args) {
+  std::FILE*& file = Members::fileOf(log);
+  if (log.logFileTooLarge()) log.closeLogFile(L"(File Too Large)");
+  if (file == nullptr) log.openNewFile();
+  if (file == nullptr) return 0;
+  char prefix[lineCapacity];
+  std::snprintf(prefix, sizeof prefix, "%ls, %s, ", TimeText().text, word);
+  const std::string message = lineOf(format, args);
+  unsigned int written = put(file, prefix);
+  written += put(file, message.c_str());
+  std::fflush(file);
+  return written;
+}
+
+/// Locks, writes one line unless the format is empty, unlocks; an exception while writing is caught and the
+/// message shown.
+template <typename Character>
+void writeLocked(CLog& log, const char* word, const wchar_t* exceptionMessage, const Character* format,
+                 va_list args) {
+  if (const int error = pthread_mutex_lock(&Members::mutexOf(log)); error != 0)
+    throw std::system_error(error, std::generic_category());
+  if (format != nullptr && format[0] != Character(0)) {
+    try {
+      writeLine(log, word, format, args);
+    } catch (...) {
+      utilOSShowError(exceptionMessage);
+    }
+  }
+  pthread_mutex_unlock(&Members::mutexOf(log));
+}
+
+/// Whether the log that this thread makes leaves its directory to the first line.
+thread_local bool t_quietly = false;
+
 }  // namespace
 
 CLog* CLog::m_pInstance = nullptr;
 
-CLog::CLog() : CLog(quiet_t()) {
-  m_bDirectoryDue = false;
-  makeLogDirectory();
-}
-
-CLog::CLog(quiet_t /*quiet*/)
+CLog::CLog()
     : m_Mutex{},
       m_pFile(nullptr),
       m_LineBuffer{},
@@ -138,11 +180,12 @@ CLog::CLog(quiet_t /*quiet*/)
       m_FileName{},
       m_Directory{},
       m_FilePrefix{L"Log"},
-      m_bDirectoryDue(true),
+      m_bDirectoryDue(t_quietly),
       m_eLogLevel(CLOGLEVEL_OFF) {
   utilOSPathGet(m_Directory, static_cast<unsigned int>(std::size(m_Directory)));
   // Intended: the working directory already ends in "/".
   append(m_Directory, std::size(m_Directory), L"/MarloLogs");
+  if (!m_bDirectoryDue) makeLogDirectory();
 }
 
 CLog::~CLog() {
@@ -157,12 +200,14 @@ CLog* CLog::getInstance() {
 }
 
 void orvacam::makeLogQuietly() {
-  struct QuietLog : CLog {
-    QuietLog() : CLog(quiet_t()) {}
+  struct Quietly {
+    Quietly() { t_quietly = true; }
+    ~Quietly() { t_quietly = false; }
   };
   static std::mutex making;
   const std::lock_guard<std::mutex> lock(making);
-  if (CLog::m_pInstance == nullptr) CLog::m_pInstance = new QuietLog;
+  const Quietly quietly;
+  CLog::getInstance();
 }
 
 void CLog::release() {
@@ -186,41 +231,16 @@ void CLog::setNewFileHeader(const wchar_t* pText) {
   m_FileHeader[length + 1] = L'\0';
 }
 
-// ---- Writing
-
-unsigned int CLog::put(const char* pText) {
-  return static_cast<unsigned int>(std::fwrite(pText, 1, std::strlen(pText), m_pFile));
-}
-
-bool CLog::readyFile() {
-  if (m_pFile == nullptr) {
-    openNewFile();
-  } else if (logFileTooLarge()) {
-    closeLogFile(L"(File Too Large)");
-    openNewFile();
-  }
-  return m_pFile != nullptr;
-}
-
-template <typename Character>
-unsigned int CLog::writeLine(const char* pWord, const Character* pFormat, va_list args) {
-  if (!readyFile()) return 0;
-  std::snprintf(m_LineBuffer, sizeof m_LineBuffer, "%ls, %s, ", TimeText().text, pWord);
-  const std::string message = lineOf(pFormat, args);
-  unsigned int written = put(m_LineBuffer);
-  written += put(message.c_str());
-  std::fflush(m_pFile);
-  return written;
-}
+// ---- Files
 
 unsigned int CLog::logData(const char* pWord, const char* pFormat, va_list args) {
-  return writeLine(pWord, pFormat, args);
+  return writeLine(*this, pWord, pFormat, args);
 }
 
 unsigned int CLog::logData(const wchar_t* pWord, const wchar_t* pFormat, va_list args) {
   char word[lineCapacity];
   wideToNarrow(pWord, word, sizeof word);
-  return writeLine(word, pFormat, args);
+  return writeLine(*this, word, pFormat, args);
 }
 
 void CLog::openNewFile() {
@@ -248,7 +268,7 @@ void CLog::openNewFile() {
   }
   if (m_FileHeader[0] != L'\0') {
     wideToNarrow(m_FileHeader, m_LineBuffer, sizeof m_LineBuffer);
-    put(m_LineBuffer);
+    put(m_pFile, m_LineBuffer);
   }
 }
 
@@ -262,7 +282,7 @@ void CLog::closeLogFile(const wchar_t* pReason) {
   }
   append(m_MessageBuffer, lineCapacity, TimeText(L"at %04u/%02u/%02u %02u:%02u:%02u.%03u\n").text);
   wideToNarrow(m_MessageBuffer, m_LineBuffer, sizeof m_LineBuffer);
-  put(m_LineBuffer);
+  put(m_pFile, m_LineBuffer);
   std::fclose(m_pFile);
   m_pFile = nullptr;
 }
@@ -273,27 +293,12 @@ bool CLog::logFileTooLarge() {
   return static_cast<unsigned int>(std::ftell(m_pFile)) > largestFile;
 }
 
-template <typename Character>
-void CLog::writeLocked(const char* pWord, const wchar_t* pExceptionMessage, const Character* pFormat,
-                       va_list args) {
-  if (const int error = pthread_mutex_lock(&m_Mutex); error != 0)
-    throw std::system_error(error, std::generic_category());
-  if (pFormat != nullptr && pFormat[0] != Character(0)) {
-    try {
-      writeLine(pWord, pFormat, args);
-    } catch (...) {
-      utilOSShowError(pExceptionMessage);
-    }
-  }
-  pthread_mutex_unlock(&m_Mutex);
-}
-
 // ---- Entries
 
 void CLog::DoLog(CLOGLEVEL eLevel, const char* pFormat, va_list args) {
   if (m_eLogLevel == CLOGLEVEL_OFF || m_eLogLevel < eLevel) return;
   const Level& level = levelOf(eLevel, true);
-  writeLocked(level.word, level.exceptionMessage, pFormat, args);
+  writeLocked(*this, level.word, level.exceptionMessage, pFormat, args);
 }
 
 void CLog::log(CLOGLEVEL eLevel, const char* pFormat, ...) {
@@ -308,24 +313,24 @@ void CLog::log(CLOGLEVEL eLevel, const wchar_t* pFormat, ...) {
   const Level& level = levelOf(eLevel, false);
   va_list args;
   va_start(args, pFormat);
-  writeLocked(level.word, level.exceptionMessage, pFormat, args);
+  writeLocked(*this, level.word, level.exceptionMessage, pFormat, args);
   va_end(args);
 }
 
 // The fixed-level entries differ in their word and in the message of an exception alone.
-#define ORVACAM_FIXED_LEVEL_VLOG(name, word)                                                      \
-  void CLog::v##name(const wchar_t* pFormat, va_list args) {                                      \
-    if (pFormat != nullptr)                                                                       \
-      writeLocked(word, L"CLog::v" #name "(char *): Program Exception occurred.", pFormat, args); \
+#define ORVACAM_FIXED_LEVEL_VLOG(name, word)                                                             \
+  void CLog::v##name(const wchar_t* pFormat, va_list args) {                                             \
+    if (pFormat != nullptr)                                                                              \
+      writeLocked(*this, word, L"CLog::v" #name "(char *): Program Exception occurred.", pFormat, args); \
   }
-#define ORVACAM_FIXED_LEVEL_LOG(name, word)                                                    \
-  ORVACAM_FIXED_LEVEL_VLOG(name, word)                                                         \
-  void CLog::name(const wchar_t* pFormat, ...) {                                               \
-    if (pFormat == nullptr) return;                                                            \
-    va_list args;                                                                              \
-    va_start(args, pFormat);                                                                   \
-    writeLocked(word, L"CLog::" #name "(char *): Program Exception occurred.", pFormat, args); \
-    va_end(args);                                                                              \
+#define ORVACAM_FIXED_LEVEL_LOG(name, word)                                                           \
+  ORVACAM_FIXED_LEVEL_VLOG(name, word)                                                                \
+  void CLog::name(const wchar_t* pFormat, ...) {                                                      \
+    if (pFormat == nullptr) return;                                                                   \
+    va_list args;                                                                                     \
+    va_start(args, pFormat);                                                                          \
+    writeLocked(*this, word, L"CLog::" #name "(char *): Program Exception occurred.", pFormat, args); \
+    va_end(args);                                                                                     \
   }
 
 ORVACAM_FIXED_LEVEL_LOG(logError, "ERROR")

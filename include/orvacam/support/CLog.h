@@ -85,20 +85,6 @@ class ORVACAM_API CLog {
   static CLog* m_pInstance;
 
  protected:
-  /// Locks, writes one line unless the format is empty, unlocks; an exception while writing is caught and the
-  /// message shown.
-  template <typename Character>
-  void writeLocked(const char* pWord, const wchar_t* pExceptionMessage, const Character* pFormat,
-                   va_list args);
-  template <typename Character>
-  unsigned int writeLine(const char* pWord, const Character* pFormat, va_list args);
-  unsigned int put(const char* pText);
-  bool readyFile();
-
-  /// Without the directory, which is made with the first line; for programs that never log one.
-  struct quiet_t {};
-  __attribute__((visibility("hidden"))) explicit CLog(quiet_t quiet);
-
   pthread_mutex_t m_Mutex;
   std::FILE* m_pFile;
   char m_LineBuffer[1024];
