@@ -121,4 +121,18 @@ TEST_F(FitsFiles, ThatAreNoneAreRefused) {
   EXPECT_EQ(readFitsUnits(folder.file("huge")).size(), 1u);
 }
 
+TEST_F(FitsFiles, GiveLongTextsBackWhole) {
+  // Longer than a card: CONTINUE cards hold the rest. Quotes stand twice in them.
+  const std::vector<std::uint16_t> pixels(4);
+  const std::string longText = std::string(60, 'a') + std::string(40, '\'') + "& b & " + std::string(60, 'c');
+  const std::vector<Card> cards = {{"INSTRUME", longText, "camera"},
+                                   {"SERIAL", std::string("ends in &"), ""},
+                                   {"FRAMENUM", std::int64_t{7}, ""}};
+  const FitsUnit unit =
+      readFitsUnits(write(FitsFile({{cards, {{2, 2}, Raster::U16, pixels.data()}}}, {}))).front();
+  EXPECT_EQ(unit.text("INSTRUME"), longText);
+  EXPECT_EQ(unit.text("SERIAL"), "ends in &");
+  EXPECT_EQ(unit.number("FRAMENUM", 0), 7);
+}
+
 }  // namespace

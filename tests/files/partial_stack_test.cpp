@@ -217,13 +217,16 @@ TEST_F(PartialStackFile, EveryKeywordIsChecked) {
       {"PARTMPRN", "3"},      {"PARTMPRN", ""},
       {"PARTTHRH", "65536"},  {"PARTTHRH", ""},
       {"PARTTHRD", "-1"},     {"PARTMTYP", "'x'"},
-      {"PARTDSNU", "'abc'"},  {"PARTBIAS", "12"}};
+      {"PARTDSNU", "'abc'"},  {"PARTBIAS", "12"},
+      {"PARTTMIN", "NAN"},    {"PARTTMAX", "INF"},
+      {"NCOMBINE", "4"},      {"NCOMBINE", ""}};
   for (const auto& [keyword, value] : wrong)
     EXPECT_NE(refusalWith(keyword, value), "") << keyword << " = " << value;
   EXPECT_THAT(refusalWith("PARTVERS", ""), HasSubstr("is no partial stack"));
   EXPECT_THAT(refusalWith("PARTVERS", "2"), HasSubstr("layout 2"));
   EXPECT_THAT(refusalWith("PARTNUM", "4"), HasSubstr("FRAMES"));
   EXPECT_THAT(refusalWith("PARTFORC", ""), HasSubstr("lacks the keyword PARTFORC"));
+  EXPECT_EQ(refusalWith("NCOMBINE", "2"), "its keyword NCOMBINE is 2, its keyword PARTNUM 3");
 }
 
 TEST_F(PartialStackFile, EveryUnitIsLaidOutAsItShouldBe) {

@@ -34,6 +34,17 @@ TEST(Texts, AreMadePlainForCardsAndShownForTerminals) {
   EXPECT_EQ(shownText("a\n\t\r\x1b[31m\x7F\xC3\xA4"), "a\\n\\t\\r\\x1B[31m\\x7F\xC3\xA4");
 }
 
+TEST(Texts, ShowNoCharacterThatATerminalObeys) {
+  // U+009B opens a sequence as ESC [ does; so does the lone byte, where a terminal takes one for a character.
+  EXPECT_EQ(shownText("a\xC2\x9B"
+                      "31m\xC2\xA0"),
+            "a\\xC2\\x9B31m\xC2\xA0");
+  EXPECT_EQ(shownText("\x9B"
+                      "1A\xE4 \xE2\x82"),
+            "\\x9B1A\\xE4 \\xE2\\x82");
+  EXPECT_EQ(jsonText("\xC2\x9B"), R"("\u009b")");
+}
+
 TEST(Texts, OfTimesAreUtc) {
   const Instant time(std::chrono::nanoseconds(1715979873123456700));  // 2024-05-17T21:04:33.1234567
   EXPECT_EQ(isoTime(time), "2024-05-17T21:04:33.123456700");
@@ -68,6 +79,16 @@ TEST(Names, EndAtTheLastDot) {
   EXPECT_EQ(stemOf("-"), "stdin");
   EXPECT_EQ(suffixOf("merged", {"low", "high", "merged"}), "_MERGED");
   EXPECT_EQ(suffixOf("image", {"image"}), "");
+}
+
+TEST(Npy, KnowsEveryTypeOfPixel) {
+  const std::pair<Raster::Sample, const char*> types[] = {{Raster::U8, "'|u1'"},
+                                                          {Raster::U16, "'<u2'"},
+                                                          {Raster::F32, "'<f4'"},
+                                                          {Raster::F64, "'<f8'"},
+                                                          {Raster::I64, "'<i8'"}};
+  for (const auto& [sample, name] : types)
+    EXPECT_NE(npyHeader({{2, 3}, sample, nullptr}).find(name), std::string::npos) << name;
 }
 
 TEST(Npy, HasAHeaderOfWholeBlocks) {

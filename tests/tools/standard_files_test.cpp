@@ -7,6 +7,7 @@
 namespace {
 
 using namespace program_testing;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -127,6 +128,32 @@ TEST_F(StandardFiles, CarryTheHeaderInTheDescriptionOfTiffFiles) {
   const auto said = nlohmann::json::parse(read_images::tiffText(file, TIFFTAG_IMAGEDESCRIPTION));
   EXPECT_EQ(said["values"]["CameraModel"], "VESTRA VS4040");
   EXPECT_EQ(said["keywords"]["READOUTM"], "HDR-LOW");
+}
+
+TEST_F(StandardFiles, AreShownHoweverDeepADescriptionIsNested) {
+  // Half a million levels would take more stack than there is.
+  const auto nested = [](std::size_t levels) {
+    return R"({"values": {"Key": 7, "Deep": )" + std::string(levels, '[') + std::string(levels, ']') + "}}";
+  };
+  for (const std::size_t levels : {std::size_t{3}, std::size_t{500000}}) {
+    TIFF* const file = TIFFOpen(folder.file("a.tiff").c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    TIFFSetField(file, TIFFTAG_IMAGEWIDTH, 1);
+    TIFFSetField(file, TIFFTAG_IMAGELENGTH, 1);
+    TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(file, TIFFTAG_IMAGEDESCRIPTION, nested(levels).c_str());
+    unsigned char pixel = 0;
+    TIFFWriteEncodedStrip(file, 0, &pixel, 1);
+    TIFFClose(file);
+    EXPECT_THAT(good({"info", "a.tiff", "--keys", "Key,width"}),
+                AllOf(HasSubstr("Key                     = 7\n"), HasSubstr("= 1\n")));
+    const auto said = nlohmann::json::parse(good({"info", "a.tiff", "--json"}));
+    const std::string shown = said["header"]["values"]["Deep"].dump();
+    if (levels == 3)
+      EXPECT_EQ(shown, "[[[]]]");
+    else
+      EXPECT_LT(shown.size(), 20u);
+  }
 }
 
 TEST_F(StandardFiles, HoldTheChannelsOfAnOmeTiffFile) {

@@ -99,6 +99,18 @@ std::string FitsUnit::text(std::string_view keyword) const {
 
 namespace {
 
+/// What a CONTINUE card adds to a text that ends in "&".
+void addContinuation(std::vector<Card>& cards, std::string_view bytes) {
+  auto* const text = cards.empty() ? nullptr : std::get_if<std::string>(&cards.back().value);
+  const std::size_t start = bytes.find_first_not_of(' ', 8);
+  if (text == nullptr || text->empty() || text->back() != '&' || start == std::string_view::npos ||
+      bytes[start] != '\'')
+    return;
+  text->pop_back();
+  std::size_t end = 0;
+  *text += quoted(bytes.substr(start), end);
+}
+
 /// |BITPIX| / 8 x GCOUNT x (PCOUNT + NAXIS1 x NAXIS2 x ...); none when that is nothing that a file could
 /// hold.
 std::optional<std::uint64_t> dataBytesOf(const FitsUnit& unit) {
@@ -124,7 +136,10 @@ bool readHeader(std::istream& file, FitsUnit& unit, std::uint64_t at) {
         unit.dataStart = at + length + blockSize;
         return true;
       }
-      if (auto parsed = cardOf(bytes)) unit.cards.push_back(std::move(*parsed));
+      if (bytes.substr(0, 8) == "CONTINUE")
+        addContinuation(unit.cards, bytes);
+      else if (auto parsed = cardOf(bytes))
+        unit.cards.push_back(std::move(*parsed));
     }
   }
   return false;

@@ -14,7 +14,7 @@ namespace orvacam::files {
 
 /// A header-data unit of a FITS file, as far as its header says.
 struct FitsUnit {
-  std::vector<Card> cards;      ///< without COMMENT, END and blank ones; texts as they stand
+  std::vector<Card> cards;      ///< without COMMENT, END and blank ones; texts whole
   std::uint64_t dataStart = 0;  ///< in bytes from the start of the file
   std::uint64_t dataBytes = 0;  ///< without padding
 
@@ -23,7 +23,7 @@ struct FitsUnit {
   std::string text(std::string_view keyword) const;
 };
 
-/// One card of 80 bytes; none for COMMENT, END, blank and broken ones.
+/// One card of 80 bytes; none for COMMENT, CONTINUE, END, blank and broken ones.
 std::optional<Card> cardOf(std::string_view bytes);
 
 /// The units of a file, 16 at most, each header 1 MiB at most; fewer where the file ends. Reads headers

@@ -129,8 +129,11 @@ constexpr CardSource cardSources[] = {{"CameraModel", "INSTRUME", 1},
 /// Degrees as the header has them: 1/600000 degree, the top bit for north and east.
 std::optional<double> positionWord(const FitsUnit& unit, const char* keyword) {
   if (unit.find(keyword) == nullptr) return std::nullopt;
+  constexpr double topBit = 2147483648.0;
   const double degrees = unit.number(keyword, 0);
-  return std::round(std::fabs(degrees) * 600000) + (degrees >= 0 ? 2147483648.0 : 0);
+  const double steps = std::round(std::fabs(degrees) * 600000);
+  if (!(steps < topBit)) return std::nullopt;
+  return steps + (degrees >= 0 ? topBit : 0);
 }
 
 /// Processed headers write a cold sensor's temperature in two's complement, and are read as sign and
@@ -153,6 +156,7 @@ class CardFields : public Fields {
     for (const CardSource& source : cardSources)
       if (std::strcmp(key, source.key) == 0 && m_unit.find(source.keyword) != nullptr) {
         const double value = m_unit.number(source.keyword, 0) * source.factor;
+        if (!std::isfinite(value)) return std::nullopt;
         return std::strcmp(key, "SensorChipTemp") == 0 ? chipTemperature(value) : value;
       }
     return std::nullopt;
@@ -170,9 +174,11 @@ class CardFields : public Fields {
 
 /// "2024-05-17T21:04:33.123456700"; none for an impossible date.
 std::optional<Instant> timeIn(const std::string& text) {
+  constexpr std::size_t point = 19, length = 29;
   std::tm t{};
   long nanoseconds = 0;
-  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%9ld", &t.tm_year, &t.tm_mon, &t.tm_mday, &t.tm_hour,
+  if (text.size() != length || text.find_first_not_of("0123456789", point + 1) != std::string::npos ||
+      std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%9ld", &t.tm_year, &t.tm_mon, &t.tm_mday, &t.tm_hour,
                   &t.tm_min, &t.tm_sec, &nanoseconds) != 7)
     return std::nullopt;
   t.tm_year -= 1900;

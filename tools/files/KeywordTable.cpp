@@ -19,8 +19,10 @@ Value unlessZero(double value) {
   return value == 0 ? Value() : Value(value);
 }
 
+/// None for what 64 bits do not hold, as cards of other files may say.
 Value wholeOf(double value) {
-  return static_cast<std::int64_t>(std::llround(value));
+  constexpr double most = 9.2e18;
+  return std::fabs(value) < most ? Value(static_cast<std::int64_t>(std::llround(value))) : Value();
 }
 
 // The values of single header fields.
@@ -179,8 +181,9 @@ Value liveTime(const Subject& s, const Keyword&) {
 
 // The place.
 Value degrees(const Subject& s, const Keyword& row) {
-  if (raw(s, "GPSLocked") == 0) return {};
-  const auto word = static_cast<std::uint32_t>(raw(s, row.source));
+  const auto number = s.fields->number(row.source);
+  if (raw(s, "GPSLocked") == 0 || !number) return {};
+  const auto word = static_cast<std::uint32_t>(*number);
   const double position = (word & 0x7FFFFFFFu) / 600000.0;
   return (word & 0x80000000u) != 0 ? position : -position;
 }
@@ -219,94 +222,96 @@ std::string jsonValue(const Value& value) {
   return "null";
 }
 
+constexpr auto Frame = Keyword::Frame;
+constexpr auto Plane = Keyword::Plane;
+// clang-format off
+constexpr Keyword table[] = {
+    {"EXTNAME",  "",      "",                     1, Plane, extensionName,     "plane: LOW, HIGH, MERGED or IMAGE"},
+    {"INSTRUME", "",      "CameraModel",          1, Frame, text,              "camera model"},
+    {"DETNAM",   "",      "Sensor",               1, Frame, text,              "sensor"},
+    {"SERIAL",   "",      "CameraSerialNumber",   1, Frame, text,              "camera serial number"},
+    {"EXPTIME",  "s",     "ExposureTime",         1, Frame, exposure,          "exposure; of a sum the total"},
+    {"DATE-OBS", "",      "CaptureTime",          1, Frame, dateObs,           "start of the exposure"},
+    {"DATE-END", "",      "",                     1, Frame, dateEnd,           "end of the last exposure"},
+    {"TIMESYS",  "",      "",                     1, Frame, timeSystem,        "time scale"},
+    {"TIMESRC",  "",      "",          2, Frame, timeSource,        "clock behind DATE-OBS: GPS or CAMERA"},
+    {"DATE",     "",      "",                     1, Frame, date,              "file written, UTC"},
+    {"GAIN",     "",      "LDRGain, HDRGain",     1, Plane, gain,              "gain setting of the plane"},
+    {"OFFSET",   "",      "BlackLevelAdjust, BlackLevelAdjustHigh", 1, Plane, offset, "black level setting of the plane"},
+    {"EGAIN",    "e-/adu", "HighGainADUe",        3, Plane, electronsPerCount, "electrons per count"},
+    {"CCD-TEMP", "degC",  "SensorChipTemp",       1, Frame, tenths,            "sensor chip"},
+    {"COOLTEMP", "degC",  "SensorCoolerTemp",     1, Frame, tenths,            "cooler"},
+    {"SET-TEMP", "degC",  "TemperatureSetPoint",  2, Frame, tenths,            "set point of the cooler"},
+    {"XPIXSZ",   "um",    "HorizontalPixelSize",  2, Frame, pixelWidth,        "width of a binned pixel"},
+    {"YPIXSZ",   "um",    "VerticalPixelSize",    2, Frame, pixelHeight,       "height of a binned pixel"},
+    {"XBINNING", "",      "HorizontalBinning",    1, Frame, wholeUnlessZero,   "binning of columns"},
+    {"YBINNING", "",      "VerticalBinning",      1, Frame, wholeUnlessZero,   "binning of rows"},
+    {"ROWORDER", "",      "",                     1, Frame, rowOrder,          "the first row is the top one"},
+    {"READOUTM", "",      "",                     1, Plane, readout,           "readout mode of the plane"},
+    {"DATASEC",  "",      "",                     1, Plane, dataSection,       "image pixels"},
+    {"TRIMSEC",  "",      "",                     1, Plane, trimSection,       "what remains without reference pixels"},
+    {"BIASSEC",  "",      "",                     1, Plane, biasSection,       "largest region of reference pixels"},
+    {"SATURATE", "adu",   "DataPixelBitDepth",    1, Plane, saturation,        "largest value that counts light"},
+    {"BUNIT",    "",      "",                     1, Plane, brightnessUnit,    "unit of the pixels"},
+    {"FRAMENUM", "",      "FrameNumber",          1, Frame, whole,             "frame number"},
+    {"NCOMBINE", "",      "",                     1, Frame, combined,          "frames in the stack"},
+    {"LIVETIME", "s",     "",                     1, Frame, liveTime,          "exposure of all frames of the stack"},
+    {"SITELAT",  "deg",   "GPSLatitudeRaw",       2, Frame, degrees,           "latitude, north positive"},
+    {"SITELONG", "deg",   "GPSLongitudeRaw",      2, Frame, degrees,           "longitude, east positive"},
+    {"MERGRATI", "",      "",                     1, Plane, mergeRatio,        "gain ratio of the merge"},
+    {"MERGTHRH", "adu",   "",                     1, Plane, mergeHigh,         "high threshold of the merge"},
+    {"MERGTHRD", "adu",   "",                     1, Plane, mergeDifference,   "difference threshold of the merge"},
+    {"MERGTYPE", "",      "",                     1, Plane, mergeType,         "0 merge, 1 low gain, 2 high gain"},
+    {"VERFIRM",  "",      "FirmwareVersion",      1, Frame, whole,             "firmware version"},
+    {"VERAPI",   "",      "",                     1, Frame, programVersion,    "library that wrote the file"},
+    {"MDVER",    "",      "MetadataVersion",      1, Frame, whole,             "version of the frame's header"},
+    {"FPGATEMP", "degC",  "FPGATemperature",      2, Frame, tenths,            "FPGA"},
+    {"BASETEMP", "degC",  "BaseTemperature",      2, Frame, tenths,            "heat sink"},
+    {"SENSTEMP", "degC",  "SensorChipTemp",       1, Frame, tenths,            "sensor chip"},
+    {"BKSDILL",  "",      "BackSideIlluminated",  2, Frame, flag,              "back-side illuminated"},
+    {"BLKLVLAD", "",      "BlackLevelAdjust",     1, Frame, whole,             "black level"},
+    {"BLKLVLSN", "",      "BlackLevelSun",        1, Frame, whole,             "black level against the sun"},
+    {"DEADPXCR", "",      "DeadPixelCorrection",  1, Frame, flag,              "dead pixels corrected"},
+    {"GAINLOW",  "",      "LDRGain",              1, Plane, gainLow,           "low gain setting"},
+    {"GAINHIGH", "",      "HDRGain",              1, Plane, gainHigh,          "high gain setting"},
+    {"LOWDARK",  "",      "LowDarkCurrent",       1, Frame, flag,              "low dark current"},
+    {"LOWNOISE", "",      "LowNoise",             1, Frame, flag,              "low noise"},
+    {"GPS_LOCK", "",      "GPSLocked",            2, Frame, flag,              "GPS present at capture"},
+    {"GEO_LAT",  "deg",   "GPSLatitudeRaw",       2, Frame, degrees,           "latitude, north positive"},
+    {"GEO_LONG", "deg",   "GPSLongitudeRaw",      2, Frame, degrees,           "longitude, east positive"},
+    {"HDR-MODE", "",      "HDRMode",              1, Frame, flag,              "captured in HDR mode"},
+    {"HRZDIRIN", "",      "HorzScanDirInvert",    1, Frame, flag,              "horizontal scan inverted"},
+    {"VRTDIRIN", "",      "VertScanDirInvert",    1, Frame, flag,              "vertical scan inverted"},
+    {"ILLSTRDL", "",      "IlluminStartDelay",    1, Frame, whole,             "illumination start delay"},
+    {"ILLSTPDL", "",      "IlluminStopDelay",     1, Frame, whole,             "illumination stop delay"},
+    {"IMGSTACL", "pixel", "ImageStartColumn",     1, Frame, whole,             "first column on the sensor"},
+    {"IMGSTARW", "pixel", "ImageStartRow",        1, Frame, whole,             "first row on the sensor"},
+    {"IMGSTPCL", "pixel", "ImageStopColumn",      1, Frame, whole,             "last column on the sensor"},
+    {"IMGSTPRW", "pixel", "ImageStopRow",         1, Frame, whole,             "last row on the sensor"},
+    {"NONRWALL", "",      "NonRowAllignedImage",  1, Frame, flag,              "image not aligned to rows"},
+    {"NUMDTCH",  "",      "NumberOfDataChannels", 1, Frame, whole,             "data channels"},
+    {"PXLORDIM", "",      "PixelOrderedImage",    1, Frame, flag,              "pixel ordered"},
+    {"PREREFRW", "pixel", "PreReferenceRows",     1, Frame, whole,             "reference rows ahead, unbinned"},
+    {"PSTREFRW", "pixel", "PostReferenceRows",    1, Frame, whole,             "reference rows behind, unbinned"},
+    {"PRFPXPRW", "pixel", "PreRowRefPixels",      1, Frame, whole,             "reference pixels ahead, unbinned"},
+    {"RFPXLPRW", "pixel", "PostRowRefPixels",     1, Frame, whole,             "reference pixels behind, unbinned"},
+    {"SNRPXLDP", "bit",   "SensorPixelBitDepth",  1, Frame, whole,             "depth of the sensor's pixels"},
+    {"SHUTOPDL", "",      "ShutterOpenDelay",     1, Frame, whole,             "shutter open delay"},
+    {"SHUTCLDL", "",      "ShutterCloseDelay",    1, Frame, whole,             "shutter close delay"},
+    {"TRKFRMPR", "",      "TrackingFramesPerImageFrame", 1, Frame, whole,      "tracking frames per image frame"},
+    {"TRKSTRCL", "pixel", "TrackingStartColumn",  1, Frame, whole,             "first tracking column"},
+    {"TRKSTRRW", "pixel", "TrackingStartRow",     1, Frame, whole,             "first tracking row"},
+    {"TRKSTPCL", "pixel", "TrackingStopColumn",   1, Frame, whole,             "last tracking column"},
+    {"TRKSTPRW", "pixel", "TrackingStopRow",      1, Frame, whole,             "last tracking row"},
+    {"HISTORY",  "",      "",                     1, Frame, nothing,           "corrections, reference files with SHA-256, program"},
+};
+// clang-format on
+
 }  // namespace
 
 const std::vector<Keyword>& keywords() {
-  constexpr auto Frame = Keyword::Frame;
-  constexpr auto Plane = Keyword::Plane;
-  // clang-format off
-  static const std::vector<Keyword> table = {
-      {"EXTNAME",  "",      "",                     1, Plane, extensionName,     "plane: LOW, HIGH, MERGED or IMAGE"},
-      {"INSTRUME", "",      "CameraModel",          1, Frame, text,              "camera model"},
-      {"DETNAM",   "",      "Sensor",               1, Frame, text,              "sensor"},
-      {"SERIAL",   "",      "CameraSerialNumber",   1, Frame, text,              "camera serial number"},
-      {"EXPTIME",  "s",     "ExposureTime",         1, Frame, exposure,          "exposure; of a sum the total"},
-      {"DATE-OBS", "",      "CaptureTime",          1, Frame, dateObs,           "start of the exposure"},
-      {"DATE-END", "",      "",                     1, Frame, dateEnd,           "end of the last exposure"},
-      {"TIMESYS",  "",      "",                     1, Frame, timeSystem,        "time scale"},
-      {"TIMESRC",  "",      "",          2, Frame, timeSource,        "clock behind DATE-OBS: GPS or CAMERA"},
-      {"DATE",     "",      "",                     1, Frame, date,              "file written, UTC"},
-      {"GAIN",     "",      "LDRGain, HDRGain",     1, Plane, gain,              "gain setting of the plane"},
-      {"OFFSET",   "",      "BlackLevelAdjust, BlackLevelAdjustHigh", 1, Plane, offset, "black level setting of the plane"},
-      {"EGAIN",    "e-/adu", "HighGainADUe",        3, Plane, electronsPerCount, "electrons per count"},
-      {"CCD-TEMP", "degC",  "SensorChipTemp",       1, Frame, tenths,            "sensor chip"},
-      {"COOLTEMP", "degC",  "SensorCoolerTemp",     1, Frame, tenths,            "cooler"},
-      {"SET-TEMP", "degC",  "TemperatureSetPoint",  2, Frame, tenths,            "set point of the cooler"},
-      {"XPIXSZ",   "um",    "HorizontalPixelSize",  2, Frame, pixelWidth,        "width of a binned pixel"},
-      {"YPIXSZ",   "um",    "VerticalPixelSize",    2, Frame, pixelHeight,       "height of a binned pixel"},
-      {"XBINNING", "",      "HorizontalBinning",    1, Frame, wholeUnlessZero,   "binning of columns"},
-      {"YBINNING", "",      "VerticalBinning",      1, Frame, wholeUnlessZero,   "binning of rows"},
-      {"ROWORDER", "",      "",                     1, Frame, rowOrder,          "the first row is the top one"},
-      {"READOUTM", "",      "",                     1, Plane, readout,           "readout mode of the plane"},
-      {"DATASEC",  "",      "",                     1, Plane, dataSection,       "image pixels"},
-      {"TRIMSEC",  "",      "",                     1, Plane, trimSection,       "what remains without reference pixels"},
-      {"BIASSEC",  "",      "",                     1, Plane, biasSection,       "largest region of reference pixels"},
-      {"SATURATE", "adu",   "DataPixelBitDepth",    1, Plane, saturation,        "largest value that counts light"},
-      {"BUNIT",    "",      "",                     1, Plane, brightnessUnit,    "unit of the pixels"},
-      {"FRAMENUM", "",      "FrameNumber",          1, Frame, whole,             "frame number"},
-      {"NCOMBINE", "",      "",                     1, Frame, combined,          "frames in the stack"},
-      {"LIVETIME", "s",     "",                     1, Frame, liveTime,          "exposure of all frames of the stack"},
-      {"SITELAT",  "deg",   "GPSLatitudeRaw",       2, Frame, degrees,           "latitude, north positive"},
-      {"SITELONG", "deg",   "GPSLongitudeRaw",      2, Frame, degrees,           "longitude, east positive"},
-      {"MERGRATI", "",      "",                     1, Plane, mergeRatio,        "gain ratio of the merge"},
-      {"MERGTHRH", "adu",   "",                     1, Plane, mergeHigh,         "high threshold of the merge"},
-      {"MERGTHRD", "adu",   "",                     1, Plane, mergeDifference,   "difference threshold of the merge"},
-      {"MERGTYPE", "",      "",                     1, Plane, mergeType,         "0 merge, 1 low gain, 2 high gain"},
-      {"VERFIRM",  "",      "FirmwareVersion",      1, Frame, whole,             "firmware version"},
-      {"VERAPI",   "",      "",                     1, Frame, programVersion,    "library that wrote the file"},
-      {"MDVER",    "",      "MetadataVersion",      1, Frame, whole,             "version of the frame's header"},
-      {"FPGATEMP", "degC",  "FPGATemperature",      2, Frame, tenths,            "FPGA"},
-      {"BASETEMP", "degC",  "BaseTemperature",      2, Frame, tenths,            "heat sink"},
-      {"SENSTEMP", "degC",  "SensorChipTemp",       1, Frame, tenths,            "sensor chip"},
-      {"BKSDILL",  "",      "BackSideIlluminated",  2, Frame, flag,              "back-side illuminated"},
-      {"BLKLVLAD", "",      "BlackLevelAdjust",     1, Frame, whole,             "black level"},
-      {"BLKLVLSN", "",      "BlackLevelSun",        1, Frame, whole,             "black level against the sun"},
-      {"DEADPXCR", "",      "DeadPixelCorrection",  1, Frame, flag,              "dead pixels corrected"},
-      {"GAINLOW",  "",      "LDRGain",              1, Plane, gainLow,           "low gain setting"},
-      {"GAINHIGH", "",      "HDRGain",              1, Plane, gainHigh,          "high gain setting"},
-      {"LOWDARK",  "",      "LowDarkCurrent",       1, Frame, flag,              "low dark current"},
-      {"LOWNOISE", "",      "LowNoise",             1, Frame, flag,              "low noise"},
-      {"GPS_LOCK", "",      "GPSLocked",            2, Frame, flag,              "GPS present at capture"},
-      {"GEO_LAT",  "deg",   "GPSLatitudeRaw",       2, Frame, degrees,           "latitude, north positive"},
-      {"GEO_LONG", "deg",   "GPSLongitudeRaw",      2, Frame, degrees,           "longitude, east positive"},
-      {"HDR-MODE", "",      "HDRMode",              1, Frame, flag,              "captured in HDR mode"},
-      {"HRZDIRIN", "",      "HorzScanDirInvert",    1, Frame, flag,              "horizontal scan inverted"},
-      {"VRTDIRIN", "",      "VertScanDirInvert",    1, Frame, flag,              "vertical scan inverted"},
-      {"ILLSTRDL", "",      "IlluminStartDelay",    1, Frame, whole,             "illumination start delay"},
-      {"ILLSTPDL", "",      "IlluminStopDelay",     1, Frame, whole,             "illumination stop delay"},
-      {"IMGSTACL", "pixel", "ImageStartColumn",     1, Frame, whole,             "first column on the sensor"},
-      {"IMGSTARW", "pixel", "ImageStartRow",        1, Frame, whole,             "first row on the sensor"},
-      {"IMGSTPCL", "pixel", "ImageStopColumn",      1, Frame, whole,             "last column on the sensor"},
-      {"IMGSTPRW", "pixel", "ImageStopRow",         1, Frame, whole,             "last row on the sensor"},
-      {"NONRWALL", "",      "NonRowAllignedImage",  1, Frame, flag,              "image not aligned to rows"},
-      {"NUMDTCH",  "",      "NumberOfDataChannels", 1, Frame, whole,             "data channels"},
-      {"PXLORDIM", "",      "PixelOrderedImage",    1, Frame, flag,              "pixel ordered"},
-      {"PREREFRW", "pixel", "PreReferenceRows",     1, Frame, whole,             "reference rows ahead, unbinned"},
-      {"PSTREFRW", "pixel", "PostReferenceRows",    1, Frame, whole,             "reference rows behind, unbinned"},
-      {"PRFPXPRW", "pixel", "PreRowRefPixels",      1, Frame, whole,             "reference pixels ahead, unbinned"},
-      {"RFPXLPRW", "pixel", "PostRowRefPixels",     1, Frame, whole,             "reference pixels behind, unbinned"},
-      {"SNRPXLDP", "bit",   "SensorPixelBitDepth",  1, Frame, whole,             "depth of the sensor's pixels"},
-      {"SHUTOPDL", "",      "ShutterOpenDelay",     1, Frame, whole,             "shutter open delay"},
-      {"SHUTCLDL", "",      "ShutterCloseDelay",    1, Frame, whole,             "shutter close delay"},
-      {"TRKFRMPR", "",      "TrackingFramesPerImageFrame", 1, Frame, whole,      "tracking frames per image frame"},
-      {"TRKSTRCL", "pixel", "TrackingStartColumn",  1, Frame, whole,             "first tracking column"},
-      {"TRKSTRRW", "pixel", "TrackingStartRow",     1, Frame, whole,             "first tracking row"},
-      {"TRKSTPCL", "pixel", "TrackingStopColumn",   1, Frame, whole,             "last tracking column"},
-      {"TRKSTPRW", "pixel", "TrackingStopRow",      1, Frame, whole,             "last tracking row"},
-      {"HISTORY",  "",      "",                     1, Frame, nothing,           "corrections, reference files with SHA-256, program"},
-  };
-  // clang-format on
-  return table;
+  static const std::vector<Keyword> all(std::begin(table), std::end(table));
+  return all;
 }
 
 std::vector<Card> cardsOf(const Subject& subject) {

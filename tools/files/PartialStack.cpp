@@ -169,7 +169,9 @@ std::optional<Kind> optionalOf(const FitsUnit& unit, const char* keyword) {
   if constexpr (std::is_same_v<Kind, double>)
     if (const auto* whole = std::get_if<std::int64_t>(value)) return static_cast<double>(*whole);
   const Kind* const kind = std::get_if<Kind>(value);
-  if (kind == nullptr) refuse(std::string("its keyword ") + keyword + " has a value that cannot be meant");
+  bool isMeant = kind != nullptr;
+  if constexpr (std::is_same_v<Kind, double>) isMeant = isMeant && std::isfinite(*kind);
+  if (!isMeant) refuse(std::string("its keyword ") + keyword + " has a value that cannot be meant");
   return *kind;
 }
 
@@ -365,6 +367,10 @@ PartialStack readPartialStack(const std::string& path, Stack::Method method) {
   if (std::find(std::begin(planes), std::end(planes), plane) == std::end(planes))
     refuse("its keyword PARTPLAN names no plane");
   StackRecord record = recordOf(file, count);
+  // What other readers go by is to say the same.
+  if (const std::int64_t said = wholeOf(file.primary(), "NCOMBINE", 1, mostFrames - 1); said != count)
+    refuse("its keyword NCOMBINE is " + std::to_string(said) + ", its keyword PARTNUM " +
+           std::to_string(count));
   const Header first = headerOf(file);
   const Size size = first.frame_size();
   for (const UnitIndex unit : {Sum, Squares})

@@ -9,10 +9,6 @@ namespace orvacam::files {
 
 namespace {
 
-bool isControl(char c) {
-  return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-}
-
 struct Broken {
   std::tm calendar{};
   long nanoseconds = 0;
@@ -40,22 +36,55 @@ std::string calendarText(const std::tm& t, const char* format) {
 std::string plainText(std::string_view text) {
   std::string plain(text);
   for (char& c : plain)
-    if (isControl(c) || static_cast<unsigned char>(c) > 0x7E) c = '?';
+    if (c < 0x20 || c > 0x7E) c = '?';
   return plain;
 }
 
+CodePoint codePointAt(std::string_view text) {
+  const auto byte = [&](std::size_t i) {
+    return static_cast<std::uint32_t>(static_cast<unsigned char>(text[i]));
+  };
+  const std::uint32_t first = byte(0);
+  if (first < 0x80) return {first, 1};
+  const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+  constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  if (first < 0xC2 || first > 0xF4 || text.size() < length) return {0, 0};
+  std::uint32_t value = first & (0x7Fu >> length);
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return {0, 0};
+    value = value << 6 | (byte(i) & 0x3F);
+  }
+  const bool surrogate = value >= 0xD800 && value < 0xE000;
+  return value < smallest[length] || value > 0x10FFFF || surrogate ? CodePoint{0, 0}
+                                                                   : CodePoint{value, length};
+}
+
+bool isControl(std::uint32_t codePoint) {
+  return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
+}
+
+namespace {
+
+std::string escapedByte(char c) {
+  if (c == '\n' || c == '\t' || c == '\r') return c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
+  char hex[8];
+  std::snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned int>(static_cast<unsigned char>(c)));
+  return hex;
+}
+
+}  // namespace
+
 std::string shownText(std::string_view text) {
   std::string shown;
-  for (const char c : text) {
-    if (!isControl(c)) {
-      shown += c;
-    } else if (c == '\n' || c == '\t' || c == '\r') {
-      shown += c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
-    } else {
-      char hex[8];
-      std::snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned int>(static_cast<unsigned char>(c)));
-      shown += hex;
-    }
+  while (!text.empty()) {
+    const CodePoint point = codePointAt(text);
+    const std::string_view bytes = text.substr(0, point.length == 0 ? 1 : point.length);
+    if (point.length > 0 && !isControl(point.value))
+      shown += bytes;
+    else
+      for (const char c : bytes)
+        shown += escapedByte(c);
+    text.remove_prefix(bytes.size());
   }
   return shown;
 }

@@ -2,6 +2,7 @@
 #define ORVACAM_FILES_TEXT_H
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -12,7 +13,16 @@ using Instant = std::chrono::time_point<std::chrono::system_clock, std::chrono::
 /// Text as a FITS card or a TIFF tag takes it: control bytes and what is not ASCII become "?".
 std::string plainText(std::string_view text);
 
-/// Text as a terminal takes it: control bytes become \n, \t, \x1B, ...; UTF-8 stays.
+/// The character at the start of a text that is not empty, and its bytes; {0, 0} for what is no UTF-8.
+struct CodePoint {
+  std::uint32_t value;
+  std::size_t length;
+};
+CodePoint codePointAt(std::string_view text);
+/// Whether it does something instead of showing something: C0, DEL and C1, which terminals obey alike.
+bool isControl(std::uint32_t codePoint);
+
+/// Text as a terminal takes it: control characters, and bytes that are no UTF-8, become \n, \t, \x1B, ...
 std::string shownText(std::string_view text);
 
 /// "2024-05-17T21:04:33.123456700", UTC.

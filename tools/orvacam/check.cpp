@@ -60,10 +60,10 @@ std::vector<Finding> findingsOf(const Input& input) {
         return readFrame(path).check();
     }
   } catch (const orvacam::Error& error) {
-    complain(path, error.what());
+    complain(shownName(input), error.what());
     return {{Finding::Severity::error, orvacam::reason_name(error.reason()), error.what(), error.reason()}};
   } catch (const Failure& failure) {
-    complain(path, failure.what());
+    complain(shownName(input), failure.what());
     return {{Finding::Severity::error, "io", failure.what(), orvacam::Reason::io}};
   }
 }

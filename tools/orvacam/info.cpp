@@ -62,9 +62,10 @@ std::string escapedLines(const std::string& text) {
 
 Facts factsOf(const orvacam::Header& header) {
   Facts facts;
-  const Json all = Json::parse(header.to_json());
-  facts.header = {{"values", all.at("values")}, {"units", all.at("units")}};
-  facts.derived = all.at("derived");
+  Json all = Json::parse(header.to_json());
+  facts.header["values"] = std::move(all["values"]);
+  facts.header["units"] = std::move(all["units"]);
+  facts.derived = std::move(all["derived"]);
   const auto time = header.time();
   facts.derived["time_utc"] = time ? Json(files::isoTime(*time)) : Json(nullptr);
   facts.text = escapedLines(header.to_text()) + "\n";
@@ -141,6 +142,14 @@ std::string textTag(TIFF* file, unsigned int tag) {
   return TIFFGetField(file, tag, &text) == 1 && text != nullptr ? text : "";
 }
 
+/// JSON of a file that may hold anything: what is nested deeper than our own descriptions is left out, since
+/// walking through it takes stack.
+Json parsed(const std::string& text) {
+  constexpr int deepest = 8;
+  return Json::parse(
+      text, [](int depth, Json::parse_event_t, Json&) { return depth <= deepest; }, false);
+}
+
 /// The header that the description holds, else the tags.
 Facts factsOfTiff(const std::string& path) {
   TIFFSetErrorHandler(nullptr);
@@ -151,7 +160,7 @@ Facts factsOfTiff(const std::string& path) {
   TIFFGetField(file.get(), TIFFTAG_IMAGEWIDTH, &width);
   TIFFGetField(file.get(), TIFFTAG_IMAGELENGTH, &height);
   Facts facts;
-  const Json stored = Json::parse(textTag(file.get(), TIFFTAG_IMAGEDESCRIPTION), nullptr, false);
+  const Json stored = parsed(textTag(file.get(), TIFFTAG_IMAGEDESCRIPTION));
   if (stored.is_object() && stored.contains("values") && stored["values"].is_object()) {
     Json values = stored["values"];
     const Json units = stored.value("units", Json::object());
