@@ -170,6 +170,33 @@ TEST_F(Calibrate, LetsNoDsnuFileTakeAFramesOffsetOff) {
   bad({"stats", "d/0.raw", "--bias", "c.dsnu"}, "c.dsnu", "which is no offset: it is no bias file");
 }
 
+TEST_F(Calibrate, LetsNoReferenceFileStandForAnotherKind) {
+  take("b", sim::FrameType::Bias, 10, 0);
+  take("d", sim::FrameType::Dark, 10);
+  take("f", sim::FrameType::Flat, 10);
+  good({"calibrate", "bias", "b", "-o", "c.bias"});
+  good({"calibrate", "dark", "d", "-o", "c.dsnu"});
+  good({"calibrate", "flat", "f", "--dark", "c.dsnu", "-o", "c.prnu"});
+  // 100 counts of offset, and the factor 1, would be added as 12.5 and 128 counts.
+  for (const char* file : {"c.bias", "c.prnu"})
+    bad({"stats", "d/0.raw", "--dsnu", file}, file, "which is no offset: it is no DSNU file");
+  for (const char* file : {"c.bias", "c.dsnu"})
+    bad({"stats", "d/0.raw", "--prnu", file}, file, "which is no correction: it is no PRNU file");
+  bad({"convert", "d/0.raw", "-o", "out", "--native", "--prnu", "c.dsnu"}, "c.dsnu", "no PRNU file");
+  good({"stats", "d/0.raw", "--dsnu", "c.dsnu", "--prnu", "c.prnu"});
+}
+
+TEST_F(Calibrate, SaysThatNothingCanBeWrittenBeforeItReadsAFrame) {
+  take("d", sim::FrameType::Dark, 2);
+  folder.write("d/9.raw", {'M', 'e', 't', 'a'});
+  folder.write("x", {1});
+  folder.write("mean.fits", {1});
+  bad({"calibrate", "dark", "d", "-o", "x"}, "x", "is there already", 3);
+  bad({"calibrate", "dark", "d", "-o", "none/x"}, "none/x", "No such file or directory", 3);
+  bad({"stack", "d", "-o", "mean.fits"}, "mean.fits", "is there already", 3);
+  bad({"stack", "d", "--partial", "none/p.fits"}, "none/p.fits", "No such file or directory", 3);
+}
+
 TEST_F(Calibrate, NamesTheFrameThatDoesNotBelong) {
   take("f", sim::FrameType::Dark, 4);
   take("g", sim::FrameType::Flat, 3);

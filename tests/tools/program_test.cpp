@@ -60,6 +60,8 @@ TEST_F(TheProgram, RefusesUnknownAndMissingOptions) {
   refused({"info"}, "no input is named");
   refused({"info", "a.raw", "--colour"}, "info: there is no option '--colour'");
   refused({"info", "a.raw", "--jsn"}, "did you mean '--json'?");
+  refused({"convert", "a.raw", "--ouput", "out"}, "there is no option '--ouput'; did you mean '--output'?");
+  refused({"--jobs", "2", "convert", "a.raw", "-o", "out"}, "--jobs: stands behind the command");
   refused({"convert", "a.raw"}, "--output is required");
   refused({"convert", "a.raw", "-o", "out", "--format", "picture"},
           "there is no 'picture'; there are fits, tiff");

@@ -3,6 +3,7 @@
 #include "CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <orvacam.hpp>
 
@@ -65,17 +66,28 @@ Names optionNames(const Command* command) {
   return names;
 }
 
+/// The first word that means nothing where it stands, without a value behind "="; "" for none.
+std::string firstUnknown(const CLI::App& app) {
+  const std::vector<std::string> extras = app.remaining(true);
+  return extras.empty() ? "" : extras.front().substr(0, extras.front().find('='));
+}
+
 /// One sentence for what the parser refused.
 std::string complaintOf(const CLI::App& app, const std::vector<Command>& commands, const Command* chosen,
                         const CLI::ParseError& error) {
   const std::string where = chosen == nullptr ? "" : chosen->name + ": ";
-  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
-    const std::vector<std::string> extras = app.remaining(true);
-    const std::string word = extras.empty() ? "" : extras.front().substr(0, extras.front().find('='));
-    if (chosen == nullptr && word.rfind('-', 0) != 0)
+  const std::string word = firstUnknown(app);
+  const bool isOption = word.rfind('-', 0) == 0;
+  // "--ouput FOLDER" misses --output, too: what is misspelt is the cause.
+  const bool isMisspelt = isOption && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+  if (isMisspelt || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+    if (chosen == nullptr && !isOption)
       return "there is no command '" + word + "'" + suggestion(word, commandNames(commands));
-    if (word.rfind('-', 0) != 0) return where + "'" + word + "' is one argument too many";
-    return where + "there is no option '" + word + "'" + suggestion(word, optionNames(chosen));
+    if (!isOption) return where + "'" + word + "' is one argument too many";
+    const Names names = optionNames(chosen);
+    if (std::find(names.begin(), names.end(), word) != names.end())
+      return word + ": stands behind the command";
+    return where + "there is no option '" + word + "'" + suggestion(word, names);
   }
   const std::string text = error.what();
   if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {

@@ -5,6 +5,8 @@
 
 #include "files/Sha256.h"
 #include "files/Stretch.h"
+#include "science/ReferenceFile.h"
+#include "science/Refused.h"
 
 namespace tool {
 
@@ -23,6 +25,22 @@ orvacam::Plane planeAt(std::string_view bytes, orvacam::Size size) {
 
 std::string thresholdsText(const CorrectionOptions& options) {
   return std::to_string(options.high) + ", " + std::to_string(options.difference);
+}
+
+/// Throws Failure for a reference file of another kind.
+void requireKind(const std::string& path, orvacam::science::ReferenceKind kind) {
+  namespace science = orvacam::science;
+  std::optional<science::ReferenceFile> file;
+  try {
+    file = science::readReferenceFile(path);
+  } catch (const std::exception&) {
+    return;  // the decoder says what is wrong with it
+  }
+  try {
+    science::requireKind(path, *file, kind);
+  } catch (const science::Refused& refused) {
+    throw Failure(refused.path() + ": " + refused.what());
+  }
 }
 
 }  // namespace
@@ -61,8 +79,14 @@ Corrections::Corrections(const CorrectionOptions& options) : m_options(options) 
     m_biasSensor = bias.header().sensor();
     addReference("BIAS", "bias frame subtracted:", options.bias);
   }
-  if (!options.dsnu.empty()) addReference("DSNU", "DSNU reference:", options.dsnu);
-  if (!options.prnu.empty()) addReference("PRNU", "PRNU reference:", options.prnu);
+  if (!options.dsnu.empty()) {
+    addReference("DSNU", "DSNU reference:", options.dsnu);
+    requireKind(options.dsnu, orvacam::science::ReferenceKind::dsnu);
+  }
+  if (!options.prnu.empty()) {
+    addReference("PRNU", "PRNU reference:", options.prnu);
+    requireKind(options.prnu, orvacam::science::ReferenceKind::prnu);
+  }
   if (!options.calibration.empty()) {
     try {
       m_block = readAll(options.calibration);

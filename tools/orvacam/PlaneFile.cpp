@@ -164,6 +164,21 @@ Content contentOf(const std::vector<Product>& products, const Style& style, cons
   return {};
 }
 
+void requireAnyWritable(const Names& targets, bool overwrite) {
+  std::optional<files::WriteError> first;
+  for (const std::string& target : targets) {
+    if (target.empty()) continue;
+    if (target == "-") return;
+    try {
+      const files::OutputFile tried(target, overwrite ? files::Existing::replace : files::Existing::refuse);
+      return;
+    } catch (const files::WriteError& error) {
+      if (!first) first = error;
+    }
+  }
+  if (first) throw files::WriteError(*first);
+}
+
 void writeContent(const std::string& target, const Content& content, bool overwrite) {
   if (target == "-") return content(writeOutput);
   files::OutputFile file(target, overwrite ? files::Existing::replace : files::Existing::refuse);

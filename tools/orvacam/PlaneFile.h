@@ -52,6 +52,10 @@ Content contentOf(const std::vector<Product>& products, const Style& style, cons
 /// Writes to a file, whole or not at all, or to standard output ("-"). Throws files::WriteError.
 void writeContent(const std::string& target, const Content& content, bool overwrite);
 
+/// Throws files::WriteError when none of these files ("" for none) could be written as things are: said
+/// before the work that they are for, not after it.
+void requireAnyWritable(const Names& targets, bool overwrite);
+
 /// A text, or a file that is in memory, as a file's content.
 Content contentOf(std::string text);
 Content contentOf(files::FitsFile file);

@@ -92,6 +92,7 @@ int calibrated(const CalibrateOptions& o) {
     if (!path.empty()) targets.claim(path);
   for (const std::string& path : source.frames)
     reader.claim(path);
+  requireAnyWritable({o.output, o.hotPixels, o.mask}, o.overwrite);
   source.read = [&reader](const std::string& path) { return reader.read(path); };
   const science::Calibration result = science::calibrate(source);
   reader.end();

@@ -259,14 +259,13 @@ int Conversion::convertNative(const Input& input) {
 }
 
 void Conversion::prepare() {
+  m_corrections = std::make_unique<Corrections>(m_options.corrections);
   if (!toOutput()) prepareFolder(m_options.folder);
   if (m_options.native)
     note("--native",
          m_style.format == Format::Tiff
              ? "standard readers show these TIFF files with a warning and without what the header says"
              : "standard readers refuse these FITS files or show every value 32768 too high");
-  else
-    m_corrections = std::make_unique<Corrections>(m_options.corrections);
 }
 
 int Conversion::convertOne(const Input& input) {

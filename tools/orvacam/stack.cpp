@@ -54,6 +54,7 @@ int writePart(const StackOptions& options, const files::PartialStack& part) {
 
 int run(const StackOptions& options, Format format, const std::vector<Input>& inputs) {
   refuseTwins(inputs);
+  requireAnyWritable({options.output, options.partial, options.rejectedMap}, options.outputs.overwrite);
   if (!options.partial.empty()) {
     const auto part = sumsOf(options, inputs);
     return part ? writePart(options, *part) : static_cast<int>(Failed);

@@ -47,8 +47,6 @@ class FlatOffset {
   double exposure() const { return m_file->exposure; }
 
  private:
-  void requireOffset(const std::string& path, unsigned plane) const;
-
   std::shared_ptr<const ReferenceFile> m_file;
   bool m_dsnu = false;
   std::uint32_t m_startRow = 0;

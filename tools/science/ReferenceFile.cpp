@@ -1,7 +1,9 @@
 #include "science/ReferenceFile.h"
 
+#include <algorithm>
 #include <cmath>
 
+#include "science/Estimate.h"
 #include "science/Refused.h"
 
 namespace orvacam::science {
@@ -76,6 +78,52 @@ ReferenceFile readReferenceFile(const std::string& path) {
     result.terms[i] = static_cast<std::uint16_t>(byte(2 * i) | byte(2 * i + 1) << 8);
   }
   return result;
+}
+
+namespace {
+
+/// Of a plane's terms; rows ahead of those of the frames, whose terms are 0 in files of offsets, aside.
+double medianTerm(const ReferenceFile& file, unsigned plane, const FixedPoint& format, bool zerosCount) {
+  std::vector<std::uint64_t> counts(65536);
+  const std::size_t pixels = std::size_t{file.size.width} * file.size.height;
+  const std::uint16_t* const terms = file.plane(plane);
+  for (std::size_t i = 0; i < pixels; ++i)
+    ++counts[terms[i]];
+  if (!zerosCount) counts[0] = 0;
+  std::uint64_t all = 0, below = 0;
+  for (const std::uint64_t count : counts)
+    all += count;
+  // In the order of the values: those of signed terms begin in the middle.
+  const unsigned first = format.least < 0 ? 32768 : 0;
+  for (unsigned i = 0; i < counts.size(); ++i) {
+    const auto stored = static_cast<std::uint16_t>(first + i);
+    below += counts[stored];
+    if (2 * below > all) return format.back(stored);
+  }
+  return 0;
+}
+
+}  // namespace
+
+void requireKind(const std::string& path, const ReferenceFile& file, ReferenceKind kind) {
+  constexpr double leastOffset = -5, mostOffset = 4095, mostFactor = 4;
+  if (file.planes < 2) return;
+  for (const unsigned plane : {0U, 1U}) {
+    const std::string where = std::string(plane == 0 ? "low" : "high") + " plane";
+    if (kind == ReferenceKind::prnu) {
+      const double factor = medianTerm(file, plane, prnuTerms(), true);
+      if (plane == 1 && !(factor >= 1 / mostFactor && factor <= mostFactor))
+        throw Refused(path, "would multiply the " + where + " by " + fixedText(factor, 3) +
+                                ", which is no correction: it is no PRNU file");
+      continue;
+    }
+    const bool dsnu = kind == ReferenceKind::dsnu;
+    const double offset = dsnu ? file.pedestal - medianTerm(file, plane, dsnuTerms(), false)
+                               : medianTerm(file, plane, biasTerms(), false);
+    if (!(offset >= leastOffset && offset <= mostOffset))
+      throw Refused(path, "would take " + fixedText(offset, 1) + " counts off the " + where +
+                              ", which is no offset: it is no " + (dsnu ? "DSNU" : "bias") + " file");
+  }
 }
 
 std::string referenceHeader(const Header& ofPlane, const ReferenceHeader& facts) {

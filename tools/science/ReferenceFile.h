@@ -32,6 +32,13 @@ struct ReferenceFile {
 /// Reads one. Throws Refused, naming the path: what is no such file or too short; orvacam::Error.
 ReferenceFile readReferenceFile(const std::string& path);
 
+enum class ReferenceKind { bias, dsnu, prnu };
+
+/// Files of the three kinds look alike. Throws Refused, naming the path, where a plane's median says that a
+/// file of two planes is of another kind: an offset that it takes off is none of -5 (another maker may leave
+/// a few) to 4095 counts; or it corrects the high gain by less than 1/4 or more than 4.
+void requireKind(const std::string& path, const ReferenceFile& file, ReferenceKind kind);
+
 /// What the header of a reference file says beside what the frames' header says.
 struct ReferenceHeader {
   double gainRatio = 0;   ///< of low to high gain; 0: none
