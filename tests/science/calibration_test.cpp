@@ -712,6 +712,19 @@ TEST_F(Calibrating, RefusesFlatsThatAreTooBrightOrTooDark) {
   refused(s, "flat2", "shows no light: the low plane lies");
 }
 
+TEST_F(Calibrating, RefusesFlatsThatHalfOfThePixelsDoNotSee) {
+  CalibrationSource s = source(CalibrationKind::flat, 3, 2, 12000);
+  s.dark = write("dsnu", dark(3));
+  for (unsigned i = 0; i < 3; ++i) {
+    std::vector<sim::Plane> planes = expose(sim::FrameType::Flat, i, 2, 12000);
+    const std::vector<sim::Plane> black = expose(sim::FrameType::Flat, i, 2, 0);
+    for (unsigned p = 0; p < 2; ++p)  // 38 of 64 rows
+      std::copy(black[p].begin(), black[p].begin() + 38 * 96, planes[p].begin());
+    keep("flat" + std::to_string(i), planes);
+  }
+  refused(s, "", "the frames are no flats: half of the image pixels of the low plane show less than 0.0");
+}
+
 TEST_F(Calibrating, HoldsFlatsToTheFileThatTakesTheirOffsetOff) {
   const std::string good = write("dsnu", dark(3));
   const std::string bias = write("bias", science::calibrate(source(CalibrationKind::bias, 3)));

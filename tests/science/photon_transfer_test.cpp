@@ -219,6 +219,9 @@ TEST(PhotonTransfer, FindsSaturationBelowFullScaleWhereTheNoiseFalls) {
   Series series = seriesOf(camera, {1, 2, 3, 4, 5});
   series.flats[4].moments.variance /= 3;
   EXPECT_NEAR(measured(camera, series).saturation.value, 4000, 1e-6);
+  EXPECT_EQ(noteOn(measured(camera, series), "saturation_e"),
+            "Saturation lies between the levels of 2000 and 2500 ADU; the lower one is given, and saturation "
+            "may be up to 25 % more. Levels closer together there make it sharp.");
   // The true end lies anywhere before the next point, 500 ADU farther.
   EXPECT_NEAR(measured(camera, series).saturationAdu.error, 500 / std::sqrt(3), 1e-6);
 }

@@ -39,6 +39,11 @@ inline Estimate rootOf(const Estimate& variance) {
   return {root, std::sqrt(positive + variance.error) - root};
 }
 
+/// a x b, whose errors have nothing to do with each other.
+inline Estimate product(const Estimate& a, const Estimate& b) {
+  return {a.value * b.value, std::hypot(a.error * b.value, a.value * b.error)};
+}
+
 /// a / b with the relative errors added in squares.
 inline Estimate quotient(const Estimate& a, const Estimate& b) {
   if (!a.known() || !b.known() || b.value == 0) return {};

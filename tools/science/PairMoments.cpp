@@ -32,10 +32,6 @@ Sums sumsOf(const Image<std::uint16_t>& a, const Image<std::uint16_t>& b, const 
   return sums;
 }
 
-double square(double value) {
-  return value * value;
-}
-
 /// Half the variance of the means of these lines' differences: temporal noise of a line's mean.
 double noiseOfMeans(const std::vector<std::int64_t>& sums, double length) {
   const auto count = static_cast<double>(sums.size());
