@@ -45,6 +45,12 @@ TEST(Texts, ShowNoCharacterThatATerminalObeys) {
   EXPECT_EQ(jsonText("\xC2\x9B"), R"("\u009b")");
 }
 
+TEST(Texts, AreFieldsOfTables) {
+  EXPECT_EQ(csvField("a b.raw"), "a b.raw");
+  EXPECT_EQ(csvField("a,b.raw"), R"("a,b.raw")");
+  EXPECT_EQ(csvField("12\" lens\n.raw"), R"("12"" lens\n.raw")");
+}
+
 TEST(Texts, OfTimesAreUtc) {
   const Instant time(std::chrono::nanoseconds(1715979873123456700));  // 2024-05-17T21:04:33.1234567
   EXPECT_EQ(isoTime(time), "2024-05-17T21:04:33.123456700");

@@ -89,6 +89,15 @@ std::string shownText(std::string_view text) {
   return shown;
 }
 
+std::string csvField(std::string_view text) {
+  const std::string shown = shownText(text);
+  if (shown.find_first_of(",\"") == std::string::npos) return shown;
+  std::string quoted = "\"";
+  for (const char c : shown)
+    quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+  return quoted + "\"";
+}
+
 std::string isoTime(Instant time) {
   const Broken t = broken(time);
   char fraction[24];

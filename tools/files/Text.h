@@ -25,6 +25,9 @@ bool isControl(std::uint32_t codePoint);
 /// Text as a terminal takes it: control characters, and bytes that are no UTF-8, become \n, \t, \x1B, ...
 std::string shownText(std::string_view text);
 
+/// The same as a field of a CSV file (RFC 4180): in quotes, which stand twice within, where it has to be.
+std::string csvField(std::string_view text);
+
 /// "2024-05-17T21:04:33.123456700", UTC.
 std::string isoTime(Instant time);
 /// "2024:05:17 21:04:33", UTC, as TIFF has it.

@@ -34,7 +34,7 @@ struct InfoOptions {
 struct Facts {
   Json header = Json::object();  ///< {"values", "units"}
   Json derived = Json::object();
-  std::string text;  ///< for people
+  std::string text;  ///< for people, where it is asked for
 };
 
 std::string lineOf(const std::string& name, const std::string& value) {
@@ -60,7 +60,7 @@ std::string escapedLines(const std::string& text) {
   return lines;
 }
 
-Facts factsOf(const orvacam::Header& header) {
+Facts factsOf(const orvacam::Header& header, bool withText) {
   Facts facts;
   Json all = Json::parse(header.to_json());
   facts.header["values"] = std::move(all["values"]);
@@ -68,6 +68,7 @@ Facts factsOf(const orvacam::Header& header) {
   facts.derived = std::move(all["derived"]);
   const auto time = header.time();
   facts.derived["time_utc"] = time ? Json(files::isoTime(*time)) : Json(nullptr);
+  if (!withText) return facts;
   facts.text = escapedLines(header.to_text()) + "\n";
   for (const auto& [name, value] : facts.derived.items())
     facts.text += lineOf(name, shown(value));
@@ -189,8 +190,8 @@ orvacam::Frame frameOfStandardInput() {
   return orvacam::Frame::copy(bytes.data(), bytes.size());
 }
 
-Facts factsOf(const std::string& path) {
-  if (path == "-") return factsOf(frameOfStandardInput().header());
+Facts factsOf(const std::string& path, bool withText) {
+  if (path == "-") return factsOf(frameOfStandardInput().header(), withText);
   switch (files::kindOf(path)) {
     case files::FileKind::Fits:
     case files::FileKind::FixedFits:
@@ -199,7 +200,7 @@ Facts factsOf(const std::string& path) {
     case files::FileKind::FixedTiff:
       return factsOfTiff(path);
     default:
-      return factsOf(orvacam::Header::read(path));
+      return factsOf(orvacam::Header::read(path), withText);
   }
 }
 
@@ -255,15 +256,6 @@ std::string unitOf(const Facts& facts, const std::string& name) {
                                                                               : "";
 }
 
-std::string csvField(const std::string& text) {
-  std::string plain = files::shownText(text);
-  if (plain.find_first_of(",\"") == std::string::npos) return plain;
-  std::string quoted = "\"";
-  for (const char c : plain)
-    quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-  return quoted + "\"";
-}
-
 /// The asked names as they are written in the files, in the order asked. Throws UsageError for a pattern
 /// that nothing matches.
 std::vector<std::string> askedNames(const std::vector<std::string>& patterns,
@@ -304,10 +296,10 @@ void printJson(const std::string& path, const Facts& facts, const std::vector<st
 }
 
 void printCsvLine(const std::string& path, const Facts& facts, const std::vector<std::string>& names) {
-  std::cout << csvField(path);
+  std::cout << files::csvField(path);
   for (const std::string& name : names) {
     const Json value = valueOf(facts, name);
-    std::cout << ',' << (value.is_null() ? "" : csvField(shown(value)));
+    std::cout << ',' << (value.is_null() ? "" : files::csvField(shown(value)));
   }
   std::cout << '\n';
 }
@@ -327,7 +319,7 @@ std::vector<std::string> knownNames(const std::vector<Input>& inputs) {
   for (const Input& input : inputs) {
     try {
       requireUsable(input);
-      for (const std::string& name : namesOf(factsOf(input.path)))
+      for (const std::string& name : namesOf(factsOf(input.path, false)))
         if (seen.insert(name).second) known.push_back(name);
     } catch (const std::exception&) {
       continue;
@@ -338,7 +330,7 @@ std::vector<std::string> knownNames(const std::vector<Input>& inputs) {
 
 void show(const Input& input, const InfoOptions& options, bool alone, const std::vector<std::string>* names) {
   requireUsable(input);
-  const Facts facts = factsOf(input.path);
+  const Facts facts = factsOf(input.path, !options.csv && !options.json && names == nullptr);
   if (options.csv) return printCsvLine(input.path, facts, *names);
   if (options.json) return printJson(input.path, facts, names);
   if (!alone) std::cout << files::shownText(input.path) << ":\n";
@@ -359,7 +351,7 @@ int info(const InfoOptions& options) {
   if (options.csv) {
     std::cout << "file";
     for (const std::string& name : names)
-      std::cout << ',' << csvField(name);
+      std::cout << ',' << files::csvField(name);
     std::cout << '\n';
   }
   return forEach(

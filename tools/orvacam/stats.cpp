@@ -98,8 +98,7 @@ std::string histogramOf(const std::vector<Named>& planes) {
 /// The same of many files: "file,plane,value,count".
 std::string countsOf(const std::string& path, const std::vector<Named>& planes) {
   std::string text;
-  std::string file = files::shownText(path);
-  if (file.find_first_of(",\"") != std::string::npos) file = files::jsonText(file);
+  const std::string file = files::csvField(path);
   for (const Named& named : planes) {
     const std::vector<std::uint32_t>& counts = named.plane.statistics()->histogram;
     for (std::size_t value = 0; value < counts.size(); ++value)
