@@ -8,14 +8,15 @@ set(ORVACAM_PACKAGE_REVISION 1 CACHE STRING "The Debian revision of the packages
 set(library liborvacam${PROJECT_VERSION_MAJOR})
 set(version ${PROJECT_VERSION}-${ORVACAM_PACKAGE_REVISION})
 
-# component, its package, section
+# component, its package, section, Multi-Arch: whether packages of several architectures may be there at once ("same"), or
+# one of any of them serves programs of all ("foreign")
 set(packages
-  "runtime ${library} libs"
-  "development liborvacam-dev libdevel"
-  "program orvacam science"
-  "documentation orvacam-doc doc")
+  "runtime ${library} libs same"
+  "development liborvacam-dev libdevel same"
+  "program orvacam science foreign"
+  "documentation orvacam-doc doc foreign")
 if(ORVACAM_BUILD_PYTHON)
-  list(APPEND packages "python python3-orvacam python")
+  list(APPEND packages "python python3-orvacam python no")
 endif()
 
 set(CPACK_GENERATOR DEB)
@@ -54,7 +55,10 @@ foreach(package ${packages})
   string(TOUPPER ${component} COMPONENT)
   list(APPEND CPACK_COMPONENTS_ALL ${component})
   set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${name})
-  list(GET package 2 CPACK_DEBIAN_${COMPONENT}_PACKAGE_SECTION)
+  list(GET package 2 section)
+  list(GET package 3 multiarch)
+  # CPack writes a field's value as it is, and has no variable for this field.
+  set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_SECTION "${section}\nMulti-Arch: ${multiarch}")
   file(READ ${folder}/${component}.txt CPACK_DEBIAN_${COMPONENT}_DESCRIPTION)
   # Debian wants these with every package; an installation by hand does not.
   install(FILES ${folder}/copyright ${debian}/changelog.Debian.gz ${debian}/changelog.gz
@@ -77,6 +81,7 @@ install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/html DESTINATION share/doc/orvacam-
   EXCLUDE_FROM_ALL)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION share/doc/orvacam-doc COMPONENT documentation
   EXCLUDE_FROM_ALL PATTERN CMakeLists.txt EXCLUDE)
+install(FILES ${folder}/doc-base DESTINATION share/doc-base RENAME orvacam-doc COMPONENT documentation EXCLUDE_FROM_ALL)
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${library} (>= ${PROJECT_VERSION}), python3, python3-numpy")
