@@ -778,6 +778,22 @@ TEST_F(Calibrating, WarnsOfOffsetsThatHardlyAreSome) {
               ElementsAre(AllOf(HasSubstr("the high plane's offset"), HasSubstr("cut off at 0"))));
 }
 
+TEST_F(Calibrating, ReadsReferenceFilesByTheirFirstAndLastPixel) {
+  // As the merge does: the header's numbers of pixels (bytes 81 to 84) play no part.
+  Calibration darks = dark(3);
+  CalibrationSource s = source(CalibrationKind::flat, 3);
+  s.dark = write("dsnu", darks);
+  const std::string expected = science::calibrate(s).file;
+  for (const char byte : {'\0', '\x7F'}) {
+    std::fill(darks.file.begin() + 81, darks.file.begin() + 85, byte);
+    s.dark = write("other", darks);
+    EXPECT_EQ(science::calibrate(s).file, expected);
+  }
+  darks.file[127] = 0, darks.file[126] = 0, darks.file[123] = 5;  // rows 5 to 0
+  s.dark = write("none", darks);
+  refused(s, s.dark, "for a plane of 96 x 0");
+}
+
 TEST_F(Calibrating, TellsOneKindOfReferenceFileFromAnother) {
   const Calibration darks = dark(), flats = flat(darks);
   const std::string bias = write("bias", science::calibrate(source(CalibrationKind::bias, 8)));

@@ -199,6 +199,9 @@ TEST_F(StandardFiles, TakeABiasFrameAway) {
   bias.resize(400);
   folder.write("cut", bias);
   bad({"convert", "a.raw", "-o", "out", "--bias", "cut"}, "cut", "ends at byte 400");
+  bias[123] = 7, bias[127] = 0;
+  folder.write("turned", bias);
+  bad({"convert", "a.raw", "-o", "out", "--bias", "turned"}, "turned", "rows 7 to 0");
 }
 
 TEST_F(Check, TellsFixedFilesFromStandardOnes) {

@@ -138,25 +138,9 @@ void writePixels(TIFF* file, const Raster& raster, const Memory& memory) {
   if (TIFFWriteDirectory(file) == 0) fail(memory);
 }
 
-std::string omeXml(const std::vector<Channel>& channels, const TiffFacts& facts, const std::string& imageName,
-                   double exposureSeconds) {
+/// What all channels have in common.
+void describePixels(pugi::xml_node pixels, const std::vector<Channel>& channels, const TiffFacts& facts) {
   const Raster& first = channels.front().raster;
-  pugi::xml_document document;
-  pugi::xml_node declaration = document.append_child(pugi::node_declaration);
-  declaration.append_attribute("version") = "1.0";
-  declaration.append_attribute("encoding") = "UTF-8";
-  pugi::xml_node ome = document.append_child("OME");
-  ome.append_attribute("xmlns") = "http://www.openmicroscopy.org/Schemas/OME/2016-06";
-  ome.append_attribute("xmlns:xsi") = "http://www.w3.org/2001/XMLSchema-instance";
-  ome.append_attribute("xsi:schemaLocation") =
-      "http://www.openmicroscopy.org/Schemas/OME/2016-06 "
-      "http://www.openmicroscopy.org/Schemas/OME/2016-06/ome.xsd";
-  ome.append_attribute("Creator") = ("liborvacam " + orvacam::version()).c_str();
-  pugi::xml_node image = ome.append_child("Image");
-  image.append_attribute("ID") = "Image:0";
-  image.append_attribute("Name") = plainText(imageName).c_str();
-  if (facts.time) image.append_child("AcquisitionDate").text().set(isoTime(*facts.time).c_str());
-  pugi::xml_node pixels = image.append_child("Pixels");
   pixels.append_attribute("ID") = "Pixels:0";
   pixels.append_attribute("DimensionOrder") = "XYCZT";
   pixels.append_attribute("Type") = first.sample == Raster::U16 ? "uint16" : "float";
@@ -166,12 +150,16 @@ std::string omeXml(const std::vector<Channel>& channels, const TiffFacts& facts,
   pixels.append_attribute("SizeZ") = 1;
   pixels.append_attribute("SizeT") = 1;
   pixels.append_attribute("BigEndian") = false;
-  if (facts.pixelWidth > 0 && facts.pixelHeight > 0) {
-    pixels.append_attribute("PhysicalSizeX") = numberText(facts.pixelWidth).c_str();
-    pixels.append_attribute("PhysicalSizeXUnit") = "\xC2\xB5m";
-    pixels.append_attribute("PhysicalSizeY") = numberText(facts.pixelHeight).c_str();
-    pixels.append_attribute("PhysicalSizeYUnit") = "\xC2\xB5m";
-  }
+  if (facts.pixelWidth <= 0 || facts.pixelHeight <= 0) return;
+  constexpr const char* micrometres = "\xC2\xB5m";
+  pixels.append_attribute("PhysicalSizeX") = numberText(facts.pixelWidth).c_str();
+  pixels.append_attribute("PhysicalSizeXUnit") = micrometres;
+  pixels.append_attribute("PhysicalSizeY") = numberText(facts.pixelHeight).c_str();
+  pixels.append_attribute("PhysicalSizeYUnit") = micrometres;
+}
+
+/// Channels, where their pixels are, and how they were exposed; in this order.
+void describeChannels(pugi::xml_node pixels, const std::vector<Channel>& channels, double exposureSeconds) {
   for (std::size_t i = 0; i < channels.size(); ++i) {
     pugi::xml_node channel = pixels.append_child("Channel");
     channel.append_attribute("ID") = ("Channel:0:" + std::to_string(i)).c_str();
@@ -194,6 +182,28 @@ std::string omeXml(const std::vector<Channel>& channels, const TiffFacts& facts,
     plane.append_attribute("ExposureTime") = numberText(exposureSeconds).c_str();
     plane.append_attribute("ExposureTimeUnit") = "s";
   }
+}
+
+std::string omeXml(const std::vector<Channel>& channels, const TiffFacts& facts, const std::string& imageName,
+                   double exposureSeconds) {
+  pugi::xml_document document;
+  pugi::xml_node declaration = document.append_child(pugi::node_declaration);
+  declaration.append_attribute("version") = "1.0";
+  declaration.append_attribute("encoding") = "UTF-8";
+  pugi::xml_node ome = document.append_child("OME");
+  ome.append_attribute("xmlns") = "http://www.openmicroscopy.org/Schemas/OME/2016-06";
+  ome.append_attribute("xmlns:xsi") = "http://www.w3.org/2001/XMLSchema-instance";
+  ome.append_attribute("xsi:schemaLocation") =
+      "http://www.openmicroscopy.org/Schemas/OME/2016-06 "
+      "http://www.openmicroscopy.org/Schemas/OME/2016-06/ome.xsd";
+  ome.append_attribute("Creator") = ("liborvacam " + orvacam::version()).c_str();
+  pugi::xml_node image = ome.append_child("Image");
+  image.append_attribute("ID") = "Image:0";
+  image.append_attribute("Name") = plainText(imageName).c_str();
+  if (facts.time) image.append_child("AcquisitionDate").text().set(isoTime(*facts.time).c_str());
+  const pugi::xml_node pixels = image.append_child("Pixels");
+  describePixels(pixels, channels, facts);
+  describeChannels(pixels, channels, exposureSeconds);
   std::ostringstream text;
   document.save(text, "", pugi::format_raw);
   return text.str();

@@ -63,20 +63,29 @@ void Corrections::addReference(const char* role, const std::string& text, const 
   m_history.push_back("SHA-256 " + m_digests[role]);
 }
 
-Corrections::Corrections(const CorrectionOptions& options) : m_options(options) {
-  if (!options.bias.empty()) {
-    const orvacam::Frame bias = orvacam::Frame::read(options.bias);
+/// Throws Failure, which names the file.
+void Corrections::readBias(const std::string& path) {
+  try {
+    const orvacam::Frame bias = orvacam::Frame::read(path);
     const orvacam::Size size = bias.header().frame_size();
     const auto start = static_cast<std::size_t>(bias.header().number("MetadataLength"));
     const std::size_t plane = std::size_t{2} * size.width * size.height;
     const std::string_view bytes = bias.bytes();
     if (plane == 0 || bytes.size() < start + plane)
-      throw Failure(options.bias + ": needs " + std::to_string(start + plane) +
-                    " bytes for a plane, ends at byte " + std::to_string(bytes.size()));
+      throw Failure("needs " + std::to_string(start + plane) + " bytes for a plane, ends at byte " +
+                    std::to_string(bytes.size()));
     m_biasLow = planeAt(bytes.substr(start, plane), size);
     if (bytes.size() >= start + 2 * plane) m_biasHigh = planeAt(bytes.substr(start + plane, plane), size);
-    requireOffsets(options.bias);
+    requireOffsets();
     m_biasSensor = bias.header().sensor();
+  } catch (const std::runtime_error& error) {
+    throw Failure(path + ": " + error.what());
+  }
+}
+
+Corrections::Corrections(const CorrectionOptions& options) : m_options(options) {
+  if (!options.bias.empty()) {
+    readBias(options.bias);
     addReference("BIAS", "bias frame subtracted:", options.bias);
   }
   if (!options.dsnu.empty()) {
@@ -115,13 +124,13 @@ void Corrections::apply(orvacam::Decoder& decoder) const {
 }
 
 /// Files of offsets, DSNU and PRNU look alike; what a pair cannot reach is no offset of it.
-void Corrections::requireOffsets(const std::string& path) const {
+void Corrections::requireOffsets() const {
   constexpr double pairFull = 4095;
   const orvacam::Size size = m_biasLow.size();
   if (m_biasHigh.empty()) return;
   for (const orvacam::Plane* plane : {&m_biasLow, &m_biasHigh})
     if (const double median = files::medianOf(*plane, {0, 0, size.width, size.height}); median > pairFull)
-      throw Failure(path + ": would take " + files::numberText(median) +
+      throw Failure("would take " + files::numberText(median) +
                     " counts off, which is no offset: it is no bias file");
 }
 

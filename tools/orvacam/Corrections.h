@@ -35,7 +35,8 @@ class Corrections {
 
  private:
   void apply(orvacam::Decoder& decoder) const;
-  void requireOffsets(const std::string& path) const;
+  void readBias(const std::string& path);
+  void requireOffsets() const;
   double biasLevel(const files::Subject& subject, const orvacam::Header& header) const;
 
   CorrectionOptions m_options;

@@ -44,18 +44,25 @@ void putChipTemperature(std::string& header, double tenths) {
   put(header, ChipTemperature, 2, tenths < 0 ? magnitude | 0x8000u : magnitude);
 }
 
+/// As the merge takes it: where the image starts and stops, and the reference pixels or rows, whatever the
+/// header says of binning. 0 for what is none.
+std::uint32_t extentOf(const Header& header, const char* start, const char* stop, const char* before,
+                       const char* behind) {
+  const double image = header.number(stop) - header.number(start) + 1;
+  const double all = header.number(before) + image + header.number(behind);
+  constexpr double longest = 0xFFFFFFFF;
+  return image < 1 || all > longest ? 0 : static_cast<std::uint32_t>(all);
+}
+
 }  // namespace
 
 ReferenceFile readReferenceFile(const std::string& path) {
   const Frame file = Frame::read(path);
   const Header& header = file.header();
   ReferenceFile result;
-  // The terms are those of the whole frame, whatever the header says of binning.
   result.size = {
-      static_cast<std::uint32_t>(header.number("HorizontalPixels") + header.number("PreRowRefPixels") +
-                                 header.number("PostRowRefPixels")),
-      static_cast<std::uint32_t>(header.number("VerticalPixels") + header.number("PreReferenceRows") +
-                                 header.number("PostReferenceRows"))};
+      extentOf(header, "ImageStartColumn", "ImageStopColumn", "PreRowRefPixels", "PostRowRefPixels"),
+      extentOf(header, "ImageStartRow", "ImageStopRow", "PreReferenceRows", "PostReferenceRows")};
   const auto begin = static_cast<std::size_t>(header.number("MetadataLength"));
   const std::size_t pixels = std::size_t{result.size.width} * result.size.height;
   const std::string_view bytes = file.bytes();
