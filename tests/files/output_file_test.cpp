@@ -2,10 +2,39 @@
 
 #include "files/OutputFile.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "TestFolder.h"
+
+namespace {
+
+/// What the file system under test cannot do.
+bool withoutNewNames = false, withoutLinks = false, withoutNames = false;
+
+}  // namespace
+
+// In place of the C library's.
+extern "C" int renameat2(int from, const char* path, int to, const char* name, unsigned int flags) noexcept {
+  if (!withoutNewNames) return static_cast<int>(syscall(SYS_renameat2, from, path, to, name, flags));
+  errno = EINVAL;
+  return -1;
+}
+extern "C" int rename(const char* path, const char* name) noexcept {
+  if (!withoutNames) return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, path, AT_FDCWD, name, 0));
+  errno = EIO;
+  return -1;
+}
+extern "C" int link(const char* path, const char* name) noexcept {
+  if (!withoutLinks) return static_cast<int>(syscall(SYS_linkat, AT_FDCWD, path, AT_FDCWD, name, 0));
+  errno = EPERM;
+  return -1;
+}
 
 namespace {
 
@@ -48,6 +77,28 @@ TEST_F(OutputFiles, ReplaceOnlyWhenAsked) {
   other.write("n", 1);
   other.commit();
   EXPECT_EQ(folder.read("a"), (std::vector<unsigned char>{'n'}));
+}
+
+TEST_F(OutputFiles, TakeOnlyFreeNamesOnEveryFileSystem) {
+  withoutNewNames = true;
+  for (const bool links : {true, false}) {
+    withoutLinks = !links;
+    OutputFile file(folder.file("a"), Existing::refuse), late(folder.file("a"), Existing::refuse);
+    file.write("abc", 3);
+    file.commit();
+    EXPECT_EQ(folder.read("a"), (std::vector<unsigned char>{'a', 'b', 'c'})) << links;
+    EXPECT_THROW(late.commit(), WriteError) << links;
+    EXPECT_EQ(folder.read("a").size(), 3u) << links;
+    fs::remove(folder.path() / "a");
+  }
+  {
+    withoutNames = true;
+    OutputFile file(folder.file("a"), Existing::refuse);
+    EXPECT_THROW(file.commit(), WriteError);
+    withoutNames = false;
+  }
+  EXPECT_EQ(count(), 0u);
+  withoutNewNames = withoutLinks = false;
 }
 
 TEST_F(OutputFiles, AreNoFoldersAndNoDevices) {

@@ -17,6 +17,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "files/WithoutSignals.h"
+
 namespace orvacam::files {
 
 namespace {
@@ -85,6 +87,27 @@ void removeFolder(int parent, const char* name, int depth = 4) noexcept {
       }
     ::close(folder);
   }
+}
+
+/// Renames, unless the name is taken; 0, or -1 and errno. Not every file system does that in one step, nor
+/// has each of those links to files: there an empty file takes the name, unless it is taken, and is replaced.
+int renameWhereFree(const char* from, const char* to) {
+  if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return -1;
+  if (link(from, to) == 0) {
+    unlink(from);
+    return 0;
+  }
+  if (errno != EPERM && errno != ENOSYS && errno != EOPNOTSUPP) return -1;
+  const WithoutSignals held;
+  const int place = open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (place < 0) return -1;
+  ::close(place);
+  if (std::rename(from, to) == 0) return 0;
+  const int error = errno;
+  unlink(to);
+  errno = error;
+  return -1;
 }
 
 void flushed(int file) {
@@ -159,18 +182,9 @@ void OutputFile::commit() {
   if (fsync(m_file) != 0) fail(errno);
   const int file = std::exchange(m_file, -1);
   if (::close(file) != 0) fail(errno);
-  int failed = 0;
-  if (m_existing == Existing::replace) {
-    failed = std::rename(m_temporary.c_str(), m_target.c_str());
-  } else {
-    // What has come there meanwhile stays.
-    failed = renameat2(AT_FDCWD, m_temporary.c_str(), AT_FDCWD, m_target.c_str(), RENAME_NOREPLACE);
-    if (failed != 0 && (errno == EINVAL || errno == ENOSYS)) {
-      failed = link(m_temporary.c_str(), m_target.c_str());
-      if (failed == 0) unlink(m_temporary.c_str());
-    }
-  }
-  if (failed != 0) fail(errno);
+  // What has come there meanwhile stays.
+  const auto give = m_existing == Existing::replace ? std::rename : renameWhereFree;
+  if (give(m_temporary.c_str(), m_target.c_str()) != 0) fail(errno);
   forget(m_temporary);
   m_temporary.clear();
   flushed(open(folderOf(m_target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

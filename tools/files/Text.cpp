@@ -90,7 +90,7 @@ std::string shownText(std::string_view text) {
 }
 
 std::string csvField(std::string_view text) {
-  const std::string shown = shownText(text);
+  std::string shown = shownText(text);
   if (shown.find_first_of(",\"") == std::string::npos) return shown;
   std::string quoted = "\"";
   for (const char c : shown)

@@ -15,6 +15,7 @@
 
 #include "Program.h"
 #include "files/OutputFile.h"
+#include "files/WithoutSignals.h"
 
 namespace tool {
 
@@ -36,22 +37,6 @@ void forget(pid_t process) {
   for (std::atomic<pid_t>& entry : running)
     if (entry == process) entry = 0;
 }
-
-/// Holds signals back while a list that their handlers read is not whole.
-class WithoutSignals {
- public:
-  WithoutSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    sigprocmask(SIG_SETMASK, &all, &m_before);
-  }
-  WithoutSignals(const WithoutSignals&) = delete;
-  WithoutSignals& operator=(const WithoutSignals&) = delete;
-  ~WithoutSignals() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
-
- private:
-  sigset_t m_before{};
-};
 
 // ---- Messages between the processes: numbers and texts, these behind their length
 
@@ -158,7 +143,7 @@ void Workers::start(Worker& worker) {
     throw Failure(std::string("no channel to a worker: ") + std::strerror(errno));
   std::cout.flush();
   const pid_t self = getpid();
-  const WithoutSignals held;
+  const orvacam::files::WithoutSignals held;
   const pid_t process = fork();
   if (process == 0) {
     becomeWorker(self);
