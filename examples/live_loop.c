@@ -45,9 +45,10 @@ int main(int argc, char** argv) {
   if (status == 0) status = orva_decoder_create(&decoder);
   capacity = (size_t)geometry.width * geometry.height;
   pixels = malloc(capacity * sizeof *pixels + 1);
-  while (status == 0 && pixels != NULL && frames-- > 0)
+  if (status == 0 && pixels == NULL) status = -ORVA_OUT_OF_MEMORY;
+  while (status == 0 && frames-- > 0)
     status = show(decoder, bytes, length, pixels, capacity);
-  if (status != 0) fprintf(stderr, "%s\n", orva_last_error()->text);
+  if (status != 0) fprintf(stderr, "%s: %s\n", orva_reason_name(-status), orva_last_error()->text);
   free(pixels);
   orva_decoder_free(decoder);
   orva_frame_free(first);

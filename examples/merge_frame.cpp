@@ -8,7 +8,9 @@
 int main(int argc, char** argv) try {
   const orvacam::Frame frame = orvacam::Frame::read(argc > 1 ? argv[1] : "frame.raw");
   const orvacam::Decoded planes = orvacam::Decoder().decode(frame);
-  const orvacam::Plane& best = !planes.merged.empty() ? planes.merged : planes.image;
+  const orvacam::Plane& best = !planes.merged.empty()  ? planes.merged
+                               : !planes.image.empty() ? planes.image
+                                                       : planes.low;  // two gains that do not merge
   std::cout << frame.header().sensor() << ": " << best.size().width << " x " << best.size().height
             << " pixels, the first is " << best(0, 0) << '\n';
 } catch (const orvacam::Error& error) {
