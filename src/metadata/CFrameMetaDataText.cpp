@@ -135,28 +135,23 @@ std::string render(const Line& line, const CMetaValues* value) {
   }
 }
 
-/// The parts of a header that its text shows.
-struct Shown {
-  const CFrameMetaData& header;
-  const CMetaValues* values;
-  const unsigned char* padding;
-};
-
-std::string renderLines(const Shown& shown, unsigned int version, bool withPadding) {
-  const unsigned int held = shown.values[ORVA_META_KEY_METADATA_VERSION].GetValueUint();
+/// The lines of a version, from a header's values and padding.
+std::string renderLines(const CFrameMetaData& header, const CMetaValues* values, const unsigned char* padding,
+                        unsigned int version, bool withPadding) {
+  const unsigned int held = values[ORVA_META_KEY_METADATA_VERSION].GetValueUint();
   std::string text;
   for (const Line& line : orvacam::text::lines) {
     const char* const label = line.labels[version - 1];
     if (label == nullptr || (line.rule == Rule::Padding && !withPadding)) continue;
     text += label;
     if (line.rule == Rule::Padding) {
-      text += paddingText(shown.padding, paddingOf(version > 2 && held == 3 ? V34 : V2));
+      text += paddingText(padding, paddingOf(version > 2 && held == 3 ? V34 : V2));
     } else if (line.rule == Rule::CaptureTime) {
       char time[64];
-      shown.header.TimeMetaToString2(time, sizeof time);
+      header.TimeMetaToString2(time, sizeof time);
       text += time;
     } else {
-      text += render(line, &shown.values[line.key]);
+      text += render(line, &values[line.key]);
     }
     text += '\n';
   }
@@ -193,22 +188,21 @@ void CFrameMetaData::GetClockFromUsecs(unsigned long ulUsecs, char* pText, unsig
 // ---- Lines
 
 int CFrameMetaData::DoToString1(char* pText, unsigned int uiSize) {
-  return pText == nullptr ? -1 : deliver(renderLines({*this, m_Values, m_Padding}, 1, true), pText, uiSize);
+  return pText == nullptr ? -1 : deliver(renderLines(*this, m_Values, m_Padding, 1, true), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString2(char* pText, unsigned int uiSize) {
-  return pText == nullptr ? -1 : deliver(renderLines({*this, m_Values, m_Padding}, 2, true), pText, uiSize);
+  return pText == nullptr ? -1 : deliver(renderLines(*this, m_Values, m_Padding, 2, true), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString3(char* pText, unsigned int uiSize, bool bPadding) {
-  return pText == nullptr ? -1
-                          : deliver(renderLines({*this, m_Values, m_Padding}, 3, bPadding), pText, uiSize);
+  return pText == nullptr ? -1 : deliver(renderLines(*this, m_Values, m_Padding, 3, bPadding), pText, uiSize);
 }
 
 int CFrameMetaData::DoToString4(char* pText, unsigned int uiSize) {
   const int length = DoToString3(pText, uiSize, false);
   if (length <= 0) return length;
-  const std::string block = renderLines({*this, m_Values, m_Padding}, 4, true);
+  const std::string block = renderLines(*this, m_Values, m_Padding, 4, true);
   const auto used = static_cast<unsigned int>(length);
   if (used < uiSize) deliver(block, pText + used, uiSize - used);
   return length + static_cast<int>(block.size());

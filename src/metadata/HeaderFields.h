@@ -16,8 +16,6 @@ constexpr unsigned int prefixSize = 8;
 constexpr unsigned int commonBlock = 79;  // where the block that all versions share begins
 // Failures from here to the common block do not stop versions 3 and 4.
 constexpr unsigned int forgivenFrom = 48;
-constexpr unsigned int sizeOfVersion1 = 156;
-constexpr unsigned int sizeOfVersion2 = 246;
 constexpr unsigned int writtenSize = 384;  // of versions 3 and 4, and of every header that is written
 constexpr unsigned int writtenVersion = 4;
 
@@ -203,7 +201,7 @@ constexpr Versions setOf(unsigned int version) {
 
 /// The bytes of a version's header, without an other-type block.
 constexpr unsigned int sizeOf(unsigned int version) {
-  return version == 1 ? sizeOfVersion1 : version == 2 ? sizeOfVersion2 : writtenSize;
+  return version == 1 ? 156 : version == 2 ? 246 : writtenSize;
 }
 
 /// The bytes of padding that a version carries.
