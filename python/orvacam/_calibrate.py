@@ -103,8 +103,8 @@ def _check(kind: str, dark: Optional[Path], bias: Optional[Path], pedestal: Opti
         raise ValueError('flats need dark or bias, one of them, and others none')
     if pedestal is not None and (isinstance(pedestal, bool) or not hasattr(pedestal, '__index__')):
         raise TypeError(f'pedestal is an int, not {type(pedestal).__name__}')
-    if pedestal is not None and (kind != 'dark' or not 0 <= pedestal.__index__() <= 65535):
-        raise ValueError('pedestal: of darks, 0 to 65535')
+    if pedestal is not None and (kind != 'dark' or not 0 <= pedestal.__index__() <= 4095):
+        raise ValueError('pedestal: of darks, 0 to 4095')
     if ratio is not None and (isinstance(ratio, bool) or not isinstance(ratio, (str, int, float, numpy.number))):
         raise TypeError(f"ratio is a number or 'measured', not {type(ratio).__name__}")
     if ratio is not None and (kind == 'bias' or (ratio == 'measured' and kind != 'flat')):
@@ -121,7 +121,7 @@ def calibrate(kind: str, paths: Iterable[Path], dark: Optional[Path] = None, bia
 
     paths: two frames or more that are alike; ten are good. A cluster's workers read them by these names.
     dark, bias: of flats: the DSNU or the bias file that takes the offset off; one of them is needed.
-    pedestal: of darks: whole ADU; None for what serves.
+    pedestal: of darks: whole ADU, 0 to 4095, which is what a DSNU file holds; None for what serves.
     ratio: of darks and flats: of high to low gain; None for that of the header's gains; 'measured' of flats.
     memory: what a worker may take beside the interpreter: rows are combined in bands, in one pass over the frames each.
     client: a `dask.distributed.Client`; None works here, without Dask.
@@ -143,7 +143,8 @@ def calibrate(kind: str, paths: Iterable[Path], dark: Optional[Path] = None, bia
         return _made(kind, _core.calibrate(source))
     first = _once(client, _kind_of, names[0], None)
     planes = 2 if first.plane in ('merged', 'low', 'high') else 1
-    # Of all frames two bytes a pixel; means, blinking pixels and what is worked out of them. One row at a time as double.
+    # Of all frames two bytes a pixel; means, blinking pixels and what is worked out of them; one row at a time as
+    # doubles.
     row, beside = first.shape[1] * planes * (2 * len(names) + 16), first.shape[1] * (8 * len(names) + 64)
     bands = _bands(first, row, limit // places[1], f'calibration with {len(names)} frames', beside)
     plan, wanted = _plan(source, bands)

@@ -100,15 +100,15 @@ def test_a_cluster_makes_the_same_bytes(camera: Dict[str, Any], monkeypatch: pyt
         with pytest.raises(orvacam.Mismatch) as caught:
             orvacam.calibrate('dark', [*camera['dark'], camera['flat'][0], str(camera['folder'] / 'bias.ref')], client=client)
         assert caught.value.path is not None
-    # 102400 bytes less a frame (18816, and 8 a pixel) and one row as double (8 for each of 6 frames, and 64 a pixel) hold
-    # 4 of the 64 rows of 2 planes (2 for each frame, and 16 a pixel).
+    # 102400 bytes less a frame (18816, and 8 a pixel) and one row as double (8 for each of 6 frames, and 64 a pixel)
+    # hold 4 of the 64 rows of 2 planes (2 for each frame, and 16 a pixel).
     assert plans[:2] == [1, 16]
 
 
 def test_what_does_not_go_together_is_refused(camera: Dict[str, Any]) -> None:
     wrong: List[Any] = [('mode', {}), ('flat', {}), ('flat', {'dark': 'a', 'bias': 'b'}), ('dark', {'dark': 'a'}),
-                        ('bias', {'pedestal': 3}), ('dark', {'pedestal': -1}), ('bias', {'ratio': 2.0}),
-                        ('dark', {'ratio': 'measured'}), ('dark', {'ratio': 64.0}), ('dark', {'ratio': 'table'})]
+                        ('bias', {'pedestal': 3}), ('dark', {'pedestal': -1}), ('dark', {'pedestal': 4096}),
+                        ('bias', {'ratio': 2.0}), ('dark', {'ratio': 'measured'}), ('dark', {'ratio': 64.0}), ('dark', {'ratio': 'table'})]
     for kind, more in wrong:
         with pytest.raises(ValueError):
             orvacam.calibrate(kind, camera['dark'], **more)

@@ -363,7 +363,7 @@ void describe(Command& c, InfoOptions& o) {
   addJobs(c);
   c.add("--json", o.json, "An object for each file, one a line");
   c.add("--csv", o.csv, "A line for each file");
-  c.add("--keys", &o.keys, "Only these keys, any case; * and ? stand for others",
+  c.add("--keys", &o.keys, "Only these keys, in any case; * is any text, ? any letter",
         textValue("NAME,...").commas());
 }
 
