@@ -239,6 +239,18 @@ TEST(FaceDecoder, MergesFramesThatStartBelowRowZeroAsOthers) {
   }
 }
 
+TEST(FaceDecoder, MergesTheLastRowOfTheWidestFrames) {
+  for (const char* mode : {"GSense400Hdr", "GSense2020Hdr", "GSense4040Hdr", "GSense6060Hdr"}) {
+    sim::HeaderFields fields = fieldsOf(modeNamed(mode), 65536, 1);
+    const Bytes atTop = simulate(fields).bytes;
+    fields.startRow = 65535;
+    const Bytes below = simulate(fields).bytes;
+    Decoder decoder;
+    EXPECT_EQ(pixelsOf(decoder.decode(viewed(below)).merged), pixelsOf(decoder.decode(viewed(atTop)).merged))
+        << mode;
+  }
+}
+
 TEST(FaceDecoder, TakesThresholdsForTheMergeAlone) {
   const SimulatedFrame frame = simulate(fieldsOf("GSense400Hdr"));
   Decoder decoder;
