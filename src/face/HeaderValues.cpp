@@ -156,9 +156,7 @@ std::string HeaderValues::text(const orva_key& key) const {
 
 std::unique_ptr<const HeaderValues> HeaderValues::processed(const PlaneRole& role) const {
   CFrameMetaData plane(*this);
-  plane.SetBitsPerPixel(16);
-  plane.SetHDRFrame(false);
-  plane.SetPixelEndianFormat(true);
+  describePlane(plane, false);
   plane.SetIsHighFrame(role.plane == ORVA_PLANE_HIGH);
   plane.SetIsMergedFrame(role.plane == ORVA_PLANE_MERGED);
   if (role.stacked) plane.SetIsStackedFrame(true);

@@ -11,6 +11,7 @@
 
 #include "frames/Decoding.h"
 #include "frames/FramePlanes.h"
+#include "metadata/Values.h"
 #include "statistics/PlaneCounts.h"
 #include "support/FileMemory.h"
 
@@ -228,13 +229,10 @@ void IFrame::GetMergedFrameStats(image_plane_stats_t& stats) {
 namespace {
 
 /// Writes a plane's processed header.
-int processedHeader(const orvacam::FrameParts& parts, bool swapped, bool high, bool merged,
-                    unsigned char* pBuffer, unsigned int uiCapacity) {
-  CFrameMetaData* const metaData = parts.metaData;
+int processedHeader(CFrameMetaData* metaData, bool swapped, bool high, bool merged, unsigned char* pBuffer,
+                    unsigned int uiCapacity) {
   if (metaData == nullptr || metaData->GetBinarizeSize() > uiCapacity) return -1;
-  metaData->SetBitsPerPixel(16);
-  metaData->SetHDRFrame(false);
-  metaData->SetPixelEndianFormat(!swapped);
+  orvacam::describePlane(*metaData, swapped);
   metaData->SetIsHighFrame(high);
   metaData->SetIsMergedFrame(merged);
   metaData->Binarize(pBuffer, uiCapacity);
@@ -244,11 +242,11 @@ int processedHeader(const orvacam::FrameParts& parts, bool swapped, bool high, b
 }  // namespace
 
 int IFrame::GetProcessedLowMetaData(unsigned char* pBuffer, unsigned int uiCapacity) {
-  return processedHeader(orvacam::partsOf(*this), m_bSourceByteSwapped, false, false, pBuffer, uiCapacity);
+  return processedHeader(m_pMetaData, m_bSourceByteSwapped, false, false, pBuffer, uiCapacity);
 }
 int IFrame::GetProcessedHighMetaData(unsigned char* pBuffer, unsigned int uiCapacity) {
-  return processedHeader(orvacam::partsOf(*this), m_bSourceByteSwapped, true, false, pBuffer, uiCapacity);
+  return processedHeader(m_pMetaData, m_bSourceByteSwapped, true, false, pBuffer, uiCapacity);
 }
 int IFrame::GetProcessedMergedMetaData(unsigned char* pBuffer, unsigned int uiCapacity) {
-  return processedHeader(orvacam::partsOf(*this), m_bSourceByteSwapped, false, true, pBuffer, uiCapacity);
+  return processedHeader(m_pMetaData, m_bSourceByteSwapped, false, true, pBuffer, uiCapacity);
 }

@@ -8,6 +8,7 @@
 #include "imagefiles/ImageFormats.h"
 #include "kernels/Kernels.h"
 #include "merge/FrameRegions.h"
+#include "metadata/Values.h"
 
 using orvacam::FrameRegions;
 
@@ -73,9 +74,7 @@ int CMergeAlgoLegacy::MergeFrames(unsigned short* pLow, unsigned short* pHigh, u
       m_bMergedStatistics ? &m_MergedStatistics : nullptr, *m_pLog);
   if (!tiff) return 0;
   CFrameMetaData metaData(m_MetaData);
-  metaData.SetBitsPerPixel(16);
-  metaData.SetHDRFrame(false);
-  metaData.SetPixelEndianFormat(!m_bByteSwapped);
+  orvacam::describePlane(metaData, m_bByteSwapped);
   return std::min(
       orvacam::imageFormatOf(format).finish(pMerged, leading, ulNumPixels, metaData, m_bByteSwapped), 0);
 } catch (const std::exception&) {

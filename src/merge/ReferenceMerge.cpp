@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "imagefiles/ImageFormats.h"
+#include "metadata/Values.h"
 
 namespace orvacam {
 
@@ -95,9 +96,7 @@ int finishMergedFrame(CHWMergeReferenceFrames& algorithm, unsigned short* merged
                                trailing);
   const bool swapped = handOut(algorithm).byteSwapped;
   CFrameMetaData& metaData = algorithm.GetMetaData();
-  metaData.SetBitsPerPixel(16);
-  metaData.SetHDRFrame(false);
-  metaData.SetPixelEndianFormat(!swapped);
+  describePlane(metaData, swapped);
   return std::min(imageFormatOf(enables.uiImageFormat).finish(merged, leading, pixels, metaData, swapped), 0);
 } catch (const std::exception&) {
   return -1;

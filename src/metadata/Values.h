@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string_view>
 
-/// Short ways to what a header holds. Nothing here takes memory.
+/// Short ways to what a header holds, or is to say. Nothing here takes memory.
 namespace orvacam {
 
 inline unsigned int numberOf(const CFrameMetaData& header, ORVA_META_KEYS key) {
@@ -19,6 +19,13 @@ inline std::string_view textOf(const CMetaValues& value) {
   const auto* const bytes = reinterpret_cast<const char*>(value.GetValue(nullptr, length));
   if (bytes == nullptr || length <= 0) return {};
   return {bytes, strnlen(bytes, static_cast<unsigned int>(length))};
+}
+
+/// What processed headers say of every plane: 16 bits a pixel, no HDR pair, whether its bytes are swapped.
+inline void describePlane(CFrameMetaData& header, bool swapped) {
+  header.SetBitsPerPixel(16);
+  header.SetHDRFrame(false);
+  header.SetPixelEndianFormat(!swapped);
 }
 
 }  // namespace orvacam

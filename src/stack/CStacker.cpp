@@ -9,6 +9,7 @@
 #include "kernels/Kernels.h"
 #include "metadata/FrameGeometry.h"
 #include "metadata/HeaderFields.h"
+#include "metadata/Values.h"
 
 namespace orvacam {
 
@@ -196,9 +197,7 @@ int CStacker::GetStackedMetaData(unsigned char* pBaseMeta, unsigned int uiLength
     m_uiMetaDataBufferSize = m_pMetaDataBuffer != nullptr ? size : 0;
     if (m_pMetaDataBuffer == nullptr) return -1;
   }
-  m_MetaData.SetBitsPerPixel(16);
-  m_MetaData.SetHDRFrame(false);
-  m_MetaData.SetPixelEndianFormat(true);
+  orvacam::describePlane(m_MetaData, false);
   m_MetaData.SetIsStackedFrame(true);
   m_MetaData.Binarize(m_pMetaDataBuffer, size);
   *ppMeta = m_pMetaDataBuffer;
