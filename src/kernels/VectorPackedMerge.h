@@ -40,7 +40,9 @@ static WideNotes noNotes(const PairNotes& notes) {
   return {noExtremes(), noExtremes(), noExtremes(), widened(notes.where)};
 }
 
-static Register placesOf(Register low, Register high, Register merged, const WidePlaces& where) {
+/// Always inline, like all that is done for each register: a call hands registers on through memory.
+[[gnu::always_inline]] static inline Register placesOf(Register low, Register high, Register merged,
+                                                       const WidePlaces& where) {
   const Register l = subtract16(low, where.low.first);
   const Register h = subtract16(high, where.high.first);
   Register place = shiftLeft16(l, where.lowShift);
@@ -188,8 +190,7 @@ struct WidePair {
 
 }  // namespace
 
-/// One register of pixels of both gains, from pixel i of the run on, with its notes. Always inline: a call
-/// would return three registers through memory.
+/// One register of pixels of both gains, from pixel i of the run on, with its notes.
 template <Noting noting, typename Corrector>
 [[gnu::always_inline]] static inline WidePair mergedPair(const PackedPair& run, std::size_t i,
                                                          const Corrector& corrector, const PairNotes& notes,
