@@ -60,6 +60,14 @@ def methods(node):
             yield f'`{shown}`', ast.get_docstring(member)
 
 
+def head(node):
+    """What a class is made with, where that is said in its own words, and what it is derived from."""
+    bases = ', '.join(f'`{ast.unparse(base)}`' for base in node.bases)
+    made = next((m for m in node.body if is_function(m) and m.name == '__init__' and len(m.args.args) > 1), None)
+    arguments = signature(made, True)[len('__init__'):].replace(' -> None', '') if made else ''
+    return f'`class {node.name}{arguments}`' + (f', derived from {bases}' if bases else '')
+
+
 def definitions(folder):
     """Where each name is defined: the classes and functions at the top of the package's files."""
     found = {}
@@ -87,8 +95,8 @@ def main():
         print(f'\n## {name}\n')
         if is_function(node):
             print(f'`{signature(node, False)}`\n')
-        elif node.bases:
-            print('Of: ' + ', '.join(f'`{ast.unparse(base)}`' for base in node.bases) + '\n')
+        else:
+            print(head(node) + '\n')
         print(words(text))
         if isinstance(node, ast.ClassDef):
             for shown, said in methods(node):
