@@ -262,6 +262,9 @@ TEST_F(Watch, ResumesAndSaysWhatFails) {
   good({"convert", "in/a.raw", "-o", "out"});
   Background run(folder.path(), {"convert", "--watch", "in", "-o", "out", "--log", "log"});
   ASSERT_TRUE(comes("out/b.fits"));
+  // The log tells when what was there has been passed over.
+  ASSERT_TRUE(
+      becomes([&] { return textOf(folder.read("log")).find("in/a.raw: done") != std::string::npos; }));
   Bytes other = frame;
   other.back() ^= 1;
   folder.write("in/a.raw", other);  // the camera wrote another frame of that name
@@ -274,7 +277,8 @@ TEST_F(Watch, ResumesAndSaysWhatFails) {
   }
   folder.write("in/z.raw", frame);
   ASSERT_TRUE(comes("out/z.fits"));
-  EXPECT_TRUE(becomes([&] { return run.said().find("wrong.raw") != std::string::npos; }));
+  for (const char* said : {"in/wrong.raw", "out/a.fits"})
+    EXPECT_TRUE(becomes([&] { return run.said().find(said) != std::string::npos; })) << said;
   run.tell(SIGINT);
   EXPECT_EQ(run.end(), 0);
   EXPECT_THAT(run.said(), HasSubstr("orvacam: out/a.fits: is there already; --overwrite replaces it\n"));

@@ -328,6 +328,9 @@ TEST_F(StackParts, CountNoFrameTwiceAndTakeNoOthers) {
   good(range(3, 4, {"-o", "mean.fits"}));
   bad({"stack", "--combine", "mean.fits", "-o", "b.fits"}, "mean.fits", "is no partial stack");
   bad({"stack", "--combine", "p1.fits", "none.fits", "-o", "b.fits"}, "none.fits", "is no regular file");
+  fs::create_directory(folder.path() / "parts");
+  fs::copy_file(folder.path() / "p1.fits", folder.path() / "parts/p1.fits");
+  bad({"stack", "--combine", "parts", "-o", "b.fits"}, "parts", "takes the parts in it by their names");
 }
 
 TEST_F(StackParts, OfFramesThatAreDamagedSayWhere) {

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 
 #include "Commands.h"
@@ -276,9 +277,11 @@ std::vector<std::string> askedNames(const std::vector<std::string>& patterns,
 
 // ---- What is printed
 
-void printJson(const std::string& path, const Facts& facts, const std::vector<std::string>* names) {
+/// Without names all there is.
+void printJson(const std::string& path, const Facts& facts,
+               const std::optional<std::vector<std::string>>& names) {
   Json object{{"schema", "orvacam.info/1"}, {"file", path}};
-  if (names == nullptr) {
+  if (!names) {
     object["header"] = facts.header;
     object["derived"] = facts.derived;
   } else {
@@ -328,13 +331,14 @@ std::vector<std::string> knownNames(const std::vector<Input>& inputs) {
   return known;
 }
 
-void show(const Input& input, const InfoOptions& options, bool alone, const std::vector<std::string>* names) {
+void show(const Input& input, const InfoOptions& options, bool alone,
+          const std::optional<std::vector<std::string>>& names) {
   requireUsable(input);
-  const Facts facts = factsOf(input.path, !options.csv && !options.json && names == nullptr);
-  if (options.csv) return printCsvLine(input.path, facts, *names);
+  const Facts facts = factsOf(input.path, !options.json && !names);
+  if (options.csv) return printCsvLine(input.path, facts, names.value());
   if (options.json) return printJson(input.path, facts, names);
   if (!alone) std::cout << files::shownText(input.path) << ":\n";
-  if (names != nullptr)
+  if (names)
     printKeys(facts, *names);
   else
     std::cout << facts.text;
@@ -344,18 +348,17 @@ int info(const InfoOptions& options) {
   const std::vector<Input> inputs = inputsOf(options.inputs);
   const bool some = options.csv || !options.keys.empty();
   // Names are looked up in all files before the first line is printed.
-  std::vector<std::string> names;
+  std::optional<std::vector<std::string>> names;
   if (some)
     names =
         askedNames(options.keys.empty() ? std::vector<std::string>{"*"} : options.keys, knownNames(inputs));
   if (options.csv) {
     std::cout << "file";
-    for (const std::string& name : names)
+    for (const std::string& name : names.value())
       std::cout << ',' << files::csvField(name);
     std::cout << '\n';
   }
-  return forEach(
-      inputs, [&](const Input& input) { show(input, options, inputs.size() == 1, some ? &names : nullptr); });
+  return forEach(inputs, [&](const Input& input) { show(input, options, inputs.size() == 1, names); });
 }
 
 void describe(Command& c, InfoOptions& o) {

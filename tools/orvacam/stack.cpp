@@ -70,7 +70,10 @@ int stack(const StackOptions& options) {
   const Format format = isPart                   ? Format::Fits
                         : options.format.empty() ? formatFor("-o", output)
                                                  : formatNamed(options.format).value();
-  const std::vector<Input> inputs = inputsOf(options.inputs);
+  std::vector<Input> inputs = inputsOf(options.inputs);
+  if (options.combine)
+    for (Input& input : inputs)
+      if (!input.wrong.empty()) input.wrong = "is a folder; --combine takes the parts in it by their names";
   Targets targets;
   for (const Input& input : inputs)
     targets.isInput(input.path);
