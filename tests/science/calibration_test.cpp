@@ -613,6 +613,10 @@ TEST_F(Calibrating, RefusesAPedestalThatKeepsSaturatedPixelsBelowTheThreshold) {
   EXPECT_LT(lowest, 3701);
   s.pedestal = made.smallestPedestal - 1;
   refused(s, "", "the smallest that serves is " + std::to_string(made.smallestPedestal));
+  s.highThreshold = 9000;
+  refused(s, "",
+          "the merge's high threshold of 9000 takes a pedestal of " +
+              std::to_string(made.smallestPedestal + 5300) + ", and a DSNU file holds 4095 at most");
   s.highThreshold = 3690;  // a merge that changes over earlier needs less
   s.pedestal.reset();
   EXPECT_EQ(science::calibrate(s).smallestPedestal, made.smallestPedestal - 10);

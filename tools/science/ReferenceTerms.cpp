@@ -8,9 +8,10 @@ namespace orvacam::science {
 
 namespace {
 
-constexpr double pedestalNoise = 6;   // deviations of the high plane's noise
-constexpr double largestFactor = 64;  // what 10 fraction bits leave room for
-constexpr double high12 = 4095;       // where a high-gain pixel saturates
+constexpr double pedestalNoise = 6;    // deviations of the high plane's noise
+constexpr double largestFactor = 64;   // what 10 fraction bits leave room for
+constexpr double high12 = 4095;        // where a high-gain pixel saturates
+constexpr double mostPedestal = 4095;  // what 16 bits with 3 of fraction hold
 
 /// What the flats show; its error is that of the frames, and of the offset, which is known to a part of its
 /// file's step.
@@ -121,9 +122,14 @@ void setPedestal(CalibrationDraft& draft) {
   });
   const double threshold = draft.source.highThreshold.value_or(draft.survey.merge.high_threshold);
   const double smallest = std::fmax(0, std::ceil(threshold - high12 + darkest));
+  if (smallest > mostPedestal)
+    throw Refused("", "the merge's high threshold of " + fixedText(threshold, 0) + " takes a pedestal of " +
+                          fixedText(smallest, 0) + ", and a DSNU file holds " + fixedText(mostPedestal, 0) +
+                          " at most");
   const double usual = std::ceil(pedestalNoise * draft.result.planes[1].noise.value);
   draft.result.smallestPedestal = static_cast<unsigned>(smallest);
-  draft.result.pedestal = draft.source.pedestal.value_or(static_cast<unsigned>(std::fmax(smallest, usual)));
+  const double own = std::fmin(std::fmax(smallest, usual), mostPedestal);
+  draft.result.pedestal = draft.source.pedestal.value_or(static_cast<unsigned>(own));
   if (draft.result.pedestal < draft.result.smallestPedestal)
     throw Refused("", "a pedestal of " + std::to_string(draft.result.pedestal) +
                           " is too small: a high-gain pixel that saturates would reach " +
