@@ -53,7 +53,7 @@ kernels::Extremes NeighbourCounts::addPairs(const std::uint16_t* pixels, std::si
 std::size_t NeighbourCounts::addBlock(const std::uint16_t* pixels, std::size_t pairs, Histogram histogram,
                                       kernels::Extremes* extremes) {
   const kernels::KernelTable& kernel = kernels::active();
-  std::uint16_t places[blockPixels / 2];
+  alignas(64) std::uint16_t places[blockPixels / 2];  // kernels write and read whole cache lines
   std::uint16_t outside[blockPixels / 2];
   kernel.placePairs(pixels, pairs, m_first, places, extremes);
   kernel.countValues(places, pairs, m_banks, kernels::pairBankStride, pixels + 2 * pairs,
