@@ -29,9 +29,11 @@ class CMakeBuild(build_ext):
         folder = pathlib.Path(given).resolve() if given else pathlib.Path(self.build_temp).resolve()
         if not given:
             subprocess.run(['cmake', '-S', ROOT, '-B', folder, '-DCMAKE_BUILD_TYPE=Release',
-                            '-DORVACAM_BUILD_PYTHON=ON', '-DORVACAM_BUILD_TOOLS=OFF',
+                            '-DORVACAM_BUILD_PYTHON=ON', '-DORVACAM_BUILD_TOOLS=OFF', '-DORVACAM_UNITY=ON',
                             f'-DORVACAM_PYTHON={sys.executable}'], check=True)
-            subprocess.run(['cmake', '--build', folder, '--target', 'orvacam_python', '--parallel'], check=True)
+            # Without a number, make would start all jobs at once.
+            jobs = os.environ.get('CMAKE_BUILD_PARALLEL_LEVEL') or str(len(os.sched_getaffinity(0)))
+            subprocess.run(['cmake', '--build', folder, '--target', 'orvacam_python', '--parallel', jobs], check=True)
         target = pathlib.Path(self.get_ext_fullpath(ext.name)).resolve()
         target.parent.mkdir(parents=True, exist_ok=True)
         with tempfile.TemporaryDirectory() as prefix:
