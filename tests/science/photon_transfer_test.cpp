@@ -149,6 +149,20 @@ TEST(PhotonTransfer, DoubtsPairsOfDifferentLevels) {
   EXPECT_THAT(noteOn(measured(camera, series), "gain_e_per_adu"), HasSubstr("differ by up to 5.384 %"));
 }
 
+TEST(PhotonTransfer, SaysThatPairsDifferWhereThatHidesTheGain) {
+  const Camera camera;
+  Series series = seriesOf(camera, {1, 2, 3, 4, 9});
+  series.flats[1].moments.mean[0] += 300;  // of 1000
+  series.flats[1].moments.mean[1] -= 300;
+  series.flats[1].moments.variance *= 50;
+  const PlaneTransfer plane = measured(camera, series);
+  EXPECT_FALSE(plane.gain.known());
+  EXPECT_THAT(noteOn(plane, "gain_e_per_adu"), HasSubstr("differ by up to 60"));
+  EXPECT_TRUE(std::any_of(plane.notes.begin(), plane.notes.end(), [](const Note& note) {
+    return note.text.find("does not rise with the signal") != std::string::npos;
+  }));
+}
+
 TEST(PhotonTransfer, SeparatesDarkCurrentFromReadNoise) {
   Camera camera;
   camera.darkCurrent = 400;

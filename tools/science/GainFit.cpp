@@ -44,7 +44,7 @@ void sayIfPairsDiffer(PlaneTransfer& plane, const std::vector<const CurvePoint*>
   say(plane, "gain_e_per_adu",
       "The flats of a pair differ by up to " + number(100 * most) +
           " %: the pixels' different responses count as noise, and the gain comes out too small. Flats of "
-          "equal exposure are paired in their order.");
+          "equal exposure are paired in their order; by name, f10 comes before f2.");
 }
 
 }  // namespace
@@ -57,6 +57,8 @@ void fitGain(PlaneTransfer& plane, double fullScale) {
                    point.signal <= most && point.moments.atFull <= fewPixels;
     if (point.fitted) points.push_back(&point);
   }
+  // Also where nothing can be fitted for that.
+  sayIfPairsDiffer(plane, points);
   if (points.size() < 2) {
     say(plane, "gain_e_per_adu",
         "The gain is not known: it takes two pairs of flats or more between the darks and a signal of " +
@@ -71,7 +73,6 @@ void fitGain(PlaneTransfer& plane, double fullScale) {
     return;
   }
   plane.gain = quotient({1, 0}, slope);
-  sayIfPairsDiffer(plane, points);
 }
 
 }  // namespace orvacam::science
