@@ -92,7 +92,10 @@ namespace {
 
 template <typename Terms>
 struct PackedCorrector {
-  PackedCorrector(const MergeRule& narrow, const Terms& given) : rule(widened(narrow)), terms(given) {}
+  /// Terms one by one: a record that was just stored by parts, and is loaded whole, waits for all stores.
+  PackedCorrector(const MergeRule& narrow, const Terms& given)
+      : rule(widened(narrow)),
+        terms{given.additiveLow, given.additiveHigh, given.multiplicativeLow, given.multiplicativeHigh} {}
 
   Register low(Register pixels, std::size_t i) const {
     return correctedPacked(pixels, termsAt(terms.additiveLow, i), termsAt(terms.multiplicativeLow, i), rule);
