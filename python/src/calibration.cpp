@@ -46,9 +46,8 @@ auto working(const Work& work) {
     const WithoutGil others;
     return work();
   } catch (const science::Refused& refused) {
-    const std::string path = refused.path(), text = refused.what();
     const py::object exception =
-        py::module_::import("orvacam._errors").attr("_refused")(text, py::bytes(path));
+        py::module_::import("orvacam._errors").attr("_refused")(refused.what(), py::bytes(refused.path()));
     PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
     throw py::error_already_set();
   } catch (const Interrupted&) {
