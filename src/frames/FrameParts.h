@@ -41,9 +41,9 @@ struct SourceBytes {
   const unsigned char* bytes = nullptr;
   std::size_t length = 0;
 
-  /// None where the place lies behind them.
+  /// None where the place lies behind them, or where there are none.
   SourceBytes from(std::size_t place) const {
-    return place < length ? SourceBytes{bytes + place, length - place} : SourceBytes{};
+    return bytes != nullptr && place < length ? SourceBytes{bytes + place, length - place} : SourceBytes{};
   }
 };
 
