@@ -37,6 +37,19 @@ def _result_type(dtype: Any) -> 'numpy.dtype[Any]':
     return kind
 
 
+def _put_under_free_name(hidden: str, target: str) -> None:
+    """Moves a file. One that has the name by now keeps it: FileExistsError."""
+    try:
+        os.link(hidden, target)
+    except FileExistsError:
+        raise
+    except OSError:  # no links on this file system: an empty file claims the name
+        os.close(os.open(target, os.O_CREAT | os.O_EXCL | os.O_WRONLY, 0o666))
+        os.replace(hidden, target)
+    else:
+        os.unlink(hidden)
+
+
 def _write_whole(path: Path, data: Any, overwrite: bool) -> None:
     """The file appears with all its bytes or not at all; a link is written through."""
     target = os.path.realpath(os.fsdecode(path))
@@ -48,7 +61,10 @@ def _write_whole(path: Path, data: Any, overwrite: bool) -> None:
             file.write(data)
             file.flush()
             os.fsync(file.fileno())
-        os.replace(hidden, target)
+        if overwrite:
+            os.replace(hidden, target)
+        else:
+            _put_under_free_name(hidden, target)
     except BaseException as error:
         try:
             os.unlink(hidden)

@@ -1,5 +1,6 @@
 """Stacks that are saved in parts and combined: by the package and by the program."""
 
+import errno
 import os
 import pathlib
 import subprocess
@@ -136,6 +137,28 @@ def test_files_appear_whole_or_not_at_all(night: List[pathlib.Path], tmp_path: p
             stack.save(tmp_path, overwrite=True)
     assert orvacam.Stack.combine([target]).count == 2
     assert os.listdir(tmp_path) == ['a.fits']
+
+
+@pytest.mark.parametrize('links', [True, False])
+def test_a_file_that_appears_meanwhile_is_not_replaced(links: bool, night: List[pathlib.Path], tmp_path: pathlib.Path,
+                                                       monkeypatch: pytest.MonkeyPatch) -> None:
+    def refuse(*names: Any) -> None:
+        raise PermissionError(errno.EPERM, 'no links here')
+
+    if not links:
+        monkeypatch.setattr(os, 'link', refuse)
+    target = tmp_path / 'a.fits'
+    with orvacam.Stack() as stack:
+        stack.add(night[0])
+        stack.save(target)
+        saved = target.read_bytes()
+        target.write_bytes(b'of another')
+        monkeypatch.setattr(os.path, 'lexists', lambda path: False)  # it was not there a moment ago
+        with pytest.raises(FileExistsError) as caught:
+            stack.save(target)
+        assert caught.value.filename == str(target) and target.read_bytes() == b'of another'
+        stack.save(target, overwrite=True)
+    assert target.read_bytes() == saved and os.listdir(tmp_path) == ['a.fits']
 
 
 @pytest.mark.parametrize('method,by', [('median', numpy.median), ('min', numpy.min), ('max', numpy.max)])
