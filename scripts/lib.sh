@@ -67,13 +67,14 @@ run_threads_test() {
 }
 
 # The Python package's own tests with a module under AddressSanitizer and UndefinedBehaviorSanitizer. What they compare
-# with comes from the dev build. The interpreter itself leaks by design, and its memory grows by what is quarantined.
+# with comes from the dev build. The interpreter itself leaks by design, and its memory grows by what is quarantined. By
+# gcc, whose runtime is a library that the interpreter can be given.
 run_python_under_asan() {
   build_preset dev orvacam_python orvacam_tool fuzz_seeds
   "$root/build/dev/fuzz/fuzz_seeds" "$root/build/dev/fuzz/seeds" >/dev/null
   local folder=$root/build/asan-python tests=$root/python/tests
   if [[ ! -f $folder/build.ninja ]]; then
-    cmake --preset asan -B "$folder" -DORVACAM_BUILD_PYTHON=ON -DORVACAM_BUILD_TESTS=OFF -DORVACAM_BUILD_BENCH=OFF \
+    cmake --preset asan -B "$folder" -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DORVACAM_BUILD_PYTHON=ON -DORVACAM_BUILD_TESTS=OFF -DORVACAM_BUILD_BENCH=OFF \
       -DORVACAM_BUILD_EXAMPLES=OFF >/dev/null
   fi
   cmake --build "$folder" --target orvacam_python

@@ -415,15 +415,7 @@ TEST(FitsImageCopy, GrowsAndIsKeptWhenLargeEnough) {
   fits.FreeAll();
 }
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ORVACAM_TEST_HAS_SHADOW_MEMORY
-#endif
-#elif defined(__SANITIZE_ADDRESS__)
-#define ORVACAM_TEST_HAS_SHADOW_MEMORY
-#endif
-
-#if !defined(ORVACAM_TEST_HAS_SHADOW_MEMORY)  // which does not live with a limit of address space
+#if !ORVACAM_SANITIZED  // their shadow memory does not live with a limit of address space
 [[noreturn]] void allocateWithinOneGiB() {
   const rlimit limit{1UL << 30, 1UL << 30};
   setrlimit(RLIMIT_AS, &limit);

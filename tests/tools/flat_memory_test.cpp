@@ -6,7 +6,7 @@
 #include "simulator/Instrument.h"
 
 // A sanitizer keeps freed memory: what a process takes then means nothing.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !ORVACAM_SANITIZED
 
 namespace {
 

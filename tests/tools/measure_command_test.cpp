@@ -395,7 +395,7 @@ TEST_F(Measure, NeverWritesOverAFileUnasked) {
 }
 
 // A sanitizer keeps freed memory: what a process takes then means nothing.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !ORVACAM_SANITIZED
 TEST_F(Measure, NeedsNoMoreMemoryForMoreFrames) {
   width = 600, height = 400;
   shootSeries({1}, 30000);

@@ -154,7 +154,7 @@ TEST_F(StackMethods, StandardInputIsReadOnceHoweverManyPasses) {
   EXPECT_EQ(fits("a.fits")[0], 2);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !ORVACAM_SANITIZED
 TEST_F(StackMethods, KeepToTheMemoryAndOpenEachFileOncePerPass) {
   constexpr int count = 24;  // of 2 MiB
   std::vector<unsigned int> values;

@@ -3,9 +3,9 @@
 namespace orvacam::files {
 
 std::string npyHeader(const Raster& raster) {
-  constexpr const char* types[] = {"|u1", "<u2", "<f4", "<f8", "<i8"};
+  constexpr const char* descriptions[] = {"|u1", "<u2", "<f4", "<f8", "<i8"};
   constexpr std::size_t ahead = 10, alignment = 64;
-  std::string text = "{'descr': '" + std::string(types[raster.sample]) +
+  std::string text = "{'descr': '" + std::string(descriptions[raster.sample]) +
                      "', 'fortran_order': False, 'shape': (" + std::to_string(raster.size.height) + ", " +
                      std::to_string(raster.size.width) + "), }";
   text.append(alignment - 1 - (ahead + text.size()) % alignment, ' ');
