@@ -74,8 +74,8 @@ run_python_under_asan() {
   "$root/build/dev/fuzz/fuzz_seeds" "$root/build/dev/fuzz/seeds" >/dev/null
   local folder=$root/build/asan-python tests=$root/python/tests
   if [[ ! -f $folder/build.ninja ]]; then
-    cmake --preset asan -B "$folder" -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DORVACAM_BUILD_PYTHON=ON -DORVACAM_BUILD_TESTS=OFF -DORVACAM_BUILD_BENCH=OFF \
-      -DORVACAM_BUILD_EXAMPLES=OFF >/dev/null
+    cmake --preset asan -B "$folder" -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DORVACAM_BUILD_PYTHON=ON \
+      -DORVACAM_BUILD_TESTS=OFF -DORVACAM_BUILD_BENCH=OFF -DORVACAM_BUILD_EXAMPLES=OFF >/dev/null
   fi
   cmake --build "$folder" --target orvacam_python
   (cd "$folder" && LD_PRELOAD="$(gcc -print-file-name=libasan.so) $(gcc -print-file-name=libstdc++.so.6)" \
