@@ -227,28 +227,23 @@ TEST(FaceDecoder, ReadsSampledPixelsAsTheCameraDefinesThem) {
 
 // ---- Merging
 
+void expectMergedAsAtRowZero(sim::HeaderFields fields, unsigned int startRow, const char* mode) {
+  const Bytes atTop = simulate(fields).bytes;
+  fields.startRow = startRow;
+  const Bytes below = simulate(fields).bytes;
+  Decoder decoder;
+  EXPECT_EQ(pixelsOf(decoder.decode(viewed(below)).merged), pixelsOf(decoder.decode(viewed(atTop)).merged))
+      << mode;
+}
+
 TEST(FaceDecoder, MergesFramesThatStartBelowRowZeroAsOthers) {
-  for (const char* mode : {"GSense400Hdr", "GSense2020Hdr", "GSense4040Hdr", "GSense6060Hdr"}) {
-    sim::HeaderFields fields = fieldsOf(mode);
-    const Bytes atTop = simulate(fields).bytes;
-    fields.startRow = 1000;
-    const Bytes below = simulate(fields).bytes;
-    Decoder decoder;
-    EXPECT_EQ(pixelsOf(decoder.decode(viewed(below)).merged), pixelsOf(decoder.decode(viewed(atTop)).merged))
-        << mode;
-  }
+  for (const char* mode : {"GSense400Hdr", "GSense2020Hdr", "GSense4040Hdr", "GSense6060Hdr"})
+    expectMergedAsAtRowZero(fieldsOf(mode), 1000, mode);
 }
 
 TEST(FaceDecoder, MergesTheLastRowOfTheWidestFrames) {
-  for (const char* mode : {"GSense400Hdr", "GSense2020Hdr", "GSense4040Hdr", "GSense6060Hdr"}) {
-    sim::HeaderFields fields = fieldsOf(modeNamed(mode), 65536, 1);
-    const Bytes atTop = simulate(fields).bytes;
-    fields.startRow = 65535;
-    const Bytes below = simulate(fields).bytes;
-    Decoder decoder;
-    EXPECT_EQ(pixelsOf(decoder.decode(viewed(below)).merged), pixelsOf(decoder.decode(viewed(atTop)).merged))
-        << mode;
-  }
+  for (const char* mode : {"GSense400Hdr", "GSense2020Hdr", "GSense4040Hdr", "GSense6060Hdr"})
+    expectMergedAsAtRowZero(fieldsOf(modeNamed(mode), 65536, 1), 65535, mode);
 }
 
 TEST(FaceDecoder, TakesThresholdsForTheMergeAlone) {
