@@ -31,6 +31,16 @@ void expectPlanes(const Decoded& decoded, const Mode& mode, const std::vector<si
     EXPECT_EQ(pixelsOf(planeOf(decoded, names[i])), planes[i]) << names[i];
 }
 
+/// The merged plane does not depend on the row at which the frame starts.
+void expectMergedAsAtRowZero(sim::HeaderFields fields, unsigned int startRow, const char* mode) {
+  const Bytes atTop = simulate(fields).bytes;
+  fields.startRow = startRow;
+  const Bytes below = simulate(fields).bytes;
+  Decoder decoder;
+  EXPECT_EQ(pixelsOf(decoder.decode(viewed(below)).merged), pixelsOf(decoder.decode(viewed(atTop)).merged))
+      << mode;
+}
+
 }  // namespace
 
 ORVACAM_OF_EVERY_MODE(FaceDecoderOf);
@@ -226,15 +236,6 @@ TEST(FaceDecoder, ReadsSampledPixelsAsTheCameraDefinesThem) {
 }
 
 // ---- Merging
-
-void expectMergedAsAtRowZero(sim::HeaderFields fields, unsigned int startRow, const char* mode) {
-  const Bytes atTop = simulate(fields).bytes;
-  fields.startRow = startRow;
-  const Bytes below = simulate(fields).bytes;
-  Decoder decoder;
-  EXPECT_EQ(pixelsOf(decoder.decode(viewed(below)).merged), pixelsOf(decoder.decode(viewed(atTop)).merged))
-      << mode;
-}
 
 TEST(FaceDecoder, MergesFramesThatStartBelowRowZeroAsOthers) {
   for (const char* mode : {"GSense400Hdr", "GSense2020Hdr", "GSense4040Hdr", "GSense6060Hdr"})
