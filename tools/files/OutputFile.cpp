@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <tuple>
 #include <utility>
 
 #include "files/WithoutSignals.h"
@@ -61,12 +63,57 @@ std::string hiddenName(const std::string& folder) {
   return folder + "/" + hiddenPrefix() + std::to_string(getpid()) + "-" + std::to_string(++count);
 }
 
+/// Locks what this process has just made. False when a process that clears up was faster, or has removed it.
+bool lockNew(int file) {
+  if (flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return false;
+  struct stat status {};
+  return fstat(file, &status) == 0 && status.st_nlink > 0;  // a file system without locks has nobody to fear
+}
+
+/// Makes a hidden file or folder with `make(path)`, which opens it, and locks it until it is closed.
+/// Processes of two containers may have one host name and number: a name that is taken is passed over. The
+/// path and what was opened, or "", -1 and errno.
+template <typename Make>
+std::pair<std::string, int> makeHidden(const std::string& folder, Make make) {
+  for (int tries = 0; tries < 1000; ++tries) {
+    std::string path = hiddenName(folder);
+    const WithoutSignals held;  // whose handlers must know the path as soon as it is ours, and not before
+    const int file = make(path.c_str());
+    if (file >= 0 && lockNew(file)) {
+      remember(path);
+      return {std::move(path), file};
+    }
+    if (file >= 0)
+      ::close(file);
+    else if (errno != EEXIST)
+      return {"", -1};
+  }
+  errno = EEXIST;
+  return {"", -1};
+}
+
+int makeFile(const char* path) {
+  return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+}
+
+int makeFolder(const char* path) {
+  if (mkdir(path, 0700) != 0) return -1;
+  const int folder = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
+  if (folder >= 0) return folder;
+  const int error = errno;
+  rmdir(path);
+  errno = error == ENOENT ? EEXIST : error;  // somebody has cleared it: as if the name were taken
+  return -1;
+}
+
 /// The process in a hidden name behind its prefix, 0 for another name.
-long processIn(const char* rest) {
+pid_t processIn(const char* rest) {
   char* end = nullptr;
   errno = 0;
   const long process = std::strtol(rest, &end, 10);
-  return end != rest && *end == '-' && errno == 0 && process > 0 && process <= INT_MAX ? process : 0;
+  return end != rest && *end == '-' && errno == 0 && process > 0 && process <= INT_MAX
+             ? static_cast<pid_t>(process)
+             : 0;
 }
 
 /// Removes a folder with what is in it. A handler may not call readdir, which asks for memory; the system's
@@ -110,6 +157,21 @@ int renameWhereFree(const char* from, const char* to) {
   return -1;
 }
 
+/// Removes a hidden file or folder whose process is gone, or had this one's number before; unless it is
+/// locked: its process is one of another container, or this one itself.
+void removeAbandoned(const std::string& path, pid_t process) {
+  const bool sameNumber = process == getpid();
+  if (!sameNumber && (kill(process, 0) == 0 || errno != ESRCH)) return;
+  // NFS locks only what is open to write.
+  int file = open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (file < 0 && errno == EISDIR) file = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  const bool locked = flock(file, LOCK_EX | LOCK_NB) == 0;
+  const bool inUse = !locked && (sameNumber || errno == EWOULDBLOCK);
+  std::error_code ignored;
+  if (!inUse) std::filesystem::remove_all(path, ignored);
+  if (file >= 0) ::close(file);
+}
+
 void flushed(int file) {
   // Folders of some file systems cannot be flushed; their files have been.
   if (file < 0) return;
@@ -144,15 +206,10 @@ OutputFile::OutputFile(std::string path, Existing existing)
                        S_ISDIR(status.st_mode) ? "is a folder" : "is there already and is no regular file");
     if (m_existing == Existing::refuse) fail(EEXIST);
   }
-  m_temporary = hiddenName(folderOf(m_target));
-  remember(m_temporary);
-  m_file = open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  std::tie(m_temporary, m_file) = makeHidden(folderOf(m_target), makeFile);
   if (m_file >= 0) return;
-  const int error = errno;
-  forget(m_temporary);
-  m_temporary.clear();
-  if (error == EEXIST) throw WriteError(m_path, "cannot be written: its hidden name is taken");
-  fail(error);
+  if (errno == EEXIST) throw WriteError(m_path, "cannot be written: its hidden names are taken");
+  fail(errno);
 }
 
 void OutputFile::close() noexcept {
@@ -161,10 +218,11 @@ void OutputFile::close() noexcept {
 }
 
 OutputFile::~OutputFile() {
+  if (!m_temporary.empty()) {
+    unlink(m_temporary.c_str());
+    forget(m_temporary);
+  }
   close();
-  if (m_temporary.empty()) return;
-  unlink(m_temporary.c_str());
-  forget(m_temporary);
 }
 
 void OutputFile::write(const void* bytes, std::size_t length) {
@@ -180,13 +238,12 @@ void OutputFile::write(const void* bytes, std::size_t length) {
 
 void OutputFile::commit() {
   if (fsync(m_file) != 0) fail(errno);
-  const int file = std::exchange(m_file, -1);
-  if (::close(file) != 0) fail(errno);
   // What has come there meanwhile stays.
   const auto give = m_existing == Existing::replace ? std::rename : renameWhereFree;
   if (give(m_temporary.c_str(), m_target.c_str()) != 0) fail(errno);
   forget(m_temporary);
   m_temporary.clear();
+  close();  // not before: closed, it is locked no more
   flushed(open(folderOf(m_target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
@@ -196,11 +253,8 @@ void OutputFile::cleanUp(const std::string& folder) {
   const std::string prefix = hiddenPrefix();
   while (const dirent* const entry = readdir(list)) {
     if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) != 0) continue;
-    const long process = processIn(entry->d_name + prefix.size());
-    if (process > 0 && kill(static_cast<pid_t>(process), 0) != 0 && errno == ESRCH) {
-      std::error_code ignored;
-      std::filesystem::remove_all(folder + "/" + entry->d_name, ignored);
-    }
+    const pid_t process = processIn(entry->d_name + prefix.size());
+    if (process > 0) removeAbandoned(folder + "/" + entry->d_name, process);
   }
   closedir(list);
 }
@@ -215,18 +269,16 @@ void OutputFile::forgetUnfinished() noexcept {
     entry.used = false;
 }
 
-WorkFolder::WorkFolder(const std::string& folder) : m_path(hiddenName(folder)) {
-  remember(m_path);
-  if (mkdir(m_path.c_str(), 0700) == 0) return;
-  const int error = errno;
-  forget(m_path);
-  throw WriteError(folder, std::string("cannot be written to: ") + std::strerror(error));
+WorkFolder::WorkFolder(const std::string& folder) {
+  std::tie(m_path, m_lock) = makeHidden(folder, makeFolder);
+  if (m_lock < 0) throw WriteError(folder, std::string("cannot be written to: ") + std::strerror(errno));
 }
 
 WorkFolder::~WorkFolder() {
   std::error_code ignored;
   std::filesystem::remove_all(m_path, ignored);
   forget(m_path);
+  close(m_lock);
 }
 
 }  // namespace orvacam::files

@@ -20,8 +20,9 @@ class WriteError : public std::runtime_error {
 enum class Existing { refuse, replace };
 
 /// A file that appears under its name whole or not at all: written under a hidden name beside the target,
-/// flushed to the disk, renamed. The hidden name carries host and process, so that a later run knows what a
-/// process left behind that could not clean up. A link is written through. For one thread.
+/// flushed to the disk, renamed. The hidden name carries host and process and the file is locked (flock), so
+/// that a later run knows what a process left behind that could not clean up. A link is written through. For
+/// one thread.
 class OutputFile {
  public:
   /// Throws WriteError: the target is there and stays, is no regular file, or its folder cannot be written
@@ -68,6 +69,7 @@ class WorkFolder {
 
  private:
   std::string m_path;
+  int m_lock = -1;
 };
 
 /// The folder that a file is in: "." for a bare name.
