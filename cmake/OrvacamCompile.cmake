@@ -48,8 +48,8 @@ endif()
 set(ORVACAM_TEST_OPTIONS $<IF:$<BOOL:${CMAKE_CROSSCOMPILING}>,-O1,-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
 
 # orvacam_in_units(<target>): with ORVACAM_UNITY, sources of the target are compiled eight at a time. What they share,
-# standard headers and templates above all, is most of their compilation. Never the library's own sources: their code
-# is that of every build.
+# standard headers and templates above all, is most of their compilation. Not the library's own sources where somebody
+# may use it or measure it: their code is that of every build.
 function(orvacam_in_units target)
   if(NOT ORVACAM_UNITY)
     return()

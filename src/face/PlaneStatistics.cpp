@@ -9,7 +9,7 @@ namespace orvacam::face {
 
 namespace {
 
-constexpr std::size_t values = 65536;
+constexpr std::size_t levels = 65536;
 // The library's clip points: 5 % of the pixels below, 0.1 % above.
 constexpr double lowClipFraction = 0.05;
 constexpr double highClipFraction = 0.001;
@@ -42,9 +42,9 @@ struct PlaneCounter::Runs {
 
 // The counts are cleared block by block, when they are first used. Groups of values are gathered whole.
 PlaneCounter::PlaneCounter()
-    : m_counts(new std::uint32_t[values]),
-      m_values(new std::uint16_t[values + kernels::countGroup]),
-      m_times(new std::uint32_t[values + kernels::countGroup]) {}
+    : m_counts(new std::uint32_t[levels]),
+      m_values(new std::uint16_t[levels + kernels::countGroup]),
+      m_times(new std::uint32_t[levels + kernels::countGroup]) {}
 
 /// Counts the region and finds the runs of the extremes; their x is the number of the run.
 void PlaneCounter::countRuns(const Runs& runs, orva_statistics& numbers) {
@@ -115,7 +115,7 @@ std::unique_ptr<const PlaneStatistics> PlaneCounter::count(const std::uint16_t* 
                                                            const orva_geometry& geometry,
                                                            bool withHistogram) {
   auto statistics = std::make_unique<PlaneStatistics>();
-  if (withHistogram) statistics->histogram.resize(values);
+  if (withHistogram) statistics->histogram.resize(levels);
   orva_statistics& numbers = statistics->numbers;
   numbers.size = sizeof numbers;
   numbers.count = std::uint64_t{geometry.image_width} * geometry.image_height;

@@ -68,15 +68,15 @@ std::size_t NeighbourCounts::addBlock(const std::uint16_t* pixels, std::size_t p
 /// A window around most of these pixels, if one is wide enough.
 void NeighbourCounts::chooseWindow(const std::uint16_t* pixels, std::size_t count) {
   constexpr std::size_t samples = 256;
-  constexpr int largestValue = 65535;
+  constexpr int largest = 65535;
   int sample[samples];
   for (std::size_t i = 0; i < samples; ++i)
     sample[i] = pixels[i * count / samples];
   const Spread spread = spreadOf(sample);
   m_watch.looked(spread.bits() <= kernels::pairWindowBits);
   if (!m_watch.inWindows()) return;
-  m_first = static_cast<std::uint16_t>(
-      movedWithin(windowAround(spread, kernels::pairWindowBits), largestValue).first);
+  m_first =
+      static_cast<std::uint16_t>(movedWithin(windowAround(spread, kernels::pairWindowBits), largest).first);
   std::fill_n(m_banks, kernels::pairEntries, 0U);
 }
 
