@@ -144,6 +144,20 @@ TEST_F(PartialStackFile, HoldsEverything) {
   EXPECT_EQ(bytesOf(back), whole);
 }
 
+TEST(StackRecord, EndsNoLaterThanTimesReach) {
+  sim::HeaderFields fields = fieldsOf("GSense400Hdr");
+  fields.exposure = 0xFFFFFFFF;  // twelve hours
+  const auto endOf = [&](unsigned int hour) {
+    fields.time = {2262, 4, 11, hour, 47, 16, 854775807};
+    const Bytes bytes = simulate(fields, 3, 1).bytes;
+    StackRecord record;
+    record.add(Frame::copy(bytes.data(), bytes.size()), false);
+    return record.end.value();
+  };
+  EXPECT_EQ(endOf(23), Instant::max()) << "the last time of all, and twelve hours more";
+  EXPECT_EQ(endOf(11), Instant::max() - std::chrono::hours(12) + std::chrono::microseconds(42949672950));
+}
+
 TEST_F(PartialStackFile, PartsAddUpToWhatOneRunGives) {
   PartialStack sum = partOf({1, 2}), more = partOf({3, 4, 5});
   const PartialStack all = partOf({1, 2, 3, 4, 5});

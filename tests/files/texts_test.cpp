@@ -56,6 +56,9 @@ TEST(Texts, OfTimesAreUtc) {
   EXPECT_EQ(isoTime(time), "2024-05-17T21:04:33.123456700");
   EXPECT_EQ(tiffTime(time), "2024:05:17 21:04:33");
   EXPECT_EQ(isoTime(Instant(std::chrono::nanoseconds(-1))), "1969-12-31T23:59:59.999999999");
+  EXPECT_EQ(isoTime(Instant(std::chrono::nanoseconds(-1000000000))), "1969-12-31T23:59:59.000000000");
+  EXPECT_EQ(isoTime(Instant::max()), "2262-04-11T23:47:16.854775807");
+  EXPECT_EQ(isoTime(Instant::min()), "1677-09-21T00:12:43.145224192");
 }
 
 TEST(Texts, OfNumbersReadBackAsTheSameNumber) {

@@ -20,9 +20,10 @@ void StackRecord::add(const Frame& frame, bool digest) {
   const Header& header = frame.header();
   exposure += static_cast<std::uint64_t>(header.number("ExposureTime"));
   if (const auto time = header.time()) {
-    const auto last = *time + std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                  std::chrono::duration<double>(header.exposure_seconds()));
     earliest = earliest ? std::min(*earliest, *time) : *time;
+    const auto length = std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::duration<double>(header.exposure_seconds()));
+    const Instant last = *time > Instant::max() - length ? Instant::max() : *time + length;
     end = end ? std::max(*end, last) : last;
   }
   if (const auto temperature = header.temperature_celsius()) {

@@ -2,6 +2,7 @@
 
 #include <png.h>
 
+#include <cstdio>
 #include <new>
 #include <stdexcept>
 
@@ -12,7 +13,7 @@ namespace {
 /// libpng's callbacks may not throw through its C code: failures are noted, and told at the end.
 struct Sink {
   std::vector<unsigned char> bytes;
-  std::string failure;
+  char failure[128] = "";
   bool outOfMemory = false;
 };
 
@@ -29,7 +30,7 @@ void append(png_structp png, png_bytep data, std::size_t length) {
 void flush(png_structp) {}
 
 void failed(png_structp png, png_const_charp what) {
-  static_cast<Sink*>(png_get_error_ptr(png))->failure = what;
+  std::snprintf(static_cast<Sink*>(png_get_error_ptr(png))->failure, sizeof Sink::failure, "%s", what);
   png_longjmp(png, 1);
 }
 
@@ -77,7 +78,7 @@ std::vector<unsigned char> pngFile(const Raster& raster,
   const bool written = writeAll(png, info, raster, records.data(), static_cast<int>(records.size()));
   png_destroy_write_struct(&png, &info);
   if (sink.outOfMemory) throw std::bad_alloc();
-  if (!written) throw std::runtime_error("cannot be made a PNG file: " + sink.failure);
+  if (!written) throw std::runtime_error(std::string("cannot be made a PNG file: ") + sink.failure);
   return std::move(sink.bytes);
 }
 

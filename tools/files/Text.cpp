@@ -15,12 +15,13 @@ struct Broken {
 };
 
 Broken broken(Instant time) {
-  using std::chrono::seconds;
-  const auto whole = std::chrono::floor<seconds>(time.time_since_epoch());
-  const std::time_t clock = whole.count();
+  constexpr std::int64_t perSecond = 1000000000;
+  const std::int64_t nanoseconds = time.time_since_epoch().count();
+  const bool inSecondBefore = nanoseconds % perSecond < 0;
+  const std::time_t clock = nanoseconds / perSecond - (inSecondBefore ? 1 : 0);
   Broken result;
   gmtime_r(&clock, &result.calendar);
-  result.nanoseconds = static_cast<long>((time.time_since_epoch() - whole).count());
+  result.nanoseconds = nanoseconds % perSecond + (inSecondBefore ? perSecond : 0);
   return result;
 }
 
