@@ -187,7 +187,7 @@ int CAlgo::ConvertFile(const wchar_t* pSource, const conv_info_t* pInfo, const w
 }
 
 int CAlgo::DoConvertBase(const wchar_t* pSource, const conv_info_t* pInfo, unpacked_images_t* pImages) {
-  if (pImages == nullptr) return -1;
+  if (pImages == nullptr || pInfo == nullptr) return -1;
   orvacam::ConversionMemory memory;
   const int result = Conversion{*this, m_MergeSettings, m_MetaData, m_HWMerge, memory}.run(pSource, *pInfo);
   if (!memory.images.bLowImageRequest) return result;  // it did not get as far as the images

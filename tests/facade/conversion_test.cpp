@@ -167,13 +167,59 @@ TEST_F(Conversion, WritesTheOtherPlanesWhenOneCannotBeWritten) {
   }
 }
 
-class Names : public CAlgo {
+/// Its protected step, for programs that derive from the façade.
+class Steps : public CAlgo {
  public:
   using CAlgo::DoConvertBase;
 };
 
+TEST_F(Conversion, HandsThePlanesOfAFileToADerivedClass) {
+  Steps steps;
+  unpacked_images_t images{};
+  const conv_info_t info{ORVA_IMAGE_FORMAT_TIFF, nullptr, nullptr};
+  ASSERT_EQ(steps.DoConvertBase(folder.write("hdr.bin", hdr.bytes).c_str(), &info, &images), 0);
+  EXPECT_TRUE(images.bMetaDataRequest && images.bLowImageRequest && images.bHighImageRequest &&
+              images.bMergedImageRequest);
+  const std::size_t pixels = hdr.plane(0).size();
+  ASSERT_EQ(images.ulLowImageSize, 2 * pixels);
+  EXPECT_EQ(Pixels(images.pLowImage, images.pLowImage + pixels), hdr.plane(0));
+  EXPECT_EQ(Pixels(images.pHighImage, images.pHighImage + pixels), hdr.plane(1));
+  EXPECT_EQ(images.ulMergedImagePixels, pixels);
+  CFrameMetaData merged;
+  ASSERT_EQ(merged.Parse(images.pMergedMetaData, images.uiMetaDataSize), 0);
+  EXPECT_TRUE(merged.Value(ORVA_META_KEY_TEST_IS_MERGED_FRAME).GetValueBool());
+  steps.FreeFramePointers(&images);
+  EXPECT_EQ(images.pLowImage, nullptr);
+
+  images = {};
+  ASSERT_EQ(steps.DoConvertBase(folder.write("single.bin", single.bytes).c_str(), &info, &images), 0);
+  EXPECT_EQ(Pixels(images.pLowImage, images.pLowImage + pixels), single.plane(0));
+  EXPECT_TRUE(images.pHighImage == nullptr && images.pMergedImage == nullptr);
+  steps.FreeFramePointers(&images);
+}
+
+TEST_F(Conversion, HandsOverWhatAFailureLeavesAndNothingBefore) {
+  Steps steps;
+  unpacked_images_t images{};
+  const conv_info_t info{ORVA_IMAGE_FORMAT_TIFF, nullptr, nullptr};
+  RawFrame cut = hdr;
+  cut.bytes.resize(cut.bytes.size() / 2);
+  EXPECT_EQ(steps.DoConvertBase(folder.write("cut.bin", cut.bytes).c_str(), &info, &images), -1);
+  EXPECT_NE(images.pLowImage, nullptr);
+  steps.FreeFramePointers(&images);
+
+  images = {};
+  images.ulLowImagePixels = 77;
+  const std::wstring source = folder.write("hdr.bin", hdr.bytes);
+  EXPECT_EQ(steps.DoConvertBase(L"/nowhere", &info, &images), -1);
+  EXPECT_EQ(steps.DoConvertBase(nullptr, &info, &images), -1);
+  EXPECT_EQ(steps.DoConvertBase(source.c_str(), nullptr, &images), -1);
+  EXPECT_EQ(steps.DoConvertBase(source.c_str(), &info, nullptr), -1);
+  EXPECT_TRUE(images.pLowImage == nullptr && images.ulLowImagePixels == 77);
+}
+
 TEST(ProcessedFileName, ReplacesTheExtensionAfterTheLastDotOfThePath) {
-  Names names;
+  CAlgo names;
   EXPECT_EQ(names.MakeProcessedFileName(L"out/frame.raw", "_LOW", ".fit"), "out/frame_LOW.fit");
   EXPECT_EQ(names.MakeProcessedFileName(L"a.b.c", "", ".tiff"), "a.b.tiff");
   EXPECT_EQ(names.MakeProcessedFileName(L"folder.x/name", "_HIGH", ".fit"),
@@ -181,7 +227,6 @@ TEST(ProcessedFileName, ReplacesTheExtensionAfterTheLastDotOfThePath) {
   EXPECT_EQ(names.MakeProcessedFileName(L"a.b", "_X", nullptr), "a_X");
   EXPECT_EQ(names.MakeProcessedFileName(L"a.b", nullptr, ".fit"), "a.fit");
   EXPECT_THROW(names.MakeProcessedFileName(L"", "", ".fit"), std::out_of_range);
-  EXPECT_EQ(names.DoConvertBase(L"x", nullptr, nullptr), -1);
 }
 
 }  // namespace

@@ -173,6 +173,9 @@ TEST(FaceReferences, ThatAreRefusedLeaveTheEarlierOneInPlace) {
   Bytes inverted = good;
   inverted[122] = 9;
   EXPECT_EQ(reasonOf([&] { decoder.dsnu(folder.put("inverted", inverted)); }), Reason::bad_geometry);
+  Bytes brief = good;
+  brief[4] = 0, brief[5] = 200;  // states a header of 200 bytes, and the version needs 384
+  EXPECT_EQ(reasonOf([&] { decoder.dsnu(folder.put("brief", brief)); }), Reason::bad_geometry);
   const auto other =
       folder.put("other", referenceBytes("VESTRA VS400", width, height + 1, prnuLow, prnuHigh));
   const auto mismatch = errorOf([&] { decoder.prnu(other); });

@@ -72,6 +72,10 @@ TEST(FaceFiles, ThatCannotBeMadeLeaveNothing) {
   EXPECT_EQ(reasonOf([&] { orvacam::convert_file("a", static_cast<FileFormat>(3), "b.fit"); }),
             Reason::bad_argument);
   EXPECT_EQ(reasonOf([&] { orvacam::convert_file(frame, FileFormat::fits, "nodot"); }), Reason::bad_argument);
+  sim::HeaderFields roomy =
+      fieldsOf("GSense400Hdr");  // a header with a block, longer than files are read with
+  roomy.otherBlock.resize(700);
+  EXPECT_EQ(reason(folder.put("roomy.raw", simulate(roomy, 4).bytes), out / "a.fit"), Reason::bad_argument);
   Bytes timeless = whole;
   std::fill_n(timeless.begin() + 152, 30, 0);
   EXPECT_EQ(reason(folder.put("timeless.raw", timeless), out / "a.fit"), Reason::bad_argument);

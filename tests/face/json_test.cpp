@@ -36,6 +36,16 @@ TEST(FaceHeader, JsonHasValuesUnitsAndWhatFollows) {
   EXPECT_EQ(json["derived"]["temperature_celsius"], -19.5);
 }
 
+TEST(FaceHeader, JsonHasTimesBefore1970) {
+  Bytes bytes = sim::writeHeader(fieldsOf("GSense400Hdr"), 3);
+  const auto timeOf = [&](const std::string& text) {
+    std::copy(text.begin(), text.end(), bytes.begin() + 152);
+    return nlohmann::json::parse(parsed(bytes).to_json())["derived"]["time_utc"];
+  };
+  EXPECT_EQ(timeOf("1969/12/31 23:59:59.000000001"), "1969-12-31T23:59:59.000000001");
+  EXPECT_EQ(timeOf("1904/02/29 00:00:00.000000000"), "1904-02-29T00:00:00.000000000");
+}
+
 TEST(FaceHeader, JsonHasNullWhereThereIsNothing) {
   Bytes bytes = sim::writeHeader(fieldsOf("GSense400Hdr"), 1);
   bytes[126] = bytes[127] = 0;

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
 #include "face/FaceTesting.h"
+#include "face/Failure.h"
 
 using namespace face_testing;
 using orvacam::Decoded;
@@ -51,6 +54,16 @@ TEST(FaceMisuse, ReferencesIntoTemporariesLive) {
   ASSERT_TRUE(statistics.has_value());
   EXPECT_EQ(statistics->count, 240u);
   EXPECT_EQ(Decoder().decode(pair()).low.header().sensor(), "GSENSE400");
+}
+
+TEST(FaceMisuse, WhateverIsThrownInsideIsAReason) {
+  using orvacam::face::guarded;
+  EXPECT_EQ(guarded([] { throw std::logic_error("seven"); }), -ORVA_INTERNAL);
+  EXPECT_STREQ(orva_last_error()->text, "a fault of the library: seven");
+  EXPECT_EQ(guarded([] { throw 7; }), -ORVA_INTERNAL);
+  EXPECT_STREQ(orva_last_error()->text, "a fault of the library");
+  EXPECT_EQ(guarded([] { throw std::bad_alloc(); }), -ORVA_OUT_OF_MEMORY);
+  EXPECT_EQ(orva_last_error()->kind, ORVA_OUT_OF_MEMORY);
 }
 
 TEST(FaceMisuse, SettingsOfTemporariesAreKept) {

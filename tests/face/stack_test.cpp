@@ -87,15 +87,23 @@ TEST(FaceStack, SumsAreSums) {
 }
 
 TEST(FaceStack, MeansAreRoundedOnce) {
-  // sum / count is just above half way between two floats; rounding to double first would lose that.
-  const std::uint64_t count = 3;
-  const std::uint64_t sum = 3 * 65535;
   const sim::HeaderFields fields = fieldsOf(modeNamed("Imx183"), 1, 1);
-  const std::uint64_t square = 3 * std::uint64_t{65535} * 65535;
-  const Stack stack =
-      Stack::from_sums(frameOf(fields).header(), count, orvacam::Image<std::uint64_t>::copy({1, 1}, &sum),
-                       orvacam::Image<std::uint64_t>::copy({1, 1}, &square));
-  EXPECT_EQ(stack.result()(0, 0), 65535.0f);
+  const auto meanOf = [&](std::uint64_t sum, std::uint64_t count) {
+    const std::uint64_t square = sum * 65535;
+    const Stack stack =
+        Stack::from_sums(frameOf(fields).header(), count, orvacam::Image<std::uint64_t>::copy({1, 1}, &sum),
+                         orvacam::Image<std::uint64_t>::copy({1, 1}, &square));
+    return stack.result()(0, 0);
+  };
+  EXPECT_EQ(meanOf(3 * 65535, 3), 65535.0f);
+  // Floats near 40000 are 1/256 apart. These means lie beside the middle between two of them by so little
+  // that a double does not hold it: rounded to double first, they would go to the even float.
+  const std::uint64_t count = (1u << 29) + 511;  // -1 modulo 512
+  EXPECT_EQ(meanOf(((512 * 40000 + 1) * count + 1) / 512, count), 40000 + 1.0f / 256)
+      << "above 40000 + 1/512";
+  EXPECT_EQ(meanOf(((512 * 40000 + 511) * count - 1) / 512, count), 40001 - 1.0f / 256)
+      << "below 40001 - 1/512";
+  EXPECT_EQ(meanOf((512 * 40000 + 1) * 16, 512 * 16), 40000.0f) << "just 40000 + 1/512: to even";
   unsigned int state = 5;
   for (int i = 0; i < 20000; ++i) {
     state = state * 1664525u + 1013904223u;

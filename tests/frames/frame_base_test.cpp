@@ -1,5 +1,6 @@
 // The base of all frames, and the factory.
 
+#include <gmock/gmock.h>
 #include <orvacam/frames/CFrameArgent23084.h>
 #include <orvacam/frames/CFrameGSense2020.h>
 #include <orvacam/frames/CFrameGSense400.h>
@@ -9,6 +10,7 @@
 #include <orvacam/frames/CFrameIMX183.h>
 #include <orvacam/frames/CFrameLSGEN.h>
 
+#include <cstdlib>
 #include <typeinfo>
 
 #include "TestFolder.h"
@@ -257,6 +259,40 @@ TEST_F(FrameBase, KeepsItsWorkingBuffersWhenTheyAreLargeEnough) {
   EXPECT_EQ(frame.m_uiWorkSizeWithHeader, 121u);
   frame.FreeUnpackedBuffers();
   EXPECT_EQ(frame.m_uiWorkSize, 0u);
+}
+
+TEST_F(FrameBase, TakesAGivenBufferForWhatItHolds) {
+  unsigned short pixels[3] = {1, 2, 3};
+  unsigned short* image = pixels;
+  unsigned long capacity = sizeof pixels;
+  EXPECT_EQ(frame.AllocateBufferPointer(4, &image, &capacity), 0);
+  EXPECT_THAT(pixels, ::testing::Each(0)) << "an image is cleared over its capacity";
+  EXPECT_TRUE(image == pixels && capacity == sizeof pixels);
+  pixels[0] = pixels[1] = pixels[2] = 9;
+  capacity = 4;
+  EXPECT_EQ(frame.AllocateBufferPointer(6, &image, &capacity), -1);
+  EXPECT_THAT(pixels, ::testing::ElementsAre(0, 0, 9)) << "also when it is too small, and not beyond it";
+
+  unsigned char bytes[3] = {1, 2, 3};
+  unsigned char* metaData = bytes;
+  unsigned int metaCapacity = sizeof bytes;
+  EXPECT_EQ(frame.AllocateMetaDataPointer(3, &metaData, &metaCapacity), 0);
+  EXPECT_EQ(frame.AllocateMetaDataPointer(4, &metaData, &metaCapacity), -1);
+  EXPECT_THAT(bytes, ::testing::ElementsAre(1, 2, 3)) << "a header's buffer is never cleared";
+}
+
+TEST_F(FrameBase, MakesABufferOfTheSizeWhereThereIsNone) {
+  unsigned short* image = nullptr;
+  unsigned long capacity = 7;
+  ASSERT_EQ(frame.AllocateBufferPointer(8, &image, &capacity), 0);
+  EXPECT_EQ(capacity, 8u);
+  EXPECT_THAT(std::vector<unsigned short>(image, image + 4), ::testing::Each(0));
+  std::free(image);
+  unsigned char* metaData = nullptr;
+  unsigned int metaCapacity = 7;
+  ASSERT_EQ(frame.AllocateMetaDataPointer(5, &metaData, &metaCapacity), 0);
+  EXPECT_EQ(metaCapacity, 5u);
+  std::free(metaData);
 }
 
 TEST_F(FrameBase, RefusesNullBufferPointers) {

@@ -189,7 +189,7 @@ TEST_F(Simulate, SaysWhyAFileCannotBeWritten) {
 TEST_F(Simulate, KeepsTheOldFileWhenTheDiskIsFull) {
   folder.write("a.raw", {1, 2, 3});
   Surroundings full;
-  full.longestFile = 100000;
+  full.longestFile = 1000000;  // of the 1.5 MB of a frame
   const Ran ran = orvacam({"simulate", "GSENSE400", "-o", "a.raw", "--overwrite"}, full);
   EXPECT_EQ(ran.exitCode, 3);
   EXPECT_EQ(ran.err, "orvacam: a.raw: cannot be written: File too large\n");
