@@ -181,6 +181,8 @@ TEST(FaceReferences, ThatAreRefusedLeaveTheEarlierOneInPlace) {
   const auto mismatch = errorOf([&] { decoder.prnu(other); });
   EXPECT_EQ(mismatch.reason(), Reason::mismatch);
   EXPECT_TRUE(contains(mismatch.what(), {"24 x 10", "24 x 11"}));
+  const Bytes wider = referenceBytes("VESTRA VS400", width + 2, height, prnuLow, prnuHigh);
+  EXPECT_EQ(reasonOf([&] { decoder.prnu(folder.put("wider", wider)); }), Reason::mismatch);
   EXPECT_EQ(
       reasonOf([&] {
         decoder.prnu(folder.put("sensor", referenceBytes("VESTRA VS4040", width, height, prnuLow, prnuHigh)));
@@ -288,12 +290,20 @@ TEST(FaceBias, OfAPairNeedsBothPlanes) {
   EXPECT_EQ(reasonOf([&] { decoder.decode(frameOf(fieldsOf("Imx183"))); }), Reason::mismatch);
 }
 
-TEST(FaceBias, FramesOfDifferentSizesAreRefusedAndTheEarlierOnesHold) {
+TEST(FaceBias, FramesThatAreUnlikeAreRefusedAndTheEarlierOnesHold) {
   const SimulatedFrame frame = simulate(fieldsOf("GSense400Hdr"));
   const Plane bias = biasPlane(width, height, 50);
   Decoder decoder;
   decoder.bias(bias, bias);
   EXPECT_EQ(reasonOf([&] { decoder.bias(bias, biasPlane(width, height + 1, 1)); }), Reason::mismatch);
+  EXPECT_EQ(reasonOf([&] { decoder.bias(bias, biasPlane(width + 1, height, 1)); }), Reason::mismatch);
+  const Plane high = Decoder().decode(viewed(frame.bytes)).high;
+  sim::HeaderFields lower = fieldsOf("GSense400Hdr");
+  lower.startRow = 1;
+  const Plane elsewhere = Decoder().decode(frameOf(lower)).low;
+  EXPECT_EQ(reasonOf([&] { decoder.bias(elsewhere, high); }), Reason::mismatch);
+  const Plane other = Decoder().decode(frameOf(fieldsOf("GSense4040Hdr"))).low;
+  EXPECT_EQ(reasonOf([&] { decoder.bias(other, high); }), Reason::mismatch);
   EXPECT_EQ(pixelsOf(decoder.decode(viewed(frame.bytes)).low), subtracted(frame.planes[0], bias, 0));
 }
 
@@ -408,6 +418,11 @@ TEST_F(FaceCalibration, BlocksThatAreNoneAreRefusedAndTheEarlierOneHolds) {
   bad = block;
   bad[25] = 200;  // more values than there are
   refused(bad);
+  for (const std::size_t ratio : {16u, 20u}) {  // a gain ratio of millions
+    bad = block;
+    std::fill_n(bad.begin() + static_cast<std::ptrdiff_t>(ratio), 4, 255);
+    refused(bad);
+  }
   refused(sim::writeHeader(fields, 3));
   EXPECT_EQ(decoder.merge_info(header).gain_ratio, 15.5);
 }

@@ -351,6 +351,8 @@ TEST_F(FrameBase, MergesNothingForANullPlaneOrNoPixels) {
   initialize();
   Pixels plane(4);
   EXPECT_EQ(frame.MergeFrame(nullptr, plane.data(), plane.data(), 4), 0);
+  EXPECT_EQ(frame.MergeFrame(plane.data(), nullptr, plane.data(), 4), 0);
+  EXPECT_EQ(frame.MergeFrame(plane.data(), plane.data(), nullptr, 4), 0);
   EXPECT_EQ(frame.MergeFrame(plane.data(), plane.data(), plane.data(), 0), 0);
   EXPECT_EQ(frame.MergeFrame(plane.data(), plane.data(), plane.data(), 4), -1);  // no algorithm
 }

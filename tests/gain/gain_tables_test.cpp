@@ -269,6 +269,7 @@ TEST(GainTables, FallBackForWhatTheyDoNotHave) {
   EXPECT_EQ(tables->GetTable(low, entries, 7, false), -1);
   EXPECT_EQ(entries[0].uiValue, 0u);
   EXPECT_EQ(tables->GetTable(neither, entries, 8, false), -1);
+  EXPECT_EQ(tables->GetTable(low, nullptr, 8, false), -1);
 }
 
 TEST(GainTables, AreReplacedByTheCallersOwn) {

@@ -66,6 +66,8 @@ TEST_F(Bias, OfOneChannelLeavesTheOtherPlaneAndItsStatisticsUntouched) {
 TEST_F(Bias, OfTheWrongSizeIsRefusedAndClearsWhatWasSet) {
   ASSERT_EQ(algo->SetBiasFrames(4, 2, low.data(), high.data()), 0);
   EXPECT_EQ(algo->SetBiasFrames(2, 4, low.data(), high.data()), -1);
+  EXPECT_EQ(algo->SetBiasFrames(4, 3, low.data(), high.data()), -1);
+  EXPECT_EQ(algo->SetBiasFrames(5, 2, low.data(), high.data()), -1);
   const std::vector<unsigned short> before = plane;
   algo->ApplyBiasFrame(plane.data(), 4, 2, *statistics, false);
   EXPECT_EQ(plane, before);

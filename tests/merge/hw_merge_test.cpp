@@ -254,6 +254,9 @@ TEST_F(HWMerge, RefusesNullPointers) {
   Pixels p(4);
   merge.MergeNoStats(nullptr, p.data(), p.data(), 4);
   merge.MergeNoStats(p.data(), nullptr, p.data(), 4);
+  merge.MergeNoStats(p.data(), p.data(), nullptr, 4);
+  merge.MergeWithStats(nullptr, p.data(), p.data(), 4);
+  merge.MergeWithStats(p.data(), nullptr, p.data(), 4);
   merge.MergeWithStats(p.data(), p.data(), nullptr, 4);
   EXPECT_EQ(p, Pixels(4));
   EXPECT_EQ(merge.MergeFrames(nullptr, p.data(), p.data(), 4), -1);

@@ -131,6 +131,8 @@ TEST_F(LegacyMerge, RefusesNullPlanes) {
   EXPECT_EQ(merge.MergeFrames(p.data(), nullptr, p.data(), 4), -1);
   EXPECT_EQ(merge.MergeFrames(p.data(), p.data(), nullptr, 4), -1);
   merge.DoMergeWithStats(nullptr, nullptr, p.data(), p.data(), 4);
+  merge.DoMergeWithStats(nullptr, p.data(), nullptr, p.data(), 4);
+  merge.DoMergeWithStats(nullptr, p.data(), p.data(), nullptr, 4);
   EXPECT_EQ(p, Pixels(4));
 }
 

@@ -311,6 +311,10 @@ TEST_F(ReferenceFiles, OfDifferentSizesAreRefusedWithBothSizes) {
   EXPECT_TRUE(contains(log.text(),
                        "ERROR, CheckReferenceMetaData: PRNU File size w: 1, h: 2 does not match DSNU "
                        "size w: 2, h: 1\n"));
+  for (const Bytes& other : {file(2, 2, {1, 2, 3, 4, 5, 6, 7, 8}), file(1, 1, {1, 2})}) {
+    const std::wstring name = folder.write("other", other);
+    EXPECT_EQ(frames.CreateReferenceFrames(dsnu.c_str(), name.c_str(), 1.0, 1.0, nullptr), -1);
+  }
 }
 
 TEST_F(ReferenceFiles, ThatAreShortGiveAFailureAndWhatTheyHold) {
