@@ -314,6 +314,37 @@ TEST_F(Calibrating, LeavesCosmicRaysOutThatHitAPixelTwice) {
     EXPECT_NEAR(planeOf(made.file, p, true, 8)[1000], planeOf(without, p, true, 8)[1000], 1.5);
 }
 
+TEST_F(Calibrating, TakesTheDarkerOneOfTwoFrames) {
+  for (const unsigned lit : {0u, 1u}) {
+    SCOPED_TRACE(lit);
+    const CalibrationSource s = source(CalibrationKind::dark, 2);
+    const Calibration good = science::calibrate(s);
+    std::vector<sim::Plane> planes = expose(sim::FrameType::Dark, lit, 2, 0);
+    for (sim::Plane& plane : planes)
+      for (std::uint16_t& pixel : plane)
+        pixel = static_cast<std::uint16_t>(pixel + 500);
+    const std::string name = keep("dark" + std::to_string(lit), planes);
+    const Calibration made = science::calibrate(s);
+    for (unsigned p = 0; p < 2; ++p)
+      EXPECT_NEAR(made.planes[p].level.value, good.planes[p].level.value, 0.5);
+    EXPECT_EQ(made.warnings.back(), "left out, as their level is more than four deviations off: " + name);
+  }
+}
+
+TEST_F(Calibrating, KnowsTheLevelOfFramesWithoutNoise) {
+  instrument.readNoise = 0;
+  fields.width = 100;  // so that levels are no round numbers
+  fields.height = 70;
+  const Calibration made = science::calibrate(source(CalibrationKind::bias, 4));
+  const sim::Truth truth = sim::truthOf(*camera, fields, instrument);
+  for (unsigned p = 0; p < 2; ++p) {
+    EXPECT_NEAR(made.planes[p].level.value, truth.planes[p].offset, 0.1);
+    EXPECT_EQ(made.planes[p].drift, 0);
+    EXPECT_EQ(made.planes[p].rejected, 0u);
+  }
+  EXPECT_THAT(made.warnings, ElementsAre("made from 4 frames: ten or more are better"));
+}
+
 TEST_F(Calibrating, IsNotSpoiltByOneFrameWhereverItStands) {
   // Frames that are too noisy, lit, or empty; as the first, second, third or last one.
   const auto spoil = [](std::vector<sim::Plane>& planes, int how) {

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -9,11 +10,15 @@ namespace {
 
 constexpr double offLevel = 4;  // deviations of a frame's noise; beyond, values are left out
 
-double medianLevel(const CalibrationDraft& draft, unsigned p) {
-  std::vector<float> levels;
+/// As pixels are combined: the median, of two frames the lower level.
+double usualLevel(const CalibrationDraft& draft, unsigned p) {
+  std::vector<double> levels;
   for (const auto& level : draft.survey.levels)
-    levels.push_back(static_cast<float>(level[p]));
-  return medianIn(levels);
+    levels.push_back(level[p]);
+  const std::size_t place = levels.size() == 2 ? 0 : levels.size() / 2;
+  const auto usual = levels.begin() + static_cast<std::ptrdiff_t>(place);
+  std::nth_element(levels.begin(), usual, levels.end());
+  return *usual;
 }
 
 /// Variance that a mean of all frames still has: half of them against the other half. Where one half was
@@ -129,12 +134,14 @@ void describe(CalibrationDraft& draft, unsigned p) {
 }  // namespace
 
 bool CalibrationDraft::isOff(std::size_t frame, unsigned plane, double noise) const {
-  return !flat() && std::fabs(survey.levels[frame][plane] - medianLevels[plane]) > offLevel * noise;
+  static const double ofRounding = std::sqrt(1.0 / 12);  // pixels are whole counts
+  const double off = std::fabs(survey.levels[frame][plane] - usualLevels[plane]);
+  return !flat() && off > offLevel * std::fmax(noise, ofRounding);
 }
 
 void describePlanes(CalibrationDraft& draft) {
   for (unsigned p = 0; p < draft.maps.size(); ++p) {
-    draft.medianLevels[p] = medianLevel(draft, p);
+    draft.usualLevels[p] = usualLevel(draft, p);
     describe(draft, p);
   }
 }

@@ -21,8 +21,8 @@ struct CalibrationDraft {
   const CalibrationSource& source;
   const CalibrationSurvey& survey;
   Calibration result;
-  std::vector<PlaneMeans> maps;             ///< by plane
-  std::array<double, 2> medianLevels = {};  ///< of the frames, by plane
+  std::vector<PlaneMeans> maps;            ///< by plane
+  std::array<double, 2> usualLevels = {};  ///< of the frames, by plane
 
   bool flat() const { return source.kind == CalibrationKind::flat; }
   std::size_t pixels() const { return std::size_t{survey.size.width} * survey.size.height; }
