@@ -231,7 +231,7 @@ TEST(FrameStack, RefusesFramesThatDoNotGoTogether) {
     settings.allowed = orvacam::Unlike::settings;
     EXPECT_EQ(stacked(unlike, settings).seen, 3u);
     settings.plane = "image";
-    EXPECT_THAT(errorOfStack(unlike, settings), HasSubstr("has no plane \"image\""));
+    EXPECT_THAT(errorOfStack(unlike, settings), HasSubstr("has no plane 'image'"));
     settings.plane = "";
     settings.memory = 1000;
     EXPECT_THAT(errorOfStack(unlike, settings), HasSubstr("do not hold one frame"));

@@ -258,6 +258,26 @@ TEST_F(Convert, SaysWhichReferenceFileIsWrong) {
   bad({"convert", "a.raw", "-o", "out", "--dsnu", "small"}, "a.raw", "100 x 59");
 }
 
+TEST_F(Convert, SaysWhichCalibrationFileIsWrong) {
+  folder.write("a.raw", hdr.bytes);
+  folder.write("junk", Bytes(300, 'j'));
+  fs::create_directory(folder.path() / "out");
+  const std::pair<const char*, const char*> cases[] = {
+      {"none", "cannot be opened: No such file or directory"},
+      {"out", "is no regular file"},
+      {"junk", "does not start with \"Meta\""}};
+  for (const auto& [name, why] : cases)
+    bad({"convert", "a.raw", "-o", "out", "--calibration", name}, name, why);
+}
+
+TEST_F(Convert, RefusesTheBiasFileOfAnotherSensor) {
+  folder.write("a.raw", hdr.bytes);
+  folder.write("bias", Sample(fieldsOf("GSENSE4040", "hdr", hdr.fields.width, hdr.fields.height), 1).bytes);
+  fs::create_directory(folder.path() / "out");
+  bad({"convert", "a.raw", "-o", "out", "--bias", "bias"}, "a.raw",
+      "is of the sensor GSENSE400, the bias file of GSENSE4040");
+}
+
 TEST_F(Convert, RefusesCorrectionsThatDoNotApply) {
   folder.write("a.raw", single.bytes);
   folder.write("d", sim::dsnuFile(*sim::findCamera("GSENSE400"), hdr.fields, sim::Sky()));
@@ -276,6 +296,17 @@ TEST_F(Convert, NeedsAFolderToWriteTo) {
   bad({"convert", "a.raw", "-o", "taken/deeper"}, "taken/deeper", "is no folder and cannot be made one", 3);
   fs::create_directories(folder.path() / "out" / "a.fits" / "in");
   bad({"convert", "a.raw", "-o", "out"}, "out/a.fits", "is a folder", 3);
+}
+
+TEST_F(Convert, WritesTheOtherFixedFilesWhenAFolderIsInTheWayOfOne) {
+  folder.write("a.raw", hdr.bytes);
+  folder.write("b.raw", single.bytes);
+  fs::create_directories(folder.path() / "out" / "a_LOW.fit" / "in");
+  const Ran ran = orvacam({"convert", "a.raw", "b.raw", "-o", "out", "--native", "--quiet"});
+  EXPECT_EQ(ran.exitCode, 3);
+  EXPECT_EQ(ran.err, "orvacam: out/a_LOW.fit: is a folder\n");
+  EXPECT_TRUE(fs::is_directory(folder.path() / "out" / "a_LOW.fit" / "in"));
+  EXPECT_EQ(files("out").count("b.fit"), 1u);
 }
 
 TEST_F(Convert, NeverWritesAnImpossibleDate) {

@@ -63,6 +63,9 @@ TEST_F(TheProgram, RefusesUnknownAndMissingOptions) {
   refused({"convert", "a.raw", "--ouput", "out"}, "there is no option '--ouput'; did you mean '--output'?");
   refused({"--jobs", "2", "convert", "a.raw", "-o", "out"}, "--jobs: stands behind the command");
   refused({"convert", "a.raw"}, "--output is required");
+  refused({"convert", "a.raw", "-o", "out", "--output", "other"}, "--output: is given more than once");
+  refused({"convert", "a.raw", "-o", ""}, "--output: the name is empty");
+  refused({"convert", "", "-o", "out"}, "the name is empty");
   refused({"convert", "a.raw", "-o", "out", "--format", "picture"},
           "there is no 'picture'; there are fits, tiff");
   refused({"convert", "a.raw", "-o", "out", "--format", "fit"}, "did you mean 'fits'?");
@@ -364,6 +367,48 @@ TEST_F(Info, PicksKeysByPatternInTheOrderAsked) {
   refused({"info", "a.raw", "--keys", "ExposureTim"},
           "there is no key 'ExposureTim'; did you mean 'ExposureTime'?");
   refused({"info", "a.raw", "--keys", "none*"}, "there is no key 'none*'");
+}
+
+TEST_F(Info, GivesAsJsonWhatIsAskedAndNothingElse) {
+  writeFlat("a.raw", 3);
+  const auto header = [this](const char* keys) {
+    auto all = nlohmann::json::parse(good({"info", "a.raw", "--json", "--keys", keys}));
+    EXPECT_EQ(all["schema"], "orvacam.info/1");
+    return std::pair(all["header"], all["derived"]);
+  };
+  const auto [values, derived] = header("ExposureTime,width");
+  EXPECT_EQ(values,
+            (nlohmann::json{{"values", {{"ExposureTime", 100000}}}, {"units", {{"ExposureTime", "10 us"}}}}));
+  EXPECT_EQ(derived, (nlohmann::json{{"width", 6}}));
+  EXPECT_EQ(header("CameraM*").first["values"].size(), 1u);
+  EXPECT_EQ(header("CameraM*").second, nlohmann::json::object());
+}
+
+TEST_F(Info, ReadsTheTagsOfForeignTiffFiles) {
+  for (const bool tagged : {true, false}) {
+    TIFF* const file = TIFFOpen(folder.file("a.tiff").c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    TIFFSetField(file, TIFFTAG_IMAGEWIDTH, 5);
+    TIFFSetField(file, TIFFTAG_IMAGELENGTH, 1);
+    TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, 8);
+    if (tagged) {
+      TIFFSetField(file, TIFFTAG_IMAGEDESCRIPTION, "a cell");
+      TIFFSetField(file, TIFFTAG_MODEL, "Microscope 7");
+      TIFFSetField(file, TIFFTAG_DATETIME, "2024:05:17 21:04:33");
+    }
+    unsigned char row[5] = {};
+    TIFFWriteEncodedStrip(file, 0, row, 5);
+    TIFFClose(file);
+    const auto all = nlohmann::json::parse(good({"info", "a.tiff", "--json"}));
+    EXPECT_EQ(all["derived"]["width"], 5) << all;
+    EXPECT_EQ(all["derived"]["height"], 1);
+    const auto& values = all["header"]["values"];
+    EXPECT_EQ(values.size(), tagged ? 3u : 0u) << values;
+    if (tagged)
+      EXPECT_EQ(values, (nlohmann::json{{"ImageDescription", "a cell"},
+                                        {"Model", "Microscope 7"},
+                                        {"DateTime", "2024:05:17 21:04:33"}}));
+  }
 }
 
 TEST_F(Info, ReadsTheFilesThatTheProgramWrote) {

@@ -264,6 +264,26 @@ TEST_F(Inputs, AreTakenFromListsOfOtherSystemsAndThroughPipes) {
   EXPECT_EQ(wrong.err, "orvacam: the list list has names that end with a NUL, which -0 reads\n");
 }
 
+TEST_F(Inputs, AreTakenFromStandardInput) {
+  writeHdr("a.raw", 16, 8);
+  for (const Arguments& options : {Arguments{}, Arguments{"--native"}, Arguments{"-f", "tiff"}}) {
+    std::string more = " --quiet";
+    for (const std::string& option : options)
+      more += " " + option;
+    const Ran ran = shell("\"$0\" convert - -o out" + more + " < a.raw");
+    EXPECT_EQ(ran.exitCode, 0) << ran.err;
+    Arguments named = {"convert", "a.raw", "-o", "named", "--quiet"};
+    named.insert(named.end(), options.begin(), options.end());
+    good(named);
+  }
+  EXPECT_EQ(fits("out/stdin_LOW.fits"), fits("named/a_LOW.fits"));
+  EXPECT_EQ(tiff("out/stdin_HIGH.tiff"), tiff("named/a_HIGH.tiff"));
+  for (const char* const plane : {"LOW", "HIGH", "MERGED"})
+    EXPECT_EQ(folder.read("out/stdin_" + std::string(plane) + ".fit"),
+              folder.read("named/a_" + std::string(plane) + ".fit"));
+  EXPECT_EQ(files("out").size(), files("named").size());
+}
+
 // ---- What the caller gives a program
 
 using Surrounded = Inputs;

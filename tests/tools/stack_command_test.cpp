@@ -135,7 +135,7 @@ TEST_F(StackMethods, NameTheFrameThatIsWrong) {
     bad(stack({"f0.raw", "hdr.raw", "f1.raw"}, more), "hdr.raw", "is unlike the first frame: the sensor");
     bad(stack({"f0.raw", "none.raw"}, more), "none.raw", "No such file");
     bad(stack({"f0.raw", "f1.raw", "./f0.raw"}, more), "a.fits", "is the same file as f0.raw");
-    bad(stack({"f0.raw", "f1.raw", "--plane", "low"}, more), "f0.raw", "has no plane \"low\"");
+    bad(stack({"f0.raw", "f1.raw", "--plane", "low"}, more), "f0.raw", "has no plane 'low'");
     bad(stack({"f0.raw", "--memory", "10M"}, more), "f0.raw", "10M of memory do not hold one frame");
   }
   bad({"stack", "f0.raw", "--partial", "a.fits", "--memory", "1"}, "f0.raw", "--memory is 0M");

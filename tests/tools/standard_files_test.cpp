@@ -130,21 +130,27 @@ TEST_F(StandardFiles, CarryTheHeaderInTheDescriptionOfTiffFiles) {
   EXPECT_EQ(said["keywords"]["READOUTM"], "HDR-LOW");
 }
 
-TEST_F(StandardFiles, AreShownHoweverDeepADescriptionIsNested) {
-  // Half a million levels would take more stack than there is.
-  const auto nested = [](std::size_t levels) {
-    return R"({"values": {"Key": 7, "Deep": )" + std::string(levels, '[') + std::string(levels, ']') + "}}";
-  };
-  for (const std::size_t levels : {std::size_t{3}, std::size_t{500000}}) {
+class DescribedTiff : public Program {
+ protected:
+  /// A TIFF file of one pixel, with this description.
+  void describe(const std::string& description) const {
     TIFF* const file = TIFFOpen(folder.file("a.tiff").c_str(), "w");
     ASSERT_NE(file, nullptr);
     TIFFSetField(file, TIFFTAG_IMAGEWIDTH, 1);
     TIFFSetField(file, TIFFTAG_IMAGELENGTH, 1);
     TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(file, TIFFTAG_IMAGEDESCRIPTION, nested(levels).c_str());
+    TIFFSetField(file, TIFFTAG_IMAGEDESCRIPTION, description.c_str());
     unsigned char pixel = 0;
     TIFFWriteEncodedStrip(file, 0, &pixel, 1);
     TIFFClose(file);
+  }
+};
+
+TEST_F(DescribedTiff, IsShownHoweverDeepItsDescriptionIsNested) {
+  // Half a million levels would take more stack than there is.
+  for (const std::size_t levels : {std::size_t{3}, std::size_t{500000}}) {
+    describe(R"({"values": {"Key": 7, "Deep": )" + std::string(levels, '[') + std::string(levels, ']') +
+             "}}");
     EXPECT_THAT(good({"info", "a.tiff", "--keys", "Key,width"}),
                 AllOf(HasSubstr("Key                     = 7\n"), HasSubstr("= 1\n")));
     const auto said = nlohmann::json::parse(good({"info", "a.tiff", "--json"}));
@@ -154,6 +160,29 @@ TEST_F(StandardFiles, AreShownHoweverDeepADescriptionIsNested) {
     else
       EXPECT_LT(shown.size(), 20u);
   }
+}
+
+TEST_F(DescribedTiff, IsShownWithItsFirstKeysHoweverManyThereAre) {
+  // A million keys in order, each looked for among those before it, would take hours.
+  const auto keysOf = [this](int keys) {
+    std::string text = R"({"values": {"K0": 0)";
+    for (int i = 1; i < keys; ++i)
+      text += ", \"K" + std::to_string(i) + "\": " + std::to_string(i);
+    describe(text + "}}");
+    return nlohmann::json::parse(good({"info", "a.tiff", "--json"}))["header"]["values"].size();
+  };
+  EXPECT_EQ(keysOf(1000), 1000u);
+  const std::size_t shown = keysOf(1000000);
+  EXPECT_GE(shown, 1000u);
+  EXPECT_LE(shown, 10000u);
+}
+
+TEST_F(DescribedTiff, CannotWriteToTheTerminalOrChangeTheShapeOfTheAnswer) {
+  describe(R"({"values": {"A\u001b[31m": "\u001b[0m"}, "units": 5, "derived": [1]})");
+  EXPECT_THAT(good({"info", "a.tiff"}), HasSubstr("A\\x1B[31m               = \\x1B[0m\n"));
+  const auto said = nlohmann::json::parse(good({"info", "a.tiff", "--json"}));
+  EXPECT_EQ(said["header"]["units"], nlohmann::json::object());
+  EXPECT_EQ(said["derived"], (nlohmann::json{{"width", 1}, {"height", 1}}));
 }
 
 TEST_F(StandardFiles, HoldTheChannelsOfAnOmeTiffFile) {
@@ -270,6 +299,7 @@ TEST_F(Repair, RefusesOtherFilesAndOtherFrames) {
   folder.write("cut.fit", cut);
   bad({"repair", "cut.fit", "-o", "to"}, "cut.fit", "");
   refused({"repair", "fixed/a_LOW.fit", "-o", "fixed", "--raw", "a.raw"}, "is an input");
+  refused({"repair", "fixed/a_LOW.fit", "-o", "to", "--dsnu", "a.raw"}, "--raw");
 }
 
 TEST_F(Preview, ShowsTheImageNoLargerThanAsked) {

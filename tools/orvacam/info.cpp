@@ -39,8 +39,8 @@ struct Facts {
 };
 
 std::string lineOf(const std::string& name, const std::string& value) {
-  std::string line = name;
-  line.resize(std::max<std::size_t>(24, name.size() + 1), ' ');
+  std::string line = files::shownText(name);
+  line.resize(std::max<std::size_t>(24, line.size() + 1), ' ');
   return line + "= " + files::shownText(value) + "\n";
 }
 
@@ -144,12 +144,17 @@ std::string textTag(TIFF* file, unsigned int tag) {
   return TIFFGetField(file, tag, &text) == 1 && text != nullptr ? text : "";
 }
 
-/// JSON of a file that may hold anything: what is nested deeper than our own descriptions is left out, since
-/// walking through it takes stack.
+/// JSON of a file that may hold anything. Our own descriptions have some 200 keys and few levels. What is
+/// nested deeper is left out, since walking through it takes stack; so are keys beyond the thousands, since
+/// an object that keeps their order looks through all of them for each.
 Json parsed(const std::string& text) {
   constexpr int deepest = 8;
-  return Json::parse(
-      text, [](int depth, Json::parse_event_t, Json&) { return depth <= deepest; }, false);
+  constexpr int mostKeys = 4096;
+  int keys = 0;
+  const auto keep = [&keys](int depth, Json::parse_event_t event, Json&) {
+    return depth <= deepest && (event != Json::parse_event_t::key || ++keys <= mostKeys);
+  };
+  return Json::parse(text, keep, false);
 }
 
 /// The header that the description holds, else the tags.
@@ -165,17 +170,20 @@ Facts factsOfTiff(const std::string& path) {
   const Json stored = parsed(textTag(file.get(), TIFFTAG_IMAGEDESCRIPTION));
   if (stored.is_object() && stored.contains("values") && stored["values"].is_object()) {
     Json values = stored["values"];
-    const Json units = stored.value("units", Json::object());
+    Json units = stored.value("units", Json::object());
+    if (!units.is_object()) units = Json::object();
     facts.header = {{"values", values}, {"units", units}};
     facts.derived = stored.value("derived", Json::object());
     if (!facts.derived.is_object()) facts.derived = Json::object();
   } else {
-    facts.header = {{"values",
-                     {{"Model", textTag(file.get(), TIFFTAG_MODEL)},
-                      {"Software", textTag(file.get(), TIFFTAG_SOFTWARE)},
-                      {"DateTime", textTag(file.get(), TIFFTAG_DATETIME)},
-                      {"ImageDescription", textTag(file.get(), TIFFTAG_IMAGEDESCRIPTION)}}},
-                    {"units", Json::object()}};
+    Json values = Json::object();
+    constexpr std::pair<const char*, unsigned int> tags[] = {{"Model", TIFFTAG_MODEL},
+                                                             {"Software", TIFFTAG_SOFTWARE},
+                                                             {"DateTime", TIFFTAG_DATETIME},
+                                                             {"ImageDescription", TIFFTAG_IMAGEDESCRIPTION}};
+    for (const auto& [name, tag] : tags)
+      if (const std::string text = textTag(file.get(), tag); !text.empty()) values[name] = text;
+    facts.header = {{"values", values}, {"units", Json::object()}};
   }
   facts.derived["width"] = width;
   facts.derived["height"] = height;
@@ -241,7 +249,7 @@ std::vector<std::string> namesOf(const Facts& facts) {
   for (const auto& item : facts.header.at("values").items())
     names.push_back(item.key());
   for (const auto& item : facts.derived.items())
-    if (std::find(names.begin(), names.end(), item.key()) == names.end()) names.push_back(item.key());
+    if (!facts.header.at("values").contains(item.key())) names.push_back(item.key());
   return names;
 }
 
@@ -253,8 +261,7 @@ Json valueOf(const Facts& facts, const std::string& name) {
 
 std::string unitOf(const Facts& facts, const std::string& name) {
   const Json& units = facts.header.at("units");
-  return units.is_object() && units.contains(name) && units[name].is_string() ? units[name].get<std::string>()
-                                                                              : "";
+  return units.contains(name) && units[name].is_string() ? units[name].get<std::string>() : "";
 }
 
 /// The asked names as they are written in the files, in the order asked. Throws UsageError for a pattern
@@ -262,12 +269,13 @@ std::string unitOf(const Facts& facts, const std::string& name) {
 std::vector<std::string> askedNames(const std::vector<std::string>& patterns,
                                     const std::vector<std::string>& known) {
   std::vector<std::string> names;
+  std::set<std::string> seen;
   for (const std::string& pattern : patterns) {
     bool matched = false;
     for (const std::string& name : known) {
       if (!matches(lower(pattern), lower(name))) continue;
       matched = true;
-      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+      if (seen.insert(name).second) names.push_back(name);
     }
     if (matched || known.empty()) continue;
     throw UsageError("--keys: there is no key '" + pattern + "'" + suggestion(pattern, known));

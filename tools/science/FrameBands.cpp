@@ -74,7 +74,7 @@ std::vector<Plane> FrameScan::decoded(const Frame& frame) {
   std::vector<Plane> planes;
   for (const std::string& name : m_settings.planes) {
     planes.push_back(std::move(planeNamed(all, name)));
-    if (planes.back().empty()) throw SeriesError("has no plane \"" + name + "\"");
+    if (planes.back().empty()) throw SeriesError("has no plane '" + name + "'");
   }
   return planes;
 }
