@@ -284,6 +284,69 @@ TEST_F(Inputs, AreTakenFromStandardInput) {
   EXPECT_EQ(files("out").size(), files("named").size());
 }
 
+TEST_F(Inputs, OfStandardInputAreReadOnceHoweverOftenTheyAreLookedAt) {
+  writeFlat("a.raw", 7);
+  writeFlat("stdin_LOW.raw", 8);
+  // A pair on standard input would take the other's name: it is looked at before anything is written.
+  const Ran ran = shell("\"$0\" convert - stdin_LOW.raw -o out < a.raw");
+  EXPECT_EQ(ran.exitCode, 0) << ran.err;
+  EXPECT_EQ(fits("out/stdin.fits"), Pixels(24, 7));
+  EXPECT_EQ(fits("out/stdin_LOW.fits"), Pixels(24, 8));
+}
+
+TEST_F(Inputs, FromStandardInputThatAreNoFrameAreCalledByThatName) {
+  for (const char* const options : {"", " --native --quiet"}) {
+    const Ran ran = shell("printf junk | \"$0\" convert - -o out" + std::string(options));
+    EXPECT_EQ(ran.exitCode, 1);
+    EXPECT_EQ(ran.err, "orvacam: standard input: is not a raw frame: it does not start with \"Meta\"\n");
+    EXPECT_THAT(files("out"), ::testing::IsEmpty());
+  }
+}
+
+TEST_F(Inputs, FromStandardInputThatNeverEndsAreRefused) {
+  writeHdr("a.raw", 16, 8);
+  constexpr long fewKilobytes = 200000;
+  const std::string frame = "{ cat a.raw; head -c 1000M /dev/zero; } 2> none";
+  for (const char* const command :
+       {"info -", "stats -", "convert - -o out", "convert - -o out --native -q"}) {
+    const Ran zeros = shell("\"$0\" " + std::string(command) + " < /dev/zero");
+    EXPECT_EQ(zeros.exitCode, 1);
+    EXPECT_THAT(zeros.err, HasSubstr("standard input: is not a raw frame"));
+    const Ran behind = shell(frame + " | \"$0\" " + command);
+    EXPECT_EQ(behind.exitCode, 1);
+    EXPECT_EQ(behind.err, "orvacam: standard input: goes on behind its frame\n");
+    EXPECT_LT(behind.peakKilobytes, fewKilobytes);
+  }
+  // A header without a size says so, whatever follows.
+  Bytes odd = folder.read("a.raw");
+  odd[124] = 0x12, odd[125] = 0x34;
+  folder.write("a.raw", odd);
+  const Ran sizeless = shell("{ cat a.raw; head -c 100000 /dev/zero; } | \"$0\" stats -");
+  EXPECT_EQ(sizeless.exitCode, 1);
+  EXPECT_THAT(sizeless.err, HasSubstr("4660"));
+}
+
+TEST_F(Inputs, ThatAreNoCorrectionsOrListsAreNotReadWhole) {
+  writeHdr("a.raw", 16, 8);
+  folder.write("zeros", {});
+  fs::resize_file(folder.path() / "zeros", std::uintmax_t{3} << 30);  // without a byte on the disk
+  constexpr long fewKilobytes = 200000;
+  const auto refusedSoon = [&](const Arguments& command, const std::string& what) {
+    const Ran ran = orvacam(command);
+    EXPECT_EQ(ran.exitCode, 1);
+    EXPECT_EQ(ran.err, "orvacam: zeros: " + what + "\n");
+    EXPECT_LT(ran.peakKilobytes, fewKilobytes);
+  };
+  const std::string noFrame = "is not a raw frame: it does not start with \"Meta\"";
+  for (const char* const option : {"--dsnu", "--prnu", "--bias"})
+    refusedSoon({"convert", "a.raw", "-o", "out", option, "zeros"}, noFrame);
+  refusedSoon({"convert", "a.raw", "-o", "out", "--calibration", "zeros"}, "is longer than 1048576 bytes");
+  refusedSoon({"gains", "GSENSE4040", "--nv", "zeros"}, "is longer than 1048576 bytes");
+  const Ran list = orvacam({"info", "--files-from", "zeros"});
+  EXPECT_EQ(list.exitCode, 1);
+  EXPECT_EQ(list.err, "orvacam: the list zeros is longer than 268435456 bytes\n");
+}
+
 // ---- What the caller gives a program
 
 using Surrounded = Inputs;

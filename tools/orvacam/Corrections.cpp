@@ -50,7 +50,7 @@ void addInputs(Targets& targets, const CorrectionOptions& options) {
     if (!path.empty()) targets.isInput(path);
 }
 
-/// The sum of a reference file and its name, as history.
+/// The sum of a file and its name, as history: of a file that was taken, since it is read whole.
 void Corrections::addReference(const char* role, const std::string& text, const std::string& path) {
   std::string bytes;
   try {
@@ -84,28 +84,23 @@ void Corrections::readBias(const std::string& path) {
 }
 
 Corrections::Corrections(const CorrectionOptions& options) : m_options(options) {
-  if (!options.bias.empty()) {
-    readBias(options.bias);
-    addReference("BIAS", "bias frame subtracted:", options.bias);
-  }
-  if (!options.dsnu.empty()) {
-    addReference("DSNU", "DSNU reference:", options.dsnu);
-    requireKind(options.dsnu, orvacam::science::ReferenceKind::dsnu);
-  }
-  if (!options.prnu.empty()) {
-    addReference("PRNU", "PRNU reference:", options.prnu);
-    requireKind(options.prnu, orvacam::science::ReferenceKind::prnu);
-  }
+  if (!options.bias.empty()) readBias(options.bias);
+  if (!options.dsnu.empty()) requireKind(options.dsnu, orvacam::science::ReferenceKind::dsnu);
+  if (!options.prnu.empty()) requireKind(options.prnu, orvacam::science::ReferenceKind::prnu);
   if (!options.calibration.empty()) {
     try {
-      m_block = readAll(options.calibration);
+      m_block = readAll(options.calibration, longestCalibration);
     } catch (const Failure& failure) {
       throw Failure(options.calibration + ": " + failure.what());
     }
-    addReference("CALIBRATION", "gain ratio of the calibration block:", options.calibration);
   }
-  if (options.hasThresholds) m_history.push_back("merged with thresholds " + thresholdsText(options));
   apply(m_decoder);
+  if (!options.bias.empty()) addReference("BIAS", "bias frame subtracted:", options.bias);
+  if (!options.dsnu.empty()) addReference("DSNU", "DSNU reference:", options.dsnu);
+  if (!options.prnu.empty()) addReference("PRNU", "PRNU reference:", options.prnu);
+  if (!options.calibration.empty())
+    addReference("CALIBRATION", "gain ratio of the calibration block:", options.calibration);
+  if (options.hasThresholds) m_history.push_back("merged with thresholds " + thresholdsText(options));
   if (options.hasThresholds) m_withoutPrnu.thresholds(options.high, options.difference);
   if (!m_block.empty()) m_withoutPrnu.calibration(m_block.data(), m_block.size());
 }

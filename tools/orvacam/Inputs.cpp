@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 
 #include "files/FixedFiles.h"
 #include "files/OutputFile.h"
@@ -32,16 +33,59 @@ struct Descriptor {
   int file;
 };
 
-std::string bytesIn(int file) {
-  std::string bytes;
+/// The most that is read of a list: millions of names.
+constexpr std::uint64_t longestList = std::uint64_t{1} << 28;
+
+/// Reads on until there are so many bytes, or until the file ends.
+void readOn(int file, std::string& bytes, std::uint64_t most) {
   std::vector<char> part(std::size_t{1} << 16);
-  for (;;) {
-    const ssize_t count = ::read(file, part.data(), part.size());
+  while (bytes.size() < most) {
+    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(part.size(), most - bytes.size()));
+    const ssize_t count = ::read(file, part.data(), wanted);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) throw Failure(std::string("cannot be read: ") + std::strerror(errno));
-    if (count == 0) return bytes;
+    if (count == 0) return;
     bytes.append(part.data(), static_cast<std::size_t>(count));
   }
+}
+
+/// Throws Failure for more bytes than these.
+std::string bytesIn(int file, std::uint64_t most) {
+  std::string bytes;
+  readOn(file, bytes, most);
+  char next = 0;
+  if (bytes.size() == most && ::read(file, &next, 1) != 0)
+    throw Failure("is longer than " + std::to_string(most) + " bytes");
+  return bytes;
+}
+
+/// Bytes beyond which a stream is no frame: two planes of 16 bits, and as much again behind them.
+std::uint64_t longestStream(const orvacam::Header& header) {
+  constexpr std::uint64_t always = std::uint64_t{1} << 20;
+  constexpr std::uint64_t mostPixels = std::uint64_t{1} << 31;  // of a plane that can be decoded
+  try {
+    const orvacam::Size size = header.frame_size();
+    return always + 8 * std::min(std::uint64_t{size.width} * size.height, mostPixels);
+  } catch (const orvacam::Error&) {
+    return always;  // whatever is asked of the frame says why it has no size
+  }
+}
+
+/// Standard input can be read once, and is asked for more than once. It may never end: what begins like no
+/// frame is refused at once, and so is what goes on behind one.
+orvacam::Frame frameOfStandardInput() {
+  static std::optional<orvacam::Frame> frame;
+  if (frame) return *frame;
+  constexpr std::uint64_t start = std::uint64_t{1} << 16;
+  std::string bytes;
+  readOn(STDIN_FILENO, bytes, start);
+  if (bytes.size() == start) {
+    const std::uint64_t most = longestStream(orvacam::Header::parse(bytes.data(), bytes.size()));
+    readOn(STDIN_FILENO, bytes, most + 1);
+    if (bytes.size() > most) throw Failure("goes on behind its frame");
+  }
+  frame = orvacam::Frame::copy(bytes.data(), bytes.size());
+  return *frame;
 }
 
 bool hidden(const fs::path& path) {
@@ -79,10 +123,11 @@ void addFolder(const std::string& folder, bool recursive, std::vector<Input>& in
 /// A list may come through a pipe: --files-from <(find ...).
 std::string listAt(const std::string& path) {
   struct stat status {};
-  if (path == "-" || stat(path.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) return readAll(path);
+  if (path == "-" || stat(path.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode))
+    return readAll(path, longestList);
   const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (opened.file < 0) throw Failure(std::string("cannot be opened: ") + std::strerror(errno));
-  return bytesIn(opened.file);
+  return bytesIn(opened.file, longestList);
 }
 
 /// A line without the CR that other systems end it with, unless a file is called so.
@@ -110,13 +155,13 @@ std::vector<std::string> namesIn(const InputOptions& options) {
 
 }  // namespace
 
-std::string readAll(const std::string& path) {
-  if (path == "-") return bytesIn(STDIN_FILENO);
+std::string readAll(const std::string& path, std::uint64_t most) {
+  if (path == "-") return bytesIn(STDIN_FILENO, most);
   const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (opened.file < 0) throw Failure(std::string("cannot be opened: ") + std::strerror(errno));
   struct stat status {};
   if (fstat(opened.file, &status) != 0 || !S_ISREG(status.st_mode)) throw Failure("is no regular file");
-  return bytesIn(opened.file);
+  return bytesIn(opened.file, most);
 }
 
 std::vector<Input> inputsOf(const InputOptions& options) {
@@ -160,9 +205,7 @@ std::vector<Input> inputsOf(const InputOptions& options) {
 }
 
 orvacam::Frame readFrame(const std::string& path) {
-  if (path != "-") return orvacam::Frame::read(path);
-  const std::string bytes = readAll(path);
-  return orvacam::Frame::copy(bytes.data(), bytes.size());
+  return path == "-" ? frameOfStandardInput() : orvacam::Frame::read(path);
 }
 
 Identity identityOf(const std::string& path) {

@@ -3,7 +3,9 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <orvacam.hpp>
 #include <set>
 #include <string>
@@ -25,10 +27,12 @@ struct Input {
 /// order. Throws UsageError, Failure.
 std::vector<Input> inputsOf(const InputOptions& options);
 
-/// The frame of an input, read once. Throws orvacam::Error, Failure.
+/// The frame of an input. That of standard input is read once and stays. Throws orvacam::Error, Failure.
 orvacam::Frame readFrame(const std::string& path);
-/// All of a file, or of standard input. Throws Failure.
-std::string readAll(const std::string& path);
+/// All of a file, or of standard input. Throws Failure, also where there is more than the most.
+std::string readAll(const std::string& path, std::uint64_t most = std::numeric_limits<std::uint64_t>::max());
+/// The most that is read of a calibration block: far more than one has.
+constexpr std::uint64_t longestCalibration = std::uint64_t{1} << 20;
 
 /// Which file it is, whatever its names; {0, 0} for none.
 using Identity = std::pair<dev_t, ino_t>;

@@ -236,16 +236,13 @@ class Series {
   Frame read(const Input& input) {
     m_current = shownName(input);
     requireUsable(input);
-    if (input.path != "-") return readFrame(input.path);
-    if (!m_standardInput) m_standardInput = readFrame(input.path);
-    return *m_standardInput;
+    return readFrame(input.path);
   }
 
   const std::vector<Input>& m_inputs;
   Corrections& m_corrections;
   Progress m_progress;
   std::string m_current;
-  std::optional<Frame> m_standardInput;
 };
 
 }  // namespace

@@ -230,7 +230,7 @@ int Conversion::convertNative(const Input& input) {
   std::string source = input.path;
   if (source == "-") {
     source = work.path() + "/frame.raw";
-    writeContent(source, contentOf(readAll("-")), false);
+    writeContent(source, contentOf(std::string(readFrame(input.path).bytes())), false);
   }
   // Their writer would copy a day that no calendar has.
   if (!orvacam::Header::read(source).time())

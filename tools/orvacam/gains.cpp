@@ -24,7 +24,7 @@ int gains(const GainsOptions& options) {
     const bool stored = !options.calibration.empty();
     if (stored) {
       code = attempt(options.calibration, [&] {
-        const std::string block = readAll(options.calibration);
+        const std::string block = readAll(options.calibration, longestCalibration);
         own = orvacam::gains(options.sensor, options.backSideIlluminated, block.data(), block.size());
       });
       if (code != Good) return code;

@@ -193,14 +193,8 @@ Facts factsOfTiff(const std::string& path) {
   return facts;
 }
 
-/// It can be read once, and is asked for its names and for its values.
-orvacam::Frame frameOfStandardInput() {
-  static const std::string bytes = readAll("-");
-  return orvacam::Frame::copy(bytes.data(), bytes.size());
-}
-
 Facts factsOf(const std::string& path, bool withText) {
-  if (path == "-") return factsOf(frameOfStandardInput().header(), withText);
+  if (path == "-") return factsOf(readFrame(path).header(), withText);
   switch (files::kindOf(path)) {
     case files::FileKind::Fits:
     case files::FileKind::FixedFits:
