@@ -43,6 +43,25 @@ def test_a_frame_comes_from_standard_input(tmp_path: pathlib.Path) -> None:
     assert run.returncode == 0 and 'GSENSE400' in (tmp_path / 'page.html').read_text()
 
 
+def test_standard_input_that_never_ends_is_refused(tmp_path: pathlib.Path) -> None:
+    frame = orvacam.simulate('GSENSE400', mode='hdr', width=256, height=192)
+    sizeless = frame[:124] + b'\x12\x34' + frame[126:]
+    page = tmp_path / 'page.html'
+    for start, said in ((b'', 'does not start with "Meta"'), (frame, 'standard input: goes on behind its frame')):
+        with subprocess.Popen(['cat', '-', '/dev/zero'], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as endless:
+            assert endless.stdin is not None and endless.stdout is not None
+            with endless.stdin as pipe:
+                pipe.write(start)
+            run = tool('-', '-o', page, stdin=endless.stdout)
+            endless.stdout.close()
+            endless.wait()
+        assert run.returncode == 1 and said in run.stderr and not page.exists()
+    (tmp_path / 'sizeless').write_bytes(sizeless)
+    with open(tmp_path / 'sizeless', 'rb') as stream:
+        assert tool('-', '-o', page, stdin=stream).returncode == 1
+    assert 'Cannot be decoded' in page.read_text()
+
+
 def test_one_bad_frame_of_a_night_is_a_row_and_an_exit_code(tmp_path: pathlib.Path) -> None:
     night(tmp_path / 'n')
     whole = (tmp_path / 'n' / '1.raw').read_bytes()

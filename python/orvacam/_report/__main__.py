@@ -38,7 +38,7 @@ def main(arguments: Optional[List[str]] = None) -> int:
         _complain('--compare: takes two frames')
         return 2
     if os.path.lexists(options.output) and not options.overwrite:
-        _complain(f'{options.output}: exists; --overwrite replaces it')
+        _complain(f'{options.output}: is there already; --overwrite replaces it')
         return 3
     try:
         return _written(options)

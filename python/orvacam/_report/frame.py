@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import errno
 import hashlib
 import os
 import sys
@@ -14,6 +15,7 @@ from numpy.typing import NDArray
 
 from .. import _core
 from .._decoder import Decoded, Decoder
+from .._errors import BadGeometry
 from .._frame import Frame, read
 from .._header import Header, keys
 from . import evaluate, figures, pictures
@@ -131,7 +133,20 @@ def load(path: Any, planes: Optional[Sequence[str]] = None) -> Subject:
 
 @lru_cache(maxsize=1)
 def _standard_input() -> bytes:
-    return sys.stdin.buffer.read()
+    """All of it. It may never end: what begins like no frame is refused at once, and so is what goes on far
+    behind one."""
+    start = sys.stdin.buffer.read(1 << 16)
+    if len(start) < 1 << 16:
+        return start
+    try:
+        rows, columns = read(start).shape
+    except BadGeometry:
+        rows, columns = 0, 0  # the page says why
+    most = (1 << 20) + 8 * min(rows * columns, 1 << 31)
+    whole = start + sys.stdin.buffer.read(most + 1 - len(start))
+    if len(whole) > most:
+        raise OSError(errno.EFBIG, 'goes on behind its frame', 'standard input')
+    return whole
 
 
 # ---- Verdict and strip
