@@ -7,6 +7,7 @@
 namespace {
 
 using namespace program_testing;
+using namespace std::string_literals;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -260,6 +261,40 @@ TEST_F(Check, TellsFixedFilesFromStandardOnes) {
   EXPECT_EQ(cut.exitCode, 1);
   EXPECT_THAT(cut.out, HasSubstr("cut.raw: error: "));
   EXPECT_THAT(cut.out, HasSubstr("a.raw: good\n"));
+}
+
+TEST_F(Check, FindsStandardFilesThatAreNotWhole) {
+  writeHdr("a.raw", 40, 80);
+  good({"convert", "a.raw", "-o", "out"});
+  good({"convert", "a.raw", "-o", "out", "--planes", "low", "--single-file", "--compress", "rice"});
+  good({"convert", "a.raw", "-o", "out", "-f", "tiff", "--planes", "low"});
+  const auto findingOf = [this](const std::string& name) {
+    const Ran ran = orvacam({"check", "--json", name});
+    EXPECT_EQ(ran.exitCode, 1) << name;
+    const auto said = nlohmann::json::parse(ran.out);
+    EXPECT_EQ(said["ok"], false);
+    EXPECT_EQ(said["findings"].size(), 1u);
+    return std::pair(said["findings"][0]["id"].get<std::string>(),
+                     said["findings"][0]["severity"].get<std::string>());
+  };
+  const auto changed = [&](const std::string& name, const std::function<void(Bytes&)>& change) {
+    Bytes bytes = folder.read("out/" + name);
+    change(bytes);
+    folder.write(name, bytes);
+    return findingOf(name);
+  };
+  const auto end = [](Bytes& bytes) { return bytes.end() - 3000; };
+  const auto flip = [&](Bytes& bytes) { *end(bytes) ^= 1; };
+  EXPECT_EQ(changed("a_LOW.fits", flip), std::pair("file_damaged"s, "error"s));
+  EXPECT_EQ(changed("a.fits.fz", [](Bytes& b) { b[b.size() - 2880] ^= 1; }),
+            std::pair("file_damaged"s, "error"s));
+  EXPECT_EQ(changed("a_LOW.fits", [&](Bytes& b) { b.erase(end(b), b.end()); }),
+            std::pair("file_cut_off"s, "error"s));
+  EXPECT_EQ(changed("a_LOW.fits", [](Bytes& b) { b[10 * 80 + 70] ^= 1; }),
+            std::pair("file_changed"s, "warning"s));
+  EXPECT_EQ(changed("a_LOW.fits", [](Bytes& b) { b.push_back(0); }), std::pair("file_end"s, "warning"s));
+  EXPECT_EQ(changed("a_LOW.fits", [](Bytes& b) { b.resize(100); }), std::pair("io"s, "error"s));
+  EXPECT_EQ(changed("a_LOW.tiff", [](Bytes& b) { b.resize(b.size() / 2); }), std::pair("io"s, "error"s));
 }
 
 TEST_F(Repair, BringsBackWhatAFixedFileLacks) {

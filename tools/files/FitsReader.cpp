@@ -82,6 +82,10 @@ const Value* FitsUnit::find(std::string_view keyword) const {
   return nullptr;
 }
 
+std::uint64_t FitsUnit::end() const {
+  return dataStart + (dataBytes + blockSize - 1) / blockSize * blockSize;
+}
+
 double FitsUnit::number(std::string_view keyword, double otherwise) const {
   const Value* const value = find(keyword);
   if (value == nullptr) return otherwise;
@@ -111,12 +115,13 @@ void addContinuation(std::vector<Card>& cards, std::string_view bytes) {
   *text += quoted(bytes.substr(start), end);
 }
 
-/// |BITPIX| / 8 x GCOUNT x (PCOUNT + NAXIS1 x NAXIS2 x ...); none when that is nothing that a file could
-/// hold.
+/// |BITPIX| / 8 x GCOUNT x (PCOUNT + NAXIS1 x NAXIS2 x ...), without NAXIS1 where it is 0 as the mark of
+/// random groups; none when that is nothing that a file could hold.
 std::optional<std::uint64_t> dataBytesOf(const FitsUnit& unit) {
   const double axes = unit.number("NAXIS", 0);
   double pixels = axes > 0 ? 1 : 0;
-  for (int i = 1; i <= std::min(axes, 999.0); ++i)
+  const bool groups = unit.number("GROUPS", 0) != 0 && unit.number("NAXIS1", 1) == 0;
+  for (int i = groups ? 2 : 1; i <= std::min(axes, 999.0); ++i)
     pixels *= unit.number("NAXIS" + std::to_string(i), 0);
   const double bytes = std::fabs(unit.number("BITPIX", 8)) / 8 * unit.number("GCOUNT", 1) *
                        (unit.number("PCOUNT", 0) + pixels);
@@ -147,22 +152,31 @@ bool readHeader(std::istream& file, FitsUnit& unit, std::uint64_t at) {
 
 }  // namespace
 
-std::vector<FitsUnit> readFitsUnits(const std::string& path) {
+std::uint64_t visitFitsUnits(const std::string& path, const std::function<bool(FitsUnit&&)>& visit) {
   std::ifstream file(path, std::ios::binary);
-  std::vector<FitsUnit> units;
   std::uint64_t at = 0;
-  constexpr std::size_t mostUnits = 16;
-  while (units.size() < mostUnits && file.seekg(static_cast<std::streamoff>(at))) {
+  for (bool goesOn = true; goesOn && file.seekg(static_cast<std::streamoff>(at));) {
     FitsUnit unit;
+    unit.headerStart = at;
     if (!readHeader(file, unit, at)) break;
+    if (at == 0 && unit.find("SIMPLE") == nullptr) break;
     const auto bytes = dataBytesOf(unit);
     unit.dataBytes = bytes.value_or(0);
-    at = unit.dataStart + (unit.dataBytes + blockSize - 1) / blockSize * blockSize;
-    units.push_back(std::move(unit));
-    if (!bytes) break;
+    unit.isSized = bytes.has_value();
+    at = unit.end();
+    goesOn = visit(std::move(unit)) && bytes;
   }
-  if (units.empty() || units.front().find("SIMPLE") == nullptr)
-    throw std::runtime_error("has no FITS header that can be read");
+  if (at == 0) throw std::runtime_error("has no FITS header that can be read");
+  return at;
+}
+
+std::vector<FitsUnit> readFitsUnits(const std::string& path) {
+  constexpr std::size_t mostUnits = 16;
+  std::vector<FitsUnit> units;
+  visitFitsUnits(path, [&units](FitsUnit&& unit) {
+    units.push_back(std::move(unit));
+    return units.size() < mostUnits;
+  });
   return units;
 }
 

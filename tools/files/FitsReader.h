@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,9 +15,14 @@ namespace orvacam::files {
 
 /// A header-data unit of a FITS file, as far as its header says.
 struct FitsUnit {
-  std::vector<Card> cards;      ///< without COMMENT, END and blank ones; texts whole
-  std::uint64_t dataStart = 0;  ///< in bytes from the start of the file
+  std::vector<Card> cards;  ///< without COMMENT, END and blank ones; texts whole
+  // In bytes from the start of the file.
+  std::uint64_t headerStart = 0, dataStart = 0;
   std::uint64_t dataBytes = 0;  ///< without padding
+  bool isSized = true;          ///< the header states a size that a file could have
+
+  /// Where the next one begins: units are filled up to blocks.
+  std::uint64_t end() const;
 
   const Value* find(std::string_view keyword) const;
   double number(std::string_view keyword, double otherwise) const;
@@ -30,6 +36,10 @@ std::optional<Card> cardOf(std::string_view bytes);
 /// alone, so that files whose pixels are cut off can be looked at. Throws std::runtime_error for what is no
 /// FITS file.
 std::vector<FitsUnit> readFitsUnits(const std::string& path);
+
+/// The same, handed over one by one, any number of them, until the answer is false or the file ends. Gives
+/// the byte that no unit was found at.
+std::uint64_t visitFitsUnits(const std::string& path, const std::function<bool(FitsUnit&&)>& visit);
 
 }  // namespace orvacam::files
 

@@ -80,9 +80,7 @@ class PartFile {
   std::uint64_t axis(partial::Unit unit, const char* keyword) const {
     return static_cast<std::uint64_t>(wholeOf(at(unit), keyword, 1, 0xFFFFFFFF));
   }
-  std::uint64_t endOf(std::size_t i) const {
-    return m_units[i].dataStart + (m_units[i].dataBytes + blockSize - 1) / blockSize * blockSize;
-  }
+  std::uint64_t endOf(std::size_t i) const { return m_units[i].end(); }
 
   void requireLayout() const {
     if (primary().find("PARTVERS") == nullptr) partial::refuse("is no partial stack");

@@ -6,6 +6,7 @@
 
 #include "Commands.h"
 #include "ForEach.h"
+#include "files/Damage.h"
 #include "files/FixedFiles.h"
 #include "files/Json.h"
 #include "files/Text.h"
@@ -37,6 +38,20 @@ Finding warning(const char* id, const char* text) {
   return {Finding::Severity::warning, id, text, {}};
 }
 
+/// What a standard file shows of itself, by the kind of damage.
+std::vector<Finding> findingsOf(const std::vector<files::Damage>& damages) {
+  constexpr std::pair<const char*, Finding::Severity> kinds[] = {{"file_cut_off", Finding::Severity::error},
+                                                                 {"file_damaged", Finding::Severity::error},
+                                                                 {"file_changed", Finding::Severity::warning},
+                                                                 {"file_end", Finding::Severity::warning}};
+  std::vector<Finding> findings;
+  for (const files::Damage& damage : damages) {
+    const auto& [id, severity] = kinds[damage.kind];
+    findings.push_back({severity, id, damage.text, {}});
+  }
+  return findings;
+}
+
 /// What a file has to say for itself; what cannot be read is an error and told on standard error, too.
 std::vector<Finding> findingsOf(const Input& input) {
   const std::string& path = input.path;
@@ -54,15 +69,16 @@ std::vector<Finding> findingsOf(const Input& input) {
             "is a TIFF file of the library's fixed layout: standard readers show it with a warning on "
             "PageNumber and without what its header says; orvacam convert makes standard files")};
       case files::FileKind::Fits:
+        return findingsOf(files::damageOfFits(path));
       case files::FileKind::Tiff:
-        return {};
+        return findingsOf(files::damageOfTiff(path));
       default:
         return readFrame(path).check();
     }
   } catch (const orvacam::Error& error) {
     complain(shownName(input), error.what());
     return {{Finding::Severity::error, orvacam::reason_name(error.reason()), error.what(), error.reason()}};
-  } catch (const Failure& failure) {
+  } catch (const std::runtime_error& failure) {
     complain(shownName(input), failure.what());
     return {{Finding::Severity::error, "io", failure.what(), orvacam::Reason::io}};
   }
