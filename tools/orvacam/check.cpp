@@ -139,7 +139,8 @@ void describe(Command& c, CheckOptions& o) {
 
 Command checkCommand() {
   return commandOf<CheckOptions>(
-      "check", "Say what is wrong with frames, and which FITS and TIFF files others cannot read.",
+      "check",
+      "Say what is wrong with frames, and which FITS and TIFF files are damaged or unreadable for others.",
       {"orvacam check night/*.raw"}, describe, check);
 }
 
