@@ -66,6 +66,11 @@ TEST_F(TheProgram, RefusesUnknownAndMissingOptions) {
   refused({"convert", "a.raw", "-o", "out", "--output", "other"}, "--output: is given more than once");
   refused({"convert", "a.raw", "-o", ""}, "--output: the name is empty");
   refused({"convert", "", "-o", "out"}, "the name is empty");
+  const char* const named = "cannot be standard output; ./- is what is called so";
+  refused({"stats", "a.raw", "--histogram-csv", "-"}, named);
+  refused({"repair", "a.fit", "-o", "-"}, named);
+  refused({"report", "a.raw", "-o", "-"}, named);
+  refused({"measure", "--flats", "a.raw", "--darks", "b.raw", "-o", "-"}, named);
   refused({"convert", "a.raw", "-o", "out", "--format", "picture"},
           "there is no 'picture'; there are fits, tiff");
   refused({"convert", "a.raw", "-o", "out", "--format", "fit"}, "did you mean 'fits'?");

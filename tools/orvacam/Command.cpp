@@ -202,4 +202,8 @@ void requireApart(bool one, const std::string& a, bool other, const std::string&
   if (one && other) throw UsageError(a + " and " + b + " do not go together");
 }
 
+void requireNamed(const std::string& path, const std::string& option) {
+  if (path == "-") throw UsageError(option + ": cannot be standard output; ./- is what is called so");
+}
+
 }  // namespace tool

@@ -108,6 +108,8 @@ std::string listOf(const Names& names);
 
 /// Throws UsageError when both are given.
 void requireApart(bool one, const std::string& a, bool other, const std::string& b);
+/// Throws UsageError for "-" where an output cannot be standard output: a folder, a second output.
+void requireNamed(const std::string& path, const std::string& option);
 
 }  // namespace tool
 

@@ -68,6 +68,7 @@ int measured(const MeasureOptions& options) {
 }
 
 int measure(const MeasureOptions& options) {
+  requireNamed(options.folder, "--output");
   freeFramesAtOnce();
   return attemptCode("", [&]() -> int {
     try {

@@ -102,6 +102,7 @@ void describe(Command& c, RepairOptions& o) {
 int checked(const RepairOptions& o) {
   if (o.raw.empty() && !(o.dsnu.empty() && o.prnu.empty()))
     throw UsageError("--dsnu, --prnu: they are for the frame that --raw names");
+  requireNamed(o.folder, "--output");
   return repair(o);
 }
 

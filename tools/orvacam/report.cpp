@@ -141,6 +141,7 @@ int report(const ReportOptions& options) {
     throw UsageError("report: name a frame, --compare A,B or --measure FILE.json");
   if (!options.compare.empty() && options.compare.size() != 2)
     throw UsageError("--compare: takes two frames, A,B");
+  requireNamed(options.output, "--output");
   const std::vector<Input> inputs = hasFrames ? inputsOf(options.inputs) : std::vector<Input>();
   requireOutputApart(inputs, options);
   Outcome outcome;

@@ -185,6 +185,7 @@ void describe(Command& c, StatsOptions& o) {
 
 int checked(const StatsOptions& o) {
   requireApart(o.corrections);
+  requireNamed(o.histogram, "--histogram-csv");
   return stats(o);
 }
 
