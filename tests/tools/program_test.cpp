@@ -69,6 +69,14 @@ TEST_F(TheProgram, RefusesUnknownAndMissingOptions) {
   const char* const named = "cannot be standard output; ./- is what is called so";
   refused({"stats", "a.raw", "--histogram-csv", "-"}, named);
   refused({"repair", "a.fit", "-o", "-"}, named);
+  for (const char* const option : {"-o", "--hot-pixels", "--mask"}) {
+    Arguments calibrate = {"calibrate", "dark", "a.raw", "b.raw", option, "-"};
+    if (option != std::string("-o")) calibrate.insert(calibrate.end(), {"-o", "d.dsnu"});
+    refused(calibrate, named);
+  }
+  const char* const twice = "standard output would be written twice";
+  refused({"simulate", "GSENSE4040", "-o", "-", "--truth", "-"}, twice);
+  refused({"stack", "a.raw", "--method", "sigma", "-o", "-", "--map-rejected", "-"}, twice);
   refused({"report", "a.raw", "-o", "-"}, named);
   refused({"measure", "--flats", "a.raw", "--darks", "b.raw", "-o", "-"}, named);
   refused({"convert", "a.raw", "-o", "out", "--format", "picture"},

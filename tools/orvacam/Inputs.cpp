@@ -241,7 +241,11 @@ bool Targets::conflicts(const std::string& path) const {
 }
 
 void Targets::claim(const std::string& path) {
-  if (path == "-") return;
+  if (path == "-") {
+    if (m_standardOutput) throw UsageError("standard output would be written twice");
+    m_standardOutput = true;
+    return;
+  }
   const Identity identity = identityOf(path);
   if (m_inputs.count(identity) > 0) throw UsageError(path + " is an input and cannot be written to");
   if (!m_paths.insert(plainPath(path)).second || m_written.count(identity) > 0)

@@ -52,6 +52,7 @@ class Targets {
  private:
   std::set<Identity> m_inputs, m_written;
   std::set<std::string> m_paths;
+  bool m_standardOutput = false;
 };
 
 /// Makes a folder to write to and clears what dead runs left in it. Throws orvacam::files::WriteError.

@@ -57,6 +57,10 @@ science::CalibrationSource sourceOf(const CalibrateOptions& o) {
   if (!flat && !o.dark.empty()) throw UsageError("--dark: only flats need one");
   if (!flat && !o.bias.empty()) throw UsageError("--bias: only flats need one");
   requireApart(!o.dark.empty(), "--dark", !o.bias.empty(), "--bias");
+  // The report goes there.
+  for (const auto& [path, option] :
+       {std::pair(o.output, "--output"), std::pair(o.hotPixels, "--hot-pixels"), std::pair(o.mask, "--mask")})
+    requireNamed(path, option);
   if (flat && o.dark.empty() && o.bias.empty())
     throw UsageError("calibrate flat: needs --dark or --bias, which take the offset off");
   if (o.pedestal && source.kind != CalibrationKind::dark) throw UsageError("--pedestal: it belongs to darks");
