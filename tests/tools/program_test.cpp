@@ -78,6 +78,7 @@ TEST_F(TheProgram, RefusesUnknownAndMissingOptions) {
   refused({"simulate", "GSENSE4040", "-o", "-", "--truth", "-"}, twice);
   refused({"stack", "a.raw", "--method", "sigma", "-o", "-", "--map-rejected", "-"}, twice);
   refused({"report", "a.raw", "-o", "-"}, named);
+  refused({"info", "a.raw", "--log", "-"}, named);
   refused({"measure", "--flats", "a.raw", "--darks", "b.raw", "-o", "-"}, named);
   refused({"convert", "a.raw", "-o", "out", "--format", "picture"},
           "there is no 'picture'; there are fits, tiff");

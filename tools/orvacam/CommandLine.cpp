@@ -142,6 +142,9 @@ int called(const std::vector<Command>& commands, int argc, char** argv) {
     std::cout << (json ? versionJson(commands) : "orvacam " + orvacam::version()) << '\n';
     return Good;
   }
+  const std::string log = settings().log;
+  if (log == "-") settings().log.clear();  // it would be told what is wrong
+  requireNamed(log, "--log");
   return chosen == nullptr ? static_cast<int>(Good) : chosen->run();
 }
 
