@@ -47,11 +47,11 @@ class Tidy(unittest.TestCase):
         shutil.copy(SCRIPT, tree / 'scripts')
         (tree / '.clang-tidy').write_text('Checks: all\n')
         (tree / 'src/kernels/neon.cpp').write_text('int neon;\n')
-        (tree / 'src/part/Part.h').write_text('extern int part;\n')
+        (tree / 'src/part/Shared.h').write_text('extern int part;\n')
         commands = []
         for i in range(units):
             source = tree / f'src/part/{i}.cpp'
-            source.write_text('#include "part/Part.h"\n' if i < 2 else f'int unit{i};\n')
+            source.write_text('#include "part/Shared.h"\n' if i < 2 else f'int unit{i};\n')
             commands.append(f'{{"directory": "{tree}/build/tidy", "file": "{source}", '
                             f'"command": "c++ -I{tree}/src -o {i}.o -c {source}"}}')
         (tree / 'build/tidy/compile_commands.json').write_text('[' + ',\n'.join(commands) + ']')
@@ -76,7 +76,7 @@ class Tidy(unittest.TestCase):
         self.run_()
         (self.tree / 'src/part/7.cpp').write_text('int unit7;  // and a comment\n')
         self.assertEqual(self.run_()[2], ['7.cpp'])
-        (self.tree / 'src/part/Part.h').write_text('#define PART 1\n')
+        (self.tree / 'src/part/Shared.h').write_text('#define SHARED 1\n')
         self.assertEqual(self.run_()[2], ['0.cpp', '1.cpp'])
         (self.tree / 'src/kernels/neon.cpp').write_text('int other;\n')
         self.assertEqual(self.run_()[2], ['neon.cpp'])

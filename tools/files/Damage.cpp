@@ -11,7 +11,6 @@
 #include <optional>
 #include <stdexcept>
 
-#include "files/FitsBlocks.h"
 #include "files/FitsReader.h"
 #include "files/FitsWriter.h"
 
@@ -84,31 +83,19 @@ class FitsLook {
   }
 
   void compareSums(const FitsUnit& unit, const std::string& name) {
-    const std::uint32_t data = sumOf(unit.dataStart, unit.end());
+    const std::uint32_t data = fileSum(m_file, unit.dataStart, unit.end());
     const std::optional<std::uint32_t> stated = statedDataSum(unit);
     if (stated && !isSameSum(*stated, data))
       return add(Damage::Broken, "is damaged: the data of " + name + " add up to " + std::to_string(data) +
                                      ", its DATASUM is " + std::to_string(*stated));
     if (unit.text("CHECKSUM").empty()) return;
     // The checksum makes header and data add up to zero.
-    if (isSameSum(addedSums(sumOf(unit.headerStart, unit.dataStart), data), 0)) return;
+    if (isSameSum(addedSums(fileSum(m_file, unit.headerStart, unit.dataStart), data), 0)) return;
     if (stated)
       add(Damage::Changed, "is not as it was written: the header of " + name +
                                " does not fit its CHECKSUM, the data fit their DATASUM");
     else
       add(Damage::Broken, "is damaged: " + name + " does not fit its CHECKSUM");
-  }
-
-  std::uint32_t sumOf(std::uint64_t from, std::uint64_t to) {
-    std::uint32_t sum = 0;
-    for (std::uint64_t at = from; at < to; at += m_piece.size()) {
-      const std::size_t length = std::min<std::uint64_t>(m_piece.size(), to - at);
-      if (!m_file.seekg(static_cast<std::streamoff>(at)) ||
-          !m_file.read(reinterpret_cast<char*>(m_piece.data()), static_cast<std::streamsize>(length)))
-        throw std::runtime_error("cannot be read at byte " + std::to_string(at));
-      sum = addedSums(sum, wordSum(m_piece.data(), length));
-    }
-    return sum;
   }
 
   void lookBehind(std::uint64_t end) {
@@ -131,7 +118,6 @@ class FitsLook {
 
   std::uint64_t m_size;
   std::ifstream m_file;
-  std::vector<unsigned char> m_piece = std::vector<unsigned char>(blockSize * 400);
   std::vector<Damage> m_found;
   std::size_t m_units = 0;
   bool m_isOver = false;

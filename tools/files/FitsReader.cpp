@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "files/FitsBlocks.h"
+#include "files/FitsWriter.h"
 
 namespace orvacam::files {
 
@@ -168,6 +169,19 @@ std::uint64_t visitFitsUnits(const std::string& path, const std::function<bool(F
   }
   if (at == 0) throw std::runtime_error("has no FITS header that can be read");
   return at;
+}
+
+std::uint32_t fileSum(std::istream& file, std::uint64_t from, std::uint64_t to) {
+  std::vector<unsigned char> piece(blockSize * 400);
+  std::uint32_t sum = 0;
+  for (std::uint64_t at = from; at < to; at += piece.size()) {
+    const std::size_t length = std::min<std::uint64_t>(piece.size(), to - at);
+    if (!file.seekg(static_cast<std::streamoff>(at)) ||
+        !file.read(reinterpret_cast<char*>(piece.data()), static_cast<std::streamsize>(length)))
+      throw std::runtime_error("cannot be read at byte " + std::to_string(at));
+    sum = addedSums(sum, wordSum(piece.data(), length));
+  }
+  return sum;
 }
 
 std::vector<FitsUnit> readFitsUnits(const std::string& path) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -40,6 +41,10 @@ std::vector<FitsUnit> readFitsUnits(const std::string& path);
 /// The same, handed over one by one, any number of them, until the answer is false or the file ends. Gives
 /// the byte that no unit was found at.
 std::uint64_t visitFitsUnits(const std::string& path, const std::function<bool(FitsUnit&&)>& visit);
+
+/// The sum (wordSum) of whole blocks of a file, which is read a piece at a time. Throws std::runtime_error
+/// where it ends before that.
+std::uint32_t fileSum(std::istream& file, std::uint64_t from, std::uint64_t to);
 
 }  // namespace orvacam::files
 

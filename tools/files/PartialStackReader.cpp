@@ -4,7 +4,6 @@
 #include <fstream>
 #include <set>
 
-#include "files/FitsBlocks.h"
 #include "files/FitsReader.h"
 #include "files/PartialLayout.h"
 #include "files/PartialStack.h"
@@ -106,13 +105,7 @@ class PartFile {
   /// Header and data of a unit add up to all ones where no bit has changed.
   void requireChecksum(std::size_t i) {
     if (m_units[i].find("CHECKSUM") == nullptr) partial::refuse("lacks a checksum");
-    std::vector<unsigned char> piece(blockSize * 400);
-    std::uint32_t sum = 0;
-    for (std::uint64_t at = i == 0 ? 0 : endOf(i - 1); at < endOf(i); at += piece.size()) {
-      const std::size_t length = std::min<std::uint64_t>(piece.size(), endOf(i) - at);
-      read(at, length, piece.data());
-      sum = addedSums(sum, wordSum(piece.data(), length));
-    }
+    const std::uint32_t sum = fileSum(m_file, m_units[i].headerStart, endOf(i));
     if (sum != 0xFFFFFFFF && sum != 0)
       partial::refuse(std::string("is damaged: the checksum of its ") +
                       (i == 0 ? "header" : partial::units[i - 1].name) + " does not fit");
