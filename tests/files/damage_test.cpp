@@ -167,7 +167,7 @@ TEST_F(DamagedFits, ShowsWhatIsBehindTheLastUnit) {
   Bytes bytes = made(1);
   bytes.push_back('x');
   EXPECT_EQ(kinds(bytes), Kinds{Damage::Trailing});
-  EXPECT_EQ(said(bytes), "has 1 bytes behind its last unit");
+  EXPECT_EQ(said(bytes), "has 1 byte behind its last unit");
   bytes.pop_back();
   const Bytes twice = made(0);
   bytes.insert(bytes.end(), twice.begin(), twice.end());

@@ -111,7 +111,9 @@ class FitsLook {
   }
 
   void addTrailing(std::uint64_t end) {
-    add(Damage::Trailing, "has " + std::to_string(m_size - end) + " bytes behind its last unit");
+    const std::uint64_t bytes = m_size - end;
+    add(Damage::Trailing,
+        "has " + std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes") + " behind its last unit");
   }
 
   void add(Damage::Kind kind, std::string text) { m_found.push_back({kind, std::move(text)}); }

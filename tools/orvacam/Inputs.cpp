@@ -52,10 +52,8 @@ void readOn(int file, std::string& bytes, std::uint64_t most) {
 /// Throws Failure for more bytes than these.
 std::string bytesIn(int file, std::uint64_t most) {
   std::string bytes;
-  readOn(file, bytes, most);
-  char next = 0;
-  if (bytes.size() == most && ::read(file, &next, 1) != 0)
-    throw Failure("is longer than " + std::to_string(most) + " bytes");
+  readOn(file, bytes, most + 1);
+  if (bytes.size() > most) throw Failure("is longer than " + std::to_string(most) + " bytes");
   return bytes;
 }
 

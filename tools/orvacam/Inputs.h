@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <orvacam.hpp>
 #include <set>
 #include <string>
@@ -29,8 +28,9 @@ std::vector<Input> inputsOf(const InputOptions& options);
 
 /// The frame of an input. That of standard input is read once and stays. Throws orvacam::Error, Failure.
 orvacam::Frame readFrame(const std::string& path);
+constexpr std::uint64_t anyLength = std::uint64_t{1} << 62;  // more than files have
 /// All of a file, or of standard input. Throws Failure, also where there is more than the most.
-std::string readAll(const std::string& path, std::uint64_t most = std::numeric_limits<std::uint64_t>::max());
+std::string readAll(const std::string& path, std::uint64_t most = anyLength);
 /// The most that is read of a calibration block: far more than one has.
 constexpr std::uint64_t longestCalibration = std::uint64_t{1} << 20;
 
