@@ -239,7 +239,7 @@ TEST_F(Convert, CorrectsTheMergedImageWithReferenceFiles) {
   EXPECT_EQ(tiff("out/dark_LOW.tiff"), tiff("plain/dark_LOW.tiff"));
 }
 
-TEST_F(Convert, SaysWhichReferenceFileIsWrong) {
+TEST_F(Convert, SaysWhichCorrectionFileIsWrong) {
   const sim::Camera& camera = *sim::findCamera("GSENSE400");
   folder.write("a.raw", hdr.bytes);
   folder.write("junk", Bytes(1000, 'j'));
@@ -249,25 +249,15 @@ TEST_F(Convert, SaysWhichReferenceFileIsWrong) {
   fs::create_directory(folder.path() / "out");
   const std::pair<const char*, const char*> cases[] = {
       {"none", "cannot be opened: No such file or directory"},
-      {"junk", "does not start with \"Meta\""},
-      {"cut", "24384"}};
-  for (const auto& [name, why] : cases)
-    for (const char* option : {"--dsnu", "--prnu"})
-      bad({"convert", "a.raw", "-o", "out", option, name}, name, why);
-  folder.write("small", sim::dsnuFile(camera, fieldsOf("GSENSE400", "hdr", 100, 59), sim::Sky()));
-  bad({"convert", "a.raw", "-o", "out", "--dsnu", "small"}, "a.raw", "100 x 59");
-}
-
-TEST_F(Convert, SaysWhichCalibrationFileIsWrong) {
-  folder.write("a.raw", hdr.bytes);
-  folder.write("junk", Bytes(300, 'j'));
-  fs::create_directory(folder.path() / "out");
-  const std::pair<const char*, const char*> cases[] = {
-      {"none", "cannot be opened: No such file or directory"},
       {"out", "is no regular file"},
       {"junk", "does not start with \"Meta\""}};
-  for (const auto& [name, why] : cases)
-    bad({"convert", "a.raw", "-o", "out", "--calibration", name}, name, why);
+  for (const char* option : {"--dsnu", "--prnu", "--calibration"})
+    for (const auto& [name, why] : cases)
+      bad({"convert", "a.raw", "-o", "out", option, name}, name, why);
+  for (const char* option : {"--dsnu", "--prnu"})
+    bad({"convert", "a.raw", "-o", "out", option, "cut"}, "cut", "24384");
+  folder.write("small", sim::dsnuFile(camera, fieldsOf("GSENSE400", "hdr", 100, 59), sim::Sky()));
+  bad({"convert", "a.raw", "-o", "out", "--dsnu", "small"}, "a.raw", "100 x 59");
 }
 
 TEST_F(Convert, RefusesTheBiasFileOfAnotherSensor) {

@@ -1,18 +1,16 @@
 #include "files/Damage.h"
 
-#include <tiffio.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 
 #include "files/FitsReader.h"
 #include "files/FitsWriter.h"
+#include "files/TiffFile.h"
 
 namespace orvacam::files {
 
@@ -125,10 +123,6 @@ class FitsLook {
   bool m_isOver = false;
 };
 
-struct CloseTiff {
-  void operator()(TIFF* file) const { TIFFClose(file); }
-};
-
 /// What is wrong with the page that the file stands at.
 std::optional<Damage> damageOfPage(TIFF* file, std::uint64_t size, unsigned page) {
   const std::string name = "its page " + std::to_string(page);
@@ -152,10 +146,7 @@ std::vector<Damage> damageOfFits(const std::string& path) {
 
 std::vector<Damage> damageOfTiff(const std::string& path) {
   const std::uint64_t size = sizeOf(path);
-  TIFFSetErrorHandler(nullptr);
-  TIFFSetWarningHandler(nullptr);
-  const std::unique_ptr<TIFF, CloseTiff> file(TIFFOpen(path.c_str(), "rm"));
-  if (!file) throw std::runtime_error("has no TIFF directory that can be read");
+  const TiffFile file = openTiff(path);
   std::vector<Damage> found;
   for (unsigned page = 1; found.size() < mostDamages; ++page) {
     if (auto damage = damageOfPage(file.get(), size, page)) found.push_back(std::move(*damage));

@@ -1,16 +1,15 @@
 #include "files/TiffWriter.h"
 
-#include <tiffio.h>
-
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <pugixml.hpp>
 #include <sstream>
 #include <stdexcept>
+
+#include "files/TiffFile.h"
 
 namespace orvacam::files {
 
@@ -71,23 +70,18 @@ int map(thandle_t, void**, toff_t*) {
 
 void unmap(thandle_t, void*, toff_t) {}
 
-struct Close {
-  void operator()(TIFF* file) const { TIFFClose(file); }
-};
-using File = std::unique_ptr<TIFF, Close>;
-
 [[noreturn]] void fail(const Memory& memory) {
   if (memory.outOfMemory) throw std::bad_alloc();
   throw std::runtime_error("cannot be made a TIFF file");
 }
 
-File openFile(Memory& memory, std::size_t pixelBytes) {
+TiffFile openFile(Memory& memory, std::size_t pixelBytes) {
   TIFFSetErrorHandler(nullptr);
   TIFFSetWarningHandler(nullptr);
   constexpr std::size_t largestClassic = 0xFFFFFFFFu - (1u << 20);  // room for tags
   memory.bytes.reserve(pixelBytes + (1u << 16));
-  File file(TIFFClientOpen("", pixelBytes > largestClassic ? "wl8" : "wl", &memory, readBytes, writeBytes,
-                           seek, closeFile, sizeOf, map, unmap));
+  TiffFile file(TIFFClientOpen("", pixelBytes > largestClassic ? "wl8" : "wl", &memory, readBytes, writeBytes,
+                               seek, closeFile, sizeOf, map, unmap));
   if (!file) fail(memory);
   return file;
 }
@@ -213,7 +207,7 @@ std::string omeXml(const std::vector<Channel>& channels, const TiffFacts& facts,
 
 std::vector<unsigned char> tiffFile(const Raster& raster, const TiffFacts& facts) {
   Memory memory;
-  File file = openFile(memory, raster.bytes());
+  TiffFile file = openFile(memory, raster.bytes());
   setTags(file.get(), raster, facts, 0, 1);
   writePixels(file.get(), raster, memory);
   file.reset();
@@ -224,7 +218,7 @@ std::vector<unsigned char> tiffFile(const Raster& raster, const TiffFacts& facts
 std::vector<unsigned char> omeTiffFile(const std::vector<Channel>& channels, const TiffFacts& facts,
                                        const std::string& imageName, double exposureSeconds) {
   Memory memory;
-  File file = openFile(memory, channels.size() * channels.front().raster.bytes());
+  TiffFile file = openFile(memory, channels.size() * channels.front().raster.bytes());
   TiffFacts said = facts;
   said.description = omeXml(channels, facts, imageName, exposureSeconds);
   for (std::size_t i = 0; i < channels.size(); ++i) {

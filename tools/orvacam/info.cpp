@@ -1,12 +1,9 @@
 // orvacam info: what headers say, of raw frames and of the files that were made of them.
 
-#include <tiffio.h>
-
 #include <algorithm>
 #include <cctype>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
@@ -17,6 +14,7 @@
 #include "files/FixedFiles.h"
 #include "files/Json.h"
 #include "files/Text.h"
+#include "files/TiffFile.h"
 
 namespace tool {
 
@@ -135,10 +133,6 @@ Facts factsOfFits(const std::string& path) {
   return facts;
 }
 
-struct CloseTiff {
-  void operator()(TIFF* file) const { TIFFClose(file); }
-};
-
 std::string textTag(TIFF* file, unsigned int tag) {
   const char* text = nullptr;
   return TIFFGetField(file, tag, &text) == 1 && text != nullptr ? text : "";
@@ -159,10 +153,7 @@ Json parsed(const std::string& text) {
 
 /// The header that the description holds, else the tags.
 Facts factsOfTiff(const std::string& path) {
-  TIFFSetErrorHandler(nullptr);
-  TIFFSetWarningHandler(nullptr);
-  const std::unique_ptr<TIFF, CloseTiff> file(TIFFOpen(path.c_str(), "rm"));
-  if (!file) throw Failure("has no TIFF directory that can be read");
+  const files::TiffFile file = files::openTiff(path);
   std::uint32_t width = 0, height = 0;
   TIFFGetField(file.get(), TIFFTAG_IMAGEWIDTH, &width);
   TIFFGetField(file.get(), TIFFTAG_IMAGELENGTH, &height);
