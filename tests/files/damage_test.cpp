@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "TestFolder.h"
+#include "files/TiffFile.h"
 
 namespace {
 
@@ -17,6 +18,7 @@ using orvacam::files::Damage;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using Bytes = std::vector<unsigned char>;
 using Kinds = std::vector<Damage::Kind>;
 
@@ -269,9 +271,66 @@ TEST_F(DamagedTiff, RefusesPlacesOutsideTheFile) {
 TEST_F(DamagedTiff, RefusesMoreStripsThanBytes) {
   Bytes bytes = made(5000, directory, 32, 0, 1);
   bytes.resize(directory + 32);
-  EXPECT_EQ(said(bytes), "its page 1 states more strips than the file has bytes");
+  EXPECT_EQ(said(bytes), "states more strips than it has bytes, up to its page 1");
   EXPECT_EQ(kinds(bytes), Kinds{Damage::Broken});
 }
+
+TEST_F(DamagedTiff, CountsTheStripsOfAllPagesAgainstItsBytes) {
+  Bytes bytes = made(200, directory, 32, directory, 1);
+  const Bytes second = made(200, directory, 32, 0, 1);
+  bytes.insert(bytes.end(), second.begin() + 8, second.end());
+  bytes.resize(399);
+  EXPECT_THAT(said(bytes), HasSubstr("states more strips than it has bytes, up to its page 2"));
+  bytes.resize(400);
+  EXPECT_THAT(said(bytes), Not(HasSubstr("strips")));
+}
+
+/// Directories of so many tags each, whose data are all the same bytes: 1 MiB of them behind the header.
+class TiffOfSharedData : public DamagedTiff, public testing::WithParamInterface<std::pair<bool, bool>> {
+ protected:
+  static constexpr std::size_t shared = std::size_t{1} << 20;
+
+  static Bytes made(unsigned pages, unsigned tags) {
+    const auto [bigEndian, big] = GetParam();
+    const unsigned place = big ? 8 : 4;
+    Bytes bytes(2, bigEndian ? 'M' : 'I');
+    const auto number = [&, swap = bigEndian](std::uint64_t value, unsigned count) {
+      for (unsigned i = 0; i < count; ++i)
+        bytes.push_back(static_cast<unsigned char>(value >> 8 * (swap ? count - 1 - i : i)));
+    };
+    number(big ? 43 : 42, 2);
+    if (big) number(8, 2), number(0, 2);
+    number(2 * place + shared, place);
+    bytes.resize(2 * place + shared);
+    for (unsigned page = 1; page <= pages; ++page) {
+      number(8 + tags, big ? 8 : 2);
+      for (const auto& [id, type, value] : {Tag{256, 4, 1}, Tag{257, 4, 1}, Tag{258, 3, 8}, Tag{259, 3, 1},
+                                            Tag{262, 3, 1}, Tag{273, 4, 8}, Tag{278, 4, 1}, Tag{279, 4, 1}}) {
+        const unsigned width = type == 3 ? 2 : 4;
+        number(id, 2), number(type, 2), number(1, place), number(value, width), number(0, place - width);
+      }
+      for (unsigned tag = 0; tag < tags; ++tag)
+        number(40000 + tag, 2), number(1, 2), number(shared, place), number(2 * place, place);
+      number(page < pages ? bytes.size() + place : 0, place);
+    }
+    return bytes;
+  }
+};
+
+TEST_P(TiffOfSharedData, IsRefusedBeforeAllOfItIsRead) {
+  EXPECT_THAT(kinds(made(1, 1)), IsEmpty());
+  EXPECT_THAT(kinds(made(30, 1)), IsEmpty());
+  for (const Bytes& bytes : {made(1, 3), made(40, 1)}) {
+    EXPECT_EQ(said(bytes), "is damaged: its directories state more bytes than the file has");
+    EXPECT_EQ(kinds(bytes), Kinds{Damage::Broken});
+    folder.write("made", bytes);
+    EXPECT_THROW(orvacam::files::openTiff(folder.file("made")), std::runtime_error);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryLayout, TiffOfSharedData,
+                         testing::Values(std::pair(false, false), std::pair(true, false),
+                                         std::pair(false, true), std::pair(true, true)));
 
 TEST_F(DamagedTiff, LooksAtEveryPage) {
   Bytes bytes = made(4, directory, 32, directory);

@@ -123,11 +123,13 @@ class FitsLook {
   bool m_isOver = false;
 };
 
-/// What is wrong with the page that the file stands at.
-std::optional<Damage> damageOfPage(TIFF* file, std::uint64_t size, unsigned page) {
+/// What is wrong with the page that the file stands at; takes its strips off those that the file can have.
+std::optional<Damage> damageOfPage(TIFF* file, std::uint64_t size, unsigned page, std::uint64_t& stripsLeft) {
   const std::string name = "its page " + std::to_string(page);
   const std::uint64_t strips = TIFFIsTiled(file) != 0 ? TIFFNumberOfTiles(file) : TIFFNumberOfStrips(file);
-  if (strips > size) return Damage{Damage::Broken, name + " states more strips than the file has bytes"};
+  if (strips > stripsLeft)
+    return Damage{Damage::Broken, "states more strips than it has bytes, up to " + name};
+  stripsLeft -= strips;
   for (std::uint32_t i = 0; i < strips; ++i) {
     const std::uint64_t from = TIFFGetStrileOffset(file, i), length = TIFFGetStrileByteCount(file, i);
     if (from > size || length > size - from)
@@ -146,10 +148,13 @@ std::vector<Damage> damageOfFits(const std::string& path) {
 
 std::vector<Damage> damageOfTiff(const std::string& path) {
   const std::uint64_t size = sizeOf(path);
+  if (!directoriesFitTheFile(path))
+    return {{Damage::Broken, "is damaged: its directories state more bytes than the file has"}};
   const TiffFile file = openTiff(path);
   std::vector<Damage> found;
+  std::uint64_t stripsLeft = size;
   for (unsigned page = 1; found.size() < mostDamages; ++page) {
-    if (auto damage = damageOfPage(file.get(), size, page)) found.push_back(std::move(*damage));
+    if (auto damage = damageOfPage(file.get(), size, page, stripsLeft)) found.push_back(std::move(*damage));
     if (TIFFLastDirectory(file.get()) != 0) break;
     if (TIFFReadDirectory(file.get()) == 0) {
       found.push_back(
