@@ -178,6 +178,24 @@ TEST_F(DescribedTiff, IsShownWithItsFirstKeysHoweverManyThereAre) {
   EXPECT_LE(shown, 10000u);
 }
 
+TEST_F(DescribedTiff, IsShownWithItsFirstValuesHoweverManyThereAre) {
+  // A million empty arrays would take some sixty times the memory of their text.
+  const auto valuesOf = [this](std::size_t values) {
+    std::string text = R"({"values": {"Key": 7, "Many": [[])";
+    for (std::size_t i = 1; i < values; ++i)
+      text += ",[]";
+    describe(text + R"(], "Last": 8}})");
+    return nlohmann::json::parse(good({"info", "a.tiff", "--json"}))["header"]["values"];
+  };
+  const nlohmann::json all = valuesOf(1000), some = valuesOf(1000000);
+  EXPECT_EQ(all["Many"].size(), 1000u);
+  EXPECT_EQ(all["Last"], 8);
+  EXPECT_EQ(some["Key"], 7);
+  EXPECT_GE(some["Many"].size(), 1000u);
+  EXPECT_LE(some["Many"].size(), 20000u);
+  EXPECT_FALSE(some.contains("Last"));
+}
+
 TEST_F(DescribedTiff, CannotWriteToTheTerminalOrChangeTheShapeOfTheAnswer) {
   describe(R"({"values": {"A\u001b[31m": "\u001b[0m"}, "units": 5, "derived": [1]})");
   EXPECT_THAT(good({"info", "a.tiff"}), HasSubstr("A\\x1B[31m               = \\x1B[0m\n"));

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
+#include <utility>
 
 #include "Commands.h"
 #include "ForEach.h"
@@ -139,14 +140,21 @@ std::string textTag(TIFF* file, unsigned int tag) {
 }
 
 /// JSON of a file that may hold anything. Our own descriptions have some 200 keys and few levels. What is
-/// nested deeper is left out, since walking through it takes stack; so are keys beyond the thousands, since
-/// an object that keeps their order looks through all of them for each.
+/// nested deeper is left out, since walking through it takes stack. So are keys and values beyond the
+/// thousands: they take many times the memory of their text, and an object that keeps the order of its keys
+/// looks through all of them for each.
 Json parsed(const std::string& text) {
   constexpr int deepest = 8;
-  constexpr int mostKeys = 4096;
-  int keys = 0;
-  const auto keep = [&keys](int depth, Json::parse_event_t event, Json&) {
-    return depth <= deepest && (event != Json::parse_event_t::key || ++keys <= mostKeys);
+  constexpr std::size_t most = 8192;
+  std::size_t parts = 0;  // keys with their values, and elements of lists
+  bool isNamed = false;
+  const auto keep = [&](int depth, Json::parse_event_t event, Json&) {
+    if (event == Json::parse_event_t::object_end || event == Json::parse_event_t::array_end)
+      return depth <= deepest;
+    if (std::exchange(isNamed, false)) return true;
+    const bool kept = depth <= deepest && ++parts <= most;
+    isNamed = kept && event == Json::parse_event_t::key;
+    return kept;
   };
   return Json::parse(text, keep, false);
 }
